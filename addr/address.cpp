@@ -1,0 +1,136 @@
+#include "addr/address.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "addr/address_text.h"
+#include "core/exec.h"
+#include "core/log.h"
+#include "core/text.h"
+
+using tessel::AddressFamily;
+using tessel::CallSite;
+using tessel::CommandLine;
+using tessel::ComposeCommand;
+using tessel::kToolOutputBytes;
+
+namespace {
+
+// Every line this file runs: the program, then its argument vector.
+constexpr char kShowV4[] = "ip ip -4 addr show dev %s";
+constexpr char kShowV6[] = "ip ip -6 addr show dev %s";
+constexpr char kShowBoth[] = "ip ip addr show dev %s";
+
+// Output of a tool, always terminated.
+struct ToolOutput {
+    char text[kToolOutputBytes + 1] = {};
+};
+
+bool IsInterfaceWord(const char* interfaceName, CallSite where) {
+    if (tessel::IsOneWord(interfaceName)) return true;
+    TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", interfaceName);
+    return false;
+}
+
+bool HaveArguments(const char* interfaceName, const TNetIfaceIp* list, CallSite where) {
+    if (interfaceName != nullptr && list != nullptr) return IsInterfaceWord(interfaceName, where);
+    TESSEL_ERR_AT(where, "pchIfaceName or ptNetIfaceIp is NULL!");
+    return false;
+}
+
+i32 RunForOutput(CommandLine& command, ToolOutput& output) {
+    return TesselExecCmdAndGetOutput(command.text, sizeof(command.text), output.text, kToolOutputBytes);
+}
+
+i32 ReadByFamily(const char* interfaceName, u16 family, TNetIfaceIp* list, u32 noTentative, CallSite where) {
+    switch (family) {
+        case TESSEL_FAMILY_INET:
+            return GetIpaddrV4(interfaceName, list);
+        case TESSEL_FAMILY_INET6:
+            return GetIpaddrV6(interfaceName, list, noTentative);
+        case TESSEL_FAMILY_BOTH:
+            if (GetIpaddrV4(interfaceName, list) != 0) {
+                TESSEL_ERR_AT(where, "GetIpaddrV4 error, pchIfaceName : %s!", interfaceName);
+                return -1;
+            }
+            return GetIpaddrV6(interfaceName, list, noTentative);
+        default:
+            TESSEL_ERR_AT(where, "the wSinFamily %d is not supportted!", family);
+            return -1;
+    }
+}
+
+}  // namespace
+
+u32 ScopeStrToCode(const char* scopeWord) {
+    if (strncmp(scopeWord, "global", 6) == 0) return TESSEL_SCOPE_GLOBAL;
+    if (strncmp(scopeWord, "link", 4) == 0) return TESSEL_SCOPE_LINK;
+    if (strncmp(scopeWord, "site", 4) == 0) return TESSEL_SCOPE_SITE;
+    if (strncmp(scopeWord, "host", 4) == 0) return TESSEL_SCOPE_HOST;
+    return TESSEL_SCOPE_UNSET;
+}
+
+i32 GetIpaddrV4(const char* pchIfaceName, TNetIfaceIp* ptNetIfaceIp) {
+    if (!HaveArguments(pchIfaceName, ptNetIfaceIp, CallSite::Current())) return -1;
+    CommandLine command;
+    if (!ComposeCommand(command, kShowV4, pchIfaceName)) return -1;
+    TESSEL_DBG("GetIpaddrV4 cmd : %s", command.text);
+    ToolOutput output;
+    const i32 result = RunForOutput(command, output);
+    if (result != 0) {
+        TESSEL_ERR("ExecCmdAndGetOutput error, nRet = %d!", result);
+        return result;
+    }
+    TESSEL_DBG("%s", output.text);
+    return tessel::AppendAddresses(output.text, tessel::kInet, false, *ptNetIfaceIp) ? 0 : -1;
+}
+
+i32 GetIpaddrV6(const char* pchIfaceName, TNetIfaceIp* ptNetIfaceIp, u32 dwNoTentative) {
+    if (!HaveArguments(pchIfaceName, ptNetIfaceIp, CallSite::Current())) return -1;
+    CommandLine command;
+    if (!ComposeCommand(command, kShowV6, pchIfaceName)) return -1;
+    TESSEL_DBG("GetIpaddrV6 cmd : %s", command.text);
+    ToolOutput output;
+    const i32 result = RunForOutput(command, output);
+    if (result != 0) {
+        TESSEL_ERR("ExecCmdAndGetOutput error!");
+        return result;
+    }
+    TESSEL_DBG("read buf %s", output.text);
+    return tessel::AppendAddresses(output.text, tessel::kInet6, dwNoTentative == 0, *ptNetIfaceIp) ? 0 : -1;
+}
+
+i32 IpaddrGet(const char* pchIfaceName, u16 wSinFamily, TNetIfaceIp* ptNetIfaceIp) {
+    return ReadByFamily(pchIfaceName, wSinFamily, ptNetIfaceIp, 0, CallSite::Current());
+}
+
+i32 IpaddrGetEx(const char* pchIfaceName, u16 wSinFamily, TNetIfaceIp* ptNetIfaceIp) {
+    return ReadByFamily(pchIfaceName, wSinFamily, ptNetIfaceIp, 1, CallSite::Current());
+}
+
+i32 ipaddr_show_filter(const char* interfaceName, ipaddr_show_info* info) {
+    if (!IsInterfaceWord(interfaceName, CallSite::Current())) return -1;
+    CommandLine command;
+    if (!ComposeCommand(command, kShowBoth, interfaceName)) return -1;
+    const CommandLine asComposed = command;  // for the log: running cuts it into words
+    TESSEL_DBG("%s", asComposed.text);
+
+    char* argv[tessel::kCommandWordsMax + 1];
+    if (TesselBufToArgv(command.text, argv, tessel::kCommandWordsMax, sizeof(command.text), ' ') != 0) {
+        TESSEL_ERR("%s", asComposed.text);
+        return -1;
+    }
+    ToolOutput output;
+    i32 outputBytes = 0;
+    const i32 status = TesselExecShellPrcPipe(argv[0], argv + 1, output.text, kToolOutputBytes, &outputBytes);
+    if (status == 0 && outputBytes == 0) {
+        TESSEL_ERR("don't find any information!");
+        return -1;
+    }
+    if (status != 0 || !tessel::ReadShowInfo(output.text, *info)) {
+        TESSEL_ERR("%s", asComposed.text);
+        TESSEL_ERR("%s", output.text);
+        return -1;
+    }
+    return 0;
+}

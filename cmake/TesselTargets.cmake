@@ -1,0 +1,46 @@
+# How everything here is compiled, and the one function that makes a folder's library.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS ON) # the daemon is at home on Linux
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+# Small: what is not reached is not linked. Frame pointers stay: a crash report walks them.
+set(CMAKE_CXX_FLAGS_RELEASE "-Os")
+set(CMAKE_C_FLAGS_RELEASE "-Os")
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+endif()
+
+set(TESSEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+
+add_library(tessel_options INTERFACE)
+target_compile_definitions(tessel_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+target_compile_options(tessel_options INTERFACE
+  -Wall -Wextra -Werror -Wformat=2 -Wshadow -Wcast-align -Wundef -Wvla
+  $<$<COMPILE_LANGUAGE:CXX>:-Wconversion -Wnon-virtual-dtor -Woverloaded-virtual>
+  -fno-omit-frame-pointer -fvisibility=hidden
+  $<$<CONFIG:Release>:-ffunction-sections -fdata-sections>
+  $<$<CONFIG:Debug>:-g -Og>)
+target_link_options(tessel_options INTERFACE
+  $<$<CONFIG:Release>:-s -Wl,--gc-sections -Wl,--as-needed -Wl,-O1>)
+if(TESSEL_SANITIZE)
+  target_compile_options(tessel_options INTERFACE -fsanitize=${TESSEL_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(tessel_options INTERFACE -fsanitize=${TESSEL_SANITIZE})
+endif()
+
+# The wire contract: headers alone.
+add_library(tessel_wire INTERFACE)
+target_include_directories(tessel_wire INTERFACE ${PROJECT_SOURCE_DIR}/include)
+
+# tessel_library(NAME SOURCES file... LINKS library...)
+# One static library per folder. LINKS are the only libraries it may use: a wrong arrow does not link.
+function(tessel_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC tessel_wire ${arg_LINKS} PRIVATE tessel_options)
+endfunction()

@@ -1,0 +1,36 @@
+// What every command handler does around its one operation: take the request out of the buffer, send the reply.
+#pragma once
+
+#include <algorithm>
+#include <concepts>
+#include <cstring>
+#include <type_traits>
+
+#include "core/call_site.h"
+#include "core/types.h"
+
+namespace tessel {
+
+template <typename T>
+concept WireRecord = std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T>;
+
+// The request record: bytes that were not sent read as zero, bytes behind the record are ignored.
+template <WireRecord Record>
+[[nodiscard]] Record ApiRequest(const void* payload, i32 size) {
+    Record record{};
+    memcpy(&record, payload, std::min(sizeof(record), static_cast<std::size_t>(size)));
+    return record;
+}
+
+// Sends `size` payload bytes as the reply. 0, or -1 with a log line in the handler's name.
+i32 ApiReplyBytes(int fd, u32 type, const void* data, i32 size, CallSite where);
+
+template <WireRecord Record>
+i32 ApiReply(int fd, u32 type, const Record& record, CallSite where = CallSite::Current()) {
+    return ApiReplyBytes(fd, type, &record, sizeof(record), where);
+}
+
+// The 4-byte status: 0 for success, -1 for every failure.
+i32 ApiReplyStatus(int fd, u32 type, i32 result, CallSite where = CallSite::Current());
+
+}  // namespace tessel

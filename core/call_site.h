@@ -1,0 +1,16 @@
+// Where a log line comes from. Shared helpers take one as their last parameter, so that a line names their caller.
+#pragma once
+
+namespace tessel {
+
+struct CallSite {
+    const char* function;
+    int line;
+
+    // As a default argument it is evaluated where the call stands.
+    static constexpr CallSite Current(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
+        return {function, line};
+    }
+};
+
+}  // namespace tessel

@@ -1,0 +1,341 @@
+#include "core/ipc.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "core/log.h"
+#include "core/unique_fd.h"
+
+using tessel::CallSite;
+using tessel::UniqueFd;
+
+namespace tessel {
+
+bool FormSocketAddress(const char* name, sockaddr_un& addr) {
+    addr = {};
+    addr.sun_family = AF_UNIX;
+    const int length = snprintf(addr.sun_path, sizeof(addr.sun_path), "%s%s", TESSEL_SOCKET_DIRECTORY, name);
+    return length >= 0 && length <= TESSEL_SOCKET_PATH_MAX;
+}
+
+}  // namespace tessel
+
+namespace {
+
+constexpr int kBacklog = 100;
+constexpr int kFileWaitRounds = 5;
+constexpr int kConnectAttempts = 3;
+constexpr unsigned kRetrySeconds = 1;
+
+enum class Wait { kReady, kTimeout, kFailed };
+
+// Waits until `fd` is ready for `events` (or broken, which the next read or write tells).
+Wait WaitReady(int fd, short events, int timeoutMs) {
+    pollfd wanted{.fd = fd, .events = events, .revents = 0};
+    int ready = 0;
+    do {
+        ready = poll(&wanted, 1, timeoutMs);
+    } while (ready < 0 && errno == EINTR);
+    if (ready < 0) return Wait::kFailed;
+    return ready == 0 ? Wait::kTimeout : Wait::kReady;
+}
+
+// A message on its way out: header and payload, sent without being copied together.
+class OutgoingMessage {
+  public:
+    OutgoingMessage(const IpcMsgHead& head, const void* data)
+        : head_(head),
+          data_(static_cast<const char*>(data)),
+          total_(sizeof(head) + static_cast<std::size_t>(head.size)) {}
+
+    enum class Progress { kComplete, kBlocked, kFailed };
+
+    // Sends what fits without waiting.
+    Progress Send(int fd) {
+        while (sent_ < total_) {
+            iovec parts[2];
+            msghdr message{};
+            message.msg_iov = parts;
+            message.msg_iovlen = FillParts(parts);
+            const ssize_t count = sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0) return errno == EAGAIN ? Progress::kBlocked : Progress::kFailed;
+            sent_ += static_cast<std::size_t>(count);
+        }
+        return Progress::kComplete;
+    }
+
+  private:
+    std::size_t FillParts(iovec (&parts)[2]) {
+        std::size_t count = 0;
+        if (sent_ < sizeof(head_)) {
+            parts[count++] = {.iov_base = reinterpret_cast<char*>(&head_) + sent_, .iov_len = sizeof(head_) - sent_};
+        }
+        const std::size_t payloadSent = sent_ > sizeof(head_) ? sent_ - sizeof(head_) : 0;
+        if (total_ > sizeof(head_)) {
+            parts[count++] = {.iov_base = const_cast<char*>(data_ + payloadSent),
+                              .iov_len = total_ - sizeof(head_) - payloadSent};
+        }
+        return count;
+    }
+
+    IpcMsgHead head_;
+    const char* data_;
+    std::size_t total_;
+    std::size_t sent_ = 0;
+};
+
+// Sends the whole message. It is tried first and waited for only when the socket is full: a reply nearly always fits.
+// 0, -1 (`failure` logged, or the wait failed) or TESSEL_IPC_WRITE_TIMEOUT; writeFailed is what a failed write yields.
+i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, int timeoutMs, const char* failure, i32 writeFailed,
+                CallSite where) {
+    OutgoingMessage message(head, data);
+    while (true) {
+        switch (message.Send(fd)) {
+            case OutgoingMessage::Progress::kComplete:
+                return TESSEL_IPC_OK;
+            case OutgoingMessage::Progress::kFailed:
+                TESSEL_ERR_AT(where, "%s", failure);
+                return writeFailed;
+            case OutgoingMessage::Progress::kBlocked:
+                break;
+        }
+        switch (WaitReady(fd, POLLOUT, timeoutMs)) {
+            case Wait::kReady:
+                break;
+            case Wait::kTimeout:
+                TESSEL_ERR_AT(where, "wait time out for writing!");
+                return TESSEL_IPC_WRITE_TIMEOUT;
+            case Wait::kFailed:
+                TESSEL_ERR_AT(where, "select error");
+                return TESSEL_IPC_ERROR;
+        }
+    }
+}
+
+// One exchange: who is spoken to, what is sent, where the reply goes, and the words in which failures are logged.
+struct Exchange {
+    const char* socketName;
+    IpcMsgHead head;
+    const void* data;
+    void* reply;
+    i32 replySize;
+    int timeoutMs;
+    ucred* peer;
+    const char* socketFailure;
+    const char* connectFailure;
+    const char* writeFailure;
+};
+
+// Room for a reply and its header; most fit without the heap.
+class ReplyBuffer {
+  public:
+    explicit ReplyBuffer(std::size_t payloadBytes) : bytes_(sizeof(IpcMsgHead) + payloadBytes) {
+        if (bytes_ > sizeof(inline_)) heap_.reset(new (std::nothrow) char[bytes_]);
+    }
+    // Null when there is no memory.
+    [[nodiscard]] char* Get() {
+        return bytes_ > sizeof(inline_) ? heap_.get() : inline_;
+    }
+    [[nodiscard]] std::size_t Bytes() const {
+        return bytes_;
+    }
+
+  private:
+    std::size_t bytes_;
+    char inline_[sizeof(IpcMsgHead) + 1024];
+    std::unique_ptr<char[]> heap_;
+};
+
+i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
+    ReplyBuffer buffer(static_cast<std::size_t>(exchange.replySize));
+    if (buffer.Get() == nullptr) {
+        tessel::LogPerror(where, "XMALLOC error");
+        // The bytes that the request took stand for the failure, as everywhere positive numbers do.
+        return static_cast<i32>(sizeof(IpcMsgHead)) + exchange.head.size;
+    }
+    switch (WaitReady(fd, POLLIN, exchange.timeoutMs)) {
+        case Wait::kReady:
+            break;
+        case Wait::kTimeout:
+            TESSEL_ERR_AT(where, "wait time out for reading!");
+            return TESSEL_IPC_READ_TIMEOUT;
+        case Wait::kFailed:
+            TESSEL_ERR_AT(where, "select error");
+            return TESSEL_IPC_ERROR;
+    }
+    const ssize_t count = read(fd, buffer.Get(), buffer.Bytes());
+    if (count != static_cast<ssize_t>(buffer.Bytes())) {
+        TESSEL_ERR_AT(where, "fail to receive message!");
+        return static_cast<i32>(count);
+    }
+    IpcMsgHead head;
+    memcpy(&head, buffer.Get(), sizeof(head));
+    TESSEL_DBG_AT(where, "%s:%d:recv:0x%x:size%d:flag=0x%x", where.function, where.line, head.type, head.size,
+                  head.flag);
+    if (head.size != exchange.replySize) {
+        TESSEL_ERR_AT(where, "received message's head is error!");
+        return static_cast<i32>(count);
+    }
+    memcpy(exchange.reply, buffer.Get() + sizeof(head), static_cast<std::size_t>(exchange.replySize));
+    return TESSEL_IPC_OK;
+}
+
+// connect() on a Unix socket waits for room in the listener's queue, without end unless told otherwise.
+void BoundConnectTime(int fd, int timeoutMs) {
+    const timeval bound{.tv_sec = timeoutMs / 1000, .tv_usec = (timeoutMs % 1000) * 1000};
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof(bound));
+}
+
+void AskForPeer(int fd, ucred* peer) {
+    if (peer == nullptr) return;
+    socklen_t length = sizeof(*peer);
+    (void)getsockopt(fd, SOL_SOCKET, SO_PEERCRED, peer, &length);
+}
+
+bool BothOrNeither(const void* data, i32 size) {
+    return (data == nullptr) == (size == 0);
+}
+
+i32 SendAndReceive(const Exchange& exchange, CallSite where) {
+    const i32 size = exchange.head.size;
+    if (!BothOrNeither(exchange.data, size) || !BothOrNeither(exchange.reply, exchange.replySize) || size < 0 ||
+        exchange.replySize < 0) {
+        TESSEL_ERR_AT(where, "the parameters is invalid");
+        return TESSEL_IPC_ERROR;
+    }
+    if (size > TESSEL_PAYLOAD_MAX) {
+        TESSEL_ERR_AT(where, "the send buf is too long:%d,the max capacity is %d!", size, TESSEL_PAYLOAD_MAX);
+        return TESSEL_IPC_ERROR;
+    }
+    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd.IsOpen()) {
+        tessel::LogPerror(where, exchange.socketFailure);
+        return TESSEL_IPC_ERROR;
+    }
+    BoundConnectTime(fd.Get(), exchange.timeoutMs);
+    sockaddr_un address{};
+    socklen_t addressLength = 0;
+    if (MakeAddrClient(fd.Get(), exchange.socketName, &address, &addressLength) != 0) {
+        TESSEL_ERR_AT(where, "%s", exchange.connectFailure);
+        return TESSEL_IPC_ERROR;
+    }
+    AskForPeer(fd.Get(), exchange.peer);
+    TESSEL_DBG_AT(where, "%s:%d:path=%s", where.function, where.line, address.sun_path);
+    TESSEL_DBG_AT(where, "%s:%d:send:0x%x:size=%d:flag=0x%x", where.function, where.line, exchange.head.type, size,
+                  exchange.head.flag);
+    const i32 sent = SendMessage(fd.Get(), exchange.head, exchange.data, exchange.timeoutMs, exchange.writeFailure,
+                                 TESSEL_IPC_WRITE_FAILED, where);
+    // Reported as success: callers rely on it, and tell by the untouched reply.
+    if (sent == TESSEL_IPC_WRITE_TIMEOUT) return TESSEL_IPC_OK;
+    if (sent != TESSEL_IPC_OK || exchange.reply == nullptr) return sent;
+    return ReceiveReply(fd.Get(), exchange, where);
+}
+
+Exchange ApiExchange(u32 type, const void* data, i32 size, void* reply, i32 replySize) {
+    return {.socketName = TESSEL_SOCKET_API,
+            .head = {.type = type, .size = size, .flag = 0},
+            .data = data,
+            .reply = reply,
+            .replySize = replySize,
+            .timeoutMs = tessel::kIpcTimeoutMs,
+            .peer = nullptr,
+            .socketFailure = "socket error",
+            .connectFailure = "MakeAddrClient error!",
+            .writeFailure = "write message failed"};
+}
+
+}  // namespace
+
+i32 MakeAddrServer(int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen) {
+    if (!tessel::FormSocketAddress(name, *addr)) {
+        TESSEL_ERR("the name is too long!");
+        return -1;
+    }
+    // The path without its NUL: family, then the characters.
+    *addrlen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strlen(addr->sun_path));
+    while (access(addr->sun_path, R_OK | W_OK) == 0 && unlink(addr->sun_path) == 0) {
+    }
+    unlink(addr->sun_path);
+    if (bind(fd, reinterpret_cast<sockaddr*>(addr), *addrlen) != 0) {
+        TESSEL_PERROR("bind error");
+        unlink(addr->sun_path);
+        return 0;
+    }
+    if (listen(fd, kBacklog) != 0) {
+        TESSEL_ERR("listen error!");
+        unlink(addr->sun_path);
+    }
+    return 0;
+}
+
+i32 MakeAddrClient(int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen) {
+    if (!tessel::FormSocketAddress(name, *addr)) {
+        TESSEL_ERR("the name is too long!");
+        return -1;
+    }
+    *addrlen = sizeof(*addr);
+    for (int round = 0; round < kFileWaitRounds && access(addr->sun_path, F_OK) != 0; ++round)
+        sleep(kRetrySeconds);
+
+    for (int attempt = 1; connect(fd, reinterpret_cast<sockaddr*>(addr), *addrlen) != 0; ++attempt) {
+        if (errno != ECONNREFUSED && errno != ENOENT) {
+            TESSEL_ERR("connect error");
+            return -1;
+        }
+        if (attempt == kConnectAttempts) {
+            TESSEL_ERR("connect error, do not try, will return");
+            return -1;
+        }
+        TESSEL_ERR("connect error, do more try");
+        sleep(kRetrySeconds);
+    }
+    return 0;
+}
+
+i32 IpcApiSendMsg(int fd, u32 type, const void* data, i32 size, u32 flag) {
+    if (!BothOrNeither(data, size) || size < 0) {
+        TESSEL_ERR("the parameters is invalid");
+        return TESSEL_IPC_ERROR;
+    }
+    TESSEL_DBG("%s:%d:type=%x:size=%d:flag=0x%x", __func__, __LINE__, type, size, flag);
+    const IpcMsgHead head{.type = type, .size = size, .flag = flag};
+    const i32 result = SendMessage(fd, head, data, tessel::kIpcTimeoutMs, "fail to send message!", TESSEL_IPC_ERROR,
+                                   CallSite::Current());
+    if (result == TESSEL_IPC_OK) TESSEL_DBG("%s:%d:tMsgHead.size=%d", __func__, __LINE__, size);
+    return result;
+}
+
+i32 IpcApiSendAndRecv(u32 type, const void* data, i32 size, void* reply, i32 replySize) {
+    return SendAndReceive(ApiExchange(type, data, size, reply, replySize), CallSite::Current());
+}
+
+i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize) {
+    Exchange exchange = ApiExchange(type, data, size, reply, replySize);
+    exchange.socketName = name;
+    exchange.socketFailure = "socket error:";
+    exchange.connectFailure = "make_addr_client error!";
+    exchange.writeFailure = "fail to send message!";
+    return SendAndReceive(exchange, CallSite::Current());
+}
+
+namespace tessel {
+
+i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize, int timeoutMs,
+                            ucred* peer) {
+    Exchange exchange = ApiExchange(type, data, size, reply, replySize);
+    exchange.timeoutMs = timeoutMs;
+    exchange.peer = peer;
+    return SendAndReceive(exchange, CallSite::Current());
+}
+
+}  // namespace tessel

@@ -1,0 +1,47 @@
+// The transport: one message, or one message and its reply, over a Unix-domain stream socket under "/tmp/".
+//
+// Nothing here keeps state between calls; any thread may call at any time. Failures are logged where they happen.
+// Results are those of tessel/ipc.h. IpcApiSendAndRecv and IpcCallbackSendAndRecv have three more, which callers know:
+// a message that could not be written within the time counts as 0, although no reply was stored; a reply that is too
+// short, or whose header gives another size, makes the result the number of bytes read (0 when the peer closed).
+#pragma once
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "core/types.h"
+#include "tessel/ipc.h"
+
+// Binds `fd` to the name, in place of any file of that name, and listens. Returns 0, or -1 when the path is too long.
+// A bind or listen that fails is only logged: accept on `fd` tells. `fd` stays the caller's in every case.
+i32 MakeAddrServer(int fd, const char* name, struct sockaddr_un* addr, socklen_t* addrlen);
+
+// Waits up to 5 seconds for the socket file of that name and connects `fd` to it, three times a second apart while
+// nobody listens. Returns 0 or -1.
+i32 MakeAddrClient(int fd, const char* name, struct sockaddr_un* addr, socklen_t* addrlen);
+
+// Writes one message on a connected socket, which stays open. `data` and `size` are both set or both null and 0; there
+// is no size limit. 0, -1, or TESSEL_IPC_WRITE_TIMEOUT after 60 seconds.
+i32 IpcApiSendMsg(int fd, u32 type, const void* data, i32 size, u32 flag);
+
+// Sends one request to the daemon and, when `reply` is set, reads one reply of exactly replySize payload bytes.
+// `data` and `size` (at most 3072), `reply` and `replySize` are each both set or both null and 0. 60 seconds are waited
+// for the reply.
+i32 IpcApiSendAndRecv(u32 type, const void* data, i32 size, void* reply, i32 replySize);
+
+// The same to the socket `name`: a notification, when `reply` is null.
+i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize);
+
+namespace tessel {
+
+constexpr int kIpcTimeoutMs = 60000;
+
+// IpcApiSendAndRecv with a time of its own for connecting, writing and reading each, and, unless `peer` is null, with
+// the process that answered (unchanged when there was no connection).
+[[nodiscard]] i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize,
+                                          int timeoutMs, ucred* peer);
+
+// Fills `addr` for the name. False, with a log line, when the path is too long.
+[[nodiscard]] bool FormSocketAddress(const char* name, sockaddr_un& addr);
+
+}  // namespace tessel

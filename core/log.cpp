@@ -1,0 +1,157 @@
+#include "core/log.h"
+
+#include <sys/syscall.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "core/log_state.h"
+
+std::FILE* pLogLibFd = nullptr;
+std::FILE* pLogDaemonFd = nullptr;
+std::atomic<i32> nLogLibFlag{0};
+std::atomic<i32> nLogDaemonFlag{0};
+
+namespace tessel {
+
+std::atomic<i32> g_logLevel{2};
+std::mutex g_logFileLock;
+
+namespace {
+
+constexpr char kConsoleSwitchFile[] = "/tmp/tessellog";
+constexpr char kDebugSwitchFile[] = "/tmp/tesseldebug";
+
+constexpr i32 kErrorAbove = 1;
+constexpr i32 kPrintAbove = 3;
+constexpr i32 kDebugAbove = 4;
+
+class ErrnoKeeper {
+  public:
+    ErrnoKeeper() = default;
+    ~ErrnoKeeper() {
+        errno = saved_;
+    }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+  private:
+    int saved_ = errno;
+};
+
+struct Line {
+    char prefix[256];
+    const char* message;
+};
+
+bool FileExists(const char* path) {
+    return access(path, F_OK) == 0;
+}
+
+bool LevelReaches(LogKind kind) {
+    const i32 level = g_logLevel.load(std::memory_order_relaxed);
+    switch (kind) {
+        case LogKind::kError:
+            return level > kErrorAbove;
+        case LogKind::kPrint:
+            return level > kPrintAbove;
+        case LogKind::kDebug:
+            return level > kDebugAbove;
+    }
+    return false;
+}
+
+int SyslogPriority(LogKind kind) {
+    switch (kind) {
+        case LogKind::kError:
+            break;
+        case LogKind::kPrint:
+            return LOG_LOCAL6 | LOG_INFO;
+        case LogKind::kDebug:
+            return LOG_LOCAL6 | LOG_DEBUG;
+    }
+    return LOG_LOCAL6 | LOG_ERR;
+}
+
+// The tags differ in their colons; readers of the log match them as they are.
+void ComposePrefix(Line& line, LogKind kind, CallSite where) {
+    const int processId = getpid();
+    const long threadId = syscall(SYS_gettid);
+    switch (kind) {
+        case LogKind::kError:
+            snprintf(line.prefix, sizeof(line.prefix), "[TESSEL_ERR]:PID[%d]:TID[%ld]:[%s](%d): ", processId, threadId,
+                     where.function, where.line);
+            break;
+        case LogKind::kPrint:
+            snprintf(line.prefix, sizeof(line.prefix), "[TESSEL_PRT]:PID[%d]:TID[%ld]:[%s](%d): ", processId, threadId,
+                     where.function, where.line);
+            break;
+        case LogKind::kDebug:
+            snprintf(line.prefix, sizeof(line.prefix), "[TESSEL_DBG]PID[%d]TID[%ld]:[%s](%d): ", processId, threadId,
+                     where.function, where.line);
+            break;
+    }
+}
+
+void WriteToFile(std::FILE*& file, const std::atomic<i32>& flag, const Line& line) {
+    if (flag.load(std::memory_order_relaxed) == 0) return;
+    const std::lock_guard lock(g_logFileLock);
+    if (file != nullptr) fprintf(file, "%s%s", line.prefix, line.message);
+}
+
+void Emit(LogKind kind, const Line& line) {
+    const bool debugging = kind == LogKind::kDebug;  // a debug line that came this far goes everywhere
+    if (debugging || LevelReaches(kind)) {
+        syslog(SyslogPriority(kind), "%s%s", line.prefix, line.message);
+        WriteToFile(pLogLibFd, nLogLibFlag, line);
+        WriteToFile(pLogDaemonFd, nLogDaemonFlag, line);
+    }
+    if (debugging || FileExists(kConsoleSwitchFile)) {
+        printf("%s%s", line.prefix, line.message);
+        fflush(stdout);
+    }
+}
+
+}  // namespace
+
+bool LogWanted(LogKind kind) {
+    if (LevelReaches(kind)) return true;
+    const ErrnoKeeper keeper;
+    return FileExists(kind == LogKind::kDebug ? kDebugSwitchFile : kConsoleSwitchFile);
+}
+
+void LogLine(LogKind kind, CallSite where, const char* format, ...) {
+    const ErrnoKeeper keeper;
+    char* text = nullptr;
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vasprintf(&text, format, arguments);
+    va_end(arguments);
+    if (length < 0) return;
+    // Writing is a cancellation point: the text must not be lost with a worker that is cancelled here.
+    const std::unique_ptr<char, decltype(&free)> owner(text, &free);
+
+    Line line{};
+    line.message = text;
+    ComposePrefix(line, kind, where);
+    Emit(kind, line);
+}
+
+void LogPerror(CallSite where, const char* message) {
+    const ErrnoKeeper keeper;
+    const int error = errno;
+    if (!LogWanted(LogKind::kError)) return;
+    Line line{};
+    snprintf(line.prefix, sizeof(line.prefix), "[TESSEL_PERROR]PID[%d]:TID[%ld]:%s(%d):%s{errno(%d):%s}\n",
+             static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)), where.function, where.line, message,
+             error, strerror(error));
+    line.message = "";
+    Emit(LogKind::kError, line);
+}
+
+}  // namespace tessel

@@ -1,0 +1,46 @@
+// The four log forms. A line goes to syslog (facility local6), to the log files that are open and to standard output,
+// each as the level and the switch files decide:
+//
+//   form     syslog and log files            standard output
+//   ERR      level above 1                   when "/tmp/tessellog" exists
+//   PRT      level above 3                   when "/tmp/tessellog" exists
+//   DBG      level 5 and above, or when "/tmp/tesseldebug" exists; then everywhere
+//   PERROR   as ERR; adds errno and its text
+//
+// No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments.
+#pragma once
+
+#include "core/call_site.h"
+#include "core/types.h"
+
+namespace tessel {
+
+enum class LogKind { kError, kPrint, kDebug };
+
+// True when a line of this kind reaches at least one destination now. Keeps errno.
+[[nodiscard]] bool LogWanted(LogKind kind);
+
+// Writes one line, which `format` ends with '\n'. Usually called through the macros below; helpers that log in their
+// caller's name call it with the caller's CallSite.
+[[gnu::format(printf, 3, 4)]] void LogLine(LogKind kind, CallSite where, const char* format, ...);
+
+// Writes one line with `message`, errno and errno's text, at error level.
+void LogPerror(CallSite where, const char* message);
+
+}  // namespace tessel
+
+#define TESSEL_LOG_AT(kind, where, format, ...)                                     \
+    do {                                                                            \
+        if (::tessel::LogWanted(kind)) {                                            \
+            ::tessel::LogLine(kind, where, format "\n" __VA_OPT__(, ) __VA_ARGS__); \
+        }                                                                           \
+    } while (false)
+
+#define TESSEL_ERR_AT(where, ...) TESSEL_LOG_AT(::tessel::LogKind::kError, where, __VA_ARGS__)
+#define TESSEL_PRT_AT(where, ...) TESSEL_LOG_AT(::tessel::LogKind::kPrint, where, __VA_ARGS__)
+#define TESSEL_DBG_AT(where, ...) TESSEL_LOG_AT(::tessel::LogKind::kDebug, where, __VA_ARGS__)
+
+#define TESSEL_ERR(...)        TESSEL_ERR_AT(::tessel::CallSite::Current(), __VA_ARGS__)
+#define TESSEL_PRT(...)        TESSEL_PRT_AT(::tessel::CallSite::Current(), __VA_ARGS__)
+#define TESSEL_DBG(...)        TESSEL_DBG_AT(::tessel::CallSite::Current(), __VA_ARGS__)
+#define TESSEL_PERROR(message) ::tessel::LogPerror(::tessel::CallSite::Current(), message)

@@ -1,0 +1,124 @@
+#include "core/log_control.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/log.h"
+#include "core/log_state.h"
+#include "core/text.h"
+#include "core/unique_fd.h"
+
+using tessel::FieldText;
+using tessel::g_logFileLock;
+using tessel::UniqueFd;
+
+const char g_achLogLevel[4][16] = {"err", "warning", "notice", "info"};
+
+namespace {
+
+// Time for writers to finish before a file is closed. The lock alone makes closing safe; that closing takes a second is
+// what applications know.
+constexpr unsigned kCloseDelaySeconds = 1;
+
+// One of the two files, the codes that concern it, and where it lies when no path is given.
+struct FileRole {
+    std::FILE*& file;
+    std::atomic<i32>& flag;
+    u32 openCode;
+    u32 closeCode;
+    const char* defaultPath;
+};
+
+void CloseLogFile(const FileRole& role) {
+    role.flag.store(0, std::memory_order_relaxed);
+    sleep(kCloseDelaySeconds);
+    const std::lock_guard lock(g_logFileLock);
+    if (role.file == nullptr) return;
+    fflush(role.file);
+    fsync(fileno(role.file));
+    fclose(role.file);
+    role.file = nullptr;
+}
+
+// Creates or truncates `path`; null when that fails. No tool that the daemon runs inherits the file.
+std::FILE* OpenTruncated(const char* path) {
+    constexpr mode_t kMode = 0666;
+    UniqueFd fd(open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
+    if (!fd.IsOpen()) return nullptr;
+    std::FILE* file = fdopen(fd.Get(), "w+");
+    if (file == nullptr) return nullptr;
+    (void)fd.Release();
+    // People follow the file while the process runs: a line is there as soon as it was written.
+    setvbuf(file, nullptr, _IOLBF, BUFSIZ);
+    return file;
+}
+
+i32 OpenLogFile(const FileRole& role, const char* path) {
+    if (path[0] != '\0') {
+        TESSEL_PRT("config lib log file %s", path);
+    } else {
+        path = role.defaultPath;
+        TESSEL_PRT("have not config lib log file, use default %s", path);
+    }
+    std::FILE* opened = OpenTruncated(path);
+    if (opened == nullptr) {
+        TESSEL_ERR("%s open fail", path);
+        return -1;
+    }
+    const std::lock_guard lock(g_logFileLock);
+    // Left open, the previous file would be lost, and after some hundred commands no descriptor would be free.
+    if (role.file != nullptr) fclose(role.file);
+    role.file = opened;
+    role.flag.store(1, std::memory_order_relaxed);
+    return 0;
+}
+
+i32 ManageLogFile(const FileRole& role, u32 code, const char* path) {
+    if (code < TESSEL_LOG_OPEN_LIB || code > TESSEL_LOG_CLOSE_BOTH) {
+        TESSEL_ERR("eCmd is error %d", static_cast<i32>(code));
+        return -1;
+    }
+    if (code == role.closeCode || code == TESSEL_LOG_CLOSE_BOTH) CloseLogFile(role);
+    if (code == role.openCode || code == TESSEL_LOG_OPEN_BOTH) return OpenLogFile(role, path);
+    return 0;
+}
+
+}  // namespace
+
+i32 TesselDebugLevelSet(i32 level) {
+    tessel::g_logLevel.store(level, std::memory_order_relaxed);
+    return 0;
+}
+
+i32 LogLibFileManage(const LogFileCtl* ctl) {
+    if (ctl == nullptr) {
+        TESSEL_ERR("params error");
+        return -1;
+    }
+    const FileRole role{.file = pLogLibFd,
+                        .flag = nLogLibFlag,
+                        .openCode = TESSEL_LOG_OPEN_LIB,
+                        .closeCode = TESSEL_LOG_CLOSE_LIB,
+                        .defaultPath = "/tmp/tessel_lib.log"};
+    return ManageLogFile(role, ctl->eCmd, FieldText(ctl->achLibPath).Get());
+}
+
+i32 LogDaemonFileManage(const LogFileCtl* ctl) {
+    if (ctl == nullptr) {
+        TESSEL_ERR("params error");
+        return -1;
+    }
+    const FileRole role{.file = pLogDaemonFd,
+                        .flag = nLogDaemonFlag,
+                        .openCode = TESSEL_LOG_OPEN_DAEMON,
+                        .closeCode = TESSEL_LOG_CLOSE_DAEMON,
+                        .defaultPath = "/tmp/tessel_daemon.log"};
+    const i32 result = ManageLogFile(role, ctl->eCmd, FieldText(ctl->achDaemonPath).Get());
+    if (ctl->eCmd == TESSEL_LOG_CLOSE_DAEMON || ctl->eCmd == TESSEL_LOG_CLOSE_BOTH) {
+        // Closing this file forgets the library's as well, without closing it: that one belongs to whoever opened it.
+        const std::lock_guard lock(g_logFileLock);
+        pLogLibFd = nullptr;
+    }
+    return result;
+}

@@ -1,0 +1,19 @@
+// What governs the log: the level and the two log files.
+#pragma once
+
+#include "core/types.h"
+#include "tessel/log.h"
+
+// The words that syslog uses for its levels. Rules with a LOG target take the third.
+extern const char g_achLogLevel[4][16];
+
+// Sets the log level; any value is taken. Initially 2. Returns 0.
+i32 TesselDebugLevelSet(i32 level);
+
+// Opens (1, 5) or closes (2, 6) the library's log file as ctl->eCmd says; 3 and 4 do nothing. Opening truncates;
+// closing takes a second. Returns 0, or -1 with a log line: null, a code outside 1 to 6, or a file that cannot be
+// opened.
+i32 LogLibFileManage(const LogFileCtl* ctl);
+
+// The same for the daemon's log file: 3 and 5 open, 4 and 6 close, 1 and 2 do nothing.
+i32 LogDaemonFileManage(const LogFileCtl* ctl);

@@ -1,0 +1,124 @@
+#include "core/process.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "core/log.h"
+#include "core/system.h"
+#include "core/unique_fd.h"
+
+using tessel::CallSite;
+using tessel::UniqueFd;
+
+namespace {
+
+constexpr i32 kCmdlineBytes = 999;
+constexpr i32 kStatusLineBytes = 1000;
+constexpr i32 kCommLineBytes = 50;
+
+constexpr char kOpenFailure[] = "open direct error.";
+
+using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+// Calls `matches` with the name of each subdirectory until it says yes; that name as a number. 0: none did.
+template <typename Predicate>
+i32 FindSubdirectory(const char* dir, const char* failure, CallSite where, Predicate matches) {
+    const Directory directory(opendir(dir), &closedir);
+    if (directory == nullptr) {
+        TESSEL_ERR_AT(where, "%s", failure);
+        return -1;
+    }
+    while (const dirent* entry = readdir(directory.get())) {
+        if (entry->d_type == DT_DIR && matches(entry->d_name)) return atoi(entry->d_name);
+    }
+    return 0;
+}
+
+// Reads `dir`/`entry`/`file` into the zeroed buffer, `bytes` at most. False when it cannot be read.
+bool ReadProcessFile(const char* dir, const char* entry, const char* file, char* buffer, i32 bytes) {
+    char path[512];
+    const int length = snprintf(path, sizeof(path), "%s%s/%s", dir, entry, file);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(path)) return false;
+    return ReadFileToBuf(path, buffer, bytes) >= 0;
+}
+
+// Arguments in "/proc/PID/cmdline" end with NUL: as blanks they make one text.
+void JoinArguments(char* cmdline, i32 bytes) {
+    i32 last = bytes;
+    while (last > 0 && cmdline[last - 1] == '\0')
+        --last;
+    for (i32 i = 0; i < last; ++i) {
+        if (static_cast<unsigned char>(cmdline[i]) < ' ') cmdline[i] = ' ';
+    }
+}
+
+i32 FindByCmdline(const char* dir, const char* name, const char* name2, const char* except, CallSite where) {
+    return FindSubdirectory(dir, kOpenFailure, where, [&](const char* entry) {
+        char cmdline[kCmdlineBytes + 1] = {};
+        if (!ReadProcessFile(dir, entry, "cmdline", cmdline, kCmdlineBytes)) return false;
+        JoinArguments(cmdline, kCmdlineBytes);
+        if (except != nullptr && strstr(cmdline, except) != nullptr) return false;
+        if (name2 != nullptr && strstr(cmdline, name2) == nullptr) return false;
+        return strstr(cmdline, name) != nullptr;
+    });
+}
+
+}  // namespace
+
+i32 GetServicePid(const char* dir, const char* name) {
+    return FindSubdirectory(dir, kOpenFailure, CallSite::Current(), [&](const char* entry) {
+        char status[kStatusLineBytes + 1] = {};
+        if (!ReadProcessFile(dir, entry, "status", status, kStatusLineBytes)) return false;
+        *strchrnul(status, '\n') = '\0';
+        return strstr(status, name) != nullptr;
+    });
+}
+
+i32 GetServicePidFromCmdline(const char* dir, const char* name, const char* name2) {
+    return FindByCmdline(dir, name, name2, nullptr, CallSite::Current());
+}
+
+i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* name2, const char* except) {
+    if (except == nullptr) {
+        TESSEL_ERR("the pchExcept is !NULL");
+        return -1;
+    }
+    return FindByCmdline(dir, name, name2, except, CallSite::Current());
+}
+
+i32 CheckCmdByPid(i32 pid, const char* name) {
+    char wanted[16];
+    snprintf(wanted, sizeof(wanted), "%d", pid);
+    // Looked for in the list: as a path, "/proc/TID" would also answer for a mere thread.
+    const i32 found = FindSubdirectory("/proc", "read dir error!", CallSite::Current(),
+                                       [&](const char* entry) { return strcmp(entry, wanted) == 0; });
+    if (found < 0) return -1;
+    if (found == 0) {
+        TESSEL_ERR("can't find %s in pid directory %d!", name, pid);
+        return 0;
+    }
+    char path[64];
+    snprintf(path, sizeof(path), "/proc/%d/comm", pid);
+    if (access(path, R_OK) != 0) {
+        TESSEL_PERROR("access file error:");
+        TESSEL_ERR("access file error:[%s]!", path);
+        return -1;
+    }
+    const UniqueFd comm(open(path, O_RDONLY | O_CLOEXEC));
+    if (!comm.IsOpen()) {
+        TESSEL_PERROR("open file error:");
+        TESSEL_ERR("open file error:[%s]!", path);
+        return -1;
+    }
+    char line[kCommLineBytes + 1] = {};
+    if (read(comm.Get(), line, kCommLineBytes) <= 0) {
+        TESSEL_ERR("read file error:[%s]!", path);
+        return -1;
+    }
+    return strstr(line, name) != nullptr ? 1 : 0;
+}

@@ -1,0 +1,19 @@
+// Finding processes in "/proc". `dir` ends with '/' (callers pass "/proc/").
+//
+// The first three return the pid of the first match, 0 when none matches, -1 with a log line when `dir` cannot be read.
+#pragma once
+
+#include "core/types.h"
+
+// The process whose command name (the first line of its status file) contains `name`.
+i32 GetServicePid(const char* dir, const char* name);
+
+// The process whose command line contains `name` and, unless it is null, `name2`. Words are joined by blanks; 999 bytes
+// are looked at.
+i32 GetServicePidFromCmdline(const char* dir, const char* name, const char* name2);
+
+// The same, leaving out command lines that contain `except`; -1 when that is null.
+i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* name2, const char* except);
+
+// 1 when process `pid` exists and its command name contains `name`, 0 when not, -1 with a log line on errors.
+i32 CheckCmdByPid(i32 pid, const char* name);

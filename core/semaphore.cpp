@@ -1,0 +1,46 @@
+#include "core/semaphore.h"
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+
+#include "core/log.h"
+
+namespace {
+
+// semctl(2): the caller declares it.
+union SemaphoreArgument {
+    int val;
+    semid_ds* buf;
+    unsigned short* array;
+};
+
+i32 Report(bool succeeded, const char* failure, int semid, tessel::CallSite where = tessel::CallSite::Current()) {
+    if (succeeded) return 0;
+    TESSEL_ERR_AT(where, "%s", failure);
+    TESSEL_ERR_AT(where, "sem_id:%d", semid);
+    return -1;
+}
+
+bool Operate(int semid, short step) {
+    sembuf operation{.sem_num = 0, .sem_op = step, .sem_flg = SEM_UNDO};
+    return semop(semid, &operation, 1) != -1;
+}
+
+}  // namespace
+
+i32 set_semvalue(int semid) {
+    constexpr SemaphoreArgument kOne{.val = 1};
+    return Report(semctl(semid, 0, SETVAL, kOne) != -1, "set_semvalue error", semid);
+}
+
+i32 del_semvalue(int semid) {
+    return Report(semctl(semid, 0, IPC_RMID) != -1, "del_semvalue error", semid);
+}
+
+i32 semaphore_p(int semid) {
+    return Report(Operate(semid, -1), "semaphore_p error", semid);
+}
+
+i32 semaphore_v(int semid) {
+    return Report(Operate(semid, 1), "semaphore_v error", semid);
+}

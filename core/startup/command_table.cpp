@@ -1,0 +1,51 @@
+#include "core/startup/command_table.h"
+
+#include <algorithm>
+#include <array>
+
+#include "addr/address_api.h"
+#include "route/mtu_api.h"
+#include "route/service_api.h"
+#include "stat/log_api.h"
+#include "tessel/command.h"
+
+namespace {
+
+using tessel::CommandRow;
+
+constexpr auto kCommands = std::to_array<CommandRow>({
+    // Addressing and routing
+    {TESSEL_CMD_IPADDR_GET, &ApidIpaddrGet},
+    {TESSEL_CMD_IPADDR_SHOW, &apid_ipaddr_show_filter},
+    {TESSEL_CMD_MTU_SET, &ApidMtuSet},
+    {TESSEL_CMD_MTU_GET, &ApidMtuGet},
+    {TESSEL_CMD_SERVICE_STOP, &ApidServiceStop},
+    // Logs
+    {TESSEL_CMD_LOG_FILE, &ApidLogFileManage},
+    {TESSEL_CMD_LOG_LEVEL, &ApidLogSwitch},
+});
+
+constexpr bool EveryCodeOccursOnce() {
+    return std::all_of(kCommands.begin(), kCommands.end(), [](const CommandRow& row) {
+        return std::count_if(kCommands.begin(), kCommands.end(),
+                             [&](const CommandRow& other) { return other.type == row.type; }) == 1;
+    });
+}
+static_assert(EveryCodeOccursOnce(), "a code has one handler");
+
+}  // namespace
+
+namespace tessel {
+
+std::span<const CommandRow> ServedCommands() {
+    return kCommands;
+}
+
+}  // namespace tessel
+
+i32 IpcApiRegisterAll() {
+    IpcApiInit(&g_tIpcApiCommonHead);
+    for (const CommandRow& row : kCommands)
+        (void)IpcApiRegisterOne(row.type, row.handler);
+    return 0;
+}

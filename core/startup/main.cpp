@@ -1,0 +1,5 @@
+#include "core/startup/startup.h"
+
+int main() {
+    TesselDaemonMain();
+}

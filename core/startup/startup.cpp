@@ -1,0 +1,77 @@
+#include "core/startup/startup.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "core/log.h"
+#include "core/server.h"
+#include "core/startup/command_table.h"
+#include "core/startup/version.h"
+#include "probe/netdev_table.h"
+
+namespace {
+
+// A descriptor below 3 that was closed by whoever started the daemon would be given to a socket, and a tool's output
+// would go there.
+void OccupyStandardDescriptors() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) close(fd);
+}
+
+// Forks and ends the parent.
+void ContinueInChild() {
+    const pid_t pid = fork();
+    if (pid < 0) {
+        TESSEL_PERROR("fork error");
+        _exit(EXIT_FAILURE);
+    }
+    if (pid > 0) _exit(EXIT_SUCCESS);
+}
+
+void SetSignalActions() {
+    signal(SIGHUP, SIG_IGN);
+    signal(SIGINT, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL);  // tools are waited for
+    signal(SIGPIPE, SIG_IGN);  // a client that has gone makes the write fail
+}
+
+}  // namespace
+
+void DaemonInit() {
+    ContinueInChild();
+    setsid();
+    ContinueInChild();
+    if (chdir("/tmp") != 0) TESSEL_PERROR("chdir error");
+    umask(0);
+}
+
+i32 TesselDaemonInit() {
+    DaemonInit();
+    SetSignalActions();
+    return NetdevTableInit();
+}
+
+// Lines of the start are errors by kind: they reach the log at its initial level.
+void TesselDaemonMain() {
+    OccupyStandardDescriptors();
+    TESSEL_ERR("[TESSEL_DAEMON]: TESSEL_DAEMON INIT %s %s", __DATE__, __TIME__);
+    char banner[256] = {};
+    (void)NetQueryVersion(banner, sizeof(banner));  // fits, and logs when it does not
+    TESSEL_ERR("[TESSEL_DAEMON]: %s", banner);
+    (void)TesselDaemonInit();  // a module that is missing is no reason not to serve the others
+    TESSEL_ERR("[TESSEL_DAEMON]: daemon init done");
+    NetSaveVersionInfo();
+    (void)IpcApiRegisterAll();  // always 0
+    TESSEL_ERR("[TESSEL_DAEMON]: api register done");
+    (void)IpcApiDaemonInit();
+    // Without a socket no command is served; the workers go on.
+    while (true)
+        sleep(1);
+}

@@ -1,0 +1,30 @@
+// The active-interface table: which Ethernet-like interfaces are up, with their MAC and addresses.
+#pragma once
+
+#include <pthread.h>
+
+#include "core/types.h"
+#include "tessel/address.h"
+
+constexpr u32 kNetdevMax = 16;
+
+struct TNetdevRecord {
+    char achDevName[16];
+    u32 bActive;  // records with 0 are skipped
+    u8 abyMac[6];
+    TNetIfaceIp tIfaceIp;     // IPv4 addresses first
+    u32 bV6MacConflict;       // a MAC conflict was reported on the IPv6 side since the table was built
+    u32 bV6ConflictReserved;  // cleared with it
+};
+
+struct TNetdevMember {
+    u32 dwNum;  // filled records
+    TNetdevRecord atRecord[kNetdevMax];
+    pthread_mutex_t tMutex;  // held for every rebuild and read of the table
+};
+
+// Null until NetdevTableInit, and when that failed.
+extern TNetdevMember* g_ptNetdevMember;
+
+// Allocates the table, zeroed, and makes its mutex. 0, or -1 with a log line.
+[[nodiscard]] i32 NetdevTableInit();

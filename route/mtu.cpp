@@ -1,0 +1,40 @@
+#include "route/mtu.h"
+
+#include <net/if.h>
+#include <sys/ioctl.h>
+
+#include <cerrno>
+
+#include "core/log.h"
+#include "core/netif.h"
+
+using tessel::CopyInterfaceName;
+using tessel::InterfaceIoctl;
+
+i32 MtuSet(const char* interfaceName, u32 mtu) {
+    ifreq request{};
+    if (!CopyInterfaceName(request.ifr_name, interfaceName)) {
+        TESSEL_ERR("the interface name %s is too long!", interfaceName);
+        return -1;
+    }
+    request.ifr_mtu = static_cast<int>(mtu);
+    if (InterfaceIoctl(SIOCSIFMTU, &request) == 0) return 0;
+    return errno == EBUSY ? kMtuBusy : -1;
+}
+
+i32 MtuGet(const char* interfaceName, u32* mtu) {
+    if (mtu == nullptr) {
+        TESSEL_ERR("the pdwMtu is NULL!");
+        return -1;
+    }
+    TESSEL_PRT("MtuGet pchIfaceName : %s", interfaceName);
+    ifreq request{};
+    if (!CopyInterfaceName(request.ifr_name, interfaceName)) {
+        TESSEL_ERR("the interface name %s is too long!", interfaceName);
+        return -1;
+    }
+    if (InterfaceIoctl(SIOCGIFMTU, &request) != 0) return -1;
+    *mtu = static_cast<u32>(request.ifr_mtu);
+    TESSEL_PRT("MtuGet mtu : %d", request.ifr_mtu);
+    return 0;
+}

@@ -1,0 +1,55 @@
+#include "route/service.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "core/exec.h"
+#include "core/log.h"
+#include "core/system.h"
+#include "core/text.h"
+
+namespace {
+
+constexpr char kStopCommand[] = "killall killall -9 %s";
+
+struct ServiceProcess {
+    const char* service;
+    const char* onDesktop;
+    const char* onDevice;
+};
+
+constexpr ServiceProcess kServiceProcesses[] = {
+    {"ssh", "sshd", "dropbear"},
+    {"telnetd", "in.telnetd", "telnetd"},
+    {"ftpd", "vsftpd", "ftpd"},
+};
+
+constexpr char kOwnProcess[] = "tessel_daemon";
+
+const char* ProcessOfService(const char* serviceName) {
+    const auto* const found = std::find_if(std::begin(kServiceProcesses), std::end(kServiceProcesses),
+                                           [&](const auto& row) { return strcmp(row.service, serviceName) == 0; });
+    if (found == std::end(kServiceProcesses)) return serviceName;
+    return IsUbuntuHost() == 1 ? found->onDesktop : found->onDevice;
+}
+
+// killall takes a name with '/' for a program file and one with '-' for an option: either could reach this daemon. It
+// never ends itself: nobody would answer.
+bool MayBeStopped(const char* processName) {
+    return tessel::IsOneWord(processName) && processName[0] != '-' && strchr(processName, '/') == nullptr &&
+           strcmp(processName, kOwnProcess) != 0;
+}
+
+}  // namespace
+
+i32 ServiceStop(const char* serviceName) {
+    const char* processName = ProcessOfService(serviceName);
+    if (!MayBeStopped(processName)) {
+        TESSEL_ERR("the service name [%s] is invalid!", processName);
+        return -1;
+    }
+    tessel::CommandLine command;
+    if (!tessel::ComposeCommand(command, kStopCommand, processName)) return -1;
+    return ExecCmd(command.text, sizeof(command.text), 0);
+}

@@ -1,0 +1,14 @@
+#include "route/service_api.h"
+
+#include "core/api_reply.h"
+#include "core/log.h"
+#include "core/text.h"
+#include "route/service.h"
+#include "tessel/service.h"
+
+i32 ApidServiceStop(int fd, u32 type, const void* payload, i32 size) {
+    const auto request = tessel::ApiRequest<TNetServiceStopReq>(payload, size);
+    const i32 result = ServiceStop(tessel::FieldText(request.achServiceName).Get());
+    if (result != 0) TESSEL_ERR("ExecCmd Service Stop error!");
+    return tessel::ApiReplyStatus(fd, type, result);
+}

@@ -207,6 +207,7 @@ bool BothOrNeither(const void* data, i32 size) {
 }
 
 i32 SendAndReceive(const Exchange& exchange, CallSite where) {
+    const tessel::LogSwitchMemory switchMemory;
     const i32 size = exchange.head.size;
     if (!BothOrNeither(exchange.data, size) || !BothOrNeither(exchange.reply, exchange.replySize) || size < 0 ||
         exchange.replySize < 0) {

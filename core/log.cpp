@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 
 #include "core/log_state.h"
@@ -24,8 +25,15 @@ std::mutex g_logFileLock;
 
 namespace {
 
-constexpr char kConsoleSwitchFile[] = "/tmp/tessellog";
-constexpr char kDebugSwitchFile[] = "/tmp/tesseldebug";
+// A switch file and, while its thread holds a LogSwitchMemory, what was last seen of it.
+struct LogSwitch {
+    const char* path;
+    bool exists = false;
+    u64 seenAtTick = 0;  // 0: not seen yet
+};
+thread_local LogSwitch t_consoleSwitch{.path = "/tmp/tessellog"};
+thread_local LogSwitch t_debugSwitch{.path = "/tmp/tesseldebug"};
+thread_local bool t_remembersSwitches = false;
 
 constexpr i32 kErrorAbove = 1;
 constexpr i32 kPrintAbove = 3;
@@ -49,8 +57,21 @@ struct Line {
     const char* message;
 };
 
-bool FileExists(const char* path) {
-    return access(path, F_OK) == 0;
+// Milliseconds of a clock that is read without entering the kernel, and advances with its ticks. Never 0.
+u64 CurrentTick() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<u64>(now.tv_sec) * 1000 + static_cast<u64>(now.tv_nsec) / 1000000 + 1;
+}
+
+bool IsOn(LogSwitch& logSwitch) {
+    if (!t_remembersSwitches) return access(logSwitch.path, F_OK) == 0;
+    const u64 tick = CurrentTick();
+    if (logSwitch.seenAtTick != tick) {
+        logSwitch.exists = access(logSwitch.path, F_OK) == 0;
+        logSwitch.seenAtTick = tick;
+    }
+    return logSwitch.exists;
 }
 
 bool LevelReaches(LogKind kind) {
@@ -111,7 +132,7 @@ void Emit(LogKind kind, const Line& line) {
         WriteToFile(pLogLibFd, nLogLibFlag, line);
         WriteToFile(pLogDaemonFd, nLogDaemonFlag, line);
     }
-    if (debugging || FileExists(kConsoleSwitchFile)) {
+    if (debugging || IsOn(t_consoleSwitch)) {
         printf("%s%s", line.prefix, line.message);
         fflush(stdout);
     }
@@ -119,10 +140,21 @@ void Emit(LogKind kind, const Line& line) {
 
 }  // namespace
 
+LogSwitchMemory::LogSwitchMemory() : outerRemembers_(t_remembersSwitches) {
+    if (outerRemembers_) return;
+    t_consoleSwitch.seenAtTick = 0;
+    t_debugSwitch.seenAtTick = 0;
+    t_remembersSwitches = true;
+}
+
+LogSwitchMemory::~LogSwitchMemory() {
+    t_remembersSwitches = outerRemembers_;
+}
+
 bool LogWanted(LogKind kind) {
     if (LevelReaches(kind)) return true;
     const ErrnoKeeper keeper;
-    return FileExists(kind == LogKind::kDebug ? kDebugSwitchFile : kConsoleSwitchFile);
+    return IsOn(kind == LogKind::kDebug ? t_debugSwitch : t_consoleSwitch);
 }
 
 void LogLine(LogKind kind, CallSite where, const char* format, ...) {

@@ -6,7 +6,7 @@
 
 namespace tessel {
 
-// One ioctl on a socket of its own. 0, or -1 with a log line in the caller's name and errno set.
+// One ioctl on an AF_INET datagram socket. 0, or -1 with a log line in the caller's name and errno set.
 [[nodiscard]] i32 InterfaceIoctl(unsigned long request, void* arg, CallSite where = CallSite::Current());
 
 // Copies an interface name, NUL included, into a field of 16 bytes. False when it is longer than 15 characters.
@@ -16,7 +16,7 @@ constexpr i32 kInterfaceIndexError = 1201;
 
 }  // namespace tessel
 
-// One ioctl on an AF_INET datagram socket made for it. 0, or -1 with a log line.
+// The same under its own name.
 i32 SocketIoctl(u32 request, void* arg);
 
 // The helpers below return 0, or -1: silently for a null pointer, with a log line for anything else.

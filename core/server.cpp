@@ -1,7 +1,7 @@
 #include "core/server.h"
 
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,7 +18,7 @@ using tessel::UniqueFd;
 namespace {
 
 // How long a client may be connected without having written its request. It is the only one served meanwhile.
-constexpr int kRequestTimeoutMs = 5000;
+constexpr timeval kRequestTimeout{.tv_sec = 5, .tv_usec = 0};
 
 constexpr unsigned kRebuildSeconds = 1;
 
@@ -44,17 +44,14 @@ struct Request {
 };
 static_assert(sizeof(Request) == sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, "read as one block");
 
-// One read of what the client has written, which it may still be about to write. False with a log line.
+// One read of what the client has written or is about to write. False with a log line.
 bool ReadRequest(int connection, Request& request) {
     request = {};
-    ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
-        pollfd readable{.fd = connection, .events = POLLIN, .revents = 0};
-        if (poll(&readable, 1, kRequestTimeoutMs) == 0) {
-            TESSEL_ERR("no request within %d ms!", kRequestTimeoutMs);
-            return false;
-        }
-        count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
+    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof(kRequestTimeout));
+    const ssize_t count = read(connection, &request, sizeof(request));
+    if (count < 0 && errno == EAGAIN) {
+        TESSEL_ERR("no request within %ld seconds!", static_cast<long>(kRequestTimeout.tv_sec));
+        return false;
     }
     if (count < 0) {
         TESSEL_ERR("read error!");
@@ -72,6 +69,7 @@ bool ReadRequest(int connection, Request& request) {
 }
 
 void ServeConnection(int connection, Request& request) {
+    const tessel::LogSwitchMemory switchMemory;
     if (!ReadRequest(connection, request)) return;
     TESSEL_DBG("%s:%d:type=%x", __func__, __LINE__, request.head.type);
     const IpcApiNode* node = IpcApiFindNode(&g_tIpcApiCommonHead, request.head.type);

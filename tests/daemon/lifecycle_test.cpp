@@ -1,0 +1,108 @@
+// From the start of the program to serving, and what happens to its socket.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "tessel/mtu.h"
+#include "tests/support/daemon.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+const TNetMtuGetReq kMtuOfLo{.achDevName = "lo"};
+
+std::string StatusField(pid_t pid, const std::string& field) {
+    std::istringstream status(ReadFile("/proc/" + std::to_string(pid) + "/status"));
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(field + ":\t")) return line.substr(field.size() + 2);
+    }
+    return "";
+}
+
+// The messages of the daemon in the system log, without what differs from run to run.
+std::vector<std::string> SyslogMessages() {
+    std::istringstream log(ReadFile("/var/log/messages"));
+    std::vector<std::string> messages;
+    for (std::string line; std::getline(log, line);) {
+        std::smatch parts;
+        if (std::regex_search(line, parts, std::regex("\\[TESSEL_ERR\\]:.*\\([0-9]+\\): (.*)")))
+            messages.push_back(parts[1]);
+    }
+    return messages;
+}
+
+TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
+    umask(077);
+    const Daemon daemon;
+    const std::string proc = "/proc/" + std::to_string(daemon.Pid());
+    EXPECT_EQ(std::filesystem::read_symlink(proc + "/cwd"), "/tmp");
+    EXPECT_EQ(StatusField(daemon.Pid(), "Umask"), "0000");
+    EXPECT_NE(getsid(daemon.Pid()), getsid(0));
+    EXPECT_NE(getsid(daemon.Pid()), daemon.Pid()) << "not the session's leader: it never gets a terminal";
+    // Ignored: SIGHUP (1), SIGINT (2) and SIGPIPE (13).
+    EXPECT_EQ(std::stoull(StatusField(daemon.Pid(), "SigIgn"), nullptr, 16) & 0x11003U, 0x1003U);
+    EXPECT_EQ(StatusField(daemon.Pid(), "Threads"), "1");
+    struct stat socketFile {};
+    ASSERT_EQ(stat("/tmp/api_daemon", &socketFile), 0);
+    EXPECT_EQ(socketFile.st_mode & 0777U, 0777U) << "unmasked";
+
+    EXPECT_TRUE(Eventually([] { return SyslogMessages().size() >= 6; }));
+    EXPECT_THAT(
+        SyslogMessages(),
+        testing::IsSupersetOf({MatchesRegex("\\[TESSEL_DAEMON\\]: TESSEL_DAEMON INIT ... .. .... ..:..:.."),
+                               MatchesRegex("\\[TESSEL_DAEMON\\]: Tessels Module Version: V2.0.6.4a7a76ab .*")}));
+    std::vector<std::string> later = SyslogMessages();
+    later.erase(later.begin(), later.begin() + 2);
+    later.resize(4);
+    EXPECT_THAT(later, ElementsAre("[TESSEL_DAEMON]: daemon init done", "/proc/veltrac/version did not exist!",
+                                   "[TESSEL_DAEMON]: api register done", "[TESSEL_DAEMON]: api daemon start"));
+}
+
+TEST(Lifecycle, HangUpAndInterruptDoNotEndIt) {
+    const Daemon daemon;
+    for (const int signal : {SIGHUP, SIGINT, SIGPIPE})
+        kill(daemon.Pid(), signal);
+    EXPECT_TRUE(Request(0x112, Bytes(kMtuOfLo)).has_value());
+}
+
+TEST(Lifecycle, ASecondStartTakesTheSocketOver) {
+    WriteFile("/tmp/api_daemon", "left behind by a crash");
+    const Daemon first;
+    ASSERT_EQ(std::system(TESSEL_DAEMON_PATH), 0);
+    EXPECT_TRUE(Eventually([&] { return ServingPid() != 0 && ServingPid() != first.Pid(); }));
+    EXPECT_TRUE(Request(0x112, Bytes(kMtuOfLo)).has_value());
+}
+
+// A path that cannot be bound is tried again once a second, not in a busy loop, and served once it can be.
+TEST(Lifecycle, SocketThatCannotBeBoundIsRetried) {
+    std::filesystem::create_directory("/tmp/api_daemon");
+    ASSERT_EQ(std::system(TESSEL_DAEMON_PATH), 0);
+    ASSERT_TRUE(Eventually([] {
+        const auto messages = SyslogMessages();
+        return std::count(messages.begin(), messages.end(), "creat unix domain server fail, sleep a while!") >= 2;
+    }));
+    const std::string log = ReadFile("/var/log/messages");
+    const std::regex bindFailure("bind error");
+    const auto failures =
+        std::distance(std::sregex_iterator(log.begin(), log.end(), bindFailure), std::sregex_iterator());
+    EXPECT_LE(failures, 4);
+    EXPECT_EQ(log.find("Bad file descriptor"), std::string::npos) << "a descriptor was closed twice";
+    std::filesystem::remove("/tmp/api_daemon");
+    EXPECT_TRUE(Eventually([] { return Request(0x112, Bytes(kMtuOfLo)).has_value(); }));
+}
+
+}  // namespace
+}  // namespace tessel::test

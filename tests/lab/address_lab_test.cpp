@@ -1,0 +1,68 @@
+// The real `ip` tool and the real kernel.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "tessel/address.h"
+#include "tests/support/daemon.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+namespace {
+
+void RunOnDevice(const std::string& command) {
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+TNetIpaddrGetReply AddressesOf(u16 family, const char* interfaceName) {
+    TNetIpaddrGetReq request{.wSinFamily = family, .achDevName = {}};
+    strncpy(request.achDevName, interfaceName, sizeof(request.achDevName));
+    TNetIpaddrGetReply reply{};
+    const auto bytes = Request(0x115, Bytes(request));
+    if (bytes) memcpy(&reply, bytes->data(), std::min(bytes->size(), sizeof(reply)));
+    return reply;
+}
+
+std::string TextOf(const TNetIpAddr& address) {
+    char text[INET6_ADDRSTRLEN];
+    return std::string(inet_ntop(address.wSinFamily, address.abyAddr, text, sizeof(text))) + "/" +
+           std::to_string(address.dwPrefixLen);
+}
+
+TEST(AddressLab, DaemonTellsWhatTheKernelHas) {
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 10.0.0.1 peer 10.0.0.2/32 dev eth0");
+    RunOnDevice("ip addr add 2001:db8::20/64 dev eth0 nodad");
+    const Daemon daemon;
+    const TNetIpaddrGetReply reply = AddressesOf(11, "eth0");
+    ASSERT_EQ(reply.nResult, 0);
+    ASSERT_EQ(reply.tIfaceIp.dwNum, 4U) << "and the link-local one";
+    EXPECT_EQ(TextOf(reply.tIfaceIp.atIp[0]), "192.168.1.20/24");
+    EXPECT_EQ(TextOf(reply.tIfaceIp.atIp[1]), "10.0.0.1/32");
+    EXPECT_EQ(TextOf(reply.tIfaceIp.atIp[2]), "2001:db8::20/64");
+    EXPECT_EQ(reply.tIfaceIp.atIp[2].dwScope, 4U);
+    EXPECT_EQ(reply.tIfaceIp.atIp[3].dwScope, 2U);
+    EXPECT_EQ(AddressesOf(11, "eth9").nResult, -1);
+
+    const auto show = Request(0x11B, std::string("eth0") + std::string(12, '\0'));
+    TNetIpaddrShowReply info{};
+    memcpy(&info, show->data(), sizeof(info));
+    EXPECT_EQ(info.tInfo.mac + std::string("\n"), ReadFile("/sys/class/net/eth0/address"));
+    EXPECT_EQ(info.tInfo.num, 4U);
+}
+
+// The tool prints some 30 kB here; the first 2000 bytes are read, more addresses than they hold are not told.
+TEST(AddressLab, FiveHundredAddressesAreNoHindrance) {
+    RunOnDevice(
+        "for i in $(seq 1 250); do echo addr add 10.9.0.$i/16 dev eth1; echo addr add 10.9.1.$i/16 dev eth1; done | ip "
+        "-batch -");
+    const Daemon daemon;
+    const TNetIpaddrGetReply reply = AddressesOf(2, "eth1");
+    EXPECT_EQ(reply.nResult, 0);
+    EXPECT_EQ(reply.tIfaceIp.dwNum, 16U);
+}
+
+}  // namespace
+}  // namespace tessel::test

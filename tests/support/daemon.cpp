@@ -1,0 +1,143 @@
+#include "tests/support/daemon.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+#include "core/ipc.h"
+#include "core/unique_fd.h"
+#include "tessel/command.h"
+#include "tessel/mtu.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+
+namespace {
+
+UniqueFd Connect() {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
+    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
+    return fd;
+}
+
+std::string FileNameOf(std::string line) {
+    std::replace(line.begin(), line.end(), '/', '_');
+    return line;
+}
+
+constexpr char kStandIn[] = R"sh(#!/bin/sh
+here=$(dirname "$0")
+line=$(basename "$0")
+for word; do line="$line $word"; done
+echo "$line" >> "$here/runs"
+answer="$here/$(echo "$line" | tr / _)"
+[ ! -f "$answer.out" ] || cat "$answer.out"
+[ ! -f "$answer.status" ] || exit "$(cat "$answer.status")"
+)sh";
+
+}  // namespace
+
+pid_t ServingPid() {
+    const UniqueFd fd = Connect();
+    ucred peer{};
+    socklen_t length = sizeof(peer);
+    if (fd.IsOpen()) getsockopt(fd.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
+    return peer.pid;
+}
+
+std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload) {
+    const UniqueFd fd = Connect();
+    if (!fd.IsOpen()) return std::nullopt;
+    const IpcMsgHead head{.type = type, .size = size, .flag = 0};
+    std::string message(Bytes(head));
+    message += payload;
+    (void)!write(fd.Get(), message.data(), message.size());
+    std::string answer;
+    char piece[4096];
+    for (ssize_t count = 0; (count = read(fd.Get(), piece, sizeof(piece))) > 0;)
+        answer.append(piece, static_cast<std::size_t>(count));
+    return answer;
+}
+
+std::optional<std::string> Request(u32 type, std::string_view payload) {
+    const auto answer = SendRaw(type, static_cast<i32>(payload.size()), payload);
+    if (!answer || answer->size() < sizeof(IpcMsgHead)) return std::nullopt;
+    IpcMsgHead head;
+    memcpy(&head, answer->data(), sizeof(head));
+    EXPECT_EQ(head.type, type);
+    EXPECT_EQ(head.flag, 0U);
+    EXPECT_EQ(static_cast<std::size_t>(head.size), answer->size() - sizeof(head));
+    return answer->substr(sizeof(head));
+}
+
+i32 RequestStatus(u32 type, std::string_view payload) {
+    i32 status = 12345;
+    const auto reply = Request(type, payload);
+    if (reply && reply->size() >= sizeof(status)) memcpy(&status, reply->data(), sizeof(status));
+    return status;
+}
+
+StandInTools::StandInTools(const std::vector<std::string>& names) {
+    char pattern[] = "/tmp/stand-in-XXXXXX";
+    directory_ = mkdtemp(pattern);
+    for (const std::string& name : names) {
+        const std::string path = directory_ + "/" + name;
+        WriteFile(path, kStandIn);
+        chmod(path.c_str(), 0755);
+    }
+    setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
+}
+
+void StandInTools::Answer(const std::string& line, const std::string& output, int status) {
+    const std::string path = directory_ + "/" + FileNameOf(line);
+    WriteFile(path + ".out", output);
+    WriteFile(path + ".status", std::to_string(status));
+}
+
+std::vector<std::string> StandInTools::TakeRuns() {
+    std::istringstream runs(ReadFile(directory_ + "/runs"));
+    std::filesystem::remove(directory_ + "/runs");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(runs, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+Daemon::Daemon() {
+    // The daemon leaves its parents; as a subreaper this process inherits it and learns how it ended.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const pid_t starter = fork();
+    if (starter == 0) {
+        execl(TESSEL_DAEMON_PATH, TESSEL_DAEMON_PATH, nullptr);
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(starter, &status, 0);
+    EXPECT_EQ(status, 0) << "the started process ends with 0 once it has forked";
+    const bool isUp = Eventually([&] { return (pid_ = ServingPid()) != 0; });
+    // Only a served request tells that the probe above is out of the way.
+    if (!isUp || !Request(TESSEL_CMD_MTU_GET, Bytes(TNetMtuGetReq{.achDevName = "lo"}))) {
+        throw std::runtime_error("the daemon does not serve");
+    }
+}
+
+Daemon::~Daemon() {
+    kill(pid_, SIGTERM);
+    int status = 0;
+    EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << "the daemon had ended by itself: " << status;
+}
+
+}  // namespace tessel::test

@@ -1,0 +1,65 @@
+// A running daemon, the tools it finds, and raw requests to it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/types.h"
+
+namespace tessel::test {
+
+// The wire bytes of a record.
+template <typename Record>
+std::string_view Bytes(const Record& record) {
+    return {reinterpret_cast<const char*>(&record), sizeof(record)};
+}
+
+// Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,
+// header included. Nothing when no connection could be made.
+std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload);
+
+// The process that listens; 0 when nobody does.
+pid_t ServingPid();
+
+// One well-formed request; the reply's payload, or nothing when there was none.
+std::optional<std::string> Request(u32 type, std::string_view payload);
+
+// The reply's status word; 12345 without a reply.
+i32 RequestStatus(u32 type, std::string_view payload);
+
+// Programs in front of PATH that note how they are called and answer as they are told.
+class StandInTools {
+  public:
+    explicit StandInTools(const std::vector<std::string>& names);
+
+    // How a tool called with exactly this line ("ip -4 addr show dev eth0") answers; unknown lines succeed silently.
+    void Answer(const std::string& line, const std::string& output, int status = 0);
+
+    // The lines run since the last call, in order.
+    std::vector<std::string> TakeRuns();
+
+  private:
+    std::string directory_;
+};
+
+// Starts the daemon, waits until it serves; ends it and checks that nothing else had ended it.
+class Daemon {
+  public:
+    Daemon();
+    ~Daemon();
+    Daemon(const Daemon&) = delete;
+    Daemon& operator=(const Daemon&) = delete;
+
+    [[nodiscard]] pid_t Pid() const {
+        return pid_;
+    }
+
+  private:
+    pid_t pid_ = 0;
+};
+
+}  // namespace tessel::test

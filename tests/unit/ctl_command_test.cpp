@@ -1,0 +1,256 @@
+// The tool as a whole against a daemon that answers as the tests say.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "client/ctl/commands.h"
+#include "client/ctl/tesselctl.h"
+#include "client/libtessel.h"
+#include "tests/support/files.h"
+#include "tests/unit/libtessel_fake_daemon.h"
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using nlohmann::ordered_json;
+using tessel::ctl::RunTool;
+using tessel::test::FakeDaemon;
+using tessel::test::SeenRequest;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+std::string Contents(std::FILE* file) {
+    std::string text(static_cast<std::size_t>(ftell(file)), '\0');
+    rewind(file);
+    text.resize(fread(text.data(), 1, text.size(), file));
+    fclose(file);
+    return text;
+}
+
+ToolRun RunLine(const std::string& line) {
+    std::istringstream stream(line);
+    std::FILE* out = tmpfile();
+    std::FILE* err = tmpfile();
+    const int status = RunTool({std::istream_iterator<std::string>(stream), {}}, out, err);
+    return {status, Contents(out), Contents(err)};
+}
+
+TNetIpAddr Address(const char* bytes, std::size_t count, u16 family, u32 prefixLength) {
+    TNetIpAddr address{};
+    memcpy(address.abyAddr, bytes, count);
+    address.wSinFamily = family;
+    address.dwPrefixLen = prefixLength;
+    address.dwScope = TESSEL_SCOPE_GLOBAL;
+    return address;
+}
+
+// An eth0 with MTU 1400 whatever is set, and two addresses; commands with a bare status succeed.
+std::string DeviceAnswer(const SeenRequest& request) {
+    TNetIpaddrGetReply list{};
+    TNetIpaddrShowReply info{};
+    switch (request.type) {
+        case TESSEL_CMD_IPADDR_GET:
+            list.tIfaceIp.dwNum = 2;
+            list.tIfaceIp.atIp[0] = Address("\xc0\xa8\x01\x14", 4, 2, 24);
+            list.tIfaceIp.atIp[1] = Address("\x20\x01\x0d\xb8", 4, 10, 64);
+            list.tIfaceIp.atIp[1].bDynamic = 1;
+            return FakeDaemon::Message(list);
+        case TESSEL_CMD_IPADDR_SHOW:
+            // As on the device: nothing but a failure where there is no Ethernet address.
+            if (request.payload.starts_with("lo")) info.nResult = -1;
+            info.tInfo.mtu = 1400;
+            memcpy(info.tInfo.mac, "02:00:00:00:00:01", 17);
+            return FakeDaemon::Message(info);
+        case TESSEL_CMD_MTU_GET:
+            return FakeDaemon::Message(TNetMtuGetReply{.nResult = 0, .dwMtu = 1400});
+        case TESSEL_CMD_LOG_FILE:
+            tessel::test::WriteFile("/tmp/tessel_daemon.log", "");
+            [[fallthrough]];
+        default:
+            return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
+    }
+}
+
+std::string FailingAnswer(const SeenRequest& request) {
+    switch (request.type) {
+        case TESSEL_CMD_IPADDR_GET:
+            return FakeDaemon::Message(TNetIpaddrGetReply{.nResult = -1, .tIfaceIp = {}});
+        case TESSEL_CMD_IPADDR_SHOW:
+            return FakeDaemon::Message(TNetIpaddrShowReply{.nResult = -1, .tInfo = {}});
+        case TESSEL_CMD_MTU_GET:
+            return FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0});
+        default:
+            return FakeDaemon::Message(TNetStatusReply{.nResult = -1});
+    }
+}
+
+// Everything in the table except what goes on for ever.
+std::vector<std::string> Examples() {
+    std::vector<std::string> examples;
+    for (const auto& command : tessel::ctl::Commands()) {
+        if (command.verb != "follow") examples.emplace_back(command.example);
+    }
+    return examples;
+}
+
+TEST(Tool, EveryCommandAnswersInStrictJson) {
+    for (const std::string& example : Examples()) {
+        SCOPED_TRACE(example);
+        {
+            FakeDaemon daemon(&DeviceAnswer);
+            const ToolRun run = RunLine(example + " -j -y");
+            EXPECT_TRUE(ordered_json::accept(run.out)) << run.out;
+            EXPECT_EQ(run.status, 0) << run.err;
+        }
+        FakeDaemon daemon(&FailingAnswer);
+        const ToolRun run = RunLine(example + " -j -y");
+        EXPECT_TRUE(run.out.empty() || ordered_json::accept(run.out)) << run.out;
+        if (run.status == 0) continue;
+        const auto error = ordered_json::parse(run.err);
+        EXPECT_EQ(error["exit"], run.status);
+        EXPECT_FALSE(error["message"].get<std::string>().empty());
+    }
+    unlink("/tmp/tesseldebug");
+}
+
+TEST(Tool, ADryRunSendsNothing) {
+    FakeDaemon daemon(&DeviceAnswer);
+    for (const std::string& example : Examples()) {
+        EXPECT_EQ(RunLine(example + " -n").status, 0) << example;
+        EXPECT_TRUE(ordered_json::accept(RunLine(example + " -n -j").out)) << example;
+    }
+    EXPECT_TRUE(daemon.Requests().empty());
+    EXPECT_NE(access("/tmp/tesseldebug", F_OK), 0);
+    EXPECT_EQ(RunLine("addr show dev eth0 -n -6").out,
+              "request  0x115 addr_get   interface eth0   family inet6, 18 bytes\n"
+              "runs     ip -6 addr show dev eth0\n");
+    EXPECT_THAT(RunLine("-n service stop ssh").out, HasSubstr("runs     killall -9 dropbear\n"));
+}
+
+TEST(Tool, WithoutADaemonExits3) {
+    const ToolRun run = RunLine("addr show");
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(
+        run.err,
+        "tesselctl: the daemon is not running (no socket /tmp/api_daemon). Start it with \"service tessel start\", "
+        "or wait with --wait.\n");
+    EXPECT_EQ(RunLine("--wait 0.1 addr").status, 3);
+    const ToolRun status = RunLine("status -j");
+    EXPECT_EQ(status.status, 3);
+    EXPECT_EQ(ordered_json::parse(status.out)["daemon"]["running"], false);
+}
+
+TEST(Tool, WaitsForADaemonThatIsStarting) {
+    std::unique_ptr<FakeDaemon> daemon;
+    std::thread starter([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        daemon = std::make_unique<FakeDaemon>(&DeviceAnswer);
+    });
+    EXPECT_EQ(RunLine("--wait 10 link mtu eth0").out, "1400\n");
+    starter.join();
+}
+
+TEST(Addr, ShowsWhatTheDaemonTells) {
+    FakeDaemon daemon(&DeviceAnswer);
+    EXPECT_EQ(
+        RunLine("addr show dev eth0 --json").out,
+        R"([{"interface":"eth0","addresses":[)"
+        "\n "
+        R"({"address":"192.168.1.20","prefix_length":24,"family":"inet","scope":"global","dynamic":false,"tentative":false},)"
+        "\n "
+        R"({"address":"2001:db8::","prefix_length":64,"family":"inet6","scope":"global","dynamic":true,"tentative":false}],"truncated":false}])"
+        "\n");
+    EXPECT_EQ(RunLine("addr dev eth0 --no-header").out,
+              "eth0  192.168.1.20/24  global\neth0  2001:db8::/64    global  dynamic\n");
+    EXPECT_EQ(RunLine("-g address,dynamic addr show dev eth0").out, "192.168.1.20\tfalse\n2001:db8::\ttrue\n");
+}
+
+TEST(Link, SettingIsReadBack) {
+    FakeDaemon daemon(&DeviceAnswer);
+    EXPECT_EQ(RunLine("link set eth0 mtu 1400").status, 0);
+    const ToolRun run = RunLine("link set eth0 mtu 1300");
+    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ(run.err, "tesselctl: link set eth0 mtu 1300: answered success, but the MTU is 1400\n");
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(Link, WhereTheDaemonFailsTheKernelHelps) {
+    FakeDaemon daemon(&DeviceAnswer);
+    const auto lo = ordered_json::parse(RunLine("link show lo -j").out)[0];
+    EXPECT_EQ(lo["mtu"], 1400);
+    EXPECT_EQ(lo["mac"], nullptr);
+    EXPECT_EQ(lo["addresses"][0]["address"], "127.0.0.1");
+    EXPECT_THAT(lo["note"].get<std::string>(), StartsWith("no Ethernet address"));
+    EXPECT_EQ(ordered_json::parse(RunLine("link show eth0 -j").out)[0]["note"], nullptr);
+}
+
+TEST(Causes, AreNamedWhereTheyCanBeSeen) {
+    FakeDaemon daemon(&FailingAnswer);
+    EXPECT_THAT(RunLine("link mtu eth9").err, HasSubstr("there is no interface eth9"));
+    EXPECT_THAT(RunLine("link mtu eth0").err, HasSubstr("its log says why"));
+    EXPECT_THAT(RunLine("service stop ssh").err, HasSubstr("no process dropbear runs here"));
+}
+
+TEST(Refused, BeforeAnythingIsSent) {
+    FakeDaemon daemon(&DeviceAnswer);
+    tessel::test::WriteFile("/tmp/full.log", "text");
+    for (const char* line : {"link set eth0 mtu 67", "link set eth0 mtu 65537", "link mtu eth0 -4",
+                             "log level 2147483648", "log file relative", "log file /tmp/full.log", "raw 0x112 abc",
+                             "raw 0x112 @/nonexistent", "raw 0x999", "raw nonsense", "help nonsense"})
+        EXPECT_EQ(RunLine(line).status, 2) << line;
+    EXPECT_TRUE(daemon.Requests().empty());
+    EXPECT_EQ(tessel::test::ReadFile("/tmp/full.log"), "text");
+}
+
+TEST(Log, WordsBecomeLevels) {
+    FakeDaemon daemon(&DeviceAnswer);
+    for (const char* word : {"off", "error", "info", "debug", "9"})
+        EXPECT_EQ(RunLine(std::string("log level ") + word).status, 0);
+    std::string levels;
+    for (const SeenRequest& request : daemon.Requests())
+        levels += std::to_string(request.payload[0]);
+    EXPECT_EQ(levels, "02459");
+}
+
+TEST(Log, DebugIsAFile) {
+    EXPECT_EQ(RunLine("log debug on").status, 0);
+    EXPECT_EQ(access("/tmp/tesseldebug", F_OK), 0);
+    EXPECT_EQ(RunLine("log debug off").status, 0);
+    EXPECT_EQ(RunLine("log debug off").status, 0) << "off already";
+    EXPECT_NE(access("/tmp/tesseldebug", F_OK), 0);
+    // A link in a directory that is everybody's is not followed.
+    ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/tesseldebug"), 0);
+    EXPECT_EQ(RunLine("log debug on").status, 1);
+    EXPECT_NE(access("/tmp/elsewhere", F_OK), 0);
+}
+
+TEST(Raw, SendsAndShowsBytes) {
+    FakeDaemon daemon(&DeviceAnswer);
+    tessel::test::WriteFile("/tmp/request", std::string("eth0", 4));
+    EXPECT_EQ(RunLine("raw mtu_get 65746830").out, "0000000078050000\n");
+    EXPECT_EQ(RunLine("raw 274 @/tmp/request").out, "0000000078050000\n");
+    EXPECT_EQ(RunLine("raw 0x777 --reply 4").out, "00000000\n");
+    EXPECT_EQ(RunLine("raw 0x777 --reply 5").status, 1) << "a reply of another size";
+    const auto seen = daemon.Requests();
+    EXPECT_EQ(seen[0].payload, "eth0");
+    EXPECT_EQ(seen[1].payload, "eth0");
+    EXPECT_EQ(seen[1].type, 0x112U);
+}
+
+TEST(Verbose, ShowsBothDirections) {
+    FakeDaemon daemon(&DeviceAnswer);
+    const std::string shown = RunLine("-vv link mtu eth0").err;
+    EXPECT_THAT(shown, StartsWith("-> 0x112 mtu_get   interface eth0, 16 bytes\n"));
+    EXPECT_THAT(shown, HasSubstr("   0000  65 74 68 30 00"));
+    EXPECT_THAT(shown, HasSubstr("<- 0x112 mtu_get   result 0   mtu 1400, 8 bytes from pid "));
+    EXPECT_THAT(shown, HasSubstr("   0000  00 00 00 00 78 05 00 00\n"));
+}
+
+}  // namespace

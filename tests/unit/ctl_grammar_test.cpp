@@ -1,0 +1,165 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "client/ctl/commands.h"
+#include "client/ctl/complete.h"
+#include "client/ctl/grammar.h"
+#include "client/ctl/help.h"
+#include "client/ctl/messages.h"
+#include "core/startup/command_table.h"
+#include "tessel/ipc.h"
+
+namespace {
+
+using namespace tessel::ctl;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::vector<std::string> Split(const std::string& text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+TEST(Pattern, WordsFindTheirPlaces) {
+    struct Case {
+        const char* pattern;
+        const char* words;
+        const char* expected;  // "key=value ..." in order of keys asked, or "!" and a part of what is wrong
+    };
+    constexpr Case kCases[] = {
+        {"[dev IF]", "", ""},
+        {"[dev IF]", "dev eth0", "dev=eth0"},
+        {"[dev IF]", "dev", "!dev IF is missing"},
+        {"[dev IF]", "eth0", "!one word too many"},
+        {"[dev IF]", "dev a dev b", "!one word too many"},
+        {"IF mtu N", "eth0 mtu 1400", "IF=eth0 mtu=1400"},
+        {"IF mtu N", "mtu 1400 eth0", "IF=eth0 mtu=1400"},
+        {"IF mtu N", "eth0", "!mtu N is missing"},
+        {"IF mtu N", "eth0 mtu x", "!no number"},
+        {"IF mtu N", "eth0 mtu 4294967296", "!no number"},
+        {"IF mtu N", "sixteen-letters- mtu 1", "!longer than 15"},
+        {"A via G [dev IF] [table N]", "10.0.0.0/8 table 7 via 10.1.1.1", "A=10.0.0.0/8 via=10.1.1.1 table=7"},
+        {"L=on|off|N", "off", "L=off"},
+        {"L=on|off|N", "12", "L=12"},
+        {"L=on|off|N", "loud", "!no number"},
+        {"L=on|off", "loud", "!none of on, off"},
+        {"[P=tcp|udp] LIST", "1:2", "LIST=1:2"},
+        {"[P=tcp|udp] LIST", "udp 1:2", "LIST=1:2 P=udp"},
+        {"user U [persist] [holdoff S]", "persist user x", "user=x persist="},
+        {"IF... active IF", "eth0 eth1 active eth0", "IF=eth0 active=eth0"},
+    };
+    for (const Case& one : kCases) {
+        SCOPED_TRACE(testing::Message() << one.pattern << " <- " << one.words);
+        const Match match = MatchWords(one.pattern, Split(one.words));
+        const std::string expected = one.expected;
+        EXPECT_EQ(match.isComplete, !expected.starts_with('!'));
+        if (!match.isComplete) {
+            EXPECT_THAT(match.problem, HasSubstr(expected.substr(1)));
+            continue;
+        }
+        for (const std::string& pair : Split(expected)) {
+            const std::size_t equals = pair.find('=');
+            EXPECT_EQ(match.arguments.Find(pair.substr(0, equals)), pair.substr(equals + 1)) << pair;
+        }
+    }
+}
+
+TEST(Grammar, ObjectsAndVerbsMayBeCut) {
+    struct Case {
+        const char* words;
+        const char* expected;  // the command, or "!" and a part of the refusal
+    };
+    constexpr Case kCases[] = {
+        {"", "status"},
+        {"addr", "addr show"},
+        {"a sh dev eth0", "addr show"},
+        {"addr list", "addr show"},
+        {"addr dev eth0", "addr show"},
+        {"li se eth0 mtu 1400", "link set"},
+        {"link m eth0", "link mtu"},
+        {"l", "!link or log"},
+        {"link eth0", "!no such verb"},
+        {"lo f", "!file or follow"},
+        {"service", "!what of it"},
+        {"foo", "!no such object"},
+        {"st eth0", "status"},
+        {"link mtu", "!usage: tesselctl link mtu IF"},
+        {"log level loud", "!usage: tesselctl log level off|error|info|debug|N"},
+    };
+    for (const Case& one : kCases) {
+        const auto parsed = ParseWords(Split(one.words));
+        const std::string expected = one.expected;
+        if (const auto* command = std::get_if<ParsedCommand>(&parsed)) {
+            EXPECT_EQ(TitleOf(*command->command), expected) << one.words;
+        } else {
+            const auto& failure = std::get<Failure>(parsed);
+            EXPECT_EQ(failure.exit, kExitRefused);
+            EXPECT_THAT(failure.message, HasSubstr(expected.substr(1))) << one.words;
+        }
+    }
+}
+
+TEST(Commands, EveryServedCodeHasANamedCommandAndAName) {
+    for (const tessel::CommandRow& served : tessel::ServedCommands()) {
+        const auto commands = Commands();
+        EXPECT_TRUE(std::any_of(commands.begin(), commands.end(),
+                                [&](const Command& command) {
+                                    return std::find(command.codes.begin(), command.codes.end(), served.type) !=
+                                           command.codes.end();
+                                }))
+            << std::hex << served.type;
+        EXPECT_NE(FindMessage(served.type), nullptr) << std::hex << served.type;
+    }
+}
+
+TEST(Commands, ExamplesRunAsTypedAndHelpShowsThem) {
+    const auto objects = ObjectNames();
+    for (const Command& command : Commands()) {
+        EXPECT_THAT(objects, testing::Contains(command.object));
+        EXPECT_FALSE(ObjectSummary(command.object).empty()) << command.object;
+        auto options = ParseOptions(Split(std::string(command.example)));
+        ASSERT_TRUE(std::holds_alternative<Options>(options)) << command.example;
+        const auto parsed = ParseWords(std::get<Options>(options).words);
+        ASSERT_TRUE(std::holds_alternative<ParsedCommand>(parsed)) << command.example;
+        EXPECT_EQ(std::get<ParsedCommand>(parsed).command, &command) << command.example;
+        EXPECT_THAT(HelpText(Split(TitleOf(command))), HasSubstr(std::string(command.example)));
+    }
+    EXPECT_THAT(HelpText({}), HasSubstr("--dry-run"));
+    EXPECT_THAT(HelpText({"link"}), HasSubstr("link set IF mtu N"));
+    EXPECT_THAT(HelpText({"link", "set"}), HasSubstr("0x111 mtu_set  TNetMtuSetReq (20 bytes)"));
+}
+
+TEST(Complete, OffersWhatMayComeNext) {
+    EXPECT_THAT(Complete({"l"}), ElementsAre("link", "log"));
+    EXPECT_THAT(Complete({"link", ""}), ElementsAre("mtu", "set", "show"));
+    EXPECT_THAT(Complete({"-j", "-t", "5", "link", "s"}), ElementsAre("set", "show"));
+    EXPECT_THAT(Complete({"log", "level", ""}), ElementsAre("debug", "error", "info", "off"));
+    EXPECT_THAT(Complete({"link", "set", "eth0", ""}), ElementsAre("mtu"));
+    EXPECT_THAT(Complete({"addr", "show", ""}), ElementsAre("dev"));
+    EXPECT_THAT(Complete({"addr", "show", "dev", "l"}), ElementsAre("lo"));
+    EXPECT_THAT(Complete({"raw", "mtu_g"}), ElementsAre("mtu_get"));
+    EXPECT_THAT(Complete({"addr", "--tim"}), ElementsAre("--timeout"));
+    EXPECT_THAT(Complete({"-g", ""}), IsEmpty());
+    EXPECT_THAT(Complete({"foo", ""}), IsEmpty());
+}
+
+TEST(Options, StandAnywhereAndAreChecked) {
+    const auto parse = [](const std::string& line) { return ParseOptions(Split(line)); };
+    const auto options = std::get<Options>(parse("addr -vv show --wait dev -g a,b eth0 -t 0.5 -4"));
+    EXPECT_THAT(options.words, ElementsAre("addr", "show", "dev", "eth0"));
+    EXPECT_THAT(options.fields, ElementsAre("a", "b"));
+    EXPECT_EQ(options.verbosity, 2);
+    EXPECT_EQ(options.waitMs, 10000) << "the word behind --wait is no number";
+    EXPECT_EQ(options.timeoutMs, 500);
+    EXPECT_EQ(FamilyOf(options), TESSEL_FAMILY_INET);
+    EXPECT_EQ(std::get<Options>(parse("--wait 2 addr")).waitMs, 2000);
+    EXPECT_EQ(FamilyOf(std::get<Options>(parse("-4 -6"))), TESSEL_FAMILY_BOTH);
+    EXPECT_EQ(FamilyOf({}), TESSEL_FAMILY_BOTH);
+    for (const char* wrong : {"--foo", "-t x", "-t 0", "-t", "--color pink", "--reply -1"})
+        EXPECT_EQ(std::get<Failure>(parse(wrong)).exit, kExitRefused) << wrong;
+}
+
+}  // namespace

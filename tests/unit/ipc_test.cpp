@@ -1,0 +1,195 @@
+#include "core/ipc.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "core/unique_fd.h"
+#include "tests/support/daemon.h"
+#include "tests/support/files.h"
+
+namespace {
+
+using tessel::UniqueFd;
+using tessel::test::Bytes;
+
+UniqueFd StreamSocket() {
+    return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+std::string NameOfPathLength(std::size_t length) {
+    return std::string(length - std::string(TESSEL_SOCKET_DIRECTORY).size(), 'n');
+}
+
+// Listens under a name and treats one connection as told.
+class OneConnection {
+  public:
+    OneConnection(const std::string& name, const std::function<void(int)>& serve) : listener_(StreamSocket()) {
+        sockaddr_un address{};
+        socklen_t length = 0;
+        EXPECT_EQ(MakeAddrServer(listener_.Get(), name.c_str(), &address, &length), 0);
+        thread_ = std::thread([this, serve] {
+            const UniqueFd connection(accept(listener_.Get(), nullptr, nullptr));
+            serve(connection.Get());
+        });
+    }
+    ~OneConnection() {
+        thread_.join();
+    }
+
+  private:
+    UniqueFd listener_;
+    std::thread thread_;
+};
+
+std::string ReadMessage(int fd) {
+    std::string bytes(8192, '\0');
+    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(0, read(fd, bytes.data(), bytes.size()))));
+    return bytes;
+}
+
+TEST(Address, PathsUpTo101CharactersAreTaken) {
+    sockaddr_un address{};
+    socklen_t length = 0;
+    const UniqueFd fd = StreamSocket();
+    EXPECT_EQ(MakeAddrServer(fd.Get(), NameOfPathLength(102).c_str(), &address, &length), -1);
+    EXPECT_EQ(MakeAddrServer(fd.Get(), NameOfPathLength(101).c_str(), &address, &length), 0);
+    EXPECT_EQ(length, 103U);
+    EXPECT_TRUE(std::filesystem::is_socket(address.sun_path));
+    const UniqueFd client = StreamSocket();
+    EXPECT_EQ(MakeAddrClient(client.Get(), NameOfPathLength(101).c_str(), &address, &length), 0);
+    EXPECT_EQ(MakeAddrClient(client.Get(), NameOfPathLength(102).c_str(), &address, &length), -1);
+}
+
+TEST(Address, ServerReplacesWhatIsThereAndKeepsItsDescriptor) {
+    sockaddr_un address{};
+    socklen_t length = 0;
+    tessel::test::WriteFile("/tmp/stale", "");
+    const UniqueFd fd = StreamSocket();
+    EXPECT_EQ(MakeAddrServer(fd.Get(), "stale", &address, &length), 0);
+    EXPECT_TRUE(std::filesystem::is_socket("/tmp/stale"));
+
+    // A directory cannot be unlinked: that ends, is answered with 0, and leaves the descriptor to its owner.
+    std::filesystem::create_directory("/tmp/folder");
+    const UniqueFd unbound = StreamSocket();
+    EXPECT_EQ(MakeAddrServer(unbound.Get(), "folder", &address, &length), 0);
+    EXPECT_NE(fcntl(unbound.Get(), F_GETFD), -1);
+    EXPECT_EQ(accept(unbound.Get(), nullptr, nullptr), -1);
+}
+
+TEST(Address, ClientWaitsForTheFileAndForTheListener) {
+    const auto start = std::chrono::steady_clock::now();
+    const UniqueFd fd = StreamSocket();
+    sockaddr_un address{};
+    socklen_t length = 0;
+    EXPECT_EQ(MakeAddrClient(fd.Get(), "nobody", &address, &length), -1);
+    const auto passed = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(passed, std::chrono::seconds(7)) << "5 for the file, 2 between 3 attempts";
+    EXPECT_LT(passed, std::chrono::seconds(9));
+}
+
+TEST(Exchange, RefusesWhatIsHalfGivenOrTooLong) {
+    char data[4000] = {};
+    i32 reply = 0;
+    EXPECT_EQ(IpcApiSendAndRecv(1, data, 0, nullptr, 0), -1);
+    EXPECT_EQ(IpcApiSendAndRecv(1, nullptr, 4, nullptr, 0), -1);
+    EXPECT_EQ(IpcApiSendAndRecv(1, nullptr, 0, &reply, 0), -1);
+    EXPECT_EQ(IpcApiSendAndRecv(1, nullptr, 0, nullptr, 4), -1);
+    EXPECT_EQ(IpcApiSendAndRecv(1, data, -5, nullptr, 0), -1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(IpcCallbackSendAndRecv("nobody", 1, data, 3073, nullptr, 0), -1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500)) << "nobody was looked for";
+    EXPECT_EQ(IpcApiSendMsg(0, 1, data, 0, 0), -1);
+    EXPECT_EQ(IpcApiSendMsg(0, 1, nullptr, 4, 0), -1);
+}
+
+TEST(Exchange, CarriesHeaderAndPayload) {
+    const std::string payload(3072, 'p');
+    for (const std::string& sent : {std::string(), payload}) {
+        std::string received;
+        {
+            const OneConnection peer("listener", [&](int fd) { received = ReadMessage(fd); });
+            EXPECT_EQ(IpcCallbackSendAndRecv("listener", 0x505, sent.empty() ? nullptr : sent.data(),
+                                             static_cast<i32>(sent.size()), nullptr, 0),
+                      0);
+        }
+        const IpcMsgHead head{.type = 0x505, .size = static_cast<i32>(sent.size()), .flag = 0};
+        EXPECT_EQ(received, std::string(Bytes(head)) + sent);
+    }
+}
+
+TEST(Exchange, AnswersAreCheckedBySizeAlone) {
+    struct Case {
+        const char* description;
+        u32 headType;
+        i32 headSize;
+        std::size_t payloadBytes;
+        i32 expected;
+    };
+    const Case cases[] = {
+        {"as wanted", 0x112, 8, 8, 0},
+        {"type and flag are not compared", 0x999, 8, 8, 0},
+        {"another size in the header: the bytes read", 0x112, 4, 8, 20},
+        {"too short: the bytes read", 0x112, 8, 4, 16},
+        {"closed without an answer: zero bytes", 0, 0, 0, 0},
+    };
+    for (const Case& row : cases) {
+        const OneConnection daemon(TESSEL_SOCKET_API, [&](int fd) {
+            ReadMessage(fd);
+            if (row.headType == 0) return;
+            const IpcMsgHead head{.type = row.headType, .size = row.headSize, .flag = 7};
+            const std::string message = std::string(Bytes(head)) + std::string(row.payloadBytes, 'r');
+            (void)!write(fd, message.data(), message.size());
+        });
+        std::string reply(8, '.');
+        ucred peer{};
+        EXPECT_EQ(tessel::IpcApiSendAndRecvWithin(0x112, "q", 1, reply.data(), 8, 1000, &peer), row.expected)
+            << row.description;
+        const bool isFilled = row.expected == 0 && row.headType != 0;
+        EXPECT_EQ(reply, isFilled ? "rrrrrrrr" : "........") << row.description;
+        EXPECT_EQ(peer.pid, getpid()) << row.description;
+    }
+}
+
+TEST(Exchange, EndsWhenThePeerDoesNothing) {
+    std::atomic<bool> isOver{false};
+    const auto stall = [&](int) { tessel::test::Eventually([&] { return isOver.load(); }); };
+    i32 reply = 7;
+    {
+        const OneConnection daemon(TESSEL_SOCKET_API, stall);
+        EXPECT_EQ(tessel::IpcApiSendAndRecvWithin(0x112, "q", 1, &reply, 4, 100, nullptr), TESSEL_IPC_READ_TIMEOUT);
+        isOver = true;
+    }
+    EXPECT_EQ(reply, 7);
+}
+
+TEST(Reply, OfAnySizeReachesASlowReader) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    const UniqueFd daemonEnd(ends[0]);
+    UniqueFd clientEnd(ends[1]);
+    const std::string payload(3000000, 'b');
+    std::string received;
+    std::thread reader([&] {
+        for (std::string piece; !(piece = ReadMessage(clientEnd.Get())).empty();)
+            received += piece;
+    });
+    EXPECT_EQ(IpcApiSendMsg(daemonEnd.Get(), 0x115, payload.data(), static_cast<i32>(payload.size()), 9), 0);
+    shutdown(daemonEnd.Get(), SHUT_WR);
+    reader.join();
+    const IpcMsgHead head{.type = 0x115, .size = 3000000, .flag = 9};
+    EXPECT_TRUE(received == std::string(Bytes(head)) + payload);
+
+    clientEnd.Reset();
+    EXPECT_EQ(IpcApiSendMsg(daemonEnd.Get(), 0x115, "x", 1, 0), -1) << "nobody is there: no signal, a failure";
+}
+
+}  // namespace

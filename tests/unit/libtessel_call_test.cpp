@@ -1,0 +1,148 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+
+#include "client/libtessel.h"
+#include "tests/support/files.h"
+#include "tests/unit/libtessel_fake_daemon.h"
+
+namespace {
+
+using tessel::test::Bytes;
+using tessel::test::FakeDaemon;
+
+class Call : public testing::Test {
+  protected:
+    void TearDown() override {
+        tessel_set_timeout_ms(60000);
+    }
+};
+
+TEST_F(Call, EveryWayToMissAReplyIsAnErrorOfItsOwn) {
+    struct Case {
+        const char* description;
+        std::string wire;
+        int expected;
+    };
+    const auto good = FakeDaemon::Message(TNetMtuGetReply{.nResult = 0, .dwMtu = 1400});
+    auto wrongSize = good;
+    wrongSize[4] = 7;
+    const Case cases[] = {
+        {"a whole reply", good, TESSEL_OK},
+        {"a status of -1", FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0}), TESSEL_E_FAILED},
+        {"closed without a word", "", TESSEL_E_NO_REPLY},
+        {"the header alone", good.substr(0, 12), TESSEL_E_PROTOCOL},
+        {"one byte short", good.substr(0, good.size() - 1), TESSEL_E_PROTOCOL},
+        {"a header that gives another size", wrongSize, TESSEL_E_PROTOCOL},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.description);
+        FakeDaemon daemon([&](const auto&) { return one.wire; });
+        u32 mtu = 77;
+        EXPECT_EQ(tessel_mtu_get("eth0", &mtu), one.expected);
+        EXPECT_EQ(mtu, one.expected == TESSEL_OK ? 1400U : 77U) << "outputs are written on success only";
+        EXPECT_EQ(tessel_daemon_pid(), getpid());
+    }
+}
+
+TEST_F(Call, ADaemonThatIsSilentTimesOut) {
+    tessel_set_timeout_ms(100);
+    FakeDaemon daemon([](const auto&) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        return std::string();
+    });
+    u32 mtu = 0;
+    EXPECT_EQ(tessel_mtu_get("eth0", &mtu), TESSEL_E_TIMEOUT);
+    EXPECT_EQ(tessel_set_timeout_ms(0), TESSEL_E_ARGUMENT);
+}
+
+TEST_F(Call, WithoutADaemonItIsKnownAtOnce) {
+    const auto start = std::chrono::steady_clock::now();
+    u32 mtu = 0;
+    EXPECT_EQ(tessel_mtu_get("eth0", &mtu), TESSEL_E_NOT_RUNNING) << "no file";
+    tessel::test::WriteFile("/tmp/api_daemon", "");
+    EXPECT_EQ(tessel_mtu_get("eth0", &mtu), TESSEL_E_NOT_RUNNING) << "a file that is no socket";
+    EXPECT_EQ(tessel_daemon_pid(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+TEST_F(Call, TheProbeIsNotNoticed) {
+    EXPECT_EQ(tessel_daemon_is_listening(), 0);
+    FakeDaemon daemon([](const auto&) { return std::string(); });
+    EXPECT_EQ(tessel_daemon_is_listening(), 1);
+    EXPECT_EQ(tessel_log_level_set(1), TESSEL_E_NO_REPLY);
+    EXPECT_EQ(daemon.Requests().size(), 1U);
+}
+
+TEST_F(Call, WhatMeansNothingIsNeverSent) {
+    FakeDaemon daemon([](const auto&) { return FakeDaemon::Message(TNetStatusReply{.nResult = 0}); });
+    TNetIfaceIp list{};
+    ipaddr_show_info info{};
+    u32 mtu = 0;
+    for (const char* name :
+         {"", "sixteen-letters-", "two words", "tab\t", "new\nline", static_cast<const char*>(nullptr)}) {
+        SCOPED_TRACE(name == nullptr ? "null" : name);
+        EXPECT_EQ(tessel_addr_get(name, TESSEL_FAMILY_INET, &list), TESSEL_E_ARGUMENT);
+        EXPECT_EQ(tessel_addr_show(name, &info), TESSEL_E_ARGUMENT);
+        EXPECT_EQ(tessel_mtu_get(name, &mtu), TESSEL_E_ARGUMENT);
+        EXPECT_EQ(tessel_mtu_set(name, 1400), TESSEL_E_ARGUMENT);
+        EXPECT_EQ(tessel_service_stop(name), TESSEL_E_ARGUMENT);
+    }
+    for (const int family : {0, 1, 3, 12, -2, 0x10002})
+        EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
+    EXPECT_EQ(tessel_log_file(0, nullptr, nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_log_file(7, nullptr, nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_log_file(3, nullptr, std::string(128, 'p').c_str()), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_raw(1, std::string(3073, 'x').data(), 3073, nullptr, 0), TESSEL_E_ARGUMENT);
+    EXPECT_TRUE(daemon.Requests().empty());
+}
+
+TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
+    FakeDaemon daemon([](const auto&) { return FakeDaemon::Message(TNetStatusReply{.nResult = 0}); });
+    EXPECT_EQ(tessel_mtu_set("fifteen-letters", 1400), TESSEL_OK);
+    EXPECT_EQ(tessel_service_stop("ssh"), TESSEL_OK);
+    EXPECT_EQ(tessel_log_level_set(-3), TESSEL_OK);
+    EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_DAEMON, nullptr, "/tmp/d.log"), TESSEL_OK);
+    const auto seen = daemon.Requests();
+    ASSERT_EQ(seen.size(), 4U);
+    EXPECT_EQ(seen[0].type, 0x111U);
+    EXPECT_EQ(seen[0].payload, std::string("fifteen-letters\0\x78\x05\0\0", 20));
+    EXPECT_EQ(seen[1].type, 0x126U);
+    EXPECT_EQ(seen[1].payload, std::string("ssh").append(13, '\0'));
+    EXPECT_EQ(seen[2].type, 0x702U);
+    EXPECT_EQ(seen[2].payload, "\xfd\xff\xff\xff");
+    EXPECT_EQ(seen[3].type, 0x701U);
+    EXPECT_EQ(seen[3].payload, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0'));
+}
+
+TEST_F(Call, CountsInRepliesStayWithinTheirLists) {
+    TNetIpaddrGetReply numeric{};
+    numeric.tIfaceIp.dwNum = 0xFFFFFFFF;
+    TNetIpaddrShowReply text{};
+    text.tInfo.num = 17;
+    FakeDaemon daemon([&](const auto& request) {
+        return request.type == TESSEL_CMD_IPADDR_GET ? FakeDaemon::Message(numeric) : FakeDaemon::Message(text);
+    });
+    TNetIfaceIp list{};
+    ipaddr_show_info info{};
+    EXPECT_EQ(tessel_addr_get("eth0", TESSEL_FAMILY_BOTH, &list), TESSEL_OK);
+    EXPECT_EQ(tessel_addr_show("eth0", &info), TESSEL_OK);
+    EXPECT_EQ(list.dwNum, 16U);
+    EXPECT_EQ(info.num, 16U);
+}
+
+TEST_F(Call, TheLibraryLogStaysInThisProcess) {
+    FakeDaemon daemon([](const auto&) { return FakeDaemon::Message(TNetStatusReply{.nResult = 0}); });
+    EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_LIB, "/tmp/lib.log", nullptr), TESSEL_OK);
+    EXPECT_EQ(tessel_log_file(TESSEL_LOG_CLOSE_LIB, nullptr, nullptr), TESSEL_OK);
+    EXPECT_TRUE(daemon.Requests().empty());
+    EXPECT_EQ(access("/tmp/lib.log", F_OK), 0);
+    EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_LIB, "/nonexistent/lib.log", nullptr), TESSEL_E_SYSTEM);
+    EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_BOTH, "/tmp/both.log", nullptr), TESSEL_OK);
+    EXPECT_EQ(access("/tmp/both.log", F_OK), 0);
+    EXPECT_EQ(daemon.Requests().size(), 1U);
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+
+#include "client/event_names.h"
+#include "client/libtessel.h"
+#include "core/ipc.h"
+#include "core/unique_fd.h"
+#include "tests/support/daemon.h"
+
+namespace {
+
+using tessel::UniqueFd;
+using tessel::test::Bytes;
+
+using Listener = std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)>;
+
+Listener Open(const char* name, unsigned flags = 0, int expected = TESSEL_OK) {
+    tessel_listener* listener = nullptr;
+    EXPECT_EQ(tessel_listener_open(name, flags, &listener), expected);
+    return {listener, &tessel_listener_close};
+}
+
+UniqueFd ConnectTo(const char* name) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    EXPECT_TRUE(tessel::FormSocketAddress(name, address));
+    EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    return fd;
+}
+
+void SendAndClose(const char* name, u32 type, i32 size, std::string_view payload) {
+    const UniqueFd fd = ConnectTo(name);
+    const IpcMsgHead head{.type = type, .size = size, .flag = 0};
+    const std::string message = std::string(Bytes(head)).append(payload);
+    EXPECT_EQ(write(fd.Get(), message.data(), message.size()), static_cast<ssize_t>(message.size()));
+}
+
+TEST(Listener, DeliversWhatTheDaemonSends) {
+    const auto listener = Open("ipc_ping_7");
+    const std::string payload(TESSEL_PAYLOAD_MAX, 'p');
+    EXPECT_EQ(IpcCallbackSendAndRecv("ipc_ping_7", 3, payload.data(), TESSEL_PAYLOAD_MAX, nullptr, 0), 0);
+    EXPECT_EQ(IpcCallbackSendAndRecv("ipc_ping_7", 9, nullptr, 0, nullptr, 0), 0);
+    pollfd readable{.fd = tessel_listener_fd(listener.get()), .events = POLLIN, .revents = 0};
+    EXPECT_EQ(poll(&readable, 1, 1000), 1);
+
+    tessel_event event{};
+    ASSERT_EQ(tessel_listener_next(listener.get(), &event, 1000), TESSEL_OK);
+    EXPECT_EQ(event.kind, TESSEL_EVENT_PING_UNREACHABLE);
+    EXPECT_STREQ(event.name, "ping_unreachable");
+    EXPECT_EQ(std::string(event.payload, event.payload + event.size), payload);
+    ASSERT_EQ(tessel_listener_next(listener.get(), &event, 1000), TESSEL_OK);
+    EXPECT_EQ(event.kind, TESSEL_EVENT_UNKNOWN);
+    EXPECT_EQ(event.type, 9U);
+    EXPECT_EQ(event.size, 0U);
+    EXPECT_EQ(tessel_listener_next(listener.get(), &event, 10), TESSEL_E_TIMEOUT);
+}
+
+TEST(Listener, PassesOverWhatIsNoMessage) {
+    const auto listener = Open("ipc_stat");
+    ConnectTo("ipc_stat");
+    SendAndClose("ipc_stat", 0, 100, "only this");
+    SendAndClose("ipc_stat", 0, TESSEL_PAYLOAD_MAX + 1, "");
+    SendAndClose("ipc_stat", 0, -1, "");
+    const UniqueFd silent = ConnectTo("ipc_stat");
+    SendAndClose("ipc_stat", 0, 2, "ok");
+
+    const auto start = std::chrono::steady_clock::now();
+    tessel_event event{};
+    ASSERT_EQ(tessel_listener_next(listener.get(), &event, 5000), TESSEL_OK);
+    EXPECT_EQ(event.kind, TESSEL_EVENT_TRAFFIC);
+    EXPECT_EQ(tessel_listener_malformed(listener.get()), 5U);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+TEST(Listener, ANameHasOneOwner) {
+    auto first = Open("ipc_ntp");
+    Open("ipc_ntp", 0, TESSEL_E_IN_USE);
+    auto taker = Open("ipc_ntp", TESSEL_LISTEN_TAKE);
+    // The former owner leaves alone what is no longer its own.
+    first.reset();
+    SendAndClose("ipc_ntp", 1, 0, "");
+    tessel_event event{};
+    EXPECT_EQ(tessel_listener_next(taker.get(), &event, 1000), TESSEL_OK);
+    Open("ipc_ntp", 0, TESSEL_E_IN_USE);
+    taker.reset();
+    EXPECT_FALSE(std::filesystem::exists("/tmp/ipc_ntp"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/ipc_ntp.lock"));
+}
+
+TEST(Listener, RespectsListenersWithoutALockAndReplacesDeadOnes) {
+    sockaddr_un address{};
+    socklen_t length = 0;
+    UniqueFd foreign(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(MakeAddrServer(foreign.Get(), "ipc_ntpv6", &address, &length), 0);
+    Open("ipc_ntpv6", 0, TESSEL_E_IN_USE);
+    ConnectTo("ipc_ntpv6");  // still reachable
+    foreign.Reset();
+    EXPECT_TRUE(std::filesystem::exists("/tmp/ipc_ntpv6"));
+    EXPECT_NE(Open("ipc_ntpv6"), nullptr);
+}
+
+TEST(Listener, RefusesNamesThatAreNone) {
+    const std::string tooLong(97, 'n');
+    for (const char* name : {"", "api_daemon", "../etc/x", tooLong.c_str(), static_cast<const char*>(nullptr)})
+        Open(name, 0, TESSEL_E_ARGUMENT);
+    Open("ipc_x", 2, TESSEL_E_ARGUMENT);
+}
+
+TEST(EventName, SocketFamilyAndTypeDecide) {
+    struct Case {
+        const char* socketName;
+        u32 type;
+        const char* expected;
+    };
+    constexpr Case kCases[] = {
+        {"ipc_ping_4711", 0, "ping_reply"},
+        {"ipc_pingpong", 0, "unknown"},
+        {"ipc_traceroute_1", 106, "trace_refused"},
+        {"ipc_traceroute_1", 107, "unknown"},
+        {"ipc_dhcpc_eth0_12", 0x505, "dhcp_lease"},
+        {"ipc_dhcpcv6_eth0_6_12", 0x506, "dhcp_failed"},
+        {"ipc_dhcpc_eth0_12", 0, "dhcp_deconfigured"},
+        {"ipc_ntp", 2, "ntp_failed"},
+        {"ipc_ntpv6", 1, "ntp_synced"},
+        {"ipc_ip_conflict", 1, "ip_conflict"},
+        {"ipc_ipv6_conflict", 2, "mac_conflict"},
+        {"ipc_router_notify_eth0_0_12", 0, "ra_changed"},
+        {"ipc_stat", 0, "traffic"},
+        {"ipc_stat", 1, "unknown"},
+    };
+    for (const Case& one : kCases)
+        EXPECT_STREQ(tessel::FindEventName(one.socketName, one.type).name, one.expected) << one.socketName << one.type;
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include "core/log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "core/log_control.h"
+#include "tests/support/files.h"
+
+namespace {
+
+using tessel::test::Eventually;
+using tessel::test::ReadFile;
+using tessel::test::WriteFile;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+constexpr char kSyslog[] = "/var/log/messages";
+constexpr char kDaemonLog[] = "/tmp/tessel_daemon.log";
+
+LogFileCtl Control(u32 code, const std::string& path = "") {
+    LogFileCtl control{};
+    control.eCmd = code;
+    memcpy(control.achDaemonPath, path.data(), path.size());
+    memcpy(control.achLibPath, path.data(), path.size());
+    return control;
+}
+
+void OneOfEach(const std::string& mark) {
+    TESSEL_ERR("error %s", mark.c_str());
+    TESSEL_PRT("print %s", mark.c_str());
+    TESSEL_DBG("debug %s", mark.c_str());
+    errno = ENOENT;
+    TESSEL_PERROR(mark.c_str());
+}
+
+// Which of the four forms a destination shows.
+std::string FormsIn(const std::string& text, const std::string& mark) {
+    std::string forms;
+    for (const std::string& line : {"error " + mark, "print " + mark, "debug " + mark, mark + "{errno"}) {
+        forms += text.find(line) == std::string::npos ? '-' : line[0] == mark[0] ? 'P' : line[0];
+    }
+    return forms;
+}
+
+TEST(Log, GoesWhereLevelAndSwitchFilesSay) {
+    struct Case {
+        i32 level;
+        bool hasConsoleSwitch;
+        bool hasDebugSwitch;
+        const char* inSyslogAndFile;
+        const char* onStandardOutput;
+    };
+    const Case cases[] = {
+        {1, false, false, "----", "----"}, {1, true, false, "----", "ep-P"},  {2, false, false, "e--P", "----"},
+        {2, true, false, "e--P", "ep-P"},  {3, false, false, "e--P", "----"}, {4, false, false, "ep-P", "----"},
+        {5, false, false, "epdP", "--d-"}, {5, true, false, "epdP", "epdP"},  {0, false, true, "--d-", "--d-"},
+    };
+    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
+    ASSERT_EQ(LogDaemonFileManage(&open), 0);
+    int number = 0;
+    for (const Case& row : cases) {
+        const std::string mark = "M" + std::to_string(number++);
+        if (row.hasConsoleSwitch) WriteFile("/tmp/tessellog", "");
+        if (row.hasDebugSwitch) WriteFile("/tmp/tesseldebug", "");
+        TesselDebugLevelSet(row.level);
+        testing::internal::CaptureStdout();
+        OneOfEach(mark);
+        EXPECT_EQ(FormsIn(testing::internal::GetCapturedStdout(), mark), row.onStandardOutput) << mark;
+        EXPECT_EQ(FormsIn(ReadFile(kDaemonLog), mark), row.inSyslogAndFile) << mark;
+        EXPECT_TRUE(Eventually([&] { return FormsIn(ReadFile(kSyslog), mark) == row.inSyslogAndFile; })) << mark;
+        std::filesystem::remove("/tmp/tessellog");
+        std::filesystem::remove("/tmp/tesseldebug");
+    }
+    TesselDebugLevelSet(2);
+}
+
+TEST(Log, LinesBeginAsReadersExpect) {
+    TesselDebugLevelSet(5);
+    testing::internal::CaptureStdout();
+    WriteFile("/tmp/tessellog", "");
+    OneOfEach("here");
+    const std::string id = "PID\\[" + std::to_string(getpid()) + "\\]";
+    EXPECT_THAT(
+        testing::internal::GetCapturedStdout(),
+        MatchesRegex("\\[TESSEL_ERR\\]:" + id + ":TID\\[[0-9]+\\]:\\[OneOfEach\\]\\([0-9]+\\): error here\n" +
+                     "\\[TESSEL_PRT\\]:" + id + ":TID\\[[0-9]+\\]:\\[OneOfEach\\]\\([0-9]+\\): print here\n" +
+                     "\\[TESSEL_DBG\\]" + id + "TID\\[[0-9]+\\]:\\[OneOfEach\\]\\([0-9]+\\): debug here\n" +
+                     "\\[TESSEL_PERROR\\]" + id +
+                     ":TID\\[[0-9]+\\]:OneOfEach\\([0-9]+\\):here\\{errno\\(2\\):No such file or directory\\}\n"));
+    // 179, 182 and 183: local6 with err, info and debug.
+    EXPECT_TRUE(Eventually([] { return ReadFile(kSyslog).find("here{errno") != std::string::npos; }));
+    EXPECT_THAT(
+        ReadFile(kSyslog),
+        MatchesRegex(
+            "(.|\n)*<179>[^<]*error here\n<182>[^<]*print here\n<183>[^<]*debug here\n<179>[^<]*here.errno[^<]*"));
+}
+
+TEST(Log, KeepsErrno) {
+    TesselDebugLevelSet(2);
+    errno = EBUSY;
+    TESSEL_PRT("asks for the switch file, which is not there");
+    EXPECT_EQ(errno, EBUSY);
+    TESSEL_ERR("%s", std::string(20000, 'x').c_str());
+    EXPECT_EQ(errno, EBUSY);
+}
+
+TEST(LogControl, OpensClosesAndRefuses) {
+    EXPECT_EQ(LogDaemonFileManage(nullptr), -1);
+    EXPECT_EQ(LogLibFileManage(nullptr), -1);
+    struct Case {
+        const char* description;
+        i32 (*manage)(const LogFileCtl*);
+        LogFileCtl control;
+        i32 expected;
+    };
+    const Case cases[] = {
+        {"code 0", &LogDaemonFileManage, Control(0), -1},
+        {"code 7", &LogLibFileManage, Control(7), -1},
+        {"the library's code at the daemon", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_LIB, "/tmp/other"), 0},
+        {"a folder that does not exist", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/no/such"), -1},
+        {"a path", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_BOTH, "/tmp/one.log"), 0},
+        {"closing", &LogDaemonFileManage, Control(TESSEL_LOG_CLOSE_BOTH), 0},
+        {"closing what is closed", &LogDaemonFileManage, Control(TESSEL_LOG_CLOSE_DAEMON), 0},
+        {"the library's default", &LogLibFileManage, Control(TESSEL_LOG_OPEN_LIB), 0},
+    };
+    for (const Case& row : cases)
+        EXPECT_EQ(row.manage(&row.control), row.expected) << row.description;
+    EXPECT_FALSE(std::filesystem::exists("/tmp/other"));
+    EXPECT_TRUE(std::filesystem::exists("/tmp/one.log"));
+
+    TesselDebugLevelSet(2);
+    TESSEL_ERR("to the library's file");
+    EXPECT_THAT(ReadFile("/tmp/tessel_lib.log"), HasSubstr("to the library's file\n"));
+    EXPECT_THAT(ReadFile("/tmp/one.log"), Not(HasSubstr("library's")));
+
+    WriteFile(kDaemonLog, "old\n");
+    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
+    EXPECT_EQ(LogDaemonFileManage(&open), 0);
+    EXPECT_EQ(ReadFile(kDaemonLog), "") << "opening truncates";
+}
+
+TEST(LogControl, ReopeningLeavesNoDescriptorBehind) {
+    const auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/again.log");
+    ASSERT_EQ(LogDaemonFileManage(&open), 0);
+    const auto before = descriptors();
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(LogDaemonFileManage(&open), 0);
+    EXPECT_EQ(descriptors(), before);
+}
+
+// For the thread sanitizer: the file is closed and opened under the feet of writers.
+TEST(LogControl, IsSafeWhileOthersWrite) {
+    TesselDebugLevelSet(2);
+    std::atomic<bool> isOver{false};
+    const auto write = [&] {
+        while (!isOver)
+            TESSEL_ERR("line");
+    };
+    std::thread first(write);
+    std::thread second(write);
+    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
+    const LogFileCtl close = Control(TESSEL_LOG_CLOSE_DAEMON);
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(LogDaemonFileManage(&open), 0);
+    EXPECT_EQ(LogDaemonFileManage(&close), 0);
+    isOver = true;
+    first.join();
+    second.join();
+}
+
+}  // namespace

@@ -1,0 +1,15 @@
+/* Every header of the wire contract, in C11, twice: each stands alone and may be included again. */
+#include "tessel/address.h"
+#include "tessel/command.h"
+#include "tessel/gateway.h"
+#include "tessel/ipc.h"
+#include "tessel/log.h"
+#include "tessel/mtu.h"
+#include "tessel/service.h"
+
+uint32_t FirstCommand(void);
+
+uint32_t FirstCommand(void) {
+    const IpcMsgHead head = {.type = TESSEL_CMD_IPADDR_ADD, .size = TESSEL_PAYLOAD_MAX, .flag = 0};
+    return head.type;
+}

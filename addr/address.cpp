@@ -8,7 +8,6 @@
 #include "core/log.h"
 #include "core/text.h"
 
-using tessel::AddressFamily;
 using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;

@@ -66,6 +66,7 @@ pid_t StartProgram(const char* file, char** argv, int outputFd, volatile int* ex
     // The child borrows this process's memory until it becomes the program: only async-signal-safe calls in between.
     const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork): fork would copy the page tables
     if (pid != 0) return pid;
+    // NOLINTBEGIN(clang-analyzer-unix.Vfork): system calls alone, on this process's own tables
     // Tools start with the signals of a login shell, whatever the thread that runs them has blocked.
     sigprocmask(SIG_SETMASK, &noSignals, nullptr);
     signal(SIGPIPE, SIG_DFL);
@@ -73,6 +74,7 @@ pid_t StartProgram(const char* file, char** argv, int outputFd, volatile int* ex
         dup2(outputFd, STDOUT_FILENO);
         dup2(outputFd, STDERR_FILENO);
     }
+    // NOLINTEND(clang-analyzer-unix.Vfork)
     execvp(file, argv);
     *execError = errno;
     _exit(kExecFailedStatus);

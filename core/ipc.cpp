@@ -192,7 +192,7 @@ i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
 
 // connect() on a Unix socket waits for room in the listener's queue, without end unless told otherwise.
 void BoundConnectTime(int fd, int timeoutMs) {
-    const timeval bound{.tv_sec = timeoutMs / 1000, .tv_usec = (timeoutMs % 1000) * 1000};
+    const timeval bound{.tv_sec = timeoutMs / 1000, .tv_usec = static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
     (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof(bound));
 }
 

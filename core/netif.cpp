@@ -15,7 +15,6 @@
 #include "core/unique_fd.h"
 
 using tessel::CallSite;
-using tessel::UniqueFd;
 
 namespace tessel {
 

@@ -75,6 +75,7 @@ bool StoreHexByte(const char* piece, ByteList& list, tessel::CallSite where) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter): written through the list
 i32 StrToU8WitchoutSepchar(char* src, char sep, u8* dst, i32 dstLen) {
     if (src == nullptr) {
         TESSEL_ERR("the source address is unvalid!");

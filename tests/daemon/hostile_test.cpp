@@ -42,7 +42,7 @@ TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
     std::minstd_rand random(20261121);
     for (const CommandRow& row : ServedCommands()) {
         for (const i32 size : {INT_MIN, -1, 0, 1, 15, 17, 3072, 3073, INT_MAX}) {
-            for (const std::size_t bytes : {0, 1, 16, 580, 3072, 5000}) {
+            for (const std::size_t bytes : {0U, 1U, 16U, 580U, 3072U, 5000U}) {
                 std::string payload(bytes, '\0');
                 for (char& byte : payload)
                     byte = static_cast<char>(random());
@@ -83,6 +83,7 @@ TEST(Hostile, HundredClientsAtOnceAreAllAnswered) {
     const Daemon daemon;
     std::atomic<int> answered{0};
     std::vector<std::thread> clients;
+    clients.reserve(100);
     for (int i = 0; i < 100; ++i)
         clients.emplace_back([&] { answered += Serves() ? 1 : 0; });
     for (std::thread& client : clients)
@@ -127,8 +128,7 @@ TEST(Hostile, ToolsInheritNoSocketOfTheDaemon) {
     // This stand-in lists the descriptors it was given.
     WriteFile("/tmp/spy", "#!/bin/sh\nls -l /proc/$$/fd > /tmp/inherited\n");
     std::filesystem::permissions("/tmp/spy", std::filesystem::perms::all);
-    const std::string path = std::string(getenv("PATH")).substr(0, std::string(getenv("PATH")).find(':'));
-    std::filesystem::rename("/tmp/spy", path + "/ip");
+    std::filesystem::rename("/tmp/spy", tools.Directory() + "/ip");
     (void)Request(0x11B, std::string("eth0") + std::string(12, '\0'));
     const std::string inherited = ReadFile("/tmp/inherited");
     EXPECT_NE(inherited, "");

@@ -39,6 +39,11 @@ class StandInTools {
     // How a tool called with exactly this line ("ip -4 addr show dev eth0") answers; unknown lines succeed silently.
     void Answer(const std::string& line, const std::string& output, int status = 0);
 
+    // Where the programs lie.
+    [[nodiscard]] const std::string& Directory() const {
+        return directory_;
+    }
+
     // The lines run since the last call, in order.
     std::vector<std::string> TakeRuns();
 

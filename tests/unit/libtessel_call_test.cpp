@@ -10,7 +10,6 @@
 
 namespace {
 
-using tessel::test::Bytes;
 using tessel::test::FakeDaemon;
 
 class Call : public testing::Test {

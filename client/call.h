@@ -1,0 +1,36 @@
+// One request to the daemon, with an error for everything that can happen to it.
+#pragma once
+
+#include <cstddef>
+
+#include "client/libtessel.h"
+#include "core/types.h"
+
+namespace tessel {
+
+// Sends and receives; results are those of tessel_raw.
+using Transport = int (*)(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
+
+// Over the daemon's socket.
+[[nodiscard]] int CallDaemon(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
+
+// Puts another transport below all calls of this process: one that shows, withholds or answers them. Its results reach
+// the callers unchanged. To be called before there are other threads.
+void UseTransport(Transport transport);
+
+// Through the transport in use.
+[[nodiscard]] int Call(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
+
+// True when a process listens for streams under this path. A datagram socket asks: it is turned away by the kernel, so
+// the listener has nothing to accept. (An empty connection would occupy the daemon until it gives up on it.)
+[[nodiscard]] bool SomebodyListens(const char* socketName);
+
+// A record each way; the status in front of the reply becomes the result.
+template <typename Reply, typename Request>
+[[nodiscard]] int CallWithRecords(u32 code, const Request& request, Reply& reply) {
+    const int error = Call(code, &request, sizeof(request), &reply, sizeof(reply));
+    if (error != TESSEL_OK) return error;
+    return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
+}
+
+}  // namespace tessel

@@ -1,0 +1,105 @@
+// The typed calls: check what must never be sent, fill the record, call.
+#include <algorithm>
+#include <cstring>
+
+#include "client/call.h"
+#include "client/libtessel.h"
+#include "core/log_control.h"
+
+using tessel::CallWithRecords;
+
+namespace {
+
+// The daemon puts names into command lines and answers 0 to some that mean nothing: only proper ones go out.
+template <std::size_t kFieldBytes>
+[[nodiscard]] bool StoreName(char (&field)[kFieldBytes], const char* name) {
+    if (name == nullptr || name[0] == '\0') return false;
+    const std::size_t length = strlen(name);
+    if (length >= kFieldBytes) return false;
+    if (std::any_of(name, name + length, [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7f'; })) {
+        return false;
+    }
+    memcpy(field, name, length);
+    return true;
+}
+
+// Null and empty mean the default path.
+template <std::size_t kFieldBytes>
+[[nodiscard]] bool StorePath(char (&field)[kFieldBytes], const char* path) {
+    if (path == nullptr) return true;
+    const std::size_t length = strlen(path);
+    if (length >= kFieldBytes) return false;
+    memcpy(field, path, length);
+    return true;
+}
+
+}  // namespace
+
+int tessel_addr_get(const char* interface, int family, TNetIfaceIp* list) {
+    TNetIpaddrGetReq request{};
+    const bool isFamily = family == TESSEL_FAMILY_INET || family == TESSEL_FAMILY_INET6 || family == TESSEL_FAMILY_BOTH;
+    if (list == nullptr || !isFamily || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    request.wSinFamily = static_cast<u16>(family);
+    TNetIpaddrGetReply reply;
+    const int error = CallWithRecords(TESSEL_CMD_IPADDR_GET, request, reply);
+    if (error != TESSEL_OK) return error;
+    *list = reply.tIfaceIp;
+    list->dwNum = std::min<u32>(list->dwNum, TESSEL_ADDRESSES_MAX);
+    return TESSEL_OK;
+}
+
+int tessel_addr_show(const char* interface, ipaddr_show_info* info) {
+    TNetIpaddrShowReq request{};
+    if (info == nullptr || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetIpaddrShowReply reply;
+    const int error = CallWithRecords(TESSEL_CMD_IPADDR_SHOW, request, reply);
+    if (error != TESSEL_OK) return error;
+    *info = reply.tInfo;
+    info->num = std::min<u32>(info->num, TESSEL_ADDRESSES_MAX);
+    return TESSEL_OK;
+}
+
+int tessel_mtu_get(const char* interface, uint32_t* mtu) {
+    TNetMtuGetReq request{};
+    if (mtu == nullptr || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetMtuGetReply reply;
+    const int error = CallWithRecords(TESSEL_CMD_MTU_GET, request, reply);
+    if (error == TESSEL_OK) *mtu = reply.dwMtu;
+    return error;
+}
+
+int tessel_mtu_set(const char* interface, uint32_t mtu) {
+    TNetMtuSetReq request{};
+    if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    request.dwMtu = mtu;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_MTU_SET, request, reply);
+}
+
+int tessel_service_stop(const char* name) {
+    TNetServiceStopReq request{};
+    if (!StoreName(request.achServiceName, name)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_SERVICE_STOP, request, reply);
+}
+
+int tessel_log_level_set(int32_t level) {
+    const TNetLogLevelReq request{.nLevel = level};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_LOG_LEVEL, request, reply);
+}
+
+int tessel_log_file(int code, const char* lib_path, const char* daemon_path) {
+    LogFileCtl request{};
+    if (code < TESSEL_LOG_OPEN_LIB || code > TESSEL_LOG_CLOSE_BOTH || !StorePath(request.achLibPath, lib_path) ||
+        !StorePath(request.achDaemonPath, daemon_path)) {
+        return TESSEL_E_ARGUMENT;
+    }
+    request.eCmd = static_cast<u32>(code);
+    const bool concernsDaemon = code >= TESSEL_LOG_OPEN_DAEMON;
+    // Does nothing for the codes that concern the daemon alone.
+    if (LogLibFileManage(&request) != 0) return TESSEL_E_SYSTEM;
+    if (!concernsDaemon) return TESSEL_OK;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_LOG_FILE, request, reply);
+}

@@ -1,0 +1,21 @@
+// One function per command. Each asks libtessel or the kernel and returns what there is to show.
+#pragma once
+
+#include "client/ctl/command.h"
+
+namespace tessel::ctl {
+
+Outcome AddrShow(const Invocation& invocation);
+Outcome LinkShow(const Invocation& invocation);
+Outcome LinkMtu(const Invocation& invocation);
+Outcome LinkSetMtu(const Invocation& invocation);
+Outcome ServiceStop(const Invocation& invocation);
+Outcome LogLevel(const Invocation& invocation);
+Outcome LogFile(const Invocation& invocation);
+Outcome LogDebug(const Invocation& invocation);
+Outcome LogFollow(const Invocation& invocation);
+Outcome RawRequest(const Invocation& invocation);
+Outcome Status(const Invocation& invocation);
+Outcome HelpOn(const Invocation& invocation);
+
+}  // namespace tessel::ctl

@@ -1,0 +1,88 @@
+#include "client/ctl/processes.h"
+
+#include <dirent.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "client/ctl/values.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+constexpr std::size_t kCommMax = 15;
+
+// The number behind `key` at the start of a line.
+std::optional<long> NumberBehind(const std::string& path, std::string_view key) {
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with(key)) return std::strtol(line.c_str() + key.size(), nullptr, 10);
+    }
+    return std::nullopt;
+}
+
+// proc(5): ticks between boot and the start of the process are the 22nd field; the name, the 2nd, may hold anything.
+std::optional<long> StartTicks(pid_t pid) {
+    constexpr int kFieldsBetween = 19;
+    std::ifstream file(fmt::format("/proc/{}/stat", pid));
+    std::string line;
+    std::getline(file, line);
+    const std::size_t nameEnd = line.rfind(')');
+    if (nameEnd == std::string::npos) return std::nullopt;
+    std::istringstream fields(line.substr(nameEnd + 1));
+    std::string skipped;
+    for (int i = 0; i < kFieldsBetween; ++i)
+        fields >> skipped;
+    long ticks = 0;
+    if (!(fields >> ticks)) return std::nullopt;
+    return ticks;
+}
+
+std::optional<bool> IsSameFile(const std::string& one, const std::string& other) {
+    struct stat first {};
+    struct stat second {};
+    if (stat(one.c_str(), &first) != 0 || stat(other.c_str(), &second) != 0) return std::nullopt;
+    return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+std::string CommOf(const char* pid) {
+    std::ifstream file(fmt::format("/proc/{}/comm", pid));
+    std::string name;
+    std::getline(file, name);
+    return name;
+}
+
+}  // namespace
+
+ProcessFacts LookAtProcess(pid_t pid) {
+    ProcessFacts facts;
+    const auto bootTime = NumberBehind("/proc/stat", "btime ");
+    const auto ticks = StartTicks(pid);
+    if (bootTime && ticks) facts.since = static_cast<std::time_t>(*bootTime + *ticks / sysconf(_SC_CLK_TCK));
+    facts.residentKib = NumberBehind(fmt::format("/proc/{}/status", pid), "VmRSS:");
+    facts.sharesOurNetwork = SharesOurNetwork(pid);
+    return facts;
+}
+
+std::optional<bool> SharesOurNetwork(pid_t pid) {
+    return IsSameFile("/proc/self/ns/net", fmt::format("/proc/{}/ns/net", pid));
+}
+
+std::vector<pid_t> FindProcesses(std::string_view name) {
+    std::vector<pid_t> found;
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc"), &closedir);
+    if (directory == nullptr) return found;
+    while (const dirent* entry = readdir(directory.get())) {
+        const auto pid = ParseNumber(entry->d_name);
+        if (pid && CommOf(entry->d_name) == name.substr(0, kCommMax)) found.push_back(static_cast<pid_t>(*pid));
+    }
+    return found;
+}
+
+}  // namespace tessel::ctl

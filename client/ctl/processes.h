@@ -1,0 +1,27 @@
+// Processes, as "/proc" shows them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tessel::ctl {
+
+struct ProcessFacts {
+    std::optional<std::time_t> since;
+    std::optional<long> residentKib;
+    std::optional<bool> sharesOurNetwork;
+};
+[[nodiscard]] ProcessFacts LookAtProcess(pid_t pid);
+
+// Whether the process sees the interfaces that this one sees; nothing: not allowed to look.
+[[nodiscard]] std::optional<bool> SharesOurNetwork(pid_t pid);
+
+// The processes of this name. The kernel keeps 15 characters of a name.
+[[nodiscard]] std::vector<pid_t> FindProcesses(std::string_view name);
+
+}  // namespace tessel::ctl

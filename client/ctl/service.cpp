@@ -1,0 +1,63 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "client/ctl/handlers.h"
+#include "client/ctl/processes.h"
+#include "client/ctl/service_names.h"
+#include "client/libtessel.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+struct ServiceName {
+    std::string_view service;
+    std::string_view onDesktop;
+    std::string_view onDevice;
+};
+
+constexpr ServiceName kServices[] = {
+    {"ssh", "sshd", "dropbear"},
+    {"telnetd", "in.telnetd", "telnetd"},
+    {"ftpd", "vsftpd", "ftpd"},
+};
+
+bool IsDesktop() {
+    std::ifstream issue("/etc/issue");
+    for (std::string line; std::getline(issue, line);) {
+        if (line.find("ubuntu") != std::string::npos || line.find("Ubuntu") != std::string::npos) return true;
+    }
+    return false;
+}
+
+// Empty: not known.
+std::string WhyNotStopped(const std::string& process, std::size_t running) {
+    if (process == "tessel_daemon") return "the daemon never stops itself";
+    return running == 0 ? fmt::format("no process {} runs here", process) : "";
+}
+
+}  // namespace
+
+std::string ProcessOfService(const std::string& service) {
+    for (const ServiceName& row : kServices) {
+        if (row.service == service) return std::string(IsDesktop() ? row.onDesktop : row.onDevice);
+    }
+    return service;
+}
+
+Outcome ServiceStop(const Invocation& invocation) {
+    const std::string service = invocation.words.Get("NAME");
+    const std::string process = ProcessOfService(service);
+    const std::size_t running = FindProcesses(process).size();
+    const std::string asked = "service stop " + service;
+    const int error = tessel_service_stop(service.c_str());
+    if (error != TESSEL_OK) return CallFailed(asked, error, WhyNotStopped(process, running));
+    Outcome outcome;
+    outcome.document = {{"service", service}, {"process", process}, {"stopped", running}};
+    outcome.done = fmt::format("{} stopped ({} of {})", service, running, process);
+    return outcome;
+}
+
+}  // namespace tessel::ctl

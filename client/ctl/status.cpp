@@ -1,0 +1,110 @@
+#include <fmt/format.h>
+
+#include <ctime>
+
+#include "client/ctl/addresses.h"
+#include "client/ctl/handlers.h"
+#include "client/ctl/kernel.h"
+#include "client/ctl/processes.h"
+#include "client/libtessel.h"
+
+namespace tessel::ctl {
+
+using nlohmann::ordered_json;
+
+namespace {
+
+// Asked to learn who answers: it changes nothing, runs no tool, and every network has it.
+constexpr char kHarmlessInterface[] = "lo";
+
+std::string LocalTime(std::time_t time) {
+    std::tm parts{};
+    localtime_r(&time, &parts);
+    char text[64] = "";
+    strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
+    return text;
+}
+
+// RFC 3339, with the milliseconds that every time in JSON has.
+std::string JsonTime(std::time_t time) {
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[64] = "";
+    strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S.000Z", &parts);
+    return text;
+}
+
+template <typename Value>
+ordered_json OrNull(const std::optional<Value>& value) {
+    return value ? ordered_json(*value) : ordered_json();
+}
+
+ordered_json DaemonJson(int pid, const ProcessFacts& facts) {
+    const bool isRunning = pid != 0;
+    ordered_json since;
+    if (facts.since) since = JsonTime(*facts.since);
+    return {{"running", isRunning},
+            {"pid", isRunning ? ordered_json(pid) : ordered_json()},
+            {"since", since},
+            {"resident_kib", OrNull(facts.residentKib)},
+            {"same_network", OrNull(facts.sharesOurNetwork)}};
+}
+
+std::string DaemonText(int pid, const ProcessFacts& facts) {
+    std::string text = fmt::format("running, pid {}", pid);
+    if (facts.since) {
+        text += fmt::format(", since {} ({})", LocalTime(*facts.since),
+                            HumanDuration(std::max<long>(std::time(nullptr) - *facts.since, 0)));
+    }
+    if (facts.residentKib) text += ", " + HumanKib(*facts.residentKib);
+    if (facts.sharesOurNetwork == false) text += ", in another network namespace";
+    return text;
+}
+
+std::vector<ShownAddress> AddressesOf(const KernelLink& link, bool askDaemon) {
+    TNetIfaceIp list{};
+    if (!askDaemon || tessel_addr_get(link.name.c_str(), TESSEL_FAMILY_BOTH, &list) != TESSEL_OK) return link.addresses;
+    std::vector<ShownAddress> addresses;
+    for (u32 i = 0; i < list.dwNum; ++i)
+        addresses.push_back(ShowAddress(list.atIp[i]));
+    return addresses;
+}
+
+void AddLink(const KernelLink& link, bool askDaemon, Outcome& outcome) {
+    const std::string state = LinkState(link);
+    const auto addresses = AddressesOf(link, askDaemon);
+    outcome.table.rows.push_back(
+        {{link.name}, {state, state == "up" ? Style::kGood : Style::kBad}, {AddressText(addresses)}});
+    outcome.document["interfaces"].push_back(
+        {{"interface", link.name}, {"state", state}, {"addresses", AddressJson(addresses)}});
+}
+
+}  // namespace
+
+Outcome Status(const Invocation& invocation) {
+    u32 mtu = 0;
+    const int error = tessel_mtu_get(kHarmlessInterface, &mtu);
+    if (error == kPlanned) return CallFailed("status", error);
+    Outcome outcome;
+    // Any answer will do; a daemon that is busy or broken is there all the same.
+    const int pid = tessel_daemon_pid();
+    const ProcessFacts facts = pid == 0 ? ProcessFacts{} : LookAtProcess(pid);
+    const bool answers = error == TESSEL_OK || error == TESSEL_E_FAILED;
+    if (!answers) outcome.failure = CallFailed("status", error);
+    outcome.document = {{"daemon", DaemonJson(pid, facts)}, {"interfaces", ordered_json::array()}};
+    const bool isRunning = error != TESSEL_E_NOT_RUNNING;
+    outcome.table.preamble = {
+        {"tessel_daemon"},
+        {isRunning ? DaemonText(pid, facts) : "not running", isRunning ? Style::kGood : Style::kBad}};
+
+    const auto named = invocation.words.Find("IF");
+    if (named && !FindKernelLink(*named)) return Refused("status " + *named, MissingInterface(*named));
+    // The daemon's interfaces are others than ours when its network is another.
+    const bool askDaemon = answers && facts.sharesOurNetwork != false;
+    for (const KernelLink& link : KernelLinks()) {
+        if (!named || link.name == *named) AddLink(link, askDaemon, outcome);
+    }
+    return outcome;
+}
+
+}  // namespace tessel::ctl

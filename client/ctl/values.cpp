@@ -1,0 +1,102 @@
+#include "client/ctl/values.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+
+#include "client/ctl/commands.h"
+#include "client/ctl/kernel.h"
+#include "client/ctl/messages.h"
+#include "tessel/ipc.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+constexpr std::size_t kNameMax = TESSEL_NAME_SIZE - 1;
+
+std::optional<std::string> CheckName(const std::string& word) {
+    if (word.empty()) return "an empty name";
+    if (word.size() > kNameMax) return fmt::format("\"{}\" is longer than {} characters", word, kNameMax);
+    const bool hasBlank = std::any_of(word.begin(), word.end(), [](unsigned char c) { return c <= ' ' || c == 0x7f; });
+    if (hasBlank) return fmt::format("\"{}\" is not one word", word);
+    return std::nullopt;
+}
+
+std::optional<std::string> CheckNumber(const std::string& word) {
+    if (ParseNumber(word)) return std::nullopt;
+    return fmt::format("\"{}\" is no number from 0 to 4294967295", word);
+}
+
+std::optional<std::string> CheckCode(const std::string& word) {
+    if (ParseNumber(word) || FindMessage(word) != nullptr) return std::nullopt;
+    return fmt::format("\"{}\" is neither a code nor the name of one", word);
+}
+
+std::optional<std::string> CheckNotEmpty(const std::string& word) {
+    if (!word.empty()) return std::nullopt;
+    return "an empty word";
+}
+
+std::vector<std::string> InterfaceNames() {
+    std::vector<std::string> names;
+    for (const KernelLink& link : KernelLinks())
+        names.push_back(link.name);
+    return names;
+}
+
+std::vector<std::string> CodeNames() {
+    std::vector<std::string> names;
+    for (const Message& message : Messages())
+        names.emplace_back(message.name);
+    return names;
+}
+
+std::vector<std::string> NoneKnown() {
+    return {};
+}
+
+struct ValueKind {
+    std::string_view word;
+    std::optional<std::string> (*check)(const std::string& word);
+    std::vector<std::string> (*known)();
+};
+
+constexpr ValueKind kKinds[] = {
+    {"IF", &CheckName, &InterfaceNames}, {"NAME", &CheckName, &NoneKnown},         {"N", &CheckNumber, &NoneKnown},
+    {"CODE", &CheckCode, &CodeNames},    {"OBJECT", &CheckNotEmpty, &ObjectNames},
+};
+
+const ValueKind* FindKind(std::string_view word) {
+    const auto* const found =
+        std::find_if(std::begin(kKinds), std::end(kKinds), [&](const ValueKind& kind) { return kind.word == word; });
+    return found == std::end(kKinds) ? nullptr : found;
+}
+
+}  // namespace
+
+std::optional<std::string> CheckValue(std::string_view kind, const std::string& word) {
+    const ValueKind* found = FindKind(kind);
+    return found == nullptr ? CheckNotEmpty(word) : found->check(word);
+}
+
+std::vector<std::string> KnownValues(std::string_view kind) {
+    const ValueKind* found = FindKind(kind);
+    return found == nullptr ? std::vector<std::string>{} : found->known();
+}
+
+std::optional<u32> ParseNumber(std::string_view text) {
+    int base = 10;
+    if (text.starts_with("0x") || text.starts_with("0X")) {
+        text.remove_prefix(2);
+        base = 16;
+    }
+    u32 number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+    return number;
+}
+
+}  // namespace tessel::ctl

@@ -1,0 +1,62 @@
+#include "client/event_names.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "client/libtessel.h"
+
+namespace {
+
+// Names with the same first part, up to the end or the next '_'.
+struct EventRow {
+    std::string_view socketFamily;
+    u32 type;
+    tessel::EventName event;
+};
+
+constexpr EventRow kEvents[] = {
+    {TESSEL_SOCKET_PING, 0, {TESSEL_EVENT_PING_REPLY, "ping_reply"}},
+    {TESSEL_SOCKET_PING, 1, {TESSEL_EVENT_PING_NO_REPLY, "ping_no_reply"}},
+    {TESSEL_SOCKET_PING, 2, {TESSEL_EVENT_PING_NO_OUTPUT, "ping_no_output"}},
+    {TESSEL_SOCKET_PING, 3, {TESSEL_EVENT_PING_UNREACHABLE, "ping_unreachable"}},
+    {TESSEL_SOCKET_TRACEROUTE, 101, {TESSEL_EVENT_TRACE_ERROR, "trace_error"}},
+    {TESSEL_SOCKET_TRACEROUTE, 102, {TESSEL_EVENT_TRACE_NO_REPLY, "trace_no_reply"}},
+    {TESSEL_SOCKET_TRACEROUTE, 103, {TESSEL_EVENT_TRACE_HOP, "trace_hop"}},
+    {TESSEL_SOCKET_TRACEROUTE, 104, {TESSEL_EVENT_TRACE_REACHED, "trace_reached"}},
+    {TESSEL_SOCKET_TRACEROUTE, 105, {TESSEL_EVENT_TRACE_UNREACHABLE, "trace_unreachable"}},
+    {TESSEL_SOCKET_TRACEROUTE, 106, {TESSEL_EVENT_TRACE_REFUSED, "trace_refused"}},
+    {TESSEL_SOCKET_DHCPC, 0x505, {TESSEL_EVENT_DHCP_LEASE, "dhcp_lease"}},
+    {TESSEL_SOCKET_DHCPC, 0x506, {TESSEL_EVENT_DHCP_FAILED, "dhcp_failed"}},
+    {TESSEL_SOCKET_DHCPC, 0, {TESSEL_EVENT_DHCP_DECONFIGURED, "dhcp_deconfigured"}},
+    {TESSEL_SOCKET_DHCPCV6, 0x505, {TESSEL_EVENT_DHCP_LEASE, "dhcp_lease"}},
+    {TESSEL_SOCKET_DHCPCV6, 0x506, {TESSEL_EVENT_DHCP_FAILED, "dhcp_failed"}},
+    {TESSEL_SOCKET_DHCPCV6, 0, {TESSEL_EVENT_DHCP_DECONFIGURED, "dhcp_deconfigured"}},
+    {TESSEL_SOCKET_NTP, 1, {TESSEL_EVENT_NTP_SYNCED, "ntp_synced"}},
+    {TESSEL_SOCKET_NTP, 2, {TESSEL_EVENT_NTP_FAILED, "ntp_failed"}},
+    {TESSEL_SOCKET_NTPV6, 1, {TESSEL_EVENT_NTP_SYNCED, "ntp_synced"}},
+    {TESSEL_SOCKET_NTPV6, 2, {TESSEL_EVENT_NTP_FAILED, "ntp_failed"}},
+    {TESSEL_SOCKET_IP_CONFLICT, 1, {TESSEL_EVENT_IP_CONFLICT, "ip_conflict"}},
+    {TESSEL_SOCKET_IP_CONFLICT, 2, {TESSEL_EVENT_MAC_CONFLICT, "mac_conflict"}},
+    {TESSEL_SOCKET_IPV6_CONFLICT, 1, {TESSEL_EVENT_IP_CONFLICT, "ip_conflict"}},
+    {TESSEL_SOCKET_IPV6_CONFLICT, 2, {TESSEL_EVENT_MAC_CONFLICT, "mac_conflict"}},
+    {TESSEL_SOCKET_ROUTER_NOTIFY, 0, {TESSEL_EVENT_RA_CHANGED, "ra_changed"}},
+    {TESSEL_SOCKET_STAT, 0, {TESSEL_EVENT_TRAFFIC, "traffic"}},
+};
+
+bool IsOfFamily(std::string_view socketName, std::string_view family) {
+    if (!socketName.starts_with(family)) return false;
+    return socketName.size() == family.size() || socketName[family.size()] == '_';
+}
+
+}  // namespace
+
+namespace tessel {
+
+EventName FindEventName(std::string_view socketName, u32 type) {
+    const auto* const found = std::find_if(std::begin(kEvents), std::end(kEvents), [&](const EventRow& row) {
+        return row.type == type && IsOfFamily(socketName, row.socketFamily);
+    });
+    return found == std::end(kEvents) ? EventName{TESSEL_EVENT_UNKNOWN, "unknown"} : found->event;
+}
+
+}  // namespace tessel

@@ -1,0 +1,146 @@
+/* libtessel: a typed call for every command of tessel_daemon, and a listener for its notifications.
+ *
+ * A call sends one request and waits for its reply, at most for the time that tessel_set_timeout_ms() sets. Calls keep
+ * no state: any thread may call at any time. What a caller hands in stays the caller's; outputs are written on success
+ * only. Every int that a function returns is a value of enum tessel_error unless its comment says otherwise. */
+#ifndef TESSEL_LIBTESSEL_H
+#define TESSEL_LIBTESSEL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "tessel/address.h"
+#include "tessel/command.h"
+#include "tessel/ipc.h"
+#include "tessel/log.h"
+#include "tessel/mtu.h"
+#include "tessel/service.h"
+
+#define TESSEL_API __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum tessel_error {
+    TESSEL_OK = 0,
+    TESSEL_E_FAILED = -1,      /* the daemon answered that it failed */
+    TESSEL_E_NOT_RUNNING = -2, /* nobody listens on the daemon's socket; known at once */
+    TESSEL_E_TIMEOUT = -3,     /* no answer, or no event, in time; a request may still be carried out */
+    TESSEL_E_NO_REPLY = -4,    /* closed without an answer: the daemon does not know the request or refuses its form */
+    TESSEL_E_PROTOCOL = -5,    /* the reply was cut, or of another size than the command's */
+    TESSEL_E_ARGUMENT = -6,    /* refused here; nothing was sent */
+    TESSEL_E_SYSTEM = -7,      /* a system call failed; errno tells why */
+    TESSEL_E_IN_USE = -8       /* somebody listens under that name */
+};
+
+/* A sentence without a full stop; never null, never freed. */
+TESSEL_API const char* tessel_strerror(int error);
+
+/* How long calls of this process wait for connecting, writing and reading each: 1 ms and more, initially 60000. Many
+ * requests run tools, and the daemon serves one request at a time. */
+TESSEL_API int tessel_set_timeout_ms(int timeout_ms);
+
+/* The process that took this thread's last call, as the kernel tells for that very connection. 0: that call reached
+ * nobody, there was none, or the process is not visible from here. */
+TESSEL_API int tessel_daemon_pid(void);
+
+/* 1 when a process listens on the daemon's socket, else 0. It is not connected to and does not notice. */
+TESSEL_API int tessel_daemon_is_listening(void);
+
+/* ---- Commands. Names of interfaces and services have 1 to 15 characters and no blanks. ---- */
+
+/* The addresses of an interface. `family` is TESSEL_FAMILY_INET, _INET6 or _BOTH (IPv4 first). A list of
+ * TESSEL_ADDRESSES_MAX entries may be cut. An interface without addresses gives an empty list; one that does not exist,
+ * TESSEL_E_FAILED. */
+TESSEL_API int tessel_addr_get(const char* interface, int family, TNetIfaceIp* list);
+
+/* MTU, hardware address and addresses as text, which may fill their fields without a NUL. Interfaces without an
+ * Ethernet address (lo, ppp0) give TESSEL_E_FAILED. */
+TESSEL_API int tessel_addr_show(const char* interface, ipaddr_show_info* info);
+
+/* The largest packet in bytes. */
+TESSEL_API int tessel_mtu_get(const char* interface, uint32_t* mtu);
+TESSEL_API int tessel_mtu_set(const char* interface, uint32_t mtu);
+
+/* Ends every process of a service with signal 9: "ssh", "telnetd", "ftpd" or the name of a process. TESSEL_E_FAILED
+ * also when none runs. */
+TESSEL_API int tessel_service_stop(const char* name);
+
+/* The daemon's log level: above 1 errors, above 3 information, 5 and above everything. It cannot be read back. */
+TESSEL_API int tessel_log_level_set(int32_t level);
+
+/* Opens or closes log files; `code` is TESSEL_LOG_OPEN_LIB to TESSEL_LOG_CLOSE_BOTH. The library's file is this
+ * process's own: what the calls here have to say goes there. Paths have at most 127 characters; null and "" mean
+ * "/tmp/tessel_lib.log" and "/tmp/tessel_daemon.log". The daemon resolves its path in its own directory. Opening
+ * truncates, closing takes a second. With a code for both files the library's comes first and stays as it then is when
+ * the daemon fails. */
+TESSEL_API int tessel_log_file(int code, const char* lib_path, const char* daemon_path);
+
+/* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
+ * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */
+TESSEL_API int tessel_raw(uint32_t code, const void* request, size_t size, void* reply, size_t reply_size);
+
+/* ---- Notifications ---- */
+
+enum tessel_event_kind {
+    TESSEL_EVENT_UNKNOWN = 0,
+    TESSEL_EVENT_PING_REPLY,
+    TESSEL_EVENT_PING_NO_REPLY,
+    TESSEL_EVENT_PING_NO_OUTPUT,
+    TESSEL_EVENT_PING_UNREACHABLE,
+    TESSEL_EVENT_TRACE_ERROR,
+    TESSEL_EVENT_TRACE_NO_REPLY,
+    TESSEL_EVENT_TRACE_HOP,
+    TESSEL_EVENT_TRACE_REACHED,
+    TESSEL_EVENT_TRACE_UNREACHABLE,
+    TESSEL_EVENT_TRACE_REFUSED,
+    TESSEL_EVENT_DHCP_LEASE,
+    TESSEL_EVENT_DHCP_FAILED,
+    TESSEL_EVENT_DHCP_DECONFIGURED,
+    TESSEL_EVENT_NTP_SYNCED,
+    TESSEL_EVENT_NTP_FAILED,
+    TESSEL_EVENT_IP_CONFLICT,
+    TESSEL_EVENT_MAC_CONFLICT,
+    TESSEL_EVENT_RA_CHANGED,
+    TESSEL_EVENT_TRAFFIC
+};
+
+typedef struct {
+    int kind;         /* enum tessel_event_kind, from the socket's name and `type` */
+    const char* name; /* "ping_reply" and so on, "unknown" otherwise; never null, never freed */
+    uint32_t type;    /* as the message carries it */
+    uint32_t size;    /* valid bytes of `payload` */
+    uint8_t payload[TESSEL_PAYLOAD_MAX];
+} tessel_event;
+
+/* Owns a socket under "/tmp/". One thread at a time may use it. */
+typedef struct tessel_listener tessel_listener;
+
+enum tessel_listen_flag {
+    TESSEL_LISTEN_TAKE = 1 /* take the name from whoever listens there; it gets no events any more */
+};
+
+/* Listens under a name of tessel/ipc.h, such as TESSEL_SOCKET_NTP. Without TESSEL_LISTEN_TAKE a name with a living
+ * listener gives TESSEL_E_IN_USE; a file that a dead one left is replaced. */
+TESSEL_API int tessel_listener_open(const char* name, unsigned flags, tessel_listener** listener);
+
+/* For poll(): readable when tessel_listener_next() has something to do. Stays the listener's. */
+TESSEL_API int tessel_listener_fd(const tessel_listener* listener);
+
+/* Waits for the next event; a negative time waits without end. TESSEL_E_TIMEOUT: none came. TESSEL_E_SYSTEM with EINTR:
+ * a signal came first. Messages that are no events are passed over and counted; a sender that connects and stays silent
+ * may prolong the wait by up to a second. */
+TESSEL_API int tessel_listener_next(tessel_listener* listener, tessel_event* event, int timeout_ms);
+
+/* How many connections brought no whole message: nothing, less than announced, or more than 3072 bytes announced. */
+TESSEL_API unsigned long tessel_listener_malformed(const tessel_listener* listener);
+
+/* Closes the listener and removes its files, unless somebody took the name meanwhile. Null is allowed. */
+TESSEL_API void tessel_listener_close(tessel_listener* listener);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,203 @@
+// The application's end of notifications: a socket under "/tmp/" and a lock file beside it.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "client/call.h"
+#include "client/event_names.h"
+#include "client/libtessel.h"
+#include "core/ipc.h"
+#include "core/unique_fd.h"
+
+using tessel::UniqueFd;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr int kBacklog = 100;
+constexpr milliseconds kSilentSenderTime{1000};
+constexpr char kLockSuffix[] = ".lock";
+
+// A file by what it is, not by its name, which somebody else may have taken over.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
+
+FileIdentity IdentityOf(const struct stat& status) {
+    return {.device = status.st_dev, .inode = status.st_ino};
+}
+
+FileIdentity IdentityAt(const char* path) {
+    struct stat status {};
+    return lstat(path, &status) == 0 ? IdentityOf(status) : FileIdentity{};
+}
+
+void UnlinkIfStill(const char* path, const FileIdentity& identity) {
+    if (IdentityAt(path) == identity) unlink(path);
+}
+
+int MillisecondsUntil(Clock::time_point deadline) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+    return static_cast<int>(std::max<milliseconds::rep>(left.count(), 0));
+}
+
+}  // namespace
+
+struct tessel_listener {
+    char name[sizeof(sockaddr_un::sun_path)] = {};
+    char path[sizeof(sockaddr_un::sun_path)] = {};
+    char lockPath[sizeof(sockaddr_un::sun_path) + sizeof(kLockSuffix)] = {};
+    UniqueFd socket;
+    UniqueFd lock;
+    FileIdentity socketFile;
+    FileIdentity lockFile;
+    unsigned long malformed = 0;
+};
+
+namespace {
+
+// Opens and locks the lock file. Its owner removes it in the end: a lock on a file that has gone is worth nothing, so
+// the one locked must be the one that has the name.
+int TakeLock(tessel_listener& listener, bool force) {
+    while (true) {
+        UniqueFd fd(open(listener.lockPath, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+        if (!fd.IsOpen()) return TESSEL_E_SYSTEM;
+        struct stat status {};
+        if (fstat(fd.Get(), &status) != 0) return TESSEL_E_SYSTEM;
+        if (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK) return TESSEL_E_SYSTEM;
+            if (!force) return TESSEL_E_IN_USE;
+            if (unlink(listener.lockPath) != 0 && errno != ENOENT) return TESSEL_E_SYSTEM;
+            continue;
+        }
+        if (IdentityAt(listener.lockPath) != IdentityOf(status)) continue;
+        listener.lockFile = IdentityOf(status);
+        listener.lock = std::move(fd);
+        return TESSEL_OK;
+    }
+}
+
+int Listen(tessel_listener& listener, const sockaddr_un& address) {
+    listener.socket.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!listener.socket.IsOpen()) return TESSEL_E_SYSTEM;
+    if (unlink(address.sun_path) != 0 && errno != ENOENT) return TESSEL_E_SYSTEM;
+    if (bind(listener.socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        return errno == EADDRINUSE ? TESSEL_E_IN_USE : TESSEL_E_SYSTEM;
+    }
+    listener.socketFile = IdentityAt(address.sun_path);
+    return listen(listener.socket.Get(), kBacklog) == 0 ? TESSEL_OK : TESSEL_E_SYSTEM;
+}
+
+// Reads up to `size` bytes until the deadline; how many came.
+std::size_t ReadFully(int connection, void* buffer, std::size_t size, Clock::time_point deadline) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = recv(connection, static_cast<u8*>(buffer) + done, size - done, MSG_DONTWAIT);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+            continue;
+        }
+        if (count == 0 || (errno != EAGAIN && errno != EINTR)) break;
+        pollfd readable{.fd = connection, .events = POLLIN, .revents = 0};
+        if (poll(&readable, 1, MillisecondsUntil(deadline)) == 0) break;
+    }
+    return done;
+}
+
+// One connection carries one message and gets no answer. False when it was none.
+bool ReadEvent(int connection, const char* socketName, tessel_event& event) {
+    const auto deadline = Clock::now() + kSilentSenderTime;
+    IpcMsgHead head{};
+    if (ReadFully(connection, &head, sizeof(head), deadline) != sizeof(head)) return false;
+    if (head.size < 0 || head.size > TESSEL_PAYLOAD_MAX) return false;
+    const auto size = static_cast<std::size_t>(head.size);
+    if (ReadFully(connection, event.payload, size, deadline) != size) return false;
+    const tessel::EventName found = tessel::FindEventName(socketName, head.type);
+    event.kind = found.kind;
+    event.name = found.name;
+    event.type = head.type;
+    event.size = static_cast<u32>(size);
+    return true;
+}
+
+}  // namespace
+
+int tessel_listener_open(const char* name, unsigned flags, tessel_listener** listener) {
+    sockaddr_un address{};
+    if (listener == nullptr || name == nullptr || name[0] == '\0' || strchr(name, '/') != nullptr ||
+        strcmp(name, TESSEL_SOCKET_API) == 0 || (flags & ~static_cast<unsigned>(TESSEL_LISTEN_TAKE)) != 0 ||
+        !tessel::FormSocketAddress(name, address)) {
+        return TESSEL_E_ARGUMENT;
+    }
+    const bool force = (flags & TESSEL_LISTEN_TAKE) != 0;
+    auto* const made = new (std::nothrow) tessel_listener;
+    if (made == nullptr) {
+        errno = ENOMEM;
+        return TESSEL_E_SYSTEM;
+    }
+    std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)> owner(made, &tessel_listener_close);
+    snprintf(made->name, sizeof(made->name), "%s", name);
+    snprintf(made->path, sizeof(made->path), "%s", address.sun_path);
+    snprintf(made->lockPath, sizeof(made->lockPath), "%s%s", address.sun_path, kLockSuffix);
+
+    int error = TakeLock(*made, force);
+    // Programs that know nothing of the lock listen as well.
+    if (error == TESSEL_OK && !force && tessel::SomebodyListens(name)) error = TESSEL_E_IN_USE;
+    if (error == TESSEL_OK) error = Listen(*made, address);
+    if (error == TESSEL_OK) *listener = owner.release();
+    return error;
+}
+
+int tessel_listener_fd(const tessel_listener* listener) {
+    return listener->socket.Get();
+}
+
+int tessel_listener_next(tessel_listener* listener, tessel_event* event, int timeout_ms) {
+    const auto deadline = Clock::now() + milliseconds(std::max(timeout_ms, 0));
+    while (true) {
+        const UniqueFd connection(accept4(listener->socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (connection.IsOpen()) {
+            if (ReadEvent(connection.Get(), listener->name, *event)) return TESSEL_OK;
+            ++listener->malformed;
+            continue;
+        }
+        if (errno == ECONNABORTED) continue;
+        if (errno != EAGAIN) return TESSEL_E_SYSTEM;
+        pollfd readable{.fd = listener->socket.Get(), .events = POLLIN, .revents = 0};
+        const int ready = poll(&readable, 1, timeout_ms < 0 ? -1 : MillisecondsUntil(deadline));
+        if (ready == 0) return TESSEL_E_TIMEOUT;
+        if (ready < 0) return TESSEL_E_SYSTEM;
+    }
+}
+
+unsigned long tessel_listener_malformed(const tessel_listener* listener) {
+    return listener->malformed;
+}
+
+void tessel_listener_close(tessel_listener* listener) {
+    if (listener == nullptr) return;
+    const tessel::CancellationOff guard;
+    const int error = errno;
+    if (listener->socket.IsOpen() && listener->socketFile != FileIdentity{}) {
+        UnlinkIfStill(listener->path, listener->socketFile);
+    }
+    if (listener->lock.IsOpen()) UnlinkIfStill(listener->lockPath, listener->lockFile);
+    delete listener;
+    errno = error;
+}

@@ -49,6 +49,7 @@ void Declare(CLI::App& app, Raw& raw) {
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN");
     app.add_flag("-y,--yes", options.yes, "do not ask");
+    app.add_flag("--force", options.force, "do it even if it ends the session it is typed in");
     app.add_option("--reply", raw.replyBytes, "bytes of the reply to \"raw\"; 0: wait for none")
         ->check(CLI::Range(0, 1 << 20))
         ->type_name("N");

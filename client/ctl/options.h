@@ -24,6 +24,7 @@ struct Options {
     bool noHeader = false;
     std::string colour = "auto";
     bool yes = false;
+    bool force = false;
     bool help = false;
     bool version = false;
     std::optional<i32> replyBytes;   // of `raw`

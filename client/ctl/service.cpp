@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 
 #include "client/ctl/handlers.h"
@@ -32,6 +33,11 @@ bool IsDesktop() {
     return false;
 }
 
+// True when the connection that this is typed on is served by one of `process`.
+bool CarriesThisSession(const std::string& process) {
+    return getenv("SSH_CONNECTION") != nullptr && (process == "dropbear" || process == "sshd");
+}
+
 // Empty: not known.
 std::string WhyNotStopped(const std::string& process, std::size_t running) {
     if (process == "tessel_daemon") return "the daemon never stops itself";
@@ -52,6 +58,11 @@ Outcome ServiceStop(const Invocation& invocation) {
     const std::string process = ProcessOfService(service);
     const std::size_t running = FindProcesses(process).size();
     const std::string asked = "service stop " + service;
+    if (CarriesThisSession(process) && !invocation.options.force && !invocation.options.dryRun) {
+        return Refused(asked, fmt::format("it would kill every {}, with it the one that carries your session "
+                                          "(--force does it)",
+                                          process));
+    }
     const int error = tessel_service_stop(service.c_str());
     if (error != TESSEL_OK) return CallFailed(asked, error, WhyNotStopped(process, running));
     Outcome outcome;

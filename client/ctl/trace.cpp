@@ -8,6 +8,7 @@
 #include "client/ctl/failure.h"
 #include "client/ctl/messages.h"
 #include "client/ctl/output.h"
+#include "client/ctl/wait_notice.h"
 
 namespace tessel::ctl {
 
@@ -79,6 +80,7 @@ int TracedCall(u32 code, const void* request, std::size_t size, void* reply, std
         return kPlanned;
     }
     const auto start = Clock::now();
+    const WaitNotice notice(g_trace.err);
     const int error = CallDaemon(code, request, size, reply, replySize);
     const std::chrono::duration<double, std::milli> taken = Clock::now() - start;
     const int systemError = errno;

@@ -102,16 +102,18 @@ class OutputReader {
   public:
     OutputReader(int pipe, std::span<char> kept) : pipe_(pipe), kept_(kept) {}
 
-    // Reads once, without waiting. False when there is nothing more: the output has ended, or nothing is there now.
-    bool ReadOnce() {
+    enum class Outcome { kRead, kNothingThere, kEnd };
+
+    // Reads once, without waiting.
+    Outcome ReadOnce() {
         char dropped[4096];
         const std::span<char> free = kept_.subspan(keptBytes_);
         const std::span<char> target = free.empty() ? std::span<char>(dropped) : free;
         const ssize_t count = read(pipe_, target.data(), target.size());
-        if (count < 0 && errno == EINTR) return true;
-        if (count <= 0) return false;
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return Outcome::kNothingThere;
+        if (count <= 0) return Outcome::kEnd;
         if (!free.empty()) keptBytes_ += static_cast<std::size_t>(count);
-        return true;
+        return Outcome::kRead;
     }
 
     [[nodiscard]] bool IsFull() const {
@@ -138,10 +140,10 @@ i32 ReadUntilExit(pid_t pid, int pipe, OutputReader& reader, CallSite where) {
     constexpr int kReadsPerCheck = 64;
     for (int reads = 1;; ++reads) {
         pollfd readable{.fd = pipe, .events = POLLIN, .revents = 0};
-        const bool isQuiet = poll(&readable, 1, kReapCheckMs) == 0;
-        if (!isQuiet && !reader.ReadOnce()) break;
-        if ((isQuiet || reads % kReadsPerCheck == 0) && HasEnded(pid)) {
-            while (!reader.IsFull() && reader.ReadOnce()) {
+        const bool isReadable = poll(&readable, 1, kReapCheckMs) > 0;
+        if (isReadable && reader.ReadOnce() == OutputReader::Outcome::kEnd) break;
+        if ((!isReadable || reads % kReadsPerCheck == 0) && HasEnded(pid)) {
+            while (!reader.IsFull() && reader.ReadOnce() == OutputReader::Outcome::kRead) {
             }
             break;
         }

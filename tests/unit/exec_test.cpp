@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/time.h>
 
 #include <chrono>
 #include <string>
@@ -99,6 +100,20 @@ TEST_F(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
 
 TEST_F(CapturedOutput, MoreThanAPipeHoldsDoesNotBlockTheTool) {
     EXPECT_EQ(RunScript("head${IFS}-c${IFS}5000000${IFS}/dev/zero|tr${IFS}'\\0'${IFS}x"), 0);
+    EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
+}
+
+// A signal that is handled meanwhile is not taken for the end of the output.
+TEST_F(CapturedOutput, SurvivesSignals) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    constexpr itimerval kEveryMillisecond{.it_interval = {.tv_sec = 0, .tv_usec = 1000},
+                                          .it_value = {.tv_sec = 0, .tv_usec = 1000}};
+    setitimer(ITIMER_REAL, &kEveryMillisecond, nullptr);
+    EXPECT_EQ(RunScript("sleep${IFS}0.2;head${IFS}-c${IFS}500000${IFS}/dev/zero|tr${IFS}'\\0'${IFS}x"), 0);
+    constexpr itimerval kOff{};
+    setitimer(ITIMER_REAL, &kOff, nullptr);
     EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
 }
 

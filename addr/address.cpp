@@ -6,12 +6,13 @@
 #include "addr/address_text.h"
 #include "core/exec.h"
 #include "core/log.h"
-#include "core/text.h"
+#include "core/netif.h"
 
 using tessel::AddressFamily;
 using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
+using tessel::IsInterfaceWord;
 using tessel::kToolOutputBytes;
 
 namespace {
@@ -25,12 +26,6 @@ constexpr char kShowBoth[] = "ip ip addr show dev %s";
 struct ToolOutput {
     char text[kToolOutputBytes + 1] = {};
 };
-
-bool IsInterfaceWord(const char* interfaceName, CallSite where) {
-    if (tessel::IsOneWord(interfaceName)) return true;
-    TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", interfaceName);
-    return false;
-}
 
 bool HaveArguments(const char* interfaceName, const TNetIfaceIp* list, CallSite where) {
     if (interfaceName != nullptr && list != nullptr) return IsInterfaceWord(interfaceName, where);

@@ -1,13 +1,47 @@
 #include "addr/address_api.h"
 
 #include "addr/address.h"
+#include "addr/address_change.h"
 #include "core/api_reply.h"
 #include "core/ipc.h"
 #include "core/log.h"
 #include "core/text.h"
 
+using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
 using tessel::FieldText;
+
+i32 ApidIpaddrAdd(int fd, u32 type, const void* payload, i32 size) {
+    const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
+    const TNetIpAddr entry = request.tIp;
+    const i32 result = IpaddrAdd(FieldText(request.achDevName).Get(), &entry);
+    if (result != 0) TESSEL_ERR("IpaddrAdd error!");
+    return ApiReplyStatus(fd, type, result);
+}
+
+i32 ApidIpaddrDel(int fd, u32 type, const void* payload, i32 size) {
+    const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
+    const TNetIpAddr entry = request.tIp;
+    const i32 result = IpaddrDel(FieldText(request.achDevName).Get(), &entry);
+    if (result != 0) TESSEL_ERR("IpaddrDel error!");
+    return ApiReplyStatus(fd, type, result);
+}
+
+i32 ApidIpaddrFlush(int fd, u32 type, const void* payload, i32 size) {
+    const auto request = ApiRequest<TNetIpaddrFlushReq>(payload, size);
+    const i32 result = IpaddrFlush(FieldText(request.achDevName).Get(), request.wSinFamily);
+    if (result != 0) TESSEL_ERR("IpaddrFlush error!");
+    TESSEL_ERR("IpaddrFlush nErrid : %d", result == 0 ? 0 : -1);  // at error level whatever came of it
+    return ApiReplyStatus(fd, type, result);
+}
+
+i32 ApidIpaddrSet(int fd, u32 type, const void* payload, i32 size) {
+    const auto request = ApiRequest<TNetIpaddrSetReq>(payload, size);
+    const TNetIfaceIp list = request.tIfaceIp;
+    const i32 result = IpaddrSet(FieldText(request.achDevName).Get(), request.wSinFamily, &list);
+    if (result != 0) TESSEL_ERR("IpaddrSet error!");
+    return ApiReplyStatus(fd, type, result);
+}
 
 i32 ApidIpaddrGet(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetIpaddrGetReq>(payload, size);

@@ -30,6 +30,13 @@ bool ComposeCommand(CommandLine& line, const char* format, ...) {
     return false;
 }
 
+i32 RunChange(CommandLine& line, CallSite where) {
+    TESSEL_PRT_AT(where, "%s achCmdBuf: %s", where.function, line.text);
+    const i32 result = ExecCmd(line.text, sizeof(line.text), 0);
+    if (result != 0) TESSEL_ERR_AT(where, "ExecCmd error!");
+    return result;
+}
+
 }  // namespace tessel
 
 namespace {

@@ -26,6 +26,9 @@ struct CommandLine {
 // Composes a command line by printf's rules. False, with a log line, when it does not fit: it is then not run.
 [[nodiscard, gnu::format(printf, 2, 3)]] bool ComposeCommand(CommandLine& line, const char* format, ...);
 
+// Logs "<function> achCmdBuf: <line>" at print level and runs the line. 0, or the executor's result with a log line.
+[[nodiscard]] i32 RunChange(CommandLine& line, CallSite where = CallSite::Current());
+
 }  // namespace tessel
 
 // Splits `cmd` in place at runs of `sep`; a separator at the start makes an empty first word. argv takes up to maxArgs

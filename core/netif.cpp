@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "core/log.h"
+#include "core/text.h"
 #include "core/unique_fd.h"
 
 using tessel::CallSite;
@@ -51,6 +52,12 @@ bool CopyInterfaceName(char (&field)[16], const char* name) {
     if (strlen(name) >= sizeof(field)) return false;
     strncpy(field, name, sizeof(field));
     return true;
+}
+
+bool IsInterfaceWord(const char* interfaceName, CallSite where) {
+    if (IsOneWord(interfaceName)) return true;
+    TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", interfaceName);
+    return false;
 }
 
 }  // namespace tessel

@@ -12,6 +12,9 @@ namespace tessel {
 // Copies an interface name, NUL included, into a field of 16 bytes. False when it is longer than 15 characters.
 [[nodiscard]] bool CopyInterfaceName(char (&field)[16], const char* name);
 
+// True for a name that stays one word of a command line. False with a log line.
+[[nodiscard]] bool IsInterfaceWord(const char* interfaceName, CallSite where = CallSite::Current());
+
 constexpr i32 kInterfaceIndexError = 1201;
 
 }  // namespace tessel

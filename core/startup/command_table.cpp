@@ -4,6 +4,7 @@
 #include <array>
 
 #include "addr/address_api.h"
+#include "addr/mac_api.h"
 #include "route/mtu_api.h"
 #include "route/service_api.h"
 #include "stat/log_api.h"
@@ -15,8 +16,14 @@ using tessel::CommandRow;
 
 constexpr auto kCommands = std::to_array<CommandRow>({
     // Addressing and routing
+    {TESSEL_CMD_IPADDR_ADD, &ApidIpaddrAdd},
+    {TESSEL_CMD_IPADDR_DEL, &ApidIpaddrDel},
+    {TESSEL_CMD_IPADDR_FLUSH, &ApidIpaddrFlush},
+    {TESSEL_CMD_IPADDR_SET, &ApidIpaddrSet},
     {TESSEL_CMD_IPADDR_GET, &ApidIpaddrGet},
     {TESSEL_CMD_IPADDR_SHOW, &apid_ipaddr_show_filter},
+    {TESSEL_CMD_MACADDR_SET, &ApidMacaddrSet},
+    {TESSEL_CMD_MACADDR_GET, &ApidMacaddrGet},
     {TESSEL_CMD_MTU_SET, &ApidMtuSet},
     {TESSEL_CMD_MTU_GET, &ApidMtuGet},
     {TESSEL_CMD_SERVICE_STOP, &ApidServiceStop},

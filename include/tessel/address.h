@@ -42,6 +42,33 @@ typedef struct {
 static_assert(sizeof(TNetIfaceIp) == 580, "wire size");
 static_assert(offsetof(TNetIfaceIp, atIp) == 4, "wire offset");
 
+/* TESSEL_CMD_IPADDR_ADD and TESSEL_CMD_IPADDR_DEL; answered with a status. An entry of another family than 2 or 10 is
+ * answered with 0, and nothing is done. The scope is always the one that the kernel gives. */
+typedef struct {
+    char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */
+    TNetIpAddr tIp;
+} __attribute__((packed)) TNetIpaddrChangeReq;
+static_assert(sizeof(TNetIpaddrChangeReq) == 52, "wire size");
+static_assert(offsetof(TNetIpaddrChangeReq, tIp) == 16, "wire offset");
+
+/* TESSEL_CMD_IPADDR_FLUSH; answered with a status. IPv6 link-local addresses stay. */
+typedef struct {
+    uint16_t wSinFamily;               /* 2, 10 or 11 (both) */
+    char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */
+} __attribute__((packed)) TNetIpaddrFlushReq;
+static_assert(sizeof(TNetIpaddrFlushReq) == 18, "wire size");
+static_assert(offsetof(TNetIpaddrFlushReq, achDevName) == 2, "wire offset");
+
+/* TESSEL_CMD_IPADDR_SET; answered with a status. The list replaces the addresses of the family; IPv6 link-local ones
+ * and those learnt from router advertisements stay. */
+typedef struct {
+    uint16_t wSinFamily;               /* 2, 10 or 11 (each entry to its family) */
+    char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */
+    TNetIfaceIp tIfaceIp;
+} __attribute__((packed)) TNetIpaddrSetReq;
+static_assert(sizeof(TNetIpaddrSetReq) == 598, "wire size");
+static_assert(offsetof(TNetIpaddrSetReq, tIfaceIp) == 18, "wire offset");
+
 /* TESSEL_CMD_IPADDR_GET. */
 typedef struct {
     uint16_t wSinFamily;               /* 2, 10 or 11 (both) */

@@ -33,12 +33,85 @@ template <std::size_t kFieldBytes>
     return true;
 }
 
+bool IsFamily(int family) {
+    return family == TESSEL_FAMILY_INET || family == TESSEL_FAMILY_INET6;
+}
+
+bool IsFamilyOrBoth(int family) {
+    return IsFamily(family) || family == TESSEL_FAMILY_BOTH;
+}
+
+// An entry that the daemon would act on.
+bool IsSendable(const TNetIpAddr& address) {
+    const u32 prefixMax = address.wSinFamily == TESSEL_FAMILY_INET ? 32 : 128;
+    return IsFamily(address.wSinFamily) && address.dwPrefixLen <= prefixMax && address.dwScope <= TESSEL_SCOPE_GLOBAL;
+}
+
+int ChangeAddress(u32 code, const char* interface, const TNetIpAddr* address) {
+    TNetIpaddrChangeReq request{};
+    if (address == nullptr || !IsSendable(*address) || !StoreName(request.achDevName, interface)) {
+        return TESSEL_E_ARGUMENT;
+    }
+    request.tIp = *address;
+    TNetStatusReply reply;
+    return CallWithRecords(code, request, reply);
+}
+
 }  // namespace
+
+int tessel_addr_add(const char* interface, const TNetIpAddr* address) {
+    return ChangeAddress(TESSEL_CMD_IPADDR_ADD, interface, address);
+}
+
+int tessel_addr_del(const char* interface, const TNetIpAddr* address) {
+    return ChangeAddress(TESSEL_CMD_IPADDR_DEL, interface, address);
+}
+
+int tessel_addr_flush(const char* interface, int family) {
+    TNetIpaddrFlushReq request{};
+    if (!IsFamilyOrBoth(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    request.wSinFamily = static_cast<u16>(family);
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_IPADDR_FLUSH, request, reply);
+}
+
+int tessel_addr_set(const char* interface, int family, const TNetIfaceIp* list) {
+    TNetIpaddrSetReq request{};
+    if (list == nullptr || list->dwNum > TESSEL_ADDRESSES_MAX || !IsFamilyOrBoth(family) ||
+        !StoreName(request.achDevName, interface)) {
+        return TESSEL_E_ARGUMENT;
+    }
+    for (u32 i = 0; i < list->dwNum; ++i) {
+        const bool isOfFamily = family == TESSEL_FAMILY_BOTH || list->atIp[i].wSinFamily == family;
+        if (!isOfFamily || !IsSendable(list->atIp[i])) return TESSEL_E_ARGUMENT;
+    }
+    request.wSinFamily = static_cast<u16>(family);
+    request.tIfaceIp = *list;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_IPADDR_SET, request, reply);
+}
+
+int tessel_mac_get(const char* interface, uint8_t mac[6]) {
+    TNetMacaddrGetReq request{};
+    if (mac == nullptr || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetMacaddrGetReply reply;
+    const int error = CallWithRecords(TESSEL_CMD_MACADDR_GET, request, reply);
+    if (error == TESSEL_OK) memcpy(mac, reply.abyMac, sizeof(reply.abyMac));
+    return error;
+}
+
+int tessel_mac_set(const char* interface, const uint8_t mac[6]) {
+    TNetMacaddrSetReq request{};
+    if (mac == nullptr || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    memcpy(request.abyMac, mac, sizeof(request.abyMac));
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_MACADDR_SET, request, reply);
+}
 
 int tessel_addr_get(const char* interface, int family, TNetIfaceIp* list) {
     TNetIpaddrGetReq request{};
-    const bool isFamily = family == TESSEL_FAMILY_INET || family == TESSEL_FAMILY_INET6 || family == TESSEL_FAMILY_BOTH;
-    if (list == nullptr || !isFamily || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    if (list == nullptr || !IsFamilyOrBoth(family) || !StoreName(request.achDevName, interface))
+        return TESSEL_E_ARGUMENT;
     request.wSinFamily = static_cast<u16>(family);
     TNetIpaddrGetReply reply;
     const int error = CallWithRecords(TESSEL_CMD_IPADDR_GET, request, reply);

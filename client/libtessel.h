@@ -13,6 +13,7 @@
 #include "tessel/command.h"
 #include "tessel/ipc.h"
 #include "tessel/log.h"
+#include "tessel/mac.h"
 #include "tessel/mtu.h"
 #include "tessel/service.h"
 
@@ -55,9 +56,25 @@ TESSEL_API int tessel_daemon_is_listening(void);
  * TESSEL_E_FAILED. */
 TESSEL_API int tessel_addr_get(const char* interface, int family, TNetIfaceIp* list);
 
+/* Add or delete one address; family (2 or 10), address and prefix length of the entry count. */
+TESSEL_API int tessel_addr_add(const char* interface, const TNetIpAddr* address);
+TESSEL_API int tessel_addr_del(const char* interface, const TNetIpAddr* address);
+
+/* Removes the addresses of a family. IPv6: the global ones that were configured by hand; link-local ones stay. */
+TESSEL_API int tessel_addr_flush(const char* interface, int family);
+
+/* Replaces the addresses of a family, or of both, by the list; IPv6 link-local addresses and those learnt from router
+ * advertisements stay. After TESSEL_E_FAILED the previous ones have been added again as far as possible. The entries
+ * are of the family; TESSEL_FAMILY_BOTH takes either. */
+TESSEL_API int tessel_addr_set(const char* interface, int family, const TNetIfaceIp* list);
+
 /* MTU, hardware address and addresses as text, which may fill their fields without a NUL. Interfaces without an
  * Ethernet address (lo, ppp0) give TESSEL_E_FAILED. */
 TESSEL_API int tessel_addr_show(const char* interface, ipaddr_show_info* info);
+
+/* The hardware address, 6 bytes as on the wire. One whose first byte is 0x22 cannot be read: TESSEL_E_FAILED. */
+TESSEL_API int tessel_mac_get(const char* interface, uint8_t mac[6]);
+TESSEL_API int tessel_mac_set(const char* interface, const uint8_t mac[6]);
 
 /* The largest packet in bytes. */
 TESSEL_API int tessel_mtu_get(const char* interface, uint32_t* mtu);

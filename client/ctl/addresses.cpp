@@ -3,8 +3,10 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 
+#include <cstdio>
 #include <cstring>
 
+#include "client/ctl/values.h"
 #include "core/text.h"
 #include <nlohmann/json.hpp>
 
@@ -24,6 +26,37 @@ ShownAddress ShowAddress(const ipaddr_show_addr& record) {
     return {.text = FieldText(record.addr).Get(),
             .family = FamilyName(record.family == 0 ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6),
             .prefixLength = static_cast<u32>(record.prefix_len)};
+}
+
+std::optional<TNetIpAddr> ParsePrefixedAddress(const std::string& text) {
+    const std::size_t slash = text.find('/');
+    if (slash == std::string::npos) return std::nullopt;
+    const std::string address = text.substr(0, slash);
+    const bool isInet6 = address.find(':') != std::string::npos;
+    const auto length = ParseNumber(text.substr(slash + 1));
+    u8 bytes[16] = {};
+    if (!length || *length > (isInet6 ? 128U : 32U) ||
+        inet_pton(isInet6 ? AF_INET6 : AF_INET, address.c_str(), bytes) != 1) {
+        return std::nullopt;
+    }
+    TNetIpAddr record{};
+    record.wSinFamily = isInet6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET;
+    record.dwPrefixLen = *length;
+    memcpy(record.abyAddr, bytes, sizeof(bytes));
+    return record;
+}
+
+std::optional<Mac> ParseMac(const std::string& text) {
+    Mac mac{};
+    int used = 0;
+    const int groups = sscanf(text.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &mac[0], &mac[1], &mac[2], &mac[3],
+                              &mac[4], &mac[5], &used);
+    if (groups != static_cast<int>(mac.size()) || static_cast<std::size_t>(used) != text.size()) return std::nullopt;
+    return mac;
+}
+
+std::string MacText(const Mac& mac) {
+    return fmt::format("{:02x}", fmt::join(mac, ":"));
 }
 
 std::string AddressText(const ShownAddress& address) {

@@ -1,6 +1,8 @@
 // Addresses as they are shown, whoever told them.
 #pragma once
 
+#include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,15 @@ struct ShownAddress {
 
 [[nodiscard]] ShownAddress ShowAddress(const TNetIpAddr& record);
 [[nodiscard]] ShownAddress ShowAddress(const ipaddr_show_addr& record);
+
+// From "192.168.1.20/24" or "2001:db8::5/64". Nothing for anything else: a length is always there, and fits.
+[[nodiscard]] std::optional<TNetIpAddr> ParsePrefixedAddress(const std::string& text);
+
+using Mac = std::array<u8, 6>;
+
+// From and to "02:00:00:00:00:01".
+[[nodiscard]] std::optional<Mac> ParseMac(const std::string& text);
+[[nodiscard]] std::string MacText(const Mac& mac);
 
 // "192.168.1.20/24"; those of a list stand two blanks apart.
 [[nodiscard]] std::string AddressText(const ShownAddress& address);

@@ -6,9 +6,15 @@
 namespace tessel::ctl {
 
 Outcome AddrShow(const Invocation& invocation);
+Outcome AddrAdd(const Invocation& invocation);
+Outcome AddrDel(const Invocation& invocation);
+Outcome AddrSet(const Invocation& invocation);
+Outcome AddrFlush(const Invocation& invocation);
 Outcome LinkShow(const Invocation& invocation);
 Outcome LinkMtu(const Invocation& invocation);
 Outcome LinkSetMtu(const Invocation& invocation);
+Outcome LinkMac(const Invocation& invocation);
+Outcome LinkSetMac(const Invocation& invocation);
 Outcome ServiceStop(const Invocation& invocation);
 Outcome LogLevel(const Invocation& invocation);
 Outcome LogFile(const Invocation& invocation);

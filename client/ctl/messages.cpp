@@ -11,6 +11,7 @@
 #include "tessel/address.h"
 #include "tessel/command.h"
 #include "tessel/log.h"
+#include "tessel/mac.h"
 #include "tessel/mtu.h"
 #include "tessel/service.h"
 
@@ -39,6 +40,45 @@ ordered_json DescribeInterface(std::span<const u8> bytes) {
 
 ordered_json DescribeStatus(std::span<const u8> bytes) {
     return {{"result", ReadRecord<TNetStatusReply>(bytes).nResult}};
+}
+
+std::string EntryText(const TNetIpAddr& entry) {
+    return AddressText(ShowAddress(entry));
+}
+
+ordered_json DescribeAddrChange(std::span<const u8> bytes) {
+    const auto request = ReadRecord<TNetIpaddrChangeReq>(bytes);
+    return {{"interface", TextOf(request.achDevName)},
+            {"address", EntryText(request.tIp)},
+            {"family", FamilyName(request.tIp.wSinFamily)}};
+}
+
+ordered_json DescribeAddrSet(std::span<const u8> bytes) {
+    const auto request = ReadRecord<TNetIpaddrSetReq>(bytes);
+    ordered_json addresses = ordered_json::array();
+    for (u32 i = 0; i < std::min<u32>(request.tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX); ++i) {
+        addresses.push_back(EntryText(request.tIfaceIp.atIp[i]));
+    }
+    return {{"interface", TextOf(request.achDevName)},
+            {"family", FamilyName(request.wSinFamily)},
+            {"addresses", addresses}};
+}
+
+template <typename Record>
+std::string MacOf(const Record& record) {
+    Mac mac;
+    memcpy(mac.data(), record.abyMac, mac.size());
+    return MacText(mac);
+}
+
+ordered_json DescribeMacSet(std::span<const u8> bytes) {
+    const auto request = ReadRecord<TNetMacaddrSetReq>(bytes);
+    return {{"interface", TextOf(request.achDevName)}, {"mac", MacOf(request)}};
+}
+
+ordered_json DescribeMac(std::span<const u8> bytes) {
+    const auto reply = ReadRecord<TNetMacaddrGetReply>(bytes);
+    return {{"result", reply.nResult}, {"mac", MacOf(reply)}};
 }
 
 ordered_json DescribeAddrGet(std::span<const u8> bytes) {
@@ -90,6 +130,49 @@ ordered_json DescribeLogLevel(std::span<const u8> bytes) {
 #define TESSEL_RECORD(record) #record, sizeof(record)
 
 constexpr Message kMessages[] = {
+    {TESSEL_CMD_IPADDR_ADD,
+     "addr_add",
+     TESSEL_RECORD(TNetIpaddrChangeReq),
+     TESSEL_RECORD(TNetStatusReply),
+     &DescribeAddrChange,
+     &DescribeStatus,
+     {{{"inet", "ip -4 addr add {address} dev {interface}"}, {"inet6", "ip -6 addr add {address} dev {interface}"}}}},
+    {TESSEL_CMD_IPADDR_DEL,
+     "addr_del",
+     TESSEL_RECORD(TNetIpaddrChangeReq),
+     TESSEL_RECORD(TNetStatusReply),
+     &DescribeAddrChange,
+     &DescribeStatus,
+     {{{"inet", "ip -4 addr del {address} dev {interface}"}, {"inet6", "ip -6 addr del {address} dev {interface}"}}}},
+    {TESSEL_CMD_IPADDR_FLUSH,
+     "addr_flush",
+     TESSEL_RECORD(TNetIpaddrFlushReq),
+     TESSEL_RECORD(TNetStatusReply),
+     &DescribeAddrGet,
+     &DescribeStatus,
+     {{{"inet", "ip -4 addr flush dev {interface}"},
+       {"inet6", "ip -6 addr flush scope global permanent dev {interface}"}}}},
+    {TESSEL_CMD_IPADDR_SET,
+     "addr_set",
+     TESSEL_RECORD(TNetIpaddrSetReq),
+     TESSEL_RECORD(TNetStatusReply),
+     &DescribeAddrSet,
+     &DescribeStatus,
+     {}},
+    {TESSEL_CMD_MACADDR_SET,
+     "mac_set",
+     TESSEL_RECORD(TNetMacaddrSetReq),
+     TESSEL_RECORD(TNetStatusReply),
+     &DescribeMacSet,
+     &DescribeStatus,
+     {{{"", "ifconfig {interface} hw ether {mac}"}}}},
+    {TESSEL_CMD_MACADDR_GET,
+     "mac_get",
+     TESSEL_RECORD(TNetMacaddrGetReq),
+     TESSEL_RECORD(TNetMacaddrGetReply),
+     &DescribeInterface,
+     &DescribeMac,
+     {{{"", "ip link show dev {interface}"}}}},
     {TESSEL_CMD_IPADDR_GET,
      "addr_get",
      TESSEL_RECORD(TNetIpaddrGetReq),
@@ -142,6 +225,7 @@ constexpr Message kMessages[] = {
 };
 
 std::string ValueText(const ordered_json& value) {
+    if (value.is_array()) return fmt::format("{}", fmt::join(value.get<std::vector<std::string>>(), " "));
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 

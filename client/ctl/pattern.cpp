@@ -194,6 +194,14 @@ std::optional<std::string> Arguments::Find(std::string_view key) const {
     return found->second;
 }
 
+std::vector<std::string> Arguments::All(std::string_view key) const {
+    std::vector<std::string> all;
+    for (const auto& [name, value] : values_) {
+        if (name == key) all.push_back(value);
+    }
+    return all;
+}
+
 std::string UsageWords(std::string_view pattern) {
     std::string text(pattern);
     for (std::size_t equals = text.find('='); equals != std::string::npos; equals = text.find('=')) {

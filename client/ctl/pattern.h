@@ -36,6 +36,8 @@ class Arguments {
         return Find(key).value_or("");
     }
     [[nodiscard]] std::optional<std::string> Find(std::string_view key) const;
+    // Every one, in the order typed.
+    [[nodiscard]] std::vector<std::string> All(std::string_view key) const;
 
   private:
     std::vector<std::pair<std::string, std::string>> values_;

@@ -1,9 +1,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 
+#include "client/ctl/guard.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/processes.h"
 #include "client/ctl/service_names.h"
@@ -35,7 +35,7 @@ bool IsDesktop() {
 
 // True when the connection that this is typed on is served by one of `process`.
 bool CarriesThisSession(const std::string& process) {
-    return getenv("SSH_CONNECTION") != nullptr && (process == "dropbear" || process == "sshd");
+    return IsRemoteSession() && (process == "dropbear" || process == "sshd");
 }
 
 // Empty: not known.
@@ -58,7 +58,7 @@ Outcome ServiceStop(const Invocation& invocation) {
     const std::string process = ProcessOfService(service);
     const std::size_t running = FindProcesses(process).size();
     const std::string asked = "service stop " + service;
-    if (CarriesThisSession(process) && !invocation.options.force && !invocation.options.dryRun) {
+    if (CarriesThisSession(process) && !MayCutSession(invocation.options)) {
         return Refused(asked, fmt::format("it would kill every {}, with it the one that carries your session "
                                           "(--force does it)",
                                           process));

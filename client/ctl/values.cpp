@@ -6,6 +6,7 @@
 #include <cctype>
 #include <charconv>
 
+#include "client/ctl/addresses.h"
 #include "client/ctl/commands.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/messages.h"
@@ -40,6 +41,16 @@ std::optional<std::string> CheckNotEmpty(const std::string& word) {
     return "an empty word";
 }
 
+std::optional<std::string> CheckPrefixedAddress(const std::string& word) {
+    if (ParsePrefixedAddress(word)) return std::nullopt;
+    return fmt::format("\"{}\" is no address with its length, such as 192.168.1.20/24", word);
+}
+
+std::optional<std::string> CheckMac(const std::string& word) {
+    if (ParseMac(word)) return std::nullopt;
+    return fmt::format("\"{}\" is no hardware address, such as 02:00:00:00:00:01", word);
+}
+
 std::vector<std::string> InterfaceNames() {
     std::vector<std::string> names;
     for (const KernelLink& link : KernelLinks())
@@ -65,8 +76,13 @@ struct ValueKind {
 };
 
 constexpr ValueKind kKinds[] = {
-    {"IF", &CheckName, &InterfaceNames}, {"NAME", &CheckName, &NoneKnown},         {"N", &CheckNumber, &NoneKnown},
-    {"CODE", &CheckCode, &CodeNames},    {"OBJECT", &CheckNotEmpty, &ObjectNames},
+    {"IF", &CheckName, &InterfaceNames},
+    {"NAME", &CheckName, &NoneKnown},
+    {"N", &CheckNumber, &NoneKnown},
+    {"CODE", &CheckCode, &CodeNames},
+    {"OBJECT", &CheckNotEmpty, &ObjectNames},
+    {"A/L", &CheckPrefixedAddress, &NoneKnown},
+    {"M", &CheckMac, &NoneKnown},
 };
 
 const ValueKind* FindKind(std::string_view word) {

@@ -1,0 +1,22 @@
+// Keeps a remote session from cutting itself off.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/ctl/options.h"
+
+namespace tessel::ctl {
+
+constexpr std::string_view kCutsSession = "your session runs over this address (--force does it)";
+
+// True when the connection that this is typed on ends at this address of the device.
+[[nodiscard]] bool IsSessionAddress(const std::string& address);
+
+// True when this is typed on a remote connection.
+[[nodiscard]] bool IsRemoteSession();
+
+// True when nothing is asked: --force, or nothing will be sent.
+[[nodiscard]] bool MayCutSession(const Options& options);
+
+}  // namespace tessel::ctl

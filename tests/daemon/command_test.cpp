@@ -12,6 +12,7 @@
 #include "tessel/log.h"
 #include "tessel/mtu.h"
 #include "tessel/service.h"
+#include "tests/support/conversation.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
 
@@ -19,37 +20,11 @@ namespace tessel::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::HasSubstr;
-
-struct Conversation {
-    const char* description;
-    u32 type;
-    std::string request;
-    std::vector<std::string> expectedRuns;
-    i32 expectedStatus;
-    std::size_t expectedReplyBytes;
-};
-
-void Check(const Conversation& row, StandInTools& tools) {
-    const auto reply = Request(row.type, row.request);
-    ASSERT_TRUE(reply.has_value()) << row.description;
-    EXPECT_EQ(reply->size(), row.expectedReplyBytes) << row.description;
-    i32 status = 0;
-    memcpy(&status, reply->data(), sizeof(status));
-    EXPECT_EQ(status, row.expectedStatus) << row.description;
-    EXPECT_THAT(tools.TakeRuns(), ElementsAreArray(row.expectedRuns)) << row.description;
-}
 
 std::string AddressesOf(u16 family, const char* interfaceName) {
     TNetIpaddrGetReq request{.wSinFamily = family, .achDevName = {}};
     strncpy(request.achDevName, interfaceName, sizeof(request.achDevName));
-    return std::string(Bytes(request));
-}
-
-std::string Name(const char* name) {
-    TNetServiceStopReq request{};
-    strncpy(request.achServiceName, name, sizeof(request.achServiceName));
     return std::string(Bytes(request));
 }
 

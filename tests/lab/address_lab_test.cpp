@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tessel/address.h"
+#include "tessel/mac.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
 
@@ -51,6 +52,39 @@ TEST(AddressLab, DaemonTellsWhatTheKernelHas) {
     memcpy(&info, show->data(), sizeof(info));
     EXPECT_EQ(info.tInfo.mac + std::string("\n"), ReadFile("/sys/class/net/eth0/address"));
     EXPECT_EQ(info.tInfo.num, 4U);
+}
+
+// Setting both families keeps what the kernel made itself.
+TEST(AddressLab, SettingAndFlushingReachTheKernel) {
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0; ip addr add 2001:db8::20/64 dev eth0 nodad");
+    const Daemon daemon;
+    TNetIpaddrSetReq set{.wSinFamily = 11, .achDevName = "eth0", .tIfaceIp = {}};
+    const auto append = [&](u16 family, const char* text, u32 prefix) {
+        TNetIpAddr entry{};
+        entry.wSinFamily = family;
+        entry.dwPrefixLen = prefix;
+        ASSERT_EQ(inet_pton(family, text, entry.abyAddr), 1);
+        set.tIfaceIp.atIp[set.tIfaceIp.dwNum] = entry;
+        set.tIfaceIp.dwNum = set.tIfaceIp.dwNum + 1;
+    };
+    append(2, "192.168.1.21", 24);
+    append(10, "2001:db8::21", 64);
+    append(2, "10.0.0.1", 8);
+    ASSERT_EQ(RequestStatus(0x105, Bytes(set)), 0);
+    const auto textsOf = [](const TNetIpaddrGetReply& reply) {
+        std::string texts;
+        for (u32 i = 0; i < reply.tIfaceIp.dwNum; ++i)
+            texts += TextOf(reply.tIfaceIp.atIp[i]) + " ";
+        return texts;
+    };
+    EXPECT_EQ(textsOf(AddressesOf(11, "eth0")), "192.168.1.21/24 10.0.0.1/8 2001:db8::21/64 fe80::ff:fe00:0/64 ");
+    EXPECT_EQ(RequestStatus(0x105, Bytes(set)), 0) << "the same again";
+    EXPECT_EQ(textsOf(AddressesOf(2, "eth0")), "192.168.1.21/24 10.0.0.1/8 ");
+    EXPECT_EQ(RequestStatus(0x104, Bytes(TNetIpaddrFlushReq{.wSinFamily = 11, .achDevName = "eth0"})), 0);
+    EXPECT_EQ(textsOf(AddressesOf(11, "eth0")), "fe80::ff:fe00:0/64 ");
+
+    EXPECT_EQ(RequestStatus(0x106, Bytes(TNetMacaddrSetReq{.achDevName = "eth1", .abyMac = {2, 0xaa, 0, 0, 0, 9}})), 0);
+    EXPECT_EQ(ReadFile("/sys/class/net/eth1/address"), "02:aa:00:00:00:09\n");
 }
 
 // The tool prints some 30 kB here; the first 2000 bytes are read, more addresses than they hold are not told.

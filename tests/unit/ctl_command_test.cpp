@@ -70,6 +70,9 @@ std::string DeviceAnswer(const SeenRequest& request) {
             return FakeDaemon::Message(info);
         case TESSEL_CMD_MTU_GET:
             return FakeDaemon::Message(TNetMtuGetReply{.nResult = 0, .dwMtu = 1400});
+        case TESSEL_CMD_MACADDR_GET:
+            return FakeDaemon::Message(
+                TNetMacaddrGetReply{.nResult = 0, .abyMac = {2, 0, 0, 0, 0, 1}, .abyUnused = {}});
         case TESSEL_CMD_LOG_FILE:
             tessel::test::WriteFile("/tmp/tessel_daemon.log", "");
             [[fallthrough]];
@@ -86,6 +89,8 @@ std::string FailingAnswer(const SeenRequest& request) {
             return FakeDaemon::Message(TNetIpaddrShowReply{.nResult = -1, .tInfo = {}});
         case TESSEL_CMD_MTU_GET:
             return FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0});
+        case TESSEL_CMD_MACADDR_GET:
+            return FakeDaemon::Message(TNetMacaddrGetReply{.nResult = -1, .abyMac = {}, .abyUnused = {}});
         default:
             return FakeDaemon::Message(TNetStatusReply{.nResult = -1});
     }
@@ -198,6 +203,23 @@ TEST(Causes, AreNamedWhereTheyCanBeSeen) {
     EXPECT_THAT(RunLine("service stop ssh").err, HasSubstr("no process dropbear runs here"));
 }
 
+TEST(ReadBack, FindsWhatDidNotHappen) {
+    FakeDaemon daemon(&DeviceAnswer);  // has 192.168.1.20/24 and MAC 02:..:01, whatever it is told
+    for (const char* line :
+         {"addr add 192.168.1.99/24 dev eth0", "addr del 192.168.1.20/24 dev eth0", "addr flush dev eth0 -4",
+          "addr set dev eth0 192.168.1.20/24 10.0.0.1/8", "link set eth0 mac 02:00:00:00:00:09"}) {
+        EXPECT_EQ(RunLine(line).status, 5) << line;
+    }
+    EXPECT_THAT(RunLine("addr del 192.168.1.20/24 dev eth0").err, HasSubstr("eth0 still has 192.168.1.20/24"));
+    EXPECT_EQ(RunLine("addr set dev eth0 2001:db8::/64 192.168.1.20/24").status, 0);
+    EXPECT_EQ(daemon.Requests()[daemon.Requests().size() - 2].payload[0], 11) << "one request for both families";
+    for (const char* line : {"addr add 192.168.1.20 dev eth0", "addr add 192.168.1.20/33 dev eth0",
+                             "addr add ::1/129 dev eth0", "addr set dev eth0 -6 10.0.0.1/8",
+                             "link set eth0 mac 02:00:00:00:00", "link set eth0 mac 02:00:00:00:00:01:02"}) {
+        EXPECT_EQ(RunLine(line).status, 2) << line;
+    }
+}
+
 TEST(Refused, BeforeAnythingIsSent) {
     FakeDaemon daemon(&DeviceAnswer);
     tessel::test::WriteFile("/tmp/full.log", "text");
@@ -208,9 +230,16 @@ TEST(Refused, BeforeAnythingIsSent) {
     EXPECT_TRUE(daemon.Requests().empty());
     EXPECT_EQ(tessel::test::ReadFile("/tmp/full.log"), "text");
     setenv("SSH_CONNECTION", "192.168.1.77 50000 192.168.1.20 22", 1);
+    EXPECT_EQ(RunLine("addr del 192.168.1.20/24 dev eth0").status, 2);
+    EXPECT_EQ(RunLine("addr del 192.168.1.21/24 dev eth0").status, 0);
+    for (const char* line : {"addr flush dev eth0", "addr set dev eth0 192.168.1.21/24"}) {
+        EXPECT_EQ(RunLine(line).status, 2) << line;
+    }
+    EXPECT_EQ(RunLine("addr set dev eth0 192.168.1.20/24").status, 0) << "the session keeps its address";
+    const std::size_t sent = daemon.Requests().size();
     EXPECT_EQ(RunLine("service stop ssh").status, 2);
     EXPECT_EQ(RunLine("service stop dropbear").status, 2);
-    EXPECT_TRUE(daemon.Requests().empty());
+    EXPECT_EQ(daemon.Requests().size(), sent);
     EXPECT_EQ(RunLine("service stop ssh --force").status, 0);
     EXPECT_EQ(RunLine("service stop ftpd").status, 0);
     unsetenv("SSH_CONNECTION");

@@ -79,7 +79,7 @@ TEST(Grammar, ObjectsAndVerbsMayBeCut) {
         {"addr list", "addr show"},
         {"addr dev eth0", "addr show"},
         {"li se eth0 mtu 1400", "link set"},
-        {"link m eth0", "link mtu"},
+        {"link mt eth0", "link mtu"},
         {"l", "!link or log"},
         {"link eth0", "!no such verb"},
         {"lo f", "!file or follow"},
@@ -134,10 +134,10 @@ TEST(Commands, ExamplesRunAsTypedAndHelpShowsThem) {
 
 TEST(Complete, OffersWhatMayComeNext) {
     EXPECT_THAT(Complete({"l"}), ElementsAre("link", "log"));
-    EXPECT_THAT(Complete({"link", ""}), ElementsAre("mtu", "set", "show"));
+    EXPECT_THAT(Complete({"link", ""}), ElementsAre("mac", "mtu", "set", "show"));
     EXPECT_THAT(Complete({"-j", "-t", "5", "link", "s"}), ElementsAre("set", "show"));
     EXPECT_THAT(Complete({"log", "level", ""}), ElementsAre("debug", "error", "info", "off"));
-    EXPECT_THAT(Complete({"link", "set", "eth0", ""}), ElementsAre("mtu"));
+    EXPECT_THAT(Complete({"link", "set", "eth0", ""}), ElementsAre("mac", "mtu"));
     EXPECT_THAT(Complete({"addr", "show", ""}), ElementsAre("dev"));
     EXPECT_THAT(Complete({"addr", "show", "dev", "l"}), ElementsAre("lo"));
     EXPECT_THAT(Complete({"raw", "mtu_g"}), ElementsAre("mtu_get"));

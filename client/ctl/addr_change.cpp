@@ -65,13 +65,10 @@ Outcome ReadBack(const Change& change, Check problemIn) {
     TNetIfaceIp list{};
     const int error = tessel_addr_get(change.interfaceName.c_str(), TESSEL_FAMILY_BOTH, &list);
     if (error != TESSEL_OK) return CallFailed(change.asked + ", read back", error);
-    std::vector<ShownAddress> addresses;
-    for (const TNetIpAddr& entry : EntriesOf(list))
-        addresses.push_back(ShowAddress(entry));
     const bool isCut = list.dwNum == TESSEL_ADDRESSES_MAX;
     Outcome outcome;
     outcome.document = {
-        {"interface", change.interfaceName}, {"addresses", AddressJson(addresses)}, {"truncated", isCut}};
+        {"interface", change.interfaceName}, {"addresses", AddressJson(ShowAddresses(list))}, {"truncated", isCut}};
     outcome.done = fmt::format("{}   {}", change.interfaceName, change.done);
     const std::string problem = problemIn(EntriesOf(list));
     if (problem.empty()) return outcome;

@@ -28,6 +28,13 @@ ShownAddress ShowAddress(const ipaddr_show_addr& record) {
             .prefixLength = static_cast<u32>(record.prefix_len)};
 }
 
+std::vector<ShownAddress> ShowAddresses(const TNetIfaceIp& list) {
+    std::vector<ShownAddress> addresses;
+    for (u32 i = 0; i < list.dwNum; ++i)
+        addresses.push_back(ShowAddress(list.atIp[i]));
+    return addresses;
+}
+
 std::optional<TNetIpAddr> ParsePrefixedAddress(const std::string& text) {
     const std::size_t slash = text.find('/');
     if (slash == std::string::npos) return std::nullopt;

@@ -20,6 +20,7 @@ struct ShownAddress {
 
 [[nodiscard]] ShownAddress ShowAddress(const TNetIpAddr& record);
 [[nodiscard]] ShownAddress ShowAddress(const ipaddr_show_addr& record);
+[[nodiscard]] std::vector<ShownAddress> ShowAddresses(const TNetIfaceIp& list);
 
 // From "192.168.1.20/24" or "2001:db8::5/64". Nothing for anything else: a length is always there, and fits.
 [[nodiscard]] std::optional<TNetIpAddr> ParsePrefixedAddress(const std::string& text);

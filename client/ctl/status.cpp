@@ -64,10 +64,7 @@ std::string DaemonText(int pid, const ProcessFacts& facts) {
 std::vector<ShownAddress> AddressesOf(const KernelLink& link, bool askDaemon) {
     TNetIfaceIp list{};
     if (!askDaemon || tessel_addr_get(link.name.c_str(), TESSEL_FAMILY_BOTH, &list) != TESSEL_OK) return link.addresses;
-    std::vector<ShownAddress> addresses;
-    for (u32 i = 0; i < list.dwNum; ++i)
-        addresses.push_back(ShowAddress(list.atIp[i]));
-    return addresses;
+    return ShowAddresses(list);
 }
 
 void AddLink(const KernelLink& link, bool askDaemon, Outcome& outcome) {

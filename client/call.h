@@ -25,10 +25,11 @@ void UseTransport(Transport transport);
 // the listener has nothing to accept. (An empty connection would occupy the daemon until it gives up on it.)
 [[nodiscard]] bool SomebodyListens(const char* socketName);
 
-// A record each way; the status in front of the reply becomes the result.
+// A record each way, of the request the first `requestBytes` bytes; the status in front of the reply becomes the result.
 template <typename Reply, typename Request>
-[[nodiscard]] int CallWithRecords(u32 code, const Request& request, Reply& reply) {
-    const int error = Call(code, &request, sizeof(request), &reply, sizeof(reply));
+[[nodiscard]] int CallWithRecords(u32 code, const Request& request, Reply& reply,
+                                  std::size_t requestBytes = sizeof(Request)) {
+    const int error = Call(code, &request, requestBytes, &reply, sizeof(reply));
     if (error != TESSEL_OK) return error;
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }

@@ -11,10 +11,13 @@
 
 #include "tessel/address.h"
 #include "tessel/command.h"
+#include "tessel/gateway.h"
 #include "tessel/ipc.h"
 #include "tessel/log.h"
 #include "tessel/mac.h"
 #include "tessel/mtu.h"
+#include "tessel/priority.h"
+#include "tessel/route.h"
 #include "tessel/service.h"
 
 #define TESSEL_API __attribute__((visibility("default")))
@@ -79,6 +82,50 @@ TESSEL_API int tessel_mac_set(const char* interface, const uint8_t mac[6]);
 /* The largest packet in bytes. */
 TESSEL_API int tessel_mtu_get(const char* interface, uint32_t* mtu);
 TESSEL_API int tessel_mtu_set(const char* interface, uint32_t mtu);
+
+/* Default gateways. `interface` may be null where it says so: the kernel then chooses, or the first one found counts.
+ * `table` 0 is the main table. */
+
+/* The first default route of an interface (or null). None: success with the zero address. `learnt`, which may be null,
+ * becomes 1 when an IPv6 one stems from a router advertisement, else 0; the daemon does not tell so of other tables. */
+TESSEL_API int tessel_gateway_get(const char* interface, int family, uint32_t table, TNetGateway* gateway, int* learnt);
+
+/* Adds a default route. `interface` may be null for IPv4. Where there is one already IPv4 gives TESSEL_E_FAILED and
+ * IPv6 replaces it, of the main table. The zero address is refused: see tessel_gateway_del(). */
+TESSEL_API int tessel_gateway_set(const char* interface, const TNetGateway* gateway, uint32_t table);
+
+/* Deletes the default route of an interface (or null: with IPv6 all of them). Where there is none IPv4 gives
+ * TESSEL_E_FAILED and IPv6 TESSEL_OK. */
+TESSEL_API int tessel_gateway_del(const char* interface, int family, uint32_t table);
+
+/* The table of interface priorities; entries without a name may stand between others. */
+TESSEL_API int tessel_priority_get(TNetPrioParamList* list);
+
+/* Sets priorities, of 1 to TESSEL_PRIORITIES_MAX interfaces, none twice, metrics from 0. TESSEL_OK says that the daemon
+ * took the list, not that every entry took: the first call since its start fixes the interfaces. Read it back. */
+TESSEL_API int tessel_priority_set(const TNetPrioParamList* list);
+
+/* The routes of the main table that have a gateway, default routes left out, of a family or of both (IPv4 first). A
+ * list of TESSEL_ROUTES_MAX entries may be cut. */
+TESSEL_API int tessel_route_get_all(int family, TNetAllRouteInfo* list);
+
+/* Add or delete one route. `interface` may be null; the name inside the route does not count. Deletion does not look at
+ * the metric. */
+TESSEL_API int tessel_route_add(const char* interface, const TNetIpRouteParam* route, uint32_t table);
+TESSEL_API int tessel_route_del(const char* interface, const TNetIpRouteParam* route, uint32_t table);
+
+/* Gives a route of the main table its metric: deletes the one to its destination through its gateway, and adds it
+ * again. The route's own name counts and may be empty. */
+TESSEL_API int tessel_route_metric_set(const TNetIpRouteParam* route);
+
+/* Add or delete the rule that sends all traffic to a table; the table is 1 or more. */
+TESSEL_API int tessel_route_table_add(uint32_t table);
+TESSEL_API int tessel_route_table_del(uint32_t table);
+
+/* Add or delete a rule by source network (IPv4) and mark; numbers from 0, the table from 1. A rule with a preference is
+ * deleted by that alone. */
+TESSEL_API int tessel_rule_add(const TNetIpRule* rule);
+TESSEL_API int tessel_rule_del(const TNetIpRule* rule);
 
 /* Ends every process of a service with signal 9: "ssh", "telnetd", "ftpd" or the name of a process. TESSEL_E_FAILED
  * also when none runs. */

@@ -12,7 +12,8 @@
 
 namespace tessel::ctl {
 
-// A line that the daemon runs for a request. {key} stands for that value of the described request.
+// A line that the daemon runs for a request. {key} stands for that value of the described request; a part in brackets is
+// left out when a value of it is absent or null.
 struct ToolLine {
     std::string_view family;  // "inet", "inet6": only for requests of that family or of both; empty: always
     std::string_view text;
@@ -32,6 +33,10 @@ struct Message {
 };
 
 [[nodiscard]] std::span<const Message> Messages();
+
+// The rows of a group of objects.
+[[nodiscard]] std::span<const Message> AddressMessages();
+[[nodiscard]] std::span<const Message> DeviceMessages();
 
 // Null: not known.
 [[nodiscard]] const Message* FindMessage(u32 code);

@@ -6,6 +6,8 @@
 #include "tessel/ipc.h"
 #include "tessel/log.h"
 #include "tessel/mtu.h"
+#include "tessel/priority.h"
+#include "tessel/route.h"
 #include "tessel/service.h"
 
 uint32_t FirstCommand(void);

@@ -1,0 +1,52 @@
+// Services and logs.
+#include <cstring>
+
+#include "client/call.h"
+#include "client/libtessel.h"
+#include "client/request_fields.h"
+#include "core/log_control.h"
+
+using tessel::CallWithRecords;
+using tessel::StoreName;
+
+namespace {
+
+// Null and empty mean the default path.
+template <std::size_t kFieldBytes>
+[[nodiscard]] bool StorePath(char (&field)[kFieldBytes], const char* path) {
+    if (path == nullptr) return true;
+    const std::size_t length = strlen(path);
+    if (length >= kFieldBytes) return false;
+    memcpy(field, path, length);
+    return true;
+}
+
+}  // namespace
+
+int tessel_service_stop(const char* name) {
+    TNetServiceStopReq request{};
+    if (!StoreName(request.achServiceName, name)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_SERVICE_STOP, request, reply);
+}
+
+int tessel_log_level_set(int32_t level) {
+    const TNetLogLevelReq request{.nLevel = level};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_LOG_LEVEL, request, reply);
+}
+
+int tessel_log_file(int code, const char* lib_path, const char* daemon_path) {
+    LogFileCtl request{};
+    if (code < TESSEL_LOG_OPEN_LIB || code > TESSEL_LOG_CLOSE_BOTH || !StorePath(request.achLibPath, lib_path) ||
+        !StorePath(request.achDaemonPath, daemon_path)) {
+        return TESSEL_E_ARGUMENT;
+    }
+    request.eCmd = static_cast<u32>(code);
+    const bool concernsDaemon = code >= TESSEL_LOG_OPEN_DAEMON;
+    // Does nothing for the codes that concern the daemon alone.
+    if (LogLibFileManage(&request) != 0) return TESSEL_E_SYSTEM;
+    if (!concernsDaemon) return TESSEL_OK;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_LOG_FILE, request, reply);
+}

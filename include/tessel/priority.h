@@ -1,0 +1,28 @@
+/* Which uplink is preferred: the metrics of the interfaces' IPv4 default routes. */
+#ifndef TESSEL_PRIORITY_H
+#define TESSEL_PRIORITY_H
+
+#include "tessel/ipc.h"
+
+enum { TESSEL_PRIORITIES_MAX = 10 };
+
+/* One interface. */
+typedef struct {
+    char achDevName[TESSEL_NAME_SIZE]; /* NUL padded; an empty name is no entry */
+    int32_t nPriority;                 /* the metric of its IPv4 default route: the lowest is preferred */
+} __attribute__((packed)) TNetPrioParam;
+static_assert(sizeof(TNetPrioParam) == 20, "wire size");
+static_assert(offsetof(TNetPrioParam, nPriority) == 16, "wire offset");
+
+/* TESSEL_CMD_PRIORITY_SET, always answered with 0, and the reply to TESSEL_CMD_PRIORITY_GET, whose request has no
+ * payload. The first set since the daemon's start fixes the interfaces and switches priority routing on; later ones
+ * change the metrics of those alone. The reply keeps the table's positions: entries without a name may stand between
+ * others. */
+typedef struct {
+    uint32_t dwNum; /* entries, at most TESSEL_PRIORITIES_MAX; in the reply those with a name */
+    TNetPrioParam atPrio[TESSEL_PRIORITIES_MAX];
+} __attribute__((packed)) TNetPrioParamList;
+static_assert(sizeof(TNetPrioParamList) == 204, "wire size");
+static_assert(offsetof(TNetPrioParamList, atPrio) == 4, "wire offset");
+
+#endif

@@ -14,6 +14,7 @@ using tessel::CommandLine;
 using tessel::ComposeCommand;
 using tessel::IsInterfaceWord;
 using tessel::kToolOutputBytes;
+using tessel::ToolOutput;
 
 namespace {
 
@@ -21,11 +22,6 @@ namespace {
 constexpr char kShowV4[] = "ip ip -4 addr show dev %s";
 constexpr char kShowV6[] = "ip ip -6 addr show dev %s";
 constexpr char kShowBoth[] = "ip ip addr show dev %s";
-
-// Output of a tool, always terminated.
-struct ToolOutput {
-    char text[kToolOutputBytes + 1] = {};
-};
 
 bool HaveArguments(const char* interfaceName, const TNetIfaceIp* list, CallSite where) {
     if (interfaceName != nullptr && list != nullptr) return IsInterfaceWord(interfaceName, where);

@@ -9,22 +9,30 @@
 
 using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
+using tessel::CallSite;
 using tessel::FieldText;
 
-i32 ApidIpaddrAdd(int fd, u32 type, const void* payload, i32 size) {
+namespace {
+
+using AddressOperation = i32 (*)(const char* interfaceName, const TNetIpAddr* entry);
+
+i32 Change(int fd, u32 type, const void* payload, i32 size, AddressOperation operation, const char* failure,
+           CallSite where = CallSite::Current()) {
     const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
     const TNetIpAddr entry = request.tIp;
-    const i32 result = IpaddrAdd(FieldText(request.achDevName).Get(), &entry);
-    if (result != 0) TESSEL_ERR("IpaddrAdd error!");
-    return ApiReplyStatus(fd, type, result);
+    const i32 result = operation(FieldText(request.achDevName).Get(), &entry);
+    if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
+    return ApiReplyStatus(fd, type, result, where);
+}
+
+}  // namespace
+
+i32 ApidIpaddrAdd(int fd, u32 type, const void* payload, i32 size) {
+    return Change(fd, type, payload, size, &IpaddrAdd, "IpaddrAdd error!");
 }
 
 i32 ApidIpaddrDel(int fd, u32 type, const void* payload, i32 size) {
-    const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
-    const TNetIpAddr entry = request.tIp;
-    const i32 result = IpaddrDel(FieldText(request.achDevName).Get(), &entry);
-    if (result != 0) TESSEL_ERR("IpaddrDel error!");
-    return ApiReplyStatus(fd, type, result);
+    return Change(fd, type, payload, size, &IpaddrDel, "IpaddrDel error!");
 }
 
 i32 ApidIpaddrFlush(int fd, u32 type, const void* payload, i32 size) {

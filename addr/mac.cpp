@@ -62,15 +62,12 @@ i32 MacaddrGet(const char* pchIfaceName, u8* pbyMac) {
     CommandLine command;
     if (!IsInterfaceWord(pchIfaceName) || !ComposeCommand(command, kShow, pchIfaceName)) return -1;
     TESSEL_DBG("MacaddrGet cmd : %s", command.text);
-    char output[tessel::kToolOutputBytes + 1] = {};
-    if (TesselExecCmdAndGetOutput(command.text, sizeof(command.text), output, tessel::kToolOutputBytes) != 0) {
-        TESSEL_ERR("ExecCmdAndGetOutput error!");
-        return -1;
-    }
+    tessel::ToolOutput output;
+    if (tessel::RunReader(command, output) != 0) return -1;
     char word[kWordMax + 1];
-    if (TesselFindStrMatchHead(output, "link/ether", ' ', word, kWordMax) != 0) {
+    if (TesselFindStrMatchHead(output.text, "link/ether", ' ', word, kWordMax) != 0) {
         TESSEL_ERR("FindStrMatchHead error!");
-        TESSEL_ERR("FindStrMatchHead : %s", output);
+        TESSEL_ERR("FindStrMatchHead : %s", output.text);
         return -1;
     }
     TESSEL_DBG("mac : %s", word);

@@ -31,9 +31,19 @@ bool ComposeCommand(CommandLine& line, const char* format, ...) {
 }
 
 i32 RunChange(CommandLine& line, CallSite where) {
-    TESSEL_PRT_AT(where, "%s achCmdBuf: %s", where.function, line.text);
+    return RunChangeAs(where.function, line, where);
+}
+
+i32 RunChangeAs(const char* name, CommandLine& line, CallSite where) {
+    TESSEL_PRT_AT(where, "%s achCmdBuf: %s", name, line.text);
     const i32 result = ExecCmd(line.text, sizeof(line.text), 0);
     if (result != 0) TESSEL_ERR_AT(where, "ExecCmd error!");
+    return result;
+}
+
+i32 RunReader(CommandLine& line, ToolOutput& output, CallSite where) {
+    const i32 result = TesselExecCmdAndGetOutput(line.text, sizeof(line.text), output.text, kToolOutputBytes);
+    if (result != 0) TESSEL_ERR_AT(where, "ExecCmdAndGetOutput error!");
     return result;
 }
 

@@ -23,11 +23,21 @@ struct CommandLine {
     char text[kCommandLineBytes];
 };
 
+// A reader's buffer for a tool's output, always terminated.
+struct ToolOutput {
+    char text[kToolOutputBytes + 1] = {};
+};
+
 // Composes a command line by printf's rules. False, with a log line, when it does not fit: it is then not run.
 [[nodiscard, gnu::format(printf, 2, 3)]] bool ComposeCommand(CommandLine& line, const char* format, ...);
 
 // Logs "<function> achCmdBuf: <line>" at print level and runs the line. 0, or the executor's result with a log line.
 [[nodiscard]] i32 RunChange(CommandLine& line, CallSite where = CallSite::Current());
+// The same where the line is logged under another name than its function's.
+[[nodiscard]] i32 RunChangeAs(const char* name, CommandLine& line, CallSite where = CallSite::Current());
+
+// Runs a line for its output. 0, or the executor's result with a log line.
+[[nodiscard]] i32 RunReader(CommandLine& line, ToolOutput& output, CallSite where = CallSite::Current());
 
 }  // namespace tessel
 

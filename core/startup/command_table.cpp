@@ -5,7 +5,10 @@
 
 #include "addr/address_api.h"
 #include "addr/mac_api.h"
+#include "route/gateway_api.h"
 #include "route/mtu_api.h"
+#include "route/priority_api.h"
+#include "route/route_api.h"
 #include "route/service_api.h"
 #include "stat/log_api.h"
 #include "tessel/command.h"
@@ -22,10 +25,23 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_IPADDR_SET, &ApidIpaddrSet},
     {TESSEL_CMD_IPADDR_GET, &ApidIpaddrGet},
     {TESSEL_CMD_IPADDR_SHOW, &apid_ipaddr_show_filter},
+    {TESSEL_CMD_GATEWAY_SET, &ApidGatewaySet},
+    {TESSEL_CMD_GATEWAY_DEL, &ApidGatewayDel},
+    {TESSEL_CMD_GATEWAY_GET, &ApidGatewayGet},
+    {TESSEL_CMD_PRIORITY_SET, &ApidPrioritySet},
+    {TESSEL_CMD_PRIORITY_GET, &ApidPriorityGet},
     {TESSEL_CMD_MACADDR_SET, &ApidMacaddrSet},
     {TESSEL_CMD_MACADDR_GET, &ApidMacaddrGet},
     {TESSEL_CMD_MTU_SET, &ApidMtuSet},
     {TESSEL_CMD_MTU_GET, &ApidMtuGet},
+    {TESSEL_CMD_ROUTE_ADD, &ApidOneRouteAdd},
+    {TESSEL_CMD_ROUTE_DEL, &ApidOneRouteDel},
+    {TESSEL_CMD_ROUTE_GET_ALL, &ApidAllRouteGet},
+    {TESSEL_CMD_ROUTE_METRIC_SET, &ApidRouteMetricSet},
+    {TESSEL_CMD_ROUTE_TABLE_ADD, &ApidRouteTableAdd},
+    {TESSEL_CMD_ROUTE_TABLE_DEL, &ApidRouteTableDel},
+    {TESSEL_CMD_RULE_ADD, &ApidIpRuleAdd},
+    {TESSEL_CMD_RULE_DEL, &ApidIpRuleDel},
     {TESSEL_CMD_SERVICE_STOP, &ApidServiceStop},
     // Logs
     {TESSEL_CMD_LOG_FILE, &ApidLogFileManage},

@@ -1,0 +1,26 @@
+#include "route/clause.h"
+
+#include <cstdio>
+
+#include "core/log.h"
+#include "core/netif.h"
+
+namespace tessel {
+
+Clause NumberClause(const char* word, i32 number) {
+    Clause clause;
+    (void)snprintf(clause.text, sizeof(clause.text), " %s %d", word, number);
+    return clause;
+}
+
+bool ComposePlace(PlaceClauses& clauses, const RoutePlace& place, CallSite where) {
+    if (place.table) clauses.table = NumberClause("table", static_cast<i32>(*place.table));
+    if (place.interfaceName == nullptr) return true;
+    if (!IsInterfaceWord(place.interfaceName, where)) return false;
+    const int length = snprintf(clauses.dev.text, sizeof(clauses.dev.text), " dev %s", place.interfaceName);
+    if (length >= 0 && static_cast<std::size_t>(length) < sizeof(clauses.dev.text)) return true;
+    TESSEL_ERR_AT(where, "the interface name [%s] is too long!", place.interfaceName);
+    return false;
+}
+
+}  // namespace tessel

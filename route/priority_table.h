@@ -1,0 +1,29 @@
+// The metrics that the interfaces' IPv4 default routes are to carry.
+//
+// Read by the netlink monitor's thread while the server's writes: every function takes the table's lock for as long as
+// it copies.
+#pragma once
+
+#include <atomic>
+
+#include "core/types.h"
+#include "tessel/priority.h"
+
+// Not 0: priority routing is on. The first priority list switches it on, nothing switches it off.
+extern std::atomic<i32> g_nRoutedetectE;
+
+// The metric of the last entry with exactly this name; 0 when there is none, -1 while priority routing is off.
+[[nodiscard]] i32 PriorityMetricGet(const char* pchIfaceName);
+
+namespace tessel {
+
+// The same, whether priority routing is on or off.
+[[nodiscard]] i32 MetricOfInterface(const char* interfaceName);
+
+// A copy of the table; positions without a name are empty. dwNum counts the others.
+[[nodiscard]] TNetPrioParamList PriorityTable();
+
+// Puts an entry at a position below TESSEL_PRIORITIES_MAX.
+void StorePriority(u32 index, const TNetPrioParam& entry);
+
+}  // namespace tessel

@@ -2,21 +2,17 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "tessel/address.h"
 #include "tessel/mac.h"
 #include "tests/support/daemon.h"
+#include "tests/support/far.h"
 #include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
-
-void RunOnDevice(const std::string& command) {
-    ASSERT_EQ(std::system(command.c_str()), 0) << command;
-}
 
 TNetIpaddrGetReply AddressesOf(u16 family, const char* interfaceName) {
     TNetIpaddrGetReq request{.wSinFamily = family, .achDevName = {}};
@@ -54,9 +50,12 @@ TEST(AddressLab, DaemonTellsWhatTheKernelHas) {
     EXPECT_EQ(info.tInfo.num, 4U);
 }
 
-// Setting both families keeps what the kernel made itself.
+// Setting and flushing both families keep what the kernel made itself and what a router gave.
 TEST(AddressLab, SettingAndFlushingReachTheKernel) {
     RunOnDevice("ip addr add 192.168.1.20/24 dev eth0; ip addr add 2001:db8::20/64 dev eth0 nodad");
+    AdvertiseRouter("far0", "2001:db8:5::");
+    const std::string learnt = "2001:db8:5::ff:fe00:0/64";
+    ASSERT_TRUE(Eventually([&] { return OutputOf("ip -6 addr show dev eth0").find(learnt) != std::string::npos; }));
     const Daemon daemon;
     TNetIpaddrSetReq set{.wSinFamily = 11, .achDevName = "eth0", .tIfaceIp = {}};
     const auto append = [&](u16 family, const char* text, u32 prefix) {
@@ -77,11 +76,12 @@ TEST(AddressLab, SettingAndFlushingReachTheKernel) {
             texts += TextOf(reply.tIfaceIp.atIp[i]) + " ";
         return texts;
     };
-    EXPECT_EQ(textsOf(AddressesOf(11, "eth0")), "192.168.1.21/24 10.0.0.1/8 2001:db8::21/64 fe80::ff:fe00:0/64 ");
+    EXPECT_EQ(textsOf(AddressesOf(11, "eth0")),
+              "192.168.1.21/24 10.0.0.1/8 2001:db8::21/64 " + learnt + " fe80::ff:fe00:0/64 ");
     EXPECT_EQ(RequestStatus(0x105, Bytes(set)), 0) << "the same again";
     EXPECT_EQ(textsOf(AddressesOf(2, "eth0")), "192.168.1.21/24 10.0.0.1/8 ");
     EXPECT_EQ(RequestStatus(0x104, Bytes(TNetIpaddrFlushReq{.wSinFamily = 11, .achDevName = "eth0"})), 0);
-    EXPECT_EQ(textsOf(AddressesOf(11, "eth0")), "fe80::ff:fe00:0/64 ");
+    EXPECT_EQ(textsOf(AddressesOf(11, "eth0")), learnt + " fe80::ff:fe00:0/64 ");
 
     EXPECT_EQ(RequestStatus(0x106, Bytes(TNetMacaddrSetReq{.achDevName = "eth1", .abyMac = {2, 0xaa, 0, 0, 0, 9}})), 0);
     EXPECT_EQ(ReadFile("/sys/class/net/eth1/address"), "02:aa:00:00:00:09\n");

@@ -1,0 +1,79 @@
+// The hosts at the other end of the sandbox's links, in the network namespace "far".
+#pragma once
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/icmp6.h>
+#include <sched.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "core/unique_fd.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+
+inline void RunOnDevice(const std::string& command) {
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+// What a command prints on standard output.
+inline std::string OutputOf(const std::string& command) {
+    std::string text;
+    std::FILE* const stream = popen(command.c_str(), "re");
+    std::array<char, 4096> bytes{};
+    for (std::size_t count = 0; (count = fread(bytes.data(), 1, bytes.size(), stream)) > 0;)
+        text.append(bytes.data(), count);
+    pclose(stream);
+    return text;
+}
+
+// Does something within the namespace of the far hosts.
+template <typename Work>
+void OnFarSide(Work work) {
+    std::thread([&] {
+        const UniqueFd space(open("/run/netns/far", O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(setns(space.Get(), CLONE_NEWNET), 0);
+        work();
+    }).join();
+}
+
+// A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861).
+inline void AdvertiseRouter(const char* farInterface, const char* prefix) {
+    struct {
+        nd_router_advert header;
+        nd_opt_prefix_info network;
+    } message{};
+    message.header.nd_ra_type = ND_ROUTER_ADVERT;
+    message.header.nd_ra_curhoplimit = 64;
+    message.header.nd_ra_router_lifetime = htons(1800);
+    message.network.nd_opt_pi_type = ND_OPT_PREFIX_INFORMATION;
+    message.network.nd_opt_pi_len = sizeof(message.network) / 8;
+    message.network.nd_opt_pi_prefix_len = 64;
+    message.network.nd_opt_pi_flags_reserved = ND_OPT_PI_FLAG_ONLINK | ND_OPT_PI_FLAG_AUTO;
+    message.network.nd_opt_pi_valid_time = message.network.nd_opt_pi_preferred_time = htonl(86400);
+    ASSERT_EQ(inet_pton(AF_INET6, prefix, &message.network.nd_opt_pi_prefix), 1);
+    OnFarSide([&] {
+        const UniqueFd sender(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6));
+        const int hops = 255;
+        ASSERT_EQ(setsockopt(sender.Get(), IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, sizeof(hops)), 0);
+        sockaddr_in6 allNodes{};
+        allNodes.sin6_family = AF_INET6;
+        allNodes.sin6_scope_id = if_nametoindex(farInterface);
+        ASSERT_EQ(inet_pton(AF_INET6, "ff02::1", &allNodes.sin6_addr), 1);
+        // Not before the far side's own link-local address has passed duplicate address detection.
+        EXPECT_TRUE(Eventually([&] {
+            return sendto(sender.Get(), &message, sizeof(message), 0, reinterpret_cast<const sockaddr*>(&allNodes),
+                          sizeof(allNodes)) == static_cast<ssize_t>(sizeof(message));
+        }));
+    });
+}
+
+}  // namespace tessel::test

@@ -2,7 +2,6 @@
 
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -58,6 +57,22 @@ bool IsInterfaceWord(const char* interfaceName, CallSite where) {
     if (IsOneWord(interfaceName)) return true;
     TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", interfaceName);
     return false;
+}
+
+InterfaceQuery AskInterface(const char* interfaceName, unsigned long request, ifreq& answer) {
+    const UniqueFd socketFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!socketFd.IsOpen()) return InterfaceQuery::kNoSocket;
+    strncpy(answer.ifr_name, interfaceName, sizeof(answer.ifr_name) - 1);
+    return ioctl(socketFd.Get(), request, &answer) == 0 ? InterfaceQuery::kAnswered : InterfaceQuery::kRefused;
+}
+
+bool ListInterfaces(InterfaceList& list) {
+    ifconf request{};
+    request.ifc_len = sizeof(list.entries);
+    request.ifc_req = list.entries;
+    if (SocketIoctl(SIOCGIFCONF, &request) != 0) return false;
+    list.count = static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq);
+    return true;
 }
 
 }  // namespace tessel

@@ -1,6 +1,10 @@
 // Network interfaces through the socket ioctls.
 #pragma once
 
+#include <net/if.h>
+
+#include <span>
+
 #include "core/call_site.h"
 #include "core/types.h"
 
@@ -14,6 +18,25 @@ namespace tessel {
 
 // True for a name that stays one word of a command line. False with a log line.
 [[nodiscard]] bool IsInterfaceWord(const char* interfaceName, CallSite where = CallSite::Current());
+
+enum class InterfaceQuery { kAnswered, kNoSocket, kRefused };
+
+// One ioctl about an interface on a socket of its own. Logs nothing; errno is set.
+[[nodiscard]] InterfaceQuery AskInterface(const char* interfaceName, unsigned long request, ifreq& answer);
+
+// Interfaces as SIOCGIFCONF lists them: those that have an IPv4 address, once for each, in the kernel's order.
+struct InterfaceList {
+    static constexpr std::size_t kMax = 16;
+    ifreq entries[kMax] = {};
+    std::size_t count = 0;
+
+    [[nodiscard]] std::span<const ifreq> Entries() const {
+        return {entries, count};
+    }
+};
+
+// The first 16 entries. False when the kernel refuses.
+[[nodiscard]] bool ListInterfaces(InterfaceList& list);
 
 constexpr i32 kInterfaceIndexError = 1201;
 

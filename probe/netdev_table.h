@@ -1,4 +1,4 @@
-// The active-interface table: which Ethernet-like interfaces are up, with their MAC and addresses.
+// The active-interface table: which Ethernet-like interfaces are up and have a link, with their MAC and addresses.
 #pragma once
 
 #include <pthread.h>
@@ -20,7 +20,7 @@ struct TNetdevRecord {
 struct TNetdevMember {
     u32 dwNum;  // filled records
     TNetdevRecord atRecord[kNetdevMax];
-    pthread_mutex_t tMutex;  // held for every rebuild and read of the table
+    pthread_mutex_t tMutex;  // held for every rebuild and read of the table: NetdevTableLock
 };
 
 // Null until NetdevTableInit, and when that failed.
@@ -28,3 +28,27 @@ extern TNetdevMember* g_ptNetdevMember;
 
 // Allocates the table, zeroed, and makes its mutex. 0, or -1 with a log line.
 [[nodiscard]] i32 NetdevTableInit();
+
+// Rebuilds the table, whose mutex the caller holds, from what the kernel and `ip` tell. 0, or -1 with a log line; the
+// records that were filled before a failure stay.
+i32 ProbeActiveNetdev(TNetdevMember* ptMember);
+
+namespace tessel {
+
+// Holds the table's mutex. Whoever waits comes next, before a thread that has just let go: some hold it for seconds,
+// one time after the other.
+class NetdevTableLock {
+  public:
+    NetdevTableLock();
+    ~NetdevTableLock();
+    NetdevTableLock(const NetdevTableLock&) = delete;
+    NetdevTableLock& operator=(const NetdevTableLock&) = delete;
+};
+
+// Locks the table and rebuilds it. Nothing without a table.
+void RebuildNetdevTable();
+
+// An eventfd that is written after every rebuild, for one reader; -1 when there is none.
+[[nodiscard]] int NetdevRebuildFd();
+
+}  // namespace tessel

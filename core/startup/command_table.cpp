@@ -5,6 +5,7 @@
 
 #include "addr/address_api.h"
 #include "addr/mac_api.h"
+#include "probe/conflict_api.h"
 #include "route/gateway_api.h"
 #include "route/mtu_api.h"
 #include "route/priority_api.h"
@@ -43,6 +44,9 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_RULE_ADD, &ApidIpRuleAdd},
     {TESSEL_CMD_RULE_DEL, &ApidIpRuleDel},
     {TESSEL_CMD_SERVICE_STOP, &ApidServiceStop},
+    // Address conflict detection
+    {TESSEL_CMD_CONFLICT_START, &ApidConflictCheckStart},
+    {TESSEL_CMD_CONFLICT_STOP, &ApidConflictCheckStop},
     // Logs
     {TESSEL_CMD_LOG_FILE, &ApidLogFileManage},
     {TESSEL_CMD_LOG_LEVEL, &ApidLogSwitch},

@@ -11,7 +11,9 @@
 #include "core/server.h"
 #include "core/startup/command_table.h"
 #include "core/startup/version.h"
+#include "probe/conflict.h"
 #include "probe/netdev_table.h"
+#include "route/netlink_monitor.h"
 
 namespace {
 
@@ -68,6 +70,10 @@ void TesselDaemonMain() {
     (void)TesselDaemonInit();  // a module that is missing is no reason not to serve the others
     TESSEL_ERR("[TESSEL_DAEMON]: daemon init done");
     NetSaveVersionInfo();
+    (void)ConflictCheckInit();
+    TESSEL_ERR("[TESSEL_DAEMON]: conflict check start done");
+    (void)NetlinkInit();
+    TESSEL_ERR("[TESSEL_DAEMON]: netlink start done");
     (void)IpcApiRegisterAll();  // always 0
     TESSEL_ERR("[TESSEL_DAEMON]: api register done");
     (void)IpcApiDaemonInit();

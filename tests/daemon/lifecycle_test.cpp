@@ -57,16 +57,17 @@ TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
     ASSERT_EQ(stat("/tmp/api_daemon", &socketFile), 0);
     EXPECT_EQ(socketFile.st_mode & 0777U, 0777U) << "unmasked";
 
-    EXPECT_TRUE(Eventually([] { return SyslogMessages().size() >= 6; }));
+    EXPECT_TRUE(Eventually([] { return SyslogMessages().size() >= 8; }));
     EXPECT_THAT(
         SyslogMessages(),
         testing::IsSupersetOf({MatchesRegex("\\[TESSEL_DAEMON\\]: TESSEL_DAEMON INIT ... .. .... ..:..:.."),
                                MatchesRegex("\\[TESSEL_DAEMON\\]: Tessels Module Version: V2.0.6.4a7a76ab .*")}));
     std::vector<std::string> later = SyslogMessages();
     later.erase(later.begin(), later.begin() + 2);
-    later.resize(4);
+    later.resize(6);
     EXPECT_THAT(later, ElementsAre("[TESSEL_DAEMON]: daemon init done", "/proc/veltrac/version did not exist!",
-                                   "[TESSEL_DAEMON]: api register done", "[TESSEL_DAEMON]: api daemon start"));
+                                   "[TESSEL_DAEMON]: conflict check start done",
+                                   "[TESSEL_DAEMON]: netlink start done", "[TESSEL_DAEMON]: api register done", "[TESSEL_DAEMON]: api daemon start"));
 }
 
 TEST(Lifecycle, HangUpAndInterruptDoNotEndIt) {

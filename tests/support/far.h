@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/icmp6.h>
+#include <netpacket/packet.h>
+#include <poll.h>
 #include <sched.h>
 
 #include <array>
@@ -13,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "core/unique_fd.h"
@@ -44,6 +47,43 @@ void OnFarSide(Work work) {
         work();
     }).join();
 }
+
+// Whole Ethernet frames at the far end of a link.
+class FarLink {
+  public:
+    // `protocol` is an ETH_P_ number: what is received.
+    FarLink(const char* farInterface, u16 protocol) {
+        OnFarSide([&] {
+            fd_.Reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(protocol)));
+            sockaddr_ll address{};
+            address.sll_family = AF_PACKET;
+            address.sll_protocol = htons(protocol);
+            address.sll_ifindex = static_cast<int>(if_nametoindex(farInterface));
+            ASSERT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        });
+    }
+
+    void Send(std::string_view frame) const {
+        ASSERT_EQ(send(fd_.Get(), frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
+    }
+
+    // The next frame that came from the device's side; empty when none came in time.
+    [[nodiscard]] std::string Next(int timeoutMs = 10000) const {
+        while (true) {
+            pollfd waited{.fd = fd_.Get(), .events = POLLIN, .revents = 0};
+            if (poll(&waited, 1, timeoutMs) <= 0) return "";
+            std::array<char, 2048> bytes{};
+            sockaddr_ll source{};
+            socklen_t size = sizeof(source);
+            const ssize_t count =
+                recvfrom(fd_.Get(), bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&source), &size);
+            if (count > 0 && source.sll_pkttype != PACKET_OUTGOING) return {bytes.data(), static_cast<size_t>(count)};
+        }
+    }
+
+  private:
+    UniqueFd fd_;
+};
 
 // A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861).
 inline void AdvertiseRouter(const char* farInterface, const char* prefix) {

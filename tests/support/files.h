@@ -20,10 +20,10 @@ inline void WriteFile(const std::string& path, std::string_view text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// Asks until the condition holds, ten seconds at most. True when it did.
+// Asks until the condition holds, for so long at most. True when it did.
 template <typename Condition>
-bool Eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+bool Eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));

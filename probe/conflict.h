@@ -1,0 +1,34 @@
+// Detection of other hosts that use an own address or an own MAC.
+//
+// It runs from the start of the daemon to its end, for each family with a thread that announces the own addresses and
+// one that listens. The commands only switch the reports on and off.
+#pragma once
+
+#include <atomic>
+
+#include "core/types.h"
+
+// 1: the family's conflicts are reported.
+extern std::atomic<i32> g_nIpv4ConflictReport;
+extern std::atomic<i32> g_nIpv6ConflictReport;
+
+// Rounds of announcements that are owed after a reported conflict.
+extern std::atomic<i32> g_nConflictConfirmCount;
+
+// 1: an address was added or removed since the last IPv4 announcement.
+extern std::atomic<i32> g_nIpChangedFlag;
+
+// Builds the table of interfaces and starts the four threads. 0, or -1 with a log line; what was started before the
+// failure runs on.
+i32 ConflictCheckInit();
+
+// Switch the reports of a family, 2 or 10. 0, or -1 with a log line for another family.
+[[nodiscard]] i32 ConflictCheckStart(u16 wSinFamily);
+[[nodiscard]] i32 ConflictCheckStop(u16 wSinFamily);
+
+namespace tessel {
+
+// An address was added or removed: both families announce theirs in the next cycle.
+void NoteAddressChange();
+
+}  // namespace tessel

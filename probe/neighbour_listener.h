@@ -1,0 +1,12 @@
+// Listening to neighbour discovery on every active interface.
+#pragma once
+
+#include "probe/ndp.h"
+
+namespace tessel {
+
+// Hands over every valid solicitation and advertisement from outside, with the name of the interface that it came in
+// on. Follows the table of interfaces.
+[[noreturn]] void ListenToNeighbours(void (*take)(const char* interfaceName, const NeighbourMessage& message));
+
+}  // namespace tessel

@@ -1,0 +1,72 @@
+#include "route/netlink_monitor.h"
+
+#include <net/if.h>
+#include <sys/ioctl.h>
+
+#include <cstring>
+
+#include "core/log.h"
+#include "core/netif.h"
+#include "core/thread.h"
+
+i32 count = 0;
+
+namespace {
+
+// What InterfaceCheckState tells.
+constexpr i32 kDown = 1;
+constexpr i32 kRunning = 2;
+constexpr i32 kWithoutCarrier = 0;
+
+bool StartThread(const char* name, ThreadFunction body) {
+    if (ThreadSpawnDeatched(name, body, nullptr, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep) != 0) {
+        return true;
+    }
+    TESSEL_PERROR("init thread create error");
+    return false;
+}
+
+}  // namespace
+
+i32 InterfaceCheckState(const char* name) {
+    ifreq answer{};
+    const tessel::InterfaceQuery query = tessel::AskInterface(name, SIOCGIFFLAGS, answer);
+    if (query == tessel::InterfaceQuery::kNoSocket) {
+        TESSEL_PERROR("socket");
+        return -1;
+    }
+    if (query == tessel::InterfaceQuery::kRefused) {
+        TESSEL_PERROR("ioctl error:");
+        TESSEL_ERR("Failed to get interface %s flags.", name);
+        return kDown;
+    }
+    if ((answer.ifr_flags & IFF_UP) == 0) return kDown;
+    return (answer.ifr_flags & IFF_RUNNING) != 0 ? kRunning : kWithoutCarrier;
+}
+
+i32 BringUpInterface() {
+    TESSEL_PRT("entering ......");
+    tessel::InterfaceList list;
+    if (!tessel::ListInterfaces(list)) {
+        TESSEL_ERR("SocketIoctl error!");
+        return -1;
+    }
+    for (const ifreq& entry : list.Entries()) {
+        const char* const name = entry.ifr_name;
+        TESSEL_PRT("ifr_name = %s", name);
+        if (strstr(name, "eth") == nullptr) continue;
+        ++count;
+        u32 flags = 0;
+        if (InterfaceCheckState(name) == kDown && IfethGetFlags(name, &flags) == 0) {
+            (void)IfethSetFlags(name, flags | IFF_UP);
+        }
+    }
+    TESSEL_PRT("leaving ......");
+    return 0;
+}
+
+i32 NetlinkInit() {
+    (void)BringUpInterface();  // whatever is up can be followed
+    if (!StartThread("TesselSysNetlinkInitThread", &NetlinkInitThread)) return -1;
+    return StartThread("TesselRouteMonitorThread", &RouteMonitorThread) ? 0 : -1;
+}

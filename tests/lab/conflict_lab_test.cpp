@@ -1,0 +1,260 @@
+// Another host on the link that uses the device's addresses or its MAC: frames as it sends and sees them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/if_ether.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/libtessel.h"
+#include "tests/support/daemon.h"
+#include "tests/support/far.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+
+using namespace std::string_literals;
+
+const std::string kOwnMac = "\x02\0\0\0\0\0"s;
+const std::string kPeerMac = "\x02\0\0\0\x01\x77"s;
+const std::string kBroadcast(6, '\xff');
+const std::string kNoMac(6, '\0');
+const std::string kNoIp(4, '\0');
+const std::string kFirst = "\xc0\xa8\x01\x14"s;   // 192.168.1.20
+const std::string kSecond = "\xc0\xa8\x01\x15"s;  // 192.168.1.21
+const std::string kForeign = "\xc0\xa8\x01\x63"s;
+
+std::string Arp(char operation, const std::string& senderMac, const std::string& senderIp, const std::string& targetMac,
+                const std::string& targetIp) {
+    return "\0\x01\x08\0\x06\x04\0"s + operation + senderMac + senderIp + targetMac + targetIp;
+}
+
+std::string Frame(const std::string& destination, const std::string& source, const std::string& arp) {
+    return destination + source + "\x08\x06"s + arp;
+}
+
+// The two answers of the device.
+std::string Defence(const std::string& ip, const std::string& peerMac = kPeerMac) {
+    return Frame(peerMac, kOwnMac, Arp(2, kOwnMac, ip, peerMac, ip));
+}
+std::string ProbeAnswer(const std::string& ip) {
+    return Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, ip, kPeerMac, kNoIp));
+}
+
+std::string Report(u16 family, const std::string& address) {
+    return "eth0"s + std::string(12, '\0') + static_cast<char>(family) + "\0\0\0"s + address +
+           std::string(16 - address.size(), '\0') + kOwnMac;
+}
+
+class Reports {
+  public:
+    explicit Reports(const char* name) {
+        EXPECT_EQ(tessel_listener_open(name, 0, &listener_), TESSEL_OK);
+    }
+    ~Reports() {
+        tessel_listener_close(listener_);
+    }
+    Reports(const Reports&) = delete;
+    Reports& operator=(const Reports&) = delete;
+
+    // "TYPE:PAYLOAD"; empty when none comes in time.
+    [[nodiscard]] std::string Next(int timeoutMs = 10000) {
+        const auto event = std::make_unique<tessel_event>();
+        if (tessel_listener_next(listener_, event.get(), timeoutMs) != TESSEL_OK) return "";
+        return std::to_string(event->type) + ":" +
+               std::string(reinterpret_cast<const char*>(event->payload), event->size);
+    }
+
+  private:
+    tessel_listener* listener_ = nullptr;
+};
+
+void Switch(u32 code, u16 family) {
+    EXPECT_EQ(RequestStatus(code, Bytes(family)), 0);
+}
+constexpr u32 kOn = 0x119;
+constexpr u32 kOff = 0x11A;
+
+// eth0 with two IPv4 addresses, and nobody but the daemon who answers for them.
+void PrepareInet() {
+    RunOnDevice("echo 1 >/proc/sys/net/ipv6/conf/eth0/disable_ipv6; echo 8 >/proc/sys/net/ipv4/conf/eth0/arp_ignore");
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 192.168.1.21/24 dev eth0");
+}
+
+std::vector<std::string> Take(std::size_t count, const std::function<std::string()>& next) {
+    std::vector<std::string> taken;
+    while (taken.size() < count)
+        taken.push_back(next());
+    return taken;
+}
+
+TEST(ConflictLab, ArpIsAnsweredAndReported) {
+    PrepareInet();
+    const Daemon daemon;
+    Reports reports(TESSEL_SOCKET_IP_CONFLICT);
+    const FarLink peer("far0", ETH_P_ARP);
+    const std::string one = "1:" + Report(2, kFirst);
+    const std::string two = "2:" + Report(2, kSecond);
+    struct Row {
+        const char* description;
+        std::string frame;
+        std::vector<std::string> answers;
+        std::vector<std::string> reports;
+    };
+    const auto from = [](const std::string& mac, const std::string& arp) { return Frame(kBroadcast, mac, arp); };
+    const Row announcement = {
+        "announced by a request", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst)), {Defence(kFirst)}, {one}};
+    const Row rows[] = {
+        announcement,
+        {"announced by a reply", from(kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kFirst)), {}, {one}},
+        {"probed for", from(kPeerMac, Arp(1, kPeerMac, kNoIp, kNoMac, kSecond)), {ProbeAnswer(kSecond)}, {}},
+        {"probed for with a target MAC", from(kPeerMac, Arp(1, kPeerMac, kNoIp, kOwnMac, kFirst)), {}, {}},
+        {"answered to a probe", from(kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kNoIp)), {}, {one}},
+        {"the same as a request", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kNoIp)), {}, {}},
+        {"the own MAC: every address is defended",
+         from(kOwnMac, Arp(1, kOwnMac, kForeign, kNoMac, kForeign)),
+         {Defence(kFirst, kOwnMac), Defence(kSecond, kOwnMac)},
+         {two}},
+        {"own MAC and address", from(kOwnMac, Arp(2, kOwnMac, kFirst, kNoMac, kFirst)), {}, {one, two}},
+        {"another operation", from(kPeerMac, Arp(3, kPeerMac, kFirst, kNoMac, kFirst)), {}, {}},
+        {"one byte short", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(0, 27)), {}, {}},
+        {"no Ethernet", from(kPeerMac, "\0\x06"s + Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(2)), {}, {}},
+        {"foreign addresses", from(kPeerMac, Arp(1, kPeerMac, kForeign, kNoMac, kForeign)), {}, {}},
+    };
+    Switch(kOn, TESSEL_FAMILY_INET);
+    // A known conflict stands behind each row: what the row brings has come before that one's.
+    for (const Row& row : rows) {
+        peer.Send(row.frame);
+        peer.Send(announcement.frame);
+        std::vector<std::string> answers = row.answers;
+        std::vector<std::string> told = row.reports;
+        answers.push_back(Defence(kFirst));
+        told.push_back(one);
+        const auto nextAnswer = [&] {
+            std::string frame = peer.Next();
+            while (frame.starts_with(kBroadcast))  // the daemon's own announcements
+                frame = peer.Next();
+            return frame;
+        };
+        EXPECT_THAT(Take(answers.size(), nextAnswer), ElementsAreArray(answers)) << row.description;
+        EXPECT_THAT(Take(told.size(), [&] { return reports.Next(); }), ElementsAreArray(told)) << row.description;
+    }
+    Switch(kOff, TESSEL_FAMILY_INET);
+    Switch(kOn, TESSEL_FAMILY_INET6);
+    peer.Send(announcement.frame);
+    EXPECT_EQ(peer.Next(), Defence(kFirst)) << "with the reports switched off too";
+    EXPECT_EQ(reports.Next(300), "");
+    EXPECT_EQ(RequestStatus(kOn, Bytes(u16{11})), -1);
+}
+
+TEST(ConflictLab, AddressesAreAnnouncedOnChangesAndAfterConflicts) {
+    PrepareInet();
+    const Daemon daemon;
+    Reports reports(TESSEL_SOCKET_IP_CONFLICT);
+    const FarLink peer("far0", ETH_P_ARP);
+    const auto announced = [](const std::string& ip) {
+        return Frame(kBroadcast, kOwnMac, Arp(1, kOwnMac, ip, kNoMac, ip));
+    };
+    RunOnDevice("ip addr del 192.168.1.21/24 dev eth0");
+    EXPECT_EQ(peer.Next(), announced(kFirst)) << "in the next cycle";
+    Switch(kOn, TESSEL_FAMILY_INET);
+    peer.Send(Frame(kBroadcast, kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kFirst)));
+    EXPECT_EQ(reports.Next(), "1:" + Report(2, kFirst));
+    EXPECT_THAT(Take(3, [&] { return peer.Next(); }),
+                ElementsAre(announced(kFirst), announced(kFirst), announced(kFirst)))
+        << "three rounds of confirmation";
+    EXPECT_EQ(peer.Next(6000), "") << "and no fourth";
+}
+
+TEST(ConflictLab, OnlyUsableInterfacesTakePart) {
+    PrepareInet();
+    RunOnDevice(
+        "ip link add name wanppp0 up type veth peer name farppp netns far && ip addr add 10.1.0.1/24 dev wanppp0");
+    RunOnDevice("ip addr add 10.2.0.1/24 dev eth1 && ip link set eth1 arp off && ip addr add 10.3.0.1/24 dev eth2");
+    RunOnDevice("ip -n far link set farppp up; ip -n far link set far2 down");
+    const Daemon daemon;
+    EXPECT_EQ(RequestStatus(0x702, Bytes(i32{4})), 0);
+    RunOnDevice("ip link add name fifteen-letters up type veth peer name far15 netns far; ip -n far link set far15 up");
+    RunOnDevice("ip addr add 10.4.0.1/24 dev fifteen-letters");
+    EXPECT_TRUE(Eventually([] {
+        return ReadFile("/var/log/messages").find("the interface name is too long : 15!") != std::string::npos;
+    }));
+    const std::string log = ReadFile("/var/log/messages");
+    EXPECT_THAT(log, HasSubstr("interface eth2 is offline"));
+    EXPECT_THAT(log, HasSubstr("ifr_name = eth0, dev_num = 1, ip_num = 2"));
+    EXPECT_EQ(log.find("dev_num = 2"), std::string::npos) << "nothing but eth0";
+    const FarLink peer("far0", ETH_P_ARP);
+    peer.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst)));
+    std::string answer = peer.Next();
+    while (answer.starts_with(kBroadcast))
+        answer = peer.Next();
+    EXPECT_EQ(answer, Defence(kFirst)) << "what was listed before the long name stays";
+}
+
+const std::string kOwnInet6 = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;  // 2001:db8::20
+
+TEST(ConflictLab, TheSameInet6AddressOnTwoHosts) {
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 2001:db8::20/64 dev eth0 nodad");
+    RunOnDevice("ip -n far addr add 2001:db8::20/64 dev far0 nodad");
+    const Daemon daemon;
+    Reports reports(TESSEL_SOCKET_IPV6_CONFLICT);
+    const FarLink peer("far0", ETH_P_IPV6);
+    Switch(kOn, TESSEL_FAMILY_INET6);
+    RunOnDevice("ip addr add 192.168.1.21/24 dev eth0");
+    // IPv6 header, then the solicitation with a checksum that the far kernel has accepted when it answers.
+    const std::string question = "\x33\x33\xff\0\0\x20"s + kOwnMac + "\x86\xdd"s + "\x60\0\0\0\0\x18\x3a\xff"s +
+                                 std::string(16, '\0') + "\xff\x02\0\0\0\0\0\0\0\0\0\x01\xff\0\0\x20"s + "\x87\0"s;
+    std::string seen = peer.Next();
+    while (!seen.empty() && seen.compare(0, question.size(), question) != 0)
+        seen = peer.Next();
+    EXPECT_EQ(seen.size(), 78U);
+    EXPECT_EQ(seen.substr(62), kOwnInet6);
+    EXPECT_EQ(reports.Next(), "1:" + Report(10, kOwnInet6));
+
+    // The own MAC in a solicitation from outside, sent twice: told once in the life of a table.
+    const auto solicit = [] {
+        OnFarSide([] {
+            const UniqueFd sender(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6));
+            const int hops = 255;
+            ASSERT_EQ(setsockopt(sender.Get(), IPPROTO_IPV6, IPV6_UNICAST_HOPS, &hops, sizeof(hops)), 0);
+            std::string message = "\x87\0\0\0\0\0\0\0"s + kOwnInet6 + "\x01\x01"s + kOwnMac;
+            sockaddr_in6 target{};
+            target.sin6_family = AF_INET6;
+            target.sin6_scope_id = if_nametoindex("far0");
+            ASSERT_EQ(inet_pton(AF_INET6, "fe80::ff:fe00:0", &target.sin6_addr), 1);
+            ASSERT_GT(sendto(sender.Get(), message.data(), message.size(), 0,
+                             reinterpret_cast<const sockaddr*>(&target), sizeof(target)),
+                      0);
+        });
+    };
+    const auto nextMacReport = [&] {
+        std::string report = reports.Next();
+        while (report.starts_with("1:"))
+            report = reports.Next();
+        return report.substr(0, 6);
+    };
+    solicit();
+    EXPECT_EQ(nextMacReport(), "2:eth0");
+    RunOnDevice("ip addr del 192.168.1.21/24 dev eth0");
+    EXPECT_TRUE(Eventually([&] {
+        solicit();
+        return reports.Next(100).starts_with("2:");
+    })) << "a new table";
+    solicit();
+    Switch(kOff, TESSEL_FAMILY_INET6);
+    while (!reports.Next(500).empty()) {
+    }
+    solicit();
+    EXPECT_EQ(reports.Next(500), "");
+}
+
+}  // namespace
+}  // namespace tessel::test

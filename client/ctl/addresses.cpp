@@ -53,6 +53,14 @@ std::optional<TNetIpAddr> ParsePrefixedAddress(const std::string& text) {
     return record;
 }
 
+AddressBytes NetworkAddress(AddressBytes address, u32 prefixLength) {
+    constexpr u32 kByteBits = 8;
+    for (u32 bit = prefixLength; bit < address.size() * kByteBits; ++bit) {
+        address[bit / kByteBits] &= static_cast<u8>(~(0x80U >> bit % kByteBits));
+    }
+    return address;
+}
+
 std::optional<Mac> ParseMac(const std::string& text) {
     Mac mac{};
     int used = 0;

@@ -25,6 +25,10 @@ struct ShownAddress {
 // From "192.168.1.20/24" or "2001:db8::5/64". Nothing for anything else: a length is always there, and fits.
 [[nodiscard]] std::optional<TNetIpAddr> ParsePrefixedAddress(const std::string& text);
 
+// The bits of an address that its network has in common.
+using AddressBytes = std::array<u8, 16>;
+[[nodiscard]] AddressBytes NetworkAddress(AddressBytes address, u32 prefixLength);
+
 using Mac = std::array<u8, 6>;
 
 // From and to "02:00:00:00:00:01".

@@ -16,6 +16,8 @@ struct ObjectText {
 constexpr ObjectText kObjects[] = {
     {"addr", "addresses"},
     {"link", "interfaces: state, MTU, hardware address"},
+    {"gateway", "default gateways"},
+    {"priority", "which uplink is preferred"},
     {"service", "remote-access services"},
     {"log", "the daemon's log"},
     {"raw", "any request as bytes"},
@@ -25,7 +27,7 @@ constexpr ObjectText kObjects[] = {
 
 std::vector<Command> JoinedCommands() {
     std::vector<Command> commands;
-    for (const auto rows : {AddressCommands(), DeviceCommands(), ToolCommands()})
+    for (const auto rows : {AddressCommands(), GatewayCommands(), DeviceCommands(), ToolCommands()})
         commands.insert(commands.end(), rows.begin(), rows.end());
     return commands;
 }

@@ -16,9 +16,10 @@ struct Command;
 // The objects, each once, in the table's order.
 [[nodiscard]] std::vector<std::string> ObjectNames();
 
-// The rows of a group of objects. A new command is a row there, its handler, and for a new code a row among the messages
-// (messages.h).
+// The rows of a group of objects. A new command is a row there, its handler, and for a new code a row among the
+// messages (messages.h).
 [[nodiscard]] std::span<const Command> AddressCommands();
+[[nodiscard]] std::span<const Command> GatewayCommands();
 [[nodiscard]] std::span<const Command> DeviceCommands();
 [[nodiscard]] std::span<const Command> ToolCommands();
 

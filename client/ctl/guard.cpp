@@ -1,7 +1,10 @@
 #include "client/ctl/guard.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
+
+#include "client/ctl/kernel.h"
 
 namespace tessel::ctl {
 
@@ -13,6 +16,13 @@ bool IsSessionAddress(const std::string& address) {
     std::string word;
     words >> word >> word >> word;
     return words && word == address;
+}
+
+bool CarriesSession(const std::string& interfaceName) {
+    if (interfaceName.empty()) return IsRemoteSession();
+    const auto link = FindKernelLink(interfaceName);
+    return link && std::any_of(link->addresses.begin(), link->addresses.end(),
+                               [](const ShownAddress& address) { return IsSessionAddress(address.text); });
 }
 
 bool IsRemoteSession() {

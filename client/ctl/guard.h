@@ -13,6 +13,9 @@ constexpr std::string_view kCutsSession = "your session runs over this address (
 // True when the connection that this is typed on ends at this address of the device.
 [[nodiscard]] bool IsSessionAddress(const std::string& address);
 
+// True when that address is one of this interface; with an empty name, when there is a remote connection at all.
+[[nodiscard]] bool CarriesSession(const std::string& interfaceName);
+
 // True when this is typed on a remote connection.
 [[nodiscard]] bool IsRemoteSession();
 

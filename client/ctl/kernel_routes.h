@@ -27,7 +27,8 @@ struct KernelRule {
     u32 preference = 0;
     std::string source;  // "192.168.1.0/24"; empty: all
     std::optional<u32> mark;
-    u32 table = 0;  // 0: the rule selects none
+    u32 table = 0;                    // 0: the rule selects none
+    bool hasOtherConditions = false;  // beyond source and mark: destination, interface, mask of the mark ...
 };
 
 // Every rule of a family (or of both: IPv4 first), in the order in which the kernel asks them.

@@ -3,6 +3,7 @@
 #include "client/ctl/addresses.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/kernel.h"
+#include "client/ctl/optional_json.h"
 #include "client/ctl/values.h"
 #include "client/libtessel.h"
 #include "core/text.h"
@@ -51,10 +52,6 @@ int AskForLink(const std::string& name, const std::optional<KernelLink>& link, L
     const int mtuError = tessel_mtu_get(name.c_str(), &facts.mtu);
     if (mtuError == TESSEL_OK) TakeFromKernel(*link, facts);
     return mtuError;
-}
-
-ordered_json NullIfEmpty(const std::string& text) {
-    return text.empty() ? ordered_json() : ordered_json(text);
 }
 
 bool AddLink(const std::string& name, Outcome& outcome) {

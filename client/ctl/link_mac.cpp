@@ -1,7 +1,5 @@
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "client/ctl/addresses.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/handlers.h"
@@ -13,12 +11,6 @@ namespace tessel::ctl {
 namespace {
 
 constexpr u8 kUnreadableFirstByte = 0x22;
-
-bool CarriesThisSession(const std::string& name) {
-    const auto link = FindKernelLink(name);
-    return link && std::any_of(link->addresses.begin(), link->addresses.end(),
-                               [](const ShownAddress& address) { return IsSessionAddress(address.text); });
-}
 
 // Empty: not known.
 std::string WhyUnreadable(const std::string& name) {
@@ -46,7 +38,7 @@ Outcome LinkSetMac(const Invocation& invocation) {
     const std::string name = invocation.words.Get("IF");
     const Mac wanted = *ParseMac(invocation.words.Get("mac"));
     const std::string asked = fmt::format("link set {} mac {}", name, MacText(wanted));
-    if (CarriesThisSession(name) && !MayCutSession(invocation.options)) return Refused(asked, kCutsSession);
+    if (CarriesSession(name) && !MayCutSession(invocation.options)) return Refused(asked, kCutsSession);
     const int error = tessel_mac_set(name.c_str(), wanted.data());
     if (error != TESSEL_OK) {
         const std::string missing = MissingInterface(name);

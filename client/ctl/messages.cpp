@@ -40,7 +40,7 @@ std::string WithoutUnfilled(std::string text) {
 
 std::vector<Message> JoinedMessages() {
     std::vector<Message> messages;
-    for (const auto rows : {AddressMessages(), DeviceMessages()})
+    for (const auto rows : {AddressMessages(), GatewayMessages(), DeviceMessages()})
         messages.insert(messages.end(), rows.begin(), rows.end());
     return messages;
 }
@@ -72,7 +72,10 @@ std::vector<std::string> ToolLinesFor(const Message& message, const ordered_json
     std::vector<std::string> lines;
     for (const ToolLine& line : message.runs) {
         const bool isMeant = line.family.empty() || family == "both" || line.family == family;
-        if (!line.text.empty() && isMeant) lines.push_back(WithoutUnfilled(FillIn(line.text, request)));
+        const bool isExcluded = request.contains(line.without) && !request[line.without].is_null();
+        if (line.text.empty() || !isMeant || isExcluded) continue;
+        const std::string text = WithoutUnfilled(FillIn(line.text, request));
+        if (text.find('{') == std::string::npos) lines.push_back(text);
     }
     return lines;
 }

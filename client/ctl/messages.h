@@ -12,11 +12,12 @@
 
 namespace tessel::ctl {
 
-// A line that the daemon runs for a request. {key} stands for that value of the described request; a part in brackets is
-// left out when a value of it is absent or null.
+// A line that the daemon runs for a request. {key} stands for that value of the described request. Where a value is
+// absent or null, the part in brackets that needs it is left out, or the whole line.
 struct ToolLine {
     std::string_view family;  // "inet", "inet6": only for requests of that family or of both; empty: always
     std::string_view text;
+    std::string_view without = {};  // only for requests that leave this value out
 };
 
 struct Message {
@@ -29,13 +30,14 @@ struct Message {
     // From bytes, of which missing ones read as 0, to what people call them.
     nlohmann::ordered_json (*describeRequest)(std::span<const u8> bytes);
     nlohmann::ordered_json (*describeReply)(std::span<const u8> bytes);
-    std::array<ToolLine, 2> runs;
+    std::array<ToolLine, 4> runs;
 };
 
 [[nodiscard]] std::span<const Message> Messages();
 
 // The rows of a group of objects.
 [[nodiscard]] std::span<const Message> AddressMessages();
+[[nodiscard]] std::span<const Message> GatewayMessages();
 [[nodiscard]] std::span<const Message> DeviceMessages();
 
 // Null: not known.

@@ -143,4 +143,9 @@ int FamilyOf(const Options& options) {
     return options.inet ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6;
 }
 
+bool HasFamily(const Options& options, int family) {
+    const int asked = FamilyOf(options);
+    return asked == TESSEL_FAMILY_BOTH || asked == family;
+}
+
 }  // namespace tessel::ctl

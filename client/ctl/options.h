@@ -48,4 +48,7 @@ struct OptionText {
 // TESSEL_FAMILY_..., both when neither or both are asked for.
 [[nodiscard]] int FamilyOf(const Options& options);
 
+// True when this one is asked for, alone or among both.
+[[nodiscard]] bool HasFamily(const Options& options, int family);
+
 }  // namespace tessel::ctl

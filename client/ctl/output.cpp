@@ -13,8 +13,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-constexpr char kColumnGap[] = "  ";
-
 const char* ColourOf(Style style) {
     switch (style) {
         case Style::kPlain:
@@ -45,7 +43,8 @@ std::vector<std::size_t> ColumnWidths(const std::vector<std::vector<Cell>>& rows
     return widths;
 }
 
-std::string RenderRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, bool withColour) {
+std::string RenderRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, std::size_t gapBlanks,
+                      bool withColour) {
     std::string line;
     std::size_t pending = 0;  // blanks before the next cell that has text
     for (std::size_t i = 0; i < row.size(); ++i) {
@@ -56,7 +55,7 @@ std::string RenderRow(const std::vector<Cell>& row, const std::vector<std::size_
             const bool coloured = withColour && cell.style != Style::kPlain;
             line += coloured ? fmt::format("{}{}\x1b[0m", ColourOf(cell.style), cell.text) : cell.text;
         }
-        pending += widths[i] - WidthOf(cell.text) + sizeof(kColumnGap) - 1;
+        pending += widths[i] - WidthOf(cell.text) + gapBlanks;
     }
     return line + "\n";
 }
@@ -167,9 +166,10 @@ std::string RenderTable(const Table& table, bool withHeader, bool withColour) {
     rows.insert(rows.end(), table.rows.begin(), table.rows.end());
     const auto widths = ColumnWidths(rows);
     std::string text;
-    if (!table.preamble.empty()) text = RenderRow(table.preamble, ColumnWidths({table.preamble}), withColour);
+    if (!table.preamble.empty())
+        text = RenderRow(table.preamble, ColumnWidths({table.preamble}), table.gapBlanks, withColour);
     for (const auto& row : rows)
-        text += RenderRow(row, widths, withColour);
+        text += RenderRow(row, widths, table.gapBlanks, withColour);
     return text;
 }
 

@@ -20,6 +20,7 @@ struct Table {
     std::vector<Cell> preamble;  // one line above, with columns of its own
     std::vector<std::string> header;
     std::vector<std::vector<Cell>> rows;
+    std::size_t gapBlanks = 2;  // between columns
 };
 
 // Aligned columns, no wider than needed, without blanks at the ends.

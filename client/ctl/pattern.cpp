@@ -121,9 +121,12 @@ class Matcher {
             if (item == nullptr) return Stop(fmt::format("\"{}\" is one word too many", words_[next_]));
             if (!Take(*item)) return std::move(match_);
         }
+        bool waitsForValue = false;  // the ones behind it cannot come before it
         for (const Item& item : items_) {
-            const bool isOpen = !item.isUsed || (item.repeats && !item.tokens.front().isKeyword);
-            if (isOpen) match_.expected.push_back(item.tokens.front());
+            const bool isValue = !item.tokens.front().isKeyword;
+            const bool isOpen = !item.isUsed || (item.repeats && isValue);
+            if (isOpen && !(isValue && waitsForValue)) match_.expected.push_back(item.tokens.front());
+            if (isValue && !item.isUsed && !item.isOptional) waitsForValue = true;
         }
         const auto missing = std::find_if(items_.begin(), items_.end(),
                                           [](const Item& item) { return !item.isUsed && !item.isOptional; });

@@ -5,6 +5,7 @@
 //   [table N]       may be left out
 //   on|off|N        a choice; SWITCH=on|off gives it a name
 //   IF...           once or more
+//   [IF N]...       any number of these, together
 #pragma once
 
 #include <optional>

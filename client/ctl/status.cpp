@@ -5,6 +5,7 @@
 #include "client/ctl/addresses.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/kernel.h"
+#include "client/ctl/optional_json.h"
 #include "client/ctl/processes.h"
 #include "client/libtessel.h"
 
@@ -32,11 +33,6 @@ std::string JsonTime(std::time_t time) {
     char text[64] = "";
     strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S.000Z", &parts);
     return text;
-}
-
-template <typename Value>
-ordered_json OrNull(const std::optional<Value>& value) {
-    return value ? ordered_json(*value) : ordered_json();
 }
 
 ordered_json DaemonJson(int pid, const ProcessFacts& facts) {

@@ -58,7 +58,7 @@ int PrintCompletions(const std::vector<std::string>& arguments, std::FILE* out) 
 
 int ShowPlan(const Outcome& outcome, const Options& options, std::FILE* out, std::FILE* err) {
     if (outcome.failure && outcome.failure->exit != kExitDone) return ShowFailure(*outcome.failure, options.json, err);
-    fmt::print(out, "{}", RenderPlan(PlannedRequests(), outcome.planned, options.json));
+    fmt::print(out, "{}", RenderPlan(PlannedRequests(), outcome.planned, outcome.notes, options.json));
     return kExitDone;
 }
 

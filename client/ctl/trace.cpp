@@ -113,9 +113,9 @@ const std::vector<PlannedRequest>& PlannedRequests() {
 }
 
 std::string RenderPlan(const std::vector<PlannedRequest>& requests, const std::vector<std::string>& local,
-                       bool asJson) {
+                       const std::vector<std::string>& notes, bool asJson) {
     if (asJson) {
-        ordered_json document{{"requests", ordered_json::array()}, {"local", local}};
+        ordered_json document{{"requests", ordered_json::array()}, {"local", local}, {"notes", notes}};
         for (const PlannedRequest& request : requests)
             document["requests"].push_back(PlanJson(request));
         return RenderJson(document);
@@ -129,6 +129,8 @@ std::string RenderPlan(const std::vector<PlannedRequest>& requests, const std::v
     }
     for (const std::string& line : local)
         text += fmt::format("here     {}\n", line);
+    for (const std::string& note : notes)
+        text += fmt::format("note     {}\n", note);
     return text.empty() ? "nothing is sent\n" : text;
 }
 

@@ -21,9 +21,9 @@ void StartTrace(int verbosity, bool isDryRun, std::FILE* err);
 // What a dry run would have sent.
 [[nodiscard]] const std::vector<PlannedRequest>& PlannedRequests();
 
-// The plan for people or as JSON; `local` is what this side would do itself.
+// The plan for people or as JSON; `local` is what this side would do itself, `notes` what is worth knowing before.
 [[nodiscard]] std::string RenderPlan(const std::vector<PlannedRequest>& requests, const std::vector<std::string>& local,
-                                     bool asJson);
+                                     const std::vector<std::string>& notes, bool asJson);
 
 // Rows of 16 bytes, each with its offset.
 [[nodiscard]] std::string HexDump(const u8* bytes, std::size_t size);

@@ -10,6 +10,7 @@
 #include "client/ctl/commands.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/messages.h"
+#include "client/ctl/next_hop.h"
 #include "tessel/ipc.h"
 
 namespace tessel::ctl {
@@ -17,6 +18,8 @@ namespace tessel::ctl {
 namespace {
 
 constexpr std::size_t kNameMax = TESSEL_NAME_SIZE - 1;
+// Requests carry metrics with a sign.
+constexpr u32 kMetricMax = 0x7fffffff;
 
 std::optional<std::string> CheckName(const std::string& word) {
     if (word.empty()) return "an empty name";
@@ -29,6 +32,12 @@ std::optional<std::string> CheckName(const std::string& word) {
 std::optional<std::string> CheckNumber(const std::string& word) {
     if (ParseNumber(word)) return std::nullopt;
     return fmt::format("\"{}\" is no number from 0 to 4294967295", word);
+}
+
+std::optional<std::string> CheckMetric(const std::string& word) {
+    const auto metric = ParseNumber(word);
+    if (metric && *metric <= kMetricMax) return std::nullopt;
+    return fmt::format("\"{}\" is no number from 0 to {}", word, kMetricMax);
 }
 
 std::optional<std::string> CheckCode(const std::string& word) {
@@ -44,6 +53,13 @@ std::optional<std::string> CheckNotEmpty(const std::string& word) {
 std::optional<std::string> CheckPrefixedAddress(const std::string& word) {
     if (ParsePrefixedAddress(word)) return std::nullopt;
     return fmt::format("\"{}\" is no address with its length, such as 192.168.1.20/24", word);
+}
+
+std::optional<std::string> CheckHost(const std::string& word) {
+    if (ParseHost(word)) return std::nullopt;
+    const bool isZero = ParsePrefixedAddress(word + "/0").has_value();
+    if (isZero) return fmt::format("\"{}\" stands for no gateway (use \"gateway del\" to be without)", word);
+    return fmt::format("\"{}\" is no address, such as 192.168.1.1", word);
 }
 
 std::optional<std::string> CheckMac(const std::string& word) {
@@ -79,9 +95,11 @@ constexpr ValueKind kKinds[] = {
     {"IF", &CheckName, &InterfaceNames},
     {"NAME", &CheckName, &NoneKnown},
     {"N", &CheckNumber, &NoneKnown},
+    {"METRIC", &CheckMetric, &NoneKnown},
     {"CODE", &CheckCode, &CodeNames},
     {"OBJECT", &CheckNotEmpty, &ObjectNames},
     {"A/L", &CheckPrefixedAddress, &NoneKnown},
+    {"A", &CheckHost, &NoneKnown},
     {"M", &CheckMac, &NoneKnown},
 };
 

@@ -41,7 +41,7 @@ TEST(Pattern, WordsFindTheirPlaces) {
         {"IF mtu N", "eth0 mtu x", "!no number"},
         {"IF mtu N", "eth0 mtu 4294967296", "!no number"},
         {"IF mtu N", "sixteen-letters- mtu 1", "!longer than 15"},
-        {"A via G [dev IF] [table N]", "10.0.0.0/8 table 7 via 10.1.1.1", "A=10.0.0.0/8 via=10.1.1.1 table=7"},
+        {"A/L via A [dev IF] [table N]", "10.0.0.0/8 table 7 via 10.1.1.1", "A/L=10.0.0.0/8 via=10.1.1.1 table=7"},
         {"L=on|off|N", "off", "L=off"},
         {"L=on|off|N", "12", "L=12"},
         {"L=on|off|N", "loud", "!no number"},

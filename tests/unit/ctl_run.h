@@ -1,0 +1,113 @@
+// Lines for the tool, and a daemon that answers them.
+#pragma once
+
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+#include "client/ctl/tesselctl.h"
+#include "client/libtessel.h"
+#include "tests/support/files.h"
+#include "tests/unit/libtessel_fake_daemon.h"
+
+namespace tessel::test {
+
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+inline std::string Contents(std::FILE* file) {
+    std::string text(static_cast<std::size_t>(ftell(file)), '\0');
+    rewind(file);
+    text.resize(fread(text.data(), 1, text.size(), file));
+    fclose(file);
+    return text;
+}
+
+inline ToolRun RunLine(const std::string& line) {
+    std::istringstream stream(line);
+    std::FILE* out = tmpfile();
+    std::FILE* err = tmpfile();
+    const int status = ctl::RunTool({std::istream_iterator<std::string>(stream), {}}, out, err);
+    return {status, Contents(out), Contents(err)};
+}
+
+inline TNetIpAddr Address(const char* bytes, std::size_t count, u16 family, u32 prefixLength) {
+    TNetIpAddr address{};
+    memcpy(address.abyAddr, bytes, count);
+    address.wSinFamily = family;
+    address.dwPrefixLen = prefixLength;
+    address.dwScope = TESSEL_SCOPE_GLOBAL;
+    return address;
+}
+
+inline TNetPrioParam Priority(const char* interfaceName, i32 metric) {
+    TNetPrioParam entry{};
+    memcpy(entry.achDevName, interfaceName, strlen(interfaceName));
+    entry.nPriority = metric;
+    return entry;
+}
+
+// An eth0 with MTU 1400 whatever is set, two addresses, and a gateway unless it was deleted last; two priorities;
+// commands with a bare status succeed.
+inline std::string DeviceAnswer(const SeenRequest& request) {
+    TNetIpaddrGetReply list{};
+    TNetIpaddrShowReply info{};
+    static bool hasGateway = true;
+    if (request.type == TESSEL_CMD_GATEWAY_SET) hasGateway = true;
+    if (request.type == TESSEL_CMD_GATEWAY_DEL) hasGateway = false;
+    switch (request.type) {
+        case TESSEL_CMD_IPADDR_GET:
+            list.tIfaceIp.dwNum = 2;
+            list.tIfaceIp.atIp[0] = Address("\xc0\xa8\x01\x14", 4, 2, 24);
+            list.tIfaceIp.atIp[1] = Address("\x20\x01\x0d\xb8", 4, 10, 64);
+            list.tIfaceIp.atIp[1].bDynamic = 1;
+            return FakeDaemon::Message(list);
+        case TESSEL_CMD_IPADDR_SHOW:
+            // As on the device: nothing but a failure where there is no Ethernet address.
+            if (request.payload.starts_with("lo")) info.nResult = -1;
+            info.tInfo.mtu = 1400;
+            memcpy(info.tInfo.mac, "02:00:00:00:00:01", 17);
+            return FakeDaemon::Message(info);
+        case TESSEL_CMD_MTU_GET:
+            return FakeDaemon::Message(TNetMtuGetReply{.nResult = 0, .dwMtu = 1400});
+        case TESSEL_CMD_MACADDR_GET:
+            return FakeDaemon::Message(
+                TNetMacaddrGetReply{.nResult = 0, .abyMac = {2, 0, 0, 0, 0, 1}, .abyUnused = {}});
+        case TESSEL_CMD_GATEWAY_GET:
+            return FakeDaemon::Message(hasGateway ? TNetGatewayGetReply{0, {TESSEL_FAMILY_INET, 0, {192, 168, 1, 1}}}
+                                                  : TNetGatewayGetReply{});
+        case TESSEL_CMD_PRIORITY_GET:
+            return FakeDaemon::Message(TNetPrioParamList{2, {Priority("eth0", 10), Priority("eth1", 20)}});
+        case TESSEL_CMD_LOG_FILE:
+            WriteFile("/tmp/tessel_daemon.log", "");
+            [[fallthrough]];
+        default:
+            return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
+    }
+}
+
+inline std::string FailingAnswer(const SeenRequest& request) {
+    switch (request.type) {
+        case TESSEL_CMD_IPADDR_GET:
+            return FakeDaemon::Message(TNetIpaddrGetReply{.nResult = -1, .tIfaceIp = {}});
+        case TESSEL_CMD_IPADDR_SHOW:
+            return FakeDaemon::Message(TNetIpaddrShowReply{.nResult = -1, .tInfo = {}});
+        case TESSEL_CMD_MTU_GET:
+            return FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0});
+        case TESSEL_CMD_MACADDR_GET:
+            return FakeDaemon::Message(TNetMacaddrGetReply{.nResult = -1, .abyMac = {}, .abyUnused = {}});
+        case TESSEL_CMD_GATEWAY_GET:
+            return FakeDaemon::Message(TNetGatewayGetReply{.nResult = -1, .tGateway = {}});
+        case TESSEL_CMD_PRIORITY_GET:  // it has no failure
+            return FakeDaemon::Message(TNetPrioParamList{});
+        default:
+            return FakeDaemon::Message(TNetStatusReply{.nResult = -1});
+    }
+}
+
+}  // namespace tessel::test

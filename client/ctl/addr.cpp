@@ -40,21 +40,38 @@ std::vector<Cell> EntryRow(const std::string& interfaceName, const TNetIpAddr& e
             {marks, isTentative ? Style::kBad : Style::kPlain}};
 }
 
+// The kernel's addresses, of which more is not asked.
+void AddFromKernel(const std::string& interfaceName, const std::vector<ShownAddress>& beside, ordered_json& addresses,
+                   Outcome& outcome) {
+    for (const ShownAddress& address : beside) {
+        ordered_json json = AddressJson(address);
+        json["scope"] = json["dynamic"] = json["tentative"] = nullptr;
+        addresses.push_back(std::move(json));
+        outcome.table.rows.push_back({{interfaceName}, {AddressText(address)}, {"-"}, {"told by the kernel only"}});
+    }
+}
+
 // Adds one interface. False when going on to the next makes no sense.
-bool AddInterface(const std::string& interfaceName, int family, Outcome& outcome) {
+bool AddInterface(const std::string& interfaceName, const Options& options, Outcome& outcome) {
+    const int family = FamilyOf(options);
     TNetIfaceIp list{};
     const int error = tessel_addr_get(interfaceName.c_str(), family, &list);
     if (error != TESSEL_OK) {
         outcome.failure = CallFailed("addr show dev " + interfaceName, error, MissingInterface(interfaceName));
         return error == TESSEL_E_FAILED || error == kPlanned;
     }
-    const bool isCut = list.dwNum == TESSEL_ADDRESSES_MAX;
+    const std::string foreign = options.kernel ? ForeignKernel() : "";
+    const auto link = options.kernel && foreign.empty() ? FindKernelLink(interfaceName) : std::nullopt;
+    const bool isCut = list.dwNum == TESSEL_ADDRESSES_MAX && !link;
     ordered_json addresses = ordered_json::array();
     for (u32 i = 0; i < list.dwNum; ++i) {
         addresses.push_back(EntryJson(list.atIp[i]));
         outcome.table.rows.push_back(EntryRow(interfaceName, list.atIp[i]));
     }
-    if (isCut) outcome.notes.push_back(interfaceName + ": 16 addresses are shown, there may be more");
+    if (link) AddFromKernel(interfaceName, AddressesBeside(ShowAddresses(list), *link, family), addresses, outcome);
+    if (!foreign.empty()) outcome.notes.push_back("the kernel was not asked: " + foreign);
+    if (isCut)
+        outcome.notes.push_back(interfaceName + ": 16 addresses are shown, there may be more (--kernel shows all)");
     outcome.document.push_back({{"interface", interfaceName}, {"addresses", addresses}, {"truncated", isCut}});
     return true;
 }
@@ -73,7 +90,7 @@ Outcome AddrShow(const Invocation& invocation) {
         outcome.document = ordered_json::array();
     }
     for (const std::string& name : names) {
-        if (!AddInterface(name, FamilyOf(invocation.options), outcome)) return *outcome.failure;
+        if (!AddInterface(name, invocation.options, outcome)) return *outcome.failure;
     }
     return outcome;
 }

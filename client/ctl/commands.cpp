@@ -18,6 +18,9 @@ constexpr ObjectText kObjects[] = {
     {"link", "interfaces: state, MTU, hardware address"},
     {"gateway", "default gateways"},
     {"priority", "which uplink is preferred"},
+    {"route", "static routes through a gateway"},
+    {"table", "routing tables that all traffic asks"},
+    {"rule", "rules that choose a routing table"},
     {"service", "remote-access services"},
     {"log", "the daemon's log"},
     {"raw", "any request as bytes"},
@@ -27,7 +30,7 @@ constexpr ObjectText kObjects[] = {
 
 std::vector<Command> JoinedCommands() {
     std::vector<Command> commands;
-    for (const auto rows : {AddressCommands(), GatewayCommands(), DeviceCommands(), ToolCommands()})
+    for (const auto rows : {AddressCommands(), GatewayCommands(), RouteCommands(), DeviceCommands(), ToolCommands()})
         commands.insert(commands.end(), rows.begin(), rows.end());
     return commands;
 }

@@ -20,6 +20,7 @@ struct Command;
 // messages (messages.h).
 [[nodiscard]] std::span<const Command> AddressCommands();
 [[nodiscard]] std::span<const Command> GatewayCommands();
+[[nodiscard]] std::span<const Command> RouteCommands();
 [[nodiscard]] std::span<const Command> DeviceCommands();
 [[nodiscard]] std::span<const Command> ToolCommands();
 

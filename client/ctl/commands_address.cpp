@@ -1,7 +1,6 @@
-#include "client/ctl/commands.h"
-
 #include <array>
 
+#include "client/ctl/commands.h"
 #include "client/ctl/handlers.h"
 #include "tessel/command.h"
 
@@ -17,7 +16,8 @@ constexpr auto kCommands = std::to_array<Command>({
      .takesFamily = true,
      .summary = "addresses of one interface or of all",
      .example = "addr show dev eth0 -4",
-     .background = "The daemon tells 16 addresses of an interface at most; a full list is marked.",
+     .background =
+         "The daemon tells 16 addresses of an interface at most; a full list is marked. --kernel adds the others.",
      .run = &AddrShow},
     {.object = "addr",
      .verb = "add",

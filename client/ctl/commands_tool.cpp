@@ -1,7 +1,6 @@
-#include "client/ctl/commands.h"
-
 #include <array>
 
+#include "client/ctl/commands.h"
 #include "client/ctl/handlers.h"
 #include "tessel/command.h"
 

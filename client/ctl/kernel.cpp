@@ -11,9 +11,11 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
-#include "tessel/ipc.h"
+#include "client/ctl/processes.h"
+#include "client/libtessel.h"
 
 namespace tessel::ctl {
 
@@ -108,6 +110,18 @@ std::optional<KernelLink> FindKernelLink(std::string_view name) {
     return std::nullopt;
 }
 
+std::vector<ShownAddress> AddressesBeside(const std::vector<ShownAddress>& told, const KernelLink& link, int family) {
+    std::vector<ShownAddress> beside;
+    std::copy_if(
+        link.addresses.begin(), link.addresses.end(), std::back_inserter(beside), [&](const ShownAddress& address) {
+            const bool isMeant = family == TESSEL_FAMILY_BOTH || address.family == FamilyName(static_cast<u32>(family));
+            return isMeant && std::none_of(told.begin(), told.end(), [&](const ShownAddress& one) {
+                       return AddressText(one) == AddressText(address);
+                   });
+        });
+    return beside;
+}
+
 std::string LinkState(const KernelLink& link) {
     if (!link.isUp) return "down";
     return link.hasCarrier ? "up" : "no carrier";
@@ -115,6 +129,12 @@ std::string LinkState(const KernelLink& link) {
 
 std::string MissingInterface(const std::string& name) {
     return FindKernelLink(name) ? "" : fmt::format("there is no interface {}", name);
+}
+
+std::string ForeignKernel() {
+    const auto shares = SharesOurNetwork(tessel_daemon_pid());
+    if (!shares) return "it cannot be told from here which network namespace the daemon lives in";
+    return *shares ? "" : "the daemon lives in another network namespace";
 }
 
 }  // namespace tessel::ctl

@@ -54,7 +54,19 @@ int AskForLink(const std::string& name, const std::optional<KernelLink>& link, L
     return mtuError;
 }
 
-bool AddLink(const std::string& name, Outcome& outcome) {
+// Adds the addresses that the daemon did not tell.
+void CompleteFromKernel(const KernelLink& link, LinkFacts& facts, Outcome& outcome) {
+    const std::string foreign = ForeignKernel();
+    if (!foreign.empty()) {
+        outcome.notes.push_back("the kernel was not asked: " + foreign);
+        return;
+    }
+    const auto beside = AddressesBeside(facts.addresses, link, TESSEL_FAMILY_BOTH);
+    facts.addresses.insert(facts.addresses.end(), beside.begin(), beside.end());
+    facts.isCut = false;
+}
+
+bool AddLink(const std::string& name, const Options& options, Outcome& outcome) {
     const auto link = FindKernelLink(name);
     LinkFacts facts;
     const int error = AskForLink(name, link, facts);
@@ -62,6 +74,7 @@ bool AddLink(const std::string& name, Outcome& outcome) {
         outcome.failure = CallFailed("link show " + name, error, MissingInterface(name));
         return error == TESSEL_E_FAILED || error == kPlanned;
     }
+    if (options.kernel && link) CompleteFromKernel(*link, facts, outcome);
     const std::string state = link ? LinkState(*link) : "unknown";
     outcome.table.rows.push_back({{name},
                                   {state, state == "up" ? Style::kGood : Style::kBad},
@@ -76,7 +89,7 @@ bool AddLink(const std::string& name, Outcome& outcome) {
                                 {"truncated", facts.isCut},
                                 {"note", NullIfEmpty(facts.note)}});
     if (!facts.note.empty()) outcome.notes.push_back(fmt::format("{}: {}", name, facts.note));
-    if (facts.isCut) outcome.notes.push_back(name + ": 16 addresses are shown, there may be more");
+    if (facts.isCut) outcome.notes.push_back(name + ": 16 addresses are shown, there may be more (--kernel shows all)");
     return true;
 }
 
@@ -86,12 +99,12 @@ Outcome LinkShow(const Invocation& invocation) {
     Outcome outcome;
     outcome.table.header = {"INTERFACE", "STATE", "MTU", "MAC", "ADDRESSES"};
     if (const auto named = invocation.words.Find("IF")) {
-        (void)AddLink(*named, outcome);
+        (void)AddLink(*named, invocation.options, outcome);
         return outcome;
     }
     outcome.document = ordered_json::array();
     for (const KernelLink& link : KernelLinks()) {
-        if (!AddLink(link.name, outcome)) return *outcome.failure;
+        if (!AddLink(link.name, invocation.options, outcome)) return *outcome.failure;
     }
     return outcome;
 }

@@ -39,6 +39,7 @@ struct Message {
 [[nodiscard]] std::span<const Message> AddressMessages();
 [[nodiscard]] std::span<const Message> GatewayMessages();
 [[nodiscard]] std::span<const Message> DeviceMessages();
+[[nodiscard]] std::span<const Message> RouteMessages();
 
 // Null: not known.
 [[nodiscard]] const Message* FindMessage(u32 code);

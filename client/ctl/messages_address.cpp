@@ -1,9 +1,8 @@
-#include "client/ctl/messages.h"
-
 #include <algorithm>
 #include <cstring>
 
 #include "client/ctl/addresses.h"
+#include "client/ctl/messages.h"
 #include "client/ctl/record_text.h"
 #include "tessel/address.h"
 #include "tessel/command.h"

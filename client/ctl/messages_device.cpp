@@ -1,7 +1,6 @@
-#include "client/ctl/messages.h"
-
 #include <iterator>
 
+#include "client/ctl/messages.h"
 #include "client/ctl/record_text.h"
 #include "client/ctl/service_names.h"
 #include "tessel/command.h"

@@ -29,6 +29,7 @@ std::vector<std::string> Examples() {
 }
 
 TEST(Tool, EveryCommandAnswersInStrictJson) {
+    tessel::test::PrepareKernel();
     for (const std::string& example : Examples()) {
         SCOPED_TRACE(example);
         {

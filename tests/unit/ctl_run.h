@@ -1,12 +1,16 @@
 // Lines for the tool, and a daemon that answers them.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "client/ctl/messages.h"
 #include "client/ctl/tesselctl.h"
 #include "client/libtessel.h"
 #include "tests/support/files.h"
@@ -52,11 +56,42 @@ inline TNetPrioParam Priority(const char* interfaceName, i32 metric) {
     return entry;
 }
 
+// Runs a line of the device's tools in the sandbox that the tests live in.
+inline bool RunInSandbox(const std::string& line) {
+    return system((line + " 2>/dev/null").c_str()) == 0;
+}
+
+// What the tool looks for in the kernel has to happen there: runs what it says that the daemon runs for this request.
+inline std::string CarryOut(const SeenRequest& request) {
+    const ctl::Message* message = ctl::FindMessage(request.type);
+    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
+    const auto lines = ctl::ToolLinesFor(*message, message->describeRequest(bytes));
+    const bool isDone = std::all_of(lines.begin(), lines.end(), &RunInSandbox);
+    return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
+}
+
+// What the examples of the commands stand on.
+inline void PrepareKernel() {
+    for (const char* line : {"ip addr add 192.168.1.20/24 dev eth0", "ip rule add from 192.168.2.0/24 table 100"})
+        (void)RunInSandbox(line);
+}
+
+inline TNetIpRouteParam ToldRoute(u8 secondByte, i32 metric) {
+    TNetIpRouteParam route{};
+    memcpy(route.achDevName, "eth0", 4);
+    route.tDestIpNet = {.wSinFamily = 2, .wReserved = 0, .abyAddr = {10, secondByte}};
+    route.tGateway = {.wSinFamily = 2, .wReserved = 0, .abyAddr = {192, 168, 1, 254}};
+    route.nPrefixLen = 16;
+    route.nMetric = metric;
+    return route;
+}
+
 // An eth0 with MTU 1400 whatever is set, two addresses, and a gateway unless it was deleted last; two priorities;
 // commands with a bare status succeed.
 inline std::string DeviceAnswer(const SeenRequest& request) {
     TNetIpaddrGetReply list{};
     TNetIpaddrShowReply info{};
+    TNetRouteGetAllReply routes{};
     static bool hasGateway = true;
     if (request.type == TESSEL_CMD_GATEWAY_SET) hasGateway = true;
     if (request.type == TESSEL_CMD_GATEWAY_DEL) hasGateway = false;
@@ -83,6 +118,19 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
                                                   : TNetGatewayGetReply{});
         case TESSEL_CMD_PRIORITY_GET:
             return FakeDaemon::Message(TNetPrioParamList{2, {Priority("eth0", 10), Priority("eth1", 20)}});
+        case TESSEL_CMD_ROUTE_GET_ALL:
+            routes.tRoutes.dwNum = 2;
+            routes.tRoutes.atRoute[0] = ToldRoute(1, 5);
+            routes.tRoutes.atRoute[1] = ToldRoute(2, 0);
+            return FakeDaemon::Message(routes);
+        case TESSEL_CMD_ROUTE_ADD:
+        case TESSEL_CMD_ROUTE_DEL:
+        case TESSEL_CMD_ROUTE_METRIC_SET:
+        case TESSEL_CMD_ROUTE_TABLE_ADD:
+        case TESSEL_CMD_ROUTE_TABLE_DEL:
+        case TESSEL_CMD_RULE_ADD:
+        case TESSEL_CMD_RULE_DEL:
+            return CarryOut(request);
         case TESSEL_CMD_LOG_FILE:
             WriteFile("/tmp/tessel_daemon.log", "");
             [[fallthrough]];
@@ -105,6 +153,8 @@ inline std::string FailingAnswer(const SeenRequest& request) {
             return FakeDaemon::Message(TNetGatewayGetReply{.nResult = -1, .tGateway = {}});
         case TESSEL_CMD_PRIORITY_GET:  // it has no failure
             return FakeDaemon::Message(TNetPrioParamList{});
+        case TESSEL_CMD_ROUTE_GET_ALL:
+            return FakeDaemon::Message(TNetRouteGetAllReply{.nResult = -1, .tRoutes = {}});
         default:
             return FakeDaemon::Message(TNetStatusReply{.nResult = -1});
     }

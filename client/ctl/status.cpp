@@ -1,8 +1,10 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ctime>
 
 #include "client/ctl/addresses.h"
+#include "client/ctl/gateways.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/optional_json.h"
@@ -63,13 +65,76 @@ std::vector<ShownAddress> AddressesOf(const KernelLink& link, bool askDaemon) {
     return ShowAddresses(list);
 }
 
+// A default route of an interface.
+struct Uplink {
+    std::string gateway;
+    std::string family;
+    std::optional<u32> metric;  // none: the kernel has no such route
+    bool isPreferred = false;   // no route of this family comes before it
+};
+
+std::optional<Uplink> UplinkOf(const std::string& interfaceName, int family) {
+    ToldGateway told;
+    if (AskForGateway({.interfaceName = interfaceName, .table = 0}, family, told) != TESSEL_OK || told.text.empty()) {
+        return std::nullopt;
+    }
+    Uplink uplink{.gateway = told.text, .family = FamilyName(static_cast<u32>(family)), .metric = {}};
+    const auto routes = KernelDefaults({}, family);
+    const auto own = std::find_if(routes.begin(), routes.end(), [&](const KernelRoute& route) {
+        return route.interfaceName == interfaceName && route.gateway == told.text;
+    });
+    if (own == routes.end()) return uplink;
+    uplink.metric = own->metric;
+    // Of equal ones the first counts.
+    const auto preferred = std::min_element(
+        routes.begin(), routes.end(), [](const auto& one, const auto& other) { return one.metric < other.metric; });
+    uplink.isPreferred = preferred == own;
+    return uplink;
+}
+
+// Its IPv4 and its IPv6 one, as far as there are any.
+std::vector<Uplink> UplinksOf(const KernelLink& link, bool askDaemon) {
+    std::vector<Uplink> uplinks;
+    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
+        const auto uplink = askDaemon && link.name != kHarmlessInterface ? UplinkOf(link.name, family) : std::nullopt;
+        if (uplink) uplinks.push_back(*uplink);
+    }
+    return uplinks;
+}
+
+std::string UplinkText(const std::vector<Uplink>& uplinks) {
+    std::string text;
+    for (const Uplink& uplink : uplinks) {
+        text += fmt::format("{}gateway {}", text.empty() ? "" : "   ", uplink.gateway);
+        if (uplink.metric) text += fmt::format("  metric {}", *uplink.metric);
+        if (uplink.isPreferred) text += "  <- default route";
+    }
+    return text;
+}
+
+ordered_json UplinkJson(const std::vector<Uplink>& uplinks) {
+    ordered_json list = ordered_json::array();
+    for (const Uplink& uplink : uplinks) {
+        list.push_back({{"gateway", uplink.gateway},
+                        {"family", uplink.family},
+                        {"metric", OrNull(uplink.metric)},
+                        {"preferred", uplink.isPreferred}});
+    }
+    return list;
+}
+
 void AddLink(const KernelLink& link, bool askDaemon, Outcome& outcome) {
     const std::string state = LinkState(link);
     const auto addresses = AddressesOf(link, askDaemon);
-    outcome.table.rows.push_back(
-        {{link.name}, {state, state == "up" ? Style::kGood : Style::kBad}, {AddressText(addresses)}});
-    outcome.document["interfaces"].push_back(
-        {{"interface", link.name}, {"state", state}, {"addresses", AddressJson(addresses)}});
+    const auto uplinks = UplinksOf(link, askDaemon);
+    outcome.table.rows.push_back({{link.name},
+                                  {state, state == "up" ? Style::kGood : Style::kBad},
+                                  {AddressText(addresses)},
+                                  {UplinkText(uplinks)}});
+    outcome.document["interfaces"].push_back({{"interface", link.name},
+                                              {"state", state},
+                                              {"addresses", AddressJson(addresses)},
+                                              {"gateways", UplinkJson(uplinks)}});
 }
 
 }  // namespace

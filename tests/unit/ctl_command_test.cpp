@@ -76,6 +76,14 @@ TEST(Tool, WithoutADaemonExits3) {
     EXPECT_EQ(ordered_json::parse(status.out)["daemon"]["running"], false);
 }
 
+TEST(Tool, StatusShowsTheUplinks) {
+    FakeDaemon daemon(&DeviceAnswer);
+    EXPECT_THAT(RunLine("status eth0").out, HasSubstr("gateway 192.168.1.1"));
+    const auto gateways = ordered_json::parse(RunLine("status eth0 -j").out)["interfaces"][0]["gateways"];
+    EXPECT_EQ(gateways[0]["gateway"], "192.168.1.1");
+    EXPECT_EQ(gateways[0]["metric"], nullptr) << "the kernel has no such route";
+}
+
 TEST(Tool, WaitsForADaemonThatIsStarting) {
     std::unique_ptr<FakeDaemon> daemon;
     std::thread starter([&] {

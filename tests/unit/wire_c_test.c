@@ -2,6 +2,7 @@
 #include "client/libtessel.h"
 #include "tessel/address.h"
 #include "tessel/command.h"
+#include "tessel/conflict.h"
 #include "tessel/gateway.h"
 #include "tessel/ipc.h"
 #include "tessel/log.h"

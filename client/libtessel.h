@@ -11,6 +11,7 @@
 
 #include "tessel/address.h"
 #include "tessel/command.h"
+#include "tessel/conflict.h"
 #include "tessel/gateway.h"
 #include "tessel/ipc.h"
 #include "tessel/log.h"
@@ -127,6 +128,12 @@ TESSEL_API int tessel_route_table_del(uint32_t table);
 TESSEL_API int tessel_rule_add(const TNetIpRule* rule);
 TESSEL_API int tessel_rule_del(const TNetIpRule* rule);
 
+/* Switches the reports of address conflicts of a family (2 or 10) on or off, for everybody: they go to whoever listens
+ * under TESSEL_SOCKET_IP_CONFLICT or TESSEL_SOCKET_IPV6_CONFLICT, as TNetConflictReport. Listen before you switch them
+ * on and until they are off: each report that nobody takes holds conflict detection up for 5 to 8 seconds. */
+TESSEL_API int tessel_conflict_start(int family);
+TESSEL_API int tessel_conflict_stop(int family);
+
 /* Ends every process of a service with signal 9: "ssh", "telnetd", "ftpd" or the name of a process. TESSEL_E_FAILED
  * also when none runs. */
 TESSEL_API int tessel_service_stop(const char* name);
@@ -191,6 +198,9 @@ TESSEL_API int tessel_listener_open(const char* name, unsigned flags, tessel_lis
 
 /* For poll(): readable when tessel_listener_next() has something to do. Stays the listener's. */
 TESSEL_API int tessel_listener_fd(const tessel_listener* listener);
+
+/* 1 as long as the name leads to this listener; 0 once somebody took it: no more events come. */
+TESSEL_API int tessel_listener_has_name(const tessel_listener* listener);
 
 /* Waits for the next event; a negative time waits without end. TESSEL_E_TIMEOUT: none came. TESSEL_E_SYSTEM with EINTR:
  * a signal came first. Messages that are no events are passed over and counted; a sender that connects and stays silent

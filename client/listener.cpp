@@ -168,6 +168,10 @@ int tessel_listener_fd(const tessel_listener* listener) {
     return listener->socket.Get();
 }
 
+int tessel_listener_has_name(const tessel_listener* listener) {
+    return IdentityAt(listener->path) == listener->socketFile ? 1 : 0;
+}
+
 int tessel_listener_next(tessel_listener* listener, tessel_event* event, int timeout_ms) {
     const auto deadline = Clock::now() + milliseconds(std::max(timeout_ms, 0));
     while (true) {

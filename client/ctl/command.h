@@ -22,6 +22,7 @@ struct Invocation {
     const Arguments& words;
     const Options& options;
     std::FILE* out;  // for what goes on until interrupted; everything else is returned
+    std::FILE* err;
 };
 
 // What a handler returns. A document with a failure beside it is shown as well: it is the part that worked.
@@ -32,6 +33,7 @@ struct Outcome {
     std::vector<std::string> notes;    // one line each, on standard error, for people
     std::vector<std::string> planned;  // with --dry-run: what this side would do itself
     std::optional<Failure> failure;
+    int signal = 0;  // what ended a command that goes on until interrupted: the exit status tells it
 
     Outcome() = default;  // NOLINT(bugprone-exception-escape): a promise of the JSON library, kept by it
     // Handlers return failures as they are.

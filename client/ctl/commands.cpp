@@ -23,6 +23,7 @@ constexpr ObjectText kObjects[] = {
     {"rule", "rules that choose a routing table"},
     {"service", "remote-access services"},
     {"log", "the daemon's log"},
+    {"conflict", "other hosts that use the device's addresses"},
     {"raw", "any request as bytes"},
     {"status", "the daemon and the interfaces at a glance"},
     {"help", "help on an object"},
@@ -30,7 +31,8 @@ constexpr ObjectText kObjects[] = {
 
 std::vector<Command> JoinedCommands() {
     std::vector<Command> commands;
-    for (const auto rows : {AddressCommands(), GatewayCommands(), RouteCommands(), DeviceCommands(), ToolCommands()})
+    for (const auto rows :
+         {AddressCommands(), GatewayCommands(), RouteCommands(), DeviceCommands(), ProbeCommands(), ToolCommands()})
         commands.insert(commands.end(), rows.begin(), rows.end());
     return commands;
 }

@@ -22,6 +22,7 @@ struct Command;
 [[nodiscard]] std::span<const Command> GatewayCommands();
 [[nodiscard]] std::span<const Command> RouteCommands();
 [[nodiscard]] std::span<const Command> DeviceCommands();
+[[nodiscard]] std::span<const Command> ProbeCommands();
 [[nodiscard]] std::span<const Command> ToolCommands();
 
 // Half a line on what an object is about.

@@ -12,7 +12,8 @@ enum Exit : int {
     kExitRefused = 2,     // wrong words, or refused here before anything was sent
     kExitNotRunning = 3,  // no daemon to talk to
     kExitTimeout = 4,     // no answer in time
-    kExitNotApplied = 5   // answered success, but it did not happen
+    kExitNotApplied = 5,  // answered success, but it did not happen
+    kExitSignal = 128     // and the signal's number: ended by it, after everything was put in order
 };
 
 // What a call yields when nothing is sent because only the plan is wanted. No error of libtessel is positive.

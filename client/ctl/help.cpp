@@ -17,7 +17,8 @@ constexpr char kExitTexts[] =
     "exit status\n"
     "  0  done, and read back where possible      3  no daemon to talk to\n"
     "  1  the daemon answered failure, or \"no\"    4  no answer in time\n"
-    "  2  wrong words, or refused before sending  5  answered success, but it did not happen\n";
+    "  2  wrong words, or refused before sending  5  answered success, but it did not happen\n"
+    "  128+n  ended by signal n, after what it had switched on was switched off\n";
 
 std::string Indented(const Table& table) {
     std::string text = RenderTable(table, false, false);

@@ -40,6 +40,7 @@ struct Message {
 [[nodiscard]] std::span<const Message> GatewayMessages();
 [[nodiscard]] std::span<const Message> DeviceMessages();
 [[nodiscard]] std::span<const Message> RouteMessages();
+[[nodiscard]] std::span<const Message> ProbeMessages();
 
 // Null: not known.
 [[nodiscard]] const Message* FindMessage(u32 code);

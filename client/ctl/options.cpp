@@ -50,6 +50,7 @@ void Declare(CLI::App& app, Raw& raw) {
         ->type_name("WHEN");
     app.add_flag("-y,--yes", options.yes, "do not ask");
     app.add_flag("--force", options.force, "do it even if it ends the session it is typed in");
+    app.add_flag("--take", options.take, "listen in the place of a program that does already");
     app.add_flag("--kernel", options.kernel, "add what the kernel knows and the daemon does not tell");
     app.add_option("--reply", raw.replyBytes, "bytes of the reply to \"raw\"; 0: wait for none")
         ->check(CLI::Range(0, 1 << 20))

@@ -25,6 +25,7 @@ struct Options {
     std::string colour = "auto";
     bool yes = false;
     bool force = false;
+    bool take = false;
     bool kernel = false;
     bool help = false;
     bool version = false;

@@ -51,13 +51,6 @@ std::optional<bool> IsSameFile(const std::string& one, const std::string& other)
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-std::string CommOf(const char* pid) {
-    std::ifstream file(fmt::format("/proc/{}/comm", pid));
-    std::string name;
-    std::getline(file, name);
-    return name;
-}
-
 }  // namespace
 
 ProcessFacts LookAtProcess(pid_t pid) {
@@ -74,14 +67,26 @@ std::optional<bool> SharesOurNetwork(pid_t pid) {
     return IsSameFile("/proc/self/ns/net", fmt::format("/proc/{}/ns/net", pid));
 }
 
-std::vector<pid_t> FindProcesses(std::string_view name) {
+std::vector<pid_t> AllProcesses() {
     std::vector<pid_t> found;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc"), &closedir);
     if (directory == nullptr) return found;
     while (const dirent* entry = readdir(directory.get())) {
-        const auto pid = ParseNumber(entry->d_name);
-        if (pid && CommOf(entry->d_name) == name.substr(0, kCommMax)) found.push_back(static_cast<pid_t>(*pid));
+        if (const auto pid = ParseNumber(entry->d_name)) found.push_back(static_cast<pid_t>(*pid));
     }
+    return found;
+}
+
+std::string ProcessName(pid_t pid) {
+    std::ifstream file(fmt::format("/proc/{}/comm", pid));
+    std::string name;
+    std::getline(file, name);
+    return name;
+}
+
+std::vector<pid_t> FindProcesses(std::string_view name) {
+    std::vector<pid_t> found = AllProcesses();
+    std::erase_if(found, [&](pid_t pid) { return ProcessName(pid) != name.substr(0, kCommMax); });
     return found;
 }
 

@@ -21,6 +21,10 @@ struct ProcessFacts {
 // Whether the process sees the interfaces that this one sees; nothing: not allowed to look.
 [[nodiscard]] std::optional<bool> SharesOurNetwork(pid_t pid);
 
+// Every process, and what one is called; empty: it has gone.
+[[nodiscard]] std::vector<pid_t> AllProcesses();
+[[nodiscard]] std::string ProcessName(pid_t pid);
+
 // The processes of this name. The kernel keeps 15 characters of a name.
 [[nodiscard]] std::vector<pid_t> FindProcesses(std::string_view name);
 

@@ -9,6 +9,7 @@
 #include "client/ctl/kernel.h"
 #include "client/ctl/optional_json.h"
 #include "client/ctl/processes.h"
+#include "client/ctl/time_text.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
@@ -20,27 +21,14 @@ namespace {
 // Asked to learn who answers: it changes nothing, runs no tool, and every network has it.
 constexpr char kHarmlessInterface[] = "lo";
 
-std::string LocalTime(std::time_t time) {
-    std::tm parts{};
-    localtime_r(&time, &parts);
-    char text[64] = "";
-    strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts);
-    return text;
-}
-
-// RFC 3339, with the milliseconds that every time in JSON has.
-std::string JsonTime(std::time_t time) {
-    std::tm parts{};
-    gmtime_r(&time, &parts);
-    char text[64] = "";
-    strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S.000Z", &parts);
-    return text;
+WallTime WallTimeOf(std::time_t time) {
+    return std::chrono::system_clock::from_time_t(time);
 }
 
 ordered_json DaemonJson(int pid, const ProcessFacts& facts) {
     const bool isRunning = pid != 0;
     ordered_json since;
-    if (facts.since) since = JsonTime(*facts.since);
+    if (facts.since) since = JsonTime(WallTimeOf(*facts.since));
     return {{"running", isRunning},
             {"pid", isRunning ? ordered_json(pid) : ordered_json()},
             {"since", since},
@@ -51,7 +39,7 @@ ordered_json DaemonJson(int pid, const ProcessFacts& facts) {
 std::string DaemonText(int pid, const ProcessFacts& facts) {
     std::string text = fmt::format("running, pid {}", pid);
     if (facts.since) {
-        text += fmt::format(", since {} ({})", LocalTime(*facts.since),
+        text += fmt::format(", since {} ({})", DateText(WallTimeOf(*facts.since)),
                             HumanDuration(std::max<long>(std::time(nullptr) - *facts.since, 0)));
     }
     if (facts.residentKib) text += ", " + HumanKib(*facts.residentKib);

@@ -10,6 +10,7 @@
 #include "client/ctl/complete.h"
 #include "client/ctl/grammar.h"
 #include "client/ctl/help.h"
+#include "client/ctl/note.h"
 #include "client/ctl/processes.h"
 #include "client/ctl/trace.h"
 #include "client/libtessel.h"
@@ -72,7 +73,7 @@ int RunCommand(const Options& options, std::FILE* out, std::FILE* err) {
     if (const auto failure = WaitForDaemon(options)) return ShowFailure(*failure, options.json, err);
     (void)tessel_set_timeout_ms(options.timeoutMs);
     StartTrace(options.verbosity, options.dryRun, err);
-    Outcome outcome = command->run({.words = words, .options = options, .out = out});
+    Outcome outcome = command->run({.words = words, .options = options, .out = out, .err = err});
     if (options.dryRun) return ShowPlan(outcome, options, out, err);
     const int daemon = tessel_daemon_pid();
     if (daemon != 0 && SharesOurNetwork(daemon) == false) {
@@ -100,11 +101,10 @@ int ShowOutcome(const Outcome& outcome, const Options& options, std::FILE* out, 
         fmt::print(out, "{}", RenderTable(outcome.table, !options.noHeader, WantsColour(options, out)));
     }
     fflush(out);
-    if (!options.json && !options.quiet && options.fields.empty()) {
-        for (const std::string& note : outcome.notes)
-            fmt::print(err, "note: {}\n", note);
-    }
-    return outcome.failure ? ShowFailure(*outcome.failure, options.json, err) : kExitDone;
+    for (const std::string& note : outcome.notes)
+        ShowNote(note, options, err);
+    if (outcome.failure) return ShowFailure(*outcome.failure, options.json, err);
+    return outcome.signal == 0 ? kExitDone : kExitSignal + outcome.signal;
 }
 
 int RunTool(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err) {

@@ -23,7 +23,7 @@ using testing::StartsWith;
 std::vector<std::string> Examples() {
     std::vector<std::string> examples;
     for (const auto& command : tessel::ctl::Commands()) {
-        if (command.verb != "follow") examples.emplace_back(command.example);
+        if (command.verb != "follow" && command.verb != "watch") examples.emplace_back(command.example);
     }
     return examples;
 }

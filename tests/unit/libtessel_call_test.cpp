@@ -91,6 +91,8 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
     }
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
+    EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_conflict_stop(0x10002), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(0, nullptr, nullptr), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(7, nullptr, nullptr), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(3, nullptr, std::string(128, 'p').c_str()), TESSEL_E_ARGUMENT);

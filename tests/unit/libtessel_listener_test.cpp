@@ -82,6 +82,8 @@ TEST(Listener, ANameHasOneOwner) {
     auto first = Open("ipc_ntp");
     Open("ipc_ntp", 0, TESSEL_E_IN_USE);
     auto taker = Open("ipc_ntp", TESSEL_LISTEN_TAKE);
+    EXPECT_EQ(tessel_listener_has_name(first.get()), 0);
+    EXPECT_EQ(tessel_listener_has_name(taker.get()), 1);
     // The former owner leaves alone what is no longer its own.
     first.reset();
     SendAndClose("ipc_ntp", 1, 0, "");

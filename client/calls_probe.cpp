@@ -1,0 +1,25 @@
+// What the daemon watches on the links.
+#include "client/call.h"
+#include "client/libtessel.h"
+#include "client/request_fields.h"
+
+using tessel::CallWithRecords;
+
+namespace {
+
+int SwitchConflictReports(u32 code, int family) {
+    if (!tessel::IsFamily(family)) return TESSEL_E_ARGUMENT;
+    const TNetConflictReq request{.wSinFamily = static_cast<u16>(family)};
+    TNetStatusReply reply;
+    return CallWithRecords(code, request, reply);
+}
+
+}  // namespace
+
+int tessel_conflict_start(int family) {
+    return SwitchConflictReports(TESSEL_CMD_CONFLICT_START, family);
+}
+
+int tessel_conflict_stop(int family) {
+    return SwitchConflictReports(TESSEL_CMD_CONFLICT_STOP, family);
+}

@@ -1,0 +1,30 @@
+// Who takes the notifications that go to a socket.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include <nlohmann/json_fwd.hpp>
+
+namespace tessel::ctl {
+
+struct ListeningProcess {
+    std::optional<pid_t> pid;  // nothing: not visible from here, or not certain
+    std::string name;
+};
+
+// Nothing: nobody listens under this name.
+[[nodiscard]] std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName);
+
+// True unless it is known to have ended.
+[[nodiscard]] bool MayStillRun(const ListeningProcess& process);
+
+// "webui (pid 801)", "another program".
+[[nodiscard]] std::string ListeningText(const ListeningProcess& process);
+
+// Null when nobody listens.
+[[nodiscard]] nlohmann::ordered_json ListeningJson(const std::optional<ListeningProcess>& process);
+
+}  // namespace tessel::ctl

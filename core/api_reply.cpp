@@ -5,6 +5,16 @@
 
 namespace tessel {
 
+ApiText::ApiText(const void* payload, i32 size, std::size_t recordBytes, CallSite where)
+    : hasText_(static_cast<std::size_t>(size) >= recordBytes), text_{} {
+    if (!hasText_) {
+        TESSEL_ERR_AT(where, "the size is error:size=%d", size);
+        return;
+    }
+    const std::size_t textBytes = std::min(static_cast<std::size_t>(size) - recordBytes, sizeof(text_) - 1);
+    memcpy(text_, static_cast<const char*>(payload) + recordBytes, textBytes);
+}
+
 i32 ApiReplyBytes(int fd, u32 type, const void* data, i32 size, CallSite where) {
     const i32 sent = IpcApiSendMsg(fd, type, data, size, 0);
     if (sent == TESSEL_IPC_OK) return 0;

@@ -8,6 +8,7 @@
 
 #include "core/call_site.h"
 #include "core/types.h"
+#include "tessel/ipc.h"
 
 namespace tessel {
 
@@ -21,6 +22,22 @@ template <WireRecord Record>
     memcpy(&record, payload, std::min(sizeof(record), static_cast<std::size_t>(size)));
     return record;
 }
+
+// The text that fills a payload behind its record.
+class ApiText {
+  public:
+    // Logs, in the handler's name, when the payload ends inside the record of `recordBytes`.
+    ApiText(const void* payload, i32 size, std::size_t recordBytes, CallSite where = CallSite::Current());
+
+    // NUL-terminated, also where the sender did not end it; null when the payload ends inside the record.
+    [[nodiscard]] const char* Get() const {
+        return hasText_ ? text_ : nullptr;
+    }
+
+  private:
+    bool hasText_;
+    char text_[TESSEL_PAYLOAD_MAX + 1];
+};
 
 // Sends `size` payload bytes as the reply. 0, or -1 with a log line in the handler's name.
 i32 ApiReplyBytes(int fd, u32 type, const void* data, i32 size, CallSite where);

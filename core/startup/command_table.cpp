@@ -5,6 +5,10 @@
 
 #include "addr/address_api.h"
 #include "addr/mac_api.h"
+#include "firewall/arp_api.h"
+#include "firewall/chain_api.h"
+#include "firewall/filter_list_api.h"
+#include "firewall/rule_file_api.h"
 #include "probe/conflict_api.h"
 #include "route/gateway_api.h"
 #include "route/mtu_api.h"
@@ -47,6 +51,19 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     // Address conflict detection
     {TESSEL_CMD_CONFLICT_START, &ApidConflictCheckStart},
     {TESSEL_CMD_CONFLICT_STOP, &ApidConflictCheckStop},
+    // Firewall
+    {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
+    {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},
+    {TESSEL_CMD_IP_AND_MAC_FILTER, &ApidIpAndMacFilterListManage},
+    {TESSEL_CMD_FILTER_ENABLE, &ApidFilterEnable},
+    {TESSEL_CMD_FILTER_DISABLE, &ApidFilterDisable},
+    {TESSEL_CMD_CHAIN_ADD, &ApidAddChain},
+    {TESSEL_CMD_ICMP_FILTER, &ApidIcmpManage},
+    {TESSEL_CMD_PORT_FILTER, &ApidPortFilterManage},
+    {TESSEL_CMD_FIREWALL_SAVE, &ApidFirewallSave},
+    {TESSEL_CMD_FIREWALL_RESTORE, &ApidFirewallRestore},
+    {TESSEL_CMD_ARP_ADD, &ApidAddArp},
+    {TESSEL_CMD_ARP_DEL, &ApidDelArp},
     // Logs
     {TESSEL_CMD_LOG_FILE, &ApidLogFileManage},
     {TESSEL_CMD_LOG_LEVEL, &ApidLogSwitch},

@@ -37,7 +37,8 @@ UniqueFd ConnectAndStay() {
 }
 
 TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
-    StandInTools tools({"ip", "killall"});
+    StandInTools tools({"ip", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
+                        "iptables-restore", "ip6tables-restore"});
     const Daemon daemon;
     std::minstd_rand random(20261121);
     for (const CommandRow& row : ServedCommands()) {

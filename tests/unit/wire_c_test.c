@@ -3,6 +3,7 @@
 #include "tessel/address.h"
 #include "tessel/command.h"
 #include "tessel/conflict.h"
+#include "tessel/firewall.h"
 #include "tessel/gateway.h"
 #include "tessel/ipc.h"
 #include "tessel/log.h"

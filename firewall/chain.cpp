@@ -1,0 +1,115 @@
+#include "firewall/chain.h"
+
+#include <cstring>
+
+#include "core/exec.h"
+#include "core/log.h"
+#include "firewall/rule.h"
+
+using tessel::CallSite;
+using tessel::CommandLine;
+using tessel::ComposeCommand;
+using tessel::kCommandFailed;
+using tessel::Rule;
+
+namespace {
+
+// Every line this file runs that is no rule: the program, then its argument vector.
+constexpr char kCreate[] = "%s %s -t filter -N %s";
+constexpr char kFlush[] = "%s %s -t filter -F %s";
+
+constexpr char kPrograms[][10] = {"iptables", "ip6tables"};
+
+// Its jump from INPUT is made together with the chain.
+constexpr char kIcmpChain[] = "icmppacket";
+
+// Preparations whose failure does not keep a list from being enabled. Both spellings are what readers of the log know.
+constexpr char kNotCared[] = "ExecCmd error!but not care this!";
+constexpr char kNotCaredBlank[] = "ExecCmd error! but not care this!";
+
+// One list of one protocol. Short words lie in the tables themselves: a pointer would cost four times its size.
+struct FilterList {
+    char program[10];
+    char chain[10];
+    char other[10];             // the list that it takes the place of
+    char loopbackOperation[3];  // local traffic passes
+    char loopbackMatch[16];
+    bool endsInDrop;  // who is not on a white list is not let in
+    const char* unhookFailure;
+    const char* loopbackFailure;
+};
+
+constexpr FilterList kWhite[] = {
+    {"iptables", "whitelist", "blacklist", "-I", " -s 127.0.0.0/8", true, kNotCared, kNotCared},
+    // The one loopback rule that is appended. It still stands in front of the DROP rule, which is appended after it.
+    {"ip6tables", "whitelist", "blacklist", "-A", " -s ::1/64", true, kNotCared, kNotCared},
+};
+constexpr FilterList kBlack[] = {
+    {"iptables", "blacklist", "whitelist", "-I", " -s 127.0.0.0/8", false, kNotCaredBlank, kNotCaredBlank},
+    {"ip6tables", "blacklist", "whitelist", "-I", " -s ::1/64", false, kNotCaredBlank, kNotCared},
+};
+
+// Adding a rule that is there already is a success.
+i32 Apply(const Rule& rule, const char* failure, CallSite where) {
+    return tessel::RunRule(rule, failure, nullptr, where).value_or(0);
+}
+
+i32 Flush(const char* program, const char* chain, const char* failure, CallSite where) {
+    CommandLine line;
+    if (!ComposeCommand(line, kFlush, program, program, chain)) return -1;
+    return tessel::RunLine(line, failure, where);
+}
+
+i32 Enable(const FilterList& list, CallSite where) {
+    (void)Apply({list.program, "-D", "INPUT", "", list.other}, list.unhookFailure, where);
+    (void)Flush(list.program, list.other, kNotCared, where);
+    (void)Apply({list.program, list.loopbackOperation, list.chain, list.loopbackMatch, "ACCEPT"}, list.loopbackFailure,
+                where);
+    if (list.endsInDrop && Apply({list.program, "-A", list.chain, "", "DROP"}, kCommandFailed, where) != 0) return -1;
+    return Apply({list.program, "-I", "INPUT", "", list.chain}, kCommandFailed, where);
+}
+
+i32 Disable(const FilterList& list, CallSite where) {
+    if (Apply({list.program, "-D", "INPUT", "", list.chain}, kCommandFailed, where) != 0) return -1;
+    return Flush(list.program, list.chain, kCommandFailed, where);
+}
+
+// IPv4's list first; a failure ends it.
+i32 SwitchLists(u32 listType, i32 (*change)(const FilterList&, CallSite), CallSite where) {
+    if (!tessel::IsFilterType(listType)) {
+        TESSEL_ERR_AT(where, "filter list %d not support!", static_cast<i32>(listType));
+        return -1;
+    }
+    const auto& both = tessel::Refuses(listType) ? kBlack : kWhite;
+    for (const FilterList& list : tessel::EntriesOf(both, tessel::ProtocolsOf(listType))) {
+        if (change(list, where) != 0) return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+i32 FilterEnable(u32 listType) {
+    return SwitchLists(listType, &Enable, CallSite::Current());
+}
+
+i32 FilterDisable(u32 listType) {
+    return SwitchLists(listType, &Disable, CallSite::Current());
+}
+
+i32 AddChain(u16 ipType, const char* name) {
+    if (!tessel::IsRuleWord(name)) return -1;
+    const auto programs = tessel::EntriesOf(kPrograms, ipType);
+    if (programs.empty()) TESSEL_ERR("the protocol type %d is invalid!", ipType);
+    i32 result = -1;
+    for (const char* program : programs) {
+        CommandLine line;
+        result = ComposeCommand(line, kCreate, program, program, name) ? tessel::RunLine(line, kCommandFailed) : -1;
+    }
+    if (strcmp(name, kIcmpChain) != 0) return result;
+    // For both protocols, whichever the chain was made for: the other's jump fails where its chain does not exist.
+    for (const char* program : kPrograms) {
+        result = tessel::RunRule({program, "-I", "INPUT", "", name}).value_or(result);
+    }
+    return result;
+}

@@ -1,0 +1,107 @@
+#include "firewall/port_filter.h"
+
+#include <cstring>
+#include <iterator>
+#include <optional>
+#include <span>
+
+#include "core/exec.h"
+#include "core/log.h"
+#include "core/text.h"
+#include "firewall/rule.h"
+
+using tessel::CommandLine;
+using tessel::LogRule;
+using tessel::Rule;
+
+namespace {
+
+// What entries match: protocol, multiport option, port option, ports.
+constexpr char kPorts[] = " %s %s %s %s";
+
+struct Program {
+    char name[10];
+    const char* logPrefix;
+    bool endsAtPresentRule;
+};
+
+constexpr Program kPrograms[] = {
+    {"iptables", "--log-prefix \"***PORTFILTER***\"", false},
+    // A rule that is there already ends the whole command: an entry for both transports whose TCP rule is there gets no
+    // UDP rule. It has always been so.
+    {"ip6tables", "--log-prefix \"***PORTFILTERV6***\"", true},
+};
+
+struct Transport {
+    char option[7];
+    const char* logFailure;
+};
+
+constexpr char kLogFailure[] = "ExecCmd error!port filter rule log record add fail!";
+
+constexpr Transport kTcp[] = {{"-p tcp", kLogFailure}};
+constexpr Transport kUdp[] = {{"-p udp", kLogFailure}};
+constexpr Transport kBoth[] = {
+    {"-p tcp", "ExecCmd error!tcp port filter rule log record add fail!"},
+    {"-p udp", "ExecCmd error! udp port filter rule log record add fail!"},
+};
+
+struct Action {
+    char chain[7];
+    char target[7];
+};
+
+constexpr char kOperations[][3] = {"-A", "-D"};             // by TESSEL_PORT_ADD ...
+constexpr char kPortOptions[][8] = {"--sport", "--dport"};  // by TESSEL_PORT_SOURCE ...
+constexpr Action kActions[] = {{"INPUT", "RETURN"}, {"INPUT", "DROP"}, {"OUTPUT", "RETURN"}, {"OUTPUT", "DROP"}};
+
+// The entry of a table that a code counted from 1 stands for; null when there is none.
+template <typename Entry, std::size_t kEntries>
+const Entry* FindEntry(const Entry (&table)[kEntries], u32 code) {
+    return code >= 1 && code <= kEntries ? &table[code - 1] : nullptr;
+}
+
+std::span<const Transport> TransportsOf(u32 protocol) {
+    if (protocol == TESSEL_PORT_TCP) return kTcp;
+    if (protocol == TESSEL_PORT_UDP) return kUdp;
+    return kBoth;
+}
+
+}  // namespace
+
+i32 PortFilterManage(u32 operation, const TNetPortFilter& entry) {
+    const auto programs = tessel::EntriesOf(kPrograms, entry.eInet);
+    if (programs.empty()) {
+        TESSEL_ERR("eInet %d is not support", static_cast<i32>(entry.eInet));
+        return -1;
+    }
+    const auto* operationWord = FindEntry(kOperations, operation);
+    if (operationWord == nullptr) {
+        TESSEL_ERR("eCmd %d is invalid", static_cast<i32>(operation));
+        return -1;
+    }
+    const auto* portOption = FindEntry(kPortOptions, entry.ePortType);
+    const Action* action = FindEntry(kActions, entry.eAction);
+    if (portOption == nullptr || action == nullptr) {
+        TESSEL_ERR("ePortType %d is not support", static_cast<i32>(entry.ePortType));
+        return -1;
+    }
+    const tessel::FieldText ports(entry.achPorts);
+    if (!tessel::IsRuleWord(ports.Get())) return -1;
+    const char* multiport = strchr(ports.Get(), ',') != nullptr ? "-m multiport" : "";
+
+    i32 result = 0;
+    for (const Program& program : programs) {
+        for (const Transport& transport : TransportsOf(entry.eProtocol)) {
+            CommandLine match;
+            if (!tessel::ComposeCommand(match, kPorts, transport.option, multiport, *portOption, ports.Get()))
+                return -1;
+            const Rule rule{program.name, *operationWord, action->chain, match.text, action->target};
+            const LogRule log{program.logPrefix, transport.logFailure};
+            const std::optional<i32> ran = tessel::RunRule(rule, "ExecCmd error! but not care this!", &log);
+            if (!ran.has_value() && program.endsAtPresentRule) return result;
+            result = ran.value_or(result);
+        }
+    }
+    return result;
+}

@@ -1,0 +1,162 @@
+// The real packet filter and ARP table, and a second host that sends packets.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/daemon.h"
+#include "tests/support/files.h"
+#include "tests/support/firewall.h"
+
+namespace tessel::test {
+namespace {
+
+using testing::ElementsAre;
+
+int Run(const std::string& command) {
+    return WEXITSTATUS(std::system(command.c_str()));
+}
+
+// The lines of a tool's output that match a pattern.
+std::vector<std::string> Lines(const std::string& command, const std::string& pattern) {
+    (void)Run(command + " | grep -e '" + pattern + "' > /tmp/lines");
+    std::istringstream text(ReadFile("/tmp/lines"));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> Rules(const std::string& program) {
+    return Lines(program + "-save", "^-A");
+}
+
+// A LOG rule as the tool prints it, whose prefix has quotation marks of its own.
+std::string Logged(std::string rule, const char* prefix) {
+    for (const char* part : {" -j LOG --log-prefix \"\\\"***", prefix, "***\\\"\" --log-level 5"})
+        rule += part;
+    return rule;
+}
+
+// Two addresses of the second host, and the device between them.
+void ConnectHosts() {
+    ASSERT_EQ(Run("ip addr add 10.0.0.1/24 dev eth0 && ip addr add 2001:db8::1/64 dev eth0 nodad && "
+                  "ip -n far addr add 10.0.0.2/24 dev far0 && ip -n far addr add 10.0.0.3/24 dev far0 && "
+                  "ip -n far addr add 2001:db8::2/64 dev far0 nodad"),
+              0);
+}
+
+// True when the device's answer to a TCP connection, a refusal, comes back to the second host.
+bool Answers(const std::string& from, const std::string& to, int port) {
+    const std::string peer = "TCP:" + to + ":" + std::to_string(port) + ",connect-timeout=0.4,bind=" + from;
+    return Run("ip netns exec far socat -u /dev/null " + peer + " 2>&1 | grep -q refused") == 0;
+}
+
+// True when the second host gets an answer to an echo request: type 8, code 0, checksum, identifier "EE", number 0.
+bool Echoes() {
+    return Run("printf '\\010\\0\\262\\272EE\\0\\0' | ip netns exec far socat -t0.4 - IP4-SENDTO:10.0.0.1:1 | "
+               "grep -qa EE") == 0;
+}
+
+TEST(FirewallLab, WhiteList) {
+    ConnectHosts();
+    const Daemon daemon;
+    const auto sequence = [](bool isNew) {
+        for (const char* chain : {"whitelist", "blacklist"})
+            EXPECT_EQ(RequestStatus(0x1005, Chain(3, chain)), isNew ? 0 : -1);
+        EXPECT_EQ(RequestStatus(0x1003, Number(5)), 0);
+        EXPECT_EQ(RequestStatus(0x1001, Network(1, 2, "10.0.0.2", 32)), 0);
+        EXPECT_EQ(RequestStatus(0x1001, Network(1, 10, "2001:db8::10", 0, "2001:db8::1f")), 0);
+        EXPECT_EQ(RequestStatus(0x1002, Number(1) + "02:00:00:00:00:09"), 0);
+        EXPECT_EQ(RequestStatus(0x100D, Number(1) + "02:00:00:00:00:0910.0.0.9"), 0);
+        EXPECT_THAT(Rules("iptables"),
+                    ElementsAre("-A INPUT -j whitelist",
+                                "-A whitelist -s 10.0.0.9/32 -m mac --mac-source 02:00:00:00:00:09 -j RETURN",
+                                "-A whitelist -m mac --mac-source 02:00:00:00:00:09 -j RETURN",
+                                "-A whitelist -s 10.0.0.2/32 -j RETURN", "-A whitelist -s 127.0.0.0/8 -j ACCEPT",
+                                "-A whitelist -j DROP"));
+        EXPECT_THAT(Rules("ip6tables"),
+                    ElementsAre("-A INPUT -j whitelist", "-A whitelist -m mac --mac-source 02:00:00:00:00:09 -j RETURN",
+                                "-A whitelist -m iprange --src-range 2001:db8::10-2001:db8::1f -j RETURN",
+                                "-A whitelist -s ::/64 -j ACCEPT", "-A whitelist -j DROP"));
+    };
+    sequence(true);
+    sequence(false);
+    EXPECT_TRUE(Answers("10.0.0.2", "10.0.0.1", 80));
+    EXPECT_FALSE(Answers("10.0.0.3", "10.0.0.1", 80));
+    EXPECT_EQ(RequestStatus(0x1001, Network(2, 2, "10.0.0.2", 32)), 0);
+    EXPECT_FALSE(Answers("10.0.0.2", "10.0.0.1", 80));
+    EXPECT_EQ(RequestStatus(0x1004, Number(5)), 0);
+    EXPECT_THAT(Rules("iptables"), ElementsAre()) << "disabling empties the list";
+    EXPECT_TRUE(Answers("10.0.0.3", "10.0.0.1", 80));
+    EXPECT_EQ(RequestStatus(0x1004, Number(5)), -1) << "it is off already";
+}
+
+TEST(FirewallLab, BlackListEchoRequestsAndPorts) {
+    ConnectHosts();
+    const Daemon daemon;
+    EXPECT_EQ(RequestStatus(0x1003, Number(6)), -1) << "without the chain there is nothing to jump to";
+    for (const char* chain : {"whitelist", "blacklist", "icmppacket"})
+        EXPECT_EQ(RequestStatus(0x1005, Chain(3, chain)), 0);
+    EXPECT_EQ(RequestStatus(0x1003, Number(5)), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(RequestStatus(0x1003, Number(6)), 0) << "which takes the place of the white list";
+        EXPECT_EQ(RequestStatus(0x1001, Network(3, 2, "10.0.0.3", 0, "10.0.0.9")), 0);
+        EXPECT_EQ(RequestStatus(0x100D, Number(3) + "02:00:00:00:01:002001:db8::2"), 0);
+        EXPECT_EQ(RequestStatus(0x1006, Number(6)), 0);
+        EXPECT_EQ(RequestStatus(0x1007, Ports(1, 1, 0, 2, 2, "80,443")), 0);
+        const std::string range = "-A blacklist -m iprange --src-range 10.0.0.3-10.0.0.9";
+        const std::string tcp = "-A INPUT -p tcp -m multiport --dports 80,443";
+        const std::string udp = "-A INPUT -p udp -m multiport --dports 80,443";
+        const std::string echo = "-A icmppacket -p icmp -m icmp --icmp-type 8";
+        EXPECT_THAT(
+            Rules("iptables"),
+            ElementsAre("-A INPUT -j blacklist", "-A INPUT -j icmppacket", Logged(tcp, "PORTFILTER"), tcp + " -j DROP",
+                        Logged(udp, "PORTFILTER"), udp + " -j DROP", "-A blacklist -s 127.0.0.0/8 -j ACCEPT",
+                        Logged(range, "BLACKLIST"), range + " -j DROP", echo + " -j DROP", Logged(echo, "ICMPPACKET")));
+        const std::string pair = "-A blacklist -s 2001:db8::/32 -m mac --mac-source 02:00:00:00:01:00";
+        const std::string echoV6 = "-A icmppacket -p ipv6-icmp -m icmp6 --icmpv6-type 128";
+        EXPECT_THAT(
+            Rules("ip6tables"),
+            ElementsAre("-A INPUT -j blacklist", "-A INPUT -j icmppacket", pair + " -j DROP", Logged(pair, "MACV6"),
+                        "-A blacklist -s ::/64 -j ACCEPT", echoV6 + " -j DROP", Logged(echoV6, "ICMPPACKETV6")));
+    }
+    EXPECT_FALSE(Answers("10.0.0.3", "10.0.0.1", 22)) << "on the black list";
+    EXPECT_TRUE(Answers("10.0.0.2", "10.0.0.1", 22));
+    EXPECT_FALSE(Answers("10.0.0.2", "10.0.0.1", 443)) << "a port that is dropped";
+    EXPECT_FALSE(Echoes());
+    EXPECT_EQ(RequestStatus(0x1006, Number(1)), 0);
+    EXPECT_TRUE(Echoes());
+    EXPECT_FALSE(Answers("[2001:db8::2]", "[2001:db8::1]", 22)) << "address and MAC on the black list";
+    EXPECT_EQ(RequestStatus(0x100D, Number(4) + "02:00:00:00:01:002001:db8::2"), 0);
+    EXPECT_TRUE(Eventually([] { return Answers("[2001:db8::2]", "[2001:db8::1]", 22); }))
+        << "once it has found the way";
+    EXPECT_EQ(RequestStatus(0x1002, Number(3) + "02:00:00:00:01:00"), 0);
+    EXPECT_FALSE(Answers("10.0.0.2", "10.0.0.1", 22)) << "the MAC on the black list";
+
+    // These tools take no file name behind a ">" that no shell has read.
+    EXPECT_EQ(RequestStatus(0x1008, Number(3) + "/tmp/rules"), -1);
+    EXPECT_THAT(Lines("ls /tmp", "rules"), ElementsAre());
+}
+
+TEST(FirewallLab, ArpEntriesReachTheKernel) {
+    ConnectHosts();
+    const Daemon daemon;
+    const std::string onEth0 = Arp("eth0", "02:00:00:00:00:77", "10.0.0.7");
+    const std::string anywhere = Arp("", "02:00:00:00:00:78", "10.0.0.8");
+    EXPECT_EQ(RequestStatus(0x100A, onEth0), 0);
+    EXPECT_EQ(RequestStatus(0x100A, anywhere), 0);
+    EXPECT_THAT(Lines("ip neigh | sort", "PERMANENT"),
+                ElementsAre("10.0.0.7 dev eth0 lladdr 02:00:00:00:00:77 PERMANENT ",
+                            "10.0.0.8 dev eth0 lladdr 02:00:00:00:00:78 PERMANENT "));
+    EXPECT_EQ(RequestStatus(0x100B, onEth0), 0);
+    EXPECT_EQ(RequestStatus(0x100B, anywhere), 0);
+    EXPECT_THAT(Lines("ip neigh", "PERMANENT"), ElementsAre());
+    EXPECT_EQ(RequestStatus(0x100A, Arp("eth9", "02:00:00:00:00:77", "10.0.0.7")), -1);
+}
+
+}  // namespace
+}  // namespace tessel::test

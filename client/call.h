@@ -25,7 +25,8 @@ void UseTransport(Transport transport);
 // the listener has nothing to accept. (An empty connection would occupy the daemon until it gives up on it.)
 [[nodiscard]] bool SomebodyListens(const char* socketName);
 
-// A record each way, of the request the first `requestBytes` bytes; the status in front of the reply becomes the result.
+// A record each way, of the request the first `requestBytes` bytes; the status in front of the reply becomes the
+// result.
 template <typename Reply, typename Request>
 [[nodiscard]] int CallWithRecords(u32 code, const Request& request, Reply& reply,
                                   std::size_t requestBytes = sizeof(Request)) {

@@ -8,7 +8,8 @@ set(CMAKE_C_STANDARD_REQUIRED ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
-# Small: what is not reached is not linked. Frame pointers stay: a crash report walks them.
+# Small: what is not reached is not linked. Frame pointers and unwind tables stay: a crash report
+# walks the ones or, on 32-bit ARM, the others.
 set(CMAKE_CXX_FLAGS_RELEASE "-Os")
 set(CMAKE_C_FLAGS_RELEASE "-Os")
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
@@ -22,11 +23,12 @@ target_compile_definitions(tessel_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BIT
 target_compile_options(tessel_options INTERFACE
   -Wall -Wextra -Werror -Wformat=2 -Wshadow -Wcast-align -Wundef -Wvla
   $<$<COMPILE_LANGUAGE:CXX>:-Wconversion -Wnon-virtual-dtor -Woverloaded-virtual>
-  -fno-omit-frame-pointer -fvisibility=hidden
+  -fno-omit-frame-pointer -funwind-tables -fvisibility=hidden
   $<$<CONFIG:Release>:-ffunction-sections -fdata-sections>
   $<$<CONFIG:Debug>:-g -Og>)
 target_link_options(tessel_options INTERFACE
-  $<$<CONFIG:Release>:-s -Wl,--gc-sections -Wl,--as-needed -Wl,-O1>
+  $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:TESSEL_KEEP_SYMBOLS>>>>:-s>
+  $<$<CONFIG:Release>:-Wl,--gc-sections -Wl,--as-needed -Wl,-O1>
   # Everything bound at the start: tables that nobody can overwrite later, and a quarter less memory (bench/README.md).
   -Wl,-z,relro -Wl,-z,now)
 if(TESSEL_SANITIZE)

@@ -24,6 +24,7 @@ constexpr ObjectText kObjects[] = {
     {"service", "remote-access services"},
     {"log", "the daemon's log"},
     {"conflict", "other hosts that use the device's addresses"},
+    {"crash", "reports of the daemon's crashes"},
     {"raw", "any request as bytes"},
     {"status", "the daemon and the interfaces at a glance"},
     {"help", "help on an object"},

@@ -55,6 +55,25 @@ constexpr auto kCommands = std::to_array<Command>({
      .background = "/tmp/tessel_daemon.log if it exists, else the daemon's lines of /var/log/messages; until "
                    "interrupted.",
      .run = &LogFollow},
+    {.object = "crash",
+     .verb = "list",
+     .words = "",
+     .codes = {},
+     .takesFamily = false,
+     .summary = "the crashes that were reported, the newest last",
+     .example = "crash list",
+     .background = "From /usr/tessel_crash.log.1 and .0; the daemon need not run.",
+     .run = &CrashList},
+    {.object = "crash",
+     .verb = "show",
+     .words = "[FILE]",
+     .codes = {},
+     .takesFamily = false,
+     .summary = "the newest report: when, why, and the calls that led there",
+     .example = "crash show",
+     .background =
+         "Functions are named where the module on the device has symbols; elsewhere the offset is the module's.",
+     .run = &CrashShow},
 });
 
 }  // namespace

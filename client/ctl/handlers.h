@@ -38,6 +38,8 @@ Outcome LogFollow(const Invocation& invocation);
 Outcome ConflictOn(const Invocation& invocation);
 Outcome ConflictOff(const Invocation& invocation);
 Outcome ConflictWatch(const Invocation& invocation);
+Outcome CrashList(const Invocation& invocation);
+Outcome CrashShow(const Invocation& invocation);
 Outcome RawRequest(const Invocation& invocation);
 Outcome Status(const Invocation& invocation);
 Outcome HelpOn(const Invocation& invocation);

@@ -14,8 +14,11 @@
 #include "probe/conflict.h"
 #include "probe/netdev_table.h"
 #include "route/netlink_monitor.h"
+#include "sysdbg/sysdbg.h"
 
 namespace {
+
+constexpr char kCrashFile[] = "/usr/tessel_crash.log";
 
 // A descriptor below 3 that was closed by whoever started the daemon would be given to a socket, and a tool's output
 // would go there.
@@ -63,6 +66,8 @@ i32 TesselDaemonInit() {
 // Lines of the start are errors by kind: they reach the log at its initial level.
 void TesselDaemonMain() {
     OccupyStandardDescriptors();
+    (void)SysdbgInit(nullptr, kCrashFile, 0, 0);  // a daemon without crash reports is still one
+    TESSEL_ERR("[TESSEL_DAEMON]: sysdbg init done");
     TESSEL_ERR("[TESSEL_DAEMON]: TESSEL_DAEMON INIT %s %s", __DATE__, __TIME__);
     char banner[256] = {};
     (void)NetQueryVersion(banner, sizeof(banner));  // fits, and logs when it does not

@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -57,17 +59,18 @@ TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
     ASSERT_EQ(stat("/tmp/api_daemon", &socketFile), 0);
     EXPECT_EQ(socketFile.st_mode & 0777U, 0777U) << "unmasked";
 
-    EXPECT_TRUE(Eventually([] { return SyslogMessages().size() >= 8; }));
+    EXPECT_TRUE(Eventually([] { return SyslogMessages().size() >= 9; }));
     EXPECT_THAT(
         SyslogMessages(),
-        testing::IsSupersetOf({MatchesRegex("\\[TESSEL_DAEMON\\]: TESSEL_DAEMON INIT ... .. .... ..:..:.."),
+        testing::IsSupersetOf({MatchesRegex("\\[TESSEL_DAEMON\\]: sysdbg init done"),
+                               MatchesRegex("\\[TESSEL_DAEMON\\]: TESSEL_DAEMON INIT ... .. .... ..:..:.."),
                                MatchesRegex("\\[TESSEL_DAEMON\\]: Tessels Module Version: V2.0.6.4a7a76ab .*")}));
     std::vector<std::string> later = SyslogMessages();
-    later.erase(later.begin(), later.begin() + 2);
+    later.erase(later.begin(), later.begin() + 3);
     later.resize(6);
     EXPECT_THAT(later, ElementsAre("[TESSEL_DAEMON]: daemon init done", "/proc/veltrac/version did not exist!",
-                                   "[TESSEL_DAEMON]: conflict check start done",
-                                   "[TESSEL_DAEMON]: netlink start done", "[TESSEL_DAEMON]: api register done", "[TESSEL_DAEMON]: api daemon start"));
+                                   "[TESSEL_DAEMON]: conflict check start done", "[TESSEL_DAEMON]: netlink start done",
+                                   "[TESSEL_DAEMON]: api register done", "[TESSEL_DAEMON]: api daemon start"));
 }
 
 TEST(Lifecycle, HangUpAndInterruptDoNotEndIt) {
@@ -75,6 +78,21 @@ TEST(Lifecycle, HangUpAndInterruptDoNotEndIt) {
     for (const int signal : {SIGHUP, SIGINT, SIGPIPE})
         kill(daemon.Pid(), signal);
     EXPECT_TRUE(Request(0x112, Bytes(kMtuOfLo)).has_value());
+}
+
+TEST(Lifecycle, CrashLeavesAReport) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    ASSERT_EQ(std::system(TESSEL_DAEMON_PATH), 0);
+    pid_t daemon = 0;
+    ASSERT_TRUE(Eventually([&] { return (daemon = ServingPid()) != 0; }));
+    kill(daemon, SIGSEGV);
+    int status = 0;
+    ASSERT_EQ(waitpid(daemon, &status, 0), daemon);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
+    const std::string report = ReadFile("/usr/tessel_crash.log.0");
+    EXPECT_THAT(report, testing::HasSubstr("\nThread id: " + std::to_string(daemon) +
+                                           "\nThread name:tessel_daemon\nSignal num: 11\n"));
+    EXPECT_THAT(report, testing::HasSubstr("] Maps-------\n"));
 }
 
 TEST(Lifecycle, ASecondStartTakesTheSocketOver) {

@@ -1,0 +1,45 @@
+// The exception index tables of 32-bit ARM modules, as far as they tell where a frame's caller is.
+//
+// "Exception Handling ABI for the Arm Architecture" (EHABI), sections 6 "Index table entries", 7 "The exception
+// handling table", 10 "Implementation details". Nothing here depends on the machine it runs on: words of the unwound
+// process are read through a function.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace sysdbg {
+
+// r0 to r15 of one frame.
+struct ArmRegisters {
+    static constexpr int kStackPointer = 13;
+    static constexpr int kLink = 14;
+    static constexpr int kCounter = 15;
+
+    std::uint32_t r[16];
+};
+
+// Reads the aligned word at an address of the unwound process. False when there is none.
+using ReadArmWord = bool (*)(std::uint32_t address, std::uint32_t& word);
+
+// A module's index table in memory: pairs of words, sorted by function.
+struct ExidxTable {
+    std::uint32_t address;
+    std::uint32_t entryCount;
+};
+
+enum class ExidxStatus {
+    kStepped,
+    kNoEntry,     // the table begins behind the counter
+    kCantUnwind,  // EXIDX_CANTUNWIND: the outermost frame
+    kRefused,     // "refuse to unwind"
+    kUnknown,     // spare instruction or unknown model
+    kIncomplete,  // an instruction's operand lies behind the end
+    kUnreadable,  // table or stack
+};
+
+// Replaces the registers by those of the caller of the frame they describe. `counter` is an address within the call
+// instruction, or the faulting instruction itself. On failure the registers are left as they were.
+ExidxStatus StepArmFrame(ReadArmWord readWord, const ExidxTable& table, std::uint32_t counter, ArmRegisters& registers);
+
+}  // namespace sysdbg

@@ -1,0 +1,26 @@
+// The local time of a report, without the C library, whose time functions take locks and allocate.
+#pragma once
+
+#include <cstdint>
+
+namespace sysdbg {
+
+struct CalendarTime {
+    int year;
+    int month;  // 1 to 12
+    int day;    // 1 to 31
+    int hour;
+    int minute;
+    int second;
+};
+
+// Seconds east of UTC by the last local time type of a time zone file (RFC 8536). 0 when the file has none.
+std::int32_t UtcOffsetSeconds(const char* zoneFile);
+
+// Breaks seconds since 1970 down. Times before 1970 count as its beginning.
+CalendarTime BreakDown(std::int64_t seconds);
+
+// Now, by "/etc/localtime".
+CalendarTime LocalTime();
+
+}  // namespace sysdbg

@@ -1,0 +1,36 @@
+// The memory map of the crashing thread, proc(5).
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace sysdbg {
+
+struct MapEntry {
+    std::uintptr_t start;
+    std::uintptr_t end;  // behind the last byte
+    char permissions[5];
+    std::uint64_t offset;  // of `start` in the file
+    char device[16];
+    std::uint64_t inode;
+    char path[256];  // cut; empty for anonymous memory
+};
+
+// Reads one line of a maps file. False when it is none.
+bool ParseMapLine(const char* line, MapEntry& entry);
+
+// Fills the one table of this process, up to 4096 entries, for FindMapEntry. Left empty when there is no such file.
+void LoadMaps(pid_t thread);
+
+// Null when nothing was mapped there.
+const MapEntry* FindMapEntry(std::uintptr_t address);
+
+// True when code can run at `address`.
+bool IsCode(std::uintptr_t address);
+
+// Appends the map's text to the report.
+void WriteMaps(pid_t thread);
+
+}  // namespace sysdbg

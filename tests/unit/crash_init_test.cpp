@@ -1,0 +1,76 @@
+// What initialisation tells, and the debug thread.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include <atomic>
+#include <fstream>
+
+#include "sysdbg/debug_thread.h"
+#include "tests/unit/crash_child.h"
+
+namespace tessel::test {
+namespace {
+
+std::atomic<int> calls;
+
+void CountCall() {
+    ++calls;
+}
+
+// The first queue of the system: its heading in /proc tells key, id and mode in front of all else.
+struct Queue {
+    key_t key = 0;
+    int id = -1;
+    unsigned mode = 0;
+};
+
+Queue FirstQueue() {
+    std::ifstream queues("/proc/sysvipc/msg");
+    queues.ignore(1000, '\n');
+    Queue queue;
+    queues >> queue.key >> queue.id >> std::oct >> queue.mode;
+    return queue;
+}
+
+// What a child that runs `action` leaves on standard output.
+std::string OutputOf(const std::function<void()>& action) {
+    return Crash([&] {
+               freopen("/tmp/output", "w", stdout);
+               action();
+               fflush(stdout);
+               _exit(0);
+           }).status == 0
+               ? ReadFile("/tmp/output")
+               : "failed";
+}
+
+TEST(CrashInit, MissingVersionFileIsTold) {
+    EXPECT_EQ(OutputOf([] { (void)SysdbgInit(nullptr, kCrashFile, 0, kSysdbgNoDebugThread); }), "Open file failed!\n");
+}
+
+TEST(CrashDebugThread, CallsWhatAPrivateQueueNames) {
+    const std::string output = OutputOf([] {
+        for (int i = 0; i < 2; ++i)
+            (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
+        for (int i = 1; i <= 2; ++i) {
+            if (!sysdbg::SendToDebugThread(&CountCall) || !Eventually([i] { return calls == i; })) _exit(1);
+        }
+        const Queue queue = FirstQueue();
+        if (queue.mode != 0600) _exit(2);
+        msgctl(queue.id, IPC_RMID, nullptr);
+        while (ReadFile("/tmp/output").find("msgrcv") == std::string::npos)
+            fflush(stdout);
+        // Somebody else's, or open to others: no thread, and nothing is sent.
+        if (msgget(queue.key, IPC_CREAT | 0622) < 0 || sysdbg::SendToDebugThread(&CountCall)) _exit(3);
+    });
+    EXPECT_THAT(output, testing::MatchesRegex("(Open file failed!\n){2}"
+                                              "(Send message success , addr is : 0x[0-9a-f]+\n|"
+                                              "\nrun function start======>\nrun function end======<\n)*"
+                                              "in debug thread loop,msgrcv is -1\n"));
+    EXPECT_EQ(Between(output, "======>\n", "======<"), "run function end");
+}
+
+}  // namespace
+}  // namespace tessel::test

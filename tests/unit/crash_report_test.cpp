@@ -1,0 +1,315 @@
+// Processes that crash: the whole report, and how they end.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <link.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <regex>
+#include <thread>
+
+#include "sysdbg/guard.h"
+#include "sysdbg/trace.h"
+#include "tests/unit/crash_child.h"
+
+namespace {
+
+// Volatile, or the compiler would know that nothing is there.
+volatile int* volatile nowhere = reinterpret_cast<int*>(64);  // NOLINT(performance-no-int-to-ptr): never valid
+
+void WriteToNowhere() {
+    *nowhere = 1;
+}
+
+// GCC's trap is a breakpoint on this machine.
+#if defined(__aarch64__)
+constexpr int kTrapSignal = SIGTRAP;
+#else
+constexpr int kTrapSignal = SIGILL;
+#endif
+
+// Keeps the compiler from making the calls below jumps.
+volatile int returned;
+
+}  // namespace
+
+// The functions whose names the traces are to show. A function that faults itself, called by two.
+extern "C" {
+[[gnu::noinline, gnu::used]] void CrashInner(void (*crash)()) {
+    if (crash != nullptr) crash();
+    *nowhere = 1;
+    returned = returned + 1;
+}
+[[gnu::noinline, gnu::used]] void CrashMiddle(void (*crash)()) {
+    CrashInner(crash);
+    returned = returned + 1;
+}
+[[gnu::noinline, gnu::used]] void CrashOuter(void (*crash)()) {
+    CrashMiddle(crash);
+    returned = returned + 1;
+}
+}
+
+namespace tessel::test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr char kExtblTrace[] = "\n===========Call Trace(extbl)==========\nObtained ";
+constexpr char kUnwindTrace[] = "\n===========Call Trace(unwind)==========\nObtained ";
+constexpr char kMaps[] = "\n--------Process [";
+
+void ExpectEndBySignal(const CrashResult& result, int signal) {
+    EXPECT_TRUE(WIFSIGNALED(result.status) && WTERMSIG(result.status) == signal) << "status " << result.status;
+}
+
+// Every part in its place, up to the last line of the map. Without a name given, any will do.
+void ExpectCompleteReport(const CrashResult& result, int signal, const std::string& threadName = "[^\n]*") {
+    ExpectEndBySignal(result, signal);
+    const std::regex head(
+        "\n=============== Exception Occur =================\n"
+        "Version: 1\\.0\\.2\\.4a14bb47\n"
+        "Thread id: [0-9]+\n"
+        "Thread name:" +
+        threadName +
+        "\n"
+        "Signal num: " +
+        std::to_string(signal) +
+        "\n"
+        "Exception time: 20[0-9]{2}-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9]"
+        "\n=============CPU registers=============\n"
+        "(R?[A-Z]+:(0x[0-9a-f]+|\\(nil\\))(, )?)+\n"
+        "([A-Z0-9]+:(0x[0-9a-f]+|\\(nil\\))(, )?)+\n"
+        "\n===========Call Trace\\(extbl\\)");
+    ASSERT_TRUE(std::regex_search(result.report, head, std::regex_constants::match_continuous))
+        << result.report.substr(0, 2000);
+    for (const std::string& trace :
+         {Between(result.report, kExtblTrace, kUnwindTrace), Between(result.report, kUnwindTrace, kMaps)}) {
+        const std::size_t frames = std::stoul(trace.empty() ? "0" : trace);
+        const std::regex line(
+            "<[^<>\n]*> \\(<[^<>\n]*> \\+ (0x[0-9a-f]+|\\(nil\\))\\) \\[(0x[0-9a-f]+|\\(nil\\))\\]\n");
+        const std::sregex_iterator lines(trace.begin(), trace.end(), line);
+        EXPECT_GE(frames, 1U);
+        EXPECT_EQ(static_cast<std::size_t>(std::distance(lines, std::sregex_iterator())), frames) << trace;
+    }
+    const std::string maps = result.report.substr(result.report.rfind(kMaps));
+    EXPECT_THAT(maps, testing::StartsWith(kMaps + std::to_string(result.process) + "] Maps-------\n"));
+    EXPECT_THAT(maps, HasSubstr("[stack]"));
+    EXPECT_EQ(maps.back(), '\n');
+}
+
+void ExpectNamesInOrder(const std::string& trace) {
+    EXPECT_TRUE(std::regex_search(trace, std::regex("\\(<CrashInner> \\+ 0x[0-9a-f]+\\)[^\n]*\n"
+                                                    "[^\n]*\\(<CrashMiddle> \\+ 0x[0-9a-f]+\\)[^\n]*\n"
+                                                    "[^\n]*\\(<CrashOuter> \\+ 0x[0-9a-f]+\\)")))
+        << trace;
+}
+
+void OnNamedThread(void (*crash)()) {
+    prctl(PR_SET_NAME, "wor (k) er");
+    CrashOuter(crash);
+}
+
+void OnNamedWorker(void (*crash)()) {
+    std::thread(OnNamedThread, crash).join();
+}
+
+TEST(CrashReport, IsCompleteForEverySignalAndThread) {
+    const struct {
+        const char* description;
+        void (*crash)();
+        int signal;
+    } rows[] = {
+        {"a write to nowhere", nullptr, SIGSEGV},
+        {"abort", [] { abort(); }, SIGABRT},
+        {"an illegal instruction", [] { __builtin_trap(); }, kTrapSignal},
+        {"a signal that was sent", [] { raise(SIGQUIT); }, SIGQUIT},
+        {"a power failure", [] { raise(SIGPWR); }, SIGPWR},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.description);
+        for (const auto& onThread : {&OnNamedThread, &OnNamedWorker})
+            ExpectCompleteReport(Crash([&] { onThread(row.crash); }), row.signal, "wor \\(k\\) er");
+    }
+}
+
+TEST(CrashReport, BothMethodsNameNestedCallsInOrder) {
+    for (const auto& onThread : {&OnNamedThread, &OnNamedWorker}) {
+        const std::string report = Crash([&] { onThread(nullptr); }).report;
+        ExpectNamesInOrder(Between(report, kExtblTrace, kUnwindTrace));
+        const std::string unwound = Between(report, kUnwindTrace, kMaps);
+        ExpectNamesInOrder(unwound);
+        EXPECT_THAT(unwound.substr(unwound.find('\n')), testing::MatchesRegex("\n<[^\n]*crash_test> \\(<CrashInner>.*"))
+            << "from the faulting frame on";
+    }
+    // The C++ library that started the worker is stripped: where in it, but not in which function.
+    EXPECT_THAT(ReadFile("/tmp/crash.0"), testing::ContainsRegex("/libstdc\\+\\+[^>]*> \\(<> \\+ 0x[0-9a-f]+\\)"));
+}
+
+TEST(CrashReport, CallIntoNowhereKeepsItsCallers) {
+    const CrashResult result = Crash([] { CrashOuter(reinterpret_cast<void (*)()>(8)); });
+    ExpectCompleteReport(result, SIGSEGV);
+    const std::string trace = Between(result.report, kUnwindTrace, kMaps);
+    EXPECT_THAT(trace, HasSubstr("\n<> (<> + (nil)) [0x8]\n"));
+    ExpectNamesInOrder(trace);
+}
+
+TEST(CrashReport, StackOverflowEndsTheProcess) {
+    // The handler runs on the stack that has no room left.
+    static std::function<int(int)> recurse;
+    recurse = [](int depth) {
+        volatile char frame[1 << 16];
+        frame[0] = static_cast<char>(depth);
+        return recurse(depth + 1) + frame[0];
+    };
+    ExpectEndBySignal(Crash([] { returned = recurse(0); }), SIGSEGV);
+    ExpectEndBySignal(Crash([] { std::thread([] { returned = recurse(0); }).join(); }), SIGSEGV);
+}
+
+// Garbage where the return addresses were.
+[[gnu::noinline]]
+#if defined(__has_feature) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+__attribute__((no_sanitize("address", "thread", "undefined")))
+#endif
+void SmashStack() {
+    auto* word = static_cast<volatile std::uintptr_t*>(__builtin_frame_address(0));
+    for (int i = 0; i < 256; ++i)
+        word[i] = ~std::uintptr_t{0} / 3 * 2;
+    *nowhere = 1;
+}
+
+TEST(CrashReport, SurvivesBrokenStacksHeldLocksAndPendingCancellation) {
+    ExpectCompleteReport(Crash([] {
+                             volatile std::uintptr_t room[512] = {};
+                             SmashStack();
+                             returned = static_cast<int>(room[0]);
+                         }),
+                         SIGSEGV);
+
+    // The loader's lock is held by a thread that never gives it back.
+    ExpectCompleteReport(Crash([] {
+                             static std::atomic<bool> isHeld;
+                             std::thread([] {
+                                 dl_iterate_phdr(
+                                     [](dl_phdr_info*, std::size_t, void*) {
+                                         isHeld = true;
+                                         while (true)
+                                             pause();
+                                         return 0;
+                                     },
+                                     nullptr);
+                             }).detach();
+                             while (!isHeld)
+                                 std::this_thread::yield();
+                             CrashOuter(nullptr);
+                         }),
+                         SIGSEGV);
+    ExpectCompleteReport(Crash([] {
+                             std::thread([] {
+                                 pthread_cancel(pthread_self());
+                                 CrashOuter(nullptr);
+                             }).join();
+                         }),
+                         SIGSEGV);
+}
+
+TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
+    int runs = 0;
+    EXPECT_TRUE(sysdbg::RunGuarded([](void* count) { ++*static_cast<int*>(count); }, &runs));
+    EXPECT_EQ(runs, 1);
+    EXPECT_FALSE(sysdbg::RunGuarded([](void*) { WriteToNowhere(); }, nullptr));
+    EXPECT_FALSE(sysdbg::RunGuarded([](void*) { WriteToNowhere(); }, nullptr)) << "also a second time";
+    const auto endless = [](void*) {
+        while (true)
+            pause();
+    };
+    // The alarm may reach any thread: here the main one, while another has the endless step.
+    std::thread([&] { EXPECT_FALSE(sysdbg::RunGuarded(endless, nullptr)); }).join();
+    struct sigaction after {};
+    sigaction(SIGALRM, nullptr, &after);
+    EXPECT_EQ(after.sa_handler, SIG_DFL);
+}
+
+TEST(CrashReport, SecondThreadWaitsForTheFirstOnesReport) {
+    for (const auto& second : {+[] { WriteToNowhere(); }, +[] { abort(); }}) {
+        const CrashResult result = Crash([second] {
+            std::thread([second] {
+                while (!std::filesystem::exists("/tmp/crash.0"))
+                    std::this_thread::yield();
+                second();
+            }).detach();
+            CrashOuter(nullptr);
+        });
+        ExpectCompleteReport(result, SIGSEGV);
+        EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
+    }
+}
+
+TEST(CrashReport, GoesToStandardOutputWhenTheFileCannotBeOpened) {
+    for (const char* crashFile : {"", "/no/such/directory/crash"}) {
+        CrashResult result = Crash(
+            [] {
+                const int output = creat("/tmp/output", 0600);
+                dup2(output, STDOUT_FILENO);
+                CrashOuter(nullptr);
+            },
+            crashFile);
+        result.report = ReadFile("/tmp/output");
+        ExpectCompleteReport(result, SIGSEGV);
+    }
+    // Nobody reads the other end, which is full.
+    const CrashResult stuck = Crash(
+        [] {
+            int ends[2];
+            if (pipe2(ends, O_NONBLOCK) != 0) return;
+            while (write(ends[1], "x", 1) == 1) {
+            }
+            fcntl(ends[1], F_SETFL, 0);
+            dup2(ends[1], STDOUT_FILENO);
+            CrashOuter(nullptr);
+        },
+        nullptr);
+    ExpectEndBySignal(stuck, SIGSEGV);
+    // No descriptor is left to open anything with.
+    ExpectEndBySignal(Crash([] {
+                          const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+                          setrlimit(RLIMIT_NOFILE, &none);
+                          CrashOuter(nullptr);
+                      }),
+                      SIGSEGV);
+}
+
+TEST(CrashReport, ChosenSignalsAloneAreHandled) {
+    const CrashResult result = Crash([] {
+        signal(SIGSEGV, SIG_DFL);
+        const int chosen[] = {SIGUSR1, SIGWINCH};
+        if (SysdbgInitSignal(SIGUSR2, nullptr, kCrashFile, 0, kSysdbgNoDebugThread) != 0) return;
+        if (SysdbgInitSignals(chosen, 2, nullptr, kCrashFile, 0, kSysdbgNoDebugThread) != 0) return;
+        raise(SIGWINCH);  // ignored by default: reported, and life goes on
+        raise(SIGUSR2);
+    });
+    ExpectEndBySignal(result, SIGUSR2);
+    EXPECT_THAT(result.report, HasSubstr("Signal num: " + std::to_string(SIGWINCH)));
+    EXPECT_THAT(result.report, HasSubstr("Signal num: " + std::to_string(SIGUSR2)));
+    EXPECT_EQ(Crash([] { raise(SIGTERM); }).report, "") << "being asked to end is no crash";
+    const int impossible = SIGKILL;
+    EXPECT_EQ(SysdbgInitSignals(&impossible, 1, nullptr, kCrashFile, 0, kSysdbgNoDebugThread), -1);
+}
+
+TEST(CrashReport, FramePointerMethodOnRequest) {
+    const CrashResult result = Crash([] {
+        ucontext_t context{};
+        getcontext(&context);
+        sysdbg::WriteTraces(context, gettid(), sysdbg::kTraceFramePointer);
+        _exit(0);
+    });
+    EXPECT_THAT(result.report, testing::MatchesRegex("\n===========Call Trace\\(fp\\)==========\nObtained [0-9]+ stack "
+                                                     "frames:\n<[^\n]*crash_test> \\(<[^\n]+> \\+ 0x[^\n]*\n(.|\n)*"));
+}
+
+}  // namespace
+}  // namespace tessel::test

@@ -1,0 +1,176 @@
+// Functions of ELF files, honest and hostile, and lines of the memory map.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "sysdbg/elf_file.h"
+#include "sysdbg/maps.h"
+#include "sysdbg/memory.h"
+#include "sysdbg/symbols.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+namespace {
+
+// A file with a symbol table: section 1 the symbols, section 2 their names.
+struct Image {
+    ElfW(Ehdr) header{};
+    ElfW(Phdr) segment{};
+    ElfW(Shdr) sections[3]{};
+    ElfW(Sym) symbols[4]{};
+    char names[32] = "\0first\0second\0fixed\0object";
+
+    Image() {
+        memcpy(header.e_ident, ELFMAG, SELFMAG);
+        header.e_ident[EI_CLASS] = sizeof(void*) == 4 ? ELFCLASS32 : ELFCLASS64;
+        header.e_ident[EI_VERSION] = EV_CURRENT;
+        header.e_type = ET_DYN;
+        header.e_phoff = offsetof(Image, segment);
+        header.e_phnum = 1;
+        header.e_shoff = offsetof(Image, sections);
+        header.e_shnum = 3;
+        segment.p_type = PT_LOAD;
+        segment.p_offset = 0x100;
+        segment.p_vaddr = 0x5100;
+        segment.p_filesz = 0x1000;
+        sections[1].sh_type = SHT_SYMTAB;
+        sections[1].sh_offset = offsetof(Image, symbols);
+        sections[1].sh_size = sizeof(symbols);
+        sections[1].sh_link = 2;
+        sections[2].sh_type = SHT_STRTAB;
+        sections[2].sh_offset = offsetof(Image, names);
+        sections[2].sh_size = sizeof(names);
+        SetSymbol(0, 26, STT_OBJECT, 1, 0x5000);
+        SetSymbol(1, 1, STT_FUNC, 1, 0x5200);
+        SetSymbol(2, 7, STT_FUNC, 1, 0x5220);
+        SetSymbol(3, 14, STT_FUNC, SHN_ABS, 0x700000);
+    }
+    void SetSymbol(int index, unsigned name, unsigned char type, unsigned section, std::uintptr_t value) {
+        symbols[index].st_name = name;
+        symbols[index].st_info = type;
+        symbols[index].st_shndx = static_cast<unsigned short>(section);
+        symbols[index].st_value = value;
+        symbols[index].st_size = type == STT_OBJECT ? 0x1000 : 0x20;
+    }
+};
+
+// "-" when there is no function.
+std::string FunctionAt(const Image& image, std::uintptr_t inFile, std::uintptr_t bias = 0x600000,
+                       std::size_t fileBytes = sizeof(Image)) {
+    WriteFile("/tmp/module", {reinterpret_cast<const char*>(&image), fileBytes});
+    const sysdbg::ElfFile file("/tmp/module");
+    sysdbg::FunctionSymbol function{};
+    if (!file.IsValid() || !sysdbg::FindFunction(file, inFile + bias, inFile, function)) return "-";
+    return std::string(function.name) + "+" + std::to_string(inFile - function.address);
+}
+
+TEST(CrashSymbols, FunctionIsTheOneWhoseRangeHoldsTheAddress) {
+    Image image;
+    EXPECT_EQ(FunctionAt(image, 0x5200), "first+0");
+    EXPECT_EQ(FunctionAt(image, 0x521f), "first+31");
+    EXPECT_EQ(FunctionAt(image, 0x5220), "second+0");
+    EXPECT_EQ(FunctionAt(image, 0x5240), "-") << "behind the last one";
+    EXPECT_EQ(FunctionAt(image, 0x5100), "-") << "an object is no function";
+    EXPECT_EQ(FunctionAt(image, 0x100010, 0x600000), "fixed+16") << "an absolute symbol is not relative to the mapping";
+    image.sections[1].sh_type = SHT_DYNSYM;
+    EXPECT_EQ(FunctionAt(image, 0x5200), "first+0");
+    image.sections[1].sh_type = SHT_PROGBITS;
+    EXPECT_EQ(FunctionAt(image, 0x5200), "-") << "stripped";
+
+    std::uintptr_t address = 0;
+    const sysdbg::ElfFile file("/tmp/module");
+    EXPECT_TRUE(file.IsRelocatable() && file.AddressOfOffset(0x10ff, address));
+    EXPECT_EQ(address, 0x60ffU);
+    EXPECT_FALSE(file.AddressOfOffset(0x1100, address) || file.AddressOfOffset(0xff, address));
+}
+
+TEST(CrashSymbols, OtherFilesAndDeceivingOnesHaveNone) {
+    const struct {
+        const char* description;
+        void (*change)(Image&);
+    } rows[] = {
+        {"no ELF file", [](Image& image) { image.header.e_ident[1] = 'x'; }},
+        {"of the other class", [](Image& image) { image.header.e_ident[EI_CLASS] ^= 3; }},
+        {"of another version", [](Image& image) { image.header.e_ident[EI_VERSION] = 2; }},
+        {"no sections", [](Image& image) { image.header.e_shnum = 0; }},
+        {"sections behind the end", [](Image& image) { image.header.e_shoff = sizeof(Image); }},
+        {"sections nowhere", [](Image& image) { image.header.e_shoff = static_cast<ElfW(Off)>(-8); }},
+        {"symbols behind the end", [](Image& image) { image.sections[1].sh_offset = sizeof(Image) - 8; }},
+        {"symbols larger than the file", [](Image& image) { image.sections[1].sh_size = ~ElfW(Word){0}; }},
+        {"no such table of names", [](Image& image) { image.sections[1].sh_link = 3; }},
+        {"names behind the end", [](Image& image) { image.sections[2].sh_offset = ~ElfW(Word){0}; }},
+        {"a name behind the names", [](Image& image) { image.symbols[1].st_name = sizeof(image.names); }},
+    };
+    for (const auto& row : rows) {
+        Image image;
+        row.change(image);
+        EXPECT_THAT(FunctionAt(image, 0x5200), testing::AnyOf("-", "+0")) << row.description;
+    }
+    // Cut at every length: nothing but the whole table gives a name, and nothing is read that is not there.
+    for (std::size_t bytes = 0; bytes < offsetof(Image, names); ++bytes)
+        EXPECT_THAT(FunctionAt(Image(), 0x5200, 0, bytes), testing::AnyOf("-", "+0")) << bytes;
+
+    // As many tables as there can be, each of the file's size: the search ends.
+    Image many;
+    many.header.e_shnum = 0xffff;
+    many.sections[1].sh_size = 1U << 30;
+    std::string file(reinterpret_cast<const char*>(&many), offsetof(Image, sections));
+    for (int i = 0; i < 0xffff; ++i)
+        file.append(reinterpret_cast<const char*>(&many.sections[1]), sizeof(many.sections[1]));
+    file.resize(1U << 25);
+    WriteFile("/tmp/module", file);
+    sysdbg::FunctionSymbol function{};
+    EXPECT_FALSE(sysdbg::FindFunction(sysdbg::ElfFile("/tmp/module"), 0x5200, 0x5200, function));
+
+    for (const char* path : {"/dev/zero", "/tmp", "/no/such/file"})
+        EXPECT_FALSE(sysdbg::ElfFile(path).IsValid()) << path;
+    ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+    EXPECT_FALSE(sysdbg::ElfFile("/tmp/fifo").IsValid()) << "and does not wait for a writer";
+}
+
+TEST(CrashMaps, LinesAreReadByTheirFormat) {
+    sysdbg::MapEntry entry{};
+    ASSERT_TRUE(
+        sysdbg::ParseMapLine("00010000-0009f000 r-xp 00001000 b3:02 1234       /usr/sbin/program (deleted)", entry));
+    EXPECT_EQ(entry.start, 0x10000U);
+    EXPECT_EQ(entry.end, 0x9f000U);
+    EXPECT_STREQ(entry.permissions, "r-xp");
+    EXPECT_EQ(entry.offset, 0x1000U);
+    EXPECT_STREQ(entry.device, "b3:02");
+    EXPECT_EQ(entry.inode, 1234U);
+    EXPECT_STREQ(entry.path, "/usr/sbin/program");
+    ASSERT_TRUE(sysdbg::ParseMapLine("b6f00000-b6f01000 rw-p 00000000 00:00 0 ", entry));
+    EXPECT_STREQ(entry.path, "");
+    ASSERT_TRUE(sysdbg::ParseMapLine(("1-2 r--p 0 0:0 7 /" + std::string(400, 'p')).c_str(), entry));
+    EXPECT_EQ(strlen(entry.path), sizeof(entry.path) - 1);
+    for (const char* line :
+         {"", "zz-10 r--p 0 0:0 7", "10000", "1-2 r--p", "1-99999999999999999 r--p 0 0:0 7", "1-2 r--p 0 0:0"})
+        EXPECT_FALSE(sysdbg::ParseMapLine(line, entry)) << line;
+}
+
+TEST(CrashMemory, OnlyWhatIsThereIsRead) {
+    const std::uint64_t value = 0x1234567890abcdef;
+    std::uint64_t copy = 0;
+    EXPECT_TRUE(sysdbg::ReadMemory(reinterpret_cast<std::uintptr_t>(&value), copy));
+    EXPECT_EQ(copy, value);
+    EXPECT_FALSE(sysdbg::ReadMemory(64, copy));
+    EXPECT_FALSE(sysdbg::ReadMemory(~std::uintptr_t{7}, copy));
+
+    // Mapped, but no longer in the file.
+    WriteFile("/tmp/mapped", std::string(8192, 'm'));
+    const sysdbg::File file("/tmp/mapped", O_RDWR);
+    void* mapped = mmap(nullptr, 8192, PROT_READ, MAP_SHARED, file.Get(), 0);
+    const auto secondPage = reinterpret_cast<std::uintptr_t>(mapped) + 4096;
+    EXPECT_TRUE(sysdbg::ReadMemory(secondPage, copy));
+    ASSERT_EQ(ftruncate(file.Get(), 100), 0);
+    EXPECT_FALSE(sysdbg::ReadMemory(secondPage, copy));
+    munmap(mapped, 8192);
+}
+
+}  // namespace
+}  // namespace tessel::test

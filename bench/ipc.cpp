@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -24,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/daemon.h"
 #include "core/unique_fd.h"
 #include "tessel/address.h"
 #include "tessel/command.h"
@@ -31,52 +33,17 @@
 
 namespace {
 
+using namespace tessel::bench;
 using tessel::UniqueFd;
-using Clock = std::chrono::steady_clock;
 
 constexpr char kEchoSocket[] = "bench_echo";
 constexpr int kRounds = 20;  // the two sides take turns, so that a machine that changes its speed changes both
-
-double MicrosecondsOf(Clock::duration duration) {
-    return std::chrono::duration<double, std::micro>(duration).count();
-}
-
-[[noreturn]] void Fail(const char* what) {
-    perror(what);
-    exit(EXIT_FAILURE);
-}
 
 void BindToOneCpu() {
     cpu_set_t one;
     CPU_ZERO(&one);
     CPU_SET(sched_getcpu(), &one);
     if (sched_setaffinity(0, sizeof(one), &one) != 0) Fail("sched_setaffinity");
-}
-
-UniqueFd Connect(const char* name) {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    if (!tessel::FormSocketAddress(name, address)) Fail("name");
-    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
-    return fd;
-}
-
-// One request as a client without any library makes it: connect, write, read, close. The bytes of the answer.
-ssize_t BareExchange(const char* name, const std::string& message) {
-    const UniqueFd fd = Connect(name);
-    if (!fd.IsOpen()) Fail(name);
-    if (write(fd.Get(), message.data(), message.size()) != static_cast<ssize_t>(message.size())) Fail("write");
-    char answer[4096];
-    const ssize_t count = read(fd.Get(), answer, sizeof(answer));
-    if (count <= 0) Fail("read");
-    return count;
-}
-
-template <typename Record>
-std::string Message(u32 type, const Record& record) {
-    const IpcMsgHead head{.type = type, .size = sizeof(record), .flag = 0};
-    std::string message(reinterpret_cast<const char*>(&head), sizeof(head));
-    return message.append(reinterpret_cast<const char*>(&record), sizeof(record));
 }
 
 // accept, read, write, close: the least that a server can do.
@@ -93,67 +60,6 @@ pid_t StartEchoServer() {
         const ssize_t count = read(connection.Get(), buffer, sizeof(buffer));
         if (count > 0 && write(connection.Get(), buffer, static_cast<std::size_t>(count)) != count) Fail("echo");
     }
-}
-
-pid_t PeerOf(int fd) {
-    ucred peer{};
-    socklen_t length = sizeof(peer);
-    getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length);
-    return peer.pid;
-}
-
-void EndProcess(pid_t pid) {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-}
-
-struct StartedDaemon {
-    pid_t pid;
-    double firstAnswerMs;
-};
-
-StartedDaemon StartDaemon(const std::string& mtuRequest) {
-    const auto start = Clock::now();
-    const pid_t starter = vfork();
-    if (starter == 0) {
-        execl(TESSEL_DAEMON_PATH, TESSEL_DAEMON_PATH, nullptr);
-        _exit(127);
-    }
-    while (true) {
-        const UniqueFd probe = Connect(TESSEL_SOCKET_API);
-        if (!probe.IsOpen()) {
-            usleep(50);
-            continue;
-        }
-        const pid_t pid = PeerOf(probe.Get());
-        char answer[64];
-        if (write(probe.Get(), mtuRequest.data(), mtuRequest.size()) > 0 &&
-            read(probe.Get(), answer, sizeof(answer)) > 0) {
-            const double ms = MicrosecondsOf(Clock::now() - start) / 1000;
-            waitpid(starter, nullptr, 0);
-            return {.pid = pid, .firstAnswerMs = ms};
-        }
-    }
-}
-
-struct Latencies {
-    std::vector<double> microseconds;
-
-    void Measure(int count, const std::function<void()>& operation) {
-        for (int i = 0; i < count; ++i) {
-            const auto start = Clock::now();
-            operation();
-            microseconds.push_back(MicrosecondsOf(Clock::now() - start));
-        }
-    }
-    [[nodiscard]] double Percentile(double fraction) {
-        std::sort(microseconds.begin(), microseconds.end());
-        return microseconds[static_cast<std::size_t>(fraction * static_cast<double>(microseconds.size() - 1))];
-    }
-};
-
-void PrintLatencies(const char* name, Latencies& latencies) {
-    printf("  %-34s p50 %9.1f us   p99 %9.1f us\n", name, latencies.Percentile(0.5), latencies.Percentile(0.99));
 }
 
 void CompareSingleRequests(const std::string& mtuRequest) {
@@ -268,19 +174,20 @@ void CompareToolRuns(const char* interfaceName, int addresses) {
            daemon.Percentile(0.5) / (tool.Percentile(0.5) + echo.Percentile(0.5)));
 }
 
-long ProcessField(pid_t pid, const char* file, const char* field) {
-    std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with(field)) return strtol(line.c_str() + strlen(field), nullptr, 10);
-    }
-    return 0;
+// Of all threads.
+long WakeupsOf(pid_t pid) {
+    long wakeups = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task"))
+        wakeups += ProcessField(pid, ("task/" + task.path().filename().string() + "/status").c_str(),
+                                "voluntary_ctxt_switches:");
+    return wakeups;
 }
 
 void PrintIdleCosts(pid_t pid) {
     constexpr int kSeconds = 10;
-    const long before = ProcessField(pid, "status", "voluntary_ctxt_switches:");
+    const long before = WakeupsOf(pid);
     std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
-    const long wakeups = ProcessField(pid, "status", "voluntary_ctxt_switches:") - before;
+    const long wakeups = WakeupsOf(pid) - before;
     struct stat binary {};
     stat(TESSEL_DAEMON_PATH, &binary);
     const long privateKib =

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -129,7 +130,7 @@ void InstallWithMetric(const char* interfaceName, const char* gatewayText, CallS
 }  // namespace
 
 void ParseRtAttr(const rtattr** table, u32 max, const rtattr* first, i32 length) {
-    memset(table, 0, sizeof(*table) * (max + 1));
+    std::fill_n(table, max + 1, nullptr);
     for (const rtattr* attribute = first; RTA_OK(attribute, length); attribute = RTA_NEXT(attribute, length)) {
         if (attribute->rta_type <= max) table[attribute->rta_type] = attribute;
     }

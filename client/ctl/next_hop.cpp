@@ -68,7 +68,7 @@ std::string WhyUnreachable(const TNetGateway& gateway, const std::string& interf
             if (address.family == FamilyName(gateway.wSinFamily)) addresses.push_back(address);
         }
     }
-    const std::string missing = isNamed ? MissingInterface(interfaceName) : "";
+    std::string missing = isNamed ? MissingInterface(interfaceName) : "";
     if (!missing.empty() || IsLinkLocal(gateway)) return missing;
     return fmt::format("{} is in no network of {} ({})", HostText(gateway), isNamed ? interfaceName : "any interface",
                        addresses.empty() ? "it has no address" : AddressText(addresses));

@@ -40,7 +40,8 @@ std::string WithoutUnfilled(std::string text) {
 
 std::vector<Message> JoinedMessages() {
     std::vector<Message> messages;
-    for (const auto rows : {AddressMessages(), GatewayMessages(), RouteMessages(), DeviceMessages(), ProbeMessages()})
+    for (const auto rows :
+         {AddressMessages(), GatewayMessages(), RouteMessages(), FirewallMessages(), DeviceMessages(), ProbeMessages()})
         messages.insert(messages.end(), rows.begin(), rows.end());
     return messages;
 }

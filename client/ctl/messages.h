@@ -38,6 +38,7 @@ struct Message {
 // The rows of a group of objects.
 [[nodiscard]] std::span<const Message> AddressMessages();
 [[nodiscard]] std::span<const Message> GatewayMessages();
+[[nodiscard]] std::span<const Message> FirewallMessages();
 [[nodiscard]] std::span<const Message> DeviceMessages();
 [[nodiscard]] std::span<const Message> RouteMessages();
 [[nodiscard]] std::span<const Message> ProbeMessages();

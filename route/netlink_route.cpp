@@ -176,6 +176,8 @@ void RouteMonitorThread(void* /*unused*/) {
         const u32 portId = static_cast<u32>(pthread_self() << 16) | static_cast<u32>(getpid());
         const UniqueFd fd = tessel::OpenNetlink(NETLINK_ROUTE, portId, kGroups);
         if (!fd.IsOpen()) return;
+        // What changed before there was this socket was told to nobody.
+        tessel::RebuildNetdevTable();
         (void)NetlinkProcess(fd.Get());  // a socket that fails is replaced at once
     }
 }

@@ -12,6 +12,7 @@
 #include "tessel/address.h"
 #include "tessel/command.h"
 #include "tessel/conflict.h"
+#include "tessel/firewall.h"
 #include "tessel/gateway.h"
 #include "tessel/ipc.h"
 #include "tessel/log.h"
@@ -133,6 +134,43 @@ TESSEL_API int tessel_rule_del(const TNetIpRule* rule);
  * on and until they are off: each report that nobody takes holds conflict detection up for 5 to 8 seconds. */
 TESSEL_API int tessel_conflict_start(int family);
 TESSEL_API int tessel_conflict_stop(int family);
+
+/* The packet filter. `operation` is TESSEL_LIST_...; the lists' chains have to be there (tessel_chain_add()). Adding
+ * what is there changes nothing; deleting what is not there gives TESSEL_E_FAILED. After a failure for both protocols
+ * the one of IPv4 may have been made. */
+
+/* An entry by source network or range, of family 2 or 10. */
+TESSEL_API int tessel_ip_filter(int operation, const TNetIpFilter* filter);
+
+/* An entry by hardware address, for IPv4 and IPv6. */
+TESSEL_API int tessel_mac_filter(int operation, const uint8_t mac[6]);
+
+/* An entry by both; an IPv6 address stands for the /32 network that it lies in. */
+TESSEL_API int tessel_ip_mac_filter(int operation, const uint8_t mac[6], const char* address);
+
+/* Lets INPUT jump to a list, TESSEL_FILTER_...; empties the other list of its families, whatever the outcome. */
+TESSEL_API int tessel_filter_enable(int list);
+
+/* Unhooks a list and empties it. TESSEL_E_FAILED also when it was not enabled. */
+TESSEL_API int tessel_filter_disable(int list);
+
+/* Creates a chain; `protocols` is TESSEL_PROTOCOL_..., the name has 1 to 28 characters and no blanks. */
+TESSEL_API int tessel_chain_add(int protocols, const char* name);
+
+/* What becomes of echo requests, TESSEL_ICMP_...; the chain "icmppacket" has to be there. */
+TESSEL_API int tessel_icmp_filter(int type);
+
+/* Adds or deletes (TESSEL_PORT_ADD, TESSEL_PORT_DEL) rules by port. */
+TESSEL_API int tessel_port_filter(int operation, const TNetPortFilter* filter);
+
+/* Save or restore the rules below a base path of at most 511 characters. The daemon hands "> PATH" and "< PATH" to the
+ * tools as words: those that refuse them make this TESSEL_E_FAILED, and no file is ever touched. */
+TESSEL_API int tessel_firewall_save(int protocols, const char* path);
+TESSEL_API int tessel_firewall_restore(int protocols, const char* path);
+
+/* Add or delete a permanent ARP entry of an IPv4 address; `interface` may be null. */
+TESSEL_API int tessel_arp_add(const char* interface, const char* address, const uint8_t mac[6]);
+TESSEL_API int tessel_arp_del(const char* interface, const char* address);
 
 /* Ends every process of a service with signal 9: "ssh", "telnetd", "ftpd" or the name of a process. TESSEL_E_FAILED
  * also when none runs. */

@@ -21,6 +21,8 @@ constexpr ObjectText kObjects[] = {
     {"route", "static routes through a gateway"},
     {"table", "routing tables that all traffic asks"},
     {"rule", "rules that choose a routing table"},
+    {"firewall", "the packet filter: lists, echo requests, ports"},
+    {"arp", "neighbours and their hardware addresses"},
     {"service", "remote-access services"},
     {"log", "the daemon's log"},
     {"conflict", "other hosts that use the device's addresses"},
@@ -32,8 +34,8 @@ constexpr ObjectText kObjects[] = {
 
 std::vector<Command> JoinedCommands() {
     std::vector<Command> commands;
-    for (const auto rows :
-         {AddressCommands(), GatewayCommands(), RouteCommands(), DeviceCommands(), ProbeCommands(), ToolCommands()})
+    for (const auto rows : {AddressCommands(), GatewayCommands(), RouteCommands(), FirewallCommands(), DeviceCommands(),
+                            ProbeCommands(), ToolCommands()})
         commands.insert(commands.end(), rows.begin(), rows.end());
     return commands;
 }

@@ -21,6 +21,7 @@ struct Command;
 [[nodiscard]] std::span<const Command> AddressCommands();
 [[nodiscard]] std::span<const Command> GatewayCommands();
 [[nodiscard]] std::span<const Command> RouteCommands();
+[[nodiscard]] std::span<const Command> FirewallCommands();
 [[nodiscard]] std::span<const Command> DeviceCommands();
 [[nodiscard]] std::span<const Command> ProbeCommands();
 [[nodiscard]] std::span<const Command> ToolCommands();

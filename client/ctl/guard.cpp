@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "client/ctl/kernel.h"
+#include "client/ctl/next_hop.h"
 
 namespace tessel::ctl {
 
@@ -27,6 +28,14 @@ bool CarriesSession(const std::string& interfaceName) {
 
 bool IsRemoteSession() {
     return getenv("SSH_CONNECTION") != nullptr;
+}
+
+std::optional<TNetGateway> SessionPeer() {
+    const char* connection = getenv("SSH_CONNECTION");
+    if (connection == nullptr) return std::nullopt;
+    const std::string text(connection);
+    // Link-local addresses carry their interface: "fe80::1%eth0".
+    return ParseHost(text.substr(0, text.find_first_of(" %")));
 }
 
 bool MayCutSession(const Options& options) {

@@ -1,10 +1,12 @@
 // Keeps a remote session from cutting itself off.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "client/ctl/options.h"
+#include "tessel/gateway.h"
 
 namespace tessel::ctl {
 
@@ -18,6 +20,9 @@ constexpr std::string_view kCutsSession = "your session runs over this address (
 
 // True when this is typed on a remote connection.
 [[nodiscard]] bool IsRemoteSession();
+
+// The host that this is typed from; nothing: there is no remote connection.
+[[nodiscard]] std::optional<TNetGateway> SessionPeer();
 
 // True when nothing is asked: --force, or nothing will be sent.
 [[nodiscard]] bool MayCutSession(const Options& options);

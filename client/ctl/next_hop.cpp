@@ -48,6 +48,17 @@ std::optional<TNetGateway> ParseHost(const std::string& text) {
     return host;
 }
 
+std::optional<std::pair<TNetGateway, TNetGateway>> ParseRange(const std::string& text) {
+    const std::size_t dash = text.find('-');
+    if (dash == std::string::npos) return std::nullopt;
+    const auto first = ParseHost(text.substr(0, dash));
+    const auto last = ParseHost(text.substr(dash + 1));
+    if (!first || !last || first->wSinFamily != last->wSinFamily || BytesOf(*first) > BytesOf(*last)) {
+        return std::nullopt;
+    }
+    return std::pair(*first, *last);
+}
+
 std::string HostText(const TNetGateway& host) {
     const AddressBytes bytes = BytesOf(host);
     if (IsZero(bytes)) return "";

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tessel/gateway.h"
 
@@ -10,6 +11,9 @@ namespace tessel::ctl {
 
 // From "192.168.1.1" or "fe80::1". Nothing for anything else, a zero address included: it stands for no gateway.
 [[nodiscard]] std::optional<TNetGateway> ParseHost(const std::string& text);
+
+// From "192.168.1.10-192.168.1.20", both of one family, the first one not behind the last one.
+[[nodiscard]] std::optional<std::pair<TNetGateway, TNetGateway>> ParseRange(const std::string& text);
 
 // "192.168.1.1"; empty for a zero address.
 [[nodiscard]] std::string HostText(const TNetGateway& host);

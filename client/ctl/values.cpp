@@ -67,6 +67,27 @@ std::optional<std::string> CheckMac(const std::string& word) {
     return fmt::format("\"{}\" is no hardware address, such as 02:00:00:00:00:01", word);
 }
 
+std::optional<std::string> CheckRange(const std::string& word) {
+    if (ParseRange(word)) return std::nullopt;
+    return fmt::format("\"{}\" is no range, such as 192.168.1.10-192.168.1.20", word);
+}
+
+// A comma between two; "1000:2000" is a range. The kernel's xt_multiport takes 15 numbers, two for a range.
+std::optional<std::string> CheckPorts(const std::string& word) {
+    constexpr u32 kPortMax = 65535;
+    constexpr std::size_t kNumbersMax = 15;
+    std::size_t count = 0;
+    bool isGood = !word.empty() && std::isdigit(static_cast<unsigned char>(word.back())) != 0;
+    for (std::size_t start = 0; isGood && start < word.size(); ++count) {
+        const std::size_t end = std::min(word.find_first_of(",:", start), word.size());
+        const std::string number = word.substr(start, end - start);
+        isGood = !number.starts_with("0x") && ParseNumber(number).value_or(kPortMax + 1) <= kPortMax;
+        start = end + 1;
+    }
+    if (isGood && count <= kNumbersMax) return std::nullopt;
+    return fmt::format("\"{}\" is no list of at most 15 ports, such as 80,443", word);
+}
+
 std::vector<std::string> InterfaceNames() {
     std::vector<std::string> names;
     for (const KernelLink& link : KernelLinks())
@@ -101,6 +122,8 @@ constexpr ValueKind kKinds[] = {
     {"A/L", &CheckPrefixedAddress, &NoneKnown},
     {"A", &CheckHost, &NoneKnown},
     {"M", &CheckMac, &NoneKnown},
+    {"A-A", &CheckRange, &NoneKnown},
+    {"PORTS", &CheckPorts, &NoneKnown},
 };
 
 const ValueKind* FindKind(std::string_view word) {

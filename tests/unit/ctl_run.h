@@ -70,9 +70,32 @@ inline std::string CarryOut(const SeenRequest& request) {
     return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
 }
 
+// The same for the firewall's lists, whose lines depend on what is there.
+inline std::string CarryOutList(const SeenRequest& request) {
+    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
+    const auto entry = ctl::FindMessage(request.type)->describeRequest(bytes);
+    const auto word = [&](const char* option, const char* key) {
+        return entry.contains(key) && entry[key].is_string() ? option + entry[key].get<std::string>() : "";
+    };
+    bool isDone = true;
+    for (const std::string family : {"inet", "inet6"}) {
+        if (entry.contains("family") && entry["family"] != family && entry["family"] != "both") continue;
+        const std::string tool = family == "inet" ? "iptables" : "ip6tables";
+        const std::string rule = word(" -s ", "source") + word(" -m iprange --src-range ", "range") +
+                                 word(" -s ", "address") + (entry.contains("address") ? "/32" : "") +
+                                 word(" -m mac --mac-source ", "mac") + word(" -j ", "target");
+        const bool isSwitch = request.type == TESSEL_CMD_FILTER_ENABLE;
+        isDone &= RunInSandbox(isSwitch ? tool + " -I INPUT" + word(" -j ", "list")
+                                        : tool + (entry["change"] == "add" ? " -I" : " -D") + word(" ", "list") + rule);
+    }
+    return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
+}
+
 // What the examples of the commands stand on.
 inline void PrepareKernel() {
-    for (const char* line : {"ip addr add 192.168.1.20/24 dev eth0", "ip rule add from 192.168.2.0/24 table 100"})
+    for (const char* line :
+         {"ip addr add 192.168.1.20/24 dev eth0", "ip rule add from 192.168.2.0/24 table 100", "iptables -N whitelist",
+          "iptables -N blacklist", "ip6tables -N whitelist", "ip6tables -N blacklist"})
         (void)RunInSandbox(line);
 }
 
@@ -130,7 +153,15 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
         case TESSEL_CMD_ROUTE_TABLE_DEL:
         case TESSEL_CMD_RULE_ADD:
         case TESSEL_CMD_RULE_DEL:
+        case TESSEL_CMD_FILTER_DISABLE:
+        case TESSEL_CMD_ARP_ADD:
+        case TESSEL_CMD_ARP_DEL:
             return CarryOut(request);
+        case TESSEL_CMD_IP_FILTER:
+        case TESSEL_CMD_MAC_FILTER:
+        case TESSEL_CMD_IP_AND_MAC_FILTER:
+        case TESSEL_CMD_FILTER_ENABLE:
+            return CarryOutList(request);
         case TESSEL_CMD_LOG_FILE:
             WriteFile("/tmp/tessel_daemon.log", "");
             [[fallthrough]];

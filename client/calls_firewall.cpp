@@ -1,6 +1,7 @@
 // The packet filter's lists, chains, ports and files, and static ARP entries.
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -59,7 +60,7 @@ int CallWithText(u32 code, const Head& head, const char* text) {
     u8 request[sizeof(Head) + kTextBytes];
     const std::size_t length = strlen(checked);
     memcpy(request, &head, sizeof(head));
-    memcpy(request + sizeof(head), checked, length);
+    std::copy_n(checked, length, request + sizeof(head));
     return CallForStatus(code, request, sizeof(head) + length);
 }
 

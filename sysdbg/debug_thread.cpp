@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -50,8 +51,15 @@ int OpenQueue() {
     return isPrivate ? queue : -1;
 }
 
+struct DebugThread {
+    int queue;
+    sem_t isWaiting;  // posted when all that is left to do is to wait
+};
+
 void* Serve(void* argument) {
-    const int queue = *static_cast<const int*>(argument);
+    auto* const self = static_cast<DebugThread*>(argument);
+    const int queue = self->queue;
+    sem_post(&self->isWaiting);
     while (true) {
         Request request{};
         const ssize_t count = msgrcv(queue, &request, kRequestBytes, kRequestType, 0);
@@ -71,13 +79,20 @@ void* Serve(void* argument) {
 void StartDebugThread() {
     static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     static bool isStarted = false;
-    static int queue = -1;
+    static DebugThread self;
     pthread_mutex_lock(&mutex);
     if (!isStarted) {
-        queue = OpenQueue();
+        self.queue = OpenQueue();
+        sem_init(&self.isWaiting, 0, 0);
         pthread_t thread{};
-        isStarted = queue >= 0 && pthread_create(&thread, nullptr, &Serve, &queue) == 0;
-        if (isStarted) pthread_detach(thread);
+        isStarted = self.queue >= 0 && pthread_create(&thread, nullptr, &Serve, &self) == 0;
+        if (isStarted) {
+            pthread_detach(thread);
+            // A program that forks next would take along, locked for ever, what a starting thread holds of the C
+            // library: its child's own threads would hang.
+            while (sem_wait(&self.isWaiting) != 0) {
+            }
+        }
     }
     pthread_mutex_unlock(&mutex);
 }

@@ -74,6 +74,22 @@ TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
                                    "[TESSEL_DAEMON]: api register done", "[TESSEL_DAEMON]: api daemon start"));
 }
 
+// A fork beside a thread that is just starting takes the locks which that one holds along: nobody would release them.
+TEST(Lifecycle, WorkersRunAfterEveryStart) {
+    for (int start = 0; start < 15; ++start) {
+        const Daemon daemon;
+        const auto namedThreads = [&] {
+            std::ptrdiff_t count = 0;
+            for (const auto& task :
+                 std::filesystem::directory_iterator("/proc/" + std::to_string(daemon.Pid()) + "/task"))
+                count += ReadFile(task.path() / "comm").starts_with("Tessel") ? 1 : 0;
+            return count;
+        };
+        // Four that watch for conflicts and the one that follows the kernel; the driver's listener may have ended.
+        EXPECT_TRUE(Eventually([&] { return namedThreads() >= 5; })) << start;
+    }
+}
+
 TEST(Lifecycle, HangUpAndInterruptDoNotEndIt) {
     const Daemon daemon;
     for (const int signal : {SIGHUP, SIGINT, SIGPIPE})

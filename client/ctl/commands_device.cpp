@@ -72,7 +72,8 @@ constexpr auto kCommands = std::to_array<Command>({
      .summary = "the newest report: when, why, and the calls that led there",
      .example = "crash show",
      .background =
-         "Functions are named where the module on the device has symbols; elsewhere the offset is the module's.",
+         "Functions are named where the module on the device has symbols; elsewhere the offset is the module's. With "
+         "--symbols DIR they are named from the unstripped files below DIR, which may be another machine's.",
      .run = &CrashShow},
 });
 

@@ -3,10 +3,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "client/ctl/crash_report.h"
+#include "client/ctl/crash_symbols.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/values.h"
 
@@ -94,6 +96,10 @@ Outcome CrashShow(const Invocation& invocation) {
     if (!file) reports = DaemonsReports();
     if (file && !AddReportsOf(*file, reports)) return Failed("crash show " + *file, strerror(errno));
     if (file && reports.empty()) return Failed("crash show " + *file, "the file has no report");
+    const std::string& symbols = invocation.options.symbols;
+    if (!symbols.empty() && !std::filesystem::is_directory(symbols)) {
+        return Refused("--symbols " + symbols, "it is no directory");
+    }
     Outcome outcome;
     if (reports.empty()) {
         outcome.document = ordered_json::object();
@@ -101,8 +107,12 @@ Outcome CrashShow(const Invocation& invocation) {
         return outcome;
     }
 
-    const FoundReport& newest = reports.back();
+    FoundReport& newest = reports.back();
     const CrashReport& report = newest.report;
+    if (!symbols.empty()) {
+        for (const std::string& module : AddSymbols(symbols, newest.report.frames))
+            outcome.notes.push_back(fmt::format("{} has no file for {}", symbols, module));
+    }
     outcome.document = Document(newest);
     outcome.table.preamble = {{report.time},
                               {"signal " + SignalText(report), Style::kBad},

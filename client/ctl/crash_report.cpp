@@ -17,14 +17,6 @@ constexpr std::string_view kRegisters = "=============CPU registers=============
 constexpr std::string_view kTrace = "===========Call Trace(";
 constexpr std::string_view kMaps = "--------Process [";
 
-// As people wrote it.
-std::string Demangled(const std::string& name) {
-    int status = 0;
-    const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
-                                                           &std::free);
-    return status == 0 ? std::string(text.get()) : name;
-}
-
 // "<MODULE> (<FUNCTION> + OFFSET) [ADDRESS]"
 std::optional<CrashFrame> ParseFrame(std::string_view line) {
     constexpr std::string_view kBehindModule = "> (<";
@@ -89,6 +81,13 @@ CrashReport ParseOne(std::string_view text) {
 }
 
 }  // namespace
+
+std::string Demangled(const std::string& name) {
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
+                                                           &std::free);
+    return status == 0 ? std::string(text.get()) : name;
+}
 
 std::vector<CrashReport> ParseCrashReports(std::string_view text) {
     std::vector<CrashReport> reports;

@@ -25,6 +25,9 @@ struct CrashReport {
     std::vector<CrashFrame> frames;
 };
 
+// A function's name as people wrote it.
+[[nodiscard]] std::string Demangled(const std::string& name);
+
 // In the file's order: the newest is the last one.
 [[nodiscard]] std::vector<CrashReport> ParseCrashReports(std::string_view text);
 

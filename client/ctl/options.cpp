@@ -55,6 +55,8 @@ void Declare(CLI::App& app, Raw& raw) {
     app.add_option("--reply", raw.replyBytes, "bytes of the reply to \"raw\"; 0: wait for none")
         ->check(CLI::Range(0, 1 << 20))
         ->type_name("N");
+    app.add_option("--symbols", options.symbols, "unstripped files that \"crash show\" takes names of functions from")
+        ->type_name("DIR");
     app.add_flag("-h,--help", options.help, "help on the words before it");
     app.add_flag("-V,--version", options.version, "the version");
     app.add_option("words", options.words);

@@ -30,6 +30,7 @@ struct Options {
     bool help = false;
     bool version = false;
     std::optional<i32> replyBytes;   // of `raw`
+    std::string symbols;             // of `crash show`; empty: none
     std::vector<std::string> words;  // everything else, in order
 };
 

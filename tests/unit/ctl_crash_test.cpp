@@ -1,8 +1,19 @@
 // Crash reports as the tool reads them.
+#include <dlfcn.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "client/ctl/crash_report.h"
+#include "client/ctl/crash_symbols.h"
+
+// In no namespace: the name that the symbol table has is the one written here.
+extern "C" int CrashingFunction() {
+    return getpid();
+}
 
 namespace tessel::ctl {
 namespace {
@@ -52,6 +63,28 @@ TEST(CtlCrash, CutAndStrangeReportsAreReadAsFarAsTheyGo) {
         EXPECT_EQ(reports[0].frames.size(), std::string(line).ends_with("[0x8]") ? 1U : 0U) << line;
     }
     EXPECT_THAT(ParseCrashReports("no report"), IsEmpty());
+}
+
+TEST(CtlCrash, FunctionsOfAStrippedModuleAreNamedFromTheUnstrippedOne) {
+    Dl_info self{};
+    const auto address = reinterpret_cast<std::uintptr_t>(&CrashingFunction);
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&CrashingFunction), &self), 0);
+    const auto offset = address - reinterpret_cast<std::uintptr_t>(self.dli_fbase);
+    std::filesystem::create_directories("/tmp/symbols/usr/lib");
+    std::filesystem::create_symlink("/proc/self/exe", "/tmp/symbols/tessel_daemon");
+    std::filesystem::create_symlink("/proc/self/exe", "/tmp/symbols/usr/lib/libtessel.so.1");
+    const auto frame = [&](const char* module, std::uintptr_t at) {
+        return CrashFrame{.module = module, .function = "", .offset = fmt::format("0x{:x}", at), .address = "0x1"};
+    };
+    std::vector<CrashFrame> frames = {
+        frame("/usr/sbin/tessel_daemon", offset), frame("/usr/lib/libtessel.so.1", offset + 1),
+        frame("/usr/lib/libc.so.6", offset),      frame("/usr/sbin/tessel_daemon", 0),
+        frame("/usr/lib/libc.so.6", 1),           frame("", 1)};
+    EXPECT_THAT(AddSymbols("/tmp/symbols", frames), ElementsAre("/usr/lib/libc.so.6"));
+    EXPECT_EQ(frames[0].function + frames[0].offset, "CrashingFunction0x0");
+    EXPECT_EQ(frames[1].function + frames[1].offset, "CrashingFunction0x1");
+    for (std::size_t i = 2; i < frames.size(); ++i)
+        EXPECT_EQ(frames[i].function, "") << i;
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ class SymbolFile {
             GElf_Shdr header;
             if (gelf_getshdr(section, &header) == nullptr) break;
             if (header.sh_type != SHT_SYMTAB && header.sh_type != SHT_DYNSYM) continue;
-            const auto function = FindIn(section, header, address);
+            auto function = FindIn(section, header, address);
             if (function) return function;
         }
         return std::nullopt;
@@ -98,8 +98,8 @@ std::vector<std::string> AddSymbols(const std::string& directory, std::vector<Cr
     for (CrashFrame& frame : frames) {
         if (!frame.function.empty() || frame.module.empty()) continue;
         const std::string name = frame.module.substr(frame.module.rfind('/') + 1);
-        const SymbolFile whole(directory + "/" + frame.module);
-        const SymbolFile flat(directory + "/" + name);
+        const SymbolFile whole(fmt::format("{}/{}", directory, frame.module));
+        const SymbolFile flat(fmt::format("{}/{}", directory, name));
         const SymbolFile& file = whole.IsElf() ? whole : flat;
         if (file.IsElf()) {
             NameFunction(file, &frame != &frames.front(), frame);

@@ -57,5 +57,7 @@ Outcome CrashShow(const Invocation& invocation);
 Outcome RawRequest(const Invocation& invocation);
 Outcome Status(const Invocation& invocation);
 Outcome HelpOn(const Invocation& invocation);
+Outcome HelpOnExit(const Invocation& invocation);
+Outcome HelpOnProtocol(const Invocation& invocation);
 
 }  // namespace tessel::ctl

@@ -8,6 +8,7 @@
 #include "client/ctl/grammar.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/messages.h"
+#include "client/ctl/values.h"
 
 namespace tessel::ctl {
 
@@ -59,19 +60,29 @@ std::string HelpOnObject(std::string_view object) {
     return fmt::format("{}: {}\n\n{}\nexamples\n{}", object, ObjectSummary(object), Indented(verbs), examples);
 }
 
+void AddMessage(const Message& message, Table& table) {
+    table.rows.push_back({{fmt::format("0x{:X} {}", message.code, message.name)},
+                          {fmt::format("{} ({} bytes) -> {} ({} bytes)", message.requestRecord, message.requestBytes,
+                                       message.replyRecord, message.replyBytes)}});
+    for (const ToolLine& line : message.runs) {
+        if (!line.text.empty()) table.rows.push_back({{}, {fmt::format("runs {}", line.text)}});
+    }
+}
+
 std::string MessagesOf(const Command& command) {
     Table table;
     for (const u32 code : command.codes) {
         const Message* message = FindMessage(code);
-        if (message == nullptr) continue;
-        table.rows.push_back({{fmt::format("0x{:X} {}", code, message->name)},
-                              {fmt::format("{} ({} bytes) -> {} ({} bytes)", message->requestRecord,
-                                           message->requestBytes, message->replyRecord, message->replyBytes)}});
-        for (const ToolLine& line : message->runs) {
-            if (!line.text.empty()) table.rows.push_back({{}, {fmt::format("runs {}", line.text)}});
-        }
+        if (message != nullptr) AddMessage(*message, table);
     }
     return table.rows.empty() ? "" : fmt::format("\nrequests\n{}", Indented(table));
+}
+
+Outcome Text(std::string text) {
+    Outcome outcome;
+    outcome.done = std::move(text);
+    outcome.document = outcome.done;
+    return outcome;
 }
 
 std::string HelpOnCommand(const Command& command) {
@@ -108,10 +119,25 @@ Outcome HelpOn(const Invocation& invocation) {
         const auto isMeant = [&](const std::string& name) { return name.starts_with(*object); };
         if (std::none_of(objects.begin(), objects.end(), isMeant)) return std::get<Failure>(selected);
     }
-    Outcome outcome;
-    outcome.done = HelpText(object ? std::vector<std::string>{*object} : std::vector<std::string>{});
-    outcome.document = outcome.done;
-    return outcome;
+    return Text(HelpText(object ? std::vector<std::string>{*object} : std::vector<std::string>{}));
+}
+
+Outcome HelpOnExit(const Invocation&) {
+    return Text(kExitTexts);
+}
+
+Outcome HelpOnProtocol(const Invocation& invocation) {
+    Table table;
+    if (const auto word = invocation.words.Find("CODE")) {
+        const Message* named = FindMessage(*word);
+        const Message* message = named != nullptr ? named : FindMessage(ParseNumber(*word).value_or(0));
+        if (message == nullptr) return Refused("help protocol " + *word, "no request with a name has this code");
+        AddMessage(*message, table);
+    } else {
+        for (const Message& message : Messages())
+            AddMessage(message, table);
+    }
+    return Text(RenderTable(table, false, false));
 }
 
 }  // namespace tessel::ctl

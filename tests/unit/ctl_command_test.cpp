@@ -155,9 +155,10 @@ TEST(ReadBack, FindsWhatDidNotHappen) {
 TEST(Refused, BeforeAnythingIsSent) {
     FakeDaemon daemon(&DeviceAnswer);
     tessel::test::WriteFile("/tmp/full.log", "text");
-    for (const char* line : {"link set eth0 mtu 67", "link set eth0 mtu 65537", "link mtu eth0 -4",
-                             "log level 2147483648", "log file relative", "log file /tmp/full.log", "raw 0x112 abc",
-                             "raw 0x112 @/nonexistent", "raw 0x999", "raw nonsense", "help nonsense"})
+    for (const char* line :
+         {"link set eth0 mtu 67", "link set eth0 mtu 65537", "link mtu eth0 -4", "log level 2147483648",
+          "log file relative", "log file /tmp/full.log", "raw 0x112 abc", "raw 0x112 @/nonexistent", "raw 0x999",
+          "raw nonsense", "help nonsense", "help protocol 0x999"})
         EXPECT_EQ(RunLine(line).status, 2) << line;
     EXPECT_TRUE(daemon.Requests().empty());
     EXPECT_EQ(tessel::test::ReadFile("/tmp/full.log"), "text");

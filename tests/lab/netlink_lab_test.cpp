@@ -16,7 +16,6 @@ namespace tessel::test {
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 std::string DefaultRoutes() {
     return OutputOf("ip route show default");

@@ -91,7 +91,8 @@ i32 IpFilterListManage(u32 operation, const TNetIpFilter& entry) {
     const u16 family = entry.tStart.wSinFamily;
     if (family != TESSEL_FAMILY_INET && family != TESSEL_FAMILY_INET6) {
         TESSEL_ERR("IpFilterListManage wSinFamily %d is invalid!", family);
-        return -1;
+        CommandLine none{};  // fails, and the log shows it like every line that fails
+        return tessel::RunLine(none, tessel::kCommandFailed);
     }
     const ListKind& list = kIpLists[family == TESSEL_FAMILY_INET6 ? 1 : 0];
     CommandLine match;

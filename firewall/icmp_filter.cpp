@@ -57,7 +57,7 @@ i32 IcmpFilterManage(u32 type) {
     for (const EchoFilter& filter : filters) {
         const Rule rule{filter.program, "-I", kChain, filter.match, isDrop ? "DROP" : "RETURN"};
         // Not left to RunRule: this LOG rule is made whether or not the rule is there already. It ends up behind it.
-        if (isDrop) (void)tessel::RunLogRule(rule, filter.log);
+        if (isDrop) result = tessel::RunLogRule(rule, filter.log);
         result = tessel::RunRule(rule).value_or(result);
         if (isDrop || !filter.hasKernelSwitch) continue;
         if (std::system(kAnswerEchoes) != 0) TESSEL_ERR("%s", kAnswerEchoes);

@@ -71,10 +71,7 @@ std::span<const Transport> TransportsOf(u32 protocol) {
 
 i32 PortFilterManage(u32 operation, const TNetPortFilter& entry) {
     const auto programs = tessel::EntriesOf(kPrograms, entry.eInet);
-    if (programs.empty()) {
-        TESSEL_ERR("eInet %d is not support", static_cast<i32>(entry.eInet));
-        return -1;
-    }
+    if (programs.empty()) TESSEL_ERR("eInet %d is not support", static_cast<i32>(entry.eInet));
     const auto* operationWord = FindEntry(kOperations, operation);
     if (operationWord == nullptr) {
         TESSEL_ERR("eCmd %d is invalid", static_cast<i32>(operation));
@@ -90,7 +87,7 @@ i32 PortFilterManage(u32 operation, const TNetPortFilter& entry) {
     if (!tessel::IsRuleWord(ports.Get())) return -1;
     const char* multiport = strchr(ports.Get(), ',') != nullptr ? "-m multiport" : "";
 
-    i32 result = 0;
+    i32 result = programs.empty() ? -1 : 0;
     for (const Program& program : programs) {
         for (const Transport& transport : TransportsOf(entry.eProtocol)) {
             CommandLine match;

@@ -19,11 +19,11 @@ constexpr auto kCommands = std::to_array<Command>({
      .words = "",
      .codes = {},
      .takesFamily = true,
-     .summary = "which list is hooked, entries, echo requests, ports",
+     .summary = "which list is hooked, entries, echo requests, ports, your session",
      .example = "firewall show -4",
      .background = "The kernel is asked, with iptables-save and ip6tables-save; that takes root. Entries are RETURN, "
                    "not ACCEPT: the policy decides in the end. Rules by port stand behind the list's jump: \"accept\" "
-                   "opens no port that the whitelist closes.",
+                   "opens no port that the whitelist closes. On a remote connection, also whether the rules let it in.",
      .run = &FirewallShow},
     {.object = "firewall",
      .verb = "enable",
@@ -33,8 +33,8 @@ constexpr auto kCommands = std::to_array<Command>({
      .summary = "let packets pass through a list; empties the other one",
      .example = "firewall enable blacklist -4",
      .background = "The whitelist lets nothing in but its entries and loopback: answers to the device's own "
-                   "connections and IPv6 neighbour discovery need entries, too. Refused when no entry covers your "
-                   "session, unless --force.",
+                   "connections and IPv6 neighbour discovery need entries, too; those missing are listed before. "
+                   "Refused when no entry covers your session, unless --force. Read back.",
      .run = &FirewallEnable},
     {.object = "firewall",
      .verb = "disable",
@@ -43,7 +43,7 @@ constexpr auto kCommands = std::to_array<Command>({
      .takesFamily = true,
      .summary = "unhook a list, and empty it",
      .example = "firewall disable blacklist -4",
-     .background = "Its entries are gone then: asks before, unless --yes.",
+     .background = "Its entries are gone then: asks before, unless --yes. Read back.",
      .run = &FirewallDisable},
     {.object = "firewall",
      .verb = "chain",
@@ -52,7 +52,8 @@ constexpr auto kCommands = std::to_array<Command>({
      .takesFamily = true,
      .summary = "create a chain, as the lists and \"icmp\" need them",
      .example = "firewall chain add icmppacket",
-     .background = "Chains that the daemon uses: whitelist, blacklist, icmppacket. The last one is hooked at once.",
+     .background = "Chains that the daemon uses: whitelist, blacklist, icmppacket. The last one is hooked at once, for "
+                   "both families. Read back.",
      .run = &FirewallChainAdd},
     {.object = "firewall",
      .verb = "allow",
@@ -97,7 +98,7 @@ constexpr auto kCommands = std::to_array<Command>({
      .takesFamily = false,
      .summary = "delete an entry of a list",
      .example = "firewall delete allow 192.168.1.0/24",
-     .background = "",
+     .background = "Refused when the whitelist is enabled and no other entry covers your session, unless --force.",
      .run = &FirewallDelete},
     {.object = "firewall",
      .verb = "delete",
@@ -115,7 +116,7 @@ constexpr auto kCommands = std::to_array<Command>({
      .takesFamily = true,
      .summary = "what becomes of echo requests",
      .example = "firewall icmp allow -4",
-     .background = "Takes the place of what was set before. Needs the chain icmppacket.",
+     .background = "Takes the place of what was set before. Needs the chain icmppacket. Read back.",
      .run = &FirewallIcmp},
     {.object = "firewall",
      .verb = "port",
@@ -125,7 +126,8 @@ constexpr auto kCommands = std::to_array<Command>({
      .summary = "add or delete rules by port, of tcp and udp unless one is named",
      .example = "firewall port add tcp dport 80,443 in drop -4",
      .background = "Appended behind the jump to the list: \"accept\" does not open a port that the whitelist closes, "
-                   "nor is it ACCEPT: further rules and the policy decide.",
+                   "nor is it ACCEPT: further rules and the policy decide. Refused when it drops your session, unless "
+                   "--force. Read back.",
      .run = &FirewallPort},
     {.object = "firewall",
      .verb = "save",
@@ -135,7 +137,7 @@ constexpr auto kCommands = std::to_array<Command>({
      .summary = "have the daemon save the rules below a path",
      .example = "firewall save /tmp/rules",
      .background = "The daemon hands \"> PATH-4\" to iptables-save as two words, and no tool since 1.8.9 takes them: "
-                   "-1, and no file.",
+                   "-1, and no file. \"firewall export\" does it.",
      .run = &FirewallSave},
     {.object = "firewall",
      .verb = "restore",
@@ -144,8 +146,32 @@ constexpr auto kCommands = std::to_array<Command>({
      .takesFamily = true,
      .summary = "have the daemon restore the rules from below a path",
      .example = "firewall restore /tmp/rules",
-     .background = "As with \"firewall save\", \"<\" reaches the tool as a word.",
+     .background = "As with \"firewall save\", \"<\" reaches the tool as a word. \"firewall import\" does it.",
      .run = &FirewallRestore},
+    {.object = "firewall",
+     .verb = "export",
+     .words = "FILE",
+     .codes = {},
+     .takesFamily = true,
+     .summary = "write the rules, of every table, to a file",
+     .example = "firewall export /tmp/rules",
+     .background =
+         "Done here, with iptables-save and ip6tables-save, for the network that this shell lives in. The file "
+         "is there whole or not at all; asks before it replaces one, unless --yes.",
+     .run = &FirewallExport},
+    {.object = "firewall",
+     .verb = "import",
+     .words = "FILE",
+     .codes = {},
+     .takesFamily = true,
+     .summary = "replace the rules by those of a file",
+     .example = "firewall import /tmp/rules",
+     .background = "Done here, with iptables-restore and ip6tables-restore, for the network that this shell lives in. "
+                   "Takes what \"firewall export\" wrote and, with -4 or -6, what a save tool printed. Tables that the "
+                   "file does not have stay. The file is checked before anything is changed, and what was there before "
+                   "is put back when a tool fails. Asks before, unless --yes. Refused when the new rules would not let "
+                   "in your session, unless --force.",
+     .run = &FirewallImport},
     {.object = "arp",
      .verb = "show",
      .words = "",

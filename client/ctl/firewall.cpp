@@ -1,11 +1,13 @@
-// What the packet filter of the kernel is, and the commands that are one request.
+// What the packet filter of the kernel is, its chains, and echo requests.
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
+#include <fstream>
 
-#include "client/ctl/firewall_rules.h"
+#include "client/ctl/firewall_readback.h"
+#include "client/ctl/firewall_session.h"
 #include "client/ctl/handlers.h"
+#include "client/ctl/next_hop.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
@@ -28,70 +30,130 @@ bool IsPortRule(const SavedRule& rule) {
                        [&](std::string_view option) { return !rule.Get(option).empty(); });
 }
 
-bool IsEchoDrop(const SavedRule& rule) {
-    return rule.chain == kIcmpChain && rule.Get("-j") == "DROP";
+// What becomes of echo requests in their chain; empty: nothing is said about them.
+std::string EchoTarget(const Filter& filter) {
+    for (const SavedRule& rule : filter.rules) {
+        const bool isEcho = rule.Get("--icmp-type") == "8" || rule.Get("--icmpv6-type") == "128";
+        if (rule.chain == kIcmpChain && isEcho && rule.Get("-j") != "LOG") return rule.Get("-j");
+    }
+    return "";
+}
+
+bool DropsEcho(const Filter& filter) {
+    return filter.IsHooked(kIcmpChain) && EchoTarget(filter) == "DROP";
 }
 
 ordered_json RulesJson(const std::vector<SavedRule>& rules) {
     ordered_json list = ordered_json::array();
     for (const SavedRule& rule : rules)
-        list.push_back({{"chain", rule.chain}, {"rule", rule.Text()}, {"packets", rule.packets}});
+        list.push_back({{"chain", rule.chain}, {"rule", rule.text}, {"packets", rule.packets}});
     return list;
 }
 
 void AddRules(Outcome& outcome, const std::string& family, const std::vector<SavedRule>& rules) {
     for (const SavedRule& rule : rules)
-        outcome.table.rows.push_back(
-            {{family}, {rule.chain}, {rule.Text()}, {fmt::format("{} packets", rule.packets)}});
+        outcome.table.rows.push_back({{family}, {rule.chain}, {rule.text}, {fmt::format("{} packets", rule.packets)}});
 }
 
-void AddFilter(Outcome& outcome, const Filter& filter) {
+// The guard's opinion of the rules; null without a session of this family.
+ordered_json SessionJson(const Filter& filter, const Options& options) {
+    const auto session = GuardedSession(options);
+    if (!session || session->peer.wSinFamily != filter.family) return nullptr;
+    return {{"peer", HostText(session->peer)},
+            {"let_in", LetsIn(filter, *session)},
+            {"on_whitelist", IsAllowed(filter, session->peer)}};
+}
+
+std::string SessionLine(const ordered_json& session, bool isWhite) {
+    const bool isLetIn = session["let_in"].get<bool>();
+    const bool isListed = session["on_whitelist"].get<bool>();
+    std::string line = fmt::format("session from {} {}", session["peer"].get<std::string>(),
+                                   isLetIn ? "is let in" : "is not let in by any rule that tells it from others");
+    if (!isWhite && !isListed) line += "; not on the whitelist, which would shut it out";
+    return line;
+}
+
+// What the rules do not say by themselves.
+void AddWarnings(Outcome& outcome, const Filter& filter, const std::vector<SavedRule>& entries, bool hasPorts) {
+    const std::string family = FamilyName(static_cast<u32>(filter.family));
+    const bool isWhite = filter.IsHooked(kWhitelist);
+    if (!entries.empty() || hasPorts) {
+        outcome.notes.push_back(
+            fmt::format("{}: RETURN is not ACCEPT: packets go on behind the list, and INPUT's "
+                        "policy ({}) decides in the end",
+                        family, filter.Policy()));
+    }
+    if (isWhite && hasPorts) {
+        outcome.notes.push_back(
+            fmt::format("{}: rules by port stand behind the whitelist and open nothing that it closes", family));
+    }
+    for (const SavedRule& rule : entries) {
+        const std::string source = rule.Get("-s");
+        if (rule.Get("--mac-source").empty() || !source.ends_with("/32") || source.find(':') == std::string::npos)
+            continue;
+        outcome.notes.push_back(
+            fmt::format("{}: the entry of {} is for the whole of {}", family, rule.Get("--mac-source"), source));
+    }
+}
+
+void AddFilter(Outcome& outcome, const Filter& filter, const Options& options) {
     const std::string family = FamilyName(static_cast<u32>(filter.family));
     const bool isWhite = filter.IsHooked(kWhitelist);
     const std::string list(isWhite ? kWhitelist : filter.IsHooked(kBlacklist) ? kBlacklist : "");
-    const auto policy = filter.policies.find("INPUT");
-    const std::string policyText = policy == filter.policies.end() ? "ACCEPT" : policy->second;
-    const bool dropsEcho = filter.IsHooked(kIcmpChain) && !RulesOf(filter, &IsEchoDrop).empty();
     std::vector<SavedRule> entries = filter.Entries(kWhitelist);
     const auto denied = filter.Entries(kBlacklist);
     entries.insert(entries.end(), denied.begin(), denied.end());
     const auto ports = RulesOf(filter, &IsPortRule);
+    const ordered_json session = SessionJson(filter, options);
     outcome.document.push_back({{"family", family},
                                 {"list", list.empty() ? ordered_json() : ordered_json(list)},
-                                {"policy", policyText},
-                                {"echo_dropped", dropsEcho},
+                                {"policy", filter.Policy()},
+                                {"echo_dropped", DropsEcho(filter)},
                                 {"entries", RulesJson(entries)},
-                                {"ports", RulesJson(ports)}});
+                                {"ports", RulesJson(ports)},
+                                {"session", session}});
     outcome.table.rows.push_back({{family},
                                   {list.empty() ? "off" : list + " on"},
-                                  {fmt::format("policy {}, echo requests {}", policyText,
-                                               dropsEcho ? "dropped" : "not dropped by the firewall")}});
+                                  {fmt::format("policy {}, echo requests {}", filter.Policy(),
+                                               DropsEcho(filter) ? "dropped" : "not dropped by the firewall")}});
     AddRules(outcome, family, entries);
     AddRules(outcome, family, ports);
-    if (isWhite && !ports.empty()) {
-        outcome.notes.push_back(
-            fmt::format("{}: rules by port stand behind the whitelist and open nothing that it closes", family));
-    }
+    if (!session.is_null()) outcome.table.rows.push_back({{family}, {"guard"}, {SessionLine(session, isWhite)}});
+    AddWarnings(outcome, filter, entries, !ports.empty());
 }
 
-int ProtocolsOf(const Options& options) {
-    switch (FamilyOf(options)) {
-        case TESSEL_FAMILY_INET:
-            return TESSEL_PROTOCOL_IPV4;
-        case TESSEL_FAMILY_INET6:
-            return TESSEL_PROTOCOL_IPV6;
-        default:
-            return TESSEL_PROTOCOL_BOTH;
-    }
+bool IsIgnoringEchoes() {
+    std::ifstream file("/proc/sys/net/ipv4/icmp_echo_ignore_all");
+    int value = 0;
+    return file >> value && value != 0;
 }
 
-// Commands whose effect is left to "firewall show".
-Outcome Answered(const std::string& asked, int error, const Options& options, std::string_view cause) {
-    if (error != TESSEL_OK) return CallFailed(asked, error, cause);
-    Outcome outcome;
-    outcome.document = {{"done", asked}, {"family", FamilyName(static_cast<u32>(FamilyOf(options)))}};
-    outcome.done = asked + "   done";
-    return outcome;
+std::string EchoFault(const Filter& filter, const std::string& wanted) {
+    if (EchoTarget(filter) != wanted) return fmt::format("the chain {} has no such rule", kIcmpChain);
+    if (wanted == "DROP" && !filter.IsHooked(kIcmpChain)) {
+        return fmt::format("INPUT does not jump to the {} chain {}", FamilyName(static_cast<u32>(filter.family)),
+                           kIcmpChain);
+    }
+    const bool isIgnored = wanted == "RETURN" && filter.family == TESSEL_FAMILY_INET && IsIgnoringEchoes();
+    return isIgnored ? "the kernel still ignores every echo request" : "";
+}
+
+std::string ChainFault(const Filter& filter, const std::string& name) {
+    std::string missing = MissingChain(filter, name);
+    if (!missing.empty() || name != kIcmpChain || filter.IsHooked(name)) return missing;
+    return "INPUT does not jump to the chain";
+}
+
+// `before` are the filters as they were; the daemon answers for the last tool that it ran.
+std::string WhyNotAdded(const std::vector<Filter>& before, const std::string& name) {
+    for (const Filter& filter : before) {
+        if (filter.problem.empty() && filter.HasChain(name)) {
+            return fmt::format("there was an {} chain \"{}\" already", FamilyName(static_cast<u32>(filter.family)),
+                               name);
+        }
+    }
+    if (name != kIcmpChain || before.size() != 1) return "";
+    return "icmppacket is hooked for both families, and the other one has no such chain";
 }
 
 }  // namespace
@@ -99,66 +161,32 @@ Outcome Answered(const std::string& asked, int error, const Options& options, st
 Outcome FirewallShow(const Invocation& invocation) {
     Outcome outcome;
     outcome.document = ordered_json::array();
-    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-        if (!HasFamily(invocation.options, family)) continue;
-        const Filter filter = ReadFilter(family);
+    for (const Filter& filter : ReadFilters(invocation.options)) {
         if (!filter.problem.empty()) return Failed("firewall show", filter.problem);
-        AddFilter(outcome, filter);
+        AddFilter(outcome, filter, invocation.options);
     }
     return outcome;
 }
 
 Outcome FirewallChainAdd(const Invocation& invocation) {
     const std::string name = invocation.words.Get("add");
-    return Answered("firewall chain add " + name, tessel_chain_add(ProtocolsOf(invocation.options), name.c_str()),
-                    invocation.options, "the chain is there already");
+    const std::string asked = "firewall chain add " + name;
+    const auto before = ReadFilters(invocation.options);
+    return ReadBack(
+        asked, tessel_chain_add(ProtocolsOf(invocation.options), name.c_str()), invocation.options,
+        [&](const Filter& filter) { return ChainFault(filter, name); },
+        [&](const Filter& /*filter*/) { return WhyNotAdded(before, name); });
 }
 
 Outcome FirewallIcmp(const Invocation& invocation) {
     const std::string word = invocation.words.Get("ECHO");
+    const std::string asked = "firewall icmp " + word;
     // Two types a protocol: allow, then drop.
     const int type = 2 * ProtocolsOf(invocation.options) - (word == "allow" ? 1 : 0);
-    return Answered("firewall icmp " + word, tessel_icmp_filter(type), invocation.options,
-                    "there is no chain icmppacket (tesselctl firewall chain add icmppacket)");
-}
-
-Outcome FirewallPort(const Invocation& invocation) {
-    const Arguments& words = invocation.words;
-    const std::string change = words.Get("CHANGE");
-    const std::string protocol = words.Get("PROTOCOL");
-    const std::string ports = words.Get("PORTS");
-    const bool isOut = words.Get("DIRECTION") == "out";
-    const bool isDrop = words.Get("ACTION") == "drop";
-    constexpr u32 kBothProtocols = 0;
-    TNetPortFilter filter{};
-    filter.eInet = static_cast<u32>(ProtocolsOf(invocation.options));
-    if (protocol.empty()) {
-        filter.eProtocol = kBothProtocols;
-    } else {
-        filter.eProtocol = protocol == "tcp" ? TESSEL_PORT_TCP : TESSEL_PORT_UDP;
-    }
-    filter.ePortType = words.Get("KIND") == "sport" ? TESSEL_PORT_SOURCE : TESSEL_PORT_DESTINATION;
-    filter.eAction = static_cast<u32>(TESSEL_PORT_ACCEPT_IN + (isOut ? 2 : 0) + (isDrop ? 1 : 0));
-    memcpy(filter.achPorts, ports.data(), std::min(ports.size(), sizeof(filter.achPorts) - 1));
-    return Answered(fmt::format("firewall port {} {}", change, ports),
-                    tessel_port_filter(change == "add" ? TESSEL_PORT_ADD : TESSEL_PORT_DEL, &filter),
-                    invocation.options, change == "add" ? "" : "there is no such rule");
-}
-
-constexpr std::string_view kRedirection =
-    "\">\" and \"<\" reach the tool as words, which it refuses; no file was touched. Use iptables-save and "
-    "iptables-restore in a shell";
-
-Outcome FirewallSave(const Invocation& invocation) {
-    const std::string path = invocation.words.Get("PATH");
-    return Answered("firewall save " + path, tessel_firewall_save(ProtocolsOf(invocation.options), path.c_str()),
-                    invocation.options, kRedirection);
-}
-
-Outcome FirewallRestore(const Invocation& invocation) {
-    const std::string path = invocation.words.Get("PATH");
-    return Answered("firewall restore " + path, tessel_firewall_restore(ProtocolsOf(invocation.options), path.c_str()),
-                    invocation.options, kRedirection);
+    return ReadBack(
+        asked, tessel_icmp_filter(type), invocation.options,
+        [&](const Filter& filter) { return EchoFault(filter, word == "allow" ? "RETURN" : "DROP"); },
+        [&](const Filter& filter) { return MissingChain(filter, kIcmpChain); });
 }
 
 }  // namespace tessel::ctl

@@ -3,12 +3,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 
-#include "client/ctl/firewall_rules.h"
+#include "client/ctl/firewall_readback.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/handlers.h"
-#include "client/ctl/kernel.h"
 #include "client/ctl/next_hop.h"
+#include "client/ctl/tool_output.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
@@ -81,82 +82,102 @@ bool IsSame(const SavedRule& rule, const ListEntry& entry) {
            ParseMac(rule.Get("--mac-source")) == entry.mac;
 }
 
-// How many families have the entry. Nothing: the rules cannot be read.
-std::optional<std::size_t> CountIn(const ListEntry& entry, std::string_view list) {
-    std::size_t count = 0;
-    for (const int family : entry.families) {
-        const Filter filter = ReadFilter(family);
-        if (!filter.problem.empty()) return std::nullopt;
-        const auto entries = filter.Entries(list);
-        count += std::any_of(entries.begin(), entries.end(), [&](const SavedRule& rule) { return IsSame(rule, entry); })
-                     ? 1
-                     : 0;
-    }
-    return count;
+bool IsFor(const ListEntry& entry, const Filter& filter) {
+    return std::find(entry.families.begin(), entry.families.end(), filter.family) != entry.families.end();
 }
 
-std::string WhyFailed(const ListEntry& entry, std::string_view list, bool isAdd) {
-    for (const int family : entry.families) {
-        const Filter filter = ReadFilter(family);
-        if (filter.problem.empty() && !filter.HasChain(list)) {
-            return fmt::format("there is no {} chain \"{}\" (tesselctl firewall chain add {})",
-                               FamilyName(static_cast<u32>(family)), list, list);
-        }
-    }
-    return !isAdd && CountIn(entry, list) != entry.families.size() ? "there is no such entry" : "";
+bool HasEntry(const Filter& filter, std::string_view list, const ListEntry& entry) {
+    const auto entries = filter.Entries(list);
+    return std::any_of(entries.begin(), entries.end(), [&](const SavedRule& rule) { return IsSame(rule, entry); });
 }
 
-Outcome Change(const ListEntry& entry, std::string_view list, bool isAdd, const std::string& asked) {
+Outcome Change(const Invocation& invocation, const ListEntry& entry, std::string_view list, bool isAdd,
+               const std::string& asked) {
     const bool isWhite = list == kWhitelist;
     const int addition = isWhite ? TESSEL_LIST_WHITE_ADD : TESSEL_LIST_BLACK_ADD;
     const int deletion = isWhite ? TESSEL_LIST_WHITE_DEL : TESSEL_LIST_BLACK_DEL;
-    const int error = Send(entry, isAdd ? addition : deletion);
-    const bool isForeign = !ForeignKernel().empty();
-    if (error != TESSEL_OK) {
-        const bool isTold = error == TESSEL_E_FAILED && !isForeign;
-        return CallFailed(asked, error, isTold ? WhyFailed(entry, list, isAdd) : "");
-    }
-    const auto count = isForeign ? std::nullopt : CountIn(entry, list);
-    if (count && isAdd && *count < entry.families.size()) {
-        return NotApplied(asked, fmt::format("answered success, but the {} has no such entry", list));
-    }
-    if (count && !isAdd && *count > 0) {
-        return NotApplied(asked, fmt::format("answered success, but the {} still has such an entry", list));
-    }
-    Outcome outcome;
-    outcome.document = {{"list", list}, {"entry", entry.text}, {"present", isAdd}, {"read_back", count.has_value()}};
+    const auto fault = [&](const Filter& filter) -> std::string {
+        if (!IsFor(entry, filter) || HasEntry(filter, list, entry) == isAdd) return "";
+        return fmt::format("the {} {} {}", FamilyName(static_cast<u32>(filter.family)), list,
+                           isAdd ? "has no such entry" : "still has such an entry");
+    };
+    const auto cause = [&](const Filter& filter) -> std::string {
+        if (!IsFor(entry, filter)) return "";
+        const std::string missing = MissingChain(filter, list);
+        const bool isAbsent = missing.empty() && !isAdd && !HasEntry(filter, list, entry);
+        return isAbsent ? "there is no such entry" : missing;
+    };
+    Outcome outcome = ReadBack(asked, Send(entry, isAdd ? addition : deletion), invocation.options, fault, cause);
+    if (outcome.failure) return outcome;
+    outcome.document = {
+        {"list", list}, {"entry", entry.text}, {"present", isAdd}, {"read_back", outcome.notes.empty()}};
     outcome.done = fmt::format("{}   {} {}", list, entry.text, isAdd ? "added" : "deleted");
-    if (!count) outcome.notes.emplace_back("not read back: the daemon's rules cannot be read from here");
+    const std::string source = entry.rule.Get("-s");
+    if (isAdd && entry.mac && source.find(':') != std::string::npos) {
+        outcome.notes.push_back(fmt::format("with an IPv6 address and a MAC the entry is for the whole of {}", source));
+    }
     return outcome;
 }
 
+// The hardware address that a host's packets come with, where it is a neighbour.
+std::optional<Mac> NeighbourMac(const TNetGateway& host) {
+    std::istringstream words(CaptureTool({"ip", "neigh", "show", HostText(host)}).text);
+    for (std::string word; words >> word;) {
+        if (word == "lladdr" && words >> word) return ParseMac(word);
+    }
+    return std::nullopt;
+}
+
 bool Covers(const ListEntry& entry, const TNetGateway& peer) {
-    if (!entry.mac) return entry.families[0] == peer.wSinFamily && CoversHost(entry.rule, peer);
-    return !entry.address.empty() && HostText(peer) == HostText(*ParseHost(entry.address));
+    const bool isFamily =
+        std::find(entry.families.begin(), entry.families.end(), peer.wSinFamily) != entry.families.end();
+    if (!isFamily || !CoversHost(entry.rule, peer)) return false;
+    if (!entry.mac) return true;
+    const auto mac = NeighbourMac(peer);
+    // Not known: the very address may be meant, an IPv6 network around it hardly.
+    return mac ? mac == entry.mac : !entry.address.empty() && HostText(peer) == HostText(*ParseHost(entry.address));
+}
+
+// While the whitelist is hooked, the session needs one of its entries.
+std::optional<Failure> WhyNeeded(const std::string& asked, const ListEntry& entry, const Options& options) {
+    const auto session = GuardedSession(options);
+    if (!session || MayCutSession(options)) return std::nullopt;
+    Filter filter = ReadFilter(session->peer.wSinFamily);
+    if (!IsFor(entry, filter) || !filter.IsHooked(kWhitelist) || !IsAllowed(filter, session->peer)) return std::nullopt;
+    const auto deleted = std::find_if(filter.rules.begin(), filter.rules.end(), [&](const SavedRule& rule) {
+        return rule.chain == kWhitelist && rule.Get("-j") == "RETURN" && IsSame(rule, entry);
+    });
+    if (deleted != filter.rules.end()) filter.rules.erase(deleted);
+    if (IsAllowed(filter, session->peer)) return std::nullopt;
+    return Refused(asked, session->text + ", and no other entry of the whitelist covers it (--force does it)");
 }
 
 }  // namespace
 
 Outcome FirewallAllow(const Invocation& invocation) {
     const ListEntry entry = EntryOf(invocation.words);
-    return Change(entry, kWhitelist, true, "firewall allow " + entry.text);
+    return Change(invocation, entry, kWhitelist, true, "firewall allow " + entry.text);
 }
 
 Outcome FirewallDeny(const Invocation& invocation) {
     const ListEntry entry = EntryOf(invocation.words);
     const std::string asked = "firewall deny " + entry.text;
-    const auto peer = SessionPeer();
-    if (peer && !MayCutSession(invocation.options) && Covers(entry, *peer)) {
-        return Refused(asked, fmt::format("your session comes from {} (--force does it)", HostText(*peer)));
+    const auto session = GuardedSession(invocation.options);
+    if (session && !MayCutSession(invocation.options) && Covers(entry, session->peer)) {
+        return Refused(asked, session->text + " (--force does it)");
     }
-    return Change(entry, kBlacklist, true, asked);
+    return Change(invocation, entry, kBlacklist, true, asked);
 }
 
 Outcome FirewallDelete(const Invocation& invocation) {
     const ListEntry entry = EntryOf(invocation.words);
     const std::string which = invocation.words.Get("LIST");
-    return Change(entry, which == "allow" ? kWhitelist : kBlacklist, false,
-                  fmt::format("firewall delete {} {}", which, entry.text));
+    const std::string asked = fmt::format("firewall delete {} {}", which, entry.text);
+    const bool isWhite = which == "allow";
+    if (isWhite) {
+        if (auto failure = WhyNeeded(asked, entry, invocation.options)) return std::move(*failure);
+    }
+    return Change(invocation, entry, isWhite ? kWhitelist : kBlacklist, false, asked);
 }
 
 }  // namespace tessel::ctl

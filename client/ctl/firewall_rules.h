@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/ctl/addresses.h"
+#include "client/ctl/options.h"
 #include "core/types.h"
 #include "tessel/gateway.h"
 
@@ -19,12 +20,12 @@ constexpr std::string_view kIcmpChain = "icmppacket";
 
 struct SavedRule {
     std::string chain;
-    std::vector<std::string> words;  // behind the chain's name
+    std::vector<std::string> words;  // behind the chain's name, without the quotation marks around them
+    std::string text;                // the same as it was read
     u64 packets = 0;
 
     // The word behind an option, such as "-j"; empty: the rule has none.
     [[nodiscard]] std::string Get(std::string_view option) const;
-    [[nodiscard]] std::string Text() const;
 };
 
 struct Filter {
@@ -40,17 +41,33 @@ struct Filter {
     [[nodiscard]] bool IsHooked(std::string_view chain) const;
     // What somebody put into a list: neither its loopback rule, nor its last one, nor those that only log.
     [[nodiscard]] std::vector<SavedRule> Entries(std::string_view list) const;
+    // What becomes of packets that no rule of INPUT decides about: "ACCEPT" or "DROP".
+    [[nodiscard]] std::string Policy() const;
 };
 
-// From the output of iptables-save -c.
+// The words of a line that a save tool printed. Nothing: a quotation mark is missing.
+[[nodiscard]] std::optional<std::vector<std::string>> SplitSavedLine(std::string_view line);
+
+// The table "filter" in the output of iptables-save, with or without -c.
 [[nodiscard]] Filter ParseFilter(std::string_view text, int family);
 
 [[nodiscard]] Filter ReadFilter(int family);
 
+// Those of the families that -4 and -6 ask for.
+[[nodiscard]] std::vector<int> FamiliesOf(const Options& options);
+[[nodiscard]] std::vector<Filter> ReadFilters(const Options& options);
+
+// "there is no inet chain "x" (tesselctl firewall chain add x)"; empty: there is one, or that cannot be told.
+[[nodiscard]] std::string MissingChain(const Filter& filter, std::string_view chain);
+
 // "192.168.1.0/24", as the tools show it; empty for every address.
 [[nodiscard]] std::string SourceText(int family, const AddressBytes& address, u32 prefixLength);
 
-// True when packets of this host match, whatever its hardware address is.
+// True when packets from every host of this network match, whatever their hardware addresses are.
+[[nodiscard]] bool CoversNetwork(const SavedRule& rule, const TNetGateway& network, u32 prefixLength);
 [[nodiscard]] bool CoversHost(const SavedRule& rule, const TNetGateway& host);
+
+// Whether an entry of the whitelist does.
+[[nodiscard]] bool IsAllowed(const Filter& filter, const TNetGateway& host);
 
 }  // namespace tessel::ctl

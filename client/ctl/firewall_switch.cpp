@@ -1,30 +1,20 @@
 // Enabling and disabling a list. Both empty one, and a whitelist shuts out whoever is not on it.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iostream>
 
-#include "client/ctl/firewall_rules.h"
-#include "client/ctl/guard.h"
+#include "client/ctl/confirm.h"
+#include "client/ctl/firewall_missing.h"
+#include "client/ctl/firewall_readback.h"
+#include "client/ctl/firewall_session.h"
 #include "client/ctl/handlers.h"
-#include "client/ctl/kernel.h"
 #include "client/ctl/next_hop.h"
+#include "client/ctl/note.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
 
 namespace {
-
-// The kernel's rules of the families asked for.
-std::vector<Filter> Filters(const Options& options) {
-    std::vector<Filter> filters;
-    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-        if (HasFamily(options, family)) filters.push_back(ReadFilter(family));
-    }
-    return filters;
-}
 
 int TypeOf(std::string_view list, const Options& options) {
     const int first = list == kWhitelist ? TESSEL_FILTER_WHITE_IPV4 : TESSEL_FILTER_BLACK_IPV4;
@@ -39,138 +29,145 @@ int TypeOf(std::string_view list, const Options& options) {
     }
 }
 
-bool IsCovered(const Filter& filter, const TNetGateway& host) {
-    const auto entries = filter.Entries(kWhitelist);
-    return std::any_of(entries.begin(), entries.end(), [&](const SavedRule& rule) { return CoversHost(rule, host); });
-}
-
-// What else a whitelist without rules for established connections shuts out.
-std::vector<std::string> MissingEntries(const std::vector<Filter>& filters) {
-    std::vector<std::string> missing;
+// The session needs an entry before its list is enabled.
+std::optional<Failure> WhyNotListed(const std::vector<Filter>& filters, const Options& options) {
+    const auto session = GuardedSession(options);
+    if (!session || MayCutSession(options)) return std::nullopt;
     for (const Filter& filter : filters) {
-        std::ifstream file("/etc/resolv.conf");
-        for (std::string word; file >> word;) {
-            if (word != "nameserver" || !(file >> word)) continue;
-            const auto server = ParseHost(word);
-            if (server && server->wSinFamily == filter.family && !IsCovered(filter, *server)) {
-                missing.push_back("DNS " + word);
-            }
-        }
-        if (filter.family == TESSEL_FAMILY_INET6 && !IsCovered(filter, *ParseHost("fe80::1"))) {
-            missing.emplace_back("IPv6 neighbours (fe80::/10 and their global addresses)");
-        }
-    }
-    return missing;
-}
-
-std::string ShutOutText(const std::vector<Filter>& filters) {
-    const auto missing = MissingEntries(filters);
-    std::string text =
-        "answers to the device's own connections are dropped unless their senders are listed (NTP, DNS, DHCP)";
-    if (!missing.empty()) text += fmt::format("; missing: {}", fmt::join(missing, ", "));
-    return text;
-}
-
-std::optional<Failure> WhyShutOut(const std::vector<Filter>& filters, const Options& options) {
-    const auto peer = SessionPeer();
-    if (!peer || MayCutSession(options)) return std::nullopt;
-    for (const Filter& filter : filters) {
-        if (filter.family != peer->wSinFamily || IsCovered(filter, *peer)) continue;
-        const std::string host = HostText(*peer);
-        return Refused("not sent", fmt::format("your session comes from {} and no whitelist entry covers it.\n"
+        const TNetGateway& peer = session->peer;
+        if (filter.family != peer.wSinFamily || IsAllowed(filter, peer)) continue;
+        const std::string why = filter.problem.empty()
+                                    ? "no whitelist entry covers it"
+                                    : "whether a whitelist entry covers it cannot be told: " + filter.problem;
+        return Refused("not sent", fmt::format("{} and {}.\n"
                                                "  add it:       tesselctl firewall allow {}/{}\n"
-                                               "  or do it:     --force\n  Beside that, {}.",
-                                               host, host, peer->wSinFamily == TESSEL_FAMILY_INET ? 32 : 128,
-                                               ShutOutText(filters)));
+                                               "  or do it:     --force\n  Beside that, {}",
+                                               session->text, why, HostText(peer),
+                                               peer.wSinFamily == TESSEL_FAMILY_INET ? 32 : 128, ShutOutText(filters)));
     }
     return std::nullopt;
 }
 
-// Its entries are lost: somebody has to have agreed.
-std::optional<Failure> AgreeToEmpty(const std::string& asked, const std::vector<Filter>& filters, std::string_view list,
-                                    const Options& options) {
+std::string EntriesText(const std::vector<Filter>& filters, std::string_view list) {
     std::size_t count = 0;
-    for (const Filter& filter : filters) {
-        if (!filter.problem.empty() && !options.yes && !options.dryRun) {
-            return Refused(asked, fmt::format("the {} is emptied, and what it has cannot be told: {} (--yes does it)",
-                                              list, filter.problem));
-        }
+    for (const Filter& filter : filters)
         count += filter.Entries(list).size();
-    }
-    if (count == 0 || options.yes || options.dryRun) return std::nullopt;
-    const std::string loss = fmt::format("{} {} of the {}", count, count == 1 ? "entry" : "entries", list);
-    if (isatty(STDIN_FILENO) == 0) return Refused(asked, loss + " would be deleted (--yes does it)");
-    std::cerr << fmt::format("Delete {}? [y/N] ", loss) << std::flush;
-    std::string answer;
-    std::getline(std::cin, answer);
-    if (answer == "y" || answer == "Y" || answer == "yes") return std::nullopt;
-    return Refused(asked, "not sent");
+    return count == 0 ? "" : fmt::format("{} {} of the {}", count, count == 1 ? "entry" : "entries", list);
 }
 
-std::string MissingChain(const std::vector<Filter>& filters, std::string_view list) {
-    for (const Filter& filter : filters) {
-        if (filter.problem.empty() && !filter.HasChain(list)) {
-            return fmt::format("there is no {} chain \"{}\" (tesselctl firewall chain add {})",
-                               FamilyName(static_cast<u32>(filter.family)), list, list);
-        }
-    }
-    return "";
-}
-
-std::string WhyNotDisabled(const std::vector<Filter>& filters, std::string_view list) {
-    const std::string missing = MissingChain(filters, list);
-    const bool isOff = std::any_of(filters.begin(), filters.end(), [&](const Filter& filter) {
-        return filter.problem.empty() && !filter.IsHooked(list);
+// What is not as it should be once a list is in force, or no longer.
+std::string EnableFault(const Filter& filter, std::string_view list) {
+    const std::string_view other = list == kWhitelist ? kBlacklist : kWhitelist;
+    if (!filter.IsHooked(list)) return fmt::format("INPUT does not jump to the {}", list);
+    if (filter.IsHooked(other)) return fmt::format("INPUT still jumps to the {}", other);
+    if (!filter.Entries(other).empty()) return fmt::format("the {} still has entries", other);
+    const bool isClosed = std::any_of(filter.rules.begin(), filter.rules.end(), [](const SavedRule& rule) {
+        return rule.chain == kWhitelist && rule.text == "-j DROP";
     });
-    return missing.empty() && isOff ? fmt::format("the {} is not enabled for every family asked for", list) : missing;
+    return list == kWhitelist && !isClosed ? "the whitelist does not end in a rule that drops the rest" : "";
 }
 
-Outcome Switched(const Invocation& invocation, std::string_view list, bool isOn, const std::string& asked) {
-    Outcome outcome;
-    if (!ForeignKernel().empty()) {
-        outcome.notes.emplace_back("not read back: the daemon has another network");
-    } else {
-        for (const Filter& filter : Filters(invocation.options)) {
-            if (filter.problem.empty() && filter.IsHooked(list) != isOn) {
-                return NotApplied(asked, fmt::format("answered success, but INPUT {} to the {}",
-                                                     isOn ? "does not jump" : "still jumps", list));
-            }
-        }
+std::string DisableFault(const Filter& filter, std::string_view list) {
+    if (filter.IsHooked(list)) return fmt::format("INPUT still jumps to the {}", list);
+    return filter.Entries(list).empty() ? "" : fmt::format("the {} still has entries", list);
+}
+
+std::string WhyNotDisabled(const Filter& filter, std::string_view list) {
+    std::string missing = MissingChain(filter, list);
+    if (!missing.empty() || filter.IsHooked(list)) return missing;
+    return fmt::format("the {} is not enabled for {}", list, FamilyName(static_cast<u32>(filter.family)));
+}
+
+struct Switch {
+    std::string list;
+    bool isOn;
+    std::string asked;
+    std::vector<Filter> before;
+    std::string emptied;  // the list that loses its entries
+};
+
+Switch SwitchOf(const Invocation& invocation, bool isOn) {
+    const std::string list = invocation.words.Get("LIST");
+    const std::string_view other = list == kWhitelist ? kBlacklist : kWhitelist;
+    return {.list = list,
+            .isOn = isOn,
+            .asked = fmt::format("firewall {} {}", isOn ? "enable" : "disable", list),
+            .before = ReadFilters(invocation.options),
+            .emptied = isOn ? std::string(other) : list};
+}
+
+// A blacklist whose entries were made before may cover the session.
+std::optional<Failure> WhyDenied(const Switch& change, const Options& options) {
+    for (const Filter& filter : change.before) {
+        Filter planned = filter;
+        SavedRule jump;
+        jump.chain = "INPUT";
+        jump.words = {"-j", change.list};
+        planned.rules.insert(planned.rules.begin(), jump);
+        if (auto failure = WhyShutOut(change.asked, filter, planned, options)) return failure;
     }
+    return std::nullopt;
+}
+
+// The entries are lost: somebody has to have agreed.
+std::optional<Failure> AgreeToEmpty(const Switch& change, const Options& options) {
+    for (const Filter& filter : change.before) {
+        if (filter.problem.empty()) continue;
+        const std::string what =
+            fmt::format("the {}, whose entries cannot be told: {}", change.emptied, filter.problem);
+        return Agree(change.asked, "Empty " + what, "this would empty " + what, options);
+    }
+    const std::string entries = EntriesText(change.before, change.emptied);
+    if (entries.empty()) return std::nullopt;
+    return Agree(change.asked, "Delete " + entries, entries + " would be deleted", options);
+}
+
+Outcome Finish(const Switch& change, int error, const Options& options) {
+    const std::string entries = EntriesText(change.before, change.emptied);
+    Outcome outcome;
+    if (error == kPlanned) {
+        if (!entries.empty()) outcome.notes.push_back(entries + " would be deleted");
+        return outcome;
+    }
+    outcome = ReadBack(
+        change.asked, error, options,
+        [&](const Filter& filter) {
+            return change.isOn ? EnableFault(filter, change.list) : DisableFault(filter, change.list);
+        },
+        [&](const Filter& filter) {
+            return change.isOn ? MissingChain(filter, change.list) : WhyNotDisabled(filter, change.list);
+        });
+    if (outcome.failure) return outcome;
     outcome.document = {
-        {"list", list}, {"enabled", isOn}, {"family", FamilyName(static_cast<u32>(FamilyOf(invocation.options)))}};
-    outcome.done = fmt::format("{}   {}", list, isOn ? "enabled" : "disabled");
+        {"list", change.list}, {"enabled", change.isOn}, {"family", FamilyName(static_cast<u32>(FamilyOf(options)))}};
+    outcome.done = fmt::format("{}   {}", change.list, change.isOn ? "enabled" : "disabled");
+    if (!entries.empty()) outcome.done += fmt::format(" ({} deleted)", entries);
     return outcome;
 }
 
 }  // namespace
 
 Outcome FirewallEnable(const Invocation& invocation) {
-    const std::string list = invocation.words.Get("LIST");
-    const std::string asked = "firewall enable " + list;
-    const bool isWhite = list == kWhitelist;
-    const auto filters = Filters(invocation.options);
-    if (isWhite) {
-        if (auto failure = WhyShutOut(filters, invocation.options)) return std::move(*failure);
+    const Options& options = invocation.options;
+    const Switch change = SwitchOf(invocation, true);
+    const bool isWhite = change.list == kWhitelist;
+    if (!isWhite) {
+        if (auto failure = WhyDenied(change, options)) return std::move(*failure);
+    } else {
+        if (auto failure = WhyNotListed(change.before, options)) return std::move(*failure);
+        // Told before somebody is asked, and before it is too late.
+        if (!options.dryRun) ShowNote(ShutOutText(change.before), options, invocation.err);
     }
-    if (auto failure = AgreeToEmpty(asked, filters, isWhite ? kBlacklist : kWhitelist, invocation.options)) {
-        return std::move(*failure);
-    }
-    const int error = tessel_filter_enable(TypeOf(list, invocation.options));
-    if (error != TESSEL_OK && error != kPlanned) return CallFailed(asked, error, MissingChain(filters, list));
-    Outcome outcome = error == kPlanned ? Outcome() : Switched(invocation, list, true, asked);
-    if (isWhite) outcome.notes.push_back(ShutOutText(filters));
+    if (auto failure = AgreeToEmpty(change, options)) return std::move(*failure);
+    Outcome outcome = Finish(change, tessel_filter_enable(TypeOf(change.list, options)), options);
+    if (isWhite && options.dryRun) outcome.notes.push_back(ShutOutText(change.before));
     return outcome;
 }
 
 Outcome FirewallDisable(const Invocation& invocation) {
-    const std::string list = invocation.words.Get("LIST");
-    const std::string asked = "firewall disable " + list;
-    const auto filters = Filters(invocation.options);
-    if (auto failure = AgreeToEmpty(asked, filters, list, invocation.options)) return std::move(*failure);
-    const int error = tessel_filter_disable(TypeOf(list, invocation.options));
-    if (error != TESSEL_OK) return CallFailed(asked, error, WhyNotDisabled(filters, list));
-    return Switched(invocation, list, false, asked);
+    const Switch change = SwitchOf(invocation, false);
+    if (auto failure = AgreeToEmpty(change, invocation.options)) return std::move(*failure);
+    return Finish(change, tessel_filter_disable(TypeOf(change.list, invocation.options)), invocation.options);
 }
 
 }  // namespace tessel::ctl

@@ -41,6 +41,8 @@ Outcome FirewallIcmp(const Invocation& invocation);
 Outcome FirewallPort(const Invocation& invocation);
 Outcome FirewallSave(const Invocation& invocation);
 Outcome FirewallRestore(const Invocation& invocation);
+Outcome FirewallExport(const Invocation& invocation);
+Outcome FirewallImport(const Invocation& invocation);
 Outcome ArpShow(const Invocation& invocation);
 Outcome ArpAdd(const Invocation& invocation);
 Outcome ArpDel(const Invocation& invocation);

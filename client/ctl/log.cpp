@@ -5,8 +5,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <iostream>
 
+#include "client/ctl/confirm.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/values.h"
 #include "client/libtessel.h"
@@ -36,16 +36,9 @@ std::optional<u32> ParseLevel(const std::string& word) {
 // Opening empties the file: somebody has to have agreed.
 std::optional<Failure> AgreeToTruncate(const std::string& asked, const std::string& path, const Options& options) {
     struct stat status {};
-    if (options.yes || options.dryRun || stat(path.c_str(), &status) != 0 || status.st_size == 0) return std::nullopt;
-    if (isatty(STDIN_FILENO) == 0) {
-        return Refused(asked,
-                       fmt::format("the file has {} bytes and would be emptied (--yes does it)", status.st_size));
-    }
-    std::cerr << fmt::format("Empty {} ({} bytes)? [y/N] ", path, status.st_size) << std::flush;
-    std::string answer;
-    std::getline(std::cin, answer);
-    if (answer == "y" || answer == "Y" || answer == "yes") return std::nullopt;
-    return Refused(asked, "not sent");
+    if (stat(path.c_str(), &status) != 0 || status.st_size == 0) return std::nullopt;
+    return Agree(asked, fmt::format("Empty {} ({} bytes)", path, status.st_size),
+                 fmt::format("the file has {} bytes and would be emptied", status.st_size), options);
 }
 
 // Seen through the daemon's own root directory, which may be another.

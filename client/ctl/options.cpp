@@ -8,6 +8,7 @@
 // Takes seconds to compile: included here only.
 #include <fmt/format.h>
 
+#include "client/ctl/next_hop.h"
 #include "tessel/ipc.h"
 #include <CLI/CLI.hpp>
 
@@ -50,6 +51,9 @@ void Declare(CLI::App& app, Raw& raw) {
         ->type_name("WHEN");
     app.add_flag("-y,--yes", options.yes, "do not ask");
     app.add_flag("--force", options.force, "do it even if it ends the session it is typed in");
+    app.add_option("--protect", options.protect, "firewall: do not shut out this host, instead of the SSH client")
+        ->check([](const std::string& word) { return ParseHost(word) ? "" : word + " is no address"; })
+        ->type_name("A");
     app.add_flag("--take", options.take, "listen in the place of a program that does already");
     app.add_flag("--kernel", options.kernel, "add what the kernel knows and the daemon does not tell");
     app.add_option("--reply", raw.replyBytes, "bytes of the reply to \"raw\"; 0: wait for none")

@@ -25,6 +25,7 @@ struct Options {
     std::string colour = "auto";
     bool yes = false;
     bool force = false;
+    std::string protect;  // an address, checked
     bool take = false;
     bool kernel = false;
     bool help = false;

@@ -1,8 +1,8 @@
 #include "client/ctl/tool_output.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,7 +33,31 @@ std::string ReadAll(int fd) {
     return text;
 }
 
-int Spawn(const std::vector<std::string>& words, int outputFd, pid_t& child) {
+// A file without a name that holds `text`, to be read from its start. Unlike a pipe it takes any amount at once.
+UniqueFd Holding(std::string_view text) {
+    UniqueFd file(memfd_create("text", MFD_CLOEXEC));
+    while (file.IsOpen() && !text.empty()) {
+        const ssize_t count = write(file.Get(), text.data(), text.size());
+        if (count <= 0) return UniqueFd();
+        text.remove_prefix(static_cast<std::size_t>(count));
+    }
+    lseek(file.Get(), 0, SEEK_SET);
+    return file;
+}
+
+std::string TextOfFile(const UniqueFd& file) {
+    lseek(file.Get(), 0, SEEK_SET);
+    return ReadAll(file.Get());
+}
+
+// The first line, where the tools tell what is wrong; the next ones advise to read their manual.
+std::string ProblemOf(const std::string& name, const std::string& errors) {
+    const std::string line = errors.substr(0, errors.find('\n'));
+    if (line.empty()) return name + " failed";
+    return line.starts_with(name) ? line : name + ": " + line;
+}
+
+int Spawn(const std::vector<std::string>& words, const std::array<int, 3>& streams, pid_t& child) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
     for (const std::string& word : words)
@@ -41,8 +65,8 @@ int Spawn(const std::vector<std::string>& words, int outputFd, pid_t& child) {
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, outputFd, STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    for (int i = 0; i < static_cast<int>(streams.size()); ++i)
+        posix_spawn_file_actions_adddup2(&actions, streams[static_cast<std::size_t>(i)], i);
     const int error = posix_spawnp(&child, FindProgram(words[0]).c_str(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     return error;
@@ -50,28 +74,25 @@ int Spawn(const std::vector<std::string>& words, int outputFd, pid_t& child) {
 
 }  // namespace
 
-CapturedTool CaptureTool(const std::vector<std::string>& words) {
+CapturedTool CaptureTool(const std::vector<std::string>& words, std::string_view input) {
     CapturedTool result;
-    std::array<int, 2> ends;
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    const UniqueFd in = Holding(input);
+    const UniqueFd out = Holding("");
+    const UniqueFd err = Holding("");
+    if (!in.IsOpen() || !out.IsOpen() || !err.IsOpen()) {
         result.problem = strerror(errno);
         return result;
     }
-    const UniqueFd reader(ends[0]);
-    UniqueFd writer(ends[1]);
     pid_t child = 0;
-    const int error = Spawn(words, writer.Get(), child);
+    const int error = Spawn(words, {in.Get(), out.Get(), err.Get()}, child);
     if (error != 0) {
         result.problem = fmt::format("{}: {}", words[0], strerror(error));
         return result;
     }
-    writer.Reset();
-    result.text = ReadAll(reader.Get());
     int status = 0;
     result.isDone = waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    if (!result.isDone) {
-        result.problem = fmt::format("{} failed{}", words[0], geteuid() == 0 ? "" : " (only root can read the rules)");
-    }
+    result.text = TextOfFile(out);
+    if (!result.isDone) result.problem = ProblemOf(words[0], TextOfFile(err));
     return result;
 }
 

@@ -11,6 +11,7 @@
 #include "client/ctl/kernel.h"
 #include "client/ctl/messages.h"
 #include "client/ctl/next_hop.h"
+#include "client/ctl/port_list.h"
 #include "tessel/ipc.h"
 
 namespace tessel::ctl {
@@ -72,19 +73,17 @@ std::optional<std::string> CheckRange(const std::string& word) {
     return fmt::format("\"{}\" is no range, such as 192.168.1.10-192.168.1.20", word);
 }
 
-// A comma between two; "1000:2000" is a range. The kernel's xt_multiport takes 15 numbers, two for a range.
+// The kernel's xt_multiport takes 15 numbers, two for a range. Neither end of a range is left out.
 std::optional<std::string> CheckPorts(const std::string& word) {
-    constexpr u32 kPortMax = 65535;
     constexpr std::size_t kNumbersMax = 15;
+    const auto ports = ParsePorts(word);
     std::size_t count = 0;
-    bool isGood = !word.empty() && std::isdigit(static_cast<unsigned char>(word.back())) != 0;
-    for (std::size_t start = 0; isGood && start < word.size(); ++count) {
-        const std::size_t end = std::min(word.find_first_of(",:", start), word.size());
-        const std::string number = word.substr(start, end - start);
-        isGood = !number.starts_with("0x") && ParseNumber(number).value_or(kPortMax + 1) <= kPortMax;
-        start = end + 1;
-    }
-    if (isGood && count <= kNumbersMax) return std::nullopt;
+    for (const auto& [first, last] : ports.value_or(PortList()))
+        count += first == last ? 1 : 2;
+    const bool isClosed = word.find_first_not_of("0123456789,:") == std::string::npos && !word.starts_with(':') &&
+                          !word.ends_with(':') && word.find(":,") == std::string::npos &&
+                          word.find(",:") == std::string::npos;
+    if (ports && isClosed && count <= kNumbersMax) return std::nullopt;
     return fmt::format("\"{}\" is no list of at most 15 ports, such as 80,443", word);
 }
 

@@ -5,10 +5,7 @@
 
 #include "addr/address_api.h"
 #include "addr/mac_api.h"
-#include "firewall/arp_api.h"
-#include "firewall/chain_api.h"
-#include "firewall/filter_list_api.h"
-#include "firewall/rule_file_api.h"
+#include "firewall/firewall_api.h"
 #include "probe/conflict_api.h"
 #include "route/gateway_api.h"
 #include "route/mtu_api.h"

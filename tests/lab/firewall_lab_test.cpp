@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/daemon.h"
+#include "tests/support/far.h"
 #include "tests/support/files.h"
 #include "tests/support/firewall.h"
 
@@ -43,10 +44,10 @@ std::string Logged(std::string rule, const char* prefix) {
 
 // Two addresses of the second host, and the device between them.
 void ConnectHosts() {
-    ASSERT_EQ(Run("ip addr add 10.0.0.1/24 dev eth0 && ip addr add 2001:db8::1/64 dev eth0 nodad && "
-                  "ip -n far addr add 10.0.0.2/24 dev far0 && ip -n far addr add 10.0.0.3/24 dev far0 && "
-                  "ip -n far addr add 2001:db8::2/64 dev far0 nodad"),
-              0);
+    RunOnDevice(
+        "ip addr add 10.0.0.1/24 dev eth0 && ip addr add 2001:db8::1/64 dev eth0 nodad && "
+        "ip -n far addr add 10.0.0.2/24 dev far0 && ip -n far addr add 10.0.0.3/24 dev far0 && "
+        "ip -n far addr add 2001:db8::2/64 dev far0 nodad");
 }
 
 // True when the device's answer to a TCP connection, a refusal, comes back to the second host.
@@ -140,6 +141,81 @@ TEST(FirewallLab, BlackListEchoRequestsAndPorts) {
     // These tools take no file name behind a ">" that no shell has read.
     EXPECT_EQ(RequestStatus(0x1008, Number(3) + "/tmp/rules"), -1);
     EXPECT_THAT(Lines("ls /tmp", "rules"), ElementsAre());
+}
+
+// The second host sends datagrams, to a port where nobody listens.
+void Send(const std::string& from, const std::string& to, int port, int count) {
+    std::ostringstream command;
+    command << "printf x | ip netns exec far socat -u - " << (from[0] == '[' ? "UDP6-SENDTO:" : "UDP4-SENDTO:") << to
+            << ':' << port << ",bind=" << from;
+    for (int i = 0; i < count; ++i)
+        EXPECT_EQ(Run(command.str()), 0);
+}
+
+// How many packets a rule has matched. Without its own sysctl for all of them, the kernel prints what LOG rules log in
+// the first network namespace only; in the others it counts it.
+testing::AssertionResult HasMatched(const std::string& program, const std::string& rule, int packets) {
+    std::string counted;
+    const bool isSo = Eventually(
+        [&] {
+            for (const std::string& line : Lines(program + "-save -c", "-A")) {
+                const std::size_t end = line.find("] ");
+                if (line.substr(end + 2) == rule) counted = line.substr(1, line.find(':') - 1);
+            }
+            return counted == std::to_string(packets);
+        },
+        std::chrono::seconds(2));
+    if (isSo) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << rule << " has matched [" << counted << "]";
+}
+
+TEST(FirewallLab, PacketsAreLoggedByTheRulesInTheirOrder) {
+    ConnectHosts();
+    // The addresses of a black list have no way to be found.
+    RunOnDevice("ip -n far neigh replace 2001:db8::1 lladdr 02:00:00:00:00:00 dev far0 nud permanent");
+    const Daemon daemon;
+    for (const char* chain : {"whitelist", "blacklist", "icmppacket"})
+        EXPECT_EQ(RequestStatus(0x1005, Chain(3, chain)), 0);
+    EXPECT_EQ(RequestStatus(0x1003, Number(6)), 0);
+    EXPECT_EQ(RequestStatus(0x1001, Network(3, 2, "10.0.0.3", 0, "10.0.0.9")), 0);
+    EXPECT_EQ(RequestStatus(0x1001, Network(3, 10, "2001:db8::2", 128)), 0);
+    EXPECT_EQ(RequestStatus(0x1007, Ports(1, 1, 2, 2, 1, "5000")), 0);
+    EXPECT_EQ(RequestStatus(0x1007, Ports(1, 1, 2, 2, 2, "5001")), 0);
+    Send("10.0.0.3", "10.0.0.1", 5000, 3);
+    Send("10.0.0.2", "10.0.0.1", 5000, 2);
+    Send("10.0.0.2", "10.0.0.1", 5001, 4);
+    Send("10.0.0.2", "10.0.0.1", 5002, 5);
+    Send("[2001:db8::2]", "[2001:db8::1]", 5000, 2);
+    const std::string range = "-A blacklist -m iprange --src-range 10.0.0.3-10.0.0.9";
+    const std::string port = "-A INPUT -p udp -m udp --dport ";
+    const std::string far = "-A blacklist -s 2001:db8::2/128";
+    EXPECT_TRUE(HasMatched("iptables", Logged(range, "BLACKLIST"), 3));
+    EXPECT_TRUE(HasMatched("iptables", range + " -j DROP", 3));
+    EXPECT_TRUE(HasMatched("iptables", Logged(port + "5000", "PORTFILTER"), 2)) << "accepted, and logged";
+    EXPECT_TRUE(HasMatched("iptables", port + "5000 -j RETURN", 2));
+    EXPECT_TRUE(HasMatched("iptables", Logged(port + "5001", "PORTFILTER"), 4));
+    EXPECT_TRUE(HasMatched("iptables", port + "5001 -j DROP", 4));
+    EXPECT_TRUE(HasMatched("ip6tables", Logged(far, "BLACKLISTV6"), 2));
+    EXPECT_TRUE(HasMatched("ip6tables", far + " -j DROP", 2));
+
+    // Rules that are inserted end up in front of their LOG rules.
+    EXPECT_EQ(RequestStatus(0x1006, Number(2)), 0);
+    EXPECT_FALSE(Echoes());
+    const std::string echo = "-A icmppacket -p icmp -m icmp --icmp-type 8";
+    EXPECT_TRUE(HasMatched("iptables", echo + " -j DROP", 1));
+    EXPECT_TRUE(HasMatched("iptables", Logged(echo, "ICMPPACKET"), 0));
+    EXPECT_EQ(RequestStatus(0x1002, Number(3) + "02:00:00:00:01:00"), 0);
+    Send("10.0.0.2", "10.0.0.1", 5000, 2);
+    const std::string mac = "-A blacklist -m mac --mac-source 02:00:00:00:01:00";
+    EXPECT_TRUE(HasMatched("iptables", mac + " -j DROP", 2));
+    EXPECT_TRUE(HasMatched("iptables", Logged(mac, "MACFILTER"), 0));
+
+    EXPECT_EQ(RequestStatus(0x1003, Number(1)), 0);
+    EXPECT_EQ(RequestStatus(0x1001, Network(1, 2, "10.0.0.2", 32)), 0);
+    Send("10.0.0.2", "10.0.0.1", 5002, 2);
+    Send("10.0.0.3", "10.0.0.1", 5002, 3);
+    EXPECT_TRUE(HasMatched("iptables", "-A whitelist -s 10.0.0.2/32 -j RETURN", 2));
+    EXPECT_TRUE(HasMatched("iptables", "-A whitelist -j DROP", 3));
 }
 
 TEST(FirewallLab, ArpEntriesReachTheKernel) {

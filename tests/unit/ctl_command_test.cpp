@@ -50,6 +50,7 @@ TEST(Tool, EveryCommandAnswersInStrictJson) {
 }
 
 TEST(Tool, ADryRunSendsNothing) {
+    tessel::test::WriteFile("/tmp/rules", tessel::test::kNoRules);
     FakeDaemon daemon(&DeviceAnswer);
     for (const std::string& example : Examples()) {
         EXPECT_EQ(RunLine(example + " -n").status, 0) << example;

@@ -19,6 +19,8 @@ using tessel::ctl::KernelRoutes;
 using tessel::test::DeviceAnswer;
 using tessel::test::FailingAnswer;
 using tessel::test::FakeDaemon;
+using tessel::test::IdleAnswer;
+using tessel::test::Prepare;
 using tessel::test::RunInSandbox;
 using tessel::test::RunLine;
 using tessel::test::SeenRequest;
@@ -27,11 +29,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
-
-void Prepare(std::initializer_list<const char*> lines) {
-    for (const char* line : lines)
-        ASSERT_TRUE(RunInSandbox(line)) << line;
-}
 
 // Every test starts from the same kernel, whether or not it has a sandbox of its own.
 class Routes : public testing::Test {
@@ -49,11 +46,6 @@ std::vector<std::string> Texts(int family, u32 table) {
     for (const auto& route : KernelRoutes(family, table))
         texts.push_back(RouteText(route) + (route.isLearnt ? " learnt" : ""));
     return texts;
-}
-
-// Answers success and does nothing.
-std::string IdleAnswer(const SeenRequest&) {
-    return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
 }
 
 TEST_F(Routes, OfTheKernelAreReadFromItsOwnWords) {

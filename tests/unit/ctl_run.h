@@ -1,10 +1,13 @@
 // Lines for the tool, and a daemon that answers them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -70,29 +73,68 @@ inline std::string CarryOut(const SeenRequest& request) {
     return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
 }
 
-// The same for the firewall's lists, whose lines depend on what is there.
-inline std::string CarryOutList(const SeenRequest& request) {
-    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
-    const auto entry = ctl::FindMessage(request.type)->describeRequest(bytes);
+// The lines that the daemon runs in the end for a request that changes one family's rules.
+inline std::vector<std::string> RuleLines(u32 code, const nlohmann::ordered_json& request, bool isInet6) {
     const auto word = [&](const char* option, const char* key) {
-        return entry.contains(key) && entry[key].is_string() ? option + entry[key].get<std::string>() : "";
+        return request.contains(key) && request[key].is_string() ? option + request[key].get<std::string>() : "";
     };
+    const std::string operation = request.contains("change") && request["change"] == "add" ? "-I " : "-D ";
+    const std::string list = word("", "list");
+    std::vector<std::string> lines;
+    switch (code) {
+        case TESSEL_CMD_CHAIN_ADD:
+            lines = {"-N " + word("", "chain")};
+            if (word("", "chain") == "icmppacket") lines.emplace_back("-I INPUT -j icmppacket");
+            return lines;
+        case TESSEL_CMD_FILTER_ENABLE:
+            (void)RunInSandbox(std::string(isInet6 ? "ip6tables" : "iptables") + " -D INPUT -j " +
+                               (list == "whitelist" ? "blacklist" : "whitelist"));
+            lines = {"-F " + std::string(list == "whitelist" ? "blacklist" : "whitelist"), "-I INPUT -j " + list};
+            if (list == "whitelist") lines.emplace_back("-A whitelist -j DROP");
+            return lines;
+        case TESSEL_CMD_ICMP_FILTER:
+            return {"-F icmppacket", std::string("-I icmppacket ") +
+                                         (isInet6 ? "-p icmpv6 --icmpv6-type 128" : "-p icmp --icmp-type 8") + " -j " +
+                                         (request["echo"] == "allow" ? "RETURN" : "DROP")};
+        case TESSEL_CMD_PORT_FILTER:
+            for (const std::string protocol : {"tcp", "udp"}) {
+                if (request["protocol"].is_string() && request["protocol"] != protocol) continue;
+                lines.push_back((operation == "-I " ? "-A " : "-D ") +
+                                std::string(request["direction"] == "in" ? "INPUT" : "OUTPUT") + " -p " + protocol +
+                                " -m multiport" + word(" --", "kind") + word(" ", "ports") + " -j " +
+                                (request["action"] == "drop" ? "DROP" : "RETURN"));
+            }
+            return lines;
+        default:
+            return {operation + list + word(" -s ", "source") + word(" -m iprange --src-range ", "range") +
+                    word(" -s ", "address") + (request.contains("address") ? "/32" : "") +
+                    word(" -m mac --mac-source ", "mac") + word(" -j ", "target")};
+    }
+}
+
+// The same for the packet filter, whose lines depend on what is there.
+inline std::string CarryOutRules(const SeenRequest& request) {
+    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
+    const auto described = ctl::FindMessage(request.type)->describeRequest(bytes);
     bool isDone = true;
     for (const std::string family : {"inet", "inet6"}) {
-        if (entry.contains("family") && entry["family"] != family && entry["family"] != "both") continue;
-        const std::string tool = family == "inet" ? "iptables" : "ip6tables";
-        const std::string rule = word(" -s ", "source") + word(" -m iprange --src-range ", "range") +
-                                 word(" -s ", "address") + (entry.contains("address") ? "/32" : "") +
-                                 word(" -m mac --mac-source ", "mac") + word(" -j ", "target");
-        const bool isSwitch = request.type == TESSEL_CMD_FILTER_ENABLE;
-        isDone &= RunInSandbox(isSwitch ? tool + " -I INPUT" + word(" -j ", "list")
-                                        : tool + (entry["change"] == "add" ? " -I" : " -D") + word(" ", "list") + rule);
+        if (described.contains("family") && described["family"] != family && described["family"] != "both") continue;
+        for (const std::string& line : RuleLines(request.type, described, family == "inet6"))
+            isDone &= RunInSandbox((family == "inet6" ? "ip6tables " : "iptables ") + line);
     }
     return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
 }
 
+inline void Prepare(std::initializer_list<const char*> lines) {
+    for (const char* line : lines)
+        ASSERT_TRUE(RunInSandbox(line)) << line;
+}
+
+constexpr char kNoRules[] = "# Generated by iptables-save\n*filter\n:INPUT ACCEPT [0:0]\nCOMMIT\n";
+
 // What the examples of the commands stand on.
 inline void PrepareKernel() {
+    WriteFile("/tmp/rules", kNoRules);
     for (const char* line :
          {"ip addr add 192.168.1.20/24 dev eth0", "ip rule add from 192.168.2.0/24 table 100", "iptables -N whitelist",
           "iptables -N blacklist", "ip6tables -N whitelist", "ip6tables -N blacklist"})
@@ -161,13 +203,21 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
         case TESSEL_CMD_MAC_FILTER:
         case TESSEL_CMD_IP_AND_MAC_FILTER:
         case TESSEL_CMD_FILTER_ENABLE:
-            return CarryOutList(request);
+        case TESSEL_CMD_CHAIN_ADD:
+        case TESSEL_CMD_ICMP_FILTER:
+        case TESSEL_CMD_PORT_FILTER:
+            return CarryOutRules(request);
         case TESSEL_CMD_LOG_FILE:
             WriteFile("/tmp/tessel_daemon.log", "");
             [[fallthrough]];
         default:
             return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
     }
+}
+
+// Answers success and does nothing.
+inline std::string IdleAnswer(const SeenRequest&) {
+    return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
 }
 
 inline std::string FailingAnswer(const SeenRequest& request) {

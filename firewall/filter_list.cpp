@@ -89,19 +89,16 @@ i32 IpFilterListManage(u32 operation, const TNetIpFilter& entry) {
     const Operation* found = FindOperation(operation);
     if (found == nullptr) return -1;
     const u16 family = entry.tStart.wSinFamily;
-    if (family != TESSEL_FAMILY_INET && family != TESSEL_FAMILY_INET6) {
-        TESSEL_ERR("IpFilterListManage wSinFamily %d is invalid!", family);
-        CommandLine none{};  // fails, and the log shows it like every line that fails
-        return tessel::RunLine(none, tessel::kCommandFailed);
-    }
+    const bool isKnown = family == TESSEL_FAMILY_INET || family == TESSEL_FAMILY_INET6;
     const ListKind& list = kIpLists[family == TESSEL_FAMILY_INET6 ? 1 : 0];
-    CommandLine match;
-    CommandLine line;
-    if (!ComposeIpMatch(match, entry)) return -1;
+    CommandLine match{};
+    CommandLine line{};  // stays empty for a family that is none: it then fails, and is logged, like any other
+    if (!isKnown) TESSEL_ERR("IpFilterListManage wSinFamily %d is invalid!", family);
+    if (isKnown && !ComposeIpMatch(match, entry)) return -1;
     const Rule rule{list.program, found->ipWord, found->chain, match.text, found->target};
-    if (!tessel::ComposeRule(line, rule)) return -1;
+    if (isKnown && !tessel::ComposeRule(line, rule)) return -1;
     TESSEL_PRT("achCmdBuf: %s , del flag :%d", line.text, strcmp(rule.operation, "-D") == 0 ? 1 : 0);
-    return Manage(list, *found, rule);
+    return isKnown ? Manage(list, *found, rule) : tessel::RunLine(line, tessel::kCommandFailed);
 }
 
 i32 MacFilterListManage(u32 operation, const char* mac) {

@@ -99,7 +99,7 @@ void AddWarnings(Outcome& outcome, const Filter& filter, const std::vector<Saved
 void AddFilter(Outcome& outcome, const Filter& filter, const Options& options) {
     const std::string family = FamilyName(static_cast<u32>(filter.family));
     const bool isWhite = filter.IsHooked(kWhitelist);
-    const std::string list(isWhite ? kWhitelist : filter.IsHooked(kBlacklist) ? kBlacklist : "");
+    const std::string_view list = filter.HookedList();
     std::vector<SavedRule> entries = filter.Entries(kWhitelist);
     const auto denied = filter.Entries(kBlacklist);
     entries.insert(entries.end(), denied.begin(), denied.end());
@@ -113,7 +113,7 @@ void AddFilter(Outcome& outcome, const Filter& filter, const Options& options) {
                                 {"ports", RulesJson(ports)},
                                 {"session", session}});
     outcome.table.rows.push_back({{family},
-                                  {list.empty() ? "off" : list + " on"},
+                                  {list.empty() ? "off" : fmt::format("{} on", list)},
                                   {fmt::format("policy {}, echo requests {}", filter.Policy(),
                                                DropsEcho(filter) ? "dropped" : "not dropped by the firewall")}});
     AddRules(outcome, family, entries);

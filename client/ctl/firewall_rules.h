@@ -39,6 +39,10 @@ struct Filter {
     }
     // Whether INPUT jumps there.
     [[nodiscard]] bool IsHooked(std::string_view chain) const;
+    // The list that decides; empty: none.
+    [[nodiscard]] std::string_view HookedList() const {
+        return IsHooked(kWhitelist) ? kWhitelist : IsHooked(kBlacklist) ? kBlacklist : std::string_view();
+    }
     // What somebody put into a list: neither its loopback rule, nor its last one, nor those that only log.
     [[nodiscard]] std::vector<SavedRule> Entries(std::string_view list) const;
     // What becomes of packets that no rule of INPUT decides about: "ACCEPT" or "DROP".

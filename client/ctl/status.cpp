@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "client/ctl/addresses.h"
+#include "client/ctl/firewall_rules.h"
 #include "client/ctl/gateways.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/kernel.h"
@@ -125,6 +126,25 @@ void AddLink(const KernelLink& link, bool askDaemon, Outcome& outcome) {
                                               {"gateways", UplinkJson(uplinks)}});
 }
 
+// Which list each family's packets pass. Left out where it cannot be read, as by anybody but root.
+void AddFirewall(Outcome& outcome) {
+    std::string text;
+    ordered_json families = ordered_json::array();
+    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
+        const Filter filter = ReadFilter(family);
+        if (!filter.problem.empty()) return;
+        const std::string_view list = filter.HookedList();
+        const std::string name = FamilyName(static_cast<u32>(family));
+        const std::size_t entries = list.empty() ? 0 : filter.Entries(list).size();
+        text += fmt::format("{}{} ", text.empty() ? "" : "   ", name);
+        text += list.empty() ? "off" : fmt::format("{} on ({} {})", list, entries, entries == 1 ? "entry" : "entries");
+        families.push_back(
+            {{"family", name}, {"list", list.empty() ? ordered_json() : ordered_json(list)}, {"entries", entries}});
+    }
+    outcome.table.rows.push_back({{"firewall"}, {}, {text}});
+    outcome.document["firewall"] = std::move(families);
+}
+
 }  // namespace
 
 Outcome Status(const Invocation& invocation) {
@@ -150,6 +170,8 @@ Outcome Status(const Invocation& invocation) {
     for (const KernelLink& link : KernelLinks()) {
         if (!named || link.name == *named) AddLink(link, askDaemon, outcome);
     }
+    outcome.document["firewall"] = ordered_json::array();
+    if (!named && facts.sharesOurNetwork != false) AddFirewall(outcome);
     return outcome;
 }
 

@@ -25,7 +25,8 @@ UniqueFd OpenNetlink(int protocol, u32 portId, u32 groups, CallSite where) {
 
 const nlmsghdr* NextMessage(std::span<const u8>& bytes) {
     if (bytes.size() < sizeof(nlmsghdr)) return nullptr;
-    const auto* const message = reinterpret_cast<const nlmsghdr*>(bytes.data());
+    // Past `void`, as compilers for processors with alignment warn of the direct way: the caller sees to it.
+    const auto* const message = static_cast<const nlmsghdr*>(static_cast<const void*>(bytes.data()));
     if (message->nlmsg_len < sizeof(nlmsghdr) || message->nlmsg_len > bytes.size()) return nullptr;
     bytes = bytes.subspan(std::min<std::size_t>(NLMSG_ALIGN(message->nlmsg_len), bytes.size()));
     return message;

@@ -159,10 +159,10 @@ TEST(Netlink, RoutesOfRandomBytesAreSurvived) {
         std::vector<u8> bytes;
         Append(bytes, RTM_NEWROUTE, payload);
         std::span<const u8> rest(bytes);
-        ProcessRtMsg(tessel::NextMessage(rest));
+        const nlmsghdr* const message = tessel::NextMessage(rest);
+        ProcessRtMsg(message);
         const rtattr* table[RTA_TABLE + 2];
-        const auto* const message = reinterpret_cast<const nlmsghdr*>(bytes.data());
-        ParseRtAttr(table, RTA_TABLE + 1, reinterpret_cast<const rtattr*>(bytes.data() + sizeof(nlmsghdr)),
+        ParseRtAttr(table, RTA_TABLE + 1, static_cast<const rtattr*>(NLMSG_DATA(message)),
                     static_cast<i32>(message->nlmsg_len - sizeof(nlmsghdr)));
     }
 }

@@ -1,0 +1,114 @@
+// Recorded requests get the recorded replies, byte for byte, from the daemon of every processor and every build.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "core/ipc.h"
+#include "core/startup/command_table.h"
+#include "tests/support/daemon.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+namespace {
+
+constexpr std::size_t kRunBytes = 6;  // so many equal bytes are written as one with their number
+
+std::string Hex(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        char pair[3];
+        snprintf(pair, sizeof(pair), "%02x", static_cast<unsigned char>(byte));
+        text += pair;
+    }
+    return text;
+}
+
+// As in wire.txt: "65746830 00*12 02".
+std::string TextOf(std::string_view bytes) {
+    std::string text;
+    std::size_t from = 0;
+    for (std::size_t at = 0; at < bytes.size();) {
+        const std::size_t end = std::min(bytes.find_first_not_of(bytes[at], at), bytes.size());
+        if (end - at >= kRunBytes) {
+            if (at > from) text += Hex(bytes.substr(from, at - from)) + ' ';
+            text += Hex(bytes.substr(at, 1)) + '*' + std::to_string(end - at) + ' ';
+            from = end;
+        }
+        at = end;
+    }
+    text += Hex(bytes.substr(from));
+    if (text.ends_with(' ')) text.pop_back();
+    return text;
+}
+
+std::string BytesOf(std::istream& text) {
+    std::string bytes;
+    for (std::string word; text >> word;) {
+        const std::size_t star = word.find('*');
+        if (star != std::string::npos) {
+            bytes.append(std::stoul(word.substr(star + 1)),
+                         static_cast<char>(std::stoul(word.substr(0, star), nullptr, 16)));
+            continue;
+        }
+        for (std::size_t at = 0; at < word.size(); at += 2)
+            bytes += static_cast<char>(std::stoul(word.substr(at, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+void AnswerQueries(StandInTools& tools) {
+    tools.Answer("ip -4 addr show dev eth0", "    inet 10.1.2.3/8 brd 10.255.255.255 scope global eth0\n");
+    tools.Answer("ip -6 addr show dev eth0",
+                 "    inet6 2001:db8::65/64 scope global dynamic\n    inet6 fe80::1/64 scope link tentative\n");
+    tools.Answer("ip addr show dev eth0",
+                 "2: eth0: <UP> mtu 1400 qdisc\n    link/ether 00:11:22:33:44:55 brd\n    inet6 fe80::1/64 scope "
+                 "link\n    inet 10.1.2.3/8 scope global eth0\n");
+    tools.Answer("ip -4 route show dev eth0 default", "default via 192.168.1.1 metric 10 \n");
+    tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
+    tools.Answer("ip -4 route show", "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5\n");
+    tools.Answer("ip -6 route show", "2001:db8::5 via fe80::1 dev eth0 metric 1024 pref medium\n");
+    tools.Answer("killall -9 nobody", "nobody: no process found\n", 1);
+}
+
+// A line is a command code and a payload; the line behind it, "=", the answer's header and its payload, or nothing when
+// the daemon closed without an answer. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test alone.
+TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
+    StandInTools tools({"ip", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
+                        "iptables-restore", "ip6tables-restore"});
+    AnswerQueries(tools);
+    const Daemon daemon;
+    const std::string recorded = ReadFile(TESSEL_WIRE_FILE);
+    std::istringstream lines(recorded);
+    std::string replayed;
+    std::set<u32> codes;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with('=')) continue;
+        replayed += line + '\n';
+        if (line.empty() || line.starts_with('#')) continue;
+        std::istringstream request(line);
+        u32 code = 0;
+        request >> std::hex >> code;
+        const std::string payload = BytesOf(request);
+        const auto answer = SendRaw(code, static_cast<i32>(payload.size()), payload);
+        ASSERT_TRUE(answer.has_value()) << line;
+        replayed += '=';
+        const std::size_t head = std::min(sizeof(IpcMsgHead), answer->size());
+        for (const std::string& part : {answer->substr(0, head), answer->substr(head)})
+            replayed += part.empty() ? "" : ' ' + TextOf(part);
+        replayed += '\n';
+        codes.insert(code);
+    }
+    for (const CommandRow& row : ServedCommands())
+        EXPECT_EQ(codes.count(row.type), 1U) << "no request of command 0x" << std::hex << row.type;
+    if (getenv("TESSEL_RECORD_WIRE") != nullptr) WriteFile(TESSEL_WIRE_FILE, replayed);
+    EXPECT_EQ(replayed, recorded);
+}
+
+}  // namespace
+}  // namespace tessel::test

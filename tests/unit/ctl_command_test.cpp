@@ -83,7 +83,8 @@ TEST(Tool, StatusShowsUplinksAndFirewall) {
     const auto gateways = ordered_json::parse(RunLine("status eth0 -j").out)["interfaces"][0]["gateways"];
     EXPECT_EQ(gateways[0]["gateway"], "192.168.1.1");
     EXPECT_EQ(gateways[0]["metric"], nullptr) << "the kernel has no such route";
-    RunInSandbox("iptables -N whitelist; iptables -A whitelist -s 10.0.0.1 -j RETURN; iptables -I INPUT -j whitelist");
+    tessel::test::RunInSandbox(
+        "iptables -N whitelist; iptables -A whitelist -s 10.0.0.1 -j RETURN; iptables -I INPUT -j whitelist");
     EXPECT_THAT(RunLine("status").out, HasSubstr("inet whitelist on (1 entry)   inet6 off\n"));
     EXPECT_EQ(ordered_json::parse(RunLine("status -j").out)["firewall"][0]["entries"], 1);
 }

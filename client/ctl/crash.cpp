@@ -1,11 +1,13 @@
 // The daemon's crash reports, from their files: no daemon is needed.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <span>
 
 #include "client/ctl/crash_report.h"
 #include "client/ctl/crash_symbols.h"
@@ -73,6 +75,15 @@ ordered_json Document(const FoundReport& found) {
             {"frames", std::move(frames)}};
 }
 
+// A few in a row, below the frames.
+void AddRegisters(const std::vector<std::string>& registers, Table& table) {
+    constexpr std::size_t kInARow = 3;
+    for (std::size_t i = 0; i < registers.size(); i += kInARow) {
+        const std::span row = std::span(registers).subspan(i, std::min(kInARow, registers.size() - i));
+        table.rows.push_back({{i == 0 ? "registers" : ""}, {fmt::format("{}", fmt::join(row, "  "))}});
+    }
+}
+
 }  // namespace
 
 Outcome CrashList(const Invocation&) {
@@ -124,6 +135,7 @@ Outcome CrashShow(const Invocation& invocation) {
                                       {FileName(frame.module)},
                                       {frame.address, Style::kDim}});
     }
+    AddRegisters(report.registers, outcome.table);
     return outcome;
 }
 

@@ -58,14 +58,15 @@ TEST(Commands, ReadAddressesThroughTheIpTool) {
 
     TNetIpaddrGetReply expected{};
     const std::string both = *Request(0x115, AddressesOf(11, "eth0"));
+    const TNetIpAddr first = {.dwScope = 4,
+                              .wSinFamily = 2,
+                              .wReserved = 0,
+                              .abyAddr = {10, 1, 2, 3},
+                              .dwPrefixLen = 8,
+                              .bTentative = 0,
+                              .bDynamic = 0};
     expected.tIfaceIp.dwNum = 2;
-    expected.tIfaceIp.atIp[0] = {.dwScope = 4,
-                                 .wSinFamily = 2,
-                                 .wReserved = 0,
-                                 .abyAddr = {10, 1, 2, 3},
-                                 .dwPrefixLen = 8,
-                                 .bTentative = 0,
-                                 .bDynamic = 0};
+    expected.tIfaceIp.atIp[0] = first;
     expected.tIfaceIp.atIp[1] = {.dwScope = 2,
                                  .wSinFamily = 10,
                                  .wReserved = 0,
@@ -78,13 +79,7 @@ TEST(Commands, ReadAddressesThroughTheIpTool) {
     expected = {};
     expected.nResult = -1;
     expected.tIfaceIp.dwNum = 1;
-    expected.tIfaceIp.atIp[0] = {.dwScope = 4,
-                                 .wSinFamily = 2,
-                                 .wReserved = 0,
-                                 .abyAddr = {10, 1, 2, 3},
-                                 .dwPrefixLen = 8,
-                                 .bTentative = 0,
-                                 .bDynamic = 0};
+    expected.tIfaceIp.atIp[0] = first;
     EXPECT_EQ(*Request(0x115, AddressesOf(2, "half")), Bytes(expected)) << "what was read before the failure stays";
 }
 

@@ -76,8 +76,8 @@ void AnswerQueries(StandInTools& tools) {
     tools.Answer("killall -9 nobody", "nobody: no process found\n", 1);
 }
 
-// A line is a command code and a payload; the line behind it, "=", the answer's header and its payload, or nothing when
-// the daemon closed without an answer. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test alone.
+// A line is a command code, a payload, "=", and the answer's header and payload, or nothing when the daemon closed
+// without an answer. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test alone.
 TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
     StandInTools tools({"ip", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
                         "iptables-restore", "ip6tables-restore"});
@@ -88,21 +88,22 @@ TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
     std::string replayed;
     std::set<u32> codes;
     for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with('=')) continue;
-        replayed += line + '\n';
-        if (line.empty() || line.starts_with('#')) continue;
-        std::istringstream request(line);
-        u32 code = 0;
-        request >> std::hex >> code;
-        const std::string payload = BytesOf(request);
-        const auto answer = SendRaw(code, static_cast<i32>(payload.size()), payload);
-        ASSERT_TRUE(answer.has_value()) << line;
-        replayed += '=';
-        const std::size_t head = std::min(sizeof(IpcMsgHead), answer->size());
-        for (const std::string& part : {answer->substr(0, head), answer->substr(head)})
-            replayed += part.empty() ? "" : ' ' + TextOf(part);
+        const std::string asked = line.substr(0, line.find(" ="));
+        replayed += asked;
+        if (!asked.empty() && asked[0] != '#') {
+            std::istringstream request(asked);
+            u32 code = 0;
+            request >> std::hex >> code;
+            const std::string payload = BytesOf(request);
+            const auto answer = SendRaw(code, static_cast<i32>(payload.size()), payload);
+            ASSERT_TRUE(answer.has_value()) << asked;
+            replayed += " =";
+            const std::size_t head = std::min(sizeof(IpcMsgHead), answer->size());
+            for (const std::string& part : {answer->substr(0, head), answer->substr(head)})
+                replayed += part.empty() ? "" : ' ' + TextOf(part);
+            codes.insert(code);
+        }
         replayed += '\n';
-        codes.insert(code);
     }
     for (const CommandRow& row : ServedCommands())
         EXPECT_EQ(codes.count(row.type), 1U) << "no request of command 0x" << std::hex << row.type;

@@ -73,6 +73,6 @@ CrashOfAWorker() {
         HasInOrder "$(FunctionsOf "$method")" crash:ioctl ListInterfaces RebuildNetdevTable NetlinkInitThread
     done
     HasInOrder "$(tesselctl crash show)" 'signal 11 (Segmentation fault)' TesselSysNetlin \
-        'ioctl + 0x' 'tessel::RebuildNetdevTable() + 0x' 'NetlinkInitThread(void*) + 0x'
+        'ioctl + 0x' 'tessel::RebuildNetdevTable() + 0x' 'NetlinkInitThread(void*) + 0x' 'registers  PC:0x'
     Same "$(tesselctl -g signal crash list)" 11
 }

@@ -9,6 +9,8 @@ namespace detail {
 
 template auto thousands_sep_impl<char>(locale_ref) -> thousands_sep_result<char>;
 template auto decimal_point_impl<char>(locale_ref) -> char;
+template auto locale_ref::get<std::locale>() const -> std::locale;
+template auto dragonbox::to_decimal(double x) noexcept -> dragonbox::decimal_fp<double>;
 template void buffer<char>::append(const char*, const char*);
 template void vformat_to(buffer<char>&, basic_string_view<char>, basic_format_args<FMT_BUFFER_CONTEXT(char)>,
                          locale_ref);

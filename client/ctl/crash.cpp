@@ -57,10 +57,6 @@ std::string PlaceText(const CrashFrame& frame) {
     return name.empty() ? frame.address : fmt::format("{} + {}", name, frame.offset);
 }
 
-std::string FileName(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 ordered_json Document(const FoundReport& found) {
     const CrashReport& report = found.report;
     ordered_json frames = ordered_json::array();
@@ -132,7 +128,7 @@ Outcome CrashShow(const Invocation& invocation) {
     for (const CrashFrame& frame : report.frames) {
         outcome.table.rows.push_back({{fmt::format("#{}", outcome.table.rows.size())},
                                       {PlaceText(frame)},
-                                      {FileName(frame.module)},
+                                      {frame.ModuleName()},
                                       {frame.address, Style::kDim}});
     }
     AddRegisters(report.registers, outcome.table);

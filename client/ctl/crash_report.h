@@ -12,6 +12,11 @@ struct CrashFrame {
     std::string function;  // empty where the module has no symbols
     std::string offset;    // into the function, or into the module
     std::string address;
+
+    // The module without its directory.
+    [[nodiscard]] std::string ModuleName() const {
+        return module.substr(module.rfind('/') + 1);
+    }
 };
 
 // What a report was cut short of is empty.

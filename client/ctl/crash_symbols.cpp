@@ -97,9 +97,8 @@ std::vector<std::string> AddSymbols(const std::string& directory, std::vector<Cr
     std::vector<std::string> withoutFile;
     for (CrashFrame& frame : frames) {
         if (!frame.function.empty() || frame.module.empty()) continue;
-        const std::string name = frame.module.substr(frame.module.rfind('/') + 1);
         const SymbolFile whole(fmt::format("{}/{}", directory, frame.module));
-        const SymbolFile flat(fmt::format("{}/{}", directory, name));
+        const SymbolFile flat(fmt::format("{}/{}", directory, frame.ModuleName()));
         const SymbolFile& file = whole.IsElf() ? whole : flat;
         if (file.IsElf()) {
             NameFunction(file, &frame != &frames.front(), frame);

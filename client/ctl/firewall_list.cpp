@@ -25,12 +25,6 @@ struct ListEntry {
     SavedRule rule;             // as the kernel's tools show it
 };
 
-AddressBytes BytesOf(const u8 (&address)[16]) {
-    AddressBytes bytes;
-    memcpy(bytes.data(), address, bytes.size());
-    return bytes;
-}
-
 void AddSource(ListEntry& entry, int family, const AddressBytes& address, u32 prefixLength) {
     entry.families = {family};
     const std::string source = SourceText(family, address, prefixLength);
@@ -82,8 +76,8 @@ bool IsSame(const SavedRule& rule, const ListEntry& entry) {
            ParseMac(rule.Get("--mac-source")) == entry.mac;
 }
 
-bool IsFor(const ListEntry& entry, const Filter& filter) {
-    return std::find(entry.families.begin(), entry.families.end(), filter.family) != entry.families.end();
+bool IsFor(const ListEntry& entry, int family) {
+    return std::find(entry.families.begin(), entry.families.end(), family) != entry.families.end();
 }
 
 bool HasEntry(const Filter& filter, std::string_view list, const ListEntry& entry) {
@@ -97,12 +91,12 @@ Outcome Change(const Invocation& invocation, const ListEntry& entry, std::string
     const int addition = isWhite ? TESSEL_LIST_WHITE_ADD : TESSEL_LIST_BLACK_ADD;
     const int deletion = isWhite ? TESSEL_LIST_WHITE_DEL : TESSEL_LIST_BLACK_DEL;
     const auto fault = [&](const Filter& filter) -> std::string {
-        if (!IsFor(entry, filter) || HasEntry(filter, list, entry) == isAdd) return "";
+        if (!IsFor(entry, filter.family) || HasEntry(filter, list, entry) == isAdd) return "";
         return fmt::format("the {} {} {}", FamilyName(static_cast<u32>(filter.family)), list,
                            isAdd ? "has no such entry" : "still has such an entry");
     };
     const auto cause = [&](const Filter& filter) -> std::string {
-        if (!IsFor(entry, filter)) return "";
+        if (!IsFor(entry, filter.family)) return "";
         const std::string missing = MissingChain(filter, list);
         const bool isAbsent = missing.empty() && !isAdd && !HasEntry(filter, list, entry);
         return isAbsent ? "there is no such entry" : missing;
@@ -129,9 +123,7 @@ std::optional<Mac> NeighbourMac(const TNetGateway& host) {
 }
 
 bool Covers(const ListEntry& entry, const TNetGateway& peer) {
-    const bool isFamily =
-        std::find(entry.families.begin(), entry.families.end(), peer.wSinFamily) != entry.families.end();
-    if (!isFamily || !CoversHost(entry.rule, peer)) return false;
+    if (!IsFor(entry, peer.wSinFamily) || !CoversHost(entry.rule, peer)) return false;
     if (!entry.mac) return true;
     const auto mac = NeighbourMac(peer);
     // Not known: the very address may be meant, an IPv6 network around it hardly.
@@ -143,7 +135,8 @@ std::optional<Failure> WhyNeeded(const std::string& asked, const ListEntry& entr
     const auto session = GuardedSession(options);
     if (!session || MayCutSession(options)) return std::nullopt;
     Filter filter = ReadFilter(session->peer.wSinFamily);
-    if (!IsFor(entry, filter) || !filter.IsHooked(kWhitelist) || !IsAllowed(filter, session->peer)) return std::nullopt;
+    if (!IsFor(entry, filter.family) || !filter.IsHooked(kWhitelist) || !IsAllowed(filter, session->peer))
+        return std::nullopt;
     const auto deleted = std::find_if(filter.rules.begin(), filter.rules.end(), [&](const SavedRule& rule) {
         return rule.chain == kWhitelist && rule.Get("-j") == "RETURN" && IsSame(rule, entry);
     });

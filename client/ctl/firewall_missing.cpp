@@ -101,10 +101,8 @@ class Missing {
             return CoversNetwork(rule, network.address, network.prefixLength);
         });
         if (isListed || network.address.wSinFamily != filter_.family) return;
-        AddressBytes bytes;
-        memcpy(bytes.data(), network.address.abyAddr, bytes.size());
-        const std::string line = fmt::format("\n  tesselctl firewall allow {}   for {}",
-                                             SourceText(filter_.family, bytes, network.prefixLength), network.what);
+        const std::string source = SourceText(filter_.family, BytesOf(network.address.abyAddr), network.prefixLength);
+        const std::string line = fmt::format("\n  tesselctl firewall allow {}   for {}", source, network.what);
         if (text_.find(line) == std::string::npos) text_ += line;
     }
     [[nodiscard]] const std::string& Text() const {
@@ -120,13 +118,12 @@ class Missing {
 }  // namespace
 
 std::string ShutOutText(const std::vector<Filter>& filters) {
-    constexpr u32 kInetBits = 32;
-    constexpr u32 kInet6Bits = 128;
+    const std::vector<Sender> senders = Senders();
     std::string lines;
     for (const Filter& filter : filters) {
         Missing missing(filter);
-        for (const Sender& sender : Senders())
-            missing.Look({sender.what, sender.host, filter.family == TESSEL_FAMILY_INET ? kInetBits : kInet6Bits});
+        for (const Sender& sender : senders)
+            missing.Look({sender.what, sender.host, HostBits(filter.family)});
         if (filter.family == TESSEL_FAMILY_INET6) {
             for (const Network& network : NeighbourNetworks())
                 missing.Look(network);
@@ -134,8 +131,7 @@ std::string ShutOutText(const std::vector<Filter>& filters) {
         lines += missing.Text();
     }
     return "answers to the device's own connections are dropped unless their senders are listed (NTP, DNS, DHCP): "
-           "there "
-           "is no rule for established connections" +
+           "there is no rule for established connections" +
            (lines.empty() ? "" : ". Missing:" + lines);
 }
 

@@ -14,9 +14,6 @@ namespace tessel::ctl {
 
 namespace {
 
-constexpr u32 kInetBits = 32;
-constexpr u32 kInet6Bits = 128;
-
 // "-A whitelist -s 192.168.1.0/24 -j RETURN"; in front of it, packets and bytes: "[12:3456]".
 std::optional<SavedRule> ParseRule(std::string_view line) {
     SavedRule rule;
@@ -31,12 +28,6 @@ std::optional<SavedRule> ParseRule(std::string_view line) {
     line.remove_prefix(std::min(line.find(rule.chain) + rule.chain.size() + 1, line.size()));
     rule.text = line;
     return rule;
-}
-
-AddressBytes BytesOf(const TNetGateway& host) {
-    AddressBytes bytes;
-    memcpy(bytes.data(), host.abyAddr, bytes.size());
-    return bytes;
 }
 
 AddressBytes LastOf(AddressBytes network, u32 prefixLength, u32 bits) {
@@ -115,9 +106,16 @@ Filter ParseFilter(std::string_view text, int family) {
     return filter;
 }
 
+std::string SaveToolOf(int family) {
+    return family == TESSEL_FAMILY_INET6 ? "ip6tables-save" : "iptables-save";
+}
+
+std::string RestoreToolOf(int family) {
+    return family == TESSEL_FAMILY_INET6 ? "ip6tables-restore" : "iptables-restore";
+}
+
 Filter ReadFilter(int family) {
-    const char* program = family == TESSEL_FAMILY_INET6 ? "ip6tables-save" : "iptables-save";
-    const CapturedTool tool = CaptureTool({program, "-c", "-t", "filter"});
+    const CapturedTool tool = CaptureTool({SaveToolOf(family), "-c", "-t", "filter"});
     Filter filter = ParseFilter(tool.text, family);
     filter.problem = tool.problem;
     return filter;
@@ -144,6 +142,16 @@ std::string MissingChain(const Filter& filter, std::string_view chain) {
                        FamilyName(static_cast<u32>(filter.family)), chain, chain);
 }
 
+AddressBytes BytesOf(const u8 (&address)[16]) {
+    AddressBytes bytes;
+    memcpy(bytes.data(), address, bytes.size());
+    return bytes;
+}
+
+u32 HostBits(int family) {
+    return family == TESSEL_FAMILY_INET ? 32 : 128;
+}
+
 std::string SourceText(int family, const AddressBytes& address, u32 prefixLength) {
     if (prefixLength == 0) return "";
     const AddressBytes network = NetworkAddress(address, prefixLength);
@@ -155,13 +163,12 @@ std::string SourceText(int family, const AddressBytes& address, u32 prefixLength
 bool CoversNetwork(const SavedRule& rule, const TNetGateway& network, u32 prefixLength) {
     const bool isNegated = std::find(rule.words.begin(), rule.words.end(), "!") != rule.words.end();
     if (isNegated || !rule.Get("--mac-source").empty()) return false;
-    const u32 bits = network.wSinFamily == TESSEL_FAMILY_INET ? kInetBits : kInet6Bits;
-    const AddressBytes first = NetworkAddress(BytesOf(network), prefixLength);
+    const AddressBytes first = NetworkAddress(BytesOf(network.abyAddr), prefixLength);
     const std::string range = rule.Get("--src-range");
     if (!range.empty()) {
         const auto ends = ParseRange(range);
-        return ends && ends->first.wSinFamily == network.wSinFamily && BytesOf(ends->first) <= first &&
-               LastOf(first, prefixLength, bits) <= BytesOf(ends->second);
+        return ends && ends->first.wSinFamily == network.wSinFamily && BytesOf(ends->first.abyAddr) <= first &&
+               LastOf(first, prefixLength, HostBits(network.wSinFamily)) <= BytesOf(ends->second.abyAddr);
     }
     const std::string source = rule.Get("-s");
     if (source.empty()) return true;
@@ -171,7 +178,7 @@ bool CoversNetwork(const SavedRule& rule, const TNetGateway& network, u32 prefix
 }
 
 bool CoversHost(const SavedRule& rule, const TNetGateway& host) {
-    return CoversNetwork(rule, host, host.wSinFamily == TESSEL_FAMILY_INET ? kInetBits : kInet6Bits);
+    return CoversNetwork(rule, host, HostBits(host.wSinFamily));
 }
 
 bool IsAllowed(const Filter& filter, const TNetGateway& host) {

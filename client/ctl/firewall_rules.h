@@ -55,6 +55,10 @@ struct Filter {
 // The table "filter" in the output of iptables-save, with or without -c.
 [[nodiscard]] Filter ParseFilter(std::string_view text, int family);
 
+// "iptables-save", "ip6tables-restore".
+[[nodiscard]] std::string SaveToolOf(int family);
+[[nodiscard]] std::string RestoreToolOf(int family);
+
 [[nodiscard]] Filter ReadFilter(int family);
 
 // Those of the families that -4 and -6 ask for.
@@ -63,6 +67,12 @@ struct Filter {
 
 // "there is no inet chain "x" (tesselctl firewall chain add x)"; empty: there is one, or that cannot be told.
 [[nodiscard]] std::string MissingChain(const Filter& filter, std::string_view chain);
+
+// An address as records carry it.
+[[nodiscard]] AddressBytes BytesOf(const u8 (&address)[16]);
+
+// The prefix length that stands for one host.
+[[nodiscard]] u32 HostBits(int family);
 
 // "192.168.1.0/24", as the tools show it; empty for every address.
 [[nodiscard]] std::string SourceText(int family, const AddressBytes& address, u32 prefixLength);

@@ -42,8 +42,8 @@ std::optional<Failure> WhyNotListed(const std::vector<Filter>& filters, const Op
         return Refused("not sent", fmt::format("{} and {}.\n"
                                                "  add it:       tesselctl firewall allow {}/{}\n"
                                                "  or do it:     --force\n  Beside that, {}",
-                                               session->text, why, HostText(peer),
-                                               peer.wSinFamily == TESSEL_FAMILY_INET ? 32 : 128, ShutOutText(filters)));
+                                               session->text, why, HostText(peer), HostBits(peer.wSinFamily),
+                                               ShutOutText(filters)));
     }
     return std::nullopt;
 }

@@ -162,14 +162,6 @@ std::string RenderRuleFile(const std::map<int, std::string>& saved) {
     return text + fmt::format("{}\n", kLastLine);
 }
 
-std::string SaveToolOf(int family) {
-    return family == TESSEL_FAMILY_INET6 ? "ip6tables-save" : "iptables-save";
-}
-
-std::string RestoreToolOf(int family) {
-    return family == TESSEL_FAMILY_INET6 ? "ip6tables-restore" : "iptables-restore";
-}
-
 FileText ReadRuleFile(const std::string& path) {
     // Not waiting for the other end of a pipe.
     const UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));

@@ -32,10 +32,6 @@ struct RuleFile {
 // What the save tools printed for these families, as a file.
 [[nodiscard]] std::string RenderRuleFile(const std::map<int, std::string>& saved);
 
-// "iptables-save", "ip6tables-restore".
-[[nodiscard]] std::string SaveToolOf(int family);
-[[nodiscard]] std::string RestoreToolOf(int family);
-
 // The whole of a plain file of moderate size, or why it is none.
 struct FileText {
     std::string problem;

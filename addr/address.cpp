@@ -6,14 +6,13 @@
 #include "addr/address_text.h"
 #include "core/exec.h"
 #include "core/log.h"
-#include "core/netif.h"
+#include "core/text.h"
 
 using tessel::AddressFamily;
 using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
-using tessel::IsInterfaceWord;
-using tessel::kToolOutputBytes;
+using tessel::IsLineWord;
 using tessel::ToolOutput;
 
 namespace {
@@ -24,7 +23,7 @@ constexpr char kShowV6[] = "ip ip -6 addr show dev %s";
 constexpr char kShowBoth[] = "ip ip addr show dev %s";
 
 bool HaveArguments(const char* interfaceName, const TNetIfaceIp* list, CallSite where) {
-    if (interfaceName != nullptr && list != nullptr) return IsInterfaceWord(interfaceName, where);
+    if (interfaceName != nullptr && list != nullptr) return IsLineWord(interfaceName, where);
     TESSEL_ERR_AT(where, "pchIfaceName or ptNetIfaceIp is NULL!");
     return false;
 }
@@ -34,7 +33,7 @@ i32 AppendFromTool(CommandLine& command, const AddressFamily& family, bool markT
                    CallSite where) {
     TESSEL_DBG_AT(where, "%s cmd : %s", where.function, command.text);
     ToolOutput output;
-    const i32 result = TesselExecCmdAndGetOutput(command.text, sizeof(command.text), output.text, kToolOutputBytes);
+    const i32 result = tessel::Run(command, output);
     if (result != 0) {
         // The two families report in different words.
         if (family.family == TESSEL_FAMILY_INET) {
@@ -99,26 +98,18 @@ i32 IpaddrGetEx(const char* pchIfaceName, u16 wSinFamily, TNetIfaceIp* ptNetIfac
 }
 
 i32 ipaddr_show_filter(const char* interfaceName, ipaddr_show_info* info) {
-    if (!IsInterfaceWord(interfaceName, CallSite::Current())) return -1;
+    if (!IsLineWord(interfaceName, CallSite::Current())) return -1;
     CommandLine command;
     if (!ComposeCommand(command, kShowBoth, interfaceName)) return -1;
-    const CommandLine asComposed = command;  // for the log: running cuts it into words
-    TESSEL_DBG("%s", asComposed.text);
-
-    char* argv[tessel::kCommandWordsMax + 1];
-    if (TesselBufToArgv(command.text, argv, tessel::kCommandWordsMax, sizeof(command.text), ' ') != 0) {
-        TESSEL_ERR("%s", asComposed.text);
-        return -1;
-    }
+    TESSEL_DBG("%s", command.text);
     ToolOutput output;
-    i32 outputBytes = 0;
-    const i32 status = TesselExecShellPrcPipe(argv[0], argv + 1, output.text, kToolOutputBytes, &outputBytes);
-    if (status == 0 && outputBytes == 0) {
+    const i32 status = tessel::RunForStatus(command, &output);
+    if (status == 0 && output.length == 0) {
         TESSEL_ERR("don't find any information!");
         return -1;
     }
     if (status != 0 || !tessel::ReadShowInfo(output.text, *info)) {
-        TESSEL_ERR("%s", asComposed.text);
+        TESSEL_ERR("%s", command.text);
         TESSEL_ERR("%s", output.text);
         return -1;
     }

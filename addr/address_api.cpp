@@ -22,7 +22,7 @@ i32 Change(int fd, u32 type, const void* payload, i32 size, AddressOperation ope
     const TNetIpAddr entry = request.tIp;
     const i32 result = operation(FieldText(request.achDevName).Get(), &entry);
     if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return ApiReplyStatus(fd, type, result, where);
+    return ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 }  // namespace

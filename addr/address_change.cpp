@@ -8,7 +8,6 @@
 #include "addr/address.h"
 #include "core/exec.h"
 #include "core/log.h"
-#include "core/netif.h"
 #include "core/text.h"
 
 using tessel::CallSite;
@@ -32,17 +31,17 @@ i32 ChangeAddress(const char* interfaceName, const TNetIpAddr& entry, u16 family
         TESSEL_DBG_AT(where, "the ip sinfamiy is %u", entry.wSinFamily);
         return -1;
     }
-    if (!tessel::IsInterfaceWord(interfaceName, where)) return -1;
+    if (!tessel::IsLineWord(interfaceName, where)) return -1;
     char address[INET6_ADDRSTRLEN] = "";
     (void)inet_ntop(family, entry.abyAddr, address, sizeof(address));
-    CommandLine command;
+    CommandLine command(where);
     const char* option = family == TESSEL_FAMILY_INET ? "-4" : "-6";
     if (!ComposeCommand(command, kChange, option, action, address, entry.dwPrefixLen, interfaceName)) return -1;
-    return RunChange(command, where);
+    return RunChange(command);
 }
 
 bool IsFlushable(const char* interfaceName, CallSite where = CallSite::Current()) {
-    if (tessel::IsOneWord(interfaceName)) return true;
+    if (tessel::IsLineWord(interfaceName, where)) return true;
     TESSEL_ERR_AT(where, "the pchIfaceName is invalid!");
     return false;
 }
@@ -137,7 +136,7 @@ i32 IpaddrFlushV6(const char* pchIfaceName) {
     // An `ip` that does not know "permanent".
     if (!ComposeCommand(command, kFlushV6, pchIfaceName)) return -1;
     TESSEL_ERR("IpaddrFlushV6 achCmdBuf: %s", command.text);
-    const i32 result = ExecCmd(command.text, sizeof(command.text), 0);
+    const i32 result = tessel::Run(command);
     if (result != 0) TESSEL_ERR("ExecCmd error!");
     return result;
 }

@@ -5,12 +5,11 @@
 
 #include "core/exec.h"
 #include "core/log.h"
-#include "core/netif.h"
 #include "core/text.h"
 
 using tessel::CommandLine;
 using tessel::ComposeCommand;
-using tessel::IsInterfaceWord;
+using tessel::IsLineWord;
 
 namespace {
 
@@ -46,7 +45,7 @@ bool ReadMac(char* word, u8 (&mac)[kMacBytes], tessel::CallSite where) {
 i32 MacaddrSet(const char* pchIfaceName, const u8* pbyMac) {
     TESSEL_PRT("pchIfaceName : %s", pchIfaceName);
     CommandLine command;
-    if (!IsInterfaceWord(pchIfaceName)) return -1;
+    if (!IsLineWord(pchIfaceName)) return -1;
     if (!ComposeCommand(command, kSet, pchIfaceName, pbyMac[0], pbyMac[1], pbyMac[2], pbyMac[3], pbyMac[4],
                         pbyMac[5])) {
         return -1;
@@ -60,7 +59,7 @@ i32 MacaddrGet(const char* pchIfaceName, u8* pbyMac) {
         return -1;
     }
     CommandLine command;
-    if (!IsInterfaceWord(pchIfaceName) || !ComposeCommand(command, kShow, pchIfaceName)) return -1;
+    if (!IsLineWord(pchIfaceName) || !ComposeCommand(command, kShow, pchIfaceName)) return -1;
     TESSEL_DBG("MacaddrGet cmd : %s", command.text);
     tessel::ToolOutput output;
     if (tessel::RunReader(command, output) != 0) return -1;

@@ -26,7 +26,8 @@ i32 ApiReplyBytes(int fd, u32 type, const void* data, i32 size, CallSite where) 
     return -1;
 }
 
-i32 ApiReplyStatus(int fd, u32 type, i32 result, CallSite where) {
+i32 ApiReplyStatus(int fd, u32 type, i32 result, const char* failure, CallSite where) {
+    if (result != 0 && failure != nullptr) TESSEL_ERR_AT(where, "%s", failure);
     const TNetStatusReply reply{.nResult = result == 0 ? TESSEL_RESULT_OK : TESSEL_RESULT_FAILED};
     return ApiReply(fd, type, reply, where);
 }

@@ -2,18 +2,14 @@
 #pragma once
 
 #include <algorithm>
-#include <concepts>
 #include <cstring>
-#include <type_traits>
 
 #include "core/call_site.h"
 #include "core/types.h"
+#include "core/wire_record.h"
 #include "tessel/ipc.h"
 
 namespace tessel {
-
-template <typename T>
-concept WireRecord = std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T>;
 
 // The request record: bytes that were not sent read as zero, bytes behind the record are ignored.
 template <WireRecord Record>
@@ -47,7 +43,7 @@ i32 ApiReply(int fd, u32 type, const Record& record, CallSite where = CallSite::
     return ApiReplyBytes(fd, type, &record, sizeof(record), where);
 }
 
-// The 4-byte status: 0 for success, -1 for every failure.
-i32 ApiReplyStatus(int fd, u32 type, i32 result, CallSite where = CallSite::Current());
+// The 4-byte status: 0 for success, -1 for every failure, of which `failure` (null: nothing) is logged first.
+i32 ApiReplyStatus(int fd, u32 type, i32 result, const char* failure = nullptr, CallSite where = CallSite::Current());
 
 }  // namespace tessel

@@ -1,12 +1,12 @@
 #include "core/ipc.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -14,9 +14,13 @@
 
 #include "core/log.h"
 #include "core/unique_fd.h"
+#include "core/wait.h"
 
+using std::chrono::milliseconds;
 using tessel::CallSite;
+using tessel::Deadline;
 using tessel::UniqueFd;
+using tessel::Wait;
 
 namespace tessel {
 
@@ -34,20 +38,10 @@ namespace {
 constexpr int kBacklog = 100;
 constexpr int kFileWaitRounds = 5;
 constexpr int kConnectAttempts = 3;
-constexpr unsigned kRetrySeconds = 1;
+constexpr milliseconds kRetry = std::chrono::seconds(1);
 
-enum class Wait { kReady, kTimeout, kFailed };
-
-// Waits until `fd` is ready for `events` (or broken, which the next read or write tells).
-Wait WaitReady(int fd, short events, int timeoutMs) {
-    pollfd wanted{.fd = fd, .events = events, .revents = 0};
-    int ready = 0;
-    do {
-        ready = poll(&wanted, 1, timeoutMs);
-    } while (ready < 0 && errno == EINTR);
-    if (ready < 0) return Wait::kFailed;
-    return ready == 0 ? Wait::kTimeout : Wait::kReady;
-}
+// Of a notification: five seconds for the socket's file, three for somebody who listens there.
+constexpr int kCallbackConnectMs = 8000;
 
 // A message on its way out: header and payload, sent without being copied together.
 class OutgoingMessage {
@@ -94,11 +88,19 @@ class OutgoingMessage {
     std::size_t sent_ = 0;
 };
 
+// How long an exchange may take.
+struct Limits {
+    int connectMs = tessel::kIpcTimeoutMs;
+    int exchangeMs = tessel::kIpcTimeoutMs;  // for writing, and again for reading
+    int stopFd = -1;                         // readable: it ends at once. -1: there is none
+};
+
 // Sends the whole message. It is tried first and waited for only when the socket is full: a reply nearly always fits.
 // 0, -1 (`failure` logged, or the wait failed) or TESSEL_IPC_WRITE_TIMEOUT; writeFailed is what a failed write yields.
-i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, int timeoutMs, const char* failure, i32 writeFailed,
-                CallSite where) {
+i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, const Limits& limits, const char* failure,
+                i32 writeFailed, CallSite where) {
     OutgoingMessage message(head, data);
+    const Deadline deadline{milliseconds(limits.exchangeMs)};
     while (true) {
         switch (message.Send(fd)) {
             case OutgoingMessage::Progress::kComplete:
@@ -109,12 +111,14 @@ i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, int timeoutMs,
             case OutgoingMessage::Progress::kBlocked:
                 break;
         }
-        switch (WaitReady(fd, POLLOUT, timeoutMs)) {
+        switch (tessel::WaitReady(fd, POLLOUT, deadline, limits.stopFd)) {
             case Wait::kReady:
                 break;
             case Wait::kTimeout:
                 TESSEL_ERR_AT(where, "wait time out for writing!");
                 return TESSEL_IPC_WRITE_TIMEOUT;
+            case Wait::kStopped:
+                return TESSEL_IPC_ERROR;
             case Wait::kFailed:
                 TESSEL_ERR_AT(where, "select error");
                 return TESSEL_IPC_ERROR;
@@ -129,7 +133,7 @@ struct Exchange {
     const void* data;
     void* reply;
     i32 replySize;
-    int timeoutMs;
+    Limits limits;
     ucred* peer;
     const char* socketFailure;
     const char* connectFailure;
@@ -160,15 +164,17 @@ i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
     ReplyBuffer buffer(static_cast<std::size_t>(exchange.replySize));
     if (buffer.Get() == nullptr) {
         tessel::LogPerror(where, "XMALLOC error");
-        // The bytes that the request took stand for the failure, as everywhere positive numbers do.
+        // Like every positive result a number of bytes: those of the request.
         return static_cast<i32>(sizeof(IpcMsgHead)) + exchange.head.size;
     }
-    switch (WaitReady(fd, POLLIN, exchange.timeoutMs)) {
+    switch (tessel::WaitReady(fd, POLLIN, Deadline(milliseconds(exchange.limits.exchangeMs)), exchange.limits.stopFd)) {
         case Wait::kReady:
             break;
         case Wait::kTimeout:
             TESSEL_ERR_AT(where, "wait time out for reading!");
             return TESSEL_IPC_READ_TIMEOUT;
+        case Wait::kStopped:
+            return TESSEL_IPC_ERROR;
         case Wait::kFailed:
             TESSEL_ERR_AT(where, "select error");
             return TESSEL_IPC_ERROR;
@@ -190,10 +196,46 @@ i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
     return TESSEL_IPC_OK;
 }
 
-// connect() on a Unix socket waits for room in the listener's queue, without end unless told otherwise.
-void BoundConnectTime(int fd, int timeoutMs) {
-    const timeval bound{.tv_sec = timeoutMs / 1000, .tv_usec = static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
-    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof(bound));
+// connect() on a non-blocking socket fails while the listener's queue is full: tried again until there is room.
+bool ConnectOnce(int fd, const sockaddr_un& address, const Deadline& deadline, int stopFd) {
+    constexpr milliseconds kLongestPause(100);
+    for (milliseconds pause(1);; pause = std::min(pause * 2, kLongestPause)) {
+        if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return true;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN || deadline.HasPassed()) return false;
+        if (!tessel::SleepUntil(Deadline(std::min(pause, milliseconds(deadline.LeftMs()))), stopFd)) return false;
+    }
+}
+
+i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, CallSite where) {
+    const Deadline deadline{milliseconds(limits.connectMs)};
+    const auto pause = [&] {
+        return tessel::SleepUntil(Deadline(std::min(kRetry, milliseconds(deadline.LeftMs()))), limits.stopFd);
+    };
+    for (int round = 0; round < kFileWaitRounds && access(address.sun_path, F_OK) != 0; ++round) {
+        if (!pause()) return -1;
+    }
+    for (int attempt = 1; !ConnectOnce(fd, address, deadline, limits.stopFd); ++attempt) {
+        if (errno != ECONNREFUSED && errno != ENOENT) {
+            TESSEL_ERR_AT(where, "connect error");
+            return -1;
+        }
+        if (attempt == kConnectAttempts) {
+            TESSEL_ERR_AT(where, "connect error, do not try, will return");
+            return -1;
+        }
+        TESSEL_ERR_AT(where, "connect error, do more try");
+        if (!pause()) return -1;
+    }
+    return 0;
+}
+
+// Connects `fd` to the name. 0, or -1 with a log line unless it was stopped.
+i32 ConnectTo(int fd, const char* name, sockaddr_un& address, const Limits& limits) {
+    constexpr CallSite kWhere{"MakeAddrClient", __LINE__};
+    if (tessel::FormSocketAddress(name, address)) return ConnectWithin(fd, address, limits, kWhere);
+    TESSEL_ERR_AT(kWhere, "the name is too long!");
+    return -1;
 }
 
 void AskForPeer(int fd, ucred* peer) {
@@ -218,15 +260,13 @@ i32 SendAndReceive(const Exchange& exchange, CallSite where) {
         TESSEL_ERR_AT(where, "the send buf is too long:%d,the max capacity is %d!", size, TESSEL_PAYLOAD_MAX);
         return TESSEL_IPC_ERROR;
     }
-    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.IsOpen()) {
         tessel::LogPerror(where, exchange.socketFailure);
         return TESSEL_IPC_ERROR;
     }
-    BoundConnectTime(fd.Get(), exchange.timeoutMs);
     sockaddr_un address{};
-    socklen_t addressLength = 0;
-    if (MakeAddrClient(fd.Get(), exchange.socketName, &address, &addressLength) != 0) {
+    if (ConnectTo(fd.Get(), exchange.socketName, address, exchange.limits) != 0) {
         TESSEL_ERR_AT(where, "%s", exchange.connectFailure);
         return TESSEL_IPC_ERROR;
     }
@@ -234,9 +274,9 @@ i32 SendAndReceive(const Exchange& exchange, CallSite where) {
     TESSEL_DBG_AT(where, "%s:%d:path=%s", where.function, where.line, address.sun_path);
     TESSEL_DBG_AT(where, "%s:%d:send:0x%x:size=%d:flag=0x%x", where.function, where.line, exchange.head.type, size,
                   exchange.head.flag);
-    const i32 sent = SendMessage(fd.Get(), exchange.head, exchange.data, exchange.timeoutMs, exchange.writeFailure,
+    const i32 sent = SendMessage(fd.Get(), exchange.head, exchange.data, exchange.limits, exchange.writeFailure,
                                  TESSEL_IPC_WRITE_FAILED, where);
-    // Reported as success: callers rely on it, and tell by the untouched reply.
+    // Reported as success: callers rely on it, and know it by the untouched reply.
     if (sent == TESSEL_IPC_WRITE_TIMEOUT) return TESSEL_IPC_OK;
     if (sent != TESSEL_IPC_OK || exchange.reply == nullptr) return sent;
     return ReceiveReply(fd.Get(), exchange, where);
@@ -248,7 +288,7 @@ Exchange ApiExchange(u32 type, const void* data, i32 size, void* reply, i32 repl
             .data = data,
             .reply = reply,
             .replySize = replySize,
-            .timeoutMs = tessel::kIpcTimeoutMs,
+            .limits = {},
             .peer = nullptr,
             .socketFailure = "socket error",
             .connectFailure = "MakeAddrClient error!",
@@ -280,27 +320,8 @@ i32 MakeAddrServer(int fd, const char* name, sockaddr_un* addr, socklen_t* addrl
 }
 
 i32 MakeAddrClient(int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen) {
-    if (!tessel::FormSocketAddress(name, *addr)) {
-        TESSEL_ERR("the name is too long!");
-        return -1;
-    }
     *addrlen = sizeof(*addr);
-    for (int round = 0; round < kFileWaitRounds && access(addr->sun_path, F_OK) != 0; ++round)
-        sleep(kRetrySeconds);
-
-    for (int attempt = 1; connect(fd, reinterpret_cast<sockaddr*>(addr), *addrlen) != 0; ++attempt) {
-        if (errno != ECONNREFUSED && errno != ENOENT) {
-            TESSEL_ERR("connect error");
-            return -1;
-        }
-        if (attempt == kConnectAttempts) {
-            TESSEL_ERR("connect error, do not try, will return");
-            return -1;
-        }
-        TESSEL_ERR("connect error, do more try");
-        sleep(kRetrySeconds);
-    }
-    return 0;
+    return ConnectTo(fd, name, *addr, {});
 }
 
 i32 IpcApiSendMsg(int fd, u32 type, const void* data, i32 size, u32 flag) {
@@ -310,8 +331,7 @@ i32 IpcApiSendMsg(int fd, u32 type, const void* data, i32 size, u32 flag) {
     }
     TESSEL_DBG("%s:%d:type=%x:size=%d:flag=0x%x", __func__, __LINE__, type, size, flag);
     const IpcMsgHead head{.type = type, .size = size, .flag = flag};
-    const i32 result = SendMessage(fd, head, data, tessel::kIpcTimeoutMs, "fail to send message!", TESSEL_IPC_ERROR,
-                                   CallSite::Current());
+    const i32 result = SendMessage(fd, head, data, {}, "fail to send message!", TESSEL_IPC_ERROR, CallSite::Current());
     if (result == TESSEL_IPC_OK) TESSEL_DBG("%s:%d:tMsgHead.size=%d", __func__, __LINE__, size);
     return result;
 }
@@ -320,21 +340,38 @@ i32 IpcApiSendAndRecv(u32 type, const void* data, i32 size, void* reply, i32 rep
     return SendAndReceive(ApiExchange(type, data, size, reply, replySize), CallSite::Current());
 }
 
-i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize) {
+namespace {
+
+Exchange CallbackExchange(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize) {
     Exchange exchange = ApiExchange(type, data, size, reply, replySize);
     exchange.socketName = name;
+    exchange.limits.connectMs = kCallbackConnectMs;
     exchange.socketFailure = "socket error:";
     exchange.connectFailure = "make_addr_client error!";
     exchange.writeFailure = "fail to send message!";
-    return SendAndReceive(exchange, CallSite::Current());
+    return exchange;
+}
+
+constexpr CallSite kCallbackSite{"IpcCallbackSendAndRecv", __LINE__};
+
+}  // namespace
+
+i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize) {
+    return SendAndReceive(CallbackExchange(name, type, data, size, reply, replySize), kCallbackSite);
 }
 
 namespace tessel {
 
+i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int stopFd) {
+    Exchange exchange = CallbackExchange(name, type, data, size, nullptr, 0);
+    exchange.limits.stopFd = stopFd;
+    return SendAndReceive(exchange, kCallbackSite);
+}
+
 i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize, int timeoutMs,
                             ucred* peer) {
     Exchange exchange = ApiExchange(type, data, size, reply, replySize);
-    exchange.timeoutMs = timeoutMs;
+    exchange.limits = {.connectMs = timeoutMs, .exchangeMs = timeoutMs, .stopFd = -1};
     exchange.peer = peer;
     return SendAndReceive(exchange, CallSite::Current());
 }

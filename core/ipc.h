@@ -13,11 +13,11 @@
 #include "tessel/ipc.h"
 
 // Binds `fd` to the name, in place of any file of that name, and listens. Returns 0, or -1 when the path is too long.
-// A bind or listen that fails is only logged: accept on `fd` tells. `fd` stays the caller's in every case.
+// A bind or listen that fails is only logged: accept on `fd` then fails. `fd` stays the caller's in every case.
 i32 MakeAddrServer(int fd, const char* name, struct sockaddr_un* addr, socklen_t* addrlen);
 
 // Waits up to 5 seconds for the socket file of that name and connects `fd` to it, three times a second apart while
-// nobody listens. Returns 0 or -1.
+// nobody listens. Returns 0, or -1 with a log line.
 i32 MakeAddrClient(int fd, const char* name, struct sockaddr_un* addr, socklen_t* addrlen);
 
 // Writes one message on a connected socket, which stays open. `data` and `size` are both set or both null and 0; there
@@ -29,7 +29,7 @@ i32 IpcApiSendMsg(int fd, u32 type, const void* data, i32 size, u32 flag);
 // for the reply.
 i32 IpcApiSendAndRecv(u32 type, const void* data, i32 size, void* reply, i32 replySize);
 
-// The same to the socket `name`: a notification, when `reply` is null.
+// The same to the socket `name`: a notification, when `reply` is null. Connecting takes 8 seconds at most.
 i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize);
 
 namespace tessel {
@@ -41,7 +41,10 @@ constexpr int kIpcTimeoutMs = 60000;
 [[nodiscard]] i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize,
                                           int timeoutMs, ucred* peer);
 
-// Fills `addr` for the name. False, with a log line, when the path is too long.
+// A notification that ends, with TESSEL_IPC_ERROR, as soon as `stopFd` (-1: none) is readable.
+[[nodiscard]] i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int stopFd);
+
+// Fills `addr` for the name. False when the path is too long.
 [[nodiscard]] bool FormSocketAddress(const char* name, sockaddr_un& addr);
 
 }  // namespace tessel

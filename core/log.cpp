@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "core/log_state.h"
+#include "core/unique_fd.h"
 
 std::FILE* pLogLibFd = nullptr;
 std::FILE* pLogDaemonFd = nullptr;
@@ -157,15 +158,17 @@ bool LogWanted(LogKind kind) {
     return IsOn(kind == LogKind::kDebug ? t_debugSwitch : t_consoleSwitch);
 }
 
+// Writing is a cancellation point, and on some C libraries a thread that is cancelled there leaves its locks behind.
+// The daemon cancels nothing; an application that links the library may.
 void LogLine(LogKind kind, CallSite where, const char* format, ...) {
     const ErrnoKeeper keeper;
+    const CancellationOff guard;
     char* text = nullptr;
     va_list arguments;
     va_start(arguments, format);
     const int length = vasprintf(&text, format, arguments);
     va_end(arguments);
     if (length < 0) return;
-    // Writing is a cancellation point: the text must not be lost with a worker that is cancelled here.
     const std::unique_ptr<char, decltype(&free)> owner(text, &free);
 
     Line line{};
@@ -176,6 +179,7 @@ void LogLine(LogKind kind, CallSite where, const char* format, ...) {
 
 void LogPerror(CallSite where, const char* message) {
     const ErrnoKeeper keeper;
+    const CancellationOff guard;
     const int error = errno;
     if (!LogWanted(LogKind::kError)) return;
     Line line{};

@@ -1,11 +1,13 @@
 #include "core/log_control.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
+
+#include <utility>
 
 #include "core/log.h"
 #include "core/log_state.h"
+#include "core/regular_file.h"
 #include "core/text.h"
 #include "core/unique_fd.h"
 
@@ -30,21 +32,27 @@ struct FileRole {
     const char* defaultPath;
 };
 
+// Puts `file` in the place of the role's file, which is the caller's from then on. Closing it may take as long as its
+// disk: nobody's line waits for that.
+std::FILE* Exchange(const FileRole& role, std::FILE* file) {
+    const std::lock_guard lock(g_logFileLock);
+    return std::exchange(role.file, file);
+}
+
 void CloseLogFile(const FileRole& role) {
     role.flag.store(0, std::memory_order_relaxed);
     sleep(kCloseDelaySeconds);
-    const std::lock_guard lock(g_logFileLock);
-    if (role.file == nullptr) return;
-    fflush(role.file);
-    fsync(fileno(role.file));
-    fclose(role.file);
-    role.file = nullptr;
+    std::FILE* const file = Exchange(role, nullptr);
+    if (file == nullptr) return;
+    fflush(file);
+    fsync(fileno(file));
+    fclose(file);
 }
 
-// Creates or truncates `path`; null when that fails. No tool that the daemon runs inherits the file.
+// Creates or truncates a regular file; null when that fails. A FIFO or a device could stop whoever writes a line.
 std::FILE* OpenTruncated(const char* path) {
     constexpr mode_t kMode = 0666;
-    UniqueFd fd(open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
+    UniqueFd fd = tessel::OpenRegularFile(path, O_RDWR | O_CREAT | O_TRUNC, kMode);
     if (!fd.IsOpen()) return nullptr;
     std::FILE* file = fdopen(fd.Get(), "w+");
     if (file == nullptr) return nullptr;
@@ -66,10 +74,8 @@ i32 OpenLogFile(const FileRole& role, const char* path) {
         TESSEL_ERR("%s open fail", path);
         return -1;
     }
-    const std::lock_guard lock(g_logFileLock);
     // Left open, the previous file would be lost, and after some hundred commands no descriptor would be free.
-    if (role.file != nullptr) fclose(role.file);
-    role.file = opened;
+    if (std::FILE* const previous = Exchange(role, opened); previous != nullptr) fclose(previous);
     role.flag.store(1, std::memory_order_relaxed);
     return 0;
 }

@@ -7,14 +7,12 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "core/log.h"
-#include "core/text.h"
 #include "core/unique_fd.h"
-
-using tessel::CallSite;
 
 namespace tessel {
 
@@ -32,38 +30,46 @@ int IoctlSocket() {
     return keptSocket.load();
 }
 
-}  // namespace
-
-i32 InterfaceIoctl(unsigned long request, void* arg, CallSite where) {
+InterfaceAnswer Ask(unsigned long request, void* question, const InterfaceWords& words, CallSite where) {
     const int fd = IoctlSocket();
     if (fd < 0) {
-        LogPerror(where, "socket error");
-        return -1;
+        if (words.noSocket != nullptr) LogPerror(where, words.noSocket);
+        return InterfaceAnswer::kNoSocket;
     }
-    if (ioctl(fd, request, arg) < 0) {
-        LogPerror(where, "ioctl error");
-        return -1;
-    }
-    return 0;
+    if (ioctl(fd, request, question) >= 0) return InterfaceAnswer::kAnswered;
+    if (words.refused != nullptr) LogPerror(where, words.refused);
+    return InterfaceAnswer::kRefused;
 }
 
-bool CopyInterfaceName(char (&field)[16], const char* name) {
-    if (strlen(name) >= sizeof(field)) return false;
-    strncpy(field, name, sizeof(field));
-    return true;
+// For the helpers, whose failures are logged twice: by the ioctl and in their own name.
+i32 Query(unsigned long request, const char* ifname, ifreq& question, CallSite where = CallSite::Current()) {
+    constexpr CallSite kIoctl{"SocketIoctl", __LINE__};
+    if (AskInterface(ifname, request, question, {}, kIoctl) == InterfaceAnswer::kAnswered) return 0;
+    LogPerror(where, "ioctl error");
+    return -1;
 }
 
-bool IsInterfaceWord(const char* interfaceName, CallSite where) {
-    if (IsOneWord(interfaceName)) return true;
-    TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", interfaceName);
+}  // namespace
+
+InterfaceAnswer AskInterface(const char* name, unsigned long request, ifreq& question, const InterfaceWords& words,
+                             CallSite where) {
+    if (strlen(name) < sizeof(question.ifr_name)) {
+        memcpy(question.ifr_name, name, strlen(name) + 1);
+        return Ask(request, &question, words, where);
+    }
+    errno = ENODEV;
+    if (words.refused != nullptr) LogPerror(where, words.refused);
+    return InterfaceAnswer::kRefused;
+}
+
+bool IsInterfaceName(const char* name, CallSite where) {
+    const std::size_t length = strlen(name);
+    if (length > 0 && length < IFNAMSIZ && name[0] != '-' && strpbrk(name, "/: \t\n\v\f\r") == nullptr &&
+        strcmp(name, ".") != 0 && strcmp(name, "..") != 0) {
+        return true;
+    }
+    TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", name);
     return false;
-}
-
-InterfaceQuery AskInterface(const char* interfaceName, unsigned long request, ifreq& answer) {
-    const UniqueFd socketFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!socketFd.IsOpen()) return InterfaceQuery::kNoSocket;
-    strncpy(answer.ifr_name, interfaceName, sizeof(answer.ifr_name) - 1);
-    return ioctl(socketFd.Get(), request, &answer) == 0 ? InterfaceQuery::kAnswered : InterfaceQuery::kRefused;
 }
 
 bool ListInterfaces(InterfaceList& list) {
@@ -77,26 +83,16 @@ bool ListInterfaces(InterfaceList& list) {
 
 }  // namespace tessel
 
-namespace {
-
-// Issues `request` for one interface. The failure is logged twice, by the ioctl and in the helper's name.
-i32 QueryInterface(u32 request, const char* ifname, ifreq& query, CallSite where = CallSite::Current()) {
-    strncpy(query.ifr_name, ifname, sizeof(query.ifr_name) - 1);
-    if (SocketIoctl(request, &query) == 0) return 0;
-    tessel::LogPerror(where, "ioctl error");
-    return -1;
-}
-
-}  // namespace
+using tessel::Query;
 
 i32 SocketIoctl(u32 request, void* arg) {
-    return tessel::InterfaceIoctl(request, arg);
+    return tessel::Ask(request, arg, {}, tessel::CallSite::Current()) == tessel::InterfaceAnswer::kAnswered ? 0 : -1;
 }
 
 i32 IfethGetFlags(const char* ifname, u32* flags) {
     if (ifname == nullptr || flags == nullptr) return -1;
     ifreq query{};
-    if (QueryInterface(SIOCGIFFLAGS, ifname, query) != 0) return -1;
+    if (Query(SIOCGIFFLAGS, ifname, query) != 0) return -1;
     *flags = static_cast<u16>(query.ifr_flags);
     return 0;
 }
@@ -105,7 +101,7 @@ i32 IfethSetFlags(const char* ifname, u32 flags) {
     if (ifname == nullptr) return -1;
     ifreq query{};
     query.ifr_flags = static_cast<short>(flags);
-    return QueryInterface(SIOCSIFFLAGS, ifname, query);
+    return Query(SIOCSIFFLAGS, ifname, query);
 }
 
 i32 IfethGetLineStatus(const char* ifname, u32* linkUp) {
@@ -113,7 +109,7 @@ i32 IfethGetLineStatus(const char* ifname, u32* linkUp) {
     ethtool_value value{.cmd = ETHTOOL_GLINK, .data = 0};
     ifreq query{};
     query.ifr_data = reinterpret_cast<char*>(&value);
-    if (QueryInterface(SIOCETHTOOL, ifname, query) != 0) return -1;
+    if (Query(SIOCETHTOOL, ifname, query) != 0) return -1;
     *linkUp = value.data;
     return 0;
 }
@@ -122,10 +118,18 @@ i32 IfethGetIpv4Addr(const char* ifname, u32* addr) {
     if (ifname == nullptr || addr == nullptr) return -1;
     ifreq query{};
     query.ifr_addr.sa_family = AF_INET;
-    if (QueryInterface(SIOCGIFADDR, ifname, query) != 0) return -1;
+    if (Query(SIOCGIFADDR, ifname, query) != 0) return -1;
     sockaddr_in address{};
     memcpy(&address, &query.ifr_addr, sizeof(address));
     *addr = address.sin_addr.s_addr;
+    return 0;
+}
+
+i32 IfEthGetHwaddr(const char* ifname, u8* mac) {
+    if (ifname == nullptr || mac == nullptr) return -1;
+    ifreq query{};
+    if (Query(SIOCGIFHWADDR, ifname, query) != 0) return -1;
+    memcpy(mac, query.ifr_hwaddr.sa_data, 6);
     return 0;
 }
 

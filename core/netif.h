@@ -10,19 +10,22 @@
 
 namespace tessel {
 
-// One ioctl on an AF_INET datagram socket. 0, or -1 with a log line in the caller's name and errno set.
-[[nodiscard]] i32 InterfaceIoctl(unsigned long request, void* arg, CallSite where = CallSite::Current());
+enum class InterfaceAnswer { kAnswered, kNoSocket, kRefused };
 
-// Copies an interface name, NUL included, into a field of 16 bytes. False when it is longer than 15 characters.
-[[nodiscard]] bool CopyInterfaceName(char (&field)[16], const char* name);
+// In which words a question is logged that was not answered; null: not at all.
+struct InterfaceWords {
+    const char* noSocket = "socket error";
+    const char* refused = "ioctl error";
+};
 
-// True for a name that stays one word of a command line. False with a log line.
-[[nodiscard]] bool IsInterfaceWord(const char* interfaceName, CallSite where = CallSite::Current());
+// Asks the kernel about one interface, or changes it: stores the name in `question` and issues the ioctl. A failure is
+// logged in the caller's name and leaves errno; a name of more than 15 characters is no device (ENODEV).
+[[nodiscard]] InterfaceAnswer AskInterface(const char* name, unsigned long request, ifreq& question,
+                                           const InterfaceWords& words = {}, CallSite where = CallSite::Current());
 
-enum class InterfaceQuery { kAnswered, kNoSocket, kRefused };
-
-// One ioctl about an interface on a socket of its own. Logs nothing; errno is set.
-[[nodiscard]] InterfaceQuery AskInterface(const char* interfaceName, unsigned long request, ifreq& answer);
+// True for what the kernel takes as the name of an interface: 1 to 15 characters, none of them '/', ':' or a blank, not
+// "." or "..", and no '-' in front, which tools would take for an option. False with a log line.
+[[nodiscard]] bool IsInterfaceName(const char* name, CallSite where = CallSite::Current());
 
 // Interfaces as SIOCGIFCONF lists them: those that have an IPv4 address, once for each, in the kernel's order.
 struct InterfaceList {
@@ -35,14 +38,14 @@ struct InterfaceList {
     }
 };
 
-// The first 16 entries. False when the kernel refuses.
+// The first 16 entries. False when the kernel refuses, with a log line.
 [[nodiscard]] bool ListInterfaces(InterfaceList& list);
 
 constexpr i32 kInterfaceIndexError = 1201;
 
 }  // namespace tessel
 
-// The same under its own name.
+// One ioctl on an AF_INET datagram socket. 0, or -1 with a log line and errno.
 i32 SocketIoctl(u32 request, void* arg);
 
 // The helpers below return 0, or -1: silently for a null pointer, with a log line for anything else.
@@ -56,6 +59,9 @@ i32 IfethGetLineStatus(const char* ifname, u32* linkUp);
 
 // The interface's first IPv4 address, network byte order.
 i32 IfethGetIpv4Addr(const char* ifname, u32* addr);
+
+// The 6 bytes of its hardware address.
+i32 IfEthGetHwaddr(const char* ifname, u8* mac);
 
 // Writes "eth%d" with index 0, 1 or 2 into `buf`, `len` bytes at most. 0, or kInterfaceIndexError with a log line.
 i32 interface_name(i32 index, char* buf, u32 len);

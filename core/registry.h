@@ -10,7 +10,8 @@
 
 #include "core/types.h"
 
-using IpcApiHandler = i32 (*)(int fd, u32 type, const void* payload, i32 size);
+using ApiHandler = i32(int fd, u32 type, const void* payload, i32 size);
+using IpcApiHandler = ApiHandler*;
 
 struct IpcApiCommonHead {
     GList* list;      // of IpcApiNode, in the order of registration

@@ -3,7 +3,11 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
+#include <cerrno>
+#include <ctime>
+
 #include "core/log.h"
+#include "core/wait.h"
 
 namespace {
 
@@ -39,6 +43,18 @@ i32 del_semvalue(int semid) {
 
 i32 semaphore_p(int semid) {
     return Report(Operate(semid, -1), "semaphore_p error", semid);
+}
+
+i32 semaphore_p_within(int semid, std::chrono::milliseconds time) {
+    const tessel::Deadline deadline(time);
+    sembuf take{.sem_num = 0, .sem_op = -1, .sem_flg = SEM_UNDO};
+    int result = 0;
+    do {
+        const int leftMs = deadline.LeftMs();
+        const timespec left{.tv_sec = leftMs / 1000, .tv_nsec = (leftMs % 1000) * 1000000L};
+        result = semtimedop(semid, &take, 1, &left);
+    } while (result != 0 && errno == EINTR);
+    return Report(result == 0, "semaphore_p error", semid);
 }
 
 i32 semaphore_v(int semid) {

@@ -21,13 +21,23 @@ namespace {
 constexpr timeval kRequestTimeout{.tv_sec = 5, .tv_usec = 0};
 
 constexpr unsigned kRebuildSeconds = 1;
+constexpr useconds_t kShortagePauseUs = 100'000;
 
-// Binds a new listening socket. Closed, with a log line, when no socket can be made.
+// True for what passes: some process or the whole system has no descriptor or memory to give just now.
+bool IsShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
+}
+
+// Binds a new listening socket, however long a shortage of descriptors or memory lasts. Closed, with a log line, when
+// no socket can be made at all.
 UniqueFd MakeListener(tessel::CallSite where = tessel::CallSite::Current()) {
-    UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!listener.IsOpen()) {
+    UniqueFd listener;
+    while (true) {
+        listener.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (listener.IsOpen()) break;
         tessel::LogPerror(where, "socket error!");
-        return listener;
+        if (!IsShortage(errno)) return listener;
+        sleep(kRebuildSeconds);
     }
     sockaddr_un address{};
     socklen_t addressLength = 0;
@@ -82,10 +92,16 @@ void ServeConnection(int connection, Request& request) {
 
 // The next client; closed when the listening socket is broken.
 UniqueFd AcceptClient(int listener) {
+    bool isShortKnown = false;
     while (true) {
         UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        if (connection.IsOpen()) return connection;
         // A signal, or a client that has gone already, says nothing about the listening socket.
-        if (connection.IsOpen() || (errno != EINTR && errno != ECONNABORTED)) return connection;
+        if (errno == EINTR || errno == ECONNABORTED) continue;
+        if (!IsShortage(errno)) return connection;
+        if (!isShortKnown) TESSEL_PERROR("accept error");
+        isShortKnown = true;
+        usleep(kShortagePauseUs);  // clients wait in the queue meanwhile
     }
 }
 

@@ -3,5 +3,6 @@
 
 #include "core/types.h"
 
-// Serves "api_daemon" with the handlers of g_tIpcApiCommonHead. Returns only when no socket can be made (-1).
+// Serves "api_daemon" with the handlers of g_tIpcApiCommonHead. Returns only when this system has no such sockets (-1):
+// a shortage of descriptors or memory is waited out.
 i32 IpcApiDaemonInit();

@@ -1,11 +1,11 @@
 #include "core/system.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
-#include <memory>
 
+#include "core/text_file.h"
 #include "core/unique_fd.h"
 
 using tessel::UniqueFd;
@@ -18,14 +18,10 @@ i32 ReadFileToBuf(const char* path, void* buf, i32 len) {
 }
 
 i32 IsUbuntuHost() {
-    constexpr int kLineBytes = 500;
-    UniqueFd fd(open("/etc/issue", O_RDONLY | O_CLOEXEC));
-    if (!fd.IsOpen()) return 0;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> issue(fdopen(fd.Get(), "r"), &fclose);
-    if (issue == nullptr) return 0;
-    (void)fd.Release();
-    char line[kLineBytes];
-    while (fgets(line, sizeof(line), issue.get()) != nullptr) {
+    constexpr u32 kLimitBytes = 65536;
+    char line[500];
+    tessel::LineReader issue(UniqueFd(open("/etc/issue", O_RDONLY | O_CLOEXEC)), kLimitBytes);
+    while (issue.Next(line)) {
         if (strstr(line, "ubuntu") != nullptr || strstr(line, "Ubuntu") != nullptr) return 1;
     }
     return 0;

@@ -7,8 +7,21 @@
 
 namespace tessel {
 
-bool IsOneWord(const char* text) {
-    return text[0] != '\0' && strchr(text, ' ') == nullptr;
+bool IsLineWord(const char* text, CallSite where) {
+    if (text != nullptr && text[0] != '\0' && text[0] != '-' && strchr(text, ' ') == nullptr) return true;
+    TESSEL_ERR_AT(where, "the text [%s] is invalid!", text != nullptr ? text : "");
+    return false;
+}
+
+bool IsMacText(const char* text) {
+    constexpr int kBytes = 6;
+    for (int byte = 0; byte < kBytes; ++byte) {
+        const std::size_t digits = strspn(text, "0123456789abcdefABCDEF");
+        const char end = byte == kBytes - 1 ? '\0' : ':';
+        if (digits < 1 || digits > 2 || text[digits] != end) return false;
+        text += digits + 1;
+    }
+    return true;
 }
 
 }  // namespace tessel

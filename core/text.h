@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "core/call_site.h"
 #include "core/types.h"
 
 namespace tessel {
@@ -26,9 +27,12 @@ class FieldText {
     char text_[kFieldBytes + 1] = {};
 };
 
-// True when `text` stays exactly one word when a command line with it is split at blanks. What comes from outside and
-// has to be one word of a command line is checked with this first.
-[[nodiscard]] bool IsOneWord(const char* text);
+// True when `text` can stand in a command line as one word that no tool takes for an option: not null, not empty, no
+// blank, no '-' in front. What comes from outside is checked with this first. False with a log line.
+[[nodiscard]] bool IsLineWord(const char* text, CallSite where = CallSite::Current());
+
+// True for six bytes in hexadecimal of one or two digits each, joined by colons, and for nothing else.
+[[nodiscard]] bool IsMacText(const char* text);
 
 }  // namespace tessel
 
@@ -39,5 +43,5 @@ i32 TesselFindStrMatchHead(const char* buf, const char* key, char sep, char* dst
 
 // Reads hexadecimal bytes separated by `sep` ("00:1a:..") from `src`, which is cut at its separators, into dst[dstLen].
 // Returns 0, or -1 with a log line (null source, a character that is no hexadecimal digit, a value above 255, more than
-// dstLen bytes). How many bytes there were is not told.
+// dstLen bytes). It does not say how many bytes there were.
 i32 StrToU8WitchoutSepchar(char* src, char sep, u8* dst, i32 dstLen);

@@ -21,9 +21,10 @@ struct ThreadStart {
     i32 prio;
 };
 
-// Left to the main thread. SIGKILL cannot be blocked: asking for it has no effect.
-constexpr int kBlockedSignals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGILL,  SIGTRAP, SIGABRT, SIGKILL, SIGTERM,
-                                   SIGPIPE, SIGUSR1, SIGUSR2, SIGCONT, SIGTSTP, SIGTTIN, SIGTTOU, SIGALRM};
+// Left to the main thread. SIGKILL cannot be blocked: asking for it has no effect. Not SIGILL and SIGTRAP, though: a
+// thread that has them blocked when it runs into one is ended by the kernel without a crash report.
+constexpr int kBlockedSignals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGABRT, SIGKILL, SIGTERM, SIGPIPE,
+                                   SIGUSR1, SIGUSR2, SIGCONT, SIGTSTP, SIGTTIN, SIGTTOU, SIGALRM};
 
 void BlockSignals() {
     for (const int signal : kBlockedSignals) {

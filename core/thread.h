@@ -1,6 +1,7 @@
-// Worker threads: named, with deferred cancellation, with signals left to the main thread, with a raised priority.
+// Threads: named, with signals left to the main thread, with a raised priority.
 //
-// A worker is stopped by cancellation or by its feature's own flag. Exactly one owner joins or detaches a joinable one.
+// Nothing is ever cancelled. Threads that are stopped are Workers (core/worker.h); those that live as long as the
+// daemon are detached from their birth.
 #pragma once
 
 #include <pthread.h>

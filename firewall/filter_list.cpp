@@ -91,8 +91,8 @@ i32 IpFilterListManage(u32 operation, const TNetIpFilter& entry) {
     const u16 family = entry.tStart.wSinFamily;
     const bool isKnown = family == TESSEL_FAMILY_INET || family == TESSEL_FAMILY_INET6;
     const ListKind& list = kIpLists[family == TESSEL_FAMILY_INET6 ? 1 : 0];
-    CommandLine match{};
-    CommandLine line{};  // stays empty for a family that is none: it then fails, and is logged, like any other
+    CommandLine match;
+    CommandLine line;  // stays empty for a family that is none: it then fails, and is logged, like any other
     if (!isKnown) TESSEL_ERR("IpFilterListManage wSinFamily %d is invalid!", family);
     if (isKnown && !ComposeIpMatch(match, entry)) return -1;
     const Rule rule{list.program, found->ipWord, found->chain, match.text, found->target};

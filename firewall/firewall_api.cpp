@@ -24,7 +24,7 @@ constexpr char kMacEntryFailed[] = "IpRuleDel error!";
 // Replies, after `failure` was logged where the operation failed.
 i32 ReplyOrLog(int fd, u32 type, i32 result, const char* failure, CallSite where = CallSite::Current()) {
     if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return ApiReplyStatus(fd, type, result, where);
+    return ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 }  // namespace

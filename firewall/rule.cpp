@@ -31,9 +31,7 @@ bool IsPresent(const Rule& rule, const CommandLine& line) {
 
 bool IsRuleWord(const char* text, CallSite where) {
     if (text == nullptr) return false;  // ApiText has logged it
-    if (IsOneWord(text) && text[0] != '-') return true;
-    TESSEL_ERR_AT(where, "the text [%s] is invalid!", text);
-    return false;
+    return IsLineWord(text, where);
 }
 
 bool ComposeRule(CommandLine& line, const Rule& rule) {
@@ -42,7 +40,7 @@ bool ComposeRule(CommandLine& line, const Rule& rule) {
 
 i32 RunLine(CommandLine& line, const char* failure, CallSite where) {
     TESSEL_PRT_AT(where, "achCmdBuf: %s", line.text);
-    const i32 result = ExecCmd(line.text, sizeof(line.text), 0);
+    const i32 result = Run(line);
     if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
     return result;
 }
@@ -78,10 +76,10 @@ i32 RuleCheck(const char* rule) {
     }
     option[1] = 'C';
     TESSEL_PRT("use check option");
-    char output[tessel::kCheckOutputBytes + 1] = {};
-    if (TesselExecCmdAndGetOutput(check.text, sizeof(check.text), output, tessel::kCheckOutputBytes) == 0) return -1;
+    tessel::ToolOutput output(tessel::kCheckOutputBytes);
+    if (tessel::Run(check, output) == 0) return -1;
     TESSEL_ERR("%s", rule);
-    TESSEL_ERR("%s", output);
-    if (strstr(output, "Bad rule") != nullptr) TESSEL_ERR("the rule not exist");
+    TESSEL_ERR("%s", output.text);
+    if (strstr(output.text, "Bad rule") != nullptr) TESSEL_ERR("the rule not exist");
     return 0;
 }

@@ -13,7 +13,7 @@ i32 Switch(int fd, u32 type, const void* payload, i32 size, i32 (*operation)(u16
     TESSEL_PRT_AT(where, "wSinFamily : %d", family);
     const i32 result = operation(family);
     if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return tessel::ApiReplyStatus(fd, type, result, where);
+    return tessel::ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 }  // namespace

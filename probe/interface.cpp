@@ -5,26 +5,20 @@
 #include "core/log.h"
 #include "core/netif.h"
 
-using tessel::InterfaceQuery;
+using tessel::AskInterface;
+using tessel::InterfaceAnswer;
 
 i32 FindIndex(const char* name) {
     ifreq answer{};
-    switch (tessel::AskInterface(name, SIOCGIFINDEX, answer)) {
-        case InterfaceQuery::kAnswered:
-            return answer.ifr_ifindex;
-        case InterfaceQuery::kNoSocket:
-            TESSEL_PERROR("socket");
-            return -1;
-        case InterfaceQuery::kRefused:
-            break;
-    }
-    TESSEL_PERROR("ioctl error:");
-    return -1;
+    const InterfaceAnswer result =
+        AskInterface(name, SIOCGIFINDEX, answer, {.noSocket = "socket", .refused = "ioctl error:"});
+    return result == InterfaceAnswer::kAnswered ? answer.ifr_ifindex : -1;
 }
 
 i32 InterfaceCheck(const char* name) {
     ifreq answer{};
-    if (tessel::AskInterface(name, SIOCGIFFLAGS, answer) != InterfaceQuery::kAnswered) {
+    if (AskInterface(name, SIOCGIFFLAGS, answer, {.noSocket = nullptr, .refused = nullptr}) !=
+        InterfaceAnswer::kAnswered) {
         TESSEL_ERR("Failed to get interface %s flags.", name);
         return -1;
     }

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "core/log.h"
-#include "core/netif.h"
+#include "core/text.h"
 
 namespace tessel {
 
@@ -16,7 +16,7 @@ Clause NumberClause(const char* word, i32 number) {
 bool ComposePlace(PlaceClauses& clauses, const RoutePlace& place, CallSite where) {
     if (place.table) clauses.table = NumberClause("table", static_cast<i32>(*place.table));
     if (place.interfaceName == nullptr) return true;
-    if (!IsInterfaceWord(place.interfaceName, where)) return false;
+    if (!IsLineWord(place.interfaceName, where)) return false;
     const int length = snprintf(clauses.dev.text, sizeof(clauses.dev.text), " dev %s", place.interfaceName);
     if (length >= 0 && static_cast<std::size_t>(length) < sizeof(clauses.dev.text)) return true;
     TESSEL_ERR_AT(where, "the interface name [%s] is too long!", place.interfaceName);

@@ -24,13 +24,13 @@ constexpr i32 kWordMax = 256;
 
 i32 List(const RoutePlace& place, u16 family, ToolOutput& output, CallSite where) {
     tessel::PlaceClauses clauses;
-    tessel::CommandLine command;
+    tessel::CommandLine command(where);
     if (!tessel::ComposePlace(clauses, place, where) ||
         !tessel::ComposeCommand(command, kShow, tessel::FamilyOption(family), clauses.dev.text, clauses.table.text)) {
         return -1;
     }
     TESSEL_DBG_AT(where, "GetGateWayV%c cmd : %s", family == TESSEL_FAMILY_INET6 ? '6' : '4', command.text);
-    return tessel::RunReader(command, output, where);
+    return tessel::RunReader(command, output);
 }
 
 // The first gateway of the listing; the zero address when there is none.

@@ -17,7 +17,7 @@ using tessel::FamilyOption;
 using tessel::GatewayText;
 using tessel::PlaceClauses;
 using tessel::RoutePlace;
-using tessel::RunChangeAs;
+using tessel::RunChange;
 
 namespace {
 
@@ -42,12 +42,12 @@ bool IsZero(const TNetGateway& gateway) {
 
 i32 AddV4(const RoutePlace& place, const TNetGateway& gateway, i32 metric, CallSite where) {
     PlaceClauses clauses;
-    CommandLine command;
+    CommandLine command(where);
     if (!ComposePlace(clauses, place, where) ||
         !ComposeCommand(command, kAddV4, GatewayText(gateway).text, clauses.dev.text, metric, clauses.table.text)) {
         return -1;
     }
-    return RunChangeAs(kNameV4, command, where);
+    return RunChange(command, {.name = kNameV4});
 }
 
 bool ComposeDelete(CommandLine& command, u16 family, const RoutePlace& place, CallSite where) {
@@ -60,9 +60,9 @@ bool ComposeDelete(CommandLine& command, u16 family, const RoutePlace& place, Ca
 }
 
 i32 Delete(u16 family, const RoutePlace& place, CallSite where = CallSite::Current()) {
-    CommandLine command;
+    CommandLine command(where);
     if (!ComposeDelete(command, family, place, where)) return -1;
-    return RunChangeAs(family == TESSEL_FAMILY_INET6 ? kNameV6 : kNameV4, command, where);
+    return RunChange(command, {.name = family == TESSEL_FAMILY_INET6 ? kNameV6 : kNameV4});
 }
 
 }  // namespace
@@ -96,7 +96,7 @@ i32 GatewaySetV6(const char* pchIfaceName, const TNetGateway* ptNetGateway) {
         TESSEL_PRT("gateway %s maybe has been configed by ra", gateway.text);
         return 0;
     }
-    return RunChangeAs(kNameV6, command);
+    return RunChange(command, {.name = kNameV6});
 }
 
 i32 GatewaySetV6ToTable(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable) {
@@ -106,7 +106,7 @@ i32 GatewaySetV6ToTable(const char* pchIfaceName, const TNetGateway* ptNetGatewa
         !ComposeCommand(command, kAddV6, GatewayText(*ptNetGateway).text, clauses.dev.text, clauses.table.text)) {
         return -1;
     }
-    return RunChangeAs(kNameV6, command);
+    return RunChange(command, {.name = kNameV6});
 }
 
 i32 GatewaySet(const char* pchIfaceName, const TNetGateway* ptNetGateway) {
@@ -146,11 +146,11 @@ i32 DelGateWayV6(const char* pchIfaceName) {
     const RoutePlace place{.interfaceName = pchIfaceName, .table = {}};
     if (!ComposeDelete(command, TESSEL_FAMILY_INET6, place, CallSite::Current())) return -1;
     TESSEL_PRT("%s achCmdBuf: %s", kNameV6, command.text);
-    char output[kDeleteOutputBytes + 1] = {};
-    const i32 result = TesselExecCmdAndGetOutput(command.text, sizeof(command.text), output, kDeleteOutputBytes);
+    tessel::ToolOutput output(kDeleteOutputBytes);
+    const i32 result = tessel::Run(command, output);
     if (result == 0) return 0;
     TESSEL_ERR("ExecCmd error!");
-    return strstr(output, kAbsentRoute) != nullptr ? 0 : result;
+    return strstr(output.text, kAbsentRoute) != nullptr ? 0 : result;
 }
 
 i32 GatewayDel(u16 wSinFamily, const char* pchIfaceName) {

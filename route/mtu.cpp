@@ -8,17 +8,13 @@
 #include "core/log.h"
 #include "core/netif.h"
 
-using tessel::CopyInterfaceName;
-using tessel::InterfaceIoctl;
+using tessel::AskInterface;
+using tessel::InterfaceAnswer;
 
 i32 MtuSet(const char* interfaceName, u32 mtu) {
     ifreq request{};
-    if (!CopyInterfaceName(request.ifr_name, interfaceName)) {
-        TESSEL_ERR("the interface name %s is too long!", interfaceName);
-        return -1;
-    }
     request.ifr_mtu = static_cast<int>(mtu);
-    if (InterfaceIoctl(SIOCSIFMTU, &request) == 0) return 0;
+    if (AskInterface(interfaceName, SIOCSIFMTU, request) == InterfaceAnswer::kAnswered) return 0;
     return errno == EBUSY ? kMtuBusy : -1;
 }
 
@@ -29,11 +25,7 @@ i32 MtuGet(const char* interfaceName, u32* mtu) {
     }
     TESSEL_PRT("MtuGet pchIfaceName : %s", interfaceName);
     ifreq request{};
-    if (!CopyInterfaceName(request.ifr_name, interfaceName)) {
-        TESSEL_ERR("the interface name %s is too long!", interfaceName);
-        return -1;
-    }
-    if (InterfaceIoctl(SIOCGIFMTU, &request) != 0) return -1;
+    if (AskInterface(interfaceName, SIOCGIFMTU, request) != InterfaceAnswer::kAnswered) return -1;
     *mtu = static_cast<u32>(request.ifr_mtu);
     TESSEL_PRT("MtuGet mtu : %d", request.ifr_mtu);
     return 0;

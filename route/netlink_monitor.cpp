@@ -30,15 +30,14 @@ bool StartThread(const char* name, ThreadFunction body) {
 
 i32 InterfaceCheckState(const char* name) {
     ifreq answer{};
-    const tessel::InterfaceQuery query = tessel::AskInterface(name, SIOCGIFFLAGS, answer);
-    if (query == tessel::InterfaceQuery::kNoSocket) {
-        TESSEL_PERROR("socket");
-        return -1;
-    }
-    if (query == tessel::InterfaceQuery::kRefused) {
-        TESSEL_PERROR("ioctl error:");
-        TESSEL_ERR("Failed to get interface %s flags.", name);
-        return kDown;
+    switch (tessel::AskInterface(name, SIOCGIFFLAGS, answer, {.noSocket = "socket", .refused = "ioctl error:"})) {
+        case tessel::InterfaceAnswer::kAnswered:
+            break;
+        case tessel::InterfaceAnswer::kNoSocket:
+            return -1;
+        case tessel::InterfaceAnswer::kRefused:
+            TESSEL_ERR("Failed to get interface %s flags.", name);
+            return kDown;
     }
     if ((answer.ifr_flags & IFF_UP) == 0) return kDown;
     return (answer.ifr_flags & IFF_RUNNING) != 0 ? kRunning : kWithoutCarrier;

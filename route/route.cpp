@@ -39,7 +39,7 @@ constexpr Action kDel{.word = "del", .logName = "OneRouteDel", .namesMetric = fa
 
 i32 Change(const Action& action, const RoutePlace& place, const TNetIpRouteParam& route,
            CallSite where = CallSite::Current()) {
-    CommandLine command{};
+    CommandLine command(where);
     PlaceClauses clauses;
     if (!tessel::ComposePlace(clauses, place, where)) return -1;
     const Clause metric = action.namesMetric ? tessel::NumberClause("metric", route.nMetric) : Clause{};
@@ -50,7 +50,7 @@ i32 Change(const Action& action, const RoutePlace& place, const TNetIpRouteParam
                         GatewayText(route.tGateway).text, clauses.dev.text, metric.text, clauses.table.text)) {
         return -1;
     }
-    return tessel::RunChangeAs(action.logName, command, where);
+    return tessel::RunChange(command, {.name = action.logName});
 }
 
 }  // namespace

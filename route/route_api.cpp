@@ -33,7 +33,7 @@ i32 ChangeRoute(int fd, u32 type, const void* payload, i32 size, const RouteOper
     const i32 result =
         request.dwTable == 0 ? operation.inMainTable(name, &route) : operation.inTable(name, &route, request.dwTable);
     if (result != 0) TESSEL_ERR_AT(where, "%s", operation.failure);
-    return ApiReplyStatus(fd, type, result, where);
+    return ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 i32 ChangeTable(int fd, u32 type, const void* payload, i32 size, i32 (*operation)(u32 table),
@@ -44,7 +44,7 @@ i32 ChangeTable(int fd, u32 type, const void* payload, i32 size, i32 (*operation
     if (table == 0 || table > kTableMax) TESSEL_ERR_AT(where, "the table id %d is invalid!", static_cast<i32>(table));
     const i32 result = operation(table);
     if (result != 0) TESSEL_ERR_AT(where, "OneRouteAdd error!");
-    return ApiReplyStatus(fd, type, result, where);
+    return ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 i32 ChangeRule(int fd, u32 type, const void* payload, i32 size, i32 (*operation)(const TNetIpRule* rule),
@@ -52,7 +52,7 @@ i32 ChangeRule(int fd, u32 type, const void* payload, i32 size, i32 (*operation)
     const auto rule = ApiRequest<TNetIpRule>(payload, size);
     const i32 result = operation(&rule);
     if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return ApiReplyStatus(fd, type, result, where);
+    return ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 }  // namespace

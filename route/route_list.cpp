@@ -87,11 +87,11 @@ i32 AppendFromTool(const char* show, const ListedFamily& listed, TNetAllRouteInf
         TESSEL_ERR_AT(where, "ptAllRouteInfo is NULL!");
         return -1;
     }
-    CommandLine command;
+    CommandLine command(where);
     if (!tessel::ComposeCommand(command, "%s", show)) return -1;
     TESSEL_DBG_AT(where, "%s cmd : %s", where.function, command.text);
     tessel::ToolOutput output;
-    const i32 result = tessel::RunReader(command, output, where);
+    const i32 result = tessel::RunReader(command, output);
     if (result == 0) AppendRoutes(output.text, listed, *list, where);
     return result;
 }

@@ -19,9 +19,9 @@ constexpr char kRuleChange[] = "ip ip rule %s from %s/%d fwmark %d%s table %d"; 
 constexpr char kRuleDelByPref[] = "ip ip rule del pref %d";
 
 i32 ChangeTable(const char* action, u32 table, CallSite where = CallSite::Current()) {
-    CommandLine command;
+    CommandLine command(where);
     if (!ComposeCommand(command, kTableChange, action, static_cast<i32>(table))) return -1;
-    return RunChange(command, where);
+    return RunChange(command);
 }
 
 bool IsInet(const TNetIpRule& rule, CallSite where = CallSite::Current()) {
@@ -47,14 +47,14 @@ i32 RouteTableDel(u32 dwTable) {
 }
 
 i32 IpRuleAdd(const TNetIpRule* ptNetIpRule) {
-    CommandLine command{};
+    CommandLine command;
     // For another family the line stays empty, and running that is the failure.
     if (IsInet(*ptNetIpRule) && !ComposeRule(command, "add", *ptNetIpRule)) return -1;
     return RunChange(command);
 }
 
 i32 IpRuleDel(const TNetIpRule* ptNetIpRule) {
-    CommandLine command{};
+    CommandLine command;
     if (IsInet(*ptNetIpRule)) {
         const bool isComposed = ptNetIpRule->nPref != 0 ? ComposeCommand(command, kRuleDelByPref, ptNetIpRule->nPref)
                                                         : ComposeRule(command, "del", *ptNetIpRule);

@@ -37,7 +37,7 @@ const char* ProcessOfService(const char* serviceName) {
 // killall takes a name with '/' for a program file and one with '-' for an option: either could reach this daemon. It
 // never ends itself: nobody would answer.
 bool MayBeStopped(const char* processName) {
-    return tessel::IsOneWord(processName) && processName[0] != '-' && strchr(processName, '/') == nullptr &&
+    return tessel::IsLineWord(processName) && strchr(processName, '/') == nullptr &&
            strcmp(processName, kOwnProcess) != 0;
 }
 
@@ -51,5 +51,5 @@ i32 ServiceStop(const char* serviceName) {
     }
     tessel::CommandLine command;
     if (!tessel::ComposeCommand(command, kStopCommand, processName)) return -1;
-    return ExecCmd(command.text, sizeof(command.text), 0);
+    return tessel::Run(command);
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "core/family.h"
 #include "core/ipv4.h"
 
 namespace {
@@ -65,10 +66,26 @@ TEST(StrToU8, ReadsSeparatedHexadecimalBytes) {
     EXPECT_EQ(StrToU8WitchoutSepchar(nullptr, ':', &byte, 1), -1);
 }
 
-TEST(IsOneWord, NeedsExactlyOne) {
-    EXPECT_TRUE(tessel::IsOneWord("eth0"));
-    for (const char* text : {"", " ", "eth0 down", "eth0 ", " eth0"})
-        EXPECT_FALSE(tessel::IsOneWord(text)) << text;
+TEST(LineWord, IsOneWordAndNoOption) {
+    EXPECT_TRUE(tessel::IsLineWord("eth0"));
+    EXPECT_TRUE(tessel::IsLineWord("a-b"));
+    EXPECT_FALSE(tessel::IsLineWord(nullptr));
+    for (const char* text : {"", " ", "eth0 down", "eth0 ", " eth0", "-V", "--"})
+        EXPECT_FALSE(tessel::IsLineWord(text)) << text;
+}
+
+TEST(AddressesAndMacs, AreNothingElse) {
+    for (const char* mac : {"00:11:22:33:44:ff", "0:a:B:3:4:5"})
+        EXPECT_TRUE(tessel::IsMacText(mac)) << mac;
+    for (const char* mac : {"", "00:11:22:33:44", "00:11:22:33:44:55:66", "00:11:22:33:44:", "00:11:22:33:44:5g",
+                            "00:11:22:33:44:555", ":00:11:22:33:44", "host"})
+        EXPECT_FALSE(tessel::IsMacText(mac)) << mac;
+    EXPECT_TRUE(tessel::IsAddressText(tessel::kInet, "10.0.0.1"));
+    EXPECT_TRUE(tessel::IsAddressText(tessel::kInet6, "fe80::1"));
+    for (const char* address : {"", "host", "10.0.0.1/8", "10.0.1", "fe80::1"})
+        EXPECT_FALSE(tessel::IsAddressText(tessel::kInet, address)) << address;
+    for (const char* address : {"10.0.0.1", "fe80::1%eth0", "fe80::1/64"})
+        EXPECT_FALSE(tessel::IsAddressText(tessel::kInet6, address)) << address;
 }
 
 TEST(Ipv4, MasksAndPrefixes) {

@@ -1,0 +1,15 @@
+// The checksum of IP, ICMP, ICMPv6 and UDP (RFC 1071).
+#pragma once
+
+#include <initializer_list>
+#include <span>
+
+#include "core/types.h"
+
+namespace tessel {
+
+// Over the bytes of the spans as if they stood one behind the other; a last odd byte is padded with 0. In the byte
+// order of the bytes themselves: what it returns is stored as it is. Over a packet with its right checksum it is 0.
+[[nodiscard]] u16 InternetChecksum(std::initializer_list<std::span<const u8>> parts);
+
+}  // namespace tessel

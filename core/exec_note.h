@@ -1,0 +1,27 @@
+// What tools would be run: for programs that link core/exec_note.cpp instead of core/exec_run.cpp.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/types.h"
+
+namespace tessel {
+
+// How a tool answers.
+struct ToolAnswer {
+    std::string output;
+    i32 status = 0;  // exit status, or -1: it could not be started
+};
+
+// Answers a line ("ip -4 addr show dev eth0": the argument vector).
+using ToolScript = std::function<ToolAnswer(const std::string& line)>;
+
+// Lets `script` answer from now on; an empty one lets every tool succeed silently. Not while tools are being run.
+void AnswerTools(ToolScript script);
+
+// The lines run since the last call, in order. What is started for good ends in " &". Any thread may run tools.
+[[nodiscard]] std::vector<std::string> TakeToolLines();
+
+}  // namespace tessel

@@ -1,0 +1,310 @@
+// Runs tools.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+
+#include "core/exec_seam.h"
+#include "core/log.h"
+#include "core/unique_fd.h"
+#include "core/wait.h"
+#include "core/worker.h"
+
+namespace tessel {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kExecFailedStatus = 255;
+constexpr milliseconds kToolLimit = std::chrono::seconds(60);
+
+#ifndef SYS_pidfd_open
+#define SYS_pidfd_open 434  // the same on every processor
+#endif
+#ifndef SYS_close_range
+#define SYS_close_range 436
+#endif
+
+// Only async-signal-safe calls: the caller borrows another process's memory. Caught signals get their default action by
+// exec; ignored ones would stay ignored.
+void ResetSignals(const sigset_t& blocked) {
+    struct sigaction action {};
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_IGN) continue;
+        action.sa_handler = SIG_DFL;
+        sigaction(signal, &action, nullptr);
+    }
+    sigprocmask(SIG_SETMASK, &blocked, nullptr);
+}
+
+// A pipe through which a child that cannot become a program says why: errno. It closes when the child has become one.
+class ExecReport {
+  public:
+    ExecReport() {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) return;
+        readEnd_.Reset(ends[0]);
+        writeEnd_.Reset(ends[1]);
+    }
+    [[nodiscard]] bool IsOpen() const {
+        return readEnd_.IsOpen();
+    }
+    [[nodiscard]] int WriteEnd() const {
+        return writeEnd_.Get();
+    }
+    // Logs what has come. Called once the child runs.
+    void Log(CallSite where) {
+        writeEnd_.Reset();
+        int error = 0;
+        if (read(readEnd_.Get(), &error, sizeof(error)) != sizeof(error)) return;
+        errno = error;
+        LogPerror(where, "exec error:");
+    }
+
+  private:
+    UniqueFd readEnd_;
+    UniqueFd writeEnd_;
+};
+
+[[noreturn]] void BecomeProgram(const Tool& tool, int reportFd) {
+    execvp(tool.file, tool.argv);
+    const int error = errno;
+    (void)!write(reportFd, &error, sizeof(error));
+    _exit(kExecFailedStatus);
+}
+
+// Starts the tool in a process group of its own. With outputFd 0 or above its standard output and error go there. -1,
+// with errno set, when it cannot be started.
+pid_t Spawn(const Tool& tool, int outputFd, int reportFd) {
+    sigset_t none;
+    sigemptyset(&none);
+    // The child borrows this process's memory until it becomes the program: only async-signal-safe calls in between.
+    const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork): fork would copy the page tables
+    if (pid != 0) return pid;
+    // NOLINTBEGIN(clang-analyzer-unix.Vfork): system calls alone, on this process's own tables
+    setpgid(0, 0);
+    ResetSignals(none);
+    if (outputFd >= 0) {
+        dup2(outputFd, STDOUT_FILENO);
+        dup2(outputFd, STDERR_FILENO);
+    }
+    BecomeProgram(tool, reportFd);
+    // NOLINTEND(clang-analyzer-unix.Vfork)
+}
+
+// Keeps the first bytes of a tool's output and drops the rest.
+class OutputReader {
+  public:
+    OutputReader(int pipe, ToolOutput& output) : pipe_(pipe), output_(output) {}
+
+    enum class Outcome { kRead, kNothingThere, kEnd };
+
+    // Reads once, without waiting.
+    Outcome ReadOnce() {
+        char dropped[4096];
+        const u32 room = output_.limit - output_.length;
+        const ssize_t count =
+            read(pipe_, room > 0 ? output_.text + output_.length : dropped, room > 0 ? room : sizeof(dropped));
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return Outcome::kNothingThere;
+        if (count <= 0) return Outcome::kEnd;
+        if (room == 0) {
+            output_.isCut = true;
+            return Outcome::kRead;
+        }
+        output_.length += static_cast<u32>(count);
+        output_.text[output_.length] = '\0';
+        return Outcome::kRead;
+    }
+
+    // What has been written so far, as far as it matters.
+    void ReadRest() {
+        while (!output_.isCut && ReadOnce() == Outcome::kRead) {
+        }
+    }
+
+  private:
+    int pipe_;
+    ToolOutput& output_;
+};
+
+// Notices the end of a child.
+class ChildWatch {
+  public:
+    explicit ChildWatch(pid_t pid) : pid_(pid), pidFd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+
+    // Readable once the child has ended; -1 before Linux 5.3, where it is looked after now and then instead.
+    [[nodiscard]] int Fd() const {
+        return pidFd_.Get();
+    }
+    [[nodiscard]] bool HasEnded() const {
+        siginfo_t ended{};
+        return waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 || ended.si_pid != 0;
+    }
+    // How long to wait for the next look: at first briefly, as most tools end soon; -1 when Fd() says when to look.
+    [[nodiscard]] int NextLookMs() {
+        if (pidFd_.IsOpen()) return -1;
+        constexpr int kMostMs = 100;
+        return lookMs_ = std::min(lookMs_ * 2, kMostMs);
+    }
+    // The output has ended: nearly always the tool, too.
+    void LookSoon() {
+        lookMs_ = 1;
+    }
+
+  private:
+    pid_t pid_;
+    UniqueFd pidFd_;
+    int lookMs_ = 1;
+};
+
+enum class End { kExited, kTooLong, kStopped };
+
+// Reads the output until the child has ended, the time is over or the worker is asked to end. The end of the output
+// says little: a tool may close it and go on, and a program that it left running may hold it open, or write into it,
+// for ever.
+End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, const Worker* worker) {
+    constexpr u32 kReadsPerLook = 64;
+    const Deadline deadline(kToolLimit);
+    ChildWatch child(pid);
+    for (u32 round = 0;; ++round) {
+        pollfd waited[] = {{.fd = pipe, .events = POLLIN, .revents = 0},
+                           {.fd = child.Fd(), .events = POLLIN, .revents = 0},
+                           {.fd = worker != nullptr ? worker->StopFd() : -1, .events = POLLIN, .revents = 0}};
+        const int lookMs = child.NextLookMs();
+        const int leftMs = deadline.LeftMs();
+        (void)poll(waited, 3, lookMs < 0 ? leftMs : std::min(lookMs, leftMs));
+        const bool isReadable = waited[0].revents != 0;
+        if (isReadable && reader->ReadOnce() == OutputReader::Outcome::kEnd) {
+            pipe = -1;
+            child.LookSoon();
+        }
+        const bool mayHaveEnded = waited[1].revents != 0 || child.Fd() < 0;
+        if (mayHaveEnded && (!isReadable || pipe < 0 || round % kReadsPerLook == 0) && child.HasEnded()) {
+            if (pipe >= 0) reader->ReadRest();
+            return End::kExited;
+        }
+        if (waited[2].revents != 0) return End::kStopped;
+        if (leftMs == 0) return End::kTooLong;
+    }
+}
+
+// Waits for a child that has ended or is about to: its exit status, or -1 with a log line.
+i32 Reap(pid_t pid, CallSite where) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno == EINTR) continue;
+        LogPerror(where, "wait error");
+        return -1;
+    }
+    return WEXITSTATUS(status);
+}
+
+i32 Finish(pid_t pid, const Tool& tool, End end, CallSite where) {
+    if (end != End::kExited && kill(-pid, SIGKILL) != 0) kill(pid, SIGKILL);
+    const i32 status = Reap(pid, where);
+    switch (end) {
+        case End::kExited:
+            return status;
+        case End::kTooLong:
+            TESSEL_ERR_AT(where, "%s was killed after %lld seconds", tool.argv[0],
+                          static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(kToolLimit).count()));
+            return -1;
+        case End::kStopped:
+            TESSEL_PRT_AT(where, "%s was killed, it is not wanted any more", tool.argv[0]);
+            return -1;
+    }
+    return -1;
+}
+
+// Closes everything from `first` on.
+void CloseFrom(int first) {
+    if (syscall(SYS_close_range, first, ~0U, 0) == 0) return;
+    constexpr rlim_t kUnknown = 1024;
+    rlimit limit{};
+    const rlim_t end = getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : kUnknown;
+    for (rlim_t fd = static_cast<rlim_t>(first); fd < end; ++fd)
+        close(static_cast<int>(fd));
+}
+
+// In the grandchild. Its report moves to the first descriptor behind the standard ones, so that all others can go.
+[[noreturn]] void BecomeDetached(const Tool& tool, const sigset_t& blocked, int nullFd, int reportFd) {
+    constexpr int kReportFd = STDERR_FILENO + 1;
+    ResetSignals(blocked);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+        dup2(nullFd, fd);
+    if (reportFd == kReportFd || dup3(reportFd, kReportFd, O_CLOEXEC) == kReportFd) CloseFrom(kReportFd + 1);
+    BecomeProgram(tool, kReportFd);
+}
+
+}  // namespace
+
+i32 RunTool(const Tool& tool, ToolOutput* output, Worker* worker, pid_t* pid) {
+    const CallSite where{output != nullptr ? "TesselExecShellPrcPipe" : "TesselExecShellProcess", __LINE__};
+    TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
+    UniqueFd readEnd;
+    UniqueFd writeEnd;
+    if (output != nullptr) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            LogPerror(where, "pipe error!");
+            return -1;
+        }
+        readEnd.Reset(ends[0]);
+        writeEnd.Reset(ends[1]);
+        fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);
+        output->length = 0;
+        output->isCut = false;
+        output->text[0] = '\0';
+    }
+    ExecReport report;
+    const pid_t child = Spawn(tool, writeEnd.Get(), report.WriteEnd());
+    if (child < 0) {
+        LogPerror(where, "vfork error");
+        return -1;
+    }
+    if (pid != nullptr) *pid = child;
+    writeEnd.Reset();
+    report.Log(where);
+    if (output == nullptr) return Finish(child, tool, AwaitEnd(child, -1, nullptr, worker), where);
+    OutputReader reader(readEnd.Get(), *output);
+    const i32 status = Finish(child, tool, AwaitEnd(child, readEnd.Get(), &reader, worker), where);
+    TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
+    return status;
+}
+
+i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where) {
+    ExecReport report;
+    const UniqueFd nullFd(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!report.IsOpen() || !nullFd.IsOpen()) {
+        LogPerror(where, "fork error");
+        return -1;
+    }
+    const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork): as above
+    if (child == 0) {
+        // NOLINTBEGIN(clang-analyzer-unix.Vfork, clang-analyzer-security.insecureAPI.vfork)
+        const pid_t grandchild = vfork();
+        if (grandchild == 0) BecomeDetached(tool, blocked, nullFd.Get(), report.WriteEnd());
+        _exit(grandchild < 0 ? errno : 0);
+        // NOLINTEND(clang-analyzer-unix.Vfork, clang-analyzer-security.insecureAPI.vfork)
+    }
+    if (child < 0) {
+        LogPerror(where, "fork error");
+        return -1;
+    }
+    report.Log(where);
+    const i32 error = Reap(child, where);
+    if (error <= 0) return 0;
+    errno = error;
+    LogPerror(where, "fork error");
+    return -1;
+}
+
+}  // namespace tessel

@@ -1,0 +1,28 @@
+// What lies under everything that runs a tool. core/exec_run.cpp runs it, core/exec_note.cpp only notes what would be
+// run: programs link one of the two.
+#pragma once
+
+#include <sys/types.h>
+
+#include <csignal>
+
+#include "core/call_site.h"
+#include "core/exec.h"
+#include "core/types.h"
+
+namespace tessel {
+
+// A split line. Nothing in it is owned.
+struct Tool {
+    const char* file;   // looked up along PATH
+    char* const* argv;  // ends with a null
+};
+
+// Runs the tool and waits for it. Its exit status, or -1 with a log line when it could not be started or was killed.
+// Without `output` what it prints goes where the daemon's output goes; `worker` and `pid` may be null, too.
+[[nodiscard]] i32 RunTool(const Tool& tool, ToolOutput* output, Worker* worker, pid_t* pid);
+
+// Starts the tool for good (StartDetached). 0, or -1 with a log line in the name of `where`.
+[[nodiscard]] i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where);
+
+}  // namespace tessel

@@ -1,0 +1,22 @@
+#include "core/notify.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "core/ipc.h"
+#include "core/worker.h"
+
+namespace tessel {
+
+NoticeSocket::NoticeSocket(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    (void)vsnprintf(name, sizeof(name), format, arguments);
+    va_end(arguments);
+}
+
+i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size, const Worker* worker) {
+    return IpcCallbackSend(socket.name, event, data, size, worker != nullptr ? worker->StopFd() : -1);
+}
+
+}  // namespace tessel

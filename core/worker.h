@@ -1,0 +1,71 @@
+// One thread with one owner, who starts it, asks it to end, and joins it exactly once.
+//
+// Nothing is ever cancelled: every wait of a body ends when it is asked to end. The owner's calls (Start, AwaitEnd, the
+// destructor) come one at a time; AskToEnd comes from any thread.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+
+#include "core/types.h"
+#include "core/unique_fd.h"
+#include "core/wait.h"
+
+namespace tessel {
+
+class Worker {
+  public:
+    // `self` is the worker that runs the body, `session` what Start was given. Both outlive it.
+    using Body = void (*)(Worker& self, void* session);
+
+    Worker() = default;
+    // Asks it to end and joins it, as long as that takes.
+    ~Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    // Runs the body in a thread of that name (a literal). A former body that has ended by itself is joined first. False
+    // when one is still running, and with a log line when there is no thread or descriptor to be had.
+    [[nodiscard]] bool Start(const char* name, Body body, void* session);
+
+    // Wakes every wait of the body; from any thread, also twice, also when it does not run.
+    void AskToEnd();
+
+    // Joins the body. False: it is still busy. True at once when none was started.
+    [[nodiscard]] bool AwaitEnd(std::chrono::milliseconds limit);
+
+    // True from a successful Start until the body has ended, joined or not.
+    [[nodiscard]] bool IsRunning() const;
+
+    // For the body.
+
+    [[nodiscard]] bool IsWanted() const {
+        return isWanted_.load(std::memory_order_relaxed);  // StopFd orders everything else
+    }
+    // The only sleep of a worker. False: not wanted any more.
+    [[nodiscard]] bool Sleep(std::chrono::milliseconds time) const;
+    // Waits until `fd` is ready for `events` (POLLIN ...), the time is over or it is asked to end.
+    [[nodiscard]] Wait WaitFor(int fd, short events, std::chrono::milliseconds time) const;
+    // Readable once it is asked to end: waited on beside sockets and pipes. Never read.
+    [[nodiscard]] int StopFd() const {
+        return stopFd_.Get();
+    }
+
+  private:
+    static void Run(void* self);
+    void Join();
+    void Close();
+
+    pthread_t thread_ = 0;  // 0: nothing to join
+    Body body_ = nullptr;
+    void* session_ = nullptr;
+    std::atomic<bool> isWanted_{false};
+    std::mutex stopLock_;  // held while stopFd_ is opened, written and closed: others may ask while the owner joins
+    UniqueFd stopFd_;      // eventfd, as is the next
+    UniqueFd endFd_;       // readable once the body has ended
+};
+
+}  // namespace tessel

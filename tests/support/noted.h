@@ -1,0 +1,146 @@
+// Command handlers called directly, above tools that are only noted: a transcript without a process.
+#pragma once
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/exec_note.h"
+#include "core/log_control.h"
+#include "core/startup/command_table.h"
+#include "core/unique_fd.h"
+#include "tessel/ipc.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+
+// One request, the tools that it makes a handler run, and its reply.
+struct Transcript {
+    const char* description;
+    u32 type;
+    std::string request;
+    std::vector<std::string> expectedRuns;
+    i32 expectedStatus;
+};
+
+// The tools, and the handlers that run them.
+class NotedTools {
+  public:
+    NotedTools() {
+        AnswerTools([this](const std::string& line) {
+            const auto found = answers_.find(line);
+            return found != answers_.end() ? found->second : ToolAnswer{};
+        });
+    }
+    ~NotedTools() {
+        AnswerTools({});
+    }
+    NotedTools(const NotedTools&) = delete;
+    NotedTools& operator=(const NotedTools&) = delete;
+
+    // How a tool called with exactly this line ("ip -4 addr show dev eth0") answers; unknown lines succeed silently.
+    void Answer(const std::string& line, const std::string& output, int status = 0) {
+        answers_[line] = {output, status};
+    }
+
+    // The lines run since the last call, in order.
+    std::vector<std::string> TakeRuns() {
+        return TakeToolLines();
+    }
+
+    // What the handler of `type` replies: the payload, or nothing when it does not reply.
+    std::optional<std::string> Request(u32 type, std::string_view payload) {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+        const UniqueFd client(ends[0]);
+        const UniqueFd server(ends[1]);
+        // As in the server: what was not sent reads as zero.
+        std::array<char, TESSEL_PAYLOAD_MAX> buffer{};
+        memcpy(buffer.data(), payload.data(), payload.size());
+        for (const CommandRow& row : ServedCommands()) {
+            if (row.type == type)
+                (void)row.handler(server.Get(), type, buffer.data(), static_cast<i32>(payload.size()));
+        }
+        std::array<char, sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX> answer{};
+        const ssize_t count = read(client.Get(), answer.data(), answer.size());
+        if (count < static_cast<ssize_t>(sizeof(IpcMsgHead))) return std::nullopt;
+        IpcMsgHead head;
+        memcpy(&head, answer.data(), sizeof(head));
+        EXPECT_EQ(head.type, type);
+        EXPECT_EQ(head.flag, 0U);
+        EXPECT_EQ(head.size + static_cast<ssize_t>(sizeof(head)), count);
+        return std::string(answer.data() + sizeof(head), answer.data() + count);
+    }
+
+    // The reply's status word; 12345 without a reply.
+    i32 Status(u32 type, std::string_view payload) {
+        i32 status = 12345;
+        const auto reply = Request(type, payload);
+        if (reply && reply->size() >= sizeof(status)) memcpy(&status, reply->data(), sizeof(status));
+        return status;
+    }
+
+    void Check(const Transcript& row) {
+        EXPECT_EQ(Status(row.type, row.request), row.expectedStatus) << row.description;
+        EXPECT_THAT(TakeRuns(), testing::ElementsAreArray(row.expectedRuns)) << row.description;
+    }
+
+  private:
+    std::map<std::string, ToolAnswer> answers_;
+};
+
+// What this process logs while one lives.
+class LoggedLines {
+  public:
+    explicit LoggedLines(i32 level) {
+        const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
+        EXPECT_EQ(LogDaemonFileManage(&open), 0);
+        TesselDebugLevelSet(level);
+    }
+    ~LoggedLines() {
+        TesselDebugLevelSet(2);
+    }
+    LoggedLines(const LoggedLines&) = delete;
+    LoggedLines& operator=(const LoggedLines&) = delete;
+
+    // The lines since the last call as "FUNCTION: text"; "[TESSEL_ERR]:PID[1]:TID[1]:[" and the like are left out.
+    std::vector<std::string> Take() {
+        std::istringstream file(ReadFile(kPath));
+        std::vector<std::string> lines;
+        int number = 0;
+        for (std::string line; std::getline(file, line);) {
+            if (number++ < taken_) continue;
+            const std::size_t name = line.find('[', line.find("TID[") + 4);
+            const std::size_t end = line.find("](", name);
+            const std::size_t text = line.find("): ", end);
+            const bool isWhole = name != std::string::npos && end != std::string::npos && text != std::string::npos;
+            lines.push_back(isWhole ? line.substr(name + 1, end - name - 1) + ": " + line.substr(text + 3) : line);
+        }
+        taken_ = number;
+        return lines;
+    }
+
+  private:
+    static constexpr char kPath[] = "/tmp/logged-lines";
+
+    static LogFileCtl Control(u32 code) {
+        LogFileCtl control{};
+        control.eCmd = code;
+        memcpy(control.achDaemonPath, kPath, sizeof(kPath));
+        return control;
+    }
+
+    int taken_ = 0;
+};
+
+}  // namespace tessel::test

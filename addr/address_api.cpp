@@ -1,5 +1,3 @@
-#include "addr/address_api.h"
-
 #include "addr/address.h"
 #include "addr/address_change.h"
 #include "core/api_reply.h"

@@ -1,5 +1,3 @@
-#include "addr/mac_api.h"
-
 #include "addr/mac.h"
 #include "core/api_reply.h"
 #include "core/log.h"

@@ -1,5 +1,3 @@
-#include "firewall/firewall_api.h"
-
 #include "core/api_reply.h"
 #include "core/log.h"
 #include "core/text.h"

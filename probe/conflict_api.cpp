@@ -1,5 +1,3 @@
-#include "probe/conflict_api.h"
-
 #include "core/api_reply.h"
 #include "core/log.h"
 #include "probe/conflict.h"

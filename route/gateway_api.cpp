@@ -1,5 +1,3 @@
-#include "route/gateway_api.h"
-
 #include "core/api_reply.h"
 #include "core/log.h"
 #include "core/text.h"

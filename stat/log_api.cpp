@@ -1,5 +1,3 @@
-#include "stat/log_api.h"
-
 #include "core/api_reply.h"
 #include "core/log.h"
 #include "core/log_control.h"

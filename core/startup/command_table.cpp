@@ -3,17 +3,55 @@
 #include <algorithm>
 #include <array>
 
-#include "addr/address_api.h"
-#include "addr/mac_api.h"
-#include "firewall/firewall_api.h"
-#include "probe/conflict_api.h"
-#include "route/gateway_api.h"
-#include "route/mtu_api.h"
-#include "route/priority_api.h"
-#include "route/route_api.h"
-#include "route/service_api.h"
-#include "stat/log_api.h"
 #include "tessel/command.h"
+
+// Addressing and routing
+ApiHandler ApidIpaddrAdd;
+ApiHandler ApidIpaddrDel;
+ApiHandler ApidIpaddrFlush;
+ApiHandler ApidIpaddrSet;
+ApiHandler ApidIpaddrGet;
+ApiHandler apid_ipaddr_show_filter;
+ApiHandler ApidGatewaySet;
+ApiHandler ApidGatewayDel;
+ApiHandler ApidGatewayGet;
+ApiHandler ApidPrioritySet;
+ApiHandler ApidPriorityGet;
+ApiHandler ApidMacaddrSet;
+ApiHandler ApidMacaddrGet;
+ApiHandler ApidMtuSet;
+ApiHandler ApidMtuGet;
+ApiHandler ApidOneRouteAdd;
+ApiHandler ApidOneRouteDel;
+ApiHandler ApidAllRouteGet;
+ApiHandler ApidRouteMetricSet;
+ApiHandler ApidRouteTableAdd;
+ApiHandler ApidRouteTableDel;
+ApiHandler ApidIpRuleAdd;
+ApiHandler ApidIpRuleDel;
+ApiHandler ApidServiceStop;
+
+// Address conflict detection
+ApiHandler ApidConflictCheckStart;
+ApiHandler ApidConflictCheckStop;
+
+// Firewall
+ApiHandler ApidIpFilterListManage;
+ApiHandler ApidMacFilterListManage;
+ApiHandler ApidIpAndMacFilterListManage;
+ApiHandler ApidFilterEnable;
+ApiHandler ApidFilterDisable;
+ApiHandler ApidAddChain;
+ApiHandler ApidIcmpManage;
+ApiHandler ApidPortFilterManage;
+ApiHandler ApidFirewallSave;
+ApiHandler ApidFirewallRestore;
+ApiHandler ApidAddArp;
+ApiHandler ApidDelArp;
+
+// Logs
+ApiHandler ApidLogFileManage;
+ApiHandler ApidLogSwitch;
 
 namespace {
 

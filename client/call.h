@@ -35,4 +35,12 @@ template <typename Reply, typename Request>
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
+// A command without a request record that answers with a status alone.
+[[nodiscard]] inline int CallForStatus(u32 code) {
+    TNetStatusReply reply;
+    const int error = Call(code, nullptr, 0, &reply, sizeof(reply));
+    if (error != TESSEL_OK) return error;
+    return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
+}
+
 }  // namespace tessel

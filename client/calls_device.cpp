@@ -1,4 +1,4 @@
-// Services and logs.
+// Services, logs and statistics.
 #include <cstring>
 
 #include "client/call.h"
@@ -49,4 +49,31 @@ int tessel_log_file(int code, const char* lib_path, const char* daemon_path) {
     if (!concernsDaemon) return TESSEL_OK;
     TNetStatusReply reply;
     return CallWithRecords(TESSEL_CMD_LOG_FILE, request, reply);
+}
+
+int tessel_traffic_start(uint32_t interval) {
+    if (interval == 0) return TESSEL_E_ARGUMENT;
+    const TNetStatStartReq request{.dwInterval = interval};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_STAT_START, request, reply);
+}
+
+int tessel_traffic_stop(void) {
+    return tessel::CallForStatus(TESSEL_CMD_STAT_STOP);
+}
+
+int tessel_event_traffic(const tessel_event* event, tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]) {
+    TNetBandwidthReport report;
+    if (event->kind != TESSEL_EVENT_TRAFFIC || event->size != sizeof(report)) return TESSEL_E_ARGUMENT;
+    memcpy(&report, event->payload, sizeof(report));
+    for (int index = 0; index < TESSEL_TRAFFIC_INTERFACES; ++index) {
+        const TNetBandwidth band = report.atBand[index];
+        tessel_traffic& one = traffic[index];
+        one = {.is_valid = band.dwValid == 1 ? 1 : 0,
+               .has_restarted = 0,
+               .sent_bits_per_second = static_cast<int64_t>(band.ullSendBand),
+               .received_bits_per_second = static_cast<int64_t>(band.ullRecvBand)};
+        one.has_restarted = one.sent_bits_per_second < 0 || one.received_bits_per_second < 0 ? 1 : 0;
+    }
+    return TESSEL_OK;
 }

@@ -23,3 +23,13 @@ int tessel_conflict_start(int family) {
 int tessel_conflict_stop(int family) {
     return SwitchConflictReports(TESSEL_CMD_CONFLICT_STOP, family);
 }
+
+int tessel_arp_announce_start(uint32_t target) {
+    const TNetBroadcastArpReq request{.dwTargetIp = target};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_BROADCAST_ARP_START, request, reply);
+}
+
+int tessel_arp_announce_stop(void) {
+    return tessel::CallForStatus(TESSEL_CMD_BROADCAST_ARP_STOP);
+}

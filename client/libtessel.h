@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include "tessel/address.h"
+#include "tessel/broadcast_arp.h"
 #include "tessel/command.h"
 #include "tessel/conflict.h"
 #include "tessel/firewall.h"
@@ -21,6 +22,7 @@
 #include "tessel/priority.h"
 #include "tessel/route.h"
 #include "tessel/service.h"
+#include "tessel/traffic.h"
 
 #define TESSEL_API __attribute__((visibility("default")))
 
@@ -186,6 +188,17 @@ TESSEL_API int tessel_log_level_set(int32_t level);
  * the daemon fails. */
 TESSEL_API int tessel_log_file(int code, const char* lib_path, const char* daemon_path);
 
+/* Starts the announcer on eth0 that asks for `target` (IPv4, network order) in bursts of three ARP requests, every 180
+ * to 240 seconds. While it runs another start changes nothing. */
+TESSEL_API int tessel_arp_announce_start(uint32_t target);
+TESSEL_API int tessel_arp_announce_stop(void);
+
+/* Starts traffic statistics: one TESSEL_EVENT_TRAFFIC at the end of every `interval` seconds (1 and more) comes to
+ * TESSEL_SOCKET_STAT. While they run another start changes nothing. After a stop the period that runs still has its
+ * event. */
+TESSEL_API int tessel_traffic_start(uint32_t interval);
+TESSEL_API int tessel_traffic_stop(void);
+
 /* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
  * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */
 TESSEL_API int tessel_raw(uint32_t code, const void* request, size_t size, void* reply, size_t reply_size);
@@ -222,6 +235,17 @@ typedef struct {
     uint32_t size;    /* valid bytes of `payload` */
     uint8_t payload[TESSEL_PAYLOAD_MAX];
 } tessel_event;
+
+/* What a TESSEL_EVENT_TRAFFIC says of one interface. */
+typedef struct {
+    int is_valid;      /* 1: it was there during the whole period; else everything here is 0 */
+    int has_restarted; /* 1: a counter began anew within the period, and the rates say nothing */
+    int64_t sent_bits_per_second;
+    int64_t received_bits_per_second;
+} tessel_traffic;
+
+/* Reads the event into the entries of eth0, eth1 and eth2. TESSEL_E_ARGUMENT: it is another event. */
+TESSEL_API int tessel_event_traffic(const tessel_event* event, tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]);
 
 /* Owns a socket under "/tmp/". One thread at a time may use it. */
 typedef struct tessel_listener tessel_listener;

@@ -19,12 +19,12 @@
 
 namespace tessel {
 
+std::chrono::milliseconds g_toolLimit = std::chrono::seconds(60);
+
 namespace {
 
-using std::chrono::milliseconds;
 
 constexpr int kExecFailedStatus = 255;
-constexpr milliseconds kToolLimit = std::chrono::seconds(60);
 
 #ifndef SYS_pidfd_open
 #define SYS_pidfd_open 434  // the same on every processor
@@ -172,7 +172,7 @@ enum class End { kExited, kTooLong, kStopped };
 // for ever.
 End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, const Worker* worker) {
     constexpr u32 kReadsPerLook = 64;
-    const Deadline deadline(kToolLimit);
+    const Deadline deadline(g_toolLimit);
     ChildWatch child(pid);
     for (u32 round = 0;; ++round) {
         pollfd waited[] = {{.fd = pipe, .events = POLLIN, .revents = 0},
@@ -215,7 +215,7 @@ i32 Finish(pid_t pid, const Tool& tool, End end, CallSite where) {
             return status;
         case End::kTooLong:
             TESSEL_ERR_AT(where, "%s was killed after %lld seconds", tool.argv[0],
-                          static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(kToolLimit).count()));
+                          static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(g_toolLimit).count()));
             return -1;
         case End::kStopped:
             TESSEL_PRT_AT(where, "%s was killed, it is not wanted any more", tool.argv[0]);

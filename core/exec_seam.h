@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <csignal>
 
 #include "core/call_site.h"
@@ -21,6 +22,9 @@ struct Tool {
 // Runs the tool and waits for it. Its exit status, or -1 with a log line when it could not be started or was killed.
 // Without `output` what it prints goes where the daemon's output goes; `worker` and `pid` may be null, too.
 [[nodiscard]] i32 RunTool(const Tool& tool, ToolOutput* output, Worker* worker, pid_t* pid);
+
+// How long a tool may run: a minute, unless a test shortens it.
+extern std::chrono::milliseconds g_toolLimit;
 
 // Starts the tool for good (StartDetached). 0, or -1 with a log line in the name of `where`.
 [[nodiscard]] i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where);

@@ -49,9 +49,15 @@ ApiHandler ApidFirewallRestore;
 ApiHandler ApidAddArp;
 ApiHandler ApidDelArp;
 
-// Logs
+// Broadcast ARP
+ApiHandler ApidBroadcastArpStart;
+ApiHandler ApidBroadcastArpStop;
+
+// Logs and statistics
 ApiHandler ApidLogFileManage;
 ApiHandler ApidLogSwitch;
+ApiHandler ApidStatStart;
+ApiHandler ApidStatStop;
 
 namespace {
 
@@ -99,9 +105,14 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_FIREWALL_RESTORE, &ApidFirewallRestore},
     {TESSEL_CMD_ARP_ADD, &ApidAddArp},
     {TESSEL_CMD_ARP_DEL, &ApidDelArp},
-    // Logs
+    // Broadcast ARP
+    {TESSEL_CMD_BROADCAST_ARP_START, &ApidBroadcastArpStart},
+    {TESSEL_CMD_BROADCAST_ARP_STOP, &ApidBroadcastArpStop},
+    // Logs and statistics
     {TESSEL_CMD_LOG_FILE, &ApidLogFileManage},
     {TESSEL_CMD_LOG_LEVEL, &ApidLogSwitch},
+    {TESSEL_CMD_STAT_START, &ApidStatStart},
+    {TESSEL_CMD_STAT_STOP, &ApidStatStop},
 });
 
 constexpr bool EveryCodeOccursOnce() {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -95,6 +96,26 @@ TEST(Lifecycle, HangUpAndInterruptDoNotEndIt) {
     for (const int signal : {SIGHUP, SIGINT, SIGPIPE})
         kill(daemon.Pid(), signal);
     EXPECT_TRUE(Request(0x112, Bytes(kMtuOfLo)).has_value());
+}
+
+// Running out of descriptors says nothing about the listening socket: who waits in its queue is served afterwards.
+TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
+    const Daemon daemon;
+    struct stat before {};
+    ASSERT_EQ(stat("/tmp/api_daemon", &before), 0);
+    rlimit usual{};
+    ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, nullptr, &usual), 0);
+    const rlimit none{.rlim_cur = 3, .rlim_max = usual.rlim_max};
+    ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    std::thread client([] { EXPECT_TRUE(Request(0x112, Bytes(kMtuOfLo)).has_value()); });
+    EXPECT_TRUE(Eventually([] { return ReadFile("/var/log/messages").find("accept error") != std::string::npos; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &usual, nullptr), 0);
+    client.join();
+    struct stat after {};
+    ASSERT_EQ(stat("/tmp/api_daemon", &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino) << "the same socket";
+    EXPECT_EQ(ReadFile("/var/log/messages").find("socket error!"), std::string::npos);
 }
 
 TEST(Lifecycle, CrashLeavesAReport) {

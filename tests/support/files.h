@@ -2,18 +2,24 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <fstream>
-#include <iterator>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
 
 namespace tessel::test {
 
-// Empty when the file cannot be read.
+// As far as it can be read: what stands in "/proc" may go meanwhile.
 inline std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::string text;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(fopen(path.c_str(), "re"), &fclose);
+    if (file == nullptr) return text;
+    char bytes[4096];
+    for (std::size_t count = 0; (count = fread(bytes, 1, sizeof(bytes), file.get())) > 0;)
+        text.append(bytes, count);
+    return text;
 }
 
 inline void WriteFile(const std::string& path, std::string_view text) {

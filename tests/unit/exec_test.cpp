@@ -1,13 +1,27 @@
 #include "core/exec.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <vector>
+
+#include "core/exec_seam.h"
+#include "core/process.h"
+#include "tests/support/files.h"
 
 namespace {
 
@@ -132,11 +146,92 @@ TEST_F(CapturedOutput, ToolsStartWithoutTheDaemonsSignalSettings) {
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    for (const int ignored : {SIGPIPE, SIGHUP, SIGINT, SIGUSR1, SIGRTMIN})
+        signal(ignored, SIG_IGN);
     EXPECT_EQ(RunScript("grep${IFS}-E${IFS}'Sig(Blk|Ign)'${IFS}/proc/self/status"), 0);
     pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN) << "this process keeps its own";
     EXPECT_THAT(Output(), HasSubstr("SigBlk:\t0000000000000000\n"));
     EXPECT_THAT(Output(), HasSubstr("SigIgn:\t0000000000000000\n"));
+}
+
+// From now on this kernel knows no pidfd_open(2), as those before 5.3.
+void ForgetPidFds() {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 434, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter{.len = 4, .filter = program};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+}
+
+// Once on a kernel that reports the end of a process through a descriptor, and once on an older one.
+TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
+    tessel::g_toolLimit = std::chrono::milliseconds(700);
+    for (const bool hasPidFds : {true, false}) {
+        if (!hasPidFds) ForgetPidFds();
+        EXPECT_EQ(RunScript("echo${IFS}out;exec\t>&-\t2>&-;sleep${IFS}0.3;exit${IFS}3"), -1);
+        EXPECT_EQ(Output(), "out\n");
+        auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(RunScript("echo${IFS}started;sleep${IFS}60&"), 0);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600)) << hasPidFds;
+        for (const char* endless :
+             {"trap${IFS}''${IFS}TERM;sleep${IFS}4712", "yes", "exec\t>&-\t2>&-;sleep${IFS}4712"}) {
+            start = std::chrono::steady_clock::now();
+            EXPECT_EQ(RunScript(endless), -1) << endless;
+            EXPECT_GE(std::chrono::steady_clock::now() - start, tessel::g_toolLimit) << endless;
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << endless;
+        }
+        EXPECT_EQ(GetServicePidFromCmdline("/proc/", "sleep 4712", nullptr), 0) << "its children are killed, too";
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "and it is reaped";
+    }
+}
+
+TEST_F(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
+    rusage before{};
+    rusage after{};
+    getrusage(RUSAGE_THREAD, &before);
+    EXPECT_EQ(RunScript("sleep${IFS}1"), 0);
+    getrusage(RUSAGE_THREAD, &after);
+    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 10);
+}
+
+// What a started program finds, as it says itself in a file.
+std::string FoundBy(const char* script, std::initializer_list<int> blocked) {
+    constexpr char kFound[] = "/tmp/found";
+    tessel::CommandLine line;
+    EXPECT_TRUE(tessel::ComposeCommand(line, "sh sh -c %s;mv${IFS}/tmp/new${IFS}%s", script, kFound));
+    EXPECT_EQ(tessel::StartDetached(line, blocked), 0);
+    EXPECT_TRUE(tessel::test::Eventually([&] { return access(kFound, F_OK) == 0; }));
+    const std::string text = tessel::test::ReadFile(kFound);
+    unlink(kFound);
+    return text;
+}
+
+TEST(StartDetached, LeavesAProgramToItself) {
+    const int inherited = open("/dev/zero", O_RDONLY);  // not closed by exec
+    ASSERT_GE(inherited, 0);
+    for (const int ignored : {SIGHUP, SIGINT, SIGPIPE})
+        signal(ignored, SIG_IGN);
+    EXPECT_EQ(FoundBy("readlink${IFS}/proc/$$/fd/*>/tmp/new", {}), "/dev/null\n/tmp/new\n/dev/null\n");
+    EXPECT_EQ(FoundBy("grep${IFS}-E${IFS}'Sig(Blk|Ign)'${IFS}/proc/$$/status>/tmp/new", {SIGUSR1, SIGUSR2, SIGTERM}),
+              "SigBlk:\t0000000000004a00\nSigIgn:\t0000000000000000\n");
+    EXPECT_NE(FoundBy("echo${IFS}$PPID>/tmp/new", {}), std::to_string(getpid()) + "\n");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+    close(inherited);
+}
+
+TEST(StartDetached, LogsWhatWentWrong) {
+    testing::internal::CaptureStdout();
+    tessel::test::WriteFile("/tmp/tessellog", "");
+    tessel::CommandLine line;
+    ASSERT_TRUE(tessel::ComposeCommand(line, "no-such-program no-such-program -x"));
+    EXPECT_EQ(tessel::StartDetached(line), 0) << "it was started";
+    EXPECT_EQ(tessel::StartDetached(tessel::CommandLine()), -1) << "nothing to start";
+    EXPECT_EQ(tessel::StartDetachedShell("exit 3"), 0);
+    unlink("/tmp/tessellog");
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)"));
 }
 
 TEST(ExecShellProcess, GivesExitStatusAndPid) {

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -127,13 +129,20 @@ TEST(LogControl, OpensClosesAndRefuses) {
         {"code 7", &LogLibFileManage, Control(7), -1},
         {"the library's code at the daemon", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_LIB, "/tmp/other"), 0},
         {"a folder that does not exist", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/no/such"), -1},
+        {"a FIFO", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/fifo"), -1},
+        {"a device", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/dev/null"), -1},
+        {"a link", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/link"), -1},
         {"a path", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_BOTH, "/tmp/one.log"), 0},
         {"closing", &LogDaemonFileManage, Control(TESSEL_LOG_CLOSE_BOTH), 0},
         {"closing what is closed", &LogDaemonFileManage, Control(TESSEL_LOG_CLOSE_DAEMON), 0},
         {"the library's default", &LogLibFileManage, Control(TESSEL_LOG_OPEN_LIB), 0},
     };
+    ASSERT_EQ(mkfifo("/tmp/fifo", 0666), 0);
+    WriteFile("/tmp/precious", "kept");
+    std::filesystem::create_symlink("/tmp/precious", "/tmp/link");
     for (const Case& row : cases)
         EXPECT_EQ(row.manage(&row.control), row.expected) << row.description;
+    EXPECT_EQ(ReadFile("/tmp/precious"), "kept");
     EXPECT_FALSE(std::filesystem::exists("/tmp/other"));
     EXPECT_TRUE(std::filesystem::exists("/tmp/one.log"));
 
@@ -156,6 +165,27 @@ TEST(LogControl, ReopeningLeavesNoDescriptorBehind) {
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(LogDaemonFileManage(&open), 0);
     EXPECT_EQ(descriptors(), before);
+}
+
+// A thread that dies while it writes a line would take the file's lock along.
+TEST(Log, LinesAreNoPlaceToDieAt) {
+    TesselDebugLevelSet(2);
+    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
+    ASSERT_EQ(LogDaemonFileManage(&open), 0);
+    static std::atomic<int> passed{0};
+    pthread_t thread{};
+    const auto log = [](void*) -> void* {
+        pthread_cancel(pthread_self());
+        TESSEL_ERR("a line");
+        ++passed;
+        errno = 1;
+        TESSEL_PERROR("another");
+        ++passed;
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, log, nullptr), 0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(passed, 2);
 }
 
 // For the thread sanitizer: the file is closed and opened under the feet of writers.

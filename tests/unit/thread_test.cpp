@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,6 +14,7 @@
 
 #include "core/log.h"
 #include "core/unique_fd.h"
+#include "sysdbg/sysdbg.h"
 #include "tests/support/files.h"
 
 namespace {
@@ -82,6 +84,35 @@ TEST(Thread, IsCancelledWhereItWaits) {
     EXPECT_EQ(ThreadCancel(thread), 0);
     EXPECT_EQ(ThreadJoin(thread), PTHREAD_CANCELED);
     EXPECT_EQ(fcntl(worker.pipeEnd, F_GETFD), -1) << "its descriptors were closed";
+}
+
+// What a thread runs into is reported: nothing of that is blocked there.
+TEST(Thread, ThatCrashesLeavesAReport) {
+    const struct {
+        int signal;
+        ThreadFunction crash;
+    } rows[] = {
+        {SIGILL, [](void*) { __builtin_trap(); }},
+        {SIGTRAP, [](void*) { raise(SIGTRAP); }},
+        {SIGSEGV, [](void*) { raise(SIGSEGV); }},
+    };
+    for (const auto& row : rows) {
+        const std::string file = "/tmp/crash" + std::to_string(row.signal);
+        const pid_t child = fork();
+        if (child == 0) {
+            (void)SysdbgInit(nullptr, file.c_str(), 0, kSysdbgNoDebugThread);
+            ThreadJoin(Spawn(row.crash, nullptr));
+            _exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == row.signal) << row.signal << ": " << status;
+        const std::string report = tessel::test::ReadFile(file + ".0");
+        EXPECT_NE(report.find("Thread name:TesselSysNetlin\nSignal num: " + std::to_string(row.signal) + "\n"),
+                  std::string::npos)
+            << row.signal;
+        EXPECT_NE(report.find("] Maps-------\n"), std::string::npos) << row.signal;
+    }
 }
 
 TEST(Thread, ThatCannotBeMadeIsZero) {

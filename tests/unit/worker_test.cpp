@@ -1,0 +1,213 @@
+// Workers under every way to stop, and what they wait in.
+#include "core/worker.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/exec.h"
+#include "core/ipc.h"
+#include "core/log.h"
+#include "core/notify.h"
+#include "core/text_file.h"
+#include "tests/support/files.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using tessel::Worker;
+using tessel::test::Eventually;
+
+struct Session {
+    std::function<void(Worker&)> body;
+    std::atomic<bool> hasBegun{false};
+    std::atomic<bool> hasEnded{false};
+};
+
+void RunSession(Worker& self, void* argument) {
+    auto& session = *static_cast<Session*>(argument);
+    session.hasBegun = true;
+    session.body(self);
+    session.hasEnded = true;
+}
+
+std::ptrdiff_t Descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+std::ptrdiff_t Threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+// The processes whose command line contains `word`.
+int ProcessesWith(const std::string& word) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::string line = tessel::test::ReadFile(entry.path() / "cmdline");
+        std::replace(line.begin(), line.end(), '\0', ' ');
+        if (line.find(word) != std::string::npos && entry.path().filename() != std::to_string(getpid())) ++count;
+    }
+    return count;
+}
+
+// A listener that has room for no further connection.
+class FullListener {
+  public:
+    explicit FullListener(const char* name) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        EXPECT_TRUE(tessel::FormSocketAddress(name, address_));
+        unlink(address_.sun_path);
+        EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)), 0);
+        EXPECT_EQ(listen(fd_.Get(), 0), 0);
+        while (true) {
+            tessel::UniqueFd filler(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+            if (connect(filler.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) != 0) break;
+            fillers_.push_back(std::move(filler));
+        }
+    }
+
+  private:
+    tessel::UniqueFd fd_;
+    sockaddr_un address_{};
+    std::vector<tessel::UniqueFd> fillers_;
+};
+
+TEST(Worker, EndsWhereverItWaits) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const tessel::UniqueFd silentEnd(ends[0]);
+    const tessel::UniqueFd otherEnd(ends[1]);
+    const FullListener fullListener("ipc_full");
+    const struct {
+        const char* description;
+        std::function<void(Worker&)> body;
+    } rows[] = {
+        {"sleeping", [](Worker& self) { EXPECT_FALSE(self.Sleep(seconds(60))); }},
+        {"waiting for a packet",
+         [&](Worker& self) { EXPECT_EQ(self.WaitFor(silentEnd.Get(), POLLIN, seconds(60)), tessel::Wait::kStopped); }},
+        {"waiting for a file", [](Worker& self) { EXPECT_FALSE(tessel::AwaitFile("/tmp/never", self)); }},
+        {"running a silent tool that ignores SIGTERM",
+         [](Worker& self) {
+             tessel::CommandLine line;
+             ASSERT_TRUE(tessel::ComposeCommand(line, "perl perl -e $SIG{TERM}='IGNORE';system('sleep','4711')"));
+             tessel::ToolOutput output;
+             EXPECT_EQ(tessel::Run(line, output, &self), -1);
+         }},
+        {"running the shell", [](Worker& self) { EXPECT_EQ(tessel::RunShell("sleep 4711; true", &self), -1); }},
+        {"notifying a listener that accepts nothing",
+         [](Worker& self) { EXPECT_NE(tessel::Notify(tessel::NoticeSocket("ipc_%s", "full"), 1, u32{5}, &self), 0); }},
+        {"notifying nobody",
+         [](Worker& self) { EXPECT_NE(tessel::Notify(tessel::NoticeSocket("ipc_nobody"), 1, u32{5}, &self), 0); }},
+    };
+    TESSEL_ERR("opens the log");
+    const auto descriptors = Descriptors();
+    const auto threads = Threads();
+    for (const auto& row : rows) {
+        Session session{.body = row.body};
+        Worker worker;
+        ASSERT_TRUE(worker.Start("worker", &RunSession, &session)) << row.description;
+        ASSERT_TRUE(Eventually([&] { return session.hasBegun.load(); }));
+        EXPECT_FALSE(worker.AwaitEnd(milliseconds(200))) << row.description << ": it waits";
+        const auto asked = steady_clock::now();
+        worker.AskToEnd();
+        worker.AskToEnd();
+        EXPECT_TRUE(worker.AwaitEnd(seconds(10))) << row.description;
+        EXPECT_LT(steady_clock::now() - asked, seconds(2)) << row.description;
+        EXPECT_TRUE(session.hasEnded) << row.description;
+    }
+    EXPECT_EQ(ProcessesWith("4711"), 0) << "tools are killed with what they started";
+    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_TRUE(Eventually([&] { return Threads() == threads; }));
+}
+
+TEST(Notice, IsNotWaitedForWithoutEnd) {
+    const FullListener fullListener("ipc_full");
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(IpcCallbackSendAndRecv("ipc_full", 1, nullptr, 0, nullptr, 0), TESSEL_IPC_ERROR);
+    const auto waited = steady_clock::now() - begin;
+    EXPECT_GE(waited, milliseconds(7900));
+    EXPECT_LT(waited, seconds(10));
+}
+
+TEST(Worker, IsStartedAgainAndJoinedOnce) {
+    Session session{.body = [](Worker& self) { EXPECT_TRUE(self.IsWanted()); }};
+    Worker worker;
+    worker.AskToEnd();  // of no effect on what comes
+    EXPECT_TRUE(worker.AwaitEnd(milliseconds(0))) << "nothing was started";
+    for (int round = 0; round < 50; ++round) {
+        session.hasEnded = false;
+        ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+        ASSERT_TRUE(Eventually([&] { return session.hasEnded.load() && !worker.IsRunning(); }));
+        EXPECT_TRUE(round % 2 == 0 || worker.AwaitEnd(seconds(1)));
+    }
+    session.body = [](Worker& self) { (void)self.Sleep(seconds(60)); };
+    ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+    EXPECT_FALSE(worker.Start("worker", &RunSession, &session)) << "it runs";
+    worker.AskToEnd();
+    ASSERT_TRUE(worker.AwaitEnd(seconds(5)));
+    ASSERT_TRUE(worker.Start("worker", &RunSession, &session)) << "at once";
+    // Left to the destructor.
+}
+
+// For the thread sanitizer: asked by others while it ends by itself and is started again.
+TEST(Worker, IsAskedByAnybodyAtAnyTime) {
+    Session session{.body = [](Worker& self) { (void)self.Sleep(milliseconds(1)); }};
+    Worker worker;
+    std::atomic<bool> isOver{false};
+    Session asking{.body = [&](Worker&) {
+        while (!isOver)
+            worker.AskToEnd();
+    }};
+    Worker other;
+    ASSERT_TRUE(other.Start("asking", &RunSession, &asking));
+    for (int round = 0; round < 200; ++round) {
+        ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+        ASSERT_TRUE(worker.AwaitEnd(seconds(10)));
+    }
+    isOver = true;
+    EXPECT_TRUE(other.AwaitEnd(seconds(10)));
+}
+
+TEST(Worker, SleepsItsWholeTimeDespiteSignals) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR2, &action, nullptr);
+    std::atomic<pthread_t> thread{0};
+    std::atomic<bool> isDone{false};
+    Session session{.body = [&](Worker& self) {
+        sigset_t one;
+        sigemptyset(&one);
+        sigaddset(&one, SIGUSR2);
+        pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+        thread = pthread_self();
+        const auto begin = steady_clock::now();
+        EXPECT_TRUE(self.Sleep(milliseconds(300)));
+        const auto slept = steady_clock::now() - begin;
+        EXPECT_GE(slept, milliseconds(300));
+        EXPECT_LT(slept, seconds(3)) << "not its whole time again after each signal";
+        isDone = true;
+        (void)self.Sleep(seconds(60));
+    }};
+    Worker worker;
+    ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+    ASSERT_TRUE(Eventually([&] { return thread != 0; }));
+    while (!isDone) {
+        pthread_kill(thread, SIGUSR2);
+        usleep(10'000);
+    }
+    worker.AskToEnd();
+}
+
+}  // namespace

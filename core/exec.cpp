@@ -51,22 +51,22 @@ CallSite Named(const char* function, int line = __builtin_LINE()) {
     return {function, line};
 }
 
-i32 RunLoggingFailure(const char* line, u32 maxLen, Worker* worker) {
+i32 RunLoggingFailure(const char* line, u32 maxLen) {
     const CallSite where = Named("ExecCmd");
     const SplitLine split(line, maxLen, where);
     if (!split.IsWhole()) return -1;
     ToolOutput output;
-    if (RunTool(split.Get(), &output, worker, nullptr) == 0) return 0;
+    if (RunTool(split.Get(), &output, nullptr) == 0) return 0;
     TESSEL_ERR_AT(where, "%s", split.Get().file);
     TESSEL_ERR_AT(where, "%s", output.text);
     return -1;
 }
 
-i32 RunForOutput(const char* line, u32 maxLen, ToolOutput& output, Worker* worker) {
+i32 RunForOutput(const char* line, u32 maxLen, ToolOutput& output) {
     const CallSite where = Named("TesselExecCmdAndGetOutput");
     const SplitLine split(line, maxLen, where);
     if (!split.IsWhole()) return -1;
-    if (RunTool(split.Get(), &output, worker, nullptr) == 0) return 0;
+    if (RunTool(split.Get(), &output, nullptr) == 0) return 0;
     TESSEL_DBG_AT(where, "%s", split.Get().file);
     TESSEL_DBG_AT(where, "%s", output.text);
     return -1;
@@ -86,21 +86,21 @@ bool ComposeCommand(CommandLine& line, const char* format, ...) {
     return false;
 }
 
-i32 RunForStatus(const CommandLine& line, ToolOutput* output, Worker* worker) {
+i32 RunForStatus(const CommandLine& line, ToolOutput* output) {
     const SplitLine split(line.text, sizeof(line.text), line.where);
-    return split.IsWhole() ? RunTool(split.Get(), output, worker, nullptr) : -1;
+    return split.IsWhole() ? RunTool(split.Get(), output, nullptr) : -1;
 }
 
-i32 Run(const CommandLine& line, Worker* worker) {
-    return RunLoggingFailure(line.text, sizeof(line.text), worker);
+i32 Run(const CommandLine& line) {
+    return RunLoggingFailure(line.text, sizeof(line.text));
 }
 
-i32 Run(const CommandLine& line, ToolOutput& output, Worker* worker) {
-    return RunForOutput(line.text, sizeof(line.text), output, worker);
+i32 Run(const CommandLine& line, ToolOutput& output) {
+    return RunForOutput(line.text, sizeof(line.text), output);
 }
 
-i32 RunShell(const char* line, Worker* worker) {
-    return RunTool(ShellLine(line).Get(), nullptr, worker, nullptr);
+i32 RunShell(const char* line) {
+    return RunTool(ShellLine(line).Get(), nullptr, nullptr);
 }
 
 i32 RunChange(const CommandLine& line, const ChangeWords& words) {
@@ -157,12 +157,12 @@ i32 TesselBufToArgv(char* cmd, char** argv, i32 maxArgs, u32 maxLen, char sep) {
 }
 
 i32 TesselExecShellProcess(const char* file, char** argv, pid_t* pid) {
-    return tessel::RunTool({.file = file, .argv = argv}, nullptr, nullptr, pid);
+    return tessel::RunTool({.file = file, .argv = argv}, nullptr, pid);
 }
 
 i32 TesselExecShellPrcPipe(const char* file, char** argv, char* buf, u32 len, i32* outLen) {
     tessel::ToolOutput output(std::min(len, tessel::kToolOutputBytesMax));
-    const i32 status = tessel::RunTool({.file = file, .argv = argv}, &output, nullptr, nullptr);
+    const i32 status = tessel::RunTool({.file = file, .argv = argv}, &output, nullptr);
     memcpy(buf, output.text, output.length);
     *outLen = static_cast<i32>(output.length);
     return status;
@@ -173,7 +173,7 @@ i32 ExecCmd(char* cmd, u32 maxLen, i32 /*reserved*/) {
         TESSEL_ERR("ExecCmd pchCmd is NULL!");
         return -1;
     }
-    return tessel::RunLoggingFailure(cmd, maxLen, nullptr);
+    return tessel::RunLoggingFailure(cmd, maxLen);
 }
 
 i32 TesselExecCmdAndGetOutput(char* cmd, u32 maxLen, char* out, u32 outLen) {
@@ -183,7 +183,7 @@ i32 TesselExecCmdAndGetOutput(char* cmd, u32 maxLen, char* out, u32 outLen) {
     }
     memset(out, 0, outLen);
     tessel::ToolOutput output(std::min(outLen, tessel::kToolOutputBytesMax));
-    const i32 result = tessel::RunForOutput(cmd, maxLen, output, nullptr);
+    const i32 result = tessel::RunForOutput(cmd, maxLen, output);
     memcpy(out, output.text, output.length);
     return result;
 }

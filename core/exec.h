@@ -4,9 +4,9 @@
 // is split at blanks, there is no quoting, and nothing goes through a shell. The program is looked up along PATH.
 //
 // A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status are looked at. A program that
-// cannot be run counts as exit status 255. One that runs for more than a minute, or whose worker is asked to end, is
-// killed with its process group and has failed. Tools start with an empty signal mask and every signal at its default
-// action.
+// cannot be run counts as exit status 255. One that runs for more than a minute, or that a worker (core/worker.h) runs
+// which is asked to end, is killed with its process group and has failed. Tools start with an empty signal mask and
+// every signal at its default action.
 //
 // Everything here ends in the seam (core/exec_seam.h): a program links either the file behind it that runs tools or the
 // one that only notes what would be run.
@@ -20,8 +20,6 @@
 #include "core/types.h"
 
 namespace tessel {
-
-class Worker;
 
 constexpr u32 kCommandLineBytes = 1000;  // NUL included
 constexpr i32 kCommandWordsMax = 64;     // a line with that many words is refused
@@ -52,16 +50,16 @@ struct ToolOutput {
 [[nodiscard, gnu::format(printf, 2, 3)]] bool ComposeCommand(CommandLine& line, const char* format, ...);
 
 // Runs a line. Its exit status (0 to 255), or -1 with a log line: not one word or too many, not started, killed.
-[[nodiscard]] i32 RunForStatus(const CommandLine& line, ToolOutput* output = nullptr, Worker* worker = nullptr);
+[[nodiscard]] i32 RunForStatus(const CommandLine& line, ToolOutput* output = nullptr);
 
 // Runs a line for what it does. 0, or -1 with the program's name and its output in the log.
-[[nodiscard]] i32 Run(const CommandLine& line, Worker* worker = nullptr);
+[[nodiscard]] i32 Run(const CommandLine& line);
 
 // Runs a line for its output. 0, or -1 with the line and the output in the log at debug level; the output stays.
-[[nodiscard]] i32 Run(const CommandLine& line, ToolOutput& output, Worker* worker = nullptr);
+[[nodiscard]] i32 Run(const CommandLine& line, ToolOutput& output);
 
 // Runs a line in the shell: its exit status, or -1 with a log line.
-[[nodiscard]] i32 RunShell(const char* line, Worker* worker = nullptr);
+[[nodiscard]] i32 RunShell(const char* line);
 
 // In which words a change is logged.
 struct ChangeWords {

@@ -43,7 +43,7 @@ std::vector<std::string> TakeToolLines() {
     return std::exchange(notes.lines, {});
 }
 
-i32 RunTool(const Tool& tool, ToolOutput* output, Worker* /*worker*/, pid_t* pid) {
+i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
     Notes& notes = TheNotes();
     const std::lock_guard lock(notes.lock);
     const std::string line = LineOf(tool);

@@ -23,7 +23,6 @@ std::chrono::milliseconds g_toolLimit = std::chrono::seconds(60);
 
 namespace {
 
-
 constexpr int kExecFailedStatus = 255;
 
 #ifndef SYS_pidfd_open
@@ -170,7 +169,8 @@ enum class End { kExited, kTooLong, kStopped };
 // Reads the output until the child has ended, the time is over or the worker is asked to end. The end of the output
 // says little: a tool may close it and go on, and a program that it left running may hold it open, or write into it,
 // for ever.
-End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, const Worker* worker) {
+End AwaitEnd(pid_t pid, int pipe, OutputReader* reader) {
+    const Worker* const worker = Worker::Current();
     constexpr u32 kReadsPerLook = 64;
     const Deadline deadline(g_toolLimit);
     ChildWatch child(pid);
@@ -214,8 +214,9 @@ i32 Finish(pid_t pid, const Tool& tool, End end, CallSite where) {
         case End::kExited:
             return status;
         case End::kTooLong:
-            TESSEL_ERR_AT(where, "%s was killed after %lld seconds", tool.argv[0],
-                          static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(g_toolLimit).count()));
+            TESSEL_ERR_AT(
+                where, "%s was killed after %lld seconds", tool.argv[0],
+                static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(g_toolLimit).count()));
             return -1;
         case End::kStopped:
             TESSEL_PRT_AT(where, "%s was killed, it is not wanted any more", tool.argv[0]);
@@ -246,7 +247,7 @@ void CloseFrom(int first) {
 
 }  // namespace
 
-i32 RunTool(const Tool& tool, ToolOutput* output, Worker* worker, pid_t* pid) {
+i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
     const CallSite where{output != nullptr ? "TesselExecShellPrcPipe" : "TesselExecShellProcess", __LINE__};
     TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
     UniqueFd readEnd;
@@ -273,9 +274,9 @@ i32 RunTool(const Tool& tool, ToolOutput* output, Worker* worker, pid_t* pid) {
     if (pid != nullptr) *pid = child;
     writeEnd.Reset();
     report.Log(where);
-    if (output == nullptr) return Finish(child, tool, AwaitEnd(child, -1, nullptr, worker), where);
+    if (output == nullptr) return Finish(child, tool, AwaitEnd(child, -1, nullptr), where);
     OutputReader reader(readEnd.Get(), *output);
-    const i32 status = Finish(child, tool, AwaitEnd(child, readEnd.Get(), &reader, worker), where);
+    const i32 status = Finish(child, tool, AwaitEnd(child, readEnd.Get(), &reader), where);
     TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
     return status;
 }

@@ -20,8 +20,8 @@ struct Tool {
 };
 
 // Runs the tool and waits for it. Its exit status, or -1 with a log line when it could not be started or was killed.
-// Without `output` what it prints goes where the daemon's output goes; `worker` and `pid` may be null, too.
-[[nodiscard]] i32 RunTool(const Tool& tool, ToolOutput* output, Worker* worker, pid_t* pid);
+// Without `output` what it prints goes where the daemon's output goes; `pid` may be null, too.
+[[nodiscard]] i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid);
 
 // How long a tool may run: a minute, unless a test shortens it.
 extern std::chrono::milliseconds g_toolLimit;

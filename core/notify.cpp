@@ -15,7 +15,8 @@ NoticeSocket::NoticeSocket(const char* format, ...) {
     va_end(arguments);
 }
 
-i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size, const Worker* worker) {
+i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size) {
+    const Worker* const worker = Worker::Current();
     return IpcCallbackSend(socket.name, event, data, size, worker != nullptr ? worker->StopFd() : -1);
 }
 

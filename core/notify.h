@@ -7,8 +7,6 @@
 
 namespace tessel {
 
-class Worker;
-
 // The name of an application's socket, composed by printf's rules. One that is too long is refused when it is sent to.
 struct NoticeSocket {
     [[gnu::format(printf, 2, 3)]] explicit NoticeSocket(const char* format, ...);
@@ -16,13 +14,13 @@ struct NoticeSocket {
 };
 
 // Delivers one notification, at most TESSEL_PAYLOAD_MAX bytes. Returns TESSEL_IPC_OK or another result of tessel/ipc.h;
-// what failed is logged, but for the sender's own words. Takes up to 8 seconds to connect while nobody accepts; with a
-// worker (null: none) it ends, as a failure, as soon as that is asked to end.
-[[nodiscard]] i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size, const Worker* worker);
+// what failed is logged, but for the sender's own words. Takes up to 8 seconds to connect while nobody accepts; a
+// worker's (core/worker.h) ends, as a failure, as soon as that is asked to end.
+[[nodiscard]] i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size);
 
 template <WireRecord Record>
-[[nodiscard]] i32 Notify(const NoticeSocket& socket, u32 event, const Record& record, const Worker* worker = nullptr) {
-    return NotifyBytes(socket, event, &record, sizeof(record), worker);
+[[nodiscard]] i32 Notify(const NoticeSocket& socket, u32 event, const Record& record) {
+    return NotifyBytes(socket, event, &record, sizeof(record));
 }
 
 }  // namespace tessel

@@ -10,6 +10,16 @@ namespace tessel {
 
 using std::chrono::milliseconds;
 
+namespace {
+
+thread_local const Worker* t_current = nullptr;
+
+}  // namespace
+
+const Worker* Worker::Current() {
+    return t_current;
+}
+
 Worker::~Worker() {
     AskToEnd();
     Join();
@@ -62,6 +72,7 @@ Wait Worker::WaitFor(int fd, short events, milliseconds time) const {
 
 void Worker::Run(void* self) {
     Worker& worker = *static_cast<Worker*>(self);
+    t_current = &worker;
     worker.body_(worker, worker.session_);
     (void)eventfd_write(worker.endFd_.Get(), 1);
 }

@@ -40,6 +40,10 @@ class Worker {
     // True from a successful Start until the body has ended, joined or not.
     [[nodiscard]] bool IsRunning() const;
 
+    // The worker whose body calls; null in any other thread. Tools that it runs and notices that it sends end when it
+    // is asked to end.
+    [[nodiscard]] static const Worker* Current();
+
     // For the body.
 
     [[nodiscard]] bool IsWanted() const {

@@ -70,7 +70,7 @@ void stat_thread(Worker& self, void* session) {
         if (!current) return;
         const TNetBandwidthReport report = tessel::BandwidthBetween(*previous, *current, statistics.interval);
         previous = current;
-        const i32 result = Notify(tessel::NoticeSocket("%s", TESSEL_SOCKET_STAT), TESSEL_STAT_BANDWIDTH, report, &self);
+        const i32 result = Notify(tessel::NoticeSocket("%s", TESSEL_SOCKET_STAT), TESSEL_STAT_BANDWIDTH, report);
         if (result != TESSEL_IPC_OK) TESSEL_ERR("send and recv msg error:%d!", result);
     }
 }

@@ -182,7 +182,9 @@ TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
             EXPECT_GE(std::chrono::steady_clock::now() - start, tessel::g_toolLimit) << endless;
             EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << endless;
         }
-        EXPECT_EQ(GetServicePidFromCmdline("/proc/", "sleep 4712", nullptr), 0) << "its children are killed, too";
+        EXPECT_TRUE(tessel::test::Eventually([] {
+            return GetServicePidFromCmdline("/proc/", "sleep 4712", nullptr) == 0;
+        })) << "its children are killed, too";
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "and it is reaped";
     }
 }

@@ -34,7 +34,7 @@ std::uint64_t LimitBytes() {
     return std::uint64_t{limitKib} * 1024;
 }
 
-// Copies whole pieces, and of each what is text: the end of a report whose last piece is not full stays behind.
+// Copies full pieces, each up to its first NUL. An incomplete last piece is dropped, as readers of the file expect.
 void KeepPreviousGeneration() {
     const sysdbg::File from(__crushdump_file[0], O_RDONLY);
     const sysdbg::File to(__crushdump_file[1], O_WRONLY | O_CREAT | O_TRUNC, kCrashFileMode);
@@ -52,8 +52,8 @@ sysdbg::File OpenCrashFile() {
     return {path, O_WRONLY | O_CREAT | (isFull ? O_TRUNC : O_APPEND), kCrashFileMode};
 }
 
-// Somebody may have stopped to read the other end of standard output. The first text waits a second for it, later ones
-// do not wait: the process is to end.
+// Whoever reads standard output may have stopped doing so. The first text waits a second for room, later ones not at
+// all: the process has to end.
 bool StandardOutputIsReady() {
     static int patienceMs = 1000;
     pollfd output{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};

@@ -27,8 +27,8 @@ struct Request {
 };
 constexpr std::size_t kRequestBytes = sizeof(Request::function);
 
-// The name of the process group's leader as a number (FNV-1a): every start of a program finds the same queue, and none
-// leaves another one behind.
+// A hash (FNV-1a) of the name of the process group's leader: every start of a program finds the same queue, instead of
+// leaving one more behind.
 key_t QueueKey() {
     char path[64];
     FormatText(path, sizeof(path), "/proc/%d/stat", getpgrp());
@@ -38,10 +38,10 @@ key_t QueueKey() {
     std::uint32_t hash = 2166136261;
     for (const char* c = NameInStat(stat); *c != '\0'; ++c)
         hash = (hash ^ static_cast<unsigned char>(*c)) * 16777619;
-    return static_cast<key_t>(hash | 1);  // 0 would be a new queue each time
+    return static_cast<key_t>(hash | 1);  // 0 (IPC_PRIVATE) would be a new queue each time
 }
 
-// -1 when there is none, or when somebody else made it or may write to it.
+// -1 when there is none, or when it is somebody else's or others may use it.
 int OpenQueue() {
     const int queue = msgget(QueueKey(), IPC_CREAT | kOwnerOnly);
     msqid_ds state{};
@@ -53,13 +53,19 @@ int OpenQueue() {
 
 struct DebugThread {
     int queue;
-    sem_t isWaiting;  // posted when all that is left to do is to wait
+    sem_t isReady;  // posted when only the wait for requests is left
 };
+
+void Drain(int queue) {
+    Request request{};
+    while (msgrcv(queue, &request, kRequestBytes, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
+    }
+}
 
 void* Serve(void* argument) {
     auto* const self = static_cast<DebugThread*>(argument);
     const int queue = self->queue;
-    sem_post(&self->isWaiting);
+    sem_post(&self->isReady);
     while (true) {
         Request request{};
         const ssize_t count = msgrcv(queue, &request, kRequestBytes, kRequestType, 0);
@@ -83,14 +89,15 @@ void StartDebugThread() {
     pthread_mutex_lock(&mutex);
     if (!isStarted) {
         self.queue = OpenQueue();
-        sem_init(&self.isWaiting, 0, 0);
+        Drain(self.queue);
+        sem_init(&self.isReady, 0, 0);
         pthread_t thread{};
         isStarted = self.queue >= 0 && pthread_create(&thread, nullptr, &Serve, &self) == 0;
         if (isStarted) {
             pthread_detach(thread);
-            // A program that forks next would take along, locked for ever, what a starting thread holds of the C
-            // library: its child's own threads would hang.
-            while (sem_wait(&self.isWaiting) != 0) {
+            // A thread that is starting holds locks of the C library. If the program forks then, they stay locked in
+            // its child for ever, whose own threads hang.
+            while (sem_wait(&self.isReady) != 0) {
             }
         }
     }

@@ -1,4 +1,4 @@
-// An ELF file of this machine's class, read in bounded pieces: it may be truncated or made to deceive.
+// An ELF file of this machine's class, read in bounded pieces: it may be truncated or forged.
 #pragma once
 
 #include <link.h>
@@ -12,14 +12,14 @@ namespace sysdbg {
 
 class ElfFile {
   public:
-    // Opens regular files only: reading a device could do anything.
+    // Opens regular files only: reading a device may have any effect.
     explicit ElfFile(const char* path);
 
-    // A file that could be opened, of this machine's class and of ELF version 1. Nothing else is asked of any other.
+    // True when it could be opened and is of this machine's class and ELF version 1. All else is for such files only.
     [[nodiscard]] bool IsValid() const {
         return isValid_;
     }
-    // True when its addresses count from the place it is mapped to, as those of shared objects do.
+    // True when its addresses are relative to where it is mapped, as those of shared objects are.
     [[nodiscard]] bool IsRelocatable() const {
         return header_.e_type == ET_DYN;
     }
@@ -29,14 +29,14 @@ class ElfFile {
     [[nodiscard]] std::uint32_t SectionCount() const {
         return header_.e_shnum;
     }
-    // These are false when there is no such thing.
+    // The following return false when there is no such thing in the file.
     [[nodiscard]] bool ReadSection(std::uint32_t index, ElfW(Shdr) & section) const;
     [[nodiscard]] bool ReadAt(std::uint64_t offset, void* buffer, std::size_t bytes) const {
         return file_.ReadAt(offset, buffer, bytes);
     }
-    // The first segment of a type.
+    // Finds the first segment of a type.
     [[nodiscard]] bool FindSegment(std::uint32_t type, ElfW(Phdr) & found) const;
-    // The address, as this file counts, of the byte at `offset`, by the segment that loads it.
+    // The address, less the load bias, to which a segment loads the byte at `offset`.
     [[nodiscard]] bool AddressOfOffset(std::uint64_t offset, std::uintptr_t& address) const;
 
   private:

@@ -1,8 +1,8 @@
-// The exception index tables of 32-bit ARM modules, as far as they tell where a frame's caller is.
+// Finds a frame's caller with the exception index tables of 32-bit ARM modules.
 //
 // "Exception Handling ABI for the Arm Architecture" (EHABI), sections 6 "Index table entries", 7 "The exception
-// handling table", 10 "Implementation details". Nothing here depends on the machine it runs on: words of the unwound
-// process are read through a function.
+// handling table", 10 "Implementation details". Works on any machine: the unwound process's memory is read through a
+// function.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ struct ArmRegisters {
     std::uint32_t r[16];
 };
 
-// Reads the aligned word at an address of the unwound process. False when there is none.
+// Reads the aligned word at an address of the unwound process. False when it cannot be read.
 using ReadArmWord = bool (*)(std::uint32_t address, std::uint32_t& word);
 
 // A module's index table in memory: pairs of words, sorted by function.
@@ -30,16 +30,16 @@ struct ExidxTable {
 
 enum class ExidxStatus {
     kStepped,
-    kNoEntry,     // the table begins behind the counter
+    kNoEntry,     // the first function begins after the counter
     kCantUnwind,  // EXIDX_CANTUNWIND: the outermost frame
     kRefused,     // "refuse to unwind"
     kUnknown,     // spare instruction or unknown model
-    kIncomplete,  // an instruction's operand lies behind the end
-    kUnreadable,  // table or stack
+    kIncomplete,  // the operand of the last instruction is missing
+    kUnreadable,  // part of the table or of the stack
 };
 
-// Replaces the registers by those of the caller of the frame they describe. `counter` is an address within the call
-// instruction, or the faulting instruction itself. On failure the registers are left as they were.
+// Replaces the registers of a frame with those of its caller. `counter` is an address within the call instruction, or
+// the faulting instruction itself. On failure the registers are left as they were.
 ExidxStatus StepArmFrame(ReadArmWord readWord, const ExidxTable& table, std::uint32_t counter, ArmRegisters& registers);
 
 }  // namespace sysdbg

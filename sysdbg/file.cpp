@@ -50,7 +50,7 @@ void ReadTaskFile(pid_t thread, const char* name, char* text, std::size_t bytes)
     text[file.Read(text, bytes - 1)] = '\0';
 }
 
-// The second field: in parentheses, and may itself contain some.
+// The second field: in parentheses, which it may itself contain.
 const char* NameInStat(char* stat) {
     char* begin = strchr(stat, '(');
     char* end = strrchr(stat, ')');

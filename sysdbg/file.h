@@ -1,4 +1,4 @@
-// Files by system calls alone, for use in a signal handler.
+// Files through system calls alone, for use in a signal handler.
 #pragma once
 
 #include <sys/types.h>
@@ -8,7 +8,7 @@
 
 namespace sysdbg {
 
-// The owner of an open file. Closed on exec; opening never waits for a peer of a FIFO.
+// The owner of an open file. Closed on exec; opening never waits for the other end of a FIFO.
 class File {
   public:
     File() = default;
@@ -23,25 +23,25 @@ class File {
     [[nodiscard]] int Get() const {
         return fd_;
     }
-    // As many bytes as there are, up to `bytes`. Returns their number; 0 at the end and on failure.
+    // Reads as many bytes as there are, up to `bytes`. Returns their number; 0 at the end and on failure.
     std::size_t Read(void* buffer, std::size_t bytes) const;
-    // True when all `bytes` from `offset` on could be read.
+    // True when all `bytes` at `offset` could be read.
     [[nodiscard]] bool ReadAt(std::uint64_t offset, void* buffer, std::size_t bytes) const;
 
   private:
     int fd_ = -1;
 };
 
-// Writes all of it unless an error comes between.
+// Writes all of it, or stops at the first error.
 void WriteAll(int fd, const char* text, std::size_t length);
 
 // Opens "/proc/PROCESS/task/THREAD/NAME" of a thread of this process.
 File OpenTaskFile(pid_t thread, const char* name);
 
-// Reads the beginning of such a file as text. Empty when it cannot be read.
+// Reads the beginning of such a file, up to `bytes` with the terminator. Empty when it cannot be read.
 void ReadTaskFile(pid_t thread, const char* name, char* text, std::size_t bytes);
 
-// The program's or thread's name in the text of a "stat" file, which is changed for it. Empty when there is none.
+// The program's or thread's name in the text of a "stat" file, terminated in place. Empty when there is none.
 const char* NameInStat(char* stat);
 
 }  // namespace sysdbg

@@ -47,10 +47,10 @@ class Output {
   private:
     char* begin_;
     char* next_;
-    char* last_;  // the terminator's place at the latest
+    char* last_;  // the last place for the terminator
 };
 
-// Reads what stands behind a '%' and moves `format` behind it.
+// Reads the conversion after a '%' and moves `format` past it.
 Conversion ReadConversion(const char*& format) {
     Conversion conversion;
     if (*format == '0') conversion.padding = *format++;
@@ -74,7 +74,7 @@ std::size_t FormatTextV(char* buffer, std::size_t bytes, const char* format, va_
         }
         ++format;
         const Conversion conversion = ReadConversion(format);
-        // NOLINTBEGIN(clang-analyzer-valist.Uninitialized): started by the caller; the analyzer loses sight of it
+        // NOLINTBEGIN(clang-analyzer-valist.Uninitialized): started by the caller, out of the analyzer's sight
         switch (conversion.kind) {
             case 's': {
                 const char* text = va_arg(arguments, const char*);

@@ -7,8 +7,8 @@
 
 namespace sysdbg {
 
-// Writes what `format` says into buffer[bytes], cut to fit and always terminated; `bytes` is at least 1. Returns the
-// length written. Knows %s %d %u %x %p and %%, a width with or without leading 0, and the lengths l and z.
+// Formats into buffer[bytes], cut to fit and always terminated; `bytes` is at least 1. Returns the length written.
+// Supports %s %d %u %x %p and %%, a width with or without leading 0, and the lengths l and z.
 [[gnu::format(printf, 3, 4)]] std::size_t FormatText(char* buffer, std::size_t bytes, const char* format, ...);
 std::size_t FormatTextV(char* buffer, std::size_t bytes, const char* format, va_list arguments);
 

@@ -6,31 +6,31 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <cstddef>
+#include <iterator>
 
 namespace sysdbg {
 
 namespace {
 
 constexpr unsigned kPatienceSeconds = 2;
-constexpr int kWays[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGALRM};
-constexpr std::size_t kWayCount = sizeof(kWays) / sizeof(kWays[0]);
+constexpr int kEndings[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGALRM};
 
-sigjmp_buf wayOut;
+sigjmp_buf stepStart;
 volatile pid_t guardedThread;
 
 pid_t OwnThread() {
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
 
-void Leave(int signal) {
-    if (OwnThread() == guardedThread) siglongjmp(wayOut, 1);
+void AbandonStep(int signal) {
+    if (OwnThread() == guardedThread) siglongjmp(stepStart, 1);
     if (signal == SIGALRM) {
-        // The alarm is the process's: the kernel chose the thread.
+        // An alarm goes to the process, and the kernel picked this thread.
         syscall(SYS_tgkill, getpid(), guardedThread, SIGALRM);
         return;
     }
-    // Another thread crashes meanwhile. It faults again until the guard is gone, and then meets the report's handler.
+    // Another thread has faulted meanwhile. It faults again until the guard is gone and then enters the report's
+    // handler.
     const timespec nap{.tv_sec = 0, .tv_nsec = 10'000'000};
     nanosleep(&nap, nullptr);
 }
@@ -38,27 +38,27 @@ void Leave(int signal) {
 }  // namespace
 
 bool RunGuarded(void (*step)(void*), void* argument) {
-    static struct sigaction before[kWayCount];
-    struct sigaction leave {};
-    leave.sa_handler = &Leave;
-    sigset_t ways;
-    sigemptyset(&ways);
+    static struct sigaction before[std::size(kEndings)];
+    struct sigaction abandon {};
+    abandon.sa_handler = &AbandonStep;
+    sigset_t endings;
+    sigemptyset(&endings);
     guardedThread = OwnThread();
-    for (std::size_t i = 0; i < kWayCount; ++i) {
-        sigaction(kWays[i], &leave, &before[i]);
-        sigaddset(&ways, kWays[i]);
+    for (std::size_t i = 0; i < std::size(kEndings); ++i) {
+        sigaction(kEndings[i], &abandon, &before[i]);
+        sigaddset(&endings, kEndings[i]);
     }
     volatile bool hasReturned = false;
-    if (sigsetjmp(wayOut, 1) == 0) {
+    if (sigsetjmp(stepStart, 1) == 0) {
         alarm(kPatienceSeconds);
-        pthread_sigmask(SIG_UNBLOCK, &ways, nullptr);
+        pthread_sigmask(SIG_UNBLOCK, &endings, nullptr);
         step(argument);
         hasReturned = true;
     }
     alarm(0);
-    pthread_sigmask(SIG_BLOCK, &ways, nullptr);
-    for (std::size_t i = 0; i < kWayCount; ++i)
-        sigaction(kWays[i], &before[i], nullptr);
+    pthread_sigmask(SIG_BLOCK, &endings, nullptr);
+    for (std::size_t i = 0; i < std::size(kEndings); ++i)
+        sigaction(kEndings[i], &before[i], nullptr);
     return hasReturned;
 }
 

@@ -7,11 +7,21 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 
-#include "sysdbg/report.h"
+#include "sysdbg/file.h"
+#include "sysdbg/local_time.h"
+#include "sysdbg/machine.h"
+#include "sysdbg/maps.h"
+#include "sysdbg/sysdbg.h"
+#include "sysdbg/trace.h"
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp): the name that debugging tools look up
+const char __sysdbg_version[] = "1.0.2.4a14bb47";
 
 namespace sysdbg {
 
@@ -19,70 +29,87 @@ namespace {
 
 constexpr std::size_t kAlternateStackBytes = 8192;
 
-// How long a thread that crashes while another one reports waits for the end.
+// How long a thread that crashes while another one reports waits for the process to end.
 constexpr int kReportWaitMs = 30'000;
 constexpr int kReportPollMs = 10;
 
-// The thread that writes the report; 0 when none does.
+// The process in which a thread reports, or has reported and is about to end it; 0 when there is none. A child that was
+// forked meanwhile, or shares this memory until it runs another program, is a different process.
 std::atomic<pid_t> reporter{0};
 
-void OnSignal(int signal, siginfo_t*, void* context);
+// Signals whose default action lets the process live.
+constexpr int kHarmless[] = {SIGCHLD, SIGCONT, SIGTSTP, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH};
 
-int SetHandler(int signal, unsigned flags) {
-    struct sigaction action {};
-    action.sa_sigaction = &OnSignal;
-    action.sa_flags = static_cast<int>(flags);
-    return sigaction(signal, &action, nullptr);
+void WriteReport(int signal, const ucontext_t& context, pid_t thread) {
+    char stat[256];
+    ReadTaskFile(thread, "stat", stat, sizeof(stat));
+    const CalendarTime now = LocalTime();
+
+    SysdbgReport("\n=============== Exception Occur =================\n");
+    SysdbgReport("Version: %s\n", __sysdbg_version);
+    SysdbgReport("Thread id: %d\n", thread);
+    SysdbgReport("Thread name:%s\n", NameInStat(stat));
+    SysdbgReport("Signal num: %d\n", signal);
+    SysdbgReport("Exception time: ");
+    SysdbgReport("%04d-%02d-%02d %02d:%02d:%02d", now.year, now.month, now.day, now.hour, now.minute, now.second);
+    SysdbgReport("\n=============CPU registers=============\n");
+    WriteRegisters(context);
+    WriteTraces(context, thread, kTraceExtbl | kTraceUnwind);
+    SysdbgReport("\n--------Process [%d] Maps-------\n", getpid());
+    WriteMaps(thread);
 }
 
-void WaitForReport() {
+// Standard output may have lost its reader: ignoring the signal discards the pending one.
+void DiscardBrokenPipe() {
+    struct sigaction ignore {};
+    struct sigaction kept {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &kept);
+    sigaction(SIGPIPE, &kept, nullptr);
+}
+
+void WaitForEnd() {
     const timespec pause{.tv_sec = 0, .tv_nsec = long{kReportPollMs} * 1'000'000};
-    for (int waitedMs = 0; reporter.load() != 0 && waitedMs < kReportWaitMs; waitedMs += kReportPollMs)
+    for (int waitedMs = 0; reporter.load() == getpid() && waitedMs < kReportWaitMs; waitedMs += kReportPollMs)
         nanosleep(&pause, nullptr);
 }
 
-// A fault happens again when the handler returns; a signal that was sent does not. Both come as a pending signal, which
-// is delivered with the return. It finds the default action.
+// A fault happens again when the handler returns; a signal that was sent does not. Either way one is left pending,
+// which is delivered on return and meets the default action.
 void PassToDefaultAction(int signal, pid_t thread) {
     ::signal(signal, SIG_DFL);
     syscall(SYS_tgkill, getpid(), thread, signal);
 }
 
-void Report(int signal, const ucontext_t& context) {
-    // The next thread with this signal would end the process in the middle of the report, by the default action that
-    // SA_RESETHAND has set.
-    SetHandler(signal, SA_SIGINFO);
-    const auto brokenPipe = ::signal(SIGPIPE, SIG_IGN);  // standard output may have lost its reader
-    WriteReport(signal, context);
-    ::signal(SIGPIPE, brokenPipe);
-}
-
 void OnSignal(int signal, siginfo_t*, void* context) {
     const int keptErrno = errno;
+    // This comes first, or a second signal to this thread would wait for the very report that it interrupts. From here
+    // on a fault in the handler ends the process. The kernel restores the mask when the handler returns.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    pid_t other = reporter.load();
+    const bool isFirst = other != getpid() && reporter.compare_exchange_strong(other, getpid());
     // Opening a file is a cancellation point: a cancelled thread would leave the handler there.
     int cancelState = PTHREAD_CANCEL_ENABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);  // the kernel restores the mask when the handler returns
 
     const auto thread = static_cast<pid_t>(syscall(SYS_gettid));
-    pid_t other = 0;
-    if (reporter.compare_exchange_strong(other, thread)) {
-        Report(signal, *static_cast<const ucontext_t*>(context));
-        PassToDefaultAction(signal, thread);
-        reporter.store(0);
+    if (isFirst) {
+        WriteReport(signal, *static_cast<const ucontext_t*>(context), thread);
+        DiscardBrokenPipe();
     } else {
-        // The same thread comes here when a second signal interrupts the first one's handler before its mask is set.
-        if (other != thread) WaitForReport();
-        PassToDefaultAction(signal, thread);
+        WaitForEnd();
     }
+    PassToDefaultAction(signal, thread);
+    const bool isHarmless = std::find(std::begin(kHarmless), std::end(kHarmless), signal) != std::end(kHarmless);
+    if (isFirst && isHarmless) reporter.store(0);
     pthread_setcancelstate(cancelState, nullptr);
     errno = keptErrno;
 }
 
-// The handler does not run there: it has the stack of the thread that crashes, whose traces "extbl" takes from the
-// handler's own frame. An overflown stack ends the process without a report. Never freed, since the kernel knows it.
+// The handler does not run on it, but on the crashed thread's own stack, which "extbl" traces from the handler's frame
+// up: a stack overflow ends the process without a report. Never freed, since the kernel keeps its address.
 bool RegisterAlternateStack() {
     static void* memory;
     if (memory != nullptr) return true;
@@ -100,8 +127,13 @@ bool RegisterAlternateStack() {
 
 int InstallHandler(const int* signals, std::size_t count) {
     if (!RegisterAlternateStack()) return -1;
+    struct sigaction action {};
+    action.sa_sigaction = &OnSignal;
+    // Without SA_RESETHAND, which would let another thread's fault end the process before the first one's report is
+    // written: the handler itself goes back to the default action.
+    action.sa_flags = SA_SIGINFO;
     for (std::size_t i = 0; i < count; ++i) {
-        if (SetHandler(signals[i], SA_SIGINFO | SA_RESETHAND) != 0) return -1;
+        if (sigaction(signals[i], &action, nullptr) != 0) return -1;
     }
     return 0;
 }

@@ -28,9 +28,9 @@ void WriteVersionRecord() {
     const sysdbg::File file(kVersionFile, O_RDWR);
     const ssize_t written = file.IsOpen() ? write(file.Get(), kVersionRecord.data(), kVersionRecord.size()) : 0;
     if (!file.IsOpen()) puts("Open file failed!");
-    if (written == -1) puts("SYSDBG version exits!");  // what the kernel module answers to a record it has
+    if (written == -1) puts("SYSDBG version exits!");  // the kernel module has the record already
     if (written < -1) puts("Write sysdbg version error!");
-    // Not left in a buffer that a fork would double.
+    // A fork would duplicate what is left in the buffer.
     fflush(stdout);
 }
 

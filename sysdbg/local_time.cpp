@@ -12,7 +12,7 @@ namespace sysdbg {
 
 namespace {
 
-// RFC 8536, 3.1 and 3.2, version 1 of the data: the header, the counts' places in it, and the sizes of the entries.
+// RFC 8536, 3.1 and 3.2, version 1 of the data: the header, offsets of counts in it, and sizes of entries.
 constexpr std::size_t kHeaderBytes = 44;
 constexpr std::size_t kTransitionCountAt = 32;
 constexpr std::size_t kTypeCountAt = 36;

@@ -1,4 +1,4 @@
-// The local time of a report, without the C library, whose time functions take locks and allocate.
+// Local time for a report without the C library, whose time functions take locks and allocate.
 #pragma once
 
 #include <cstdint>
@@ -17,10 +17,10 @@ struct CalendarTime {
 // Seconds east of UTC by the last local time type of a time zone file (RFC 8536). 0 when the file has none.
 std::int32_t UtcOffsetSeconds(const char* zoneFile);
 
-// Breaks seconds since 1970 down. Times before 1970 count as its beginning.
+// Breaks down seconds since the beginning of 1970. Earlier times count as that moment.
 CalendarTime BreakDown(std::int64_t seconds);
 
-// Now, by "/etc/localtime".
+// The current time in the zone of "/etc/localtime".
 CalendarTime LocalTime();
 
 }  // namespace sysdbg

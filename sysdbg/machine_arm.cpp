@@ -3,20 +3,18 @@
 #include "sysdbg/elf_file.h"
 #include "sysdbg/exidx.h"
 #include "sysdbg/format.h"
-#include "sysdbg/frame_chain.h"
 #include "sysdbg/machine.h"
 #include "sysdbg/maps.h"
-#include "sysdbg/memory.h"
+#include "sysdbg/stack.h"
 #include "sysdbg/sysdbg.h"
 
 namespace sysdbg {
 
 namespace {
 
-// Bit 0 of a code address says that the code is Thumb.
+// Bit 0 of a code address marks Thumb code.
 constexpr std::uint32_t kThumbBit = 1;
 
-// The context holds r0 to r10, fp, ip, sp, lr and pc one behind the other.
 ArmRegisters RegistersOf(const ucontext_t& context) {
     const mcontext_t& saved = context.uc_mcontext;
     const auto word = [](unsigned long value) { return static_cast<std::uint32_t>(value); };
@@ -44,11 +42,11 @@ bool FindTable(std::uint32_t counter, ExidxTable& table) {
     return true;
 }
 
-// Steps to the caller. A first frame without a table is a call into nowhere or a leaf without tables: it has not saved
-// the link register.
+// Steps to the caller. A first frame without a table is a call into nowhere or a leaf function: it has not saved the
+// link register.
 bool Step(ArmRegisters& registers, bool isFirst) {
     const ArmRegisters before = registers;
-    // A return address may lie behind the end of a function whose last instruction is the call.
+    // Where a call is the last instruction of its function, the return address is already past the function's end.
     const std::uint32_t counter = (before.r[ArmRegisters::kCounter] & ~kThumbBit) - (isFirst ? 0 : 1);
     ExidxTable table{};
     if (FindTable(counter, table)) {
@@ -94,8 +92,8 @@ std::size_t Unwind(const ucontext_t& context, std::span<std::uintptr_t> addresse
     return count;
 }
 
-// In ARM code the frame pointer points to the saved link register, below which the caller's frame pointer lies. Thumb
-// code keeps no such chain.
+// In ARM code the frame pointer points to the saved link register, and the caller's frame pointer lies right below it.
+// Thumb code keeps no such chain.
 std::size_t WalkFramePointers(const ucontext_t& context, std::span<std::uintptr_t> addresses) {
     addresses[0] = ProgramCounter(context);
     return FollowFrameChain(context.uc_mcontext.arm_fp, sizeof(std::uint32_t), addresses, 1);

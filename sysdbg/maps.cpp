@@ -19,10 +19,10 @@ struct MapTable {
     MapEntry entries[kMaxEntries];
     std::size_t count;
 };
-// Pages of it cost nothing until a crash fills them.
+// Takes no memory until a crash fills it.
 MapTable mapTable;
 
-// Reads the parts of a line one after the other; once one does not match, none does.
+// Reads a line part by part.
 class LineReader {
   public:
     explicit LineReader(const char* line) : next_(line), end_(line + strlen(line)) {}
@@ -56,7 +56,7 @@ class LineReader {
     const char* end_;
 };
 
-// Gives each line of a file, cut to fit, to `use`, for as long as that returns true.
+// Passes each line of a file, cut to fit, to `use` until that returns false.
 template <typename Use>
 void ForEachLine(const File& file, Use use) {
     char line[kLineBytes];

@@ -1,4 +1,4 @@
-// The memory map of the crashing thread, proc(5).
+// The memory map of the crashed thread, proc(5).
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@ namespace sysdbg {
 
 struct MapEntry {
     std::uintptr_t start;
-    std::uintptr_t end;  // behind the last byte
+    std::uintptr_t end;  // one past the last byte
     char permissions[5];
     std::uint64_t offset;  // of `start` in the file
     char device[16];
@@ -18,16 +18,16 @@ struct MapEntry {
     char path[256];  // cut; empty for anonymous memory
 };
 
-// Reads one line of a maps file. False when it is none.
+// Reads one line of a maps file. False when it is not one.
 bool ParseMapLine(const char* line, MapEntry& entry);
 
-// Fills the one table of this process, up to 4096 entries, for FindMapEntry. Left empty when there is no such file.
+// Fills this process's one table, of up to 4096 entries, for FindMapEntry. Empty when the file cannot be read.
 void LoadMaps(pid_t thread);
 
-// Null when nothing was mapped there.
+// The loaded entry that contains `address`. Null when nothing was mapped there.
 const MapEntry* FindMapEntry(std::uintptr_t address);
 
-// True when code can run at `address`.
+// True when `address` is in an executable mapping.
 bool IsCode(std::uintptr_t address);
 
 // Appends the map's text to the report.

@@ -11,16 +11,16 @@ namespace sysdbg {
 
 namespace {
 
-// What is read at most to find one function, so that no file can keep the report from its end. Symbol tables of an
-// honest file do not overlap: together they are never larger than the file.
+// At most this much is read to find one function, so that no file can hold up the report. In a sound file symbol tables
+// do not overlap: together they are never larger than the file.
 constexpr std::uint64_t kMaxBytesRead = 16U << 20;
 constexpr std::size_t kSymbolsAtOnce = 64;
 
-// The type of a symbol is in the low four bits in both classes.
+// A symbol's type is in the low four bits in both ELF classes.
 constexpr unsigned kTypeMask = 15;
 
 #if defined(__arm__)
-// Bit 0 says that the function is in Thumb code.
+// Bit 0 marks a function in Thumb code.
 constexpr std::uintptr_t kAddressMask = ~std::uintptr_t{1};
 #else
 constexpr std::uintptr_t kAddressMask = ~std::uintptr_t{0};
@@ -69,7 +69,7 @@ class FunctionSearch {
         ElfW(Shdr) names{};
         if (!file_.ReadSection(table.sh_link, names) || symbol.st_name >= names.sh_size) return false;
         const std::uint64_t begin = std::uint64_t{names.sh_offset} + symbol.st_name;
-        // Up to the end of the names or of the file, which may come before a full buffer's.
+        // Up to the end of the names or of the file, either of which may come before the buffer is full.
         const std::uint64_t inTable = names.sh_size - symbol.st_name;
         const std::uint64_t inFile = file_.SizeBytes() > begin ? file_.SizeBytes() - begin : 0;
         const auto length =
@@ -107,7 +107,7 @@ void Locate(std::uintptr_t address, bool isReturnAddress, Location& location) {
     std::uintptr_t inFile = address;
     if (file.IsRelocatable() && !file.AddressOfOffset(address - entry->start + entry->offset, inFile)) return;
     location.offset = inFile;
-    // The signal trampoline is "called" by the kernel, which returns to its first instruction.
+    // No call precedes the signal trampoline's first instruction, to which the kernel has a handler return.
     const bool isFound = (isReturnAddress && FindFunction(file, address - 1, inFile - 1, location.function)) ||
                          FindFunction(file, address, inFile, location.function);
     if (isFound)

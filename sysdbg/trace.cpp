@@ -29,7 +29,7 @@ struct UnwindLibrary {
 };
 UnwindLibrary library;
 
-// Of the one thread that reports. Not on its stack, of which little may be left.
+// The reporting thread's. Not on its stack, of which little may be left.
 struct Trace {
     std::uintptr_t addresses[kMaxFrames];
     std::size_t count;
@@ -82,7 +82,7 @@ void PrepareTraces() {
     library.counterFunction = dlsym(handle, kCounterFunction);
     if (library.counterFunction == nullptr) return;
     library.backtrace = reinterpret_cast<decltype(&_Unwind_Backtrace)>(dlsym(handle, "_Unwind_Backtrace"));
-    // What the library prepares with its first use is prepared now.
+    // The library sets itself up when it is first used: here rather than in a signal handler.
     if (library.backtrace != nullptr) Backtrace(nullptr);
 }
 
@@ -91,7 +91,7 @@ void WriteTraces(const ucontext_t& context, pid_t thread, unsigned methods) {
     const std::uintptr_t faultAddress = ProgramCounter(context);
     if ((methods & kTraceExtbl) != 0 && IsOfThisProcess(thread)) {
         trace.count = 0;
-        // The library believes the stack and may take the loader's lock: what it has found until it fails is written.
+        // The library trusts the stack and may take the loader's lock: what it found before it failed is written.
         if (library.backtrace != nullptr) (void)RunGuarded(&Backtrace, nullptr);
         WriteTrace("extbl", faultAddress);
     }

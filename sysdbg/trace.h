@@ -1,4 +1,4 @@
-// Call traces of the report.
+// The call traces of a report.
 #pragma once
 
 #include <sys/types.h>
@@ -7,15 +7,15 @@
 namespace sysdbg {
 
 enum TraceMethod : unsigned {
-    kTraceExtbl = 1,         // the unwind library, from the handler's own frame on
-    kTraceUnwind = 2,        // by this module alone, from the saved registers on
-    kTraceFramePointer = 4,  // the chain of frame pointers
+    kTraceExtbl = 1,         // by the unwind library, from the handler's own frame up
+    kTraceUnwind = 2,        // without it, from the saved registers up
+    kTraceFramePointer = 4,  // along the chain of frame pointers
 };
 
-// Loads the unwind library, which inside a signal handler would be too late. Without it "extbl" finds no frames.
+// Loads the unwind library, for which it is too late in a signal handler. Without it "extbl" finds no frames.
 void PrepareTraces();
 
-// Appends a trace of up to 50 frames by each of the methods to the report. Loads the memory map.
+// Appends a trace of up to 50 frames to the report for each of the `methods`. Loads the memory map.
 void WriteTraces(const ucontext_t& context, pid_t thread, unsigned methods);
 
 }  // namespace sysdbg

@@ -43,7 +43,7 @@ ArmRegisters NewFrame() {
     return registers;
 }
 
-// The words at kExtra, to which one index entry for everything from 0x1000 on points.
+// Steps by `words` at kExtra, which the only index entry names for everything from 0x1000 on.
 ExidxStatus StepByExtra(const std::vector<std::uint32_t>& words, ArmRegisters& registers) {
     memory[kIndex] = Prel31(kIndex, 0x1000);
     memory[kIndex + 4] = Prel31(kIndex + 4, kExtra);
@@ -109,7 +109,7 @@ TEST(CrashExidx, InstructionsRestoreRegistersAndStack) {
     }
 }
 
-TEST(CrashExidx, EveryModelIsReadAndWhatCannotBeLeavesTheRegisters) {
+TEST(CrashExidx, EveryModelIsReadAndFailureLeavesTheRegisters) {
     using enum ExidxStatus;
     const struct {
         const char* description;
@@ -119,8 +119,8 @@ TEST(CrashExidx, EveryModelIsReadAndWhatCannotBeLeavesTheRegisters) {
     } rows[] = {
         {"model 0: three instructions", {0x80000001}, kStepped, kStack + 16},
         {"model 1: two, and those of further words", {0x81010000, 0x000000b0}, kStepped, kStack + 20},
-        {"model 2: the same, with other descriptors behind", {0x82000001}, kStepped, kStack + 12},
-        {"generic: three behind the personality routine", {0x1000, 0x00000102}, kStepped, kStack + 24},
+        {"model 2: the same, followed by other descriptors", {0x82000001}, kStepped, kStack + 12},
+        {"generic: three after the personality routine", {0x1000, 0x00000102}, kStepped, kStack + 24},
         {"generic, with a further word", {0x1000, 0x01000000, 0x0000b03f}, kStepped, kStack + 20},
         {"refuse to unwind", {0x808000b0}, kRefused},
         {"vsp = r13", {0x809db0b0}, kUnknown},
@@ -133,11 +133,11 @@ TEST(CrashExidx, EveryModelIsReadAndWhatCannotBeLeavesTheRegisters) {
         {"spare 11xxxyyy", {0x80e0b0b0}, kUnknown},
         {"compact model 3", {0x83b0b0b0}, kUnknown},
         {"reserved bits", {0x90b0b0b0}, kUnknown},
-        {"operand behind the end", {0x80000088}, kIncomplete},
+        {"operand past the end", {0x80000088}, kIncomplete},
         {"a number without end", {0x81040000 | 0xb2ff, 0xffffffff, 0xffffffff}, kUnknown},
-        {"words behind the table", {0x81010000}, kUnreadable},
+        {"words past the table", {0x81010000}, kUnreadable},
         {"generic model without its word", {0x1000}, kUnreadable},
-        {"stack behind the end", {0x803fa8b0}, kUnreadable},
+        {"stack past the end", {0x803fa8b0}, kUnreadable},
     };
     for (const auto& row : rows) {
         ArmRegisters registers = NewFrame();

@@ -30,7 +30,7 @@ class CrashFile : public testing::Test {
 };
 
 TEST_F(CrashFile, RotatesAtExactlyItsLimit) {
-    EXPECT_EQ(log_file_limit, 2U) << "half of what both files may have";
+    EXPECT_EQ(log_file_limit, 2U) << "half of what both files may take";
     const std::string justBelow(2047, 'a');
     WriteFile(kCurrent, justBelow);
     SysdbgReport("%s", "b");
@@ -69,7 +69,7 @@ TEST_F(CrashFile, EnvironmentSetsTheLimitAtEveryWrite) {
     }
 }
 
-TEST_F(CrashFile, NamesAndLogPathAreTakenAsTheyFit) {
+TEST_F(CrashFile, NamesAndLogPathAreTakenWhenTheyFit) {
     const std::string longest(125, 'n');
     WriteFile("/tmp/log", "");
     for (const auto& [name, expected] : {std::pair{longest, longest + ".1"}, {longest + "n", std::string()}}) {

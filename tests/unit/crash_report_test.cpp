@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <atomic>
 #include <regex>
@@ -18,7 +19,7 @@
 
 namespace {
 
-// Volatile, or the compiler would know that nothing is there.
+// Volatile, or the compiler would notice that nothing is there.
 volatile int* volatile nowhere = reinterpret_cast<int*>(64);  // NOLINT(performance-no-int-to-ptr): never valid
 
 void WriteToNowhere() {
@@ -32,12 +33,12 @@ constexpr int kTrapSignal = SIGTRAP;
 constexpr int kTrapSignal = SIGILL;
 #endif
 
-// Keeps the compiler from making the calls below jumps.
+// Keeps the compiler from turning the calls below into jumps.
 volatile int returned;
 
 }  // namespace
 
-// The functions whose names the traces are to show. A function that faults itself, called by two.
+// The functions that traces have to name: one that faults, its caller, and the caller's caller.
 extern "C" {
 [[gnu::noinline, gnu::used]] void CrashInner(void (*crash)()) {
     if (crash != nullptr) crash();
@@ -67,7 +68,7 @@ void ExpectEndBySignal(const CrashResult& result, int signal) {
     EXPECT_TRUE(WIFSIGNALED(result.status) && WTERMSIG(result.status) == signal) << "status " << result.status;
 }
 
-// Every part in its place, up to the last line of the map. Without a name given, any will do.
+// Every part is in its place, up to the last line of the map. Without a name given, any will do.
 void ExpectCompleteReport(const CrashResult& result, int signal, const std::string& threadName = "[^\n]*") {
     ExpectEndBySignal(result, signal);
     const std::regex head(
@@ -146,7 +147,7 @@ TEST(CrashReport, BothMethodsNameNestedCallsInOrder) {
         EXPECT_THAT(unwound.substr(unwound.find('\n')), testing::MatchesRegex("\n<[^\n]*crash_test> \\(<CrashInner>.*"))
             << "from the faulting frame on";
     }
-    // The C++ library that started the worker is stripped: where in it, but not in which function.
+    // The C++ library that started the worker is stripped: its functions are not named, only the place in it.
     EXPECT_THAT(ReadFile("/tmp/crash.0"), testing::ContainsRegex("/libstdc\\+\\+[^>]*> \\(<> \\+ 0x[0-9a-f]+\\)"));
 }
 
@@ -156,6 +157,17 @@ TEST(CrashReport, CallIntoNowhereKeepsItsCallers) {
     const std::string trace = Between(result.report, kUnwindTrace, kMaps);
     EXPECT_THAT(trace, HasSubstr("\n<> (<> + (nil)) [0x8]\n"));
     ExpectNamesInOrder(trace);
+}
+
+TEST(CrashReport, FaultInsideTheHandlerEndsTheProcess) {
+    for (const int signal : {SIGSEGV, SIGQUIT}) {
+        ExpectEndBySignal(Crash([signal] {
+                              environ =
+                                  reinterpret_cast<char**>(const_cast<int*>(nowhere));  // where a limit is looked for
+                              raise(signal);
+                          }),
+                          SIGSEGV);
+    }
 }
 
 TEST(CrashReport, StackOverflowEndsTheProcess) {
@@ -190,7 +202,7 @@ TEST(CrashReport, SurvivesBrokenStacksHeldLocksAndPendingCancellation) {
                          }),
                          SIGSEGV);
 
-    // The loader's lock is held by a thread that never gives it back.
+    // Another thread holds the loader's lock for ever.
     ExpectCompleteReport(Crash([] {
                              static std::atomic<bool> isHeld;
                              std::thread([] {
@@ -227,7 +239,7 @@ TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
         while (true)
             pause();
     };
-    // The alarm may reach any thread: here the main one, while another has the endless step.
+    // The alarm may reach any thread: here the main one, while another is in the endless step.
     std::thread([&] { EXPECT_FALSE(sysdbg::RunGuarded(endless, nullptr)); }).join();
     struct sigaction after {};
     sigaction(SIGALRM, nullptr, &after);
@@ -235,7 +247,11 @@ TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
 }
 
 TEST(CrashReport, SecondThreadWaitsForTheFirstOnesReport) {
-    for (const auto& second : {+[] { WriteToNowhere(); }, +[] { abort(); }}) {
+    const auto signalFirst = [] {
+        syscall(SYS_tgkill, getpid(), getpid(), SIGQUIT);
+        pause();
+    };
+    for (void (*second)() : {+[] { WriteToNowhere(); }, +[] { abort(); }, +signalFirst}) {
         const CrashResult result = Crash([second] {
             std::thread([second] {
                 while (!std::filesystem::exists("/tmp/crash.0"))
@@ -245,6 +261,39 @@ TEST(CrashReport, SecondThreadWaitsForTheFirstOnesReport) {
             CrashOuter(nullptr);
         });
         ExpectCompleteReport(result, SIGSEGV);
+        EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
+    }
+}
+
+TEST(CrashReport, ThreadsThatFaultTogetherLeaveOneReport) {
+    const struct {
+        const char* description;
+        int threads;
+        void (*everySecond)();
+    } rows[] = {
+        {"two faults", 2, nullptr},
+        {"eight faults", 8, nullptr},
+        {"two different signals", 2, [] { raise(SIGQUIT); }},
+        {"eight, of two signals", 8, [] { raise(SIGQUIT); }},
+    };
+    for (int round = 0; round < 120 && !HasFailure(); ++round) {
+        const auto& row = rows[round % 4];
+        SCOPED_TRACE(row.description + std::string(", try ") + std::to_string(round / 4));
+        const CrashResult result = Crash([&row] {
+            std::atomic<int> missing = row.threads;
+            std::vector<std::thread> threads;
+            for (int i = 0; i < row.threads; ++i) {
+                threads.emplace_back([&row, &missing, i] {
+                    --missing;
+                    while (missing > 0)
+                        std::this_thread::yield();
+                    CrashOuter(i % 2 == 0 ? nullptr : row.everySecond);
+                });
+            }
+            for (std::thread& thread : threads)
+                thread.join();
+        });
+        ExpectCompleteReport(result, row.everySecond == nullptr ? SIGSEGV : WTERMSIG(result.status));
         EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
     }
 }
@@ -261,7 +310,18 @@ TEST(CrashReport, GoesToStandardOutputWhenTheFileCannotBeOpened) {
         result.report = ReadFile("/tmp/output");
         ExpectCompleteReport(result, SIGSEGV);
     }
-    // Nobody reads the other end, which is full.
+    // The other end is closed: what ends the process is still the signal that it reported.
+    ExpectEndBySignal(Crash(
+                          [] {
+                              int ends[2];
+                              if (pipe(ends) != 0) return;
+                              close(ends[0]);
+                              dup2(ends[1], STDOUT_FILENO);
+                              raise(SIGPWR);
+                          },
+                          ""),
+                      SIGPWR);
+    // Nobody reads the other end, and the pipe is full.
     const CrashResult stuck = Crash(
         [] {
             int ends[2];
@@ -295,7 +355,7 @@ TEST(CrashReport, ChosenSignalsAloneAreHandled) {
     ExpectEndBySignal(result, SIGUSR2);
     EXPECT_THAT(result.report, HasSubstr("Signal num: " + std::to_string(SIGWINCH)));
     EXPECT_THAT(result.report, HasSubstr("Signal num: " + std::to_string(SIGUSR2)));
-    EXPECT_EQ(Crash([] { raise(SIGTERM); }).report, "") << "being asked to end is no crash";
+    EXPECT_EQ(Crash([] { raise(SIGTERM); }).report, "") << "being asked to end is not a crash";
     const int impossible = SIGKILL;
     EXPECT_EQ(SysdbgInitSignals(&impossible, 1, nullptr, kCrashFile, 0, kSysdbgNoDebugThread), -1);
 }

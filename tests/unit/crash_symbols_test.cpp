@@ -1,4 +1,4 @@
-// Functions of ELF files, honest and hostile, and lines of the memory map.
+// Functions of ELF files, sound and hostile, and lines of the memory map.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 #include "sysdbg/elf_file.h"
 #include "sysdbg/maps.h"
-#include "sysdbg/memory.h"
+#include "sysdbg/stack.h"
 #include "sysdbg/symbols.h"
 #include "tests/support/files.h"
 
@@ -69,13 +69,13 @@ std::string FunctionAt(const Image& image, std::uintptr_t inFile, std::uintptr_t
     return std::string(function.name) + "+" + std::to_string(inFile - function.address);
 }
 
-TEST(CrashSymbols, FunctionIsTheOneWhoseRangeHoldsTheAddress) {
+TEST(CrashSymbols, FunctionIsTheOneWhoseRangeContainsTheAddress) {
     Image image;
     EXPECT_EQ(FunctionAt(image, 0x5200), "first+0");
     EXPECT_EQ(FunctionAt(image, 0x521f), "first+31");
     EXPECT_EQ(FunctionAt(image, 0x5220), "second+0");
-    EXPECT_EQ(FunctionAt(image, 0x5240), "-") << "behind the last one";
-    EXPECT_EQ(FunctionAt(image, 0x5100), "-") << "an object is no function";
+    EXPECT_EQ(FunctionAt(image, 0x5240), "-") << "past the last one";
+    EXPECT_EQ(FunctionAt(image, 0x5100), "-") << "not a function but an object";
     EXPECT_EQ(FunctionAt(image, 0x100010, 0x600000), "fixed+16") << "an absolute symbol is not relative to the mapping";
     image.sections[1].sh_type = SHT_DYNSYM;
     EXPECT_EQ(FunctionAt(image, 0x5200), "first+0");
@@ -89,33 +89,33 @@ TEST(CrashSymbols, FunctionIsTheOneWhoseRangeHoldsTheAddress) {
     EXPECT_FALSE(file.AddressOfOffset(0x1100, address) || file.AddressOfOffset(0xff, address));
 }
 
-TEST(CrashSymbols, OtherFilesAndDeceivingOnesHaveNone) {
+TEST(CrashSymbols, OtherFilesAndForgedOnesHaveNone) {
     const struct {
         const char* description;
         void (*change)(Image&);
     } rows[] = {
-        {"no ELF file", [](Image& image) { image.header.e_ident[1] = 'x'; }},
+        {"not an ELF file", [](Image& image) { image.header.e_ident[1] = 'x'; }},
         {"of the other class", [](Image& image) { image.header.e_ident[EI_CLASS] ^= 3; }},
         {"of another version", [](Image& image) { image.header.e_ident[EI_VERSION] = 2; }},
         {"no sections", [](Image& image) { image.header.e_shnum = 0; }},
-        {"sections behind the end", [](Image& image) { image.header.e_shoff = sizeof(Image); }},
+        {"sections past the end", [](Image& image) { image.header.e_shoff = sizeof(Image); }},
         {"sections nowhere", [](Image& image) { image.header.e_shoff = static_cast<ElfW(Off)>(-8); }},
-        {"symbols behind the end", [](Image& image) { image.sections[1].sh_offset = sizeof(Image) - 8; }},
+        {"symbols past the end", [](Image& image) { image.sections[1].sh_offset = sizeof(Image) - 8; }},
         {"symbols larger than the file", [](Image& image) { image.sections[1].sh_size = ~ElfW(Word){0}; }},
-        {"no such table of names", [](Image& image) { image.sections[1].sh_link = 3; }},
-        {"names behind the end", [](Image& image) { image.sections[2].sh_offset = ~ElfW(Word){0}; }},
-        {"a name behind the names", [](Image& image) { image.symbols[1].st_name = sizeof(image.names); }},
+        {"a missing table of names", [](Image& image) { image.sections[1].sh_link = 3; }},
+        {"names past the end", [](Image& image) { image.sections[2].sh_offset = ~ElfW(Word){0}; }},
+        {"a name past the names", [](Image& image) { image.symbols[1].st_name = sizeof(image.names); }},
     };
     for (const auto& row : rows) {
         Image image;
         row.change(image);
         EXPECT_THAT(FunctionAt(image, 0x5200), testing::AnyOf("-", "+0")) << row.description;
     }
-    // Cut at every length: nothing but the whole table gives a name, and nothing is read that is not there.
+    // Cut at every length: only the whole table yields a name, and nothing past the end is read.
     for (std::size_t bytes = 0; bytes < offsetof(Image, names); ++bytes)
         EXPECT_THAT(FunctionAt(Image(), 0x5200, 0, bytes), testing::AnyOf("-", "+0")) << bytes;
 
-    // As many tables as there can be, each of the file's size: the search ends.
+    // As many tables as there can be, each of the file's size: the search still ends.
     Image many;
     many.header.e_shnum = 0xffff;
     many.sections[1].sh_size = 1U << 30;

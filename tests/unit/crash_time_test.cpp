@@ -28,7 +28,7 @@ std::string ZoneFile(const std::vector<std::int32_t>& offsets) {
     return file;
 }
 
-TEST(CrashTime, OffsetIsTheLastTypesOfTheZoneFile) {
+TEST(CrashTime, OffsetIsThatOfTheZoneFilesLastType) {
     const struct {
         const char* description;
         std::string file;
@@ -40,7 +40,7 @@ TEST(CrashTime, OffsetIsTheLastTypesOfTheZoneFile) {
         {"cut within the last type", ZoneFile({3600, 7200}).substr(0, 44 + 5 + 11), 0},
         {"cut within the header", ZoneFile({3600}).substr(0, 40), 0},
         {"counts beyond the file", ZoneFile({3600}).replace(32, 8, std::string(8, '\xff')), 0},
-        {"no zone file at all", std::string(100, 'x'), 0},
+        {"not a zone file", std::string(100, 'x'), 0},
     };
     for (const auto& row : rows) {
         WriteFile("/tmp/zone", row.file);

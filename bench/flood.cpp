@@ -1,4 +1,4 @@
-// What a flood on the link and a burst of address changes leave of the daemon. bench/README.md tells how to read it.
+// What a flood on the link and a burst of address changes leave of the daemon. bench/README.md explains how to read it.
 //
 //     scripts/sandbox build/release/bin/bench_flood
 #include <arpa/inet.h>

@@ -1,4 +1,4 @@
-// What a request costs, beside what the same thing costs without the daemon. bench/README.md tells how to read it.
+// What a request costs, beside what the same thing costs without the daemon. bench/README.md explains how to read it.
 //
 //     scripts/sandbox build/release/bin/bench_ipc
 #include "core/ipc.h"

@@ -26,7 +26,7 @@ std::mutex g_logFileLock;
 
 namespace {
 
-// A switch file and, while its thread holds a LogSwitchMemory, what was last seen of it.
+// A switch file and, while its thread holds a LogSwitchMemory, whether it was there when last looked up.
 struct LogSwitch {
     const char* path;
     bool exists = false;
@@ -58,7 +58,7 @@ struct Line {
     const char* message;
 };
 
-// Milliseconds of a clock that is read without entering the kernel, and advances with its ticks. Never 0.
+// Milliseconds of a clock that is read without entering the kernel and advances with the kernel's ticks. Never 0.
 u64 CurrentTick() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -127,7 +127,7 @@ void WriteToFile(std::FILE*& file, const std::atomic<i32>& flag, const Line& lin
 }
 
 void Emit(LogKind kind, const Line& line) {
-    const bool debugging = kind == LogKind::kDebug;  // a debug line that came this far goes everywhere
+    const bool debugging = kind == LogKind::kDebug;  // a debug line that gets this far goes everywhere
     if (debugging || LevelReaches(kind)) {
         syslog(SyslogPriority(kind), "%s%s", line.prefix, line.message);
         WriteToFile(pLogLibFd, nLogLibFlag, line);
@@ -158,8 +158,8 @@ bool LogWanted(LogKind kind) {
     return IsOn(kind == LogKind::kDebug ? t_debugSwitch : t_consoleSwitch);
 }
 
-// Writing is a cancellation point, and on some C libraries a thread that is cancelled there leaves its locks behind.
-// The daemon cancels nothing; an application that links the library may.
+// Writing is a cancellation point, and on some C libraries a thread that is cancelled there leaves its locks locked.
+// The daemon cancels no thread; an application that links the library may.
 void LogLine(LogKind kind, CallSite where, const char* format, ...) {
     const ErrnoKeeper keeper;
     const CancellationOff guard;

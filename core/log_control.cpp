@@ -19,11 +19,11 @@ const char g_achLogLevel[4][16] = {"err", "warning", "notice", "info"};
 
 namespace {
 
-// Time for writers to finish before a file is closed. The lock alone makes closing safe; that closing takes a second is
-// what applications know.
+// Time for writers to finish before a file is closed. The lock alone makes closing safe; applications know that it
+// takes a second.
 constexpr unsigned kCloseDelaySeconds = 1;
 
-// One of the two files, the codes that concern it, and where it lies when no path is given.
+// One of the two files, the codes that concern it, and its path when none is given.
 struct FileRole {
     std::FILE*& file;
     std::atomic<i32>& flag;
@@ -32,8 +32,8 @@ struct FileRole {
     const char* defaultPath;
 };
 
-// Puts `file` in the place of the role's file, which is the caller's from then on. Closing it may take as long as its
-// disk: nobody's line waits for that.
+// Puts `file` in the place of the role's file and returns the old one, for the caller to close: the disk may take its
+// time over that, and no line waits for it.
 std::FILE* Exchange(const FileRole& role, std::FILE* file) {
     const std::lock_guard lock(g_logFileLock);
     return std::exchange(role.file, file);
@@ -49,7 +49,7 @@ void CloseLogFile(const FileRole& role) {
     fclose(file);
 }
 
-// Creates or truncates a regular file; null when that fails. A FIFO or a device could stop whoever writes a line.
+// Creates or truncates a regular file; null when that fails. A FIFO or a device could block whoever writes a line.
 std::FILE* OpenTruncated(const char* path) {
     constexpr mode_t kMode = 0666;
     UniqueFd fd = tessel::OpenRegularFile(path, O_RDWR | O_CREAT | O_TRUNC, kMode);
@@ -57,7 +57,7 @@ std::FILE* OpenTruncated(const char* path) {
     std::FILE* file = fdopen(fd.Get(), "w+");
     if (file == nullptr) return nullptr;
     (void)fd.Release();
-    // People follow the file while the process runs: a line is there as soon as it was written.
+    // People follow the file while the process runs: a line is there as soon as it is written.
     setvbuf(file, nullptr, _IOLBF, BUFSIZ);
     return file;
 }
@@ -74,7 +74,7 @@ i32 OpenLogFile(const FileRole& role, const char* path) {
         TESSEL_ERR("%s open fail", path);
         return -1;
     }
-    // Left open, the previous file would be lost, and after some hundred commands no descriptor would be free.
+    // Left open, previous files would have used up all descriptors after some hundred commands.
     if (std::FILE* const previous = Exchange(role, opened); previous != nullptr) fclose(previous);
     role.flag.store(1, std::memory_order_relaxed);
     return 0;

@@ -4,10 +4,10 @@
 #include "core/types.h"
 #include "tessel/log.h"
 
-// The words that syslog uses for its levels. Rules with a LOG target take the third.
+// The words for syslog's levels. Packet filter rules with a LOG target take the third.
 extern const char g_achLogLevel[4][16];
 
-// Sets the log level; any value is taken. Initially 2. Returns 0.
+// Sets the log level; any value is accepted. Initially 2. Returns 0.
 i32 TesselDebugLevelSet(i32 level);
 
 // Opens (1, 5) or closes (2, 6) the library's log file as ctl->eCmd says; 3 and 4 do nothing. Opening truncates;

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +26,8 @@ constexpr char kOpenFailure[] = "open direct error.";
 
 using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
 
-// Calls `matches` with the name of each subdirectory until it says yes; that name as a number. 0: none did.
+// Calls `matches` with the name of each subdirectory until it agrees, and returns that name as a number. 0 when it
+// never does; -1, with `failure` logged, when `dir` cannot be read.
 template <typename Predicate>
 i32 FindSubdirectory(const char* dir, const char* failure, CallSite where, Predicate matches) {
     const Directory directory(opendir(dir), &closedir);
@@ -47,7 +49,7 @@ bool ReadProcessFile(const char* dir, const char* entry, const char* file, char*
     return ReadFileToBuf(path, buffer, bytes) >= 0;
 }
 
-// Arguments in "/proc/PID/cmdline" end with NUL: as blanks they make one text.
+// Each argument in "/proc/PID/cmdline" ends with a NUL. With blanks in their place they are one text.
 void JoinArguments(char* cmdline, i32 bytes) {
     i32 last = bytes;
     while (last > 0 && cmdline[last - 1] == '\0')
@@ -94,7 +96,7 @@ i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* nam
 i32 CheckCmdByPid(i32 pid, const char* name) {
     char wanted[16];
     snprintf(wanted, sizeof(wanted), "%d", pid);
-    // Looked for in the list: as a path, "/proc/TID" would also answer for a mere thread.
+    // Searched for in the listing: the path "/proc/TID" exists for a mere thread, too.
     const i32 found = FindSubdirectory("/proc", "read dir error!", CallSite::Current(),
                                        [&](const char* entry) { return strcmp(entry, wanted) == 0; });
     if (found < 0) return -1;

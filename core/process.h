@@ -15,5 +15,6 @@ i32 GetServicePidFromCmdline(const char* dir, const char* name, const char* name
 // The same, leaving out command lines that contain `except`; -1 when that is null.
 i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* name2, const char* except);
 
-// 1 when process `pid` exists and its command name contains `name`, 0 when not, -1 with a log line on errors.
+// 1 when the command name of process `pid` contains `name`, 0 when it does not, or with a log line when there is no
+// such process; -1 with a log line when that cannot be found out.
 i32 CheckCmdByPid(i32 pid, const char* name);

@@ -2,7 +2,7 @@
 //
 // A handler is called on the server's thread with the accepted connection, the code, the payload (behind the header, in
 // the server's buffer, which the next request reuses; the rest of the buffer reads as zero) and the header's payload
-// size (0 to 3072). It replies itself and does not close the connection. What it returns is not looked at.
+// size (0 to 3072). It replies itself and does not close the connection. Its result is ignored.
 #pragma once
 
 #include <glib.h>
@@ -26,17 +26,17 @@ struct IpcApiNode {
 // The daemon's registry.
 extern IpcApiCommonHead g_tIpcApiCommonHead;
 
-// Makes an empty registry of `head`.
+// Makes `head` an empty registry.
 void IpcApiInit(IpcApiCommonHead* head);
 
-// Adds a handler at the end. 0, or -1 with a log line when the code has one already (the first stays) or without
+// Adds a handler at the end. 0, or -1 with a log line when the code has one already (the first stays) or there is no
 // memory.
 i32 IpcApiRegister(IpcApiCommonHead* head, u32 type, IpcApiHandler handler);
 
 // Removes the code's handler, whichever it is. 0, or -1 with a log line when it has none.
 i32 IpcApiUnRegister(IpcApiCommonHead* head, u32 type, IpcApiHandler handler);
 
-// The first node of that code, null when there is none. It is the registry's; it lives until it is unregistered.
+// The first node of that code, null when there is none. The registry owns it until it is unregistered.
 IpcApiNode* IpcApiFindNode(IpcApiCommonHead* head, u32 type);
 
 // IpcApiRegister on the daemon's registry.

@@ -17,18 +17,18 @@ using tessel::UniqueFd;
 
 namespace {
 
-// How long a client may be connected without having written its request. It is the only one served meanwhile.
+// How long a client may be connected without having written its request. Nobody else is served meanwhile.
 constexpr timeval kRequestTimeout{.tv_sec = 5, .tv_usec = 0};
 
 constexpr unsigned kRebuildSeconds = 1;
 constexpr useconds_t kShortagePauseUs = 100'000;
 
-// True for what passes: some process or the whole system has no descriptor or memory to give just now.
+// True for what passes by itself: this process or the whole system is out of descriptors or memory just now.
 bool IsShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
 }
 
-// Binds a new listening socket, however long a shortage of descriptors or memory lasts. Closed, with a log line, when
+// A new listening socket, bound, however long a shortage of descriptors or memory lasts. Closed, with a log line, when
 // no socket can be made at all.
 UniqueFd MakeListener(tessel::CallSite where = tessel::CallSite::Current()) {
     UniqueFd listener;
@@ -122,7 +122,7 @@ i32 IpcApiDaemonInit() {
             continue;
         }
         TESSEL_PERROR("accept error");
-        // A socket that could not be bound shows only here; what hinders it may last.
+        // That a socket could not be bound shows only here, and its cause may last.
         if (isRebuilt) {
             TESSEL_ERR("creat unix domain server fail, sleep a while!");
             sleep(kRebuildSeconds);

@@ -2,13 +2,15 @@
 
 #include "core/exec.h"
 #include "core/log.h"
+#include "core/netif.h"
 #include "core/text.h"
-#include "firewall/rule.h"
+#include "firewall/word.h"
 
 using tessel::CommandLine;
 using tessel::ComposeCommand;
 using tessel::FieldText;
-using tessel::IsRuleWord;
+using tessel::IsAddressWord;
+using tessel::IsInterfaceName;
 
 namespace {
 
@@ -32,14 +34,12 @@ i32 AddArpEntry(const ArpEntryInfo* info) {
         TESSEL_ERR(" ip or mac is null");
         return -1;
     }
-    if (!IsRuleWord(ip.Get()) || !IsRuleWord(mac.Get())) return -1;
+    if (!IsAddressWord(tessel::kInet, ip.Get()) || !tessel::IsMacWord(mac.Get())) return -1;
+    if (!device.IsEmpty() && !IsInterfaceName(device.Get())) return -1;
     CommandLine line;
-    if (device.IsEmpty()) {
-        if (!ComposeCommand(line, kAdd, ip.Get(), mac.Get())) return -1;
-    } else if (!IsRuleWord(device.Get()) || !ComposeCommand(line, kAddOnDevice, device.Get(), ip.Get(), mac.Get())) {
-        return -1;
-    }
-    return tessel::RunLine(line, tessel::kCommandFailed);
+    const bool isComposed = device.IsEmpty() ? ComposeCommand(line, kAdd, ip.Get(), mac.Get())
+                                             : ComposeCommand(line, kAddOnDevice, device.Get(), ip.Get(), mac.Get());
+    return isComposed ? tessel::RunChange(line, {.name = ""}) : -1;
 }
 
 i32 DelArpEntry(const ArpEntryInfo* info) {
@@ -49,12 +49,10 @@ i32 DelArpEntry(const ArpEntryInfo* info) {
     }
     const FieldText device(info->achDevName);
     const FieldText ip(info->achIp);
-    if (!IsRuleWord(ip.Get())) return -1;
+    if (!IsAddressWord(tessel::kInet, ip.Get())) return -1;
+    if (!device.IsEmpty() && !IsInterfaceName(device.Get())) return -1;
     CommandLine line;
-    if (device.IsEmpty()) {
-        if (!ComposeCommand(line, kDel, ip.Get())) return -1;
-    } else if (!IsRuleWord(device.Get()) || !ComposeCommand(line, kDelOnDevice, ip.Get(), device.Get())) {
-        return -1;
-    }
-    return tessel::RunLine(line, tessel::kCommandFailed);
+    const bool isComposed = device.IsEmpty() ? ComposeCommand(line, kDel, ip.Get())
+                                             : ComposeCommand(line, kDelOnDevice, ip.Get(), device.Get());
+    return isComposed ? tessel::RunChange(line, {.name = ""}) : -1;
 }

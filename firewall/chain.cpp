@@ -4,13 +4,17 @@
 
 #include "core/exec.h"
 #include "core/log.h"
+#include "core/text.h"
 #include "firewall/rule.h"
 
 using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
 using tessel::kCommandFailed;
+using tessel::RowsOf;
 using tessel::Rule;
+using tessel::RunChange;
+using tessel::RunRule;
 
 namespace {
 
@@ -23,18 +27,18 @@ constexpr char kPrograms[][10] = {"iptables", "ip6tables"};
 // Its jump from INPUT is made together with the chain.
 constexpr char kIcmpChain[] = "icmppacket";
 
-// Preparations whose failure does not keep a list from being enabled. Both spellings are what readers of the log know.
+// For preparations that may fail without keeping a list from being enabled. Readers of the log know both spellings.
 constexpr char kNotCared[] = "ExecCmd error!but not care this!";
 constexpr char kNotCaredBlank[] = "ExecCmd error! but not care this!";
 
-// One list of one protocol. Short words lie in the tables themselves: a pointer would cost four times its size.
+// One list of one protocol. Short words are kept in the tables themselves: pointers to them would take more room.
 struct FilterList {
     char program[10];
     char chain[10];
-    char other[10];             // the list that it takes the place of
+    char other[10];             // the list that it replaces
     char loopbackOperation[3];  // local traffic passes
     char loopbackMatch[16];
-    bool endsInDrop;  // who is not on a white list is not let in
+    bool endsInDrop;  // whoever is not on a white list is kept out
     const char* unhookFailure;
     const char* loopbackFailure;
 };
@@ -51,13 +55,13 @@ constexpr FilterList kBlack[] = {
 
 // Adding a rule that is there already is a success.
 i32 Apply(const Rule& rule, const char* failure, CallSite where) {
-    return tessel::RunRule(rule, failure, nullptr, where).value_or(0);
+    return RunRule(rule, failure, nullptr, where).value_or(0);
 }
 
 i32 Flush(const char* program, const char* chain, const char* failure, CallSite where) {
-    CommandLine line;
+    CommandLine line(where);
     if (!ComposeCommand(line, kFlush, program, program, chain)) return -1;
-    return tessel::RunLine(line, failure, where);
+    return RunChange(line, {.name = "", .failure = failure});
 }
 
 i32 Enable(const FilterList& list, CallSite where) {
@@ -81,7 +85,7 @@ i32 SwitchLists(u32 listType, i32 (*change)(const FilterList&, CallSite), CallSi
         return -1;
     }
     const auto& both = tessel::Refuses(listType) ? kBlack : kWhite;
-    for (const FilterList& list : tessel::EntriesOf(both, tessel::ProtocolsOf(listType))) {
+    for (const FilterList& list : RowsOf(both, tessel::ProtocolsOf(listType))) {
         if (change(list, where) != 0) return -1;
     }
     return 0;
@@ -98,18 +102,18 @@ i32 FilterDisable(u32 listType) {
 }
 
 i32 AddChain(u16 ipType, const char* name) {
-    if (!tessel::IsRuleWord(name)) return -1;
-    const auto programs = tessel::EntriesOf(kPrograms, ipType);
+    if (!tessel::IsLineWord(name)) return -1;
+    const auto programs = RowsOf(kPrograms, ipType);
     if (programs.empty()) TESSEL_ERR("the protocol type %d is invalid!", ipType);
     i32 result = -1;
     for (const char* program : programs) {
         CommandLine line;
-        result = ComposeCommand(line, kCreate, program, program, name) ? tessel::RunLine(line, kCommandFailed) : -1;
+        result = ComposeCommand(line, kCreate, program, program, name) ? RunChange(line, {.name = ""}) : -1;
     }
     if (strcmp(name, kIcmpChain) != 0) return result;
-    // For both protocols, whichever the chain was made for: the other's jump fails where its chain does not exist.
+    // For both protocols, whichever the chain was made for: where the other has no such chain, its jump fails.
     for (const char* program : kPrograms) {
-        result = tessel::RunRule({program, "-I", "INPUT", "", name}).value_or(result);
+        result = RunRule({program, "-I", "INPUT", "", name}).value_or(result);
     }
     return result;
 }

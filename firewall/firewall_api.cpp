@@ -1,5 +1,4 @@
 #include "core/api_reply.h"
-#include "core/log.h"
 #include "core/text.h"
 #include "firewall/arp.h"
 #include "firewall/chain.h"
@@ -12,47 +11,40 @@
 using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
 using tessel::ApiText;
-using tessel::CallSite;
 
 namespace {
 
-// Of entries with a MAC: the words of the policy rules.
+// For entries with a MAC: the words of the policy rules, which readers of the log know.
 constexpr char kMacEntryFailed[] = "IpRuleDel error!";
-
-// Replies, after `failure` was logged where the operation failed.
-i32 ReplyOrLog(int fd, u32 type, i32 result, const char* failure, CallSite where = CallSite::Current()) {
-    if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return ApiReplyStatus(fd, type, result, nullptr, where);
-}
 
 }  // namespace
 
 i32 ApidIpFilterListManage(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetIpFilterReq>(payload, size);
-    return ReplyOrLog(fd, type, IpFilterListManage(request.eCmd, request.tFilter), "IpFilterListManage error!");
+    return ApiReplyStatus(fd, type, IpFilterListManage(request.eCmd, request.tFilter), "IpFilterListManage error!");
 }
 
 i32 ApidMacFilterListManage(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetMacFilterReq>(payload, size);
     const ApiText mac(payload, size, sizeof(request));
-    return ReplyOrLog(fd, type, MacFilterListManage(request.eCmd, mac.Get()), kMacEntryFailed);
+    return ApiReplyStatus(fd, type, MacFilterListManage(request.eCmd, mac.Get()), kMacEntryFailed);
 }
 
 i32 ApidIpAndMacFilterListManage(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetIpMacFilterReq>(payload, size);
     const ApiText ip(payload, size, sizeof(request));
     const tessel::FieldText mac(request.achMac);
-    return ReplyOrLog(fd, type, IpMacFilterListManage(request.eCmd, mac.Get(), ip.Get()), kMacEntryFailed);
+    return ApiReplyStatus(fd, type, IpMacFilterListManage(request.eCmd, mac.Get(), ip.Get()), kMacEntryFailed);
 }
 
 i32 ApidFilterEnable(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetFilterSwitchReq>(payload, size);
-    return ReplyOrLog(fd, type, FilterEnable(request.eType), "FilterEnable error!");
+    return ApiReplyStatus(fd, type, FilterEnable(request.eType), "FilterEnable error!");
 }
 
 i32 ApidFilterDisable(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetFilterSwitchReq>(payload, size);
-    return ReplyOrLog(fd, type, FilterDisable(request.eType), "FilterDisable error!");
+    return ApiReplyStatus(fd, type, FilterDisable(request.eType), "FilterDisable error!");
 }
 
 i32 ApidAddChain(int fd, u32 type, const void* payload, i32 size) {
@@ -63,12 +55,12 @@ i32 ApidAddChain(int fd, u32 type, const void* payload, i32 size) {
 
 i32 ApidIcmpManage(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetIcmpFilterReq>(payload, size);
-    return ReplyOrLog(fd, type, IcmpFilterManage(request.eType), "IcmpFilterManage error!");
+    return ApiReplyStatus(fd, type, IcmpFilterManage(request.eType), "IcmpFilterManage error!");
 }
 
 i32 ApidPortFilterManage(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetPortFilterReq>(payload, size);
-    return ReplyOrLog(fd, type, PortFilterManage(request.eCmd, request.tFilter), "PortFilterManage error!");
+    return ApiReplyStatus(fd, type, PortFilterManage(request.eCmd, request.tFilter), "PortFilterManage error!");
 }
 
 i32 ApidFirewallSave(int fd, u32 type, const void* payload, i32 size) {

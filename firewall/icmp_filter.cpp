@@ -1,7 +1,5 @@
 #include "firewall/icmp_filter.h"
 
-#include <cstdlib>
-
 #include "core/exec.h"
 #include "core/log.h"
 #include "firewall/rule.h"
@@ -29,7 +27,7 @@ constexpr EchoFilter kEchoFilters[] = {
      " -p icmp --icmp-type 8",
      {"--log-prefix \"***ICMPPACKET***\"", "ExecCmd error! icmp rule add log record fail"},
      true},
-    // Two blanks come to stand in front of the option, which the log shows and the tool does not see.
+    // With two blanks in front of the option, which the log shows and the tool does not see.
     {"ip6tables",
      " -p icmpv6 --icmpv6-type 128",
      {" --log-prefix \"***ICMPPACKETV6***\"", "ExecCmd error! icmpv6 rule add log record fail"},
@@ -37,9 +35,9 @@ constexpr EchoFilter kEchoFilters[] = {
 };
 
 i32 Flush(const char* program, CallSite where = CallSite::Current()) {
-    tessel::CommandLine line;
+    tessel::CommandLine line(where);
     if (!tessel::ComposeCommand(line, kFlush, program, program, kChain)) return -1;
-    return tessel::RunLine(line, tessel::kCommandFailed, where);
+    return tessel::RunChange(line, {.name = ""});
 }
 
 }  // namespace
@@ -49,18 +47,18 @@ i32 IcmpFilterManage(u32 type) {
         TESSEL_ERR("icmp filter cmd %d not support!", static_cast<i32>(type));
         return -1;
     }
-    const auto filters = tessel::EntriesOf(kEchoFilters, tessel::ProtocolsOf(type));
+    const auto filters = tessel::RowsOf(kEchoFilters, tessel::ProtocolsOf(type));
     const bool isDrop = tessel::Refuses(type);
     i32 result = 0;
     for (const EchoFilter& filter : filters)
         result = Flush(filter.program);
     for (const EchoFilter& filter : filters) {
         const Rule rule{filter.program, "-I", kChain, filter.match, isDrop ? "DROP" : "RETURN"};
-        // Not left to RunRule: this LOG rule is made whether or not the rule is there already. It ends up behind it.
+        // Not left to RunRule: this LOG rule is made whether or not the rule is there already, and ends up behind it.
         if (isDrop) result = tessel::RunLogRule(rule, filter.log);
         result = tessel::RunRule(rule).value_or(result);
         if (isDrop || !filter.hasKernelSwitch) continue;
-        if (std::system(kAnswerEchoes) != 0) TESSEL_ERR("%s", kAnswerEchoes);
+        if (tessel::RunShell(kAnswerEchoes) != 0) TESSEL_ERR("%s", kAnswerEchoes);
     }
     return result;
 }

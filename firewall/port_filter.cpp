@@ -1,7 +1,6 @@
 #include "firewall/port_filter.h"
 
 #include <cstring>
-#include <iterator>
 #include <optional>
 #include <span>
 
@@ -11,6 +10,7 @@
 #include "firewall/rule.h"
 
 using tessel::CommandLine;
+using tessel::FindRow;
 using tessel::LogRule;
 using tessel::Rule;
 
@@ -28,7 +28,7 @@ struct Program {
 constexpr Program kPrograms[] = {
     {"iptables", "--log-prefix \"***PORTFILTER***\"", false},
     // A rule that is there already ends the whole command: an entry for both transports whose TCP rule is there gets no
-    // UDP rule. It has always been so.
+    // UDP rule. Clients know it that way.
     {"ip6tables", "--log-prefix \"***PORTFILTERV6***\"", true},
 };
 
@@ -55,12 +55,6 @@ constexpr char kOperations[][3] = {"-A", "-D"};             // by TESSEL_PORT_AD
 constexpr char kPortOptions[][8] = {"--sport", "--dport"};  // by TESSEL_PORT_SOURCE ...
 constexpr Action kActions[] = {{"INPUT", "RETURN"}, {"INPUT", "DROP"}, {"OUTPUT", "RETURN"}, {"OUTPUT", "DROP"}};
 
-// The entry of a table that a code counted from 1 stands for; null when there is none.
-template <typename Entry, std::size_t kEntries>
-const Entry* FindEntry(const Entry (&table)[kEntries], u32 code) {
-    return code >= 1 && code <= kEntries ? &table[code - 1] : nullptr;
-}
-
 std::span<const Transport> TransportsOf(u32 protocol) {
     if (protocol == TESSEL_PORT_TCP) return kTcp;
     if (protocol == TESSEL_PORT_UDP) return kUdp;
@@ -70,21 +64,21 @@ std::span<const Transport> TransportsOf(u32 protocol) {
 }  // namespace
 
 i32 PortFilterManage(u32 operation, const TNetPortFilter& entry) {
-    const auto programs = tessel::EntriesOf(kPrograms, entry.eInet);
+    const auto programs = tessel::RowsOf(kPrograms, entry.eInet);
     if (programs.empty()) TESSEL_ERR("eInet %d is not support", static_cast<i32>(entry.eInet));
-    const auto* operationWord = FindEntry(kOperations, operation);
+    const auto* operationWord = FindRow(kOperations, operation);
     if (operationWord == nullptr) {
         TESSEL_ERR("eCmd %d is invalid", static_cast<i32>(operation));
         return -1;
     }
-    const auto* portOption = FindEntry(kPortOptions, entry.ePortType);
-    const Action* action = FindEntry(kActions, entry.eAction);
+    const auto* portOption = FindRow(kPortOptions, entry.ePortType);
+    const Action* action = FindRow(kActions, entry.eAction);
     if (portOption == nullptr || action == nullptr) {
         TESSEL_ERR("ePortType %d is not support", static_cast<i32>(entry.ePortType));
         return -1;
     }
     const tessel::FieldText ports(entry.achPorts);
-    if (!tessel::IsRuleWord(ports.Get())) return -1;
+    if (!tessel::IsLineWord(ports.Get())) return -1;
     const char* multiport = strchr(ports.Get(), ',') != nullptr ? "-m multiport" : "";
 
     i32 result = programs.empty() ? -1 : 0;

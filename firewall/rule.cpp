@@ -4,7 +4,6 @@
 
 #include "core/log.h"
 #include "core/log_control.h"
-#include "core/text.h"
 
 namespace tessel {
 
@@ -17,47 +16,30 @@ constexpr char kLogRule[] = "%s %s %s %s%s -j LOG %s --log-level %s";
 constexpr u32 kCheckOutputBytes = 128;
 constexpr std::size_t kLogLevelNotice = 2;  // of g_achLogLevel
 
-bool ComposeLogRule(CommandLine& line, const Rule& rule, const LogRule& log) {
-    return ComposeCommand(line, kLogRule, rule.program, rule.program, rule.operation, rule.chain, rule.match,
-                          log.prefix, g_achLogLevel[kLogLevelNotice]);
-}
-
-// Only what is added can be there already; what is deleted is left to the tool.
+// Only a rule to be added is looked for; whether one can be deleted is left to the tool.
 bool IsPresent(const Rule& rule, const CommandLine& line) {
     return strcmp(rule.operation, "-D") != 0 && RuleCheck(line.text) != 0;
 }
 
 }  // namespace
 
-bool IsRuleWord(const char* text, CallSite where) {
-    if (text == nullptr) return false;  // ApiText has logged it
-    return IsLineWord(text, where);
-}
-
 bool ComposeRule(CommandLine& line, const Rule& rule) {
     return ComposeCommand(line, kRule, rule.program, rule.program, rule.operation, rule.chain, rule.match, rule.target);
 }
 
-i32 RunLine(CommandLine& line, const char* failure, CallSite where) {
-    TESSEL_PRT_AT(where, "achCmdBuf: %s", line.text);
-    const i32 result = Run(line);
-    if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return result;
-}
-
 i32 RunLogRule(const Rule& rule, const LogRule& log, CallSite where) {
-    CommandLine line;
-    if (!ComposeLogRule(line, rule, log)) return -1;
-    return RunLine(line, log.failure, where);
+    CommandLine line(where);
+    const bool isComposed = ComposeCommand(line, kLogRule, rule.program, rule.program, rule.operation, rule.chain,
+                                           rule.match, log.prefix, g_achLogLevel[kLogLevelNotice]);
+    return isComposed ? RunChange(line, {.name = "", .failure = log.failure}) : -1;
 }
 
 std::optional<i32> RunRule(const Rule& rule, const char* failure, const LogRule* log, CallSite where) {
-    CommandLine line;
-    CommandLine logLine;
-    if (!ComposeRule(line, rule) || (log != nullptr && !ComposeLogRule(logLine, rule, *log))) return -1;
+    CommandLine line(where);
+    if (!ComposeRule(line, rule)) return -1;
     if (IsPresent(rule, line)) return std::nullopt;
-    if (log != nullptr) (void)RunLine(logLine, log->failure, where);  // the rule itself matters more
-    return RunLine(line, failure, where);
+    if (log != nullptr) (void)RunLogRule(rule, *log, where);  // the rule itself matters more
+    return RunChange(line, {.name = "", .failure = failure});
 }
 
 }  // namespace tessel
@@ -77,7 +59,7 @@ i32 RuleCheck(const char* rule) {
     option[1] = 'C';
     TESSEL_PRT("use check option");
     tessel::ToolOutput output(tessel::kCheckOutputBytes);
-    if (tessel::Run(check, output) == 0) return -1;
+    if (tessel::RunForStatus(check, &output) == 0) return -1;
     TESSEL_ERR("%s", rule);
     TESSEL_ERR("%s", output.text);
     if (strstr(output.text, "Bad rule") != nullptr) TESSEL_ERR("the rule not exist");

@@ -2,14 +2,15 @@
 
 #include "core/exec.h"
 #include "core/log.h"
+#include "core/text.h"
 #include "firewall/rule.h"
 
 using tessel::CallSite;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. No shell reads it: the tools get ">", "<" and the
-// file's name as words, and what they make of them is their affair.
+// Every line this file runs: the program, then its argument vector. No shell reads it: ">", "<" and the file's name
+// reach the tools as words, and what they make of them is up to them.
 constexpr char kLine[] = "%s %s %s %s%s";
 
 struct Tool {
@@ -22,15 +23,15 @@ constexpr Tool kSave[] = {{"iptables-save", ">", "-4"}, {"ip6tables-save", ">", 
 constexpr Tool kRestore[] = {{"iptables-restore", "<", "-4"}, {"ip6tables-restore", "<", "-6"}};
 
 i32 RunTools(const Tool (&both)[2], u32 ipType, const char* path, CallSite where) {
-    if (!tessel::IsRuleWord(path, where)) return -1;
-    const auto tools = tessel::EntriesOf(both, ipType);
+    if (!tessel::IsLineWord(path, where)) return -1;
+    const auto tools = tessel::RowsOf(both, ipType);
     if (tools.empty()) TESSEL_ERR_AT(where, "the protocol type %d is invalid!", static_cast<i32>(ipType));
     i32 result = -1;
     for (const Tool& tool : tools) {
-        tessel::CommandLine line;
+        tessel::CommandLine line(where);
         const bool isComposed =
             tessel::ComposeCommand(line, kLine, tool.program, tool.program, tool.direction, path, tool.suffix);
-        result = isComposed ? tessel::RunLine(line, tessel::kCommandFailed, where) : -1;
+        result = isComposed ? tessel::RunChange(line, {.name = ""}) : -1;
     }
     return result;
 }

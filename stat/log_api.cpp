@@ -8,7 +8,7 @@ using tessel::ApiRequest;
 
 namespace {
 
-// What a code for both files means to the daemon, whose library file is never open.
+// What a code for both files means here: the library's file is the applications' affair.
 u32 DaemonCode(u32 code) {
     if (code == TESSEL_LOG_OPEN_BOTH) return TESSEL_LOG_OPEN_DAEMON;
     if (code == TESSEL_LOG_CLOSE_BOTH) return TESSEL_LOG_CLOSE_DAEMON;
@@ -20,9 +20,7 @@ u32 DaemonCode(u32 code) {
 i32 ApidLogFileManage(int fd, u32 type, const void* payload, i32 size) {
     auto request = ApiRequest<LogFileCtl>(payload, size);
     request.eCmd = DaemonCode(request.eCmd);
-    const i32 result = LogDaemonFileManage(&request);
-    if (result != 0) TESSEL_ERR("TesselDebugLevelSet error!");
-    return ApiReplyStatus(fd, type, result);
+    return ApiReplyStatus(fd, type, LogDaemonFileManage(&request), "TesselDebugLevelSet error!");
 }
 
 i32 ApidLogSwitch(int fd, u32 type, const void* payload, i32 size) {

@@ -1,4 +1,4 @@
-// Everything that the daemon serves.
+// Every command that the daemon serves.
 #pragma once
 
 #include <span>
@@ -18,5 +18,5 @@ std::span<const CommandRow> ServedCommands();
 
 }  // namespace tessel
 
-// Makes an empty registry and fills it. Returns 0.
+// Makes an empty registry and registers all of them. Returns 0.
 i32 IpcApiRegisterAll();

@@ -20,8 +20,8 @@ namespace {
 
 constexpr char kCrashFile[] = "/usr/tessel_crash.log";
 
-// A descriptor below 3 that was closed by whoever started the daemon would be given to a socket, and a tool's output
-// would go there.
+// If whoever started the daemon closed a descriptor below 3, a socket would get its number, and what goes to standard
+// output would go there.
 void OccupyStandardDescriptors() {
     int fd = 0;
     do {
@@ -63,16 +63,16 @@ i32 TesselDaemonInit() {
     return NetdevTableInit();
 }
 
-// Lines of the start are errors by kind: they reach the log at its initial level.
+// The lines of the start are of the error kind: the log's initial level lets them through.
 void TesselDaemonMain() {
     OccupyStandardDescriptors();
-    (void)SysdbgInit(nullptr, kCrashFile, 0, 0);  // a daemon without crash reports is still one
+    (void)SysdbgInit(nullptr, kCrashFile, 0, 0);  // the daemon serves without crash reports, too
     TESSEL_ERR("[TESSEL_DAEMON]: sysdbg init done");
     TESSEL_ERR("[TESSEL_DAEMON]: TESSEL_DAEMON INIT %s %s", __DATE__, __TIME__);
     char banner[256] = {};
-    (void)NetQueryVersion(banner, sizeof(banner));  // fits, and logs when it does not
+    (void)NetQueryVersion(banner, sizeof(banner));  // the banner fits; were it too long, that is logged
     TESSEL_ERR("[TESSEL_DAEMON]: %s", banner);
-    (void)TesselDaemonInit();  // a module that is missing is no reason not to serve the others
+    (void)TesselDaemonInit();  // one missing module is no reason not to serve the others
     TESSEL_ERR("[TESSEL_DAEMON]: daemon init done");
     NetSaveVersionInfo();
     (void)ConflictCheckInit();

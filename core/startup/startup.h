@@ -3,8 +3,8 @@
 
 #include "core/types.h"
 
-// Detaches from the session that started the program: forks twice, the first and second process exit with 0, and goes
-// on in "/tmp" with umask 0. Standard input, output and error stay as inherited. Exits with 1 when a fork fails.
+// Detaches from the session that started the program: forks twice, each time ending the parent with 0, and goes on in
+// "/tmp" with umask 0. Standard input, output and error stay as inherited. Exits with 1 when a fork fails.
 void DaemonInit();
 
 // Detaches, sets the signal actions and initialises the modules. 0, or -1 when the active-interface table could not be

@@ -5,10 +5,10 @@
 #include "tessel/ipc.h"
 
 enum {
-    TESSEL_ADDRESSES_MAX = 16 /* entries of a list; further addresses of an interface are not told */
+    TESSEL_ADDRESSES_MAX = 16 /* entries of a list; further addresses of an interface are left out */
 };
 
-/* Scope codes. Both 0 and 4 are global: 0 is what a caller gets who sets none, 4 what is read from the kernel. */
+/* Scope codes. Both 0 and 4 are global: 0 in a record whose scope nobody set, 4 when it is read from the kernel. */
 enum {
     TESSEL_SCOPE_UNSET = 0,
     TESSEL_SCOPE_HOST = 1,
@@ -94,7 +94,7 @@ static_assert(sizeof(ipaddr_show_addr) == 56, "wire size");
 static_assert(offsetof(ipaddr_show_addr, prefix_len) == 48, "wire offset");
 static_assert(offsetof(ipaddr_show_addr, family) == 52, "wire offset");
 
-/* What an Ethernet-like interface shows of itself. */
+/* An Ethernet-like interface, mostly as text. */
 typedef struct {
     int32_t mtu;  /* bytes */
     char mac[20]; /* "00:11:22:33:44:55", NUL padded */

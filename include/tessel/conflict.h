@@ -1,4 +1,4 @@
-/* Address conflicts: other hosts on a link that use an own address or an own hardware address. */
+/* Address conflicts: other hosts on a link that use an address or a hardware address of this device. */
 #ifndef TESSEL_CONFLICT_H
 #define TESSEL_CONFLICT_H
 
@@ -21,7 +21,7 @@ enum {
 /* Their payload. Reported again every five seconds while an address conflict lasts. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL padded */
-    TNetGateway tAddr;                 /* the own address; after a MAC conflict one of the interface's */
+    TNetGateway tAddr;                 /* the device's address; after a MAC conflict one of the interface's */
     uint8_t abyMac[6];                 /* the interface's own, whoever the other host is */
 } __attribute__((packed)) TNetConflictReport;
 static_assert(sizeof(TNetConflictReport) == 42, "wire size");

@@ -20,7 +20,7 @@ enum {
 };
 
 /* TESSEL_CMD_IP_FILTER's entry: the network tStart/dwPrefixLen, or the range tStart to tEnd when tEnd's address is not
- * all zero. */
+ * all zeros. */
 typedef struct {
     uint8_t abyUnused1[4];
     TNetGateway tStart; /* its family is the entry's */
@@ -50,10 +50,10 @@ typedef struct {
 static_assert(sizeof(TNetMacFilterReq) == 4, "wire size");
 
 /* TESSEL_CMD_IP_AND_MAC_FILTER: packets of one address from one MAC. Behind it the IPv4 or IPv6 address as text up to
- * the payload's end; a NUL may end it earlier. An IPv6 address stands for the /32 network that it lies in. */
+ * the payload's end; a NUL may end it earlier. An IPv6 address means the whole /32 network that it lies in. */
 typedef struct {
     uint32_t eCmd;   /* TESSEL_LIST_... */
-    char achMac[17]; /* as text; a NUL is not needed */
+    char achMac[17]; /* as text; needs no NUL */
 } __attribute__((packed)) TNetIpMacFilterReq;
 static_assert(sizeof(TNetIpMacFilterReq) == 21, "wire size");
 static_assert(offsetof(TNetIpMacFilterReq, achMac) == 4, "wire offset");
@@ -80,7 +80,7 @@ typedef struct {
 } __attribute__((packed)) TNetChainAddReq;
 static_assert(sizeof(TNetChainAddReq) == 2, "wire size");
 
-/* TESSEL_CMD_ICMP_FILTER: what becomes of echo requests. Replaces what was set before for its protocols. */
+/* TESSEL_CMD_ICMP_FILTER: whether echo requests are answered. Replaces what was set before for its protocols. */
 enum {
     TESSEL_ICMP_ALLOW_IPV4 = 1,
     TESSEL_ICMP_DROP_IPV4 = 2,
@@ -106,7 +106,7 @@ typedef struct {
     uint32_t eProtocol; /* TESSEL_PORT_TCP or TESSEL_PORT_UDP; any other number: both */
     uint32_t ePortType; /* TESSEL_PORT_SOURCE or TESSEL_PORT_DESTINATION */
     uint32_t eAction;   /* TESSEL_PORT_ACCEPT_IN ... */
-    char achPorts[136]; /* "80" or "80,443", NUL terminated */
+    char achPorts[136]; /* "80" or "80,443" or "ssh", NUL terminated */
 } __attribute__((packed)) TNetPortFilter;
 static_assert(sizeof(TNetPortFilter) == 152, "wire size");
 static_assert(offsetof(TNetPortFilter, eProtocol) == 4, "wire offset");
@@ -133,7 +133,7 @@ static_assert(sizeof(TNetFirewallFileReq) == 4, "wire size");
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated; empty: the tool chooses the interface */
     char achMac[32];                   /* as text, NUL terminated; not read by the delete command */
-    char achIp[64];                    /* as text, NUL terminated */
+    char achIp[64];                    /* as text, NUL terminated; no host name */
 } __attribute__((packed)) ArpEntryInfo;
 static_assert(sizeof(ArpEntryInfo) == 112, "wire size");
 static_assert(offsetof(ArpEntryInfo, achMac) == 16, "wire offset");

@@ -45,8 +45,8 @@ static_assert(sizeof(IpcMsgHead) == 12, "wire size");
 static_assert(offsetof(IpcMsgHead, size) == 4, "wire offset");
 static_assert(offsetof(IpcMsgHead, flag) == 8, "wire offset");
 
-/* Results of the transport functions. 0 is success; any other positive number is a byte count of a message that was
- * cut. */
+/* Results of the transport functions. 0 is success; any other positive number is the byte count of a message that was
+ * cut short. */
 enum {
     TESSEL_IPC_OK = 0,
     TESSEL_IPC_ERROR = -1,
@@ -55,11 +55,11 @@ enum {
     TESSEL_IPC_WRITE_TIMEOUT = 1103
 };
 
-/* Results inside replies: 0, -1, and what single commands add to them. */
+/* Results inside replies: 0, -1, and what one command adds to them. */
 enum {
     TESSEL_RESULT_OK = 0,
     TESSEL_RESULT_FAILED = -1,
-    TESSEL_RESULT_LEARNT = 11111 /* the IPv6 default route stems from a router advertisement */
+    TESSEL_RESULT_LEARNT = 11111 /* the IPv6 default route was learnt from a router advertisement */
 };
 
 /* Address families as the records carry them (u16). */

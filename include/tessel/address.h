@@ -5,10 +5,10 @@
 #include "tessel/ipc.h"
 
 enum {
-    TESSEL_ADDRESSES_MAX = 16 /* entries of a list; further addresses of an interface are not told */
+    TESSEL_ADDRESSES_MAX = 16 /* entries of a list; further addresses of an interface are left out */
 };
 
-/* Scope codes. Both 0 and 4 are global: 0 is what a caller gets who sets none, 4 what is read from the kernel. */
+/* Scope codes. Both 0 and 4 are global: 0 stands for a scope that nobody set, 4 is what is read from the kernel. */
 enum {
     TESSEL_SCOPE_UNSET = 0,
     TESSEL_SCOPE_HOST = 1,
@@ -60,7 +60,8 @@ static_assert(sizeof(TNetIpaddrFlushReq) == 18, "wire size");
 static_assert(offsetof(TNetIpaddrFlushReq, achDevName) == 2, "wire offset");
 
 /* TESSEL_CMD_IPADDR_SET; answered with a status. The list replaces the addresses of the family; IPv6 link-local ones
- * and those learnt from router advertisements stay. */
+ * and those learnt from router advertisements stay. The payload may end behind the last valid entry; one that ends
+ * before it changes nothing and is answered with -1. */
 typedef struct {
     uint16_t wSinFamily;               /* 2, 10 or 11 (each entry to its family) */
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */

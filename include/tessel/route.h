@@ -35,7 +35,7 @@ static_assert(offsetof(TNetRouteReq, dwTable) == 80, "wire offset");
 
 /* Routes with a gateway of the main table, default routes left out. */
 typedef struct {
-    uint32_t dwNum; /* valid entries, at most TESSEL_ROUTES_MAX; further routes are not told */
+    uint32_t dwNum; /* valid entries, at most TESSEL_ROUTES_MAX; further routes are left out */
     TNetIpRouteParam atRoute[TESSEL_ROUTES_MAX];
 } __attribute__((packed)) TNetAllRouteInfo;
 static_assert(sizeof(TNetAllRouteInfo) == 644, "wire size");
@@ -57,7 +57,7 @@ static_assert(offsetof(TNetRouteGetAllReply, tRoutes) == 4, "wire offset");
 /* TESSEL_CMD_ROUTE_TABLE_ADD and TESSEL_CMD_ROUTE_TABLE_DEL: the rule that sends all traffic to a table; answered with
  * a status. */
 typedef struct {
-    uint32_t dwTable; /* 1 to 252; other numbers are warned of in the log and handed on all the same */
+    uint32_t dwTable; /* 1 to 252; other numbers are passed on to the tool all the same, with a warning in the log */
 } __attribute__((packed)) TNetRouteTableReq;
 static_assert(sizeof(TNetRouteTableReq) == 4, "wire size");
 

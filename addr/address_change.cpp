@@ -52,7 +52,7 @@ i32 Delete(const AddressFamily& family, const char* interfaceName, const TNetIpA
 }
 
 bool IsFlushable(const char* interfaceName, CallSite where = CallSite::Current()) {
-    if (tessel::IsLineWord(interfaceName, where)) return true;
+    if (interfaceName != nullptr && interfaceName[0] != '\0') return tessel::IsLineWord(interfaceName, where);
     TESSEL_ERR_AT(where, "the pchIfaceName is invalid!");
     return false;
 }

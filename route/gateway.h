@@ -47,12 +47,12 @@ struct TNetGatewayMetric {
 [[nodiscard]] i32 GetGateWayV4WithMetric(TNetGatewayMetric* ptNetGatewayMetric);
 
 // The names under which the same operations are known for a numbered table.
-constexpr auto& GatewaySetToTable = GatewaySet;
-constexpr auto& GatewaySetV4ToTable = GatewaySetV4;
-constexpr auto& GatewaySetV6ToTable = GatewaySetV6;
-constexpr auto& GatewayDelFromTable = GatewayDel;
-constexpr auto& DelGateWayV4FromTable = DelGateWayV4;
-constexpr auto& DelGateWayV6FromTable = DelGateWayV6;
-constexpr auto& GatewayGetFromTable = GatewayGet;
-constexpr auto& GetGateWayV4FromTable = GetGateWayV4;
-constexpr auto& GetGateWayV6FromTable = GetGateWayV6;
+inline constexpr auto& GatewaySetToTable = GatewaySet;
+inline constexpr auto& GatewaySetV4ToTable = GatewaySetV4;
+inline constexpr auto& GatewaySetV6ToTable = GatewaySetV6;
+inline constexpr auto& GatewayDelFromTable = GatewayDel;
+inline constexpr auto& DelGateWayV4FromTable = DelGateWayV4;
+inline constexpr auto& DelGateWayV6FromTable = DelGateWayV6;
+inline constexpr auto& GatewayGetFromTable = GatewayGet;
+inline constexpr auto& GetGateWayV4FromTable = GetGateWayV4;
+inline constexpr auto& GetGateWayV6FromTable = GetGateWayV6;

@@ -17,5 +17,5 @@
 [[nodiscard]] i32 RouteMetricSet(const TNetIpRouteParam* ptNetIpRouteParam);
 
 // The names under which the same operations are known for a numbered table.
-constexpr auto& OneRouteAddToTable = OneRouteAdd;
-constexpr auto& OneRouteDelFromTable = OneRouteDel;
+inline constexpr auto& OneRouteAddToTable = OneRouteAdd;
+inline constexpr auto& OneRouteDelFromTable = OneRouteDel;

@@ -44,7 +44,7 @@ u32 ScopeStrToCode(const char* scopeWord);
 
 namespace tessel {
 
-// The entries that a list holds, whatever number its sender wrote.
+// The entries of a list: at most 16, even if its count says more.
 [[nodiscard]] inline std::span<const TNetIpAddr> AddressesOf(const TNetIfaceIp& list) {
     return {list.atIp, std::min<std::size_t>(list.dwNum, TESSEL_ADDRESSES_MAX)};
 }

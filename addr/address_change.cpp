@@ -16,8 +16,8 @@ using tessel::RunChange;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. No scope is given, whatever the entry holds:
-// addresses have always got the scope that `ip` chooses.
+// Every line this file runs: the program, then its argument vector. No line names the scope of an entry:
+// addresses have always had the one that `ip` chooses.
 constexpr char kAdd[] = "ip ip %s addr add %s/%u dev %s";
 constexpr char kDel[] = "ip ip %s addr del %s/%u dev %s";
 constexpr char kFlushV4[] = "ip ip -4 addr flush dev %s";

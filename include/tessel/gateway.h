@@ -31,7 +31,7 @@ static_assert(offsetof(TNetGatewaySetReq, dwTable) == 36, "wire offset");
  * exist: there, deleting and reading fail for both families. */
 typedef struct {
     uint16_t wSinFamily;               /* 2 or 10 */
-    char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated; empty: whatever the interface */
+    char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated; empty: any interface */
     uint32_t dwTable;                  /* may be left out of the payload; 0: the main table */
 } __attribute__((packed)) TNetGatewayReq;
 static_assert(sizeof(TNetGatewayReq) == 22, "wire size");

@@ -199,7 +199,7 @@ TEST(Priority, TheFirstListFixesTheInterfaces) {
          Set(Inet(1), "eth0", 100),
          {"ip route add default via 192.168.1.1 dev eth0 metric 0 table 100"},
          0},
-        {"all deletions come before all additions, and failures change nothing of that", kPrioritySet, list(10, 20),
+        {"all deletions come before all additions, even when one fails", kPrioritySet, list(10, 20),
          Joined(all, {"ip -4 route del default dev eth0", "ip -4 route del default dev eth1",
                       "ip route add default via 192.168.1.1 dev eth0 metric 10",
                       "ip route add default via 192.168.1.2 dev eth1 metric 20"}),
@@ -220,7 +220,7 @@ TEST(Priority, TheFirstListFixesTheInterfaces) {
          Set(Inet(9), "eth"),
          {"ip route add default via 192.168.1.9 dev eth metric 0"},
          0},
-        {"others are not taken, a shorter name changes the first that begins with it", kPrioritySet,
+        {"unknown names are ignored, a shorter name changes the first that begins with it", kPrioritySet,
          List({{"ppp0", 5}, {"eth3", 30}, {"eth", 0}, {"eth1", 7}}), all, 0},
         {"right already", kPrioritySet, list(0, 7), all, 0},
     };
@@ -263,6 +263,21 @@ TEST(Priority, ANameThatIsThereTwiceHasTheLastMetric) {
     (void)tools.TakeRuns();
     tools.Check(
         {"so has its gateway", kSet, Set(Inet(1)), {"ip route add default via 192.168.1.1 dev eth0 metric 3"}, 0});
+}
+
+TEST(Priority, SwitchedOffIsWithoutMetricInTheMainTableAlone) {
+    ForgetPriorities();
+    StorePriority(0, {.achDevName = "eth0", .nPriority = 10});
+    NotedTools tools;
+    tools.Check({"off", kSet, Set(Inet(1)), {"ip route add default via 192.168.1.1 dev eth0 metric 0"}, 0});
+    tools.Check({"a table",
+                 kSet,
+                 Set(Inet(1), "eth0", 7),
+                 {"ip route add default via 192.168.1.1 dev eth0 metric 10 table 7"},
+                 0});
+    g_nRoutedetectE = 1;
+    tools.Check({"on", kSet, Set(Inet(1)), {"ip route add default via 192.168.1.1 dev eth0 metric 10"}, 0});
+    tools.Check({"no name", kSet, Set(Inet(1), ""), {"ip route add default via 192.168.1.1 metric 0"}, 0});
 }
 
 TEST(Priority, AListThatIsEmptyOrCutShortFixesNothing) {

@@ -164,7 +164,7 @@ TEST(Rule, TablesAndRules) {
         {"a table", kTableAdd, Of(u32{100}), {"ip rule add table 100"}, 0},
         {"delete a table", kTableDel, Of(u32{100}), {"ip rule del table 100"}, 0},
         {"delete one that is not there", kTableDel, Of(u32{8}), {"ip rule del table 8"}, -1},
-        {"table 0 is warned of and tried", kTableAdd, Of(u32{0}), {"ip rule add table 0"}, -1},
+        {"table 0 causes a warning and is tried", kTableAdd, Of(u32{0}), {"ip rule add table 0"}, -1},
         {"so is one of the kernel's", kTableAdd, Of(u32{254}), {"ip rule add table 254"}, 0},
         {"a rule", kRuleAdd, Rule("192.168.1.0", 0), {"ip rule add from 192.168.1.0/24 fwmark 7 table 100"}, 0},
         {"a rule with a preference",

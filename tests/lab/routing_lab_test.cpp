@@ -103,8 +103,8 @@ TEST(RoutingLab, ALearntGatewayIsKept) {
     EXPECT_EQ(Gateway(10, "eth0").nResult, 0);
 }
 
-// What deleting and reading answer where no default route is.
-TEST(RoutingLab, AnAbsentTableIsAFailureAndAnAbsentRouteMostly) {
+// But for IPv6, where an absent route counts as deleted unless it is one interface's in a numbered table.
+TEST(RoutingLab, WhatIsNotThereCannotBeDeleted) {
     AddressBothUplinks();
     RunOnDevice("ip addr add 2001:db8::20/64 dev eth0 nodad");
     RunOnDevice("ip route add 10.0.0.0/8 via 192.168.1.1 table 77");

@@ -1,8 +1,12 @@
-// The addresses that an interface carries, as the `ip` tool tells them.
+// The addresses that an interface carries, as the `ip` tool prints them.
 //
 // The readers append to the list, at most 16 entries in all, and never clear it: callers zero it first. They return 0
 // also when there is no address, or -1 (or the executor's result) with a log line; entries read before a failure stay.
+// More output than is kept is read up to its last whole line.
 #pragma once
+
+#include <algorithm>
+#include <span>
 
 #include "core/types.h"
 #include "tessel/address.h"
@@ -37,3 +41,12 @@ u32 ScopeStrToCode(const char* scopeWord);
 // Fills the text record of an Ethernet-like interface; `info` is zeroed by the caller. 0, or -1 with a log line, also
 // for an interface without an Ethernet address: its addresses are then not read.
 [[nodiscard]] i32 ipaddr_show_filter(const char* interfaceName, ipaddr_show_info* info);
+
+namespace tessel {
+
+// The entries of a list: at most 16, even if its count says more.
+[[nodiscard]] inline std::span<const TNetIpAddr> AddressesOf(const TNetIfaceIp& list) {
+    return {list.atIp, std::min<std::size_t>(list.dwNum, TESSEL_ADDRESSES_MAX)};
+}
+
+}  // namespace tessel

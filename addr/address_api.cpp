@@ -7,46 +7,39 @@
 
 using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
-using tessel::CallSite;
 using tessel::FieldText;
 
-namespace {
-
-using AddressOperation = i32 (*)(const char* interfaceName, const TNetIpAddr* entry);
-
-i32 Change(int fd, u32 type, const void* payload, i32 size, AddressOperation operation, const char* failure,
-           CallSite where = CallSite::Current()) {
-    const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
-    const TNetIpAddr entry = request.tIp;
-    const i32 result = operation(FieldText(request.achDevName).Get(), &entry);
-    if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return ApiReplyStatus(fd, type, result, nullptr, where);
-}
-
-}  // namespace
-
 i32 ApidIpaddrAdd(int fd, u32 type, const void* payload, i32 size) {
-    return Change(fd, type, payload, size, &IpaddrAdd, "IpaddrAdd error!");
+    const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
+    const i32 result = IpaddrAdd(FieldText(request.achDevName).Get(), &request.tIp);
+    return ApiReplyStatus(fd, type, result, "IpaddrAdd error!");
 }
 
 i32 ApidIpaddrDel(int fd, u32 type, const void* payload, i32 size) {
-    return Change(fd, type, payload, size, &IpaddrDel, "IpaddrDel error!");
+    const auto request = ApiRequest<TNetIpaddrChangeReq>(payload, size);
+    const i32 result = IpaddrDel(FieldText(request.achDevName).Get(), &request.tIp);
+    return ApiReplyStatus(fd, type, result, "IpaddrDel error!");
 }
 
 i32 ApidIpaddrFlush(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetIpaddrFlushReq>(payload, size);
     const i32 result = IpaddrFlush(FieldText(request.achDevName).Get(), request.wSinFamily);
     if (result != 0) TESSEL_ERR("IpaddrFlush error!");
-    TESSEL_ERR("IpaddrFlush nErrid : %d", result == 0 ? 0 : -1);  // at error level whatever came of it
+    TESSEL_ERR("IpaddrFlush nErrid : %d", result == 0 ? 0 : -1);  // at error level even for success
     return ApiReplyStatus(fd, type, result);
 }
 
 i32 ApidIpaddrSet(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetIpaddrSetReq>(payload, size);
-    const TNetIfaceIp list = request.tIfaceIp;
-    const i32 result = IpaddrSet(FieldText(request.achDevName).Get(), request.wSinFamily, &list);
-    if (result != 0) TESSEL_ERR("IpaddrSet error!");
-    return ApiReplyStatus(fd, type, result);
+    const std::size_t listEnd =
+        offsetof(TNetIpaddrSetReq, tIfaceIp.atIp) + tessel::AddressesOf(request.tIfaceIp).size_bytes();
+    // What is missing from a list that was cut short would be removed from the interface.
+    if (static_cast<std::size_t>(size) < listEnd) {
+        TESSEL_ERR("the size is error:size=%d", size);
+        return ApiReplyStatus(fd, type, -1);
+    }
+    const i32 result = IpaddrSet(FieldText(request.achDevName).Get(), request.wSinFamily, &request.tIfaceIp);
+    return ApiReplyStatus(fd, type, result, "IpaddrSet error!");
 }
 
 i32 ApidIpaddrGet(int fd, u32 type, const void* payload, i32 size) {

@@ -1,15 +1,14 @@
 #include "addr/address_change.h"
 
-#include <arpa/inet.h>
-
-#include <algorithm>
-#include <span>
-
 #include "addr/address.h"
 #include "core/exec.h"
+#include "core/family.h"
 #include "core/log.h"
 #include "core/text.h"
 
+using tessel::AddressesOf;
+using tessel::AddressFamily;
+using tessel::AddressText;
 using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
@@ -17,37 +16,45 @@ using tessel::RunChange;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector.
-constexpr char kChange[] = "ip ip %s addr %s %s/%u dev %s";  // "-4" or "-6", "add" or "del"
+// Every line this file runs: the program, then its argument vector. No line names the scope of an entry:
+// addresses have always had the one that `ip` chooses.
+constexpr char kAdd[] = "ip ip %s addr add %s/%u dev %s";
+constexpr char kDel[] = "ip ip %s addr del %s/%u dev %s";
 constexpr char kFlushV4[] = "ip ip -4 addr flush dev %s";
 constexpr char kFlushV6Permanent[] = "ip ip -6 addr flush scope global permanent dev %s ";
 constexpr char kFlushV6[] = "ip ip -6 addr flush scope global dev %s ";
 
-// One address added or deleted. No scope is given, whatever the entry holds: addresses have always got the scope that
-// `ip` chooses.
-i32 ChangeAddress(const char* interfaceName, const TNetIpAddr& entry, u16 family, const char* action, CallSite where) {
+bool IsChangeable(const AddressFamily& family, const char* interfaceName, const TNetIpAddr& entry, CallSite where) {
     TESSEL_PRT_AT(where, "pchIfaceName : %s", interfaceName);
-    if (entry.wSinFamily != family) {
-        TESSEL_DBG_AT(where, "the ip sinfamiy is %u", entry.wSinFamily);
+    if (entry.wSinFamily == family.code) return tessel::IsLineWord(interfaceName, where);
+    TESSEL_DBG_AT(where, "the ip sinfamiy is %u", entry.wSinFamily);
+    return false;
+}
+
+i32 Add(const AddressFamily& family, const char* interfaceName, const TNetIpAddr& entry, CallSite where) {
+    CommandLine command(where);
+    if (!IsChangeable(family, interfaceName, entry, where) ||
+        !ComposeCommand(command, kAdd, family.option, AddressText(family.code, entry.abyAddr).text, entry.dwPrefixLen,
+                        interfaceName)) {
         return -1;
     }
-    if (!tessel::IsLineWord(interfaceName, where)) return -1;
-    char address[INET6_ADDRSTRLEN] = "";
-    (void)inet_ntop(family, entry.abyAddr, address, sizeof(address));
+    return RunChange(command);
+}
+
+i32 Delete(const AddressFamily& family, const char* interfaceName, const TNetIpAddr& entry, CallSite where) {
     CommandLine command(where);
-    const char* option = family == TESSEL_FAMILY_INET ? "-4" : "-6";
-    if (!ComposeCommand(command, kChange, option, action, address, entry.dwPrefixLen, interfaceName)) return -1;
+    if (!IsChangeable(family, interfaceName, entry, where) ||
+        !ComposeCommand(command, kDel, family.option, AddressText(family.code, entry.abyAddr).text, entry.dwPrefixLen,
+                        interfaceName)) {
+        return -1;
+    }
     return RunChange(command);
 }
 
 bool IsFlushable(const char* interfaceName, CallSite where = CallSite::Current()) {
-    if (tessel::IsLineWord(interfaceName, where)) return true;
+    if (interfaceName != nullptr && interfaceName[0] != '\0') return tessel::IsLineWord(interfaceName, where);
     TESSEL_ERR_AT(where, "the pchIfaceName is invalid!");
     return false;
-}
-
-std::span<const TNetIpAddr> EntriesOf(const TNetIfaceIp& list) {
-    return {list.atIp, std::min<std::size_t>(list.dwNum, TESSEL_ADDRESSES_MAX)};
 }
 
 // True for an IPv6 address that setting a list leaves alone.
@@ -56,25 +63,14 @@ bool IsKept(const TNetIpAddr& entry, CallSite where) {
         TESSEL_DBG_AT(where, "****skip link addr****");
         return true;
     }
-    if (entry.bDynamic != 0) {
-        TESSEL_DBG_AT(where, "****skip ra addr****");
-        return true;
-    }
-    return false;
+    if (entry.bDynamic == 0) return false;
+    TESSEL_DBG_AT(where, "****skip ra addr****");
+    return true;
 }
 
-void DeleteReplaced(const char* interfaceName, const TNetIfaceIp& previous, CallSite where) {
-    int index = 0;
-    for (const TNetIpAddr& entry : EntriesOf(previous)) {
-        const i32 result = IsKept(entry, where) ? 0 : IpaddrDelV6(interfaceName, &entry);
-        if (result != 0) TESSEL_ERR_AT(where, "IpaddrDelV6 del ipv6 error : %d! nIndex = %d", result, index);
-        ++index;
-    }
-}
-
-TNetIfaceIp EntriesOfFamily(const TNetIfaceIp& list, u16 family) {
+TNetIfaceIp OfFamily(const TNetIfaceIp& list, u16 family) {
     TNetIfaceIp chosen{};
-    for (const TNetIpAddr& entry : EntriesOf(list)) {
+    for (const TNetIpAddr& entry : AddressesOf(list)) {
         if (entry.wSinFamily != family) continue;
         chosen.atIp[chosen.dwNum] = entry;
         chosen.dwNum = chosen.dwNum + 1;
@@ -83,28 +79,42 @@ TNetIfaceIp EntriesOfFamily(const TNetIfaceIp& list, u16 family) {
 }
 
 i32 SetBoth(const char* interfaceName, const TNetIfaceIp& list) {
-    const TNetIfaceIp inet = EntriesOfFamily(list, TESSEL_FAMILY_INET);
-    const TNetIfaceIp inet6 = EntriesOfFamily(list, TESSEL_FAMILY_INET6);
+    const TNetIfaceIp inet = OfFamily(list, TESSEL_FAMILY_INET);
+    const TNetIfaceIp inet6 = OfFamily(list, TESSEL_FAMILY_INET6);
     const i32 result = IpaddrV4Set(interfaceName, &inet);
     return result != 0 ? result : IpaddrV6Set(interfaceName, &inet6);
+}
+
+i32 SetByFamily(const char* interfaceName, u16 family, const TNetIfaceIp& list, CallSite where) {
+    switch (family) {
+        case TESSEL_FAMILY_INET:
+            return IpaddrV4Set(interfaceName, &list);
+        case TESSEL_FAMILY_INET6:
+            return IpaddrV6Set(interfaceName, &list);
+        case TESSEL_FAMILY_BOTH:
+            return SetBoth(interfaceName, list);
+        default:
+            TESSEL_ERR_AT(where, "the wSinFamily %d is invalid!", family);
+            return -1;
+    }
 }
 
 }  // namespace
 
 i32 IpaddrAddV4(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return ChangeAddress(pchIfaceName, *ptNetIpAddr, TESSEL_FAMILY_INET, "add", CallSite::Current());
+    return Add(tessel::kInet, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrAddV6(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return ChangeAddress(pchIfaceName, *ptNetIpAddr, TESSEL_FAMILY_INET6, "add", CallSite::Current());
+    return Add(tessel::kInet6, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrDelV4(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return ChangeAddress(pchIfaceName, *ptNetIpAddr, TESSEL_FAMILY_INET, "del", CallSite::Current());
+    return Delete(tessel::kInet, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrDelV6(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return ChangeAddress(pchIfaceName, *ptNetIpAddr, TESSEL_FAMILY_INET6, "del", CallSite::Current());
+    return Delete(tessel::kInet6, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrAdd(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
@@ -123,17 +133,15 @@ i32 IpaddrDel(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
 
 i32 IpaddrFlushV4(const char* pchIfaceName) {
     CommandLine command;
-    if (!IsFlushable(pchIfaceName)) return -1;
-    if (!ComposeCommand(command, kFlushV4, pchIfaceName)) return -1;
+    if (!IsFlushable(pchIfaceName) || !ComposeCommand(command, kFlushV4, pchIfaceName)) return -1;
     return RunChange(command);
 }
 
 i32 IpaddrFlushV6(const char* pchIfaceName) {
     CommandLine command;
-    if (!IsFlushable(pchIfaceName)) return -1;
-    if (!ComposeCommand(command, kFlushV6Permanent, pchIfaceName)) return -1;
+    if (!IsFlushable(pchIfaceName) || !ComposeCommand(command, kFlushV6Permanent, pchIfaceName)) return -1;
     if (RunChange(command) == 0) return 0;
-    // An `ip` that does not know "permanent".
+    // An `ip` that does not know "permanent". This line is logged at error level.
     if (!ComposeCommand(command, kFlushV6, pchIfaceName)) return -1;
     TESSEL_ERR("IpaddrFlushV6 achCmdBuf: %s", command.text);
     const i32 result = tessel::Run(command);
@@ -168,12 +176,12 @@ i32 IpaddrV4Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp) {
         TESSEL_ERR("IpaddrFlush error : %d!", flushResult);
         return flushResult;
     }
-    for (const TNetIpAddr& entry : EntriesOf(*ptNetIfaceIp)) {
+    for (const TNetIpAddr& entry : AddressesOf(*ptNetIfaceIp)) {
         const i32 result = IpaddrAddV4(pchIfaceName, &entry);
         if (result == 0) continue;
         TESSEL_ERR("IpaddrAddV4 error : %d!", result);
-        for (const TNetIpAddr& old : EntriesOf(previous))
-            (void)IpaddrAddV4(pchIfaceName, &old);  // as far as it goes
+        for (const TNetIpAddr& old : AddressesOf(previous))
+            (void)IpaddrAddV4(pchIfaceName, &old);  // as many as can be
         return result;
     }
     return 0;
@@ -184,14 +192,18 @@ i32 IpaddrV6Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp) {
     const i32 readResult = IpaddrGet(pchIfaceName, TESSEL_FAMILY_INET6, &previous);
     // The text names the other family. It is what readers of the log look for.
     if (readResult != 0) TESSEL_ERR("IpaddrGet BackIpV4 error : %d!", readResult);
-    DeleteReplaced(pchIfaceName, previous, CallSite::Current());
-    for (const TNetIpAddr& entry : EntriesOf(*ptNetIfaceIp)) {
+    int index = 0;
+    for (const TNetIpAddr& old : AddressesOf(previous)) {
+        const i32 result = IsKept(old, CallSite::Current()) ? 0 : IpaddrDelV6(pchIfaceName, &old);
+        if (result != 0) TESSEL_ERR("IpaddrDelV6 del ipv6 error : %d! nIndex = %d", result, index);
+        ++index;
+    }
+    for (const TNetIpAddr& entry : AddressesOf(*ptNetIfaceIp)) {
         const i32 result = entry.dwScope == TESSEL_SCOPE_LINK ? 0 : IpaddrAddV6(pchIfaceName, &entry);
         if (result == 0) continue;
         TESSEL_ERR("IpaddrAddV6 error : %d!", result);
-        for (const TNetIpAddr& old : EntriesOf(previous)) {
-            if (!IsKept(old, CallSite::Current())) (void)IpaddrAddV6(pchIfaceName, &old);  // as far as it goes
-        }
+        for (const TNetIpAddr& old : AddressesOf(previous))
+            if (!IsKept(old, CallSite::Current())) (void)IpaddrAddV6(pchIfaceName, &old);  // as many as can be
         return result;
     }
     return 0;
@@ -199,21 +211,7 @@ i32 IpaddrV6Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp) {
 
 i32 IpaddrSet(const char* pchIfaceName, u16 wSinFamily, const TNetIfaceIp* ptNetIfaceIp) {
     TESSEL_PRT("pchIfaceName : %s, wSinFamily : %d", pchIfaceName, wSinFamily);
-    i32 result = -1;
-    switch (wSinFamily) {
-        case TESSEL_FAMILY_INET:
-            result = IpaddrV4Set(pchIfaceName, ptNetIfaceIp);
-            break;
-        case TESSEL_FAMILY_INET6:
-            result = IpaddrV6Set(pchIfaceName, ptNetIfaceIp);
-            break;
-        case TESSEL_FAMILY_BOTH:
-            result = SetBoth(pchIfaceName, *ptNetIfaceIp);
-            break;
-        default:
-            TESSEL_ERR("the wSinFamily %d is invalid!", wSinFamily);
-            break;
-    }
+    const i32 result = SetByFamily(pchIfaceName, wSinFamily, *ptNetIfaceIp, CallSite::Current());
     TESSEL_PRT("the IpaddrSet nRet : %d", result);
     return result;
 }

@@ -1,6 +1,6 @@
 // Changing the addresses of an interface.
 //
-// Every operation returns 0, or -1 or the executor's result with a log line. Names are one word.
+// Every operation returns 0, or -1 or the executor's result with a log line. A name that is not one word is refused.
 #pragma once
 
 #include "core/types.h"
@@ -27,7 +27,7 @@
 // Replace a family's addresses by the list, of which the first 16 entries count. When one cannot be added the previous
 // addresses are added again; the new ones that were added before it stay beside them.
 [[nodiscard]] i32 IpaddrV4Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp);
-// Link-local addresses and those learnt from router advertisements are neither deleted nor added.
+// Link-local addresses are neither deleted nor added; those learnt from router advertisements are not deleted.
 [[nodiscard]] i32 IpaddrV6Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp);
 
 // Family 2, 10, or 11: each entry to its own family, IPv6 only after IPv4 succeeded.

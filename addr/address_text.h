@@ -1,38 +1,23 @@
-// Reading the text of `ip addr show`.
+// Reading the text of `ip addr show`. Failures are logged in the caller's name.
 #pragma once
 
-#include <cstddef>
-
+#include "core/call_site.h"
+#include "core/exec.h"
+#include "core/family.h"
 #include "core/types.h"
 #include "tessel/address.h"
 
 namespace tessel {
 
-// What stands for one family in the output: the word in front of an address, and the family's code.
-struct AddressFamily {
-    u16 family;
-    const char* keyword;
-};
-constexpr AddressFamily kInet{TESSEL_FAMILY_INET, "inet "};
-constexpr AddressFamily kInet6{TESSEL_FAMILY_INET6, "inet6 "};
+// Takes what is behind the last newline away from an output that was cut: half a line reads as half a number.
+void DropCutLine(ToolOutput& output);
 
-constexpr std::size_t kAddressWordMax = 256;
+// Appends the addresses of one family, until the list is full. False at one that cannot be read.
+[[nodiscard]] bool AppendAddresses(const char* output, const AddressFamily& family, bool marksTentative,
+                                   TNetIfaceIp& list, CallSite where);
 
-// The word behind a keyword, taken apart.
-struct PrefixedAddress {
-    char text[kAddressWordMax + 1];
-    i32 prefixLength;
-};
-
-// Reads "192.168.1.20/24", or "10.0.0.1 peer 10.0.0.2/32" of a point-to-point link, at `position`. False when the word
-// is longer than `wordMax` or has no prefix length.
-[[nodiscard]] bool ReadPrefixedAddress(const char* position, i32 wordMax, PrefixedAddress& address);
-
-// Appends the addresses of one family, until the list is full. False, with a log line, at one that cannot be read.
-[[nodiscard]] bool AppendAddresses(const char* output, const AddressFamily& family, bool markTentative,
-                                   TNetIfaceIp& list);
-
-// Reads MTU, MAC and addresses of both families. False when one of them is missing or cannot be read.
-[[nodiscard]] bool ReadShowInfo(const char* output, ipaddr_show_info& info);
+// Reads MTU, MAC and the addresses of both families. False, with nothing logged, when MTU or MAC is missing, or at
+// something that cannot be read.
+[[nodiscard]] bool ReadShowInfo(const char* output, ipaddr_show_info& info, CallSite where);
 
 }  // namespace tessel

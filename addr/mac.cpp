@@ -29,8 +29,8 @@ bool ReadMac(char* word, u8 (&mac)[kMacBytes], tessel::CallSite where) {
     char* group = strtok_r(word, ":", &rest);
     for (u8& byte : mac) {
         if (group == nullptr) return false;
-        TESSEL_DBG_AT(where, "pchMac : %s", group);
         byte = static_cast<u8>(strtol(group, nullptr, 16));
+        TESSEL_DBG_AT(where, "pchMac : %x", byte);
         if (mac[0] == kRefusedFirstByte) {
             TESSEL_ERR_AT(where, "strtol error");
             return false;
@@ -45,9 +45,8 @@ bool ReadMac(char* word, u8 (&mac)[kMacBytes], tessel::CallSite where) {
 i32 MacaddrSet(const char* pchIfaceName, const u8* pbyMac) {
     TESSEL_PRT("pchIfaceName : %s", pchIfaceName);
     CommandLine command;
-    if (!IsLineWord(pchIfaceName)) return -1;
-    if (!ComposeCommand(command, kSet, pchIfaceName, pbyMac[0], pbyMac[1], pbyMac[2], pbyMac[3], pbyMac[4],
-                        pbyMac[5])) {
+    if (!IsLineWord(pchIfaceName) || !ComposeCommand(command, kSet, pchIfaceName, pbyMac[0], pbyMac[1], pbyMac[2],
+                                                     pbyMac[3], pbyMac[4], pbyMac[5])) {
         return -1;
     }
     return tessel::RunChange(command);

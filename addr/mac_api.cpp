@@ -10,8 +10,7 @@ using tessel::FieldText;
 i32 ApidMacaddrSet(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetMacaddrSetReq>(payload, size);
     const i32 result = MacaddrSet(FieldText(request.achDevName).Get(), request.abyMac);
-    if (result != 0) TESSEL_ERR("MacaddrSet error!");
-    return tessel::ApiReplyStatus(fd, type, result);
+    return tessel::ApiReplyStatus(fd, type, result, "MacaddrSet error!");
 }
 
 i32 ApidMacaddrGet(int fd, u32 type, const void* payload, i32 size) {

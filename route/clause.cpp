@@ -13,13 +13,13 @@ Clause NumberClause(const char* word, i32 number) {
     return clause;
 }
 
-bool ComposePlace(PlaceClauses& clauses, const RoutePlace& place, CallSite where) {
-    if (place.table) clauses.table = NumberClause("table", static_cast<i32>(*place.table));
-    if (place.interfaceName == nullptr) return true;
-    if (!IsLineWord(place.interfaceName, where)) return false;
-    const int length = snprintf(clauses.dev.text, sizeof(clauses.dev.text), " dev %s", place.interfaceName);
+bool ComposePlace(PlaceClauses& clauses, const char* interfaceName, u32 table, CallSite where) {
+    if (table != 0) clauses.table = NumberClause("table", static_cast<i32>(table));
+    if (interfaceName == nullptr) return true;
+    if (!IsLineWord(interfaceName, where)) return false;
+    const int length = snprintf(clauses.dev.text, sizeof(clauses.dev.text), " dev %s", interfaceName);
     if (length >= 0 && static_cast<std::size_t>(length) < sizeof(clauses.dev.text)) return true;
-    TESSEL_ERR_AT(where, "the interface name [%s] is too long!", place.interfaceName);
+    TESSEL_ERR_AT(where, "the interface name [%s] is too long!", interfaceName);
     return false;
 }
 

@@ -1,43 +1,39 @@
-// Default gateways of interfaces, in the main table or a numbered one.
+// Default gateways of interfaces.
 //
-// pchIfaceName is one word, or null where it says so: the tool then chooses, or looks at every interface. Every
-// operation returns 0, or -1 or the executor's result with a log line.
+// pchIfaceName is one word, or null where it says so: the tool then chooses, or looks at every interface. dwTable 0 is
+// the main table. Every operation returns 0, or -1 or the executor's result with a log line. The kernel refuses to read
+// or delete in a numbered table that no route was ever put into: such a table does not exist.
 #pragma once
 
 #include "core/types.h"
 #include "tessel/gateway.h"
 
-// Sets by the gateway's family (2 or 10). The zero address deletes the default route.
-[[nodiscard]] i32 GatewaySet(const char* pchIfaceName, const TNetGateway* ptNetGateway);
-// The zero address is an address like any other.
-[[nodiscard]] i32 GatewaySetToTable(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable);
+// Sets by the gateway's family (2 or 10). The zero address deletes the default route of the main table; in another
+// table it is an address like any other.
+[[nodiscard]] i32 GatewaySet(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable = 0);
 
 // IPv4 default routes carry the interface's metric: of the main table while priority routing is on, of other tables
 // always. One that is there already is a failure.
-[[nodiscard]] i32 GatewaySetV4(const char* pchIfaceName, const TNetGateway* ptNetGateway);
-[[nodiscard]] i32 GatewaySetV4ToTable(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable);
+[[nodiscard]] i32 GatewaySetV4(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable = 0);
 
-// Needs an interface, replaces the route that is there, and leaves one through the same gateway as it is: it may stem
-// from a router advertisement, with a lifetime.
-[[nodiscard]] i32 GatewaySetV6(const char* pchIfaceName, const TNetGateway* ptNetGateway);
-[[nodiscard]] i32 GatewaySetV6ToTable(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable);
+// Adds to a numbered table. In the main table it needs an interface, replaces the route that is there, and leaves one
+// through the same gateway as it is: it may stem from a router advertisement, with a lifetime.
+[[nodiscard]] i32 GatewaySetV6(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable = 0);
 
 // 0 when the interface's IPv6 default route goes through this gateway (text), else -1.
 [[nodiscard]] i32 CheckGateWay(const char* pchIfaceName, const char* pchGateWay);
 
-// Delete by family; any other than 2 and 10 is a success with nothing done. An absent IPv4 route is a failure, as is an
-// absent IPv6 one of a numbered table; one of the main table is a success.
-[[nodiscard]] i32 GatewayDel(u16 wSinFamily, const char* pchIfaceName);
-[[nodiscard]] i32 GatewayDelFromTable(u16 wSinFamily, const char* pchIfaceName, u32 dwTable);
-[[nodiscard]] i32 DelGateWayV4(const char* pchIfaceName);
-[[nodiscard]] i32 DelGateWayV6(const char* pchIfaceName);
+// Delete by family; any other than 2 and 10 is a success with nothing done. An absent route is a failure, but for IPv6
+// in the main table, and in any table that exists when no interface is named.
+[[nodiscard]] i32 GatewayDel(u16 wSinFamily, const char* pchIfaceName, u32 dwTable = 0);
+[[nodiscard]] i32 DelGateWayV4(const char* pchIfaceName, u32 dwTable = 0);
+[[nodiscard]] i32 DelGateWayV6(const char* pchIfaceName, u32 dwTable = 0);
 
 // Read by family into *ptNetGateway; any other than 2 and 10 is a success with nothing read. No default route is a
-// success with the zero address. TESSEL_RESULT_LEARNT: an IPv6 one that has a lifetime.
-[[nodiscard]] i32 GatewayGet(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGateway);
-[[nodiscard]] i32 GatewayGetFromTable(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGateway, u32 dwTable);
-[[nodiscard]] i32 GetGateWayV4(const char* pchIfaceName, TNetGateway* ptNetGateway);
-[[nodiscard]] i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway);
+// success with the zero address. TESSEL_RESULT_LEARNT: an IPv6 one of the main table that has a lifetime.
+[[nodiscard]] i32 GatewayGet(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGateway, u32 dwTable = 0);
+[[nodiscard]] i32 GetGateWayV4(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable = 0);
+[[nodiscard]] i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable = 0);
 // *pdwExpires becomes 1 when the route has a lifetime, else it is left alone.
 [[nodiscard]] i32 GetGateWayV6Ex(const char* pchIfaceName, TNetGateway* ptNetGateway, u32* pdwExpires);
 
@@ -49,3 +45,14 @@ struct TNetGatewayMetric {
 };
 // Fills in what belongs to the name in the record.
 [[nodiscard]] i32 GetGateWayV4WithMetric(TNetGatewayMetric* ptNetGatewayMetric);
+
+// The names under which the same operations are known for a numbered table.
+inline constexpr auto& GatewaySetToTable = GatewaySet;
+inline constexpr auto& GatewaySetV4ToTable = GatewaySetV4;
+inline constexpr auto& GatewaySetV6ToTable = GatewaySetV6;
+inline constexpr auto& GatewayDelFromTable = GatewayDel;
+inline constexpr auto& DelGateWayV4FromTable = DelGateWayV4;
+inline constexpr auto& DelGateWayV6FromTable = DelGateWayV6;
+inline constexpr auto& GatewayGetFromTable = GatewayGet;
+inline constexpr auto& GetGateWayV4FromTable = GetGateWayV4;
+inline constexpr auto& GetGateWayV6FromTable = GetGateWayV6;

@@ -6,12 +6,11 @@
 using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
 using tessel::CallSite;
-using tessel::FieldText;
 using tessel::LogKind;
 
 namespace {
 
-using InterfaceField = FieldText<TESSEL_NAME_SIZE>;
+using InterfaceField = tessel::FieldText<TESSEL_NAME_SIZE>;
 
 // The interface that a request names; null when it names none.
 const char* NameOrNull(const InterfaceField& name, LogKind kind, CallSite where = CallSite::Current()) {
@@ -27,35 +26,25 @@ const char* NameOrNull(const InterfaceField& name, LogKind kind, CallSite where 
 
 i32 ApidGatewaySet(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetGatewaySetReq>(payload, size);
-    const InterfaceField field(request.achDevName);
-    const char* const name = NameOrNull(field, LogKind::kPrint);
-    const TNetGateway gateway = request.tGateway;
-    const i32 result =
-        request.dwTable == 0 ? GatewaySet(name, &gateway) : GatewaySetToTable(name, &gateway, request.dwTable);
-    if (result != 0) TESSEL_ERR("GatewaySet error!");
-    return ApiReplyStatus(fd, type, result);
+    const InterfaceField name(request.achDevName);
+    const i32 result = GatewaySet(NameOrNull(name, LogKind::kPrint), &request.tGateway, request.dwTable);
+    return ApiReplyStatus(fd, type, result, "GatewaySet error!");
 }
 
 i32 ApidGatewayDel(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetGatewayReq>(payload, size);
-    const InterfaceField field(request.achDevName);
-    const char* const name = NameOrNull(field, LogKind::kPrint);
-    const u16 family = request.wSinFamily;
-    const i32 result =
-        request.dwTable == 0 ? GatewayDel(family, name) : GatewayDelFromTable(family, name, request.dwTable);
-    if (result != 0) TESSEL_ERR("GatewaySet error!");  // the setter's words
-    return ApiReplyStatus(fd, type, result);
+    const InterfaceField name(request.achDevName);
+    const i32 result = GatewayDel(request.wSinFamily, NameOrNull(name, LogKind::kPrint), request.dwTable);
+    return ApiReplyStatus(fd, type, result, "GatewaySet error!");  // the setter's words
 }
 
 i32 ApidGatewayGet(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetGatewayReq>(payload, size);
-    const InterfaceField field(request.achDevName);
-    const char* const name = NameOrNull(field, LogKind::kDebug);
-    const u16 family = request.wSinFamily;
-    TNetGateway gateway{};
-    const i32 result = request.dwTable == 0 ? GatewayGet(name, family, &gateway)
-                                            : GatewayGetFromTable(name, family, &gateway, request.dwTable);
+    const InterfaceField name(request.achDevName);
+    TNetGatewayGetReply reply{};
+    const i32 result =
+        GatewayGet(NameOrNull(name, LogKind::kDebug), request.wSinFamily, &reply.tGateway, request.dwTable);
     if (result != 0) TESSEL_ERR("GatewayGet error!");  // for a learnt gateway as well
-    const bool isAnswer = result == 0 || result == TESSEL_RESULT_LEARNT;
-    return tessel::ApiReply(fd, type, TNetGatewayGetReply{.nResult = isAnswer ? result : -1, .tGateway = gateway});
+    reply.nResult = result == 0 || result == TESSEL_RESULT_LEARNT ? result : TESSEL_RESULT_FAILED;
+    return tessel::ApiReply(fd, type, reply);
 }

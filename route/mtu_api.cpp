@@ -4,8 +4,6 @@
 #include "route/mtu.h"
 #include "tessel/mtu.h"
 
-using tessel::ApiReply;
-using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
 using tessel::FieldText;
 
@@ -14,8 +12,7 @@ i32 ApidMtuSet(int fd, u32 type, const void* payload, i32 size) {
     const FieldText interfaceName(request.achDevName);
     TESSEL_PRT("ApidMtuSet achDevName : %s, dwMtu : %d ", interfaceName.Get(), static_cast<i32>(request.dwMtu));
     const i32 result = MtuSet(interfaceName.Get(), request.dwMtu);
-    if (result != 0) TESSEL_ERR("MtuSet error!");
-    return ApiReplyStatus(fd, type, result);
+    return tessel::ApiReplyStatus(fd, type, result, "MtuSet error!");
 }
 
 i32 ApidMtuGet(int fd, u32 type, const void* payload, i32 size) {
@@ -23,5 +20,5 @@ i32 ApidMtuGet(int fd, u32 type, const void* payload, i32 size) {
     u32 mtu = 0;
     const i32 result = MtuGet(FieldText(request.achDevName).Get(), &mtu);
     if (result != 0) TESSEL_ERR("MtuGet error!");
-    return ApiReply(fd, type, TNetMtuGetReply{.nResult = result, .dwMtu = mtu});
+    return tessel::ApiReply(fd, type, TNetMtuGetReply{.nResult = result, .dwMtu = mtu});
 }

@@ -3,35 +3,28 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <span>
 
 #include "core/log.h"
 #include "core/text.h"
 #include "route/gateway.h"
 #include "route/priority_table.h"
-#include "route/route.h"
 
 using tessel::CallSite;
 using tessel::FieldText;
-using tessel::PriorityTable;
-using tessel::StorePriority;
 
 namespace {
 
-using Entries = std::span<const TNetPrioParam>;
-
-void FixInterfaces(Entries entries, CallSite where) {
+void FixInterfaces(std::span<const TNetPrioParam> entries, CallSite where) {
     u32 index = 0;
     for (const TNetPrioParam& entry : entries) {
-        StorePriority(index, entry);
+        tessel::StorePriority(index++, entry);
         TESSEL_PRT_AT(where, "interface %s, priority %d", FieldText(entry.achDevName).Get(), entry.nPriority);
-        ++index;
     }
 }
 
 void ChangeMetric(const TNetPrioParam& wanted, CallSite where) {
     const FieldText wantedName(wanted.achDevName);
-    const TNetPrioParamList table = PriorityTable();
+    const TNetPrioParamList table = tessel::PriorityTable();
     // Names are compared over the length of the wanted one: "eth" finds "eth0".
     const auto* const found = std::find_if(std::begin(table.atPrio), std::end(table.atPrio), [&](const auto& entry) {
         return strncmp(FieldText(entry.achDevName).Get(), wantedName.Get(), strlen(wantedName.Get())) == 0;
@@ -40,12 +33,12 @@ void ChangeMetric(const TNetPrioParam& wanted, CallSite where) {
         TESSEL_ERR_AT(where, "%s not found", wantedName.Get());
         return;
     }
-    if (found->nPriority == wanted.nPriority) return;
+    if (found->achDevName[0] == '\0' || found->nPriority == wanted.nPriority) return;
     TESSEL_PRT_AT(where, "interface %s priority has been changed, from %d to %d", FieldText(found->achDevName).Get(),
                   found->nPriority, wanted.nPriority);
     TNetPrioParam changed = *found;
     changed.nPriority = wanted.nPriority;
-    StorePriority(static_cast<u32>(found - table.atPrio), changed);
+    tessel::StorePriority(static_cast<u32>(found - table.atPrio), changed);
 }
 
 // A default route that is to get another metric.
@@ -71,21 +64,24 @@ bool NeedsMetric(const TNetPrioParam& entry, TNetGatewayMetric& route, CallSite 
 
 }  // namespace
 
-void PrioritySet(const TNetPrioParamList& list) {
-    const Entries entries(list.atPrio, std::min<std::size_t>(list.dwNum, TESSEL_PRIORITIES_MAX));
+void PrioritySet(std::span<const TNetPrioParam> entries, CallSite where) {
+    if (g_nRoutedetectE == 0 && entries.empty()) {
+        TESSEL_ERR_AT(where, "the list is empty!");
+        return;
+    }
     if (g_nRoutedetectE == 0) {
-        FixInterfaces(entries, CallSite::Current());
+        FixInterfaces(entries, where);
         g_nRoutedetectE = 1;
     } else {
         for (const TNetPrioParam& entry : entries)
-            ChangeMetric(entry, CallSite::Current());
+            ChangeMetric(entry, where);
     }
     (void)ActivePriority();
 }
 
 i32 ActivePriority() {
     TESSEL_PRT("active the priority rule");
-    const TNetPrioParamList table = PriorityTable();
+    const TNetPrioParamList table = tessel::PriorityTable();
     Reinstalled kept[TESSEL_PRIORITIES_MAX];
     std::size_t count = 0;
     for (const TNetPrioParam& entry : table.atPrio) {
@@ -105,21 +101,4 @@ i32 ActivePriority() {
         TESSEL_PRT("add %s gateway with new metric %d", name.Get(), each.metric);
     }
     return 0;
-}
-
-i32 RouteMetricSet(const TNetIpRouteParam* ptNetIpRouteParam) {
-    if (ptNetIpRouteParam == nullptr) {
-        TESSEL_ERR("ptNetIpRouteParam is NULL!");
-        return -1;
-    }
-    const FieldText name(ptNetIpRouteParam->achDevName);
-    const char* const interfaceName = name.IsEmpty() ? nullptr : name.Get();
-    i32 result = OneRouteDel(interfaceName, ptNetIpRouteParam);
-    if (result != 0) {
-        TESSEL_ERR("OneRouteDel error!");
-        return result;
-    }
-    result = OneRouteAdd(interfaceName, ptNetIpRouteParam);
-    if (result != 0) TESSEL_ERR("OneRouteAdd error!");
-    return result;
 }

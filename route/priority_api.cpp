@@ -1,15 +1,23 @@
+#include <algorithm>
+
 #include "core/api_reply.h"
 #include "core/log.h"
 #include "core/text.h"
 #include "route/priority.h"
 #include "route/priority_table.h"
 
-using tessel::ApiReplyStatus;
-using tessel::ApiRequest;
+using tessel::CallSite;
 
 i32 ApidPrioritySet(int fd, u32 type, const void* payload, i32 size) {
-    PrioritySet(ApiRequest<TNetPrioParamList>(payload, size));
-    return ApiReplyStatus(fd, type, TESSEL_RESULT_OK);  // whatever took of it: clients read it back
+    const auto list = tessel::ApiRequest<TNetPrioParamList>(payload, size);
+    const std::span entries(list.atPrio, std::min<std::size_t>(list.dwNum, TESSEL_PRIORITIES_MAX));
+    // What is missing from a list that was cut short would never get a metric: the first one fixes the interfaces.
+    if (static_cast<std::size_t>(size) < offsetof(TNetPrioParamList, atPrio) + entries.size_bytes()) {
+        TESSEL_ERR("the size is error:size=%d", size);
+    } else {
+        PrioritySet(entries, CallSite::Current());
+    }
+    return tessel::ApiReplyStatus(fd, type, TESSEL_RESULT_OK);  // for a refused list too: clients read the table back
 }
 
 i32 ApidPriorityGet(int fd, u32 type, const void* /*payload*/, i32 /*size*/) {
@@ -19,11 +27,4 @@ i32 ApidPriorityGet(int fd, u32 type, const void* /*payload*/, i32 /*size*/) {
         if (!name.IsEmpty()) TESSEL_PRT("interface %s, priority %d", name.Get(), entry.nPriority);
     }
     return tessel::ApiReply(fd, type, list);
-}
-
-i32 ApidRouteMetricSet(int fd, u32 type, const void* payload, i32 size) {
-    const auto request = ApiRequest<TNetIpRouteParam>(payload, size);
-    const i32 result = RouteMetricSet(&request);
-    if (result != 0) TESSEL_ERR("RouteMetricSet error!");
-    return ApiReplyStatus(fd, type, result);
 }

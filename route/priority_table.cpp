@@ -31,8 +31,13 @@ TNetPrioParamList PriorityTable() {
 }
 
 void StorePriority(u32 index, const TNetPrioParam& entry) {
+    TNetPrioParam stored{};
+    if (entry.achDevName[0] != '\0') {
+        memcpy(stored.achDevName, entry.achDevName, strnlen(entry.achDevName, sizeof(entry.achDevName)));
+        stored.nPriority = entry.nPriority;
+    }
     const std::lock_guard lock(g_prioParamLock);
-    g_tNetPrioParam[index] = entry;
+    g_tNetPrioParam[index] = stored;
 }
 
 i32 MetricOfInterface(const char* interfaceName) {

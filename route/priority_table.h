@@ -20,10 +20,11 @@ namespace tessel {
 // The same, whether priority routing is on or off.
 [[nodiscard]] i32 MetricOfInterface(const char* interfaceName);
 
-// A copy of the table; positions without a name are empty. dwNum counts the others.
+// A copy of the table; positions without a name are zero. dwNum counts the others.
 [[nodiscard]] TNetPrioParamList PriorityTable();
 
-// Puts an entry at a position below TESSEL_PRIORITIES_MAX.
+// Puts an entry at a position below TESSEL_PRIORITIES_MAX. What its sender left behind the name's NUL is not kept, and
+// nothing of an entry without a name.
 void StorePriority(u32 index, const TNetPrioParam& entry);
 
 }  // namespace tessel

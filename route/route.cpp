@@ -1,72 +1,77 @@
 #include "route/route.h"
 
 #include "core/exec.h"
+#include "core/family.h"
 #include "core/log.h"
+#include "core/text.h"
 #include "route/clause.h"
 
+using tessel::AddressText;
 using tessel::CallSite;
-using tessel::Clause;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
-using tessel::GatewayText;
+using tessel::ComposePlace;
 using tessel::PlaceClauses;
-using tessel::RoutePlace;
 
 namespace {
 
-// The line this file runs for a change: the program, then its argument vector. " -6", " dev NAME", " metric N" and
-// " table N" are there or not.
-constexpr char kChange[] = "ip ip%s route %s %s/%d via %s%s%s%s";
+// Every line this file runs: the program, then its argument vector. " -6", " dev NAME" and " table N" are there or not.
+constexpr char kAdd[] = "ip ip%s route add %s/%d via %s%s metric %d%s";
+constexpr char kDel[] = "ip ip%s route del %s/%d via %s%s%s";
 
-// True when both addresses are of one family that is served.
-bool IsOfOneFamily(const TNetIpRouteParam& route, CallSite where) {
+// The option for a route's family; null, with a log line, unless both addresses are of one family that is served.
+const char* FamilyOption(const TNetIpRouteParam& route, CallSite where = CallSite::Current()) {
     const u16 family = route.tDestIpNet.wSinFamily;
-    if ((family == TESSEL_FAMILY_INET || family == TESSEL_FAMILY_INET6) && route.tGateway.wSinFamily == family) {
-        return true;
-    }
+    if (tessel::FindFamily(family) != nullptr && route.tGateway.wSinFamily == family)
+        return family == TESSEL_FAMILY_INET6 ? " -6" : "";
     TESSEL_ERR_AT(where, "the tDestIpNet wSinFamily %d is invalid!", family);
-    return false;
-}
-
-// What is done to a route.
-struct Action {
-    const char* word;
-    const char* logName;  // whatever the table
-    bool namesMetric;
-};
-constexpr Action kAdd{.word = "add", .logName = "OneRouteAdd", .namesMetric = true};
-constexpr Action kDel{.word = "del", .logName = "OneRouteDel", .namesMetric = false};
-
-i32 Change(const Action& action, const RoutePlace& place, const TNetIpRouteParam& route,
-           CallSite where = CallSite::Current()) {
-    CommandLine command(where);
-    PlaceClauses clauses;
-    if (!tessel::ComposePlace(clauses, place, where)) return -1;
-    const Clause metric = action.namesMetric ? tessel::NumberClause("metric", route.nMetric) : Clause{};
-    const char* const option = route.tDestIpNet.wSinFamily == TESSEL_FAMILY_INET6 ? " -6" : "";
-    // With two families the line stays empty, and running that is the failure.
-    if (IsOfOneFamily(route, where) &&
-        !ComposeCommand(command, kChange, option, action.word, GatewayText(route.tDestIpNet).text, route.nPrefixLen,
-                        GatewayText(route.tGateway).text, clauses.dev.text, metric.text, clauses.table.text)) {
-        return -1;
-    }
-    return tessel::RunChange(command, {.name = action.logName});
+    return nullptr;
 }
 
 }  // namespace
 
-i32 OneRouteAdd(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam) {
-    return Change(kAdd, {.interfaceName = pchIfaceName, .table = {}}, *ptNetIpRouteParam);
+i32 OneRouteAdd(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
+    const TNetIpRouteParam& route = *ptNetIpRouteParam;
+    CommandLine command;
+    PlaceClauses clauses;
+    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current())) return -1;
+    const char* const option = FamilyOption(route);
+    // With two families the line stays empty, and running that is the failure.
+    if (option != nullptr &&
+        !ComposeCommand(command, kAdd, option, AddressText(route.tDestIpNet).text, route.nPrefixLen,
+                        AddressText(route.tGateway).text, clauses.dev.text, route.nMetric, clauses.table.text)) {
+        return -1;
+    }
+    return tessel::RunChange(command);
 }
 
-i32 OneRouteAddToTable(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
-    return Change(kAdd, {.interfaceName = pchIfaceName, .table = dwTable}, *ptNetIpRouteParam);
+i32 OneRouteDel(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
+    const TNetIpRouteParam& route = *ptNetIpRouteParam;
+    CommandLine command;
+    PlaceClauses clauses;
+    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current())) return -1;
+    const char* const option = FamilyOption(route);
+    if (option != nullptr &&
+        !ComposeCommand(command, kDel, option, AddressText(route.tDestIpNet).text, route.nPrefixLen,
+                        AddressText(route.tGateway).text, clauses.dev.text, clauses.table.text)) {
+        return -1;
+    }
+    return tessel::RunChange(command);
 }
 
-i32 OneRouteDel(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam) {
-    return Change(kDel, {.interfaceName = pchIfaceName, .table = {}}, *ptNetIpRouteParam);
-}
-
-i32 OneRouteDelFromTable(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
-    return Change(kDel, {.interfaceName = pchIfaceName, .table = dwTable}, *ptNetIpRouteParam);
+i32 RouteMetricSet(const TNetIpRouteParam* ptNetIpRouteParam) {
+    if (ptNetIpRouteParam == nullptr) {
+        TESSEL_ERR("ptNetIpRouteParam is NULL!");
+        return -1;
+    }
+    const tessel::FieldText name(ptNetIpRouteParam->achDevName);
+    const char* const interfaceName = name.IsEmpty() ? nullptr : name.Get();
+    i32 result = OneRouteDel(interfaceName, ptNetIpRouteParam);
+    if (result != 0) {
+        TESSEL_ERR("OneRouteDel error!");
+        return result;
+    }
+    result = OneRouteAdd(interfaceName, ptNetIpRouteParam);
+    if (result != 0) TESSEL_ERR("OneRouteAdd error!");
+    return result;
 }

@@ -2,6 +2,7 @@
 #include "core/log.h"
 #include "core/text.h"
 #include "route/route.h"
+#include "route/route_list.h"
 #include "route/rule.h"
 
 using tessel::ApiReplyStatus;
@@ -10,57 +11,38 @@ using tessel::CallSite;
 
 namespace {
 
-// What is done to a route: in the main table, in another one, and the text of a failure.
-struct RouteOperation {
-    i32 (*inMainTable)(const char* interfaceName, const TNetIpRouteParam* route);
-    i32 (*inTable)(const char* interfaceName, const TNetIpRouteParam* route, u32 table);
-    const char* failure;
-};
+using InterfaceField = tessel::FieldText<TESSEL_NAME_SIZE>;
 
-i32 ChangeRoute(int fd, u32 type, const void* payload, i32 size, const RouteOperation& operation,
-                CallSite where = CallSite::Current()) {
-    const auto request = ApiRequest<TNetRouteReq>(payload, size);
-    const tessel::FieldText field(request.achDevName);
-    const char* const name = field.IsEmpty() ? nullptr : field.Get();
-    if (name == nullptr) {
+// The interface that a request names; null when it names none.
+const char* NameOrNull(const InterfaceField& name, CallSite where = CallSite::Current()) {
+    if (name.IsEmpty()) {
         TESSEL_ERR_AT(where, "the pchIfaceName is NULL!");
-    } else {
-        TESSEL_PRT_AT(where, "the pchIfaceName is %s!", name);
+        return nullptr;
     }
-    const TNetIpRouteParam route = request.tRoute;
-    const i32 result =
-        request.dwTable == 0 ? operation.inMainTable(name, &route) : operation.inTable(name, &route, request.dwTable);
-    if (result != 0) TESSEL_ERR_AT(where, "%s", operation.failure);
-    return ApiReplyStatus(fd, type, result, nullptr, where);
+    TESSEL_PRT_AT(where, "the pchIfaceName is %s!", name.Get());
+    return name.Get();
 }
 
-i32 ChangeTable(int fd, u32 type, const void* payload, i32 size, i32 (*operation)(u32 table),
-                CallSite where = CallSite::Current()) {
-    constexpr u32 kTableMax = 252;  // the kernel has its own above
-    const u32 table = ApiRequest<TNetRouteTableReq>(payload, size).dwTable;
-    // A warning alone: the tool decides.
+// The kernel has tables of its own above. No more than a warning: the tool decides.
+void WarnOfTable(u32 table, CallSite where = CallSite::Current()) {
+    constexpr u32 kTableMax = 252;
     if (table == 0 || table > kTableMax) TESSEL_ERR_AT(where, "the table id %d is invalid!", static_cast<i32>(table));
-    const i32 result = operation(table);
-    if (result != 0) TESSEL_ERR_AT(where, "OneRouteAdd error!");
-    return ApiReplyStatus(fd, type, result, nullptr, where);
-}
-
-i32 ChangeRule(int fd, u32 type, const void* payload, i32 size, i32 (*operation)(const TNetIpRule* rule),
-               const char* failure, CallSite where = CallSite::Current()) {
-    const auto rule = ApiRequest<TNetIpRule>(payload, size);
-    const i32 result = operation(&rule);
-    if (result != 0) TESSEL_ERR_AT(where, "%s", failure);
-    return ApiReplyStatus(fd, type, result, nullptr, where);
 }
 
 }  // namespace
 
 i32 ApidOneRouteAdd(int fd, u32 type, const void* payload, i32 size) {
-    return ChangeRoute(fd, type, payload, size, {&OneRouteAdd, &OneRouteAddToTable, "OneRouteAdd error!"});
+    const auto request = ApiRequest<TNetRouteReq>(payload, size);
+    const InterfaceField name(request.achDevName);
+    const i32 result = OneRouteAdd(NameOrNull(name), &request.tRoute, request.dwTable);
+    return ApiReplyStatus(fd, type, result, "OneRouteAdd error!");
 }
 
 i32 ApidOneRouteDel(int fd, u32 type, const void* payload, i32 size) {
-    return ChangeRoute(fd, type, payload, size, {&OneRouteDel, &OneRouteDelFromTable, "OneRouteDel error!"});
+    const auto request = ApiRequest<TNetRouteReq>(payload, size);
+    const InterfaceField name(request.achDevName);
+    const i32 result = OneRouteDel(NameOrNull(name), &request.tRoute, request.dwTable);
+    return ApiReplyStatus(fd, type, result, "OneRouteDel error!");
 }
 
 i32 ApidAllRouteGet(int fd, u32 type, const void* payload, i32 size) {
@@ -73,18 +55,29 @@ i32 ApidAllRouteGet(int fd, u32 type, const void* payload, i32 size) {
     return tessel::ApiReply(fd, type, reply);
 }
 
+i32 ApidRouteMetricSet(int fd, u32 type, const void* payload, i32 size) {
+    const auto route = ApiRequest<TNetIpRouteParam>(payload, size);
+    return ApiReplyStatus(fd, type, RouteMetricSet(&route), "RouteMetricSet error!");
+}
+
 i32 ApidRouteTableAdd(int fd, u32 type, const void* payload, i32 size) {
-    return ChangeTable(fd, type, payload, size, &RouteTableAdd);
+    const u32 table = ApiRequest<TNetRouteTableReq>(payload, size).dwTable;
+    WarnOfTable(table);
+    return ApiReplyStatus(fd, type, RouteTableAdd(table), "OneRouteAdd error!");
 }
 
 i32 ApidRouteTableDel(int fd, u32 type, const void* payload, i32 size) {
-    return ChangeTable(fd, type, payload, size, &RouteTableDel);
+    const u32 table = ApiRequest<TNetRouteTableReq>(payload, size).dwTable;
+    WarnOfTable(table);
+    return ApiReplyStatus(fd, type, RouteTableDel(table), "OneRouteAdd error!");  // the adder's words
 }
 
 i32 ApidIpRuleAdd(int fd, u32 type, const void* payload, i32 size) {
-    return ChangeRule(fd, type, payload, size, &IpRuleAdd, "IpRuleAdd error!");
+    const auto rule = ApiRequest<TNetIpRule>(payload, size);
+    return ApiReplyStatus(fd, type, IpRuleAdd(&rule), "IpRuleAdd error!");
 }
 
 i32 ApidIpRuleDel(int fd, u32 type, const void* payload, i32 size) {
-    return ChangeRule(fd, type, payload, size, &IpRuleDel, "IpRuleDel error!");
+    const auto rule = ApiRequest<TNetIpRule>(payload, size);
+    return ApiReplyStatus(fd, type, IpRuleDel(&rule), "IpRuleDel error!");
 }

@@ -1,34 +1,25 @@
-// Reading the static routes out of what `ip route show` prints.
-#include <arpa/inet.h>
+#include "route/route_list.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 #include "core/exec.h"
+#include "core/family.h"
 #include "core/log.h"
 #include "core/text.h"
-#include "route/route.h"
 
+using tessel::AddressFamily;
 using tessel::CallSite;
-using tessel::CommandLine;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector.
-constexpr char kShowV4[] = "ip ip -4 route show";
-constexpr char kShowV6[] = "ip ip -6 route show";
+// The line this file runs: the program, then its argument vector.
+constexpr char kShow[] = "ip ip %s route show";
 
-constexpr std::size_t kLineMax = 256;  // of a listed line that is read
+constexpr std::size_t kLineMax = 256;  // characters of a listed line that are read
 constexpr i32 kWordMax = 256;
 constexpr i32 kNameMax = TESSEL_NAME_SIZE;
-
-struct ListedFamily {
-    u16 family;
-    i32 hostPrefixLen;  // of a destination without one
-};
-constexpr ListedFamily kInet{.family = TESSEL_FAMILY_INET, .hostPrefixLen = 32};
-constexpr ListedFamily kInet6{.family = TESSEL_FAMILY_INET6, .hostPrefixLen = 128};
 
 struct Line {
     char text[kLineMax + 1];
@@ -42,19 +33,19 @@ bool FindWord(const Line& line, const char* key, char* word, i32 wordMax, CallSi
 }
 
 // A word that is missing leaves its field as it is: 0.
-TNetIpRouteParam ReadRoute(const Line& line, const ListedFamily& listed, CallSite where) {
+TNetIpRouteParam ReadRoute(const Line& line, const AddressFamily& family, CallSite where) {
     TNetIpRouteParam route{};
     char word[kWordMax + 1];
     if (FindWord(line, nullptr, word, kWordMax, where)) {
         char* const slash = strchr(word, '/');
         if (slash != nullptr) *slash = '\0';
-        route.nPrefixLen = slash != nullptr ? atoi(slash + 1) : listed.hostPrefixLen;
-        route.tDestIpNet.wSinFamily = listed.family;
-        (void)inet_pton(listed.family, word, route.tDestIpNet.abyAddr);
+        route.nPrefixLen = slash != nullptr ? atoi(slash + 1) : family.hostPrefixLength;
+        route.tDestIpNet.wSinFamily = family.code;
+        (void)inet_pton(family.code, word, route.tDestIpNet.abyAddr);
     }
     if (FindWord(line, "via", word, kWordMax, where)) {
-        route.tGateway.wSinFamily = listed.family;
-        (void)inet_pton(listed.family, word, route.tGateway.abyAddr);
+        route.tGateway.wSinFamily = family.code;
+        (void)inet_pton(family.code, word, route.tGateway.abyAddr);
     }
     if (FindWord(line, "dev", word, kNameMax, where)) memcpy(route.achDevName, word, strnlen(word, kNameMax));
     if (FindWord(line, "metric", word, kWordMax, where)) route.nMetric = atoi(word);
@@ -65,9 +56,9 @@ bool IsStaticRoute(const Line& line) {
     return strstr(line.text, "via") != nullptr && strstr(line.text, "default via") == nullptr;
 }
 
-void AppendRoutes(const char* output, const ListedFamily& listed, TNetAllRouteInfo& list, CallSite where) {
+void AppendRoutes(const char* output, const AddressFamily& family, TNetAllRouteInfo& list, CallSite where) {
     const char* rest = output;
-    // What is behind the last newline may have been cut off by the end of the buffer.
+    // What is behind the last newline may have been cut.
     for (const char* end = strchr(rest, '\n'); end != nullptr && list.dwNum < TESSEL_ROUTES_MAX;
          end = strchr(rest, '\n')) {
         const auto length = static_cast<std::size_t>(end - rest);
@@ -76,34 +67,33 @@ void AppendRoutes(const char* output, const ListedFamily& listed, TNetAllRouteIn
         memcpy(line.text, rest, std::min(length, kLineMax));
         rest = end + 1;
         if (!IsStaticRoute(line)) continue;
-        list.atRoute[list.dwNum] = ReadRoute(line, listed, where);
+        list.atRoute[list.dwNum] = ReadRoute(line, family, where);
         list.dwNum = list.dwNum + 1;
     }
 }
 
-i32 AppendFromTool(const char* show, const ListedFamily& listed, TNetAllRouteInfo* list,
-                   CallSite where = CallSite::Current()) {
+i32 AppendFromTool(const AddressFamily& family, TNetAllRouteInfo* list, CallSite where) {
     if (list == nullptr) {
         TESSEL_ERR_AT(where, "ptAllRouteInfo is NULL!");
         return -1;
     }
-    CommandLine command(where);
-    if (!tessel::ComposeCommand(command, "%s", show)) return -1;
+    tessel::CommandLine command(where);
+    if (!tessel::ComposeCommand(command, kShow, family.option)) return -1;
     TESSEL_DBG_AT(where, "%s cmd : %s", where.function, command.text);
     tessel::ToolOutput output;
     const i32 result = tessel::RunReader(command, output);
-    if (result == 0) AppendRoutes(output.text, listed, *list, where);
+    if (result == 0) AppendRoutes(output.text, family, *list, where);
     return result;
 }
 
 }  // namespace
 
 i32 AllRoutesGetV4(TNetAllRouteInfo* ptAllRouteInfo) {
-    return AppendFromTool(kShowV4, kInet, ptAllRouteInfo);
+    return AppendFromTool(tessel::kInet, ptAllRouteInfo, CallSite::Current());
 }
 
 i32 AllRoutesGetV6(TNetAllRouteInfo* ptAllRouteInfo) {
-    return AppendFromTool(kShowV6, kInet6, ptAllRouteInfo);
+    return AppendFromTool(tessel::kInet6, ptAllRouteInfo, CallSite::Current());
 }
 
 i32 AllRoutesGet(u16 wSinFamily, TNetAllRouteInfo* ptAllRouteInfo) {

@@ -34,18 +34,14 @@ const char* ProcessOfService(const char* serviceName) {
     return IsUbuntuHost() == 1 ? found->onDesktop : found->onDevice;
 }
 
-// killall takes a name with '/' for a program file and one with '-' for an option: either could reach this daemon. It
-// never ends itself: nobody would answer.
-bool MayBeStopped(const char* processName) {
-    return tessel::IsLineWord(processName) && strchr(processName, '/') == nullptr &&
-           strcmp(processName, kOwnProcess) != 0;
-}
-
 }  // namespace
 
 i32 ServiceStop(const char* serviceName) {
-    const char* processName = ProcessOfService(serviceName);
-    if (!MayBeStopped(processName)) {
+    const char* const processName = ProcessOfService(serviceName);
+    if (!tessel::IsLineWord(processName)) return -1;
+    // killall takes a name with '/' for a program file, which could be this daemon's. It never ends itself: nobody
+    // would answer.
+    if (strchr(processName, '/') != nullptr || strcmp(processName, kOwnProcess) == 0) {
         TESSEL_ERR("the service name [%s] is invalid!", processName);
         return -1;
     }

@@ -1,5 +1,4 @@
 #include "core/api_reply.h"
-#include "core/log.h"
 #include "core/text.h"
 #include "route/service.h"
 #include "tessel/service.h"
@@ -7,6 +6,5 @@
 i32 ApidServiceStop(int fd, u32 type, const void* payload, i32 size) {
     const auto request = tessel::ApiRequest<TNetServiceStopReq>(payload, size);
     const i32 result = ServiceStop(tessel::FieldText(request.achServiceName).Get());
-    if (result != 0) TESSEL_ERR("ExecCmd Service Stop error!");
-    return tessel::ApiReplyStatus(fd, type, result);
+    return tessel::ApiReplyStatus(fd, type, result, "ExecCmd Service Stop error!");
 }

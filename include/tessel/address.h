@@ -60,7 +60,8 @@ static_assert(sizeof(TNetIpaddrFlushReq) == 18, "wire size");
 static_assert(offsetof(TNetIpaddrFlushReq, achDevName) == 2, "wire offset");
 
 /* TESSEL_CMD_IPADDR_SET; answered with a status. The list replaces the addresses of the family; IPv6 link-local ones
- * and those learnt from router advertisements stay. */
+ * and those learnt from router advertisements stay. The payload may end behind the last valid entry; one that ends
+ * before it changes nothing and is answered with -1. */
 typedef struct {
     uint16_t wSinFamily;               /* 2, 10 or 11 (each entry to its family) */
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */

@@ -8,16 +8,16 @@ enum { TESSEL_PRIORITIES_MAX = 10 };
 
 /* One interface. */
 typedef struct {
-    char achDevName[TESSEL_NAME_SIZE]; /* NUL padded; an empty name is no entry */
+    char achDevName[TESSEL_NAME_SIZE]; /* NUL padded; empty: no entry */
     int32_t nPriority;                 /* the metric of its IPv4 default route: the lowest is preferred */
 } __attribute__((packed)) TNetPrioParam;
 static_assert(sizeof(TNetPrioParam) == 20, "wire size");
 static_assert(offsetof(TNetPrioParam, nPriority) == 16, "wire offset");
 
 /* TESSEL_CMD_PRIORITY_SET, always answered with 0, and the reply to TESSEL_CMD_PRIORITY_GET, whose request has no
- * payload. The first set since the daemon's start fixes the interfaces and switches priority routing on; later ones
- * change the metrics of those alone. The reply keeps the table's positions: entries without a name may stand between
- * others. */
+ * payload. The first list since the daemon's start fixes the interfaces and switches priority routing on; later ones
+ * change the metrics of those alone. An empty first list and one whose payload ends before its last entry are ignored.
+ * The reply keeps the table's positions: entries without a name, all zero, may stand between others. */
 typedef struct {
     uint32_t dwNum; /* entries, at most TESSEL_PRIORITIES_MAX; in the reply those with a name */
     TNetPrioParam atPrio[TESSEL_PRIORITIES_MAX];

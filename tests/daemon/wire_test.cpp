@@ -73,13 +73,17 @@ void AnswerQueries(StandInTools& tools) {
     tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
     tools.Answer("ip -4 route show", "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5\n");
     tools.Answer("ip -6 route show", "2001:db8::5 via fe80::1 dev eth0 metric 1024 pref medium\n");
+    tools.Answer("ip link show dev eth0", "2: eth0: <UP>\n    link/ether 02:0a:00:Ff:10:5 brd ff:ff:ff:ff:ff:ff\n");
+    tools.Answer("ip link show dev first22", "    link/ether 22:00:00:00:00:01 brd ff:ff:ff:ff:ff:ff\n");
+    tools.Answer("ip link show dev short", "    link/ether 02:00:00:00:01 brd ff:ff:ff:ff:ff:ff\n");
+    tools.Answer("ifconfig busy hw ether 0:11:22:33:44:55", "SIOCSIFHWADDR: Device or resource busy\n", 1);
     tools.Answer("killall -9 nobody", "nobody: no process found\n", 1);
 }
 
 // A line is a command code, a payload, "=", and the answer's header and payload, or nothing when the daemon closed
 // without an answer. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test alone.
 TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
-    StandInTools tools({"ip", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
+    StandInTools tools({"ip", "ifconfig", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
                         "iptables-restore", "ip6tables-restore"});
     AnswerQueries(tools);
     const Daemon daemon;

@@ -36,16 +36,16 @@ i32 SetGateway(const char* name, const TNetGateway& gateway, u32 table = 0) {
     return RequestStatus(0x10F, Bytes(request));
 }
 
-TNetGatewayGetReply Gateway(u16 family, const char* name) {
-    TNetGatewayReq request{.wSinFamily = family, .achDevName = {}, .dwTable = 0};
+TNetGatewayGetReply Gateway(u16 family, const char* name, u32 table = 0) {
+    TNetGatewayReq request{.wSinFamily = family, .achDevName = {}, .dwTable = table};
     strncpy(request.achDevName, name, sizeof(request.achDevName));
     TNetGatewayGetReply reply{};
     memcpy(&reply, Request(0x110, Bytes(request))->data(), sizeof(reply));
     return reply;
 }
 
-i32 DeleteGateway(u16 family, const char* name) {
-    TNetGatewayReq request{.wSinFamily = family, .achDevName = {}, .dwTable = 0};
+i32 DeleteGateway(u16 family, const char* name, u32 table = 0) {
+    TNetGatewayReq request{.wSinFamily = family, .achDevName = {}, .dwTable = table};
     strncpy(request.achDevName, name, sizeof(request.achDevName));
     return RequestStatus(0x116, Bytes(request));
 }
@@ -101,6 +101,29 @@ TEST(RoutingLab, ALearntGatewayIsKept) {
     EXPECT_EQ(DeleteGateway(10, "eth0"), 0);
     EXPECT_EQ(DeleteGateway(10, "eth0"), 0) << "an absent one is a success";
     EXPECT_EQ(Gateway(10, "eth0").nResult, 0);
+}
+
+// But for IPv6, where an absent route counts as deleted unless it is one interface's in a numbered table.
+TEST(RoutingLab, WhatIsNotThereCannotBeDeleted) {
+    AddressBothUplinks();
+    RunOnDevice("ip addr add 2001:db8::20/64 dev eth0 nodad");
+    RunOnDevice("ip route add 10.0.0.0/8 via 192.168.1.1 table 77");
+    RunOnDevice("ip -6 route add 2001:db8:1::/64 via 2001:db8::1 table 77");
+    const Daemon daemon;
+    for (const u16 family : {u16{2}, u16{10}}) {
+        const i32 ofInet6 = family == 10 ? 0 : -1;
+        EXPECT_EQ(DeleteGateway(family, "eth0"), ofInet6);
+        EXPECT_EQ(DeleteGateway(family, ""), ofInet6);
+        EXPECT_EQ(DeleteGateway(family, "eth0", 77), -1);
+        EXPECT_EQ(DeleteGateway(family, "", 77), ofInet6) << "all of a table that is there";
+        EXPECT_EQ(Bytes(Gateway(family, "eth0", 77)),
+                  Bytes(TNetGatewayGetReply{.nResult = 0,
+                                            .tGateway = {.wSinFamily = family, .wReserved = 0, .abyAddr = {}}}));
+        for (const char* name : {"eth0", ""}) {
+            EXPECT_EQ(DeleteGateway(family, name, 78), -1) << "a table that is not there";
+            EXPECT_EQ(Gateway(family, name, 78).nResult, -1);
+        }
+    }
 }
 
 // True when a marked datagram from eth0's address arrives behind `farInterface`.

@@ -10,6 +10,7 @@
 namespace {
 
 using tessel::AppendAddresses;
+using tessel::CallSite;
 using tessel::kInet;
 using tessel::kInet6;
 using tessel::ReadShowInfo;
@@ -39,19 +40,19 @@ std::string TextOf(const TNetIpAddr& address) {
 
 TEST(AddressText, IsReadByFamily) {
     TNetIfaceIp list{};
-    ASSERT_TRUE(AppendAddresses(kEth0, kInet, true, list));
+    ASSERT_TRUE(AppendAddresses(kEth0, kInet, true, list, CallSite::Current()));
     ASSERT_EQ(list.dwNum, 2U);
     EXPECT_EQ(TextOf(list.atIp[0]), "192.168.1.20/24 scope 4");
     EXPECT_EQ(TextOf(list.atIp[1]), "169.254.7.7/16 scope 2");
 
-    ASSERT_TRUE(AppendAddresses(kEth0, kInet6, true, list));
+    ASSERT_TRUE(AppendAddresses(kEth0, kInet6, true, list, CallSite::Current()));
     ASSERT_EQ(list.dwNum, 5U) << "appended";
     EXPECT_EQ(TextOf(list.atIp[2]), "2001:db8::5/64 scope 4 dynamic");
     EXPECT_EQ(TextOf(list.atIp[3]), "fe80::7023:f2ff:fe8d:c780/64 scope 2 tentative");
     EXPECT_EQ(TextOf(list.atIp[4]), "2001:db8::6/64 scope 4") << "\"dynamic\" stands too far behind \"scope\"";
 
     TNetIfaceIp unmarked{};
-    ASSERT_TRUE(AppendAddresses(kEth0, kInet6, false, unmarked));
+    ASSERT_TRUE(AppendAddresses(kEth0, kInet6, false, unmarked, CallSite::Current()));
     EXPECT_EQ(TextOf(unmarked.atIp[1]), "fe80::7023:f2ff:fe8d:c780/64 scope 2");
 }
 
@@ -62,14 +63,14 @@ TEST(AddressText, ListTakesSixteenInAll) {
     for (int i = 1; i <= 10; ++i)
         output += "    inet6 2001:db8::" + std::to_string(i) + "/64 scope global \n";
     TNetIfaceIp list{};
-    ASSERT_TRUE(AppendAddresses(output.c_str(), kInet, true, list));
-    ASSERT_TRUE(AppendAddresses(output.c_str(), kInet6, true, list));
+    ASSERT_TRUE(AppendAddresses(output.c_str(), kInet, true, list, CallSite::Current()));
+    ASSERT_TRUE(AppendAddresses(output.c_str(), kInet6, true, list, CallSite::Current()));
     ASSERT_EQ(list.dwNum, 16U);
     EXPECT_EQ(TextOf(list.atIp[15]), "2001:db8::6/64 scope 4");
 
     TNetIfaceIp full{};
     full.dwNum = 16;
-    EXPECT_TRUE(AppendAddresses(output.c_str(), kInet, true, full));
+    EXPECT_TRUE(AppendAddresses(output.c_str(), kInet, true, full, CallSite::Current()));
     EXPECT_EQ(full.dwNum, 16U);
 }
 
@@ -93,7 +94,8 @@ TEST(AddressText, PointToPointAndUnreadable) {
     };
     for (const Case& row : cases) {
         TNetIfaceIp list{};
-        EXPECT_EQ(AppendAddresses(row.output.c_str(), kInet, true, list), row.expected != nullptr) << row.description;
+        EXPECT_EQ(AppendAddresses(row.output.c_str(), kInet, true, list, CallSite::Current()), row.expected != nullptr)
+            << row.description;
         if (row.expected == nullptr) {
             EXPECT_EQ(list.dwNum, 0U) << row.description;
         } else {
@@ -104,7 +106,7 @@ TEST(AddressText, PointToPointAndUnreadable) {
 
 TEST(ShowInfo, HoldsLinkAndAddresses) {
     ipaddr_show_info info{};
-    ASSERT_TRUE(ReadShowInfo(kEth0, info));
+    ASSERT_TRUE(ReadShowInfo(kEth0, info, CallSite::Current()));
     EXPECT_EQ(info.mtu, 1500);
     EXPECT_STREQ(info.mac, "72:23:f2:8d:c7:80");
     ASSERT_EQ(info.num, 5U);
@@ -117,15 +119,17 @@ TEST(ShowInfo, HoldsLinkAndAddresses) {
 
 TEST(ShowInfo, NeedsMtuAndEthernetAddress) {
     ipaddr_show_info info{};
-    EXPECT_FALSE(ReadShowInfo("1: lo: mtu 65536\n    link/loopback 00:00:00:00:00:00\n    inet 127.0.0.1/8\n", info));
+    EXPECT_FALSE(ReadShowInfo("1: lo: mtu 65536\n    link/loopback 00:00:00:00:00:00\n    inet 127.0.0.1/8\n", info,
+                              CallSite::Current()));
     EXPECT_EQ(info.num, 0U);
-    EXPECT_FALSE(ReadShowInfo("2: eth0:\n    link/ether 00:11:22:33:44:55 brd\n", info));
-    EXPECT_FALSE(ReadShowInfo("2: eth0: mtu 1500\n    link/ether 00:11:22:33:44:55:66:77 brd\n", info));
+    EXPECT_FALSE(ReadShowInfo("2: eth0:\n    link/ether 00:11:22:33:44:55 brd\n", info, CallSite::Current()));
+    EXPECT_FALSE(
+        ReadShowInfo("2: eth0: mtu 1500\n    link/ether 00:11:22:33:44:55:66:77 brd\n", info, CallSite::Current()));
     std::string many = "mtu 1500 \nlink/ether 00:11:22:33:44:55 \n";
     for (int i = 0; i < 20; ++i)
         many += "inet 10.0.0.1/8 scope\n";
     ipaddr_show_info full{};
-    ASSERT_TRUE(ReadShowInfo((many + "inet6 ::1/128 ").c_str(), full));
+    ASSERT_TRUE(ReadShowInfo((many + "inet6 ::1/128 ").c_str(), full, CallSite::Current()));
     EXPECT_EQ(full.num, 16U);
     EXPECT_EQ(full.addr[15].family, 0U);
 }

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "probe/conflict_ipv4.h"
-#include "probe/conflict_ipv6.h"
-#include "probe/ndp.h"
-#include "route/netlink_monitor.h"
-#include "route/netlink_socket.h"
+#include "probe/conflict/arp_conflict.h"
+#include "probe/conflict/ndp.h"
+#include "probe/conflict/neighbour_conflict.h"
+#include "route/monitor/default_route.h"
+#include "route/monitor/netlink.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Sending on a link below IP.
 #pragma once
 
-#include <linux/if_packet.h>
+#include <netpacket/packet.h>
 
 #include "core/call_site.h"
 #include "core/types.h"

@@ -23,13 +23,13 @@ namespace {
 constexpr u32 kAttributeMax = RTA_TABLE + 1;
 constexpr std::chrono::seconds kSettle(2);
 
-// A route that waits for its metric. An interface has one at most; a further message renews it.
+// A route that waits for its metric. An interface has one at most; of several messages the last one's gateway counts.
 struct PendingRoute {
     char interfaceName[IF_NAMESIZE];
     TNetGateway gateway;
     CallSite where;
     Deadline due;
-    bool isRepeated;  // a message came after the first: looked at once more
+    bool isRepeated;  // messages came after the first one: when that is dealt with, theirs gets its time
 };
 std::vector<PendingRoute> pendingRoutes;
 

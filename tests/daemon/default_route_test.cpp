@@ -102,63 +102,100 @@ TEST(DefaultRoute, MessagesAreRead) {
     Settle();
 }
 
+// Default routes on an interface of its own, and what becomes of them when one without metric was added.
+struct Replacement {
+    const char* description;
+    std::vector<std::string> present;  // routes that the kernel has when the time is over
+    int addStatus = 0;                 // of the tool that adds the route with metric
+    std::string whileAdding = "true";  // what somebody else does then, on interface $v
+    int messages = 1;
+    int priority = 10;
+    std::vector<std::string> expectedTools;  // "add", "del"
+    std::vector<std::string> expectedLines;
+};
+
 TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
-    NotedTools tools;
-    const auto add = [](const std::string& name) {
-        return "ip route add default via 192.168.1.1 dev " + name + " metric 10";
-    };
-    const auto del = [](const std::string& name) { return "ip -4 route del default dev " + name; };
+    const std::string plain = "metric 0";
     const std::string gone = "the route without metric has gone";
-    const struct {
-        const char* description;
-        const char*
-            prepared;  // which default routes the kernel has by then: what is added to "via 192.168.1.1 dev NAME"
-        int messages, addStatus;
-        std::vector<std::string> expectedRuns, expectedLines;
-    } rows[] = {
-        {"it is there", "metric 0", 1, 0, {add("v0"), del("v0")}, {"gateway re add with metric ok", "GatewayDel ok!"}},
-        {"it has gone", "", 1, 0, {}, {gone}},
-        {"there is one with metric", "metric 10", 1, 0, {}, {gone}},
-        {"another table has one", "table 100", 1, 0, {}, {gone}},
-        {"it cannot be added with metric", "metric 0", 1, 2, {add("v4")}, {"GatewaySetV4 error"}},
-        {"one with metric is there already",
-         "metric 0,metric 10",
-         1,
-         2,
-         {add("v5"), del("v5")},
-         {"GatewaySetV4 error", "GatewayDel ok!"}},
-        {"no priority", "metric 0", 1, 0, {}, {"don't need change priority"}},
-        {"a second message is looked at two seconds later",
-         "metric 0",
-         2,
-         0,
-         {add("v7"), del("v7"), add("v7"), del("v7")},
-         {"gateway re add with metric ok", "GatewayDel ok!", "gateway re add with metric ok", "GatewayDel ok!"}},
+    const std::string added = "gateway re add with metric ok";
+    const std::string deleted = "GatewayDel ok!";
+    const std::string failed = "GatewaySetV4 error";
+    const Replacement rows[] = {
+        {.description = "it is there",
+         .present = {plain},
+         .expectedTools = {"add", "del"},
+         .expectedLines = {added, deleted}},
+        {.description = "it has gone", .present = {}, .expectedTools = {}, .expectedLines = {gone}},
+        {.description = "it has one with metric",
+         .present = {"metric 10"},
+         .expectedTools = {},
+         .expectedLines = {gone}},
+        {.description = "another table has one",
+         .present = {"table 100"},
+         .expectedTools = {},
+         .expectedLines = {gone}},
+        {.description = "it goes while the other one is added",
+         .present = {plain},
+         .whileAdding = "ip route del default dev $v",
+         .expectedTools = {"add"},
+         .expectedLines = {added}},
+        {.description = "none with metric can be added",
+         .present = {plain},
+         .addStatus = 2,
+         .expectedTools = {"add"},
+         .expectedLines = {failed}},
+        {.description = "there is one with metric already",
+         .present = {plain, "metric 10"},
+         .addStatus = 2,
+         .expectedTools = {"add", "del"},
+         .expectedLines = {failed, deleted}},
+        {.description = "no priority",
+         .present = {plain},
+         .priority = 0,
+         .expectedTools = {},
+         .expectedLines = {"don't need change priority"}},
+        {.description = "a second message gets two seconds of its own",
+         .present = {plain},
+         .messages = 2,
+         .expectedTools = {"add", "del", "add", "del"},
+         .expectedLines = {added, deleted, added, deleted}},
     };
+    NotedTools tools;
     TNetPrioParamList priorities{};
-    std::vector<std::string> expectedRuns, expectedLines;
-    for (const auto& row : rows) {
+    std::map<std::string, std::string> toolLines;  // "add" and "del" of each interface
+    std::vector<std::string> expectedTools, expectedLines;
+    for (const Replacement& row : rows) {
         const std::string name = "v" + std::to_string(&row - rows);
         RunOnDevice("ip link add name " + name + " up type veth && ip addr add 192.168.1.20/24 dev " + name);
-        std::istringstream prepared(row.prepared);
-        for (std::string which; std::getline(prepared, which, ',');)
+        for (const std::string& which : row.present)
             RunOnDevice("ip route append default via 192.168.1.1 dev " + name + " " + which);
         TNetPrioParam& priority = priorities.atPrio[priorities.dwNum++];
         strcpy(priority.achDevName, name.c_str());
-        priority.nPriority = row.description == std::string("no priority") ? 0 : 10;
-        tools.Answer(add(name), "", row.addStatus);
-        expectedRuns.insert(expectedRuns.end(), row.expectedRuns.begin(), row.expectedRuns.end());
+        priority.nPriority = row.priority;
+        for (const std::string& tool : row.expectedTools)
+            expectedTools.push_back(tool + name);
         expectedLines.insert(expectedLines.end(), row.expectedLines.begin(), row.expectedLines.end());
+        toolLines["ip route add default via 192.168.1.1 dev " + name + " metric 10"] = "add" + name;
+        toolLines["ip -4 route del default dev " + name] = "del" + name;
     }
     ASSERT_EQ(tools.Status(0x11C, {reinterpret_cast<const char*>(&priorities), sizeof(priorities)}), 0);
-    for (const auto& row : rows) {
+    (void)tools.TakeRuns();
+    std::vector<std::string> runs;
+    AnswerTools([&](const std::string& line) {
+        runs.push_back(toolLines[line]);
+        if (!runs.back().starts_with("add")) return ToolAnswer{};
+        const std::string name = runs.back().substr(3);
+        const Replacement& row = rows[std::stoi(name.substr(1))];
+        RunOnDevice("v=" + name + "; " + row.whileAdding);
+        return ToolAnswer{.output = "", .status = row.addStatus};
+    });
+    for (const Replacement& row : rows) {
         for (int i = 0; i < row.messages; ++i)
             DefaultThrough(("v" + std::to_string(&row - rows)).c_str()).Process();
     }
-    (void)tools.TakeRuns();
     LoggedLines log(5);
     Settle();
-    EXPECT_THAT(tools.TakeRuns(), ElementsAreArray(expectedRuns));
+    EXPECT_THAT(runs, ElementsAreArray(expectedTools));
     std::vector<std::string> lines = log.Take();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("ProcessRtMsg: "); });
     for (std::string& line : lines)

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/if_ether.h>
-#include <sys/socket.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -12,7 +11,6 @@
 #include "core/log.h"
 #include "core/netif.h"
 #include "core/worker.h"
-#include "probe/interface.h"
 #include "probe/packet_socket.h"
 
 using std::chrono::seconds;
@@ -37,26 +35,6 @@ struct {
     u32 targetIp = 0;
     Worker worker;
 } g_announcer;
-
-class FrameSocket {
-  public:
-    FrameSocket(const char* name, u16 protocol) : fd_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)) {
-        address_.sll_family = AF_PACKET;
-        address_.sll_protocol = htons(protocol);
-        address_.sll_ifindex = FindIndex(name);
-    }
-    [[nodiscard]] bool IsOpen() const {
-        return fd_.IsOpen();
-    }
-    bool Send(const void* frame, std::size_t size) const {
-        return sendto(fd_.Get(), frame, size, 0, reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) ==
-               static_cast<ssize_t>(size);
-    }
-
-  private:
-    tessel::UniqueFd fd_;
-    sockaddr_ll address_{};
-};
 
 AnnouncementFrame MakeFrame(const u8 (&ownMac)[ETH_ALEN], u32 ownIp, u32 targetIp) {
     AnnouncementFrame frame{};
@@ -87,7 +65,7 @@ void SendBroadcastArpThread(Worker& self, void* /*session*/) {
 i32 SendBroadcastArp(i32 ethernetNumber, u32 targetIp, const Worker& self) {
     char name[16] = {};
     if (interface_name(ethernetNumber, name, sizeof(name)) != 0) return -1;
-    const FrameSocket sender(name, ETH_P_ARP);
+    const auto sender = tessel::PacketSocket::ForFrames(name);
     if (!sender.IsOpen()) {
         TESSEL_PERROR("create PF_PACKET socket  failed!");
         return -1;
@@ -108,7 +86,7 @@ i32 SendBroadcastArp(i32 ethernetNumber, u32 targetIp, const Worker& self) {
     }
     const AnnouncementFrame frame = MakeFrame(mac, ip, targetIp);
     for (int sent = 0; sent < kFramesPerBurst; ++sent) {
-        if (!sender.Send(&frame, sizeof(frame))) TESSEL_ERR("sendto ARP failed!");
+        if (!sender.SendFrame(&frame, sizeof(frame))) TESSEL_ERR("sendto ARP failed!");
         if (!self.Sleep(kFrameGap)) return -1;
     }
     return 0;

@@ -11,9 +11,9 @@
 #include "core/server.h"
 #include "core/startup/command_table.h"
 #include "core/startup/version.h"
-#include "probe/conflict.h"
-#include "probe/netdev_table.h"
-#include "route/netlink_monitor.h"
+#include "probe/conflict/conflict.h"
+#include "probe/conflict/netdev_table.h"
+#include "route/monitor/monitor.h"
 #include "sysdbg/sysdbg.h"
 
 namespace {
@@ -75,6 +75,7 @@ void TesselDaemonMain() {
     (void)TesselDaemonInit();  // one missing module is no reason not to serve the others
     TESSEL_ERR("[TESSEL_DAEMON]: daemon init done");
     NetSaveVersionInfo();
+    tessel::NoteChangesFromNowOn();
     (void)ConflictCheckInit();
     TESSEL_ERR("[TESSEL_DAEMON]: conflict check start done");
     (void)NetlinkInit();

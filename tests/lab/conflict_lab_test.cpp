@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "client/libtessel.h"
+#include "core/ipc.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
 #include "tests/support/files.h"
@@ -135,9 +136,9 @@ TEST(ConflictLab, ArpIsAnsweredAndReported) {
         peer.Send(row.frame);
         peer.Send(announcement.frame);
         std::vector<std::string> answers = row.answers;
-        std::vector<std::string> told = row.reports;
+        std::vector<std::string> reported = row.reports;
         answers.push_back(Defence(kFirst));
-        told.push_back(one);
+        reported.push_back(one);
         const auto nextAnswer = [&] {
             std::string frame = peer.Next();
             while (frame.starts_with(kBroadcast))  // the daemon's own announcements
@@ -145,7 +146,8 @@ TEST(ConflictLab, ArpIsAnsweredAndReported) {
             return frame;
         };
         EXPECT_THAT(Take(answers.size(), nextAnswer), ElementsAreArray(answers)) << row.description;
-        EXPECT_THAT(Take(told.size(), [&] { return reports.Next(); }), ElementsAreArray(told)) << row.description;
+        EXPECT_THAT(Take(reported.size(), [&] { return reports.Next(); }), ElementsAreArray(reported))
+            << row.description;
     }
     Switch(kOff, TESSEL_FAMILY_INET);
     Switch(kOn, TESSEL_FAMILY_INET6);
@@ -208,6 +210,37 @@ TEST(ConflictLab, OnlyUsableInterfacesTakePart) {
     EXPECT_EQ(answer, Defence(kFirst)) << "what was listed before the long name stays";
 }
 
+// A listener that does not accept costs its reports, and nothing else.
+TEST(ConflictLab, AListenerThatDoesNotAccept) {
+    PrepareInet();
+    const Daemon daemon;
+    const FarLink peer("far0", ETH_P_ARP);
+    const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    ASSERT_TRUE(FormSocketAddress(TESSEL_SOCKET_IP_CONFLICT, address));
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listener.Get(), 0), 0);
+    Switch(kOn, TESSEL_FAMILY_INET);
+    // The first report takes the one place in the listener's queue, each of the others 8 seconds.
+    const std::string claim = Frame(kBroadcast, kOwnMac, Arp(1, kOwnMac, kFirst, kNoMac, kFirst));
+    for (int i = 0; i < 5; ++i)
+        peer.Send(claim);
+    const auto start = std::chrono::steady_clock::now();
+    const auto answered = [&](const std::string& answer) {
+        std::string frame = peer.Next();
+        while (!frame.empty() && frame != answer)
+            frame = peer.Next();
+        return frame == answer;
+    };
+    EXPECT_TRUE(answered(Defence(kFirst, kOwnMac))) << "before the packet is reported";
+    RunOnDevice("ip addr add 192.168.1.99/24 dev eth0");
+    EXPECT_TRUE(answered(Frame(kBroadcast, kOwnMac, Arp(1, kOwnMac, kForeign, kNoMac, kForeign))))
+        << "a new address is read and announced";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(7)) << "within a cycle";
+    EXPECT_EQ(ReadFile("/var/log/messages").find("IpcCallbackSendAndRecv error"), std::string::npos)
+        << "the test has waited too long: the reports have been given up";
+}
+
 const std::string kOwnInet6 = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;  // 2001:db8::20
 
 TEST(ConflictLab, TheSameInet6AddressOnTwoHosts) {
@@ -228,7 +261,7 @@ TEST(ConflictLab, TheSameInet6AddressOnTwoHosts) {
     EXPECT_EQ(seen.substr(62), kOwnInet6);
     EXPECT_EQ(reports.Next(), "1:" + Report(10, kOwnInet6));
 
-    // The own MAC in a solicitation from outside, sent twice: told once in the life of a table.
+    // The own MAC in a solicitation from outside, sent twice: reported once in the life of a table.
     const auto solicit = [] {
         OnFarSide([] {
             const UniqueFd sender(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6));

@@ -7,11 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "probe/conflict_ipv4.h"
-#include "probe/conflict_ipv6.h"
-#include "probe/ndp.h"
-#include "route/netlink_monitor.h"
-#include "route/netlink_socket.h"
+#include "probe/conflict/ndp.h"
+#include "probe/conflict/neighbour_conflict.h"
+#include "route/monitor/default_route.h"
+#include "route/monitor/netlink.h"
 
 namespace {
 
@@ -103,17 +102,6 @@ TEST(Neighbour, WhatIsAConflict) {
     memcpy(record.abyMac, kMac.data(), 6);
     EXPECT_EQ(tessel::CheckNeighbour(record, *Read(solicited, path), report), u32{TESSEL_CONFLICT_MAC});
     EXPECT_EQ(tessel::CheckNeighbour(record, *Read(advertised, path), report), u32{TESSEL_CONFLICT_MAC});
-}
-
-TEST(Arp, ChecksTakeNoNullArgument) {
-    TNetdevMember table{};
-    ether_arp arp{};
-    TNetConflictReport report{};
-    EXPECT_EQ(CheckIpConflict(nullptr, "eth0", &arp, &report), 0);
-    EXPECT_EQ(CheckMacConflict(&table, "eth0", nullptr, &report), -1);
-    table.dwNum = 0xffffffff;  // a count beyond the table
-    table.atRecord[0].tIfaceIp.dwNum = 99;
-    EXPECT_EQ(CheckMacConflict(&table, "eth0", &arp, &report), 0) << "a record that is not active";
 }
 
 void Append(std::vector<u8>& bytes, u16 type, const std::vector<u8>& payload) {

@@ -1,8 +1,6 @@
-#include "probe/announcer.h"
+#include "probe/conflict/announcer.h"
 
 #include <unistd.h>
-
-#include <span>
 
 #include "core/log.h"
 
@@ -46,7 +44,7 @@ void AnnounceForEver(const Announcer& announcer, CallSite where) {
         {
             const NetdevTableLock lock;
             if (IsDue(announcer, announcedCount, where)) {
-                for (const TNetdevRecord& record : std::span(g_ptNetdevMember->atRecord, announcedCount)) {
+                for (const TNetdevRecord& record : RecordsOf(*g_ptNetdevMember)) {
                     TESSEL_PRT_AT(where, "the active interface %s", record.achDevName);
                     announcer.announce(record);
                 }

@@ -1,9 +1,10 @@
-#include "probe/conflict_report.h"
+#include "probe/conflict/report.h"
 
+#include <cstdio>
 #include <cstring>
 
-#include "core/ipc.h"
 #include "core/log.h"
+#include "core/notify.h"
 
 namespace tessel {
 
@@ -16,9 +17,13 @@ void FillReport(TNetConflictReport& report, const TNetdevRecord& record, const T
 }
 
 void SendReport(const char* socketName, u32 type, const TNetConflictReport& report, CallSite where) {
-    if (IpcCallbackSendAndRecv(socketName, type, &report, sizeof(report), nullptr, 0) != 0) {
+    if (Notify(NoticeSocket("%s", socketName), type, report) != TESSEL_IPC_OK) {
         TESSEL_ERR_AT(where, "IpcCallbackSendAndRecv error");
     }
+}
+
+MacText::MacText(const u8* mac) {
+    (void)snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
 }
 
 }  // namespace tessel

@@ -1,4 +1,4 @@
-#include "route/netlink_monitor.h"
+#include "route/monitor/link_up.h"
 
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -7,24 +7,15 @@
 
 #include "core/log.h"
 #include "core/netif.h"
-#include "core/thread.h"
 
 i32 count = 0;
 
 namespace {
 
-// What InterfaceCheckState tells.
+// Results of InterfaceCheckState.
 constexpr i32 kDown = 1;
 constexpr i32 kRunning = 2;
 constexpr i32 kWithoutCarrier = 0;
-
-bool StartThread(const char* name, ThreadFunction body) {
-    if (ThreadSpawnDeatched(name, body, nullptr, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep) != 0) {
-        return true;
-    }
-    TESSEL_PERROR("init thread create error");
-    return false;
-}
 
 }  // namespace
 
@@ -62,10 +53,4 @@ i32 BringUpInterface() {
     }
     TESSEL_PRT("leaving ......");
     return 0;
-}
-
-i32 NetlinkInit() {
-    (void)BringUpInterface();  // whatever is up can be followed
-    if (!StartThread("TesselSysNetlinkInitThread", &NetlinkInitThread)) return -1;
-    return StartThread("TesselRouteMonitorThread", &RouteMonitorThread) ? 0 : -1;
 }

@@ -1,4 +1,4 @@
-#include "probe/arp.h"
+#include "probe/conflict/arp.h"
 
 #include <arpa/inet.h>
 

@@ -5,7 +5,7 @@
 
 #include "core/call_site.h"
 #include "core/types.h"
-#include "probe/netdev_table.h"
+#include "probe/conflict/netdev_table.h"
 
 namespace tessel {
 

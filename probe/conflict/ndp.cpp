@@ -1,4 +1,4 @@
-#include "probe/ndp.h"
+#include "probe/conflict/ndp.h"
 
 #include <arpa/inet.h>
 #include <net/ethernet.h>
@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "core/checksum.h"
 #include "core/log.h"
 #include "probe/packet_socket.h"
 
@@ -28,25 +29,16 @@ in6_addr SolicitedNodeGroup(const in6_addr& target) {
     return group;
 }
 
-u32 AddWords(u32 sum, const void* data, std::size_t size) {
-    const auto* const bytes = static_cast<const u8*>(data);
-    for (std::size_t i = 0; i + 1 < size; i += 2)
-        sum += static_cast<u32>(bytes[i] << 8) | bytes[i + 1];
-    return sum;
+template <typename Part>
+std::span<const u8> BytesOf(const Part& part) {
+    return {reinterpret_cast<const u8*>(&part), sizeof(part)};
 }
 
 // Over the pseudo header of RFC 8200 and the message, whose own field is 0.
 u16 Checksum(const Solicitation& packet) {
-    u32 sum = sizeof(packet.message) + IPPROTO_ICMPV6;
-    sum = AddWords(sum, &packet.ip.ip6_src, sizeof(packet.ip.ip6_src) + sizeof(packet.ip.ip6_dst));
-    sum = AddWords(sum, &packet.message, sizeof(packet.message));
-    while (sum > 0xffff)
-        sum = (sum & 0xffff) + (sum >> 16);
-    return htons(static_cast<u16>(~sum));
-}
-
-bool IsZero(const in6_addr& address) {
-    return IN6_IS_ADDR_UNSPECIFIED(&address);
+    const u32 lengthAndProtocol[] = {htonl(sizeof(packet.message)), htonl(IPPROTO_ICMPV6)};
+    return InternetChecksum(
+        {BytesOf(packet.ip.ip6_src), BytesOf(packet.ip.ip6_dst), BytesOf(lengthAndProtocol), BytesOf(packet.message)});
 }
 
 // Walks the options. False when one has no length or reaches beyond the end.
@@ -96,7 +88,7 @@ std::optional<NeighbourMessage> ReadNeighbourMessage(std::span<const u8> bytes, 
     if (!ReadOptions(bytes.subspan(sizeof(header)), wanted, message)) return std::nullopt;
     const bool toGroup = IN6_IS_ADDR_MULTICAST(&path.destination);
     if (isAdvertisement && toGroup && (header.nd_na_flags_reserved & ND_NA_FLAG_SOLICITED) != 0) return std::nullopt;
-    if (!isAdvertisement && IsZero(path.source)) {
+    if (!isAdvertisement && IN6_IS_ADDR_UNSPECIFIED(&path.source)) {
         const in6_addr group = SolicitedNodeGroup(message.target);
         const bool toTarget = memcmp(path.destination.s6_addr, group.s6_addr, 13) == 0;  // any solicited-node group
         if (!toTarget || message.linkAddress) return std::nullopt;

@@ -1,10 +1,10 @@
-#include "probe/conflict.h"
+#include "probe/conflict/conflict.h"
 
 #include "core/log.h"
 #include "core/thread.h"
-#include "probe/conflict_ipv4.h"
-#include "probe/conflict_ipv6.h"
-#include "probe/netdev_table.h"
+#include "probe/conflict/arp_conflict.h"
+#include "probe/conflict/neighbour_conflict.h"
+#include "probe/conflict/netdev_table.h"
 
 std::atomic<i32> g_nIpv4ConflictReport{0};
 std::atomic<i32> g_nIpv6ConflictReport{0};
@@ -13,14 +13,14 @@ std::atomic<i32> g_nIpChangedFlag{0};
 
 namespace {
 
-struct Worker {
+struct WatchingThread {
     const char* name;
     ThreadFunction body;
     const char* failure;
 };
 
 // In the order in which they start. The IPv6 ones fail in the words of the IPv4 ones.
-constexpr Worker kWorkers[] = {
+constexpr WatchingThread kThreads[] = {
     {"TesselSysRecvIpConfil", &RecvNetPacket, "create ip_confilict_recv ipv4 thread failed!"},
     {"TesselSysSendIpConfil", &SendNetPacket, "create ip_confilict_send ipv4 thread failed!"},
     {"TesselSysRecvIpv6Confil", &RecvNetPacketV6, "create ip_confilict_recv ipv4 thread failed!"},
@@ -47,10 +47,10 @@ i32 ConflictCheckInit() {
         return -1;
     }
     tessel::RebuildNetdevTable();
-    for (const Worker& worker : kWorkers) {
-        if (ThreadSpawnDeatched(worker.name, worker.body, nullptr, kThreadStackBytes, kThreadPolicy,
+    for (const WatchingThread& thread : kThreads) {
+        if (ThreadSpawnDeatched(thread.name, thread.body, nullptr, kThreadStackBytes, kThreadPolicy,
                                 kThreadPriorityStep) == 0) {
-            TESSEL_ERR("%s", worker.failure);
+            TESSEL_ERR("%s", thread.failure);
             return -1;
         }
     }

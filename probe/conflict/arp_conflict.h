@@ -6,10 +6,11 @@
 #include <netinet/if_ether.h>
 
 #include "core/types.h"
-#include "probe/netdev_table.h"
+#include "probe/conflict/netdev_table.h"
 #include "tessel/conflict.h"
 
-// Bodies of the two threads. The listener ends when there is no socket to listen on.
+// Bodies of the two threads. The listener ends when there is no socket to listen on. While it sends reports, packets
+// wait in its socket.
 void RecvNetPacket(void* unused);
 [[noreturn]] void SendNetPacket(void* unused);
 
@@ -20,9 +21,9 @@ void RecvNetPacket(void* unused);
 // 2 when the packet's sender has the own MAC, and a request is answered; else 3.
 [[nodiscard]] i32 ArpMacIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp& arp);
 
-// Check a packet that came in on interface `name` against the addresses of the table's records of that name, and fill
-// in the report. IP: 1 at the first conflict, 0 for none. MAC: the result for the last address, 0 without an address,
-// -1 with a log line for a null argument.
+// Check a packet that came in on interface `name` against the IPv4 addresses of the table's records of that name, and
+// fill in the report. IP: 1 at the first conflict, 0 for none. MAC: the result for the last address, 0 without an
+// address, -1 with a log line for a null argument.
 [[nodiscard]] i32 CheckIpConflict(const TNetdevMember* ptMember, const char* name, const ether_arp* ptArp,
                                   TNetConflictReport* ptReport);
 [[nodiscard]] i32 CheckMacConflict(const TNetdevMember* ptMember, const char* name, const ether_arp* ptArp,

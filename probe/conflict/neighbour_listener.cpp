@@ -1,4 +1,4 @@
-#include "probe/neighbour_listener.h"
+#include "probe/conflict/neighbour_listener.h"
 
 #include <net/if.h>
 #include <poll.h>
@@ -11,7 +11,7 @@
 
 #include "core/log.h"
 #include "core/unique_fd.h"
-#include "probe/netdev_table.h"
+#include "probe/conflict/netdev_table.h"
 
 namespace tessel {
 
@@ -35,8 +35,8 @@ struct ActiveNames {
 ActiveNames CopyNames() {
     ActiveNames active{};
     const NetdevTableLock lock;
-    for (u32 i = 0; i < g_ptNetdevMember->dwNum; ++i)
-        memcpy(active.names[active.count++], g_ptNetdevMember->atRecord[i].achDevName, IF_NAMESIZE);
+    for (const TNetdevRecord& record : RecordsOf(*g_ptNetdevMember))
+        memcpy(active.names[active.count++], record.achDevName, IF_NAMESIZE);
     return active;
 }
 

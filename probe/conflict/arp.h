@@ -19,7 +19,7 @@ enum ArpReplyKind : i32 {
     kArpAnswerProbe = 1  // to one that asks whether it may have it: the target address stays 0.0.0.0
 };
 
-// Tells a peer that an address is ours. Any other kind is logged and sent as an answer to a probe.
+// Answers a peer that an address is ours. Any other kind is logged and sent as an answer to a probe.
 void ReplyArpPacket(const char* name, u32 ip, const u8* ownMac, const u8* peerMac, i32 kind);
 
 // 1 for a request or reply about IPv4 over Ethernet, else 0.

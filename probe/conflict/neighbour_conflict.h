@@ -7,8 +7,8 @@
 #include <atomic>
 
 #include "core/types.h"
-#include "probe/ndp.h"
-#include "probe/netdev_table.h"
+#include "probe/conflict/ndp.h"
+#include "probe/conflict/netdev_table.h"
 #include "tessel/conflict.h"
 
 // 1: an address was added or removed since the last IPv6 announcement.

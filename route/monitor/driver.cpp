@@ -1,16 +1,14 @@
-// The thread that listens to the device's own kernel module.
-#include <sys/socket.h>
-#include <unistd.h>
+#include "route/monitor/driver.h"
 
-#include <algorithm>
+#include <sys/socket.h>
+
 #include <cerrno>
 #include <cstring>
 
 #include "core/log.h"
-#include "probe/conflict.h"
-#include "probe/netdev_table.h"
-#include "route/netlink_monitor.h"
-#include "route/netlink_socket.h"
+#include "probe/conflict/conflict.h"
+#include "probe/conflict/netdev_table.h"
+#include "route/monitor/netlink.h"
 
 namespace {
 

@@ -3,6 +3,9 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+#include <span>
+
 #include "core/types.h"
 #include "tessel/address.h"
 
@@ -29,9 +32,12 @@ extern TNetdevMember* g_ptNetdevMember;
 // Allocates the table, zeroed, and makes its mutex. 0, or -1 with a log line.
 [[nodiscard]] i32 NetdevTableInit();
 
-// Rebuilds the table, whose mutex the caller holds, from what the kernel and `ip` tell. 0, or -1 with a log line; the
+// Rebuilds the table, whose mutex the caller holds, from what the kernel and `ip` say. 0, or -1 with a log line; the
 // records that were filled before a failure stay.
 i32 ProbeActiveNetdev(TNetdevMember* ptMember);
+
+// 0 for an interface that is up, resolves addresses and is no loopback; else -1.
+[[nodiscard]] i32 InterfaceCheck(const char* name);
 
 namespace tessel {
 
@@ -50,5 +56,16 @@ void RebuildNetdevTable();
 
 // An eventfd that is written after every rebuild, for one reader; -1 when there is none.
 [[nodiscard]] int NetdevRebuildFd();
+
+// The filled records of a table, whose lock the caller holds.
+template <typename Table>
+[[nodiscard]] auto RecordsOf(Table& table) {
+    return std::span(table.atRecord).first(std::min(table.dwNum, kNetdevMax));
+}
+
+// The addresses of a record, both families.
+[[nodiscard]] inline std::span<const TNetIpAddr> AddressesOf(const TNetdevRecord& record) {
+    return {record.tIfaceIp.atIp, std::min<std::size_t>(record.tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX)};
+}
 
 }  // namespace tessel

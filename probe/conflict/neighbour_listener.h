@@ -1,7 +1,7 @@
 // Listening to neighbour discovery on every active interface.
 #pragma once
 
-#include "probe/ndp.h"
+#include "probe/conflict/ndp.h"
 
 namespace tessel {
 

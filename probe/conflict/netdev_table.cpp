@@ -1,19 +1,30 @@
-// Filling the active-interface table.
-#include <algorithm>
+#include "probe/conflict/netdev_table.h"
+
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+
 #include <cstring>
 
 #include "addr/address.h"
 #include "addr/mac.h"
 #include "core/log.h"
+#include "core/memory.h"
 #include "core/netif.h"
-#include "probe/interface.h"
-#include "probe/netdev_table.h"
 
 using tessel::CallSite;
 
+TNetdevMember* g_ptNetdevMember = nullptr;
+
 namespace {
 
+constexpr i32 kTableTag = 2;
 constexpr std::size_t kNameMax = 14;
+
+// Where threads queue for the table's mutex. The holder of the mutex has left it, so at most one thread waits for the
+// mutex itself, and one that comes back waits here, behind it.
+pthread_mutex_t queueMutex = PTHREAD_MUTEX_INITIALIZER;
+
+int rebuildFd = -1;
 
 // True for an interface that takes part: no point-to-point one, up, and with a link.
 bool IsOnline(const char* name, CallSite where) {
@@ -26,7 +37,8 @@ bool IsOnline(const char* name, CallSite where) {
 
 // The kernel lists an interface once for each of its IPv4 addresses.
 bool IsListed(const TNetdevMember& table, const char* name) {
-    return std::any_of(table.atRecord, table.atRecord + table.dwNum,
+    const auto records = tessel::RecordsOf(table);
+    return std::any_of(records.begin(), records.end(),
                        [&](const TNetdevRecord& record) { return strcmp(record.achDevName, name) == 0; });
 }
 
@@ -68,6 +80,19 @@ bool FillTable(TNetdevMember& table, CallSite where) {
 
 }  // namespace
 
+i32 NetdevTableInit() {
+    void* block = xmalloc(kTableTag, sizeof(TNetdevMember));
+    if (block == nullptr) {
+        TESSEL_PERROR("XMALLOC error");
+        return -1;
+    }
+    memset(block, 0, sizeof(TNetdevMember));
+    g_ptNetdevMember = static_cast<TNetdevMember*>(block);
+    pthread_mutex_init(&g_ptNetdevMember->tMutex, nullptr);
+    rebuildFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return 0;
+}
+
 i32 ProbeActiveNetdev(TNetdevMember* ptMember) {
     if (ptMember == nullptr) {
         TESSEL_ERR("ptMember is NULL!");
@@ -79,3 +104,39 @@ i32 ProbeActiveNetdev(TNetdevMember* ptMember) {
     TESSEL_ERR("ProbeActiveNetdev end error!");
     return -1;
 }
+
+i32 InterfaceCheck(const char* name) {
+    ifreq answer{};
+    if (tessel::AskInterface(name, SIOCGIFFLAGS, answer, {.noSocket = nullptr, .refused = nullptr}) !=
+        tessel::InterfaceAnswer::kAnswered) {
+        TESSEL_ERR("Failed to get interface %s flags.", name);
+        return -1;
+    }
+    constexpr int kWatched = IFF_UP | IFF_NOARP | IFF_LOOPBACK;
+    return (answer.ifr_flags & kWatched) == IFF_UP ? 0 : -1;
+}
+
+namespace tessel {
+
+NetdevTableLock::NetdevTableLock() {
+    pthread_mutex_lock(&queueMutex);
+    pthread_mutex_lock(&g_ptNetdevMember->tMutex);
+    pthread_mutex_unlock(&queueMutex);
+}
+
+NetdevTableLock::~NetdevTableLock() {
+    pthread_mutex_unlock(&g_ptNetdevMember->tMutex);
+}
+
+void RebuildNetdevTable() {
+    if (g_ptNetdevMember == nullptr) return;
+    const NetdevTableLock lock;
+    (void)ProbeActiveNetdev(g_ptNetdevMember);
+    (void)eventfd_write(rebuildFd, 1);
+}
+
+int NetdevRebuildFd() {
+    return rebuildFd;
+}
+
+}  // namespace tessel

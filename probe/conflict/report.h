@@ -1,9 +1,9 @@
-// Telling the application that listens about a conflict.
+// Conflict reports to the application that listens for them.
 #pragma once
 
 #include "core/call_site.h"
 #include "core/types.h"
-#include "probe/netdev_table.h"
+#include "probe/conflict/netdev_table.h"
 #include "tessel/conflict.h"
 
 namespace tessel {
@@ -11,8 +11,15 @@ namespace tessel {
 // Fills in the own address and MAC, and the interface's name.
 void FillReport(TNetConflictReport& report, const TNetdevRecord& record, const TNetIpAddr& entry);
 
-// Sends a notification of type TESSEL_CONFLICT_... to a socket of tessel/ipc.h. Takes some seconds when nobody listens.
+// Sends a notification of type TESSEL_CONFLICT_... to a socket of tessel/ipc.h. Takes up to 8 seconds when nobody
+// accepts it: the caller holds no lock.
 void SendReport(const char* socketName, u32 type, const TNetConflictReport& report,
                 CallSite where = CallSite::Current());
+
+// A MAC as conflicts are logged.
+struct MacText {
+    explicit MacText(const u8* mac);
+    char text[18];
+};
 
 }  // namespace tessel

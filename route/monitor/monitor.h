@@ -1,0 +1,19 @@
+// Following the kernel: addresses and default routes that other programs change.
+#pragma once
+
+#include "core/types.h"
+
+// Brings the wired interfaces up and starts the two threads that follow the kernel and its driver for the daemon's
+// life. 0, or -1 with a log line when a thread cannot be started.
+i32 NetlinkInit();
+
+// Body of the thread that follows addresses and routes. Ends when its socket cannot be made.
+void RouteMonitorThread(void* unused);
+
+namespace tessel {
+
+// Begins to note that something changes; called before the first look at the interfaces. The monitor, which comes to
+// listen later, looks again when something did.
+void NoteChangesFromNowOn();
+
+}  // namespace tessel

@@ -13,6 +13,7 @@
 #include "tessel/broadcast_arp.h"
 #include "tessel/command.h"
 #include "tessel/conflict.h"
+#include "tessel/dhcp.h"
 #include "tessel/firewall.h"
 #include "tessel/gateway.h"
 #include "tessel/ipc.h"
@@ -199,6 +200,28 @@ TESSEL_API int tessel_arp_announce_stop(void);
 TESSEL_API int tessel_traffic_start(uint32_t interval);
 TESSEL_API int tessel_traffic_stop(void);
 
+/* Starts a DHCP client on an interface, or takes over the one that runs and has it renew its lease. Leases come to the
+ * socket of the process `pid`: TESSEL_SOCKET_DHCPC with the interface and the pid behind it ("ipc_dhcpc_eth0_1234"),
+ * for IPv6 TESSEL_SOCKET_DHCPCV6 with the interface, 6 and the pid ("ipc_dhcpcv6_eth0_6_1234"). Takes some seconds when
+ * the client does not come up. Without `with_dns` no DNS servers are asked for. */
+TESSEL_API int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t pid);
+/* TESSEL_E_FAILED also for an IPv4 client that has died meanwhile. */
+TESSEL_API int tessel_dhcpc_stop(int family, const char* interface);
+/* Serves IPv4 addresses by DHCP on an interface, whose own address lies in the network that is served: `conf` has the
+ * pool, prefix length, router and at most TESSEL_DHCP_DNS_MAX DNS servers (none: 8.8.8.8 is handed out). Eight
+ * interfaces at most. TESSEL_E_FAILED also when the interface is served already. TESSEL_OK says that a server was
+ * started, not that it could use the configuration. */
+TESSEL_API int tessel_dhcpd_start(const char* interface, const TNetDhcpsConf* conf);
+
+/* Ends the server of an interface; TESSEL_OK also when there is none. */
+TESSEL_API int tessel_dhcpd_stop(const char* interface);
+
+/* `is_serving` becomes 1 from a successful start to a stop, also when the server has ended by itself; else 0. */
+TESSEL_API int tessel_dhcpd_status(const char* interface, int* is_serving);
+
+/* Ends every process called udhcpd, whoever started it. */
+TESSEL_API int tessel_dhcpd_stop_all(void);
+
 /* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
  * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */
 TESSEL_API int tessel_raw(uint32_t code, const void* request, size_t size, void* reply, size_t reply_size);
@@ -246,6 +269,9 @@ typedef struct {
 
 /* Reads the event into the entries of eth0, eth1 and eth2. TESSEL_E_ARGUMENT: it is another event. */
 TESSEL_API int tessel_event_traffic(const tessel_event* event, tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]);
+
+/* Reads one of the three DHCP events. TESSEL_E_ARGUMENT: it is another. */
+TESSEL_API int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease);
 
 /* Owns a socket under "/tmp/". One thread at a time may use it. */
 typedef struct tessel_listener tessel_listener;

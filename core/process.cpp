@@ -23,6 +23,7 @@ constexpr i32 kStatusLineBytes = 1000;
 constexpr i32 kCommLineBytes = 50;
 
 constexpr char kOpenFailure[] = "open direct error.";
+constexpr char kProcesses[] = "/proc/";
 
 using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
 
@@ -59,15 +60,35 @@ void JoinArguments(char* cmdline, i32 bytes) {
     }
 }
 
+// A process's command line, its words joined by blanks; empty when there is none.
+struct Cmdline {
+    Cmdline(const char* dir, const char* entry) {
+        if (ReadProcessFile(dir, entry, "cmdline", text, kCmdlineBytes)) JoinArguments(text, kCmdlineBytes);
+    }
+    [[nodiscard]] bool Has(const char* part) const {
+        return strstr(text, part) != nullptr;
+    }
+    [[nodiscard]] bool HasWord(const char* word) const {
+        const std::size_t length = strlen(word);
+        for (const char* found = strstr(text, word); length > 0 && found != nullptr; found = strstr(found + 1, word)) {
+            if ((found == text || found[-1] == ' ') && (found[length] == ' ' || found[length] == '\0')) return true;
+        }
+        return false;
+    }
+    char text[kCmdlineBytes + 1] = {};
+};
+
 i32 FindByCmdline(const char* dir, const char* name, const char* name2, const char* except, CallSite where) {
     return FindSubdirectory(dir, kOpenFailure, where, [&](const char* entry) {
-        char cmdline[kCmdlineBytes + 1] = {};
-        if (!ReadProcessFile(dir, entry, "cmdline", cmdline, kCmdlineBytes)) return false;
-        JoinArguments(cmdline, kCmdlineBytes);
-        if (except != nullptr && strstr(cmdline, except) != nullptr) return false;
-        if (name2 != nullptr && strstr(cmdline, name2) == nullptr) return false;
-        return strstr(cmdline, name) != nullptr;
+        const Cmdline cmdline(dir, entry);
+        return (except == nullptr || !cmdline.Has(except)) && (name2 == nullptr || cmdline.Has(name2)) &&
+               cmdline.Has(name);
     });
+}
+
+bool BelongsToInterface(const char* entry, const char* pattern, const char* word, const char* except) {
+    const Cmdline cmdline(kProcesses, entry);
+    return cmdline.Has(pattern) && cmdline.HasWord(word) && (except == nullptr || !cmdline.Has(except));
 }
 
 }  // namespace
@@ -92,6 +113,23 @@ i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* nam
     }
     return FindByCmdline(dir, name, name2, except, CallSite::Current());
 }
+
+namespace tessel {
+
+i32 FindInterfaceProcess(const char* pattern, const char* word, const char* except) {
+    const i32 pid = FindSubdirectory(kProcesses, kOpenFailure, CallSite::Current(), [&](const char* entry) {
+        return BelongsToInterface(entry, pattern, word, except);
+    });
+    return pid > 0 ? pid : 0;
+}
+
+bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except) {
+    char entry[16];
+    snprintf(entry, sizeof(entry), "%d", pid);
+    return BelongsToInterface(entry, pattern, word, except);
+}
+
+}  // namespace tessel
 
 i32 CheckCmdByPid(i32 pid, const char* name) {
     char wanted[16];

@@ -15,6 +15,17 @@ i32 GetServicePidFromCmdline(const char* dir, const char* name, const char* name
 // The same, leaving out command lines that contain `except`; -1 when that is null.
 i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* name2, const char* except);
 
+namespace tessel {
+
+// The process whose command line contains `pattern`, has `word` as one of its words and does not contain `except` (null:
+// whatever else it has); 0 when there is none or `word` is empty.
+[[nodiscard]] i32 FindInterfaceProcess(const char* pattern, const char* word, const char* except);
+
+// True when process `pid` is such a one.
+[[nodiscard]] bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except);
+
+}  // namespace tessel
+
 // 1 when the command name of process `pid` contains `name`, 0 when it does not, or with a log line when there is no
 // such process; -1 with a log line when that cannot be found out.
 i32 CheckCmdByPid(i32 pid, const char* name);

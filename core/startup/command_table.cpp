@@ -35,6 +35,17 @@ ApiHandler ApidServiceStop;
 ApiHandler ApidConflictCheckStart;
 ApiHandler ApidConflictCheckStop;
 
+// DHCP client
+ApiHandler ApidDhcpcStart;
+ApiHandler ApidDhcpcStartEx;
+ApiHandler ApidDhcpcStop;
+ApiHandler ApidDhcpcRenew;
+// DHCP server
+ApiHandler ApidDhcpsStart;
+ApiHandler ApidDhcpsStop;
+ApiHandler ApidDhcpsGetStatus;
+ApiHandler ApidDhcpsStopAll;
+
 // Firewall
 ApiHandler ApidIpFilterListManage;
 ApiHandler ApidMacFilterListManage;
@@ -92,6 +103,16 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     // Address conflict detection
     {TESSEL_CMD_CONFLICT_START, &ApidConflictCheckStart},
     {TESSEL_CMD_CONFLICT_STOP, &ApidConflictCheckStop},
+    // DHCP client
+    {TESSEL_CMD_DHCPC_START, &ApidDhcpcStart},
+    {TESSEL_CMD_DHCPC_START_EX, &ApidDhcpcStartEx},
+    {TESSEL_CMD_DHCPC_STOP, &ApidDhcpcStop},
+    {TESSEL_CMD_DHCPC_RENEW, &ApidDhcpcRenew},
+    // DHCP server
+    {TESSEL_CMD_DHCPS_START, &ApidDhcpsStart},
+    {TESSEL_CMD_DHCPS_STOP, &ApidDhcpsStop},
+    {TESSEL_CMD_DHCPS_GET_STATUS, &ApidDhcpsGetStatus},
+    {TESSEL_CMD_DHCPS_STOP_ALL, &ApidDhcpsStopAll},
     // Firewall
     {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
     {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},

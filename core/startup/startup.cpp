@@ -14,6 +14,8 @@
 #include "probe/conflict/conflict.h"
 #include "probe/conflict/netdev_table.h"
 #include "route/monitor/monitor.h"
+#include "services/dhcp_client.h"
+#include "services/dhcp_server.h"
 #include "sysdbg/sysdbg.h"
 
 namespace {
@@ -60,6 +62,8 @@ void DaemonInit() {
 i32 TesselDaemonInit() {
     DaemonInit();
     SetSignalActions();
+    (void)DaemonDhcpcInit();
+    DaemonDhcpsInit();
     return NetdevTableInit();
 }
 

@@ -1,0 +1,66 @@
+// DHCP clients and servers.
+#include <cstring>
+
+#include "client/call.h"
+#include "client/libtessel.h"
+#include "client/request_fields.h"
+
+using tessel::CallWithRecords;
+using tessel::StoreName;
+
+int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t pid) {
+    TNetDhcpcStartExReq request{};
+    if (!tessel::IsFamily(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    request.wSinFamily = static_cast<u16>(family);
+    request.wDnsDynmic = with_dns != 0 ? 1 : 0;
+    request.nPid = pid;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_DHCPC_START_EX, request, reply);
+}
+
+int tessel_dhcpc_stop(int family, const char* interface) {
+    TNetDhcpcReq request{};
+    if (!tessel::IsFamily(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    request.wSinFamily = static_cast<u16>(family);
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_DHCPC_STOP, request, reply);
+}
+
+int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease) {
+    const bool isLease = event->kind == TESSEL_EVENT_DHCP_LEASE || event->kind == TESSEL_EVENT_DHCP_FAILED ||
+                         event->kind == TESSEL_EVENT_DHCP_DECONFIGURED;
+    if (!isLease || event->size != sizeof(*lease)) return TESSEL_E_ARGUMENT;
+    memcpy(lease, event->payload, sizeof(*lease));
+    if (lease->dwDnsNum > TESSEL_DHCP_DNS_MAX) lease->dwDnsNum = TESSEL_DHCP_DNS_MAX;
+    return TESSEL_OK;
+}
+
+int tessel_dhcpd_start(const char* interface, const TNetDhcpsConf* conf) {
+    TNetDhcpsStartReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET, .tConf = *conf};
+    if (!StoreName(request.achDevName, interface) || conf->dwPrefixLen > tessel::PrefixLengthMax(TESSEL_FAMILY_INET) ||
+        conf->dwDnsNum > TESSEL_DHCP_DNS_MAX) {
+        return TESSEL_E_ARGUMENT;
+    }
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_DHCPS_START, request, reply);
+}
+
+int tessel_dhcpd_stop(const char* interface) {
+    TNetDhcpsReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET};
+    if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_DHCPS_STOP, request, reply);
+}
+
+int tessel_dhcpd_status(const char* interface, int* is_serving) {
+    TNetDhcpsReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET};
+    if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    const int error = tessel::Call(TESSEL_CMD_DHCPS_GET_STATUS, &request, sizeof(request), &reply, sizeof(reply));
+    if (error == TESSEL_OK) *is_serving = reply.nResult != 0 ? 1 : 0;
+    return error;
+}
+
+int tessel_dhcpd_stop_all(void) {
+    return tessel::CallForStatus(TESSEL_CMD_DHCPS_STOP_ALL);
+}

@@ -1,0 +1,113 @@
+#include "services/dhcp_session.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "core/exec.h"
+#include "core/log.h"
+#include "core/notify.h"
+#include "core/regular_file.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::chrono::seconds kSecond(1);
+
+FileIdentity IdentityOf(const struct stat& status) {
+    return {.device = status.st_dev, .inode = status.st_ino};
+}
+
+}  // namespace
+
+i32 KillProcess(const InterfaceProcess& wanted, pid_t pid, CallSite where) {
+    if (wanted.Kill(pid) == 0) return 0;
+    TESSEL_ERR_AT(where, "the child process error!");
+    TESSEL_ERR_AT(where, "kill -9 %d", pid);
+    return -1;
+}
+
+i32 StartWorker(TDhcpcInfo& info, const char* name, Worker::Body body, CallSite where) {
+    info.isRunning = 1;
+    if (info.worker.IsRunning()) {
+        if (info.worker.IsWanted()) return 0;
+        EndWorker(info, where);
+    }
+    if (info.worker.Start(name, body, &info)) return 0;
+    TESSEL_ERR_AT(where, "DhcpcProcessThread created error!");
+    info.isRunning = 0;
+    return -1;
+}
+
+void EndWorker(TDhcpcInfo& info, CallSite where) {
+    info.worker.AskToEnd();
+    while (!info.worker.AwaitEnd(std::chrono::milliseconds(0))) {
+        TESSEL_PRT_AT(where, "%s, %d,waiting thread exit, sleep a while", InterfaceOf(info), info.nApipid.load());
+        if (info.worker.AwaitEnd(kSecond)) break;
+    }
+}
+
+i32 StartClient(const CommandLine& line) {
+    return StartDetached(line, {SIGUSR1, SIGUSR2, SIGTERM});
+}
+
+bool HasScript(const char* path, CallSite where) {
+    if (access(path, R_OK) == 0) return true;
+    const int error = errno;
+    TESSEL_ERR_AT(where, "%s is not existed, errno %d : %s", path, error, strerror(error));
+    return false;
+}
+
+ResultFile::ResultFile(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    (void)vsnprintf(path_, sizeof(path_), format, arguments);
+    va_end(arguments);
+}
+
+bool ResultFile::IsThere(CallSite where) {
+    struct stat status {};
+    if (lstat(path_, &status) != 0) return false;
+    if (S_ISREG(status.st_mode) && status.st_uid == geteuid()) return true;
+    const bool isRemoved = remove(path_) == 0;  // an empty folder, too
+    if (!isForeignKnown_) {
+        TESSEL_ERR_AT(where, "%s is no result file, it is %s", path_, isRemoved ? "removed" : "left alone");
+    }
+    isForeignKnown_ = true;
+    return false;
+}
+
+ResultFile::Removal ResultFile::Remove(const FileIdentity& read) const {
+    struct stat status {};
+    if (lstat(path_, &status) != 0) return errno == ENOENT ? Removal::kGone : Removal::kFailed;
+    if (status.st_dev != read.device || status.st_ino != read.inode) return Removal::kReplaced;
+    if (unlink(path_) == 0) return Removal::kDone;
+    return errno == ENOENT ? Removal::kGone : Removal::kFailed;
+}
+
+UniqueFd OpenResultFile(const char* path, FileIdentity& identity) {
+    UniqueFd file = OpenRegularFile(path, O_RDONLY);
+    struct stat status {};
+    if (file.IsOpen() && fstat(file.Get(), &status) == 0) identity = IdentityOf(status);
+    return file;
+}
+
+void ReportLease(TDhcpcInfo& info, const char* socketName, const char* infix, u32 event, CallSite where) {
+    if (info.wDnsDynmic == 0) {
+        info.tLease.dwDnsNum = 0;
+        memset(info.tLease.atDns, 0, sizeof(info.tLease.atDns));
+    }
+    const NoticeSocket socket("%s_%s%s_%d", socketName, InterfaceOf(info), infix, info.nApipid.load());
+    TESSEL_PRT_AT(where, "server_path %s %s", infix[0] == '\0' ? "=" : ":", socket.name);
+    if (Notify(socket, event, info.tLease) != TESSEL_IPC_OK) {
+        TESSEL_ERR_AT(where, "IpcCallbackSendAndRecv error!");
+    }
+}
+
+}  // namespace tessel

@@ -89,6 +89,13 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
         EXPECT_EQ(tessel_mtu_set(name, 1400), TESSEL_E_ARGUMENT);
         EXPECT_EQ(tessel_service_stop(name), TESSEL_E_ARGUMENT);
     }
+    TNetDhcpsConf conf{};
+    conf.dwPrefixLen = 33;
+    EXPECT_EQ(tessel_dhcpd_start("eth0", &conf), TESSEL_E_ARGUMENT);
+    conf.dwPrefixLen = 24;
+    EXPECT_EQ(tessel_dhcpd_start("", &conf), TESSEL_E_ARGUMENT);
+    conf.dwDnsNum = 65;
+    EXPECT_EQ(tessel_dhcpd_start("eth0", &conf), TESSEL_E_ARGUMENT);
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
     EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
@@ -106,8 +113,11 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     EXPECT_EQ(tessel_service_stop("ssh"), TESSEL_OK);
     EXPECT_EQ(tessel_log_level_set(-3), TESSEL_OK);
     EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_DAEMON, nullptr, "/tmp/d.log"), TESSEL_OK);
+    TNetDhcpsConf conf{};
+    conf.dwPrefixLen = 24;
+    EXPECT_EQ(tessel_dhcpd_start("eth1", &conf), TESSEL_OK);
     const auto seen = daemon.Requests();
-    ASSERT_EQ(seen.size(), 4U);
+    ASSERT_EQ(seen.size(), 5U);
     EXPECT_EQ(seen[0].type, 0x111U);
     EXPECT_EQ(seen[0].payload, std::string("fifteen-letters\0\x78\x05\0\0", 20));
     EXPECT_EQ(seen[1].type, 0x126U);
@@ -116,6 +126,9 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     EXPECT_EQ(seen[2].payload, "\xfd\xff\xff\xff");
     EXPECT_EQ(seen[3].type, 0x701U);
     EXPECT_EQ(seen[3].payload, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0'));
+    EXPECT_EQ(seen[4].type, 0x801U);
+    EXPECT_EQ(seen[4].payload,
+              std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0'));
 }
 
 TEST_F(Call, CountsInRepliesStayWithinTheirLists) {

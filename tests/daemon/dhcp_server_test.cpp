@@ -1,0 +1,248 @@
+// The DHCP server: what is written and run for it.
+#include "services/dhcp_server.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <utility>
+
+#include "tests/support/dhcp_server.h"
+#include "tests/support/noted.h"
+
+ApiHandler ApidDhcpsStart;
+
+namespace tessel::test {
+namespace {
+
+using std::filesystem::exists;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class DhcpServer : public testing::Test {
+  protected:
+    DhcpServer() {
+        if (g_ptDaeDhcpSInfo == nullptr) DaemonDhcpsInit();
+        Clear();
+    }
+    ~DhcpServer() override {
+        Clear();
+    }
+    void Clear() {
+        EXPECT_EQ(DhcpsStopAll(), 0);
+        EXPECT_EQ(std::system("rm -rf /usr/etc/udhcpd4*"), 0);
+        (void)tools.TakeRuns();
+        (void)log.Take();
+    }
+    // Leaves no trace in runs and log.
+    void Serve(const char* interfaceName) {
+        EXPECT_EQ(tools.Status(kStart, StartRequest(interfaceName)), 0) << interfaceName;
+        (void)tools.TakeRuns();
+        (void)log.Take();
+    }
+    NotedTools tools;
+    LoggedLines log{4};
+};
+
+TEST_F(DhcpServer, ConfigurationIsWrittenAndTheServerStarted) {
+    const std::tuple<TNetDhcpsConf, std::string, std::string> rows[] = {
+        {ServerConf(24, {"1.2.3.4", "255.255.255.255"}), "option dns  1.2.3.4\noption dns  255.255.255.255\n",
+         "255.255.255.0"},
+        {ServerConf(0), "option dns 8.8.8.8\n", "0.0.0.0"},
+        {ServerConf(32, {"0.0.0.0"}), "option dns  0.0.0.0\n", "255.255.255.255"},
+    };
+    for (const auto& [conf, dnsLines, mask] : rows) {
+        WriteFile("/usr/etc/udhcpd4.leases", "leases");
+        const std::string request = StartRequest("eth0", conf);
+        tools.Check({mask.c_str(), kStart, request, {"udhcpd -fS /usr/etc/udhcpd4_eth0.conf & &"}, 0});
+        EXPECT_EQ(ReadFile("/usr/etc/udhcpd4_eth0.conf"),
+                  "start 10.9.0.20\nend 10.9.0.21\ninterface eth0\n" + dnsLines + "option subnet " + mask +
+                      "\noption router 10.9.0.1\noption lease 86400\nmax_leases 100\n"
+                      "lease_file /usr/etc/udhcpd4.leases\npidfile /usr/etc/udhcpd4_eth0.pid\n");
+        EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth0.conf.new"));
+        EXPECT_EQ(ReadFile("/usr/etc/udhcpd4.leases"), "leases");
+        EXPECT_THAT(log.Take(), ElementsAre("ApidDhcpsStart: the achDevname : eth0, wSinFamily : 2",
+                                            "ApidDhcpsStart: dhcps start sucessfully!"));
+        Clear();
+    }
+    const TNetDhcpsConf many = ServerConf(24, std::vector<const char*>(64, "111.111.111.111"));
+    EXPECT_EQ(tools.Status(kStart, StartRequest("fifteen-letters", many)), 0);
+    EXPECT_THAT(ReadFile("/usr/etc/udhcpd4_fifteen-letters.conf"), HasSubstr("_fifteen-letters.pid\n"));
+    EXPECT_TRUE(exists("/usr/etc/udhcpd4.leases"));
+}
+
+TEST_F(DhcpServer, WhatCannotBeServedLeavesNothingBehind) {
+    const std::string two = StartRequest("eth0", ServerConf(24, {"1.2.3.4", "1.2.3.5"}));
+    const auto announcing = [&](u32 servers) {
+        return std::string(two).replace(18 + 88, 4, Bytes(servers)).append(1000, '\x01');
+    };
+    const std::pair<std::string, std::string> rows[] = {
+        {StartRequest("eth0", ServerConf(33)), "the prefix length 33 or the number of dns servers 0 is invalid!"},
+        {StartRequest("eth0", ServerConf(~0U)), "the prefix length 4294967295 or the number of"},
+        {announcing(65), "the prefix length 24 or the number of dns servers 65 is invalid!"},
+        {announcing(0x80000000), "the size is error:size=2390"},
+        {announcing(0xFFFFFFFF), "the size is error:size=2390"},
+        {two.substr(0, 18 + 92 + 39), "the size is error:size=149"},
+        {two.substr(0, 16), "StartDhcpServer: the wSinFamiy 0 is invalid!"},
+        {"", "StartDhcpServer: the wSinFamiy 0 is invalid!"},
+        {StartRequest("eth0", ServerConf(), 10), "StartDhcpServer6: StartDhcpServer6 is not realized!"},
+        {StartRequest(""), "the interface name [] is invalid!"},
+        {StartRequest("/../x"), "the interface name [/../x] is invalid!"},
+        {StartRequest("eth0 -I"), "the interface name [eth0 -I] is invalid!"},
+        {StartRequest("a\nstart 1.1.1.1"), "the interface name [a"},
+        {StartRequest("sixteen-letters-"), "the interface name [sixteen-letters-] is invalid!"},
+    };
+    for (const auto& [request, text] : rows) {
+        tools.Check({text.c_str(), kStart, request, {}, -1});
+        const std::vector<std::string> lines = log.Take();
+        EXPECT_THAT(lines, Contains(HasSubstr(text)));
+        EXPECT_EQ(lines.back(), "ApidDhcpsStart: DhcpsStart error!");
+        EXPECT_EQ(tools.Status(kGetStatus, request.substr(0, 18)), 0) << text;
+        EXPECT_EQ(std::system("ls /usr/etc | grep -q udhcpd"), 1 << 8) << text;
+        (void)log.Take();
+    }
+    EXPECT_EQ(tools.Status(kStart, two.substr(0, 18 + 92 + 40)), 0) << "two servers are two";
+}
+
+TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
+    for (const char* name : {"eth0", "eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7"})
+        Serve(name);
+    WriteFile("/usr/etc/udhcpd4_eth3.pid", "1");
+    const struct {
+        u32 type;
+        std::string request;
+        i32 status;
+        std::string line;  // the second, behind the one with the name
+    } rows[] = {
+        {kStart, StartRequest("eth8"), -1, "DhcpsStart: the dhcp server has up to maxmium!"},
+        {kStart, StartRequest("eth3"), -1, "DhcpsStart: the interface eth3 Family 2 has startted!"},
+        {kGetStatus, NameRequest("eth7"), 1, ""},
+        {kGetStatus, NameRequest("eth7", 10), 0, ""},
+        {kGetStatus, NameRequest("eth8"), 0, ""},
+        {kGetStatus, "", 0, ""},
+        {kStop, NameRequest("eth8"), 0, "DhcpsStop: the interface eth8 SinFamily 2 dhcp server has been stopped"},
+        {kStop, NameRequest("eth7", 10), 0, "DhcpsStop: the interface eth7 SinFamily 10 dhcp server has been stopped"},
+        {kStop, "", 0, "DhcpsStop: the interface  SinFamily 0 dhcp server has been stopped"},
+        {kStop, NameRequest("eth3"), 0,
+         "DhcpsStop4: *****not found udhcpd process, remove pid_file:/usr/etc/udhcpd4_eth3.pid,  "
+         "config_file:/usr/etc/udhcpd4_eth3.conf*****"},
+        {kGetStatus, NameRequest("eth3"), 0, ""},
+    };
+    for (const auto& row : rows) {
+        tools.Check({row.line.c_str(), row.type, row.request, {}, row.status});
+        const std::vector<std::string> lines = log.Take();
+        EXPECT_THAT(lines.front(), HasSubstr(": the achDevname : "));
+        EXPECT_EQ(lines.size() > 1 ? lines[1] : "", row.line);
+    }
+    EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth3.conf") || exists("/usr/etc/udhcpd4_eth3.pid"));
+    EXPECT_TRUE(exists("/usr/etc/udhcpd4_eth7.conf"));
+    tools.Answer("killall -9 udhcpd", "udhcpd: no process found", 1);
+    const std::vector<std::string> runs = {"killall -9 udhcpd", "sh -c rm /usr/etc/udhcpd*.pid",
+                                           "sh -c rm /usr/etc/udhcpd*.conf"};
+    tools.Check({"stop all", kStopAll, "x", runs, 0});
+    EXPECT_THAT(log.Take(), ElementsAre("DhcpsStopAll: the child process error:ret=1!"));
+    for (const char* name : {"eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7", "eth8"})
+        Serve(name);
+}
+
+// A process whose command line is a shell's, `program` and `word`.
+class Process {
+  public:
+    Process(const char* program, const char* word) {
+        const char* const words[] = {"sh", "-c", "kill -STOP $$", program, word, nullptr};
+        EXPECT_EQ(posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, const_cast<char**>(words), environ), 0);
+        EXPECT_EQ(waitpid(pid_, nullptr, WUNTRACED), pid_);
+    }
+    ~Process() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    [[nodiscard]] std::string Pid() const {
+        return std::to_string(pid_);
+    }
+
+  private:
+    pid_t pid_ = 0;
+};
+
+TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
+    const std::tuple<const char*, const char*, bool> rows[] = {
+        {"/usr/sbin/udhcpd", "/usr/etc/udhcpd4_eth1.conf", true},
+        {"udhcpd", "/usr/etc/udhcpd4_eth1.conf", true},
+        {"udhcpd", "eth1", false},
+        {"udhcpd", "/usr/etc/udhcpd4_eth10.conf", false},
+        {"udhcpd", "eth10", false},
+        {"notudhcpd", "eth1", false},
+        {"vi", "/usr/etc/udhcpd4_eth1.conf", false},
+    };
+    for (const auto& [program, word, isKilled] : rows) {
+        const Process process(program, word);
+        Serve("eth1");
+        const std::vector<std::string> runs(isKilled ? 1 : 0, "kill -9 " + process.Pid());
+        tools.Check({word, kStop, NameRequest("eth1"), runs, 0});
+        EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth1.conf")) << word;
+    }
+    const Process other("udhcpd", "/usr/etc/udhcpd4_eth10.conf");
+    const Process editor("vi", "/usr/etc/udhcpd4_eth1.conf");
+    const Process own("udhcpd", "/usr/etc/udhcpd4_eth1.conf");
+    Serve("eth1");
+    tools.Answer("kill -9 " + own.Pid(), "", 3);
+    tools.Check({"cannot be killed", kStop, NameRequest("eth1"), {"kill -9 " + own.Pid()}, -1});
+    EXPECT_THAT(log.Take(),
+                ElementsAre("ApidDhcpsStop: the achDevname : eth1, wSinFamily : 2",
+                            "DhcpsStop4: *****found udhcpd process, pid_file:/usr/etc/udhcpd4_eth1.pid, "
+                            "config_file:/usr/etc/udhcpd4_eth1.conf, will kill process " +
+                                own.Pid() + "*****",
+                            "DhcpsStop4: the child process error:ret=3!", "ApidDhcpsStop: dhcps stop error!"));
+    EXPECT_TRUE(exists("/usr/etc/udhcpd4_eth1.conf"));
+    EXPECT_EQ(tools.Status(kGetStatus, NameRequest("eth1")), 1);
+}
+
+TEST_F(DhcpServer, FilesThatCannotBeWrittenStartNothing) {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
+        {"mkdir /usr/etc/udhcpd4.leases", "StartDhcpServer4: open file /usr/etc/udhcpd4.leases failed",
+         "fopen error{errno("},
+        {"mkfifo /usr/etc/udhcpd4_eth0.conf.new", "WriteDhcps4Conf: open file /usr/etc/udhcpd4_eth0.conf failed!",
+         "StartDhcpServer4: DHCPS write into configure ERROR!"},
+        {"mkdir /usr/etc/udhcpd4_eth0.conf", "write error{errno(",
+         "StartDhcpServer4: DHCPS write into configure ERROR!"},
+    };
+    for (const auto& [trouble, first, second] : rows) {
+        EXPECT_EQ(std::system(trouble), 0);
+        tools.Check({trouble, kStart, StartRequest("eth0"), {}, -1});
+        EXPECT_THAT(log.Take(), ElementsAre(testing::_, HasSubstr(first), HasSubstr(second),
+                                            "DhcpsStart: StartDhcps error!", "ApidDhcpsStart: DhcpsStart error!"));
+        EXPECT_EQ(tools.Status(kGetStatus, NameRequest("eth0")), 0) << trouble;
+        Clear();
+    }
+}
+
+TEST_F(DhcpServer, WhatRequestsDoNotReach) {
+    EXPECT_EQ(DhcpsStart(nullptr, 2, nullptr), -1);
+    EXPECT_THAT(log.Take(), ElementsAre("DhcpsStart: ptDhcpsConfInfo or pchIfaceName is NULL!"));
+    EXPECT_EQ(ApidDhcpsStart(-1, kStart, StartRequest("eth0").c_str(), 1390), -1);
+    EXPECT_EQ(log.Take().back(), "ApidDhcpsStart: send msg error: -1!");
+    TesselDebugLevelSet(5);
+    EXPECT_EQ(tools.Status(kGetStatus, NameRequest("eth0")), 1) << "served, although nobody heard of it";
+    EXPECT_EQ(log.Take().back(), "ApidDhcpsGetStatus: get eth0 state successfully!");
+    TesselDebugLevelSet(4);
+    auto* const table = std::exchange(g_ptDaeDhcpSInfo, nullptr);
+    EXPECT_EQ(tools.Status(kStart, StartRequest("eth1")), -1);
+    EXPECT_EQ(tools.Status(kStop, NameRequest("eth0")), 0);
+    EXPECT_EQ(tools.Status(kStopAll, ""), -1);
+    g_ptDaeDhcpSInfo = table;
+    EXPECT_THAT(log.Take(),
+                testing::IsSupersetOf(
+                    {"FamilyMapDhcpsInfo: the tessel is not init!", "FamilyMapDhcpsFreeInfo: the tessel is not init!",
+                     "DhcpsStopAll: the tessel is not init!", "ApidDhcpsStopAll: dhcps stop error!"}));
+    char text[INET_ADDRSTRLEN];
+    EXPECT_EQ(PrefixToString(10, 24, text, sizeof(text)), nullptr);
+    EXPECT_THAT(log.Take(), ElementsAre("PrefixToString: PrefixToString ipv6 is not realized!"));
+}
+
+}  // namespace
+}  // namespace tessel::test

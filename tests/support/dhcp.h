@@ -1,0 +1,83 @@
+// DHCP client programs that do nothing but stay and note what reaches them.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/process.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+
+// They lie in front of PATH. Each notes its arguments and blocked signals when it starts, and every signal that it
+// gets: "udhcpc -i eth0 ... blocked 10 12 15", "udhcpc eth0 USR1". "kill" is noted, too, and then does its work.
+class StandInClients {
+  public:
+    StandInClients() {
+        char pattern[] = "/tmp/clients-XXXXXX";
+        directory_ = mkdtemp(pattern);
+        for (const char* name : {"udhcpc", "udhcpc6", "udhcpd"})
+            WriteProgram(name, kClient);
+        WriteProgram("kill", "#!/bin/sh\necho \"kill $*\" | sed 's/ [0-9]*$//' >> " + directory_ +
+                                 "/noted\nexec /bin/kill \"$@\"\n");
+        WriteFile("/etc/scripts/udhcpc.script", "");
+        WriteFile("/etc/scripts/udhcpc6.script", "");
+        setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
+    }
+
+    // What was noted since the last call, once there are so many lines.
+    std::vector<std::string> Take(std::size_t count) {
+        std::vector<std::string> lines;
+        EXPECT_TRUE(Eventually([&] {
+            std::istringstream noted(ReadFile(directory_ + "/noted"));
+            lines.clear();
+            for (std::string line; std::getline(noted, line);)
+                lines.push_back(line);
+            return lines.size() >= taken_ + count;
+        })) << count;
+        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(taken_, lines.size())));
+        taken_ += lines.size();
+        return lines;
+    }
+
+    // The process of a program on an interface; 0 when there is none.
+    static pid_t PidOf(const char* program, const char* interfaceName) {
+        return FindInterfaceProcess(program, interfaceName, nullptr);
+    }
+
+  private:
+    static constexpr char kClient[] = R"perl(#!/usr/bin/perl
+use POSIX;
+my ($here, $name) = $0 =~ m{(.*)/(.*)};
+my ($old, $of) = (POSIX::SigSet->new, $ARGV[1]);
+sub Note { open(my $noted, '>>', "$here/noted"); syswrite($noted, "@_\n"); }
+for my $signal (qw(USR1 USR2)) { $SIG{$signal} = sub { Note($name, $of, $signal); }; }
+sigprocmask(SIG_SETMASK, POSIX::SigSet->new, $old);
+Note($name, @ARGV, 'blocked', grep { $old->ismember($_) } 1 .. 31);
+sleep 1 while 1;
+)perl";
+
+    void WriteProgram(const std::string& name, const std::string& text) {
+        WriteFile(directory_ + "/" + name, text);
+        chmod((directory_ + "/" + name).c_str(), 0755);
+    }
+
+    std::string directory_;
+    std::size_t taken_ = 0;
+};
+
+// Writes a file as the helper scripts do: it appears whole.
+inline void WriteResult(const std::string& path, const std::string& text) {
+    WriteFile(path + ".beside", text);
+    std::filesystem::rename(path + ".beside", path);
+}
+
+}  // namespace tessel::test

@@ -17,8 +17,8 @@ i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* nam
 
 namespace tessel {
 
-// The process whose command line contains `pattern`, has `word` as one of its words and does not contain `except` (null:
-// whatever else it has); 0 when there is none or `word` is empty.
+// The process whose command line contains `pattern`, has `word` as one of its words and does not contain `except`
+// (null: whatever else it has); 0 when there is none or `word` is empty.
 [[nodiscard]] i32 FindInterfaceProcess(const char* pattern, const char* word, const char* except);
 
 // True when process `pid` is such a one.

@@ -94,6 +94,7 @@ bool IsOfInterest(const sockaddr_ll& source, ssize_t size, const ether_arp& arp)
 }
 
 }  // namespace
+
 i32 ArpIpIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp& arp) {
     const u32 sender = Ip(arp.arp_spa);
     const u32 target = Ip(arp.arp_tpa);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <span>
 
+#include "addr/address.h"
 #include "core/types.h"
 #include "tessel/address.h"
 
@@ -65,7 +66,7 @@ template <typename Table>
 
 // The addresses of a record, both families.
 [[nodiscard]] inline std::span<const TNetIpAddr> AddressesOf(const TNetdevRecord& record) {
-    return {record.tIfaceIp.atIp, std::min<std::size_t>(record.tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX)};
+    return AddressesOf(record.tIfaceIp);
 }
 
 }  // namespace tessel

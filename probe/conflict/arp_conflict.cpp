@@ -67,7 +67,8 @@ void Announce(const TNetdevRecord& record) {
     }
 }
 
-// What is to be reported is settled while the table is locked, and sent when nobody waits for it any more.
+// Answers, and composes the reports, while the table is locked; sends them without it, so that a listener that does not
+// accept them holds up this thread alone.
 void Check(const char* interfaceName, const ether_arp& arp, CallSite where) {
     TNetConflictReport ipReport{};
     TNetConflictReport macReport{};
@@ -94,6 +95,7 @@ bool IsOfInterest(const sockaddr_ll& source, ssize_t size, const ether_arp& arp)
 }
 
 }  // namespace
+
 i32 ArpIpIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp& arp) {
     const u32 sender = Ip(arp.arp_spa);
     const u32 target = Ip(arp.arp_tpa);

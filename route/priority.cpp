@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <mutex>
 
 #include "core/log.h"
 #include "core/text.h"
@@ -81,6 +82,7 @@ void PrioritySet(std::span<const TNetPrioParam> entries, CallSite where) {
 
 i32 ActivePriority() {
     TESSEL_PRT("active the priority rule");
+    const std::lock_guard lock(tessel::g_defaultRouteLock);
     const TNetPrioParamList table = tessel::PriorityTable();
     Reinstalled kept[TESSEL_PRIORITIES_MAX];
     std::size_t count = 0;

@@ -18,6 +18,8 @@ TNetPrioParam g_tNetPrioParam[TESSEL_PRIORITIES_MAX];
 
 namespace tessel {
 
+std::mutex g_defaultRouteLock;
+
 TNetPrioParamList PriorityTable() {
     TNetPrioParamList list{};
     {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 #include "core/types.h"
 #include "tessel/priority.h"
@@ -19,6 +20,10 @@ namespace tessel {
 
 // The same, whether priority routing is on or off.
 [[nodiscard]] i32 MetricOfInterface(const char* interfaceName);
+
+// Held while default routes are replaced by others: whoever looks at them and then deletes one must not meet another who
+// does the same. Never together with the table's lock.
+extern std::mutex g_defaultRouteLock;
 
 // A copy of the table; positions without a name are zero. dwNum counts the others.
 [[nodiscard]] TNetPrioParamList PriorityTable();

@@ -21,7 +21,7 @@ enum {
 /* Their payload. Reported again every five seconds while an address conflict lasts. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL padded */
-    TNetGateway tAddr;                 /* the device's address; after a MAC conflict one of the interface's */
+    TNetGateway tAddr;                 /* own address, of the socket's family; after a MAC conflict one of them */
     uint8_t abyMac[6];                 /* the interface's own, whoever the other host is */
 } __attribute__((packed)) TNetConflictReport;
 static_assert(sizeof(TNetConflictReport) == 42, "wire size");

@@ -67,7 +67,8 @@ void Announce(const TNetdevRecord& record) {
     }
 }
 
-// What is to be reported is settled while the table is locked, and sent when nobody waits for it any more.
+// Answers, and composes the reports, while the table is locked; sends them without it, so that a listener that does not
+// accept them holds up this thread alone.
 void Check(const char* interfaceName, const ether_arp& arp, CallSite where) {
     TNetConflictReport ipReport{};
     TNetConflictReport macReport{};

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 #include "core/family.h"
@@ -110,6 +111,7 @@ void InstallWithMetric(const PendingRoute& route) {
         TESSEL_PRT_AT(where, "don't need change priority");
         return;
     }
+    const std::lock_guard lock(tessel::g_defaultRouteLock);
     if (!FindDefaultRoutes(name, where).hasPlain) {
         TESSEL_DBG_AT(where, "the route without metric has gone");
         return;

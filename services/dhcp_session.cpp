@@ -57,6 +57,20 @@ i32 StartClient(const CommandLine& line) {
     return StartDetached(line, {SIGUSR1, SIGUSR2, SIGTERM});
 }
 
+void RenewFromScratch(const InterfaceProcess& client, pid_t pid) {
+    client.Signal(pid, SIGUSR2);  // release
+    client.Signal(pid, SIGUSR1);  // renew
+    sleep(1);
+}
+
+bool AwaitClient(const InterfaceProcess& client, int looks) {
+    for (; looks > 0; --looks) {
+        if (client.Find() > 0) return true;
+        sleep(1);
+    }
+    return false;
+}
+
 bool HasScript(const char* path, CallSite where) {
     if (access(path, R_OK) == 0) return true;
     const int error = errno;

@@ -30,6 +30,12 @@ void EndWorker(TDhcpcInfo& info, CallSite where = CallSite::Current());
 // Starts the client program and leaves it to itself. 0, or -1 with a log line.
 [[nodiscard]] i32 StartClient(const CommandLine& line);
 
+// Has a client that runs release its lease and ask for another one. Takes a second.
+void RenewFromScratch(const InterfaceProcess& client, pid_t pid);
+
+// True once the client runs: looked for so many times, a second apart.
+[[nodiscard]] bool AwaitClient(const InterfaceProcess& client, int looks);
+
 // True when the helper script of the device's image can be read; else false with a log line.
 [[nodiscard]] bool HasScript(const char* path, CallSite where = CallSite::Current());
 

@@ -227,9 +227,7 @@ i32 LinuxDhcpcStart(const char* achDevName, u16 wDnsDynmic) {
     const InterfaceProcess client = ClientV4(achDevName);
     if (const pid_t pid = client.Find(); pid > 0) {
         TESSEL_PRT(" %s dhcpc already start.", achDevName);
-        client.Signal(pid, SIGUSR2);  // release the lease
-        client.Signal(pid, SIGUSR1);  // and get another one
-        sleep(1);
+        tessel::RenewFromScratch(client, pid);
         return 0;
     }
     if (!tessel::HasScript(kScript)) return -1;
@@ -259,14 +257,9 @@ i32 StartDhcpcV4(TDhcpcInfo* ptDhcpcInfo) {
     const char* const name = InterfaceOf(*ptDhcpcInfo);
     if (tessel::StartWorker(*ptDhcpcInfo, "TesselDhcpcProcessThread", &DhcpcProcessThread) != 0) return -1;
     (void)LinuxDhcpcStart(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is looked at
-    for (int look = 0; look < kLooks; ++look) {
-        if (ClientV4(name).Find() > 0) {
-            TESSEL_PRT("%s dhcpc already start.", name);
-            return 0;
-        }
-        sleep(1);
-    }
-    return -1;
+    if (!tessel::AwaitClient(ClientV4(name), kLooks)) return -1;
+    TESSEL_PRT("%s dhcpc already start.", name);
+    return 0;
 }
 
 i32 StopDhcpcV4(TDhcpcInfo* ptDhcpcInfo) {

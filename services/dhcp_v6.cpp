@@ -263,9 +263,7 @@ i32 LinuxDhcpcStartV6(const char* achDevName, u16 wDnsDynmic) {
     const InterfaceProcess client = ClientV6(achDevName);
     if (const pid_t pid = client.Find(); pid > 0) {
         TESSEL_PRT("%s udhcpc6 already start.", achDevName);
-        client.Signal(pid, SIGUSR2);  // release the lease
-        client.Signal(pid, SIGUSR1);  // and get another one
-        sleep(1);
+        tessel::RenewFromScratch(client, pid);
         return 0;
     }
     tessel::CommandLine command;
@@ -275,14 +273,9 @@ i32 LinuxDhcpcStartV6(const char* achDevName, u16 wDnsDynmic) {
     if (!isComposed) return -1;
     TESSEL_PRT("LinuxDhcpcStartV6 cmd : %s", command.text);
     if (tessel::StartClient(command) != 0) return -1;
-    for (int look = 0; look < kLooks; ++look) {
-        if (client.Find() > 0) {
-            TESSEL_PRT("%s udhcpc6 has started.", achDevName);
-            return 0;
-        }
-        sleep(1);
-    }
-    return -1;
+    if (!tessel::AwaitClient(client, kLooks)) return -1;
+    TESSEL_PRT("%s udhcpc6 has started.", achDevName);
+    return 0;
 }
 
 i32 LinuxDhcpcStopV6(const char* achDevName) {
@@ -305,12 +298,9 @@ i32 StartDhcpcV6(TDhcpcInfo* ptDhcpcInfo) {
     if (!AwaitLinkLocalAddress(name, CallSite::Current())) return -1;
     if (tessel::StartWorker(*ptDhcpcInfo, "V6TesselDhcpcProcessThread", &DhcpcProcessThreadV6) != 0) return -1;
     (void)LinuxDhcpcStartV6(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is looked at
-    for (int look = 0; look < kLooks; ++look) {
-        if (ClientV6(name).Find() > 0) {
-            TESSEL_PRT("%s dhcpc already start.", name);
-            return 0;
-        }
-        sleep(1);
+    if (tessel::AwaitClient(ClientV6(name), kLooks)) {
+        TESSEL_PRT("%s dhcpc already start.", name);
+        return 0;
     }
     TESSEL_ERR("Leaving......");
     return -1;

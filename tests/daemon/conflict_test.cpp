@@ -6,74 +6,45 @@
 #include "probe/conflict/arp.h"
 #include "probe/conflict/arp_conflict.h"
 #include "probe/conflict/neighbour_conflict.h"
+#include "tests/support/arp.h"
+#include "tests/support/daemon.h"
 #include "tests/support/far.h"
+#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-
-using namespace std::string_literals;
-
-template <typename Record>
-std::string BytesOf(const Record& record) {
-    return {reinterpret_cast<const char*>(&record), sizeof(record)};
-}
-
 TEST(Conflict, ReportsAreSwitchedByFamily) {
     NotedTools tools;
-    const struct {
-        const char* description;
-        u32 type;
-        u16 family;
-        i32 expectedStatus;
-        std::vector<std::string> expectedLines;
-        i32 inet, inet6;  // the switches afterwards
-    } rows[] = {
-        {"IPv4 on", 0x119, 2, 0, {"ApidConflictCheckStart: wSinFamily : 2"}, 1, 0},
-        {"once more", 0x119, 2, 0, {"ApidConflictCheckStart: wSinFamily : 2"}, 1, 0},
-        {"IPv6 on", 0x119, 10, 0, {"ApidConflictCheckStart: wSinFamily : 10"}, 1, 1},
-        {"no family to start",
-         0x119,
-         11,
-         -1,
-         {"ApidConflictCheckStart: wSinFamily : 11", "ConflictCheckStart: the wSinFamily 11 is invalid!",
-          "ApidConflictCheckStart: dhcpc_start error!"},
-         1,
-         1},
-        {"no family to stop",
-         0x11A,
-         0,
-         -1,
-         {"ApidConflictCheckStop: wSinFamily : 0", "ConflictCheckStop: the wSinFamily 0 is invalid!",
-          "ApidConflictCheckStop: ConflictCheckStop error!"},
-         1,
-         1},
-        {"IPv4 off", 0x11A, 2, 0, {"ApidConflictCheckStop: wSinFamily : 2"}, 0, 1},
-        {"IPv6 off", 0x11A, 10, 0, {"ApidConflictCheckStop: wSinFamily : 10"}, 0, 0},
+    const std::tuple<u32, u16, i32, std::string, i32, i32> rows[] = {
+        // with the two switches afterwards
+        {0x119, 2, 0, "ApidConflictCheckStart: wSinFamily : 2", 1, 0},
+        {0x119, 2, 0, "ApidConflictCheckStart: wSinFamily : 2", 1, 0},
+        {0x119, 10, 0, "ApidConflictCheckStart: wSinFamily : 10", 1, 1},
+        {0x119, 11, -1,
+         "ApidConflictCheckStart: wSinFamily : 11; ConflictCheckStart: the wSinFamily 11 is invalid!; "
+         "ApidConflictCheckStart: dhcpc_start error!",
+         1, 1},
+        {0x11A, 0, -1,
+         "ApidConflictCheckStop: wSinFamily : 0; ConflictCheckStop: the wSinFamily 0 is invalid!; "
+         "ApidConflictCheckStop: ConflictCheckStop error!",
+         1, 1},
+        {0x11A, 2, 0, "ApidConflictCheckStop: wSinFamily : 2", 0, 1},
+        {0x11A, 10, 0, "ApidConflictCheckStop: wSinFamily : 10", 0, 0},
     };
     LoggedLines log(4);
-    for (const auto& row : rows) {
-        EXPECT_EQ(tools.Status(row.type, BytesOf(row.family)), row.expectedStatus) << row.description;
-        EXPECT_THAT(log.Take(), ElementsAreArray(row.expectedLines)) << row.description;
-        EXPECT_EQ(g_nIpv4ConflictReport, row.inet) << row.description;
-        EXPECT_EQ(g_nIpv6ConflictReport, row.inet6) << row.description;
+    for (const auto& [type, family, status, lines, inet, inet6] : rows) {
+        EXPECT_EQ(tools.Status(type, Bytes(family)), status) << lines;
+        EXPECT_EQ(Joined(log.Take()), lines);
+        EXPECT_EQ(g_nIpv4ConflictReport, inet) << lines;
+        EXPECT_EQ(g_nIpv6ConflictReport, inet6) << lines;
     }
 }
 
-const std::string kOwnMac = "\x02\0\0\0\0\0"s;
-const std::string kPeerMac = "\x02\0\0\0\x01\x77"s;
-const std::string kNoMac(6, '\0');
-const std::string kNoIp(4, '\0');
-const std::string kFirst = "\xc0\xa8\x01\x14"s;   // 192.168.1.20
-const std::string kSecond = "\xc0\xa8\x01\x15"s;  // 192.168.1.21
 const std::string kInet6 = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;
 
-ether_arp Arp(char operation, const std::string& senderMac, const std::string& senderIp, const std::string& targetMac,
-              const std::string& targetIp) {
-    const std::string bytes = "\0\x01\x08\0\x06\x04\0"s + operation + senderMac + senderIp + targetMac + targetIp;
+ether_arp PacketOf(const std::string& bytes) {
     ether_arp arp{};
     memcpy(&arp, bytes.data(), sizeof(arp));
     return arp;
@@ -93,70 +64,40 @@ TNetdevRecord Eth0() {
     return record;
 }
 
-std::string ReportOf(const std::string& ip) {
-    return "eth0"s + std::string(12, '\0') + "\x02\0\0\0"s + ip + std::string(12, '\0') + kOwnMac;
-}
-
 TEST(Conflict, ArpPacketsAgainstATable) {
     TNetdevMember table{};
     table.atRecord[table.dwNum++] = Eth0();
     const std::string ip = "ArpIpIsConflict: interface[eth0]:Conflicted IP[192.168.1.20] The other side MAC"s;
     const std::string mac = "ArpMacIsConflict: interface[eth0]:Conflicted MAC[02:00:00:00:00:00]\r"s;
-    const std::string found = "CheckIpConflict: the ip conflict ip : 192.168.1.20"s;
-    const struct {
-        const char* description;
-        ether_arp arp;
-        i32 ipResult, macResult;
-        std::vector<std::string> expectedLines;
-        std::string report;  // empty: none is filled in
-    } rows[] = {
-        {"announced by a reply",
-         Arp(2, kPeerMac, kFirst, kNoMac, kFirst),
-         1,
-         3,
-         {ip + "[02:00:00:00:01:77]\r", found},
-         ReportOf(kFirst)},
-        {"probed for by a reply",
-         Arp(2, kPeerMac, kNoIp, kNoMac, kFirst),
-         0,
-         3,
-         {ip + "[02:00:00:00:01:77]\r", "ArpIpIsConflict: arp op is wrong"},
-         ""},
-        {"the own MAC: once for each IPv4 address",
-         Arp(2, kOwnMac, kPeerMac.substr(2), kNoMac, kNoIp),
-         0,
-         2,
-         {mac, mac},
-         ReportOf(kSecond)},
-        {"both",
-         Arp(2, kOwnMac, kFirst, kNoMac, kFirst),
-         1,
-         2,
-         {ip + "[02:00:00:00:00:00]\r", found, mac, mac},
-         ReportOf(kSecond)},
-        {"the first bytes of the IPv6 address",
-         Arp(2, kPeerMac, kInet6.substr(0, 4), kNoMac, kInet6.substr(0, 4)),
-         0,
-         3,
-         {},
-         ""},
+    const std::string found = "; CheckIpConflict: the ip conflict ip : 192.168.1.20"s;
+    const std::string one = Report(2, kFirst), two = Report(2, kSecond), none(one.size(), '\0');
+    const std::string part = kInet6.substr(0, 4);
+    const std::tuple<const char*, std::string, i32, i32, std::string, std::string> rows[] = {
+        {"announced by a reply", Arp(2, kPeerMac, kFirst, kNoMac, kFirst), 1, 3, ip + "[02:00:00:00:01:77]\r" + found,
+         one},
+        {"probed for by a reply", Arp(2, kPeerMac, kNoIp, kNoMac, kFirst), 0, 3,
+         ip + "[02:00:00:00:01:77]\r; ArpIpIsConflict: arp op is wrong", none},
+        {"the own MAC: once for each IPv4 address", Arp(2, kOwnMac, kPeerMac.substr(2), kNoMac, kNoIp), 0, 2,
+         mac + "; " + mac, two},
+        {"both", Arp(2, kOwnMac, kFirst, kNoMac, kFirst), 1, 2,
+         ip + "[02:00:00:00:00:00]\r" + found + "; " + mac + "; " + mac, two},
+        {"the first bytes of the IPv6 address", Arp(2, kPeerMac, part, kNoMac, part), 0, 3, "", none},
     };
     LoggedLines log(2);
-    for (const auto& row : rows) {
+    for (const auto& [description, packet, ipResult, macResult, lines, reported] : rows) {
+        const ether_arp arp = PacketOf(packet);
         TNetConflictReport report{};
-        EXPECT_EQ(CheckIpConflict(&table, "eth0", &row.arp, &report), row.ipResult) << row.description;
-        EXPECT_EQ(CheckMacConflict(&table, "eth0", &row.arp, &report), row.macResult) << row.description;
-        EXPECT_THAT(log.Take(), ElementsAreArray(row.expectedLines)) << row.description;
-        const std::string expected = row.report.empty() ? std::string(sizeof(report), '\0') : row.report;
-        EXPECT_EQ(BytesOf(report), expected) << row.description;
+        EXPECT_EQ(CheckIpConflict(&table, "eth0", &arp, &report), ipResult) << description;
+        EXPECT_EQ(CheckMacConflict(&table, "eth0", &arp, &report), macResult) << description;
+        EXPECT_EQ(Joined(log.Take()), lines) << description;
+        EXPECT_EQ(Bytes(report), reported) << description;
     }
     TNetConflictReport report{};
-    const ether_arp arp = rows[0].arp;
+    const ether_arp arp = PacketOf(Arp(2, kPeerMac, kFirst, kNoMac, kFirst));
     EXPECT_EQ(CheckIpConflict(&table, "eth1", &arp, &report), 0) << "another interface's";
     EXPECT_EQ(CheckIpConflict(nullptr, "eth0", &arp, &report), 0);
     EXPECT_EQ(CheckMacConflict(&table, "eth0", nullptr, &report), -1);
-    EXPECT_THAT(log.Take(),
-                ElementsAre("CheckIpConflict: the param is invalid!", "CheckMacConflict: the param is invalid!"));
+    EXPECT_EQ(Joined(log.Take()), "CheckIpConflict: the param is invalid!; CheckMacConflict: the param is invalid!");
     table.atRecord[0].bActive = 0;
     EXPECT_EQ(CheckMacConflict(&table, "eth0", &arp, &report), 0) << "a record that is not active";
     table.dwNum = 0xffffffff;  // a count beyond the table
@@ -170,11 +111,11 @@ TEST(Conflict, AnswersOfAnUnknownKind) {
     LoggedLines log(2);
     ReplyArpPacket("eth0", 0x1401a8c0, reinterpret_cast<const u8*>(kOwnMac.data()),
                    reinterpret_cast<const u8*>(kPeerMac.data()), 7);
-    EXPECT_EQ(peer.Next(), kPeerMac + kOwnMac + "\x08\x06"s + BytesOf(Arp(2, kOwnMac, kFirst, kPeerMac, kNoIp)));
-    EXPECT_THAT(log.Take(), ElementsAre("ReplyArpPacket: ipconflict type error"));
+    EXPECT_EQ(peer.Next(), Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, kFirst, kPeerMac, kNoIp)));
+    EXPECT_EQ(Joined(log.Take()), "ReplyArpPacket: ipconflict type error");
     LoggedLines debug(5);
-    EXPECT_EQ(IsValidateArp(Arp(3, kPeerMac, kFirst, kNoMac, kFirst)), 0);
-    EXPECT_THAT(debug.Take(), ElementsAre("IsValidateArp: Unsupport options, ignored"));
+    EXPECT_EQ(IsValidateArp(PacketOf(Arp(3, kPeerMac, kFirst, kNoMac, kFirst))), 0);
+    EXPECT_EQ(Joined(debug.Take()), "IsValidateArp: Unsupport options, ignored");
 }
 
 TEST(Conflict, NeighboursAreLogged) {
@@ -187,10 +128,9 @@ TEST(Conflict, NeighboursAreLogged) {
         message.linkAddress = std::span<const u8, 6>(reinterpret_cast<const u8*>(mac.data()), 6);
         EXPECT_NE(CheckNeighbour(record, message, report), 0U);
     }
-    EXPECT_THAT(log.Take(), ElementsAre("CheckNeighbour: interface[eth0]:Conflicted IP[2001:db8::20] The other side "
-                                        "MAC[02:00:00:00:01:77]",
-                                        "CheckNeighbour: interface[eth0]:Conflicted MAC[2001:db8::20] The other side "
-                                        "MAC[02:00:00:00:00:00]"));
+    const std::string at = "[2001:db8::20] The other side MAC[02:00:00:00:";
+    EXPECT_EQ(Joined(log.Take()), "CheckNeighbour: interface[eth0]:Conflicted IP" + at +
+                                      "01:77]; CheckNeighbour: interface[eth0]:Conflicted MAC" + at + "00:00]");
 }
 
 }  // namespace

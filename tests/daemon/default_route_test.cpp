@@ -6,13 +6,13 @@
 #include "route/monitor/netlink.h"
 #include "route/priority_table.h"
 #include "tessel/priority.h"
+#include "tests/support/daemon.h"
 #include "tests/support/far.h"
+#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {
 namespace {
-
-using testing::ElementsAreArray;
 
 // A message that a route was added, with the attributes that a row has.
 struct RouteMessage {
@@ -23,7 +23,7 @@ struct RouteMessage {
         return *this;
     }
     RouteMessage& Add(u16 type, u32 number) {
-        return Add(type, std::string(reinterpret_cast<const char*>(&number), sizeof(number)));
+        return Add(type, Number(number));
     }
     void Process() const {
         alignas(nlmsghdr) u8 buffer[256] = {};
@@ -51,114 +51,70 @@ void Settle() {
     }
 }
 
+// Lines of ProcessRtMsg without its name.
+std::string TextOf(std::vector<std::string> lines) {
+    for (std::string& line : lines)
+        line.erase(0, line.starts_with("ProcessRtMsg: ") ? strlen("ProcessRtMsg: ") : 0);
+    return Joined(lines);
+}
+
 TEST(DefaultRoute, MessagesAreRead) {
-    const std::vector<std::string> upToTheInterface = {"NEWROUT: ", "Debug nTable = 254 gateway = 192.168.1.1",
-                                                       "find devices, id 2, eth0"};
-    const struct {
-        const char* description;
-        RouteMessage message;
-        std::vector<std::string> expectedLines;
-        bool isKept;
-    } rows[] = {
-        {"to a network", RouteMessage().Add(RTA_DST, "\x0a"), {"NEWROUT: ", "RTA_DST "}, false},
-        {"to a whole network",
-         DefaultThrough("eth0").Add(RTA_DST, std::string("\x0a\0\0\0", 4)),
-         {"NEWROUT: ", "RTA_DST 10.0.0.0"},
-         false},
-        {"for a source, through no gateway",
-         RouteMessage().Add(RTA_SRC, kGateway),
-         {"NEWROUT: ", "RTA_SRC 192.168.1.1"},
-         false},
-        {"of no table", RouteMessage().Add(RTA_GATEWAY, kGateway), {"NEWROUT: ", "table id is null"}, false},
-        {"of another table",
-         RouteMessage().Add(RTA_GATEWAY, kGateway).Add(RTA_TABLE, 100),
-         {"NEWROUT: ", "Debug nTable = 100 gateway = 192.168.1.1"},
-         false},
-        {"on no interface",
-         RouteMessage().Add(RTA_GATEWAY, kGateway).Add(RTA_TABLE, 254),
-         {"NEWROUT: ", "Debug nTable = 254 gateway = 192.168.1.1", "interface is null"},
-         false},
-        {"with a metric", DefaultThrough("eth0").Add(RTA_PRIORITY, 10), upToTheInterface, false},
-        {"without",
-         DefaultThrough("eth0"),
-         {"NEWROUT: ", "Debug nTable = 254 gateway = 192.168.1.1", "find devices, id 2, eth0",
-          "metric is null, re add this gateway"},
-         true},
-        {"on an interface that has gone",
-         RouteMessage().Add(RTA_TABLE, 254).Add(RTA_GATEWAY, kGateway).Add(RTA_OIF, 99),
-         {"NEWROUT: ", "Debug nTable = 254 gateway = 192.168.1.1", "get interface name according index 99 failed",
-          "metric is null, re add this gateway"},
-         true},
+    const std::string toTheMainTable = "Debug nTable = 254 gateway = 192.168.1.1; ";
+    const std::string kept = "; metric is null, re add this gateway";
+    const RouteMessage throughGateway = RouteMessage().Add(RTA_GATEWAY, kGateway);
+    const std::tuple<const char*, RouteMessage, std::string> rows[] = {
+        // with what is logged behind "NEWROUT: "
+        {"to a network", RouteMessage().Add(RTA_DST, "\x0a"), "RTA_DST "},
+        {"to a whole network", DefaultThrough("eth0").Add(RTA_DST, std::string("\x0a\0\0\0", 4)), "RTA_DST 10.0.0.0"},
+        {"for a source, through no gateway", RouteMessage().Add(RTA_SRC, kGateway), "RTA_SRC 192.168.1.1"},
+        {"of no table", throughGateway, "table id is null"},
+        {"of another table", RouteMessage(throughGateway).Add(RTA_TABLE, 100),
+         "Debug nTable = 100 gateway = 192.168.1.1"},
+        {"on no interface", RouteMessage(throughGateway).Add(RTA_TABLE, 254), toTheMainTable + "interface is null"},
+        {"with a metric", DefaultThrough("eth0").Add(RTA_PRIORITY, 10), toTheMainTable + "find devices, id 2, eth0"},
+        {"without", DefaultThrough("eth0"), toTheMainTable + "find devices, id 2, eth0" + kept},
+        {"on an interface that has gone", RouteMessage(throughGateway).Add(RTA_TABLE, 254).Add(RTA_OIF, 99),
+         toTheMainTable + "get interface name according index 99 failed" + kept},
     };
     LoggedLines log(5);
-    for (const auto& row : rows) {
-        row.message.Process();
-        std::vector<std::string> expected;
-        for (const std::string& line : row.expectedLines)
-            expected.push_back("ProcessRtMsg: " + line);
-        EXPECT_THAT(log.Take(), ElementsAreArray(expected)) << row.description;
-        EXPECT_EQ(MsUntilDueRoute() < 3000, row.isKept) << row.description;
+    for (const auto& [description, message, lines] : rows) {
+        message.Process();
+        EXPECT_EQ(TextOf(log.Take()), "NEWROUT: ; " + lines) << description;
+        EXPECT_EQ(MsUntilDueRoute() < 3000, lines.ends_with(kept)) << description;
     }
     Settle();
 }
 
 // Default routes on an interface of its own, and what becomes of them when one without metric was added.
 struct Replacement {
-    const char* description;
-    std::vector<std::string> present;  // routes that the kernel has when the time is over
+    std::string present;               // routes that the kernel has when the time is over
     int addStatus = 0;                 // of the tool that adds the route with metric
     std::string whileAdding = "true";  // what somebody else does then, on interface $v
     int messages = 1;
     int priority = 10;
-    std::vector<std::string> expectedTools;  // "add", "del"
-    std::vector<std::string> expectedLines;
+    const char* tools = "";  // that are run: "add", "del"
+    std::string log = "";
 };
 
 TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
-    const std::string plain = "metric 0";
     const std::string gone = "the route without metric has gone";
     const std::string added = "gateway re add with metric ok";
-    const std::string deleted = "GatewayDel ok!";
+    const std::string deleted = "; GatewayDel ok!";
     const std::string failed = "GatewaySetV4 error";
     const Replacement rows[] = {
-        {.description = "it is there",
-         .present = {plain},
-         .expectedTools = {"add", "del"},
-         .expectedLines = {added, deleted}},
-        {.description = "it has gone", .present = {}, .expectedTools = {}, .expectedLines = {gone}},
-        {.description = "it has one with metric",
-         .present = {"metric 10"},
-         .expectedTools = {},
-         .expectedLines = {gone}},
-        {.description = "another table has one",
-         .present = {"table 100"},
-         .expectedTools = {},
-         .expectedLines = {gone}},
-        {.description = "it goes while the other one is added",
-         .present = {plain},
-         .whileAdding = "ip route del default dev $v",
-         .expectedTools = {"add"},
-         .expectedLines = {added}},
-        {.description = "none with metric can be added",
-         .present = {plain},
-         .addStatus = 2,
-         .expectedTools = {"add"},
-         .expectedLines = {failed}},
-        {.description = "there is one with metric already",
-         .present = {plain, "metric 10"},
-         .addStatus = 2,
-         .expectedTools = {"add", "del"},
-         .expectedLines = {failed, deleted}},
-        {.description = "no priority",
-         .present = {plain},
-         .priority = 0,
-         .expectedTools = {},
-         .expectedLines = {"don't need change priority"}},
-        {.description = "a second message gets two seconds of its own",
-         .present = {plain},
+        {.present = "metric 0", .tools = "add; del", .log = added + deleted},
+        {.present = "", .log = gone},
+        {.present = "metric 10", .log = gone},
+        {.present = "table 100", .log = gone},
+        {.present = "metric 0", .whileAdding = "ip route del default dev $v", .tools = "add", .log = added},
+        {.present = "metric 0", .addStatus = 2, .tools = "add", .log = failed},
+        {.present = "metric 0; metric 10", .addStatus = 2, .tools = "add; del", .log = failed + deleted},
+        {.present = "metric 0", .priority = 0, .log = "don't need change priority"},
+        // A second message gets two seconds of its own.
+        {.present = "metric 0",
          .messages = 2,
-         .expectedTools = {"add", "del", "add", "del"},
-         .expectedLines = {added, deleted, added, deleted}},
+         .tools = "add; del; add; del",
+         .log = added + deleted + "; " + added + deleted},
     };
     NotedTools tools;
     TNetPrioParamList priorities{};
@@ -167,18 +123,18 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     for (const Replacement& row : rows) {
         const std::string name = "v" + std::to_string(&row - rows);
         RunOnDevice("ip link add name " + name + " up type veth && ip addr add 192.168.1.20/24 dev " + name);
-        for (const std::string& which : row.present)
+        for (const std::string& which : Split(row.present))
             RunOnDevice("ip route append default via 192.168.1.1 dev " + name + " " + which);
         TNetPrioParam& priority = priorities.atPrio[priorities.dwNum++];
         strcpy(priority.achDevName, name.c_str());
         priority.nPriority = row.priority;
-        for (const std::string& tool : row.expectedTools)
+        for (const std::string& tool : Split(row.tools))
             expectedTools.push_back(tool + name);
-        expectedLines.insert(expectedLines.end(), row.expectedLines.begin(), row.expectedLines.end());
+        expectedLines.push_back(row.log);
         toolLines["ip route add default via 192.168.1.1 dev " + name + " metric 10"] = "add" + name;
         toolLines["ip -4 route del default dev " + name] = "del" + name;
     }
-    ASSERT_EQ(tools.Status(0x11C, {reinterpret_cast<const char*>(&priorities), sizeof(priorities)}), 0);
+    ASSERT_EQ(tools.Status(0x11C, Bytes(priorities)), 0);
     (void)tools.TakeRuns();
     std::vector<std::string> runs;
     AnswerTools([&](const std::string& line) {
@@ -195,12 +151,10 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     }
     LoggedLines log(5);
     Settle();
-    EXPECT_THAT(runs, ElementsAreArray(expectedTools));
+    EXPECT_EQ(Joined(runs), Joined(expectedTools));
     std::vector<std::string> lines = log.Take();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("ProcessRtMsg: "); });
-    for (std::string& line : lines)
-        line.erase(0, strlen("ProcessRtMsg: "));
-    EXPECT_THAT(lines, ElementsAreArray(expectedLines));
+    EXPECT_EQ(TextOf(lines), Joined(expectedLines));
 }
 
 }  // namespace

@@ -3,25 +3,18 @@
 
 #include <map>
 #include <random>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include "core/log_control.h"
 #include "firewall/arp.h"
 #include "firewall/rule.h"
+#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {
 namespace {
 
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::HasSubstr;
-using testing::StartsWith;
-
+using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
 // One line that is run. What stands in front of it says what becomes of it:
@@ -30,11 +23,10 @@ using Lines = std::vector<std::string>;
 //   '+' it is a LOG rule, run when the next line is, after that one's check    's' it is run by the shell
 // Behind " # " stands what is logged when it fails, if not "ExecCmd error!".
 struct Step {
-    template <typename Text>
-    Step(const Text& text) : logged(text), failure("ExecCmd error!"), result(logged[0]), when(logged[1]) {
-        const std::size_t end = logged.find(" # ");
-        if (end != std::string::npos) failure = logged.substr(end + 3);
-        line = logged = logged.substr(2, end - 2);
+    explicit Step(const std::string& text) : result(text[0]), when(text[1]) {
+        const std::size_t end = text.find(" # ");
+        if (end != std::string::npos) failure = text.substr(end + 3);
+        line = text.substr(2, end - 2);
         program = line.substr(0, line.find(' '));
         logged = program + " " + line;
         // Tools see a run of blanks as one separator.
@@ -42,21 +34,23 @@ struct Step {
         check = line;
         check[check.find('-') + 1] = 'C';
     }
-    std::string program, line, check, logged, failure;
+    std::string program, line, check, logged, failure = "ExecCmd error!";
     char result, when;
 };
-using Steps = std::vector<Step>;
-
-Steps operator+(Steps first, const Steps& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
 
 struct Sequence {
     u32 type;
     std::string request;
-    Steps steps;
+    std::string steps;  // each ends with '\n'
 };
+
+std::string Replaced(std::string text, std::initializer_list<std::pair<std::string, std::string>> words) {
+    for (const auto& [word, with] : words) {
+        for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + with.size()))
+            text.replace(at, word.size(), with);
+    }
+    return text;
+}
 
 // In whose name a command logs, and what its handler logs of a failure.
 struct Names {
@@ -81,25 +75,27 @@ const std::map<u32, Names> kNames = {
 
 // What a command runs, logs and answers. `failing` is the step that fails, if any.
 struct Outcome {
-    Outcome(const Sequence& row, bool isPresent, const Step* failing) {
-        const auto& [function, handlerLine] = kNames.at(row.type);
+    Outcome(u32 type, const std::vector<Step>& steps, bool isPresent, const Step* failing) {
+        const auto& [function, handlerLine] = kNames.at(type);
         // The rule of an IP filter is logged in words of its own, before anything is run.
-        const bool isIpFilter = row.type == 0x1001;
-        const std::string& last = row.steps.back().logged;
-        const std::string isDel = last.find(" -D ") != std::string::npos ? "1" : "0";
+        const bool isIpFilter = type == 0x1001;
+        const std::string& last = steps.back().logged;
+        const char* const isDel = last.find(" -D ") != std::string::npos ? "1" : "0";
         if (isIpFilter) log = {function + "achCmdBuf: " + last + " , del flag :" + isDel};
         const Step* logRule = nullptr;
-        for (const Step& step : row.steps) {
-            if (step.when == '+') logRule = &step;
-            if (step.when == '+') continue;
-            const bool isChecked = step.when == '?' || step.when == '$';
-            if (isChecked) runs.push_back(step.check);
-            if (isChecked) log.emplace_back("RuleCheck: use check option");
-            if (isChecked && isPresent && step.when == '$') break;
-            if (isChecked && isPresent) continue;
-            if (isChecked)
-                log.insert(log.end(),
-                           {"RuleCheck: " + step.logged, "RuleCheck: Bad rule", "RuleCheck: the rule not exist"});
+        for (const Step& step : steps) {
+            if (step.when == '+') {
+                logRule = &step;
+                continue;
+            }
+            if (step.when == '?' || step.when == '$') {
+                runs.push_back(step.check);
+                log.emplace_back("RuleCheck: use check option");
+                if (isPresent && step.when == '$') break;
+                if (isPresent) continue;
+                for (const std::string& text : {step.logged, "Bad rule"s, "the rule not exist"s})
+                    log.push_back("RuleCheck: " + text);
+            }
             for (const Step* run : {std::exchange(logRule, nullptr), &step}) {
                 if (run == nullptr) continue;
                 runs.push_back(run->line);
@@ -109,15 +105,12 @@ struct Outcome {
                 if (!isShell) log.insert(log.end(), {"ExecCmd: " + run->program, "ExecCmd: no"});
                 log.push_back(function + run->failure);
             }
-            if (step.result == '=') status = &step == failing ? -1 : 0;
-            if (step.result != '!' || &step != failing) continue;
-            status = -1;
-            break;
+            if (step.result == '=' || (step.result == '!' && &step == failing)) status = &step == failing ? -1 : 0;
+            if (step.result == '!' && status != 0) break;
         }
         if (status != 0 && !handlerLine.empty()) log.push_back(handlerLine);
     }
-    Lines runs;
-    Lines log;
+    Lines runs, log;
     i32 status = 0;
 };
 
@@ -130,189 +123,174 @@ class Firewall : public testing::Test {
     // With every rule there and with none, and each time with each line failing in turn.
     void Check(const std::vector<Sequence>& rows) {
         for (const Sequence& row : rows) {
+            std::vector<Step> steps;
+            for (const std::string& text : Split(row.steps.substr(0, row.steps.size() - 1), "\n"))
+                steps.emplace_back(text);
             for (const bool isPresent : {true, false}) {
-                for (const Step& step : row.steps)
+                for (const Step& step : steps)
                     tools_.Answer(step.check, "Bad rule", isPresent ? 0 : 1);
-                for (const Step& step : row.steps)
-                    Check(row, isPresent, &step);
-                Check(row, isPresent, nullptr);
+                for (std::size_t failing = 0; failing <= steps.size(); ++failing) {
+                    const Step* const step = failing < steps.size() ? &steps[failing] : nullptr;
+                    const std::string line = step != nullptr ? step->line : "nothing";
+                    const std::string what = row.steps + (isPresent ? "present" : "absent") + ", failing: " + line;
+                    const Outcome expected(row.type, steps, isPresent, step);
+                    tools_.Answer(line, "no", 1);
+                    tools_.Check({what.c_str(), row.type, row.request, expected.runs, expected.status});
+                    tools_.Answer(line, "", 0);
+                    EXPECT_THAT(log_.Take(), ElementsAreArray(expected.log)) << what;
+                }
             }
         }
     }
 
     NotedTools tools_;
     LoggedLines log_{4};
-
-  private:
-    void Check(const Sequence& row, bool isPresent, const Step* failing) {
-        const std::string line = failing != nullptr ? failing->line : "nothing";
-        const std::string what = row.steps[0].line + (isPresent ? ", present" : ", absent") + ", failing: " + line;
-        const Outcome expected(row, isPresent, failing);
-        tools_.Answer(line, "no", 1);
-        tools_.Check({what.c_str(), row.type, row.request, expected.runs, expected.status});
-        tools_.Answer(line, "", 0);
-        EXPECT_THAT(log_.Take(), ElementsAreArray(expected.log)) << what;
-    }
 };
 
 constexpr char kMac[] = "02:00:00:00:00:09";
 
 TEST_F(Firewall, ListsAreSwitched) {
-    const std::string ignored = " # ExecCmd error!but not care this!";
-    const std::string ignoredToo = " # ExecCmd error! but not care this!";
-    const auto white = [&](const std::string& program, const std::string& loopback) {
-        return Steps{". " + program + " -D INPUT -j blacklist" + ignored,
-                     ". " + program + " -t filter -F blacklist" + ignored,
-                     ".?" + program + loopback + " -j ACCEPT" + ignored, "!?" + program + " -A whitelist -j DROP",
-                     "!?" + program + " -I INPUT -j whitelist"};
+    const std::string white = R"(. iptables -D INPUT -j blacklist # ExecCmd error!but not care this!
+. iptables -t filter -F blacklist # ExecCmd error!but not care this!
+.?iptables -I whitelist -s 127.0.0.0/8 -j ACCEPT # ExecCmd error!but not care this!
+!?iptables -A whitelist -j DROP
+!?iptables -I INPUT -j whitelist
+)";
+    const std::string black = R"(. iptables -D INPUT -j whitelist # ExecCmd error! but not care this!
+. iptables -t filter -F whitelist # ExecCmd error!but not care this!
+.?iptables -I blacklist -s 127.0.0.0/8 -j ACCEPT # ExecCmd error! but not care this!
+!?iptables -I INPUT -j blacklist
+)";
+    const std::string noWhite = "! iptables -D INPUT -j whitelist\n! iptables -t filter -F whitelist\n";
+    const std::string noBlack = Replaced(noWhite, {{"white", "black"}});
+    const auto v6 = [](const std::string& steps) {
+        return Replaced(steps,
+                        {{"iptables", "ip6tables"},
+                         {"-I whitelist -s 127.0.0.0/8", "-A whitelist -s ::1/64"},
+                         {"-s 127.0.0.0/8 -j ACCEPT # ExecCmd error! ", "-s ::1/64 -j ACCEPT # ExecCmd error!"}});
     };
-    const auto black = [&](const std::string& program, const std::string& loopback) {
-        return Steps{". " + program + " -D INPUT -j whitelist" + ignoredToo,
-                     ". " + program + " -t filter -F whitelist" + ignored, ".?" + program + loopback,
-                     "!?" + program + " -I INPUT -j blacklist"};
-    };
-    const auto off = [](const std::string& program, const std::string& chain) {
-        return Steps{"! " + program + " -D INPUT -j " + chain, "! " + program + " -t filter -F " + chain};
-    };
-    const Steps whiteV4 = white("iptables", " -I whitelist -s 127.0.0.0/8");
-    const Steps whiteV6 = white("ip6tables", " -A whitelist -s ::1/64");
-    const Steps blackV4 = black("iptables", " -I blacklist -s 127.0.0.0/8 -j ACCEPT" + ignoredToo);
-    const Steps blackV6 = black("ip6tables", " -I blacklist -s ::1/64 -j ACCEPT" + ignored);
-    Check({
-        {0x1003, Number(1), whiteV4},
-        {0x1003, Number(2), blackV4},
-        {0x1003, Number(3), whiteV6},
-        {0x1003, Number(4), blackV6},
-        {0x1003, Number(5), whiteV4 + whiteV6},
-        {0x1003, Number(6), blackV4 + blackV6},
-        {0x1004, Number(1), off("iptables", "whitelist")},
-        {0x1004, Number(2), off("iptables", "blacklist")},
-        {0x1004, Number(3), off("ip6tables", "whitelist")},
-        {0x1004, Number(4), off("ip6tables", "blacklist")},
-        {0x1004, Number(5), off("iptables", "whitelist") + off("ip6tables", "whitelist")},
-        {0x1004, Number(6), off("iptables", "blacklist") + off("ip6tables", "blacklist")},
-    });
+    for (const auto& [type, first, second] :
+         {std::tuple{0x1003U, white, black}, std::tuple{0x1004U, noWhite, noBlack}}) {
+        Check({{type, Number(1), first},
+               {type, Number(2), second},
+               {type, Number(3), v6(first)},
+               {type, Number(4), v6(second)},
+               {type, Number(5), first + v6(first)},
+               {type, Number(6), second + v6(second)}});
+    }
 }
 
 TEST_F(Firewall, ChainsArpEntriesAndFiles) {
     const std::string path = "/usr/rules";
-    const std::string named("mine\0x", 6);
-    const Steps icmpChain = {"= iptables -t filter -N icmppacket", "=?iptables -I INPUT -j icmppacket",
-                             "=?ip6tables -I INPUT -j icmppacket"};
-    const Steps save = {"= iptables-save > /usr/rules-4", "= ip6tables-save > /usr/rules-6"};
-    const Steps restore = {"= iptables-restore < /usr/rules-4", "= ip6tables-restore < /usr/rules-6"};
+    const std::string save = "= iptables-save > /usr/rules-4\n";
+    const std::string restore = "= iptables-restore < /usr/rules-4\n= ip6tables-restore < /usr/rules-6\n";
     Check({
-        {0x1005, Chain(1, "mine"), {"= iptables -t filter -N mine"}},
-        {0x1005, Chain(2, named), {"= ip6tables -t filter -N mine"}},
-        {0x1005, Chain(3, "a"), {"= iptables -t filter -N a", "= ip6tables -t filter -N a"}},
-        {0x1005, Chain(1, "icmppacket"), icmpChain},
-        {0x100A, Arp("", kMac, "10.0.0.9"), {"! arp -s 10.0.0.9 02:00:00:00:00:09"}},
-        {0x100A, Arp("eth1", kMac, "10.0.0.9"), {"! arp -s -i eth1 10.0.0.9 02:00:00:00:00:09"}},
-        {0x100B, Arp("", "-x y", "10.0.0.9"), {"! arp -d 10.0.0.9"}},
-        {0x100B, Arp("eth1", "", "10.0.0.9"), {"! arp -d 10.0.0.9 -i eth1"}},
-        {0x1008, Number(1) + path, {save[0]}},
-        {0x1008, Number(3) + path, save},
-        {0x1009, Number(2) + path, {restore[1]}},
+        {0x1005, Chain(1, "mine"), "= iptables -t filter -N mine\n"},
+        {0x1005, Chain(2, "mine\0x"s), "= ip6tables -t filter -N mine\n"},
+        {0x1005, Chain(3, "a"), "= iptables -t filter -N a\n= ip6tables -t filter -N a\n"},
+        {0x1005, Chain(1, "icmppacket"),
+         "= iptables -t filter -N icmppacket\n=?iptables -I INPUT -j icmppacket\n"
+         "=?ip6tables -I INPUT -j icmppacket\n"},
+        {0x100A, Arp("", kMac, "10.0.0.9"), "! arp -s 10.0.0.9 02:00:00:00:00:09\n"},
+        {0x100A, Arp("eth1", kMac, "10.0.0.9"), "! arp -s -i eth1 10.0.0.9 02:00:00:00:00:09\n"},
+        {0x100B, Arp("", "-x y", "10.0.0.9"), "! arp -d 10.0.0.9\n"},
+        {0x100B, Arp("eth1", "", "10.0.0.9"), "! arp -d 10.0.0.9 -i eth1\n"},
+        {0x1008, Number(1) + path, save},
+        {0x1008, Number(3) + path, save + "= ip6tables-save > /usr/rules-6\n"},
+        {0x1009, Number(2) + path, restore.substr(restore.find('\n') + 1)},
         {0x1009, Number(3) + path, restore},
     });
 }
 
-struct ListKind {
-    std::string program;
-    std::string blackAdd;
-    std::string prefix;
-    std::string text;
-};
-
-// One entry. On the white list it is a rule, on the black list (3 and 4) one with its LOG rule.
-Steps Entry(u32 operation, const ListKind& kind, const std::string& match) {
-    const std::string added = operation % 2 == 1 ? "!?" : "! ";
-    const std::string log = " -j LOG --log-prefix \"***" + kind.prefix + "***\" --log-level notice";
-    const std::string black = kind.program + (operation == 3 ? kind.blackAdd : " -D") + " blacklist" + match;
-    const std::string white = kind.program + (operation == 1 ? " -I" : " -D") + " whitelist" + match;
-    if (operation <= 2) return {added + white + " -j RETURN"};
-    return {".+" + black + log + " # ExecCmd error! " + kind.text, added + black + " -j DROP"};
+// One entry of a list. On the white list it is a rule, on the black list (3 and 4) one with its LOG rule, of which
+// `prefix` and `text` are logged. `tool` has the option that adds to the black list.
+std::string Entry(u32 operation, std::string tool, const std::string& match, const char* prefix, const char* text) {
+    if (operation != 3) tool.replace(tool.size() - 1, 1, operation == 1 ? "I" : "D");
+    const std::string when = operation % 2 == 1 ? "!?" : "! ";
+    if (operation <= 2) return when + tool + " whitelist" + match + " -j RETURN\n";
+    const std::string rule = tool + " blacklist" + match + " -j ";
+    return ".+" + rule + "LOG --log-prefix \"***" + prefix + "***\" --log-level notice # ExecCmd error! " + text +
+           "\n" + when + rule + "DROP\n";
 }
 
 TEST_F(Firewall, EntriesOfTheLists) {
-    const ListKind ip{"iptables", " -A", "BLACKLIST", "ip rule add log record fail"};
-    const ListKind ipV6{"ip6tables", " -A", "BLACKLISTV6", "ip rule add log record fail"};
-    const ListKind mac{"iptables", " -I", "MACFILTER", "mac rule log record add or del fail"};
-    const ListKind macV6{"ip6tables", " -I", "MACV6", "v6 mac rule log record add or del fail"};
-    const std::string range = " -m iprange --src-range 192.168.1.0-192.168.1.20";
-    const std::string rangeV6 = " -m iprange --src-range 2001:db8::-2001:db9::";
     const std::string from = " -m mac --mac-source 02:00:00:00:00:09";
     for (const u32 op : {1U, 2U, 3U, 4U}) {
-        const std::string fromV6 = (op == 1 ? " " : "") + from;  // two blanks in front
+        const auto ip = [&](const std::string& match) {
+            const bool isV6 = match.find(':') != std::string::npos;
+            return isV6 ? Entry(op, "ip6tables -A", match, "BLACKLISTV6", "ip rule add log record fail")
+                        : Entry(op, "iptables -A", match, "BLACKLIST", "ip rule add log record fail");
+        };
+        const auto mac = [&](const std::string& match) {
+            return Entry(op, "iptables -I", match + from, "MACFILTER", "mac rule log record add or del fail");
+        };
+        const auto v6 = [](const std::string& steps) {
+            return Replaced(steps, {{"iptables", "ip6tables"}, {"MACFILTER", "MACV6"}, {"mac rule", "v6 mac rule"}});
+        };
+        const std::string gap = op == 1 ? " " : "";  // two blanks in front
         Check({
-            {0x1001, Network(op, 2, "192.168.1.0", 24), Entry(op, ip, " -s 192.168.1.0/24")},
-            {0x1001, Network(op, 2, "192.168.1.0", 9, "192.168.1.20"), Entry(op, ip, range)},
-            {0x1001, Network(op, 10, "2001:db8::", 32), Entry(op, ipV6, " -s 2001:db8::/32")},
-            {0x1001, Network(op, 10, "2001:db8::", 9, "2001:db9::"), Entry(op, ipV6, rangeV6)},
-            {0x1002, Number(op) + kMac, Entry(op, mac, from) + Entry(op, macV6, from)},
-            {0x100D, Number(op) + kMac + "10.0.0.9", Entry(op, mac, " -s 10.0.0.9/32" + from)},
-            {0x100D, Number(op) + kMac + "fe80::9", Entry(op, macV6, " -s fe80::9/32" + fromV6)},
+            {0x1001, Network(op, 2, "192.168.1.0", 24), ip(" -s 192.168.1.0/24")},
+            {0x1001, Network(op, 2, "192.168.1.0", 9, "192.168.1.20"),
+             ip(" -m iprange --src-range 192.168.1.0-192.168.1.20")},
+            {0x1001, Network(op, 10, "2001:db8::", 32), ip(" -s 2001:db8::/32")},
+            {0x1001, Network(op, 10, "2001:db8::", 9, "2001:db9::"),
+             ip(" -m iprange --src-range 2001:db8::-2001:db9::")},
+            {0x1002, Number(op) + kMac, mac("") + v6(mac(""))},
+            {0x100D, Number(op) + kMac + "10.0.0.9", mac(" -s 10.0.0.9/32")},
+            {0x100D, Number(op) + kMac + "fe80::9", v6(mac(" -s fe80::9/32" + gap))},
         });
     }
 }
 
 // One rule for ports, added or deleted, with its LOG rule.
-Steps PortRule(const std::string& when, const std::string& rule, const char* target, const std::string& text) {
-    const std::string prefix = rule.starts_with("ip6") ? "***PORTFILTERV6***" : "***PORTFILTER***";
-    const std::string log = " -j LOG --log-prefix \"" + prefix + "\" --log-level notice # ExecCmd error!";
-    return {".+" + rule + log + text + "port filter rule log record add fail!",
-            when + rule + " -j " + target + " # ExecCmd error! but not care this!"};
+std::string PortRule(const std::string& when, const std::string& rule, const char* target, const char* text = "") {
+    const char* const prefix = rule.starts_with("ip6") ? "***PORTFILTERV6***" : "***PORTFILTER***";
+    return ".+" + rule + " -j LOG --log-prefix \"" + prefix + "\" --log-level notice # ExecCmd error!" + text +
+           "port filter rule log record add fail!\n" + when + rule + " -j " + target +
+           " # ExecCmd error! but not care this!\n";
 }
 
 TEST_F(Firewall, EchoRequestsAndPorts) {
-    const std::string echo = "iptables -I icmppacket -p icmp --icmp-type 8 -j ";
-    const std::string echoV6 = "ip6tables -I icmppacket -p icmpv6 --icmpv6-type 128 -j ";
-    const std::string answer = "echo \"0\" > /proc/sys/net/ipv4/icmp_echo_ignore_all";
-    const Steps flush = {"= iptables -F icmppacket"};
-    const Steps flushV6 = {"= ip6tables -F icmppacket"};
-    const Steps allow = {"=?" + echo + "RETURN", ".ssh -c " + answer + " # " + answer};
-    const Steps allowV6 = {"=?" + echoV6 + "RETURN"};
-    const Steps drop = {"= " + echo + "LOG --log-prefix \"***ICMPPACKET***\" --log-level notice # " +
-                            "ExecCmd error! icmp rule add log record fail",
-                        "=?" + echo + "DROP"};
-    const Steps dropV6 = {"= " + echoV6 + "LOG  --log-prefix \"***ICMPPACKETV6***\" --log-level notice # " +
-                              "ExecCmd error! icmpv6 rule add log record fail",
-                          "=?" + echoV6 + "DROP"};
-    const std::string web = " -m multiport --dport 80,443";
-    const Steps all = PortRule("=?", "iptables -A INPUT -p tcp" + web, "DROP", "tcp ") +
-                      PortRule("=?", "iptables -A INPUT -p udp" + web, "DROP", " udp ") +
-                      PortRule("=$", "ip6tables -A INPUT -p tcp" + web, "DROP", "tcp ") +
-                      PortRule("=$", "ip6tables -A INPUT -p udp" + web, "DROP", " udp ");
-    const Steps tcp = PortRule("=?", "iptables -A INPUT -p tcp  --sport ssh", "RETURN", "");
-    const Steps udp = PortRule("=$", "ip6tables -A OUTPUT -p udp  --dport 53", "DROP", "");
-    const Steps deletion = PortRule("= ", "iptables -D OUTPUT -p udp  --dport 5", "RETURN", "");
+    const std::string flush = "= iptables -F icmppacket\n";
+    const std::string allow = "=?iptables -I icmppacket -p icmp --icmp-type 8 -j RETURN\n";
+    const std::string answer =
+        Replaced(".ssh -c ECHO # ECHO\n", {{"ECHO", "echo \"0\" > /proc/sys/net/ipv4/icmp_echo_ignore_all"}});
+    const std::string drop = R"(= iptables -I icmppacket -p icmp --icmp-type 8 -j LOG --log-prefix "***ICMPPACKET***")"
+                             " --log-level notice # ExecCmd error! icmp rule add log record fail\n"
+                             "=?iptables -I icmppacket -p icmp --icmp-type 8 -j DROP\n";
+    const auto v6 = [](const std::string& steps) {
+        return Replaced(steps, {{"iptables", "ip6tables"},
+                                {"-p icmp --icmp-type 8", "-p icmpv6 --icmpv6-type 128"},
+                                {"LOG --log-prefix", "LOG  --log-prefix"},
+                                {"ICMPPACKET*", "ICMPPACKETV6*"},
+                                {"icmp rule", "icmpv6 rule"}});
+    };
+    const std::string tcp = "tables -A INPUT -p tcp -m multiport --dport 80,443";
+    const std::string udp = "tables -A INPUT -p udp -m multiport --dport 80,443";
     Check({
-        {0x1006, Number(1), flush + allow},
+        {0x1006, Number(1), flush + allow + answer},
         {0x1006, Number(2), flush + drop},
-        {0x1006, Number(3), flushV6 + allowV6},
-        {0x1006, Number(4), flushV6 + dropV6},
-        {0x1006, Number(5), flush + flushV6 + allow + allowV6},
-        {0x1006, Number(6), flush + flushV6 + drop + dropV6},
-        {0x1007, Ports(1, 3, 0, 2, 2, "80,443"), all},
-        {0x1007, Ports(1, 1, 1, 1, 1, "ssh"), tcp},
-        {0x1007, Ports(1, 2, 2, 2, 4, "53"), udp},
-        {0x1007, Ports(2, 1, 2, 2, 3, "5"), deletion},
+        {0x1006, Number(3), v6(flush + allow)},
+        {0x1006, Number(4), v6(flush + drop)},
+        {0x1006, Number(5), flush + v6(flush) + allow + answer + v6(allow)},
+        {0x1006, Number(6), flush + v6(flush) + drop + v6(drop)},
+        {0x1007, Ports(1, 3, 0, 2, 2, "80,443"),
+         PortRule("=?", "ip" + tcp, "DROP", "tcp ") + PortRule("=?", "ip" + udp, "DROP", " udp ") +
+             PortRule("=$", "ip6" + tcp, "DROP", "tcp ") + PortRule("=$", "ip6" + udp, "DROP", " udp ")},
+        {0x1007, Ports(1, 1, 1, 1, 1, "ssh"), PortRule("=?", "iptables -A INPUT -p tcp  --sport ssh", "RETURN")},
+        {0x1007, Ports(1, 2, 2, 2, 4, "53"), PortRule("=$", "ip6tables -A OUTPUT -p udp  --dport 53", "DROP")},
+        {0x1007, Ports(2, 1, 2, 2, 3, "5"), PortRule("= ", "iptables -D OUTPUT -p udp  --dport 5", "RETURN")},
     });
     // What is there already does not hide that another rule failed.
-    tools_.Answer("iptables -C INPUT -p tcp" + web + " -j DROP", "", 1);
-    tools_.Answer("iptables -A INPUT -p tcp" + web + " -j DROP", "", 1);
-    tools_.Answer("iptables -C INPUT -p udp" + web + " -j DROP", "", 0);
+    for (const char* operation : {"-C", "-A"})
+        tools_.Answer(Replaced("ip" + tcp + " -j DROP", {{"-A", operation}}), "", 1);
+    tools_.Answer(Replaced("ip" + udp + " -j DROP", {{"-A", "-C"}}), "", 0);
     EXPECT_EQ(tools_.Status(0x1007, Ports(1, 1, 0, 2, 2, "80,443")), -1);
 }
 
-struct Refusal {
-    u32 type;
-    std::string request;
-    const char* text;  // of the log
-};
-
 TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
-    const Refusal rows[] = {
+    // With the lines of the log, in the command's name where they bear none.
+    const std::tuple<u32, std::string, const char*> rows[] = {
         {0x1003, "", "filter list 0 not support!"},
         {0x1004, Number(7), "filter list 7 not support!"},
         {0x1001, Network(5, 2, "10.0.0.0", 8), "cmd 5 is not support"},
@@ -343,49 +321,44 @@ TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
         {0x100A, Arp("eth0 x", kMac, "10.0.0.9"), "the interface name [eth0 x] is invalid!"},
         {0x100B, Arp("", kMac, "localhost"), "the text [localhost] is invalid!"},
         {0x100B, Arp("-a", "", "10.0.0.9"), "the interface name [-a] is invalid!"},
+        {0x1007, Ports(9, 0, 1, 1, 1, "80"), "eInet 0 is not support; eCmd 9 is invalid"},
+        {0x100D, Number(1) + "02:00:00:00:00:0",
+         "ApidIpAndMacFilterListManage: the size is error:size=20; the text [] is invalid!"},
+        // A family that is none fails as an empty line does.
+        {0x1001, Network(3, 11, "", 8),
+         "IpFilterListManage wSinFamily 11 is invalid!; IpFilterListManage: achCmdBuf:  , del flag :0; "
+         "RuleCheck: not find - ; ExecCmd: ; ExecCmd error!"},
     };
-    for (const Refusal& row : rows) {
-        const Names& names = kNames.at(row.type);
-        tools_.Check({row.text, row.type, row.request, {}, -1});
-        Lines expected = {names.function + row.text};
+    for (const auto& [type, request, lines] : rows) {
+        const Names& names = kNames.at(type);
+        tools_.Check({lines, type, request, {}, -1});
+        Lines expected = Split(lines);
+        for (std::string& line : expected)
+            line.insert(0, line.find(": ") == std::string::npos ? names.function : "");
         if (!names.handlerLine.empty()) expected.push_back(names.handlerLine);
-        EXPECT_THAT(log_.Take(), ElementsAreArray(expected)) << row.text;
+        EXPECT_THAT(log_.Take(), ElementsAreArray(expected)) << lines;
     }
-    tools_.Check({"both are wrong", 0x1007, Ports(9, 0, 1, 1, 1, "80"), {}, -1});
-    EXPECT_THAT(log_.Take(),
-                ElementsAre("PortFilterManage: eInet 0 is not support", "PortFilterManage: eCmd 9 is invalid",
-                            "ApidPortFilterManage: PortFilterManage error!"));
-    tools_.Check({"no text", 0x100D, Number(1) + "02:00:00:00:00:0", {}, -1});
-    EXPECT_THAT(log_.Take(), ElementsAre("ApidIpAndMacFilterListManage: the size is error:size=20",
-                                         "IpMacFilterListManage: the text [] is invalid!",
-                                         "ApidIpAndMacFilterListManage: IpRuleDel error!"));
-    tools_.Check({"a family that is none fails as an empty line does", 0x1001, Network(3, 11, "", 8), {}, -1});
-    EXPECT_THAT(log_.Take(), ElementsAre("IpFilterListManage: IpFilterListManage wSinFamily 11 is invalid!",
-                                         "IpFilterListManage: achCmdBuf:  , del flag :0", "RuleCheck: not find - ",
-                                         "ExecCmd: ", "IpFilterListManage: ExecCmd error!",
-                                         "ApidIpFilterListManage: IpFilterListManage error!"));
     EXPECT_EQ(RuleCheck(nullptr), 0);
     EXPECT_EQ(AddArpEntry(nullptr), -1);
     EXPECT_EQ(DelArpEntry(nullptr), -1);
-    EXPECT_THAT(log_.Take(), ElementsAre("RuleCheck: ExecCmd pchRule is NULL!", "AddArpEntry: ptArpInfo is null",
-                                         "DelArpEntry: ptArpInfo is null"));
+    EXPECT_EQ(Joined(log_.Take()),
+              "RuleCheck: ExecCmd pchRule is NULL!; AddArpEntry: ptArpInfo is null; DelArpEntry: ptArpInfo is null");
 }
 
 // Whole or not at all: no line is run with a text that was cut.
 TEST_F(Firewall, TextsOfEveryLength) {
-    const std::pair<u32, std::string> commands[] = {{0x1005, Chain(3, "")}, {0x1008, Number(3)}};
-    for (const auto& [type, record] : commands) {
+    for (const auto& [type, record] : {std::pair{0x1005U, Chain(3, "")}, std::pair{0x1008U, Number(3)}}) {
         for (const std::size_t length : {1U, 255U, 930U, 940U, 945U, 950U, 960U, 970U, 975U, 1000U, 3050U}) {
+            SCOPED_TRACE(std::to_string(type) + " length " + std::to_string(length));
             const std::string text(length, 'x');
             const i32 status = tools_.Status(type, record + text);
             const Lines runs = tools_.TakeRuns();
-            const bool ran = !runs.empty();
-            EXPECT_THAT(runs, Each(HasSubstr(text))) << std::hex << type << std::dec << " length " << length;
-            EXPECT_EQ(status, runs.size() == 2 ? 0 : -1) << std::hex << type << std::dec << " length " << length;
-            EXPECT_TRUE(length > 930 ? length < 1000 || !ran : ran) << type << " length " << length;
+            EXPECT_THAT(runs, testing::Each(testing::HasSubstr(text)));
+            EXPECT_EQ(status, runs.size() == 2 ? 0 : -1);
+            EXPECT_TRUE(length > 930 ? length < 1000 || runs.empty() : !runs.empty());
         }
-        const std::string name = kNames.at(type).function;
-        EXPECT_THAT(log_.Take(), Contains(StartsWith(name + "the command is too long:")));
+        const std::string line = kNames.at(type).function + "the command is too long:";
+        EXPECT_THAT(log_.Take(), testing::Contains(testing::StartsWith(line)));
     }
 }
 
@@ -397,10 +370,9 @@ TEST_F(Firewall, PayloadsOfEveryLength) {
     for (const auto& [type, names] : kNames) {
         for (std::size_t length = 0; length <= 3072; ++length) {
             std::string payload = Padded(Number(1), length);
-            const bool isText = length % 2 == 0;
-            for (std::size_t i = isText ? 4 : 0; i < length; ++i)
-                payload[i] = isText ? 'x' : static_cast<char>(random());
-            ASSERT_EQ(tools_.Status(type, payload), -1) << std::hex << type << std::dec << " length " << length;
+            for (std::size_t i = length % 2 == 0 ? 4 : 0; i < length; ++i)
+                payload[i] = length % 2 == 0 ? 'x' : static_cast<char>(random());
+            ASSERT_EQ(tools_.Status(type, payload), -1) << type << " length " << length;
         }
     }
 }

@@ -18,6 +18,7 @@
 #include "tessel/mtu.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
+#include "tests/support/proc.h"
 
 namespace tessel::test {
 namespace {
@@ -100,10 +101,6 @@ long ResidentPages(pid_t pid) {
     return resident;
 }
 
-std::ptrdiff_t OpenDescriptors(pid_t pid) {
-    return std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
-}
-
 TEST(Hostile, HundredThousandRequestsLeaveNothingBehind) {
     const Daemon daemon;
     const auto request = [](int count) {
@@ -112,9 +109,9 @@ TEST(Hostile, HundredThousandRequestsLeaveNothingBehind) {
     };
     request(2000);
     const long pages = ResidentPages(daemon.Pid());
-    const std::ptrdiff_t descriptors = OpenDescriptors(daemon.Pid());
+    const std::ptrdiff_t descriptors = Descriptors(daemon.Pid());
     request(100000);
-    EXPECT_EQ(OpenDescriptors(daemon.Pid()), descriptors);
+    EXPECT_EQ(Descriptors(daemon.Pid()), descriptors);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these keep what was freed
     // A leak of one smallest block a request would be 800 pages.
     EXPECT_LE(ResidentPages(daemon.Pid()), pages + 64);

@@ -18,6 +18,7 @@
 #include "tessel/mtu.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
+#include "tests/support/proc.h"
 
 namespace tessel::test {
 namespace {
@@ -79,15 +80,8 @@ TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
 TEST(Lifecycle, WorkersRunAfterEveryStart) {
     for (int start = 0; start < 15; ++start) {
         const Daemon daemon;
-        const auto namedThreads = [&] {
-            std::ptrdiff_t count = 0;
-            for (const auto& task :
-                 std::filesystem::directory_iterator("/proc/" + std::to_string(daemon.Pid()) + "/task"))
-                count += ReadFile(task.path() / "comm").starts_with("Tessel") ? 1 : 0;
-            return count;
-        };
         // Four that watch for conflicts and the one that follows the kernel; the driver's listener may have ended.
-        EXPECT_TRUE(Eventually([&] { return namedThreads() >= 5; })) << start;
+        EXPECT_TRUE(Eventually([&] { return Threads(daemon.Pid(), "Tessel") >= 5; })) << start;
     }
 }
 

@@ -5,15 +5,15 @@
 
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "client/libtessel.h"
 #include "core/ipc.h"
+#include "tests/support/arp.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
 #include "tests/support/files.h"
+#include "tests/support/listener.h"
 
 namespace tessel::test {
 namespace {
@@ -22,25 +22,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 
-using namespace std::string_literals;
-
-const std::string kOwnMac = "\x02\0\0\0\0\0"s;
-const std::string kPeerMac = "\x02\0\0\0\x01\x77"s;
-const std::string kBroadcast(6, '\xff');
-const std::string kNoMac(6, '\0');
-const std::string kNoIp(4, '\0');
-const std::string kFirst = "\xc0\xa8\x01\x14"s;   // 192.168.1.20
-const std::string kSecond = "\xc0\xa8\x01\x15"s;  // 192.168.1.21
 const std::string kForeign = "\xc0\xa8\x01\x63"s;
-
-std::string Arp(char operation, const std::string& senderMac, const std::string& senderIp, const std::string& targetMac,
-                const std::string& targetIp) {
-    return "\0\x01\x08\0\x06\x04\0"s + operation + senderMac + senderIp + targetMac + targetIp;
-}
-
-std::string Frame(const std::string& destination, const std::string& source, const std::string& arp) {
-    return destination + source + "\x08\x06"s + arp;
-}
 
 // The two answers of the device.
 std::string Defence(const std::string& ip, const std::string& peerMac = kPeerMac) {
@@ -50,32 +32,14 @@ std::string ProbeAnswer(const std::string& ip) {
     return Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, ip, kPeerMac, kNoIp));
 }
 
-std::string Report(u16 family, const std::string& address) {
-    return "eth0"s + std::string(12, '\0') + static_cast<char>(family) + "\0\0\0"s + address +
-           std::string(16 - address.size(), '\0') + kOwnMac;
-}
-
-class Reports {
+class Reports : public Listener {
   public:
-    explicit Reports(const char* name) {
-        EXPECT_EQ(tessel_listener_open(name, 0, &listener_), TESSEL_OK);
-    }
-    ~Reports() {
-        tessel_listener_close(listener_);
-    }
-    Reports(const Reports&) = delete;
-    Reports& operator=(const Reports&) = delete;
-
+    using Listener::Listener;
     // "TYPE:PAYLOAD"; empty when none comes in time.
     [[nodiscard]] std::string Next(int timeoutMs = 10000) {
-        const auto event = std::make_unique<tessel_event>();
-        if (tessel_listener_next(listener_, event.get(), timeoutMs) != TESSEL_OK) return "";
-        return std::to_string(event->type) + ":" +
-               std::string(reinterpret_cast<const char*>(event->payload), event->size);
+        if (Listener::Next(timeoutMs) < 0) return "";
+        return std::to_string(event.type) + ":" + std::string(reinterpret_cast<const char*>(event.payload), event.size);
     }
-
-  private:
-    tessel_listener* listener_ = nullptr;
 };
 
 void Switch(u32 code, u16 family) {

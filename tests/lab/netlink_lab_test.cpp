@@ -14,18 +14,28 @@
 #include <thread>
 
 #include "tessel/priority.h"
+#include "tests/support/arp.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
 #include "tests/support/files.h"
+#include "tests/support/lines.h"
 
 namespace tessel::test {
 namespace {
 
-using testing::ElementsAre;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 using testing::HasSubstr;
 
-void SetPriorities(const TNetPrioParamList& priorities) {
-    ASSERT_EQ(RequestStatus(0x11C, Bytes(priorities)), 0);
+// Of eth0, eth1 ...
+void SetPriorities(std::initializer_list<i32> priorities) {
+    TNetPrioParamList list{};
+    for (const i32 priority : priorities) {
+        TNetPrioParam& entry = list.atPrio[list.dwNum];
+        strcpy(entry.achDevName, ("eth" + std::to_string(list.dwNum++)).c_str());
+        entry.nPriority = priority;
+    }
+    ASSERT_EQ(RequestStatus(0x11C, Bytes(list)), 0);
 }
 
 // The IPv4 default routes of the main table, rebuilt from each message of the kernel.
@@ -39,10 +49,11 @@ class DefaultRoutes {
         EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     }
 
-    // Routes of an interface now, as "192.168.1.1 metric 10".
-    std::set<std::string> Of(const char* interfaceName) {
+    // Routes of an interface now, as "192.168.1.1 metric 10; 192.168.1.2".
+    std::string Of(const char* interfaceName) {
         ReadAll();
-        return routes_[if_nametoindex(interfaceName)];
+        const std::set<std::string>& routes = routes_[if_nametoindex(interfaceName)];
+        return Joined({routes.begin(), routes.end()});
     }
 
     // The least number of routes that an interface had between two calls, after each message.
@@ -98,60 +109,52 @@ TEST(NetlinkLab, ADefaultRouteWithoutMetricGetsItsInterfaces) {
         << "a wired interface that is down at the start is brought up";
     DefaultRoutes routes;
     RunOnDevice("ip route add default via 192.168.1.1 dev eth0");
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-    EXPECT_THAT(routes.Of("eth0"), ElementsAre("192.168.1.1")) << "without priorities nothing is touched";
+    std::this_thread::sleep_for(milliseconds(2500));
+    EXPECT_EQ(routes.Of("eth0"), "192.168.1.1") << "without priorities nothing is touched";
     RunOnDevice("ip route del default");
 
-    SetPriorities(
-        {.dwNum = 2, .atPrio = {{.achDevName = "eth0", .nPriority = 10}, {.achDevName = "eth1", .nPriority = 0}}});
+    SetPriorities({10, 0});
     RunOnDevice("ip route add 10.0.0.0/8 via 192.168.1.1 && ip route add default via 192.168.1.1 table 100");
     RunOnDevice("ip route add default via 192.168.1.1 dev eth0");
     (void)routes.FewestOf("eth0");
-    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == std::set<std::string>{"192.168.1.1 metric 10"}; }));
+    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == "192.168.1.1 metric 10"; }));
     EXPECT_EQ(routes.FewestOf("eth0"), 1U) << "never without one";
     EXPECT_THAT(OutputOf("ip route show"), HasSubstr("10.0.0.0/8 via 192.168.1.1 dev eth0 \n"));
     EXPECT_EQ(OutputOf("ip route show table 100"), "default via 192.168.1.1 dev eth0 \n");
 
     RunOnDevice("ip route add default via 192.168.2.1 dev eth1");
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-    EXPECT_THAT(routes.Of("eth1"), ElementsAre("192.168.2.1")) << "a priority of 0 is none";
+    std::this_thread::sleep_for(milliseconds(2500));
+    EXPECT_EQ(routes.Of("eth1"), "192.168.2.1") << "a priority of 0 is none";
 }
 
 TEST(NetlinkLab, ADefaultRouteIsNeverLost) {
     RunOnDevice("for i in 0 1 2; do ip addr add 192.168.$i.20/24 dev eth$i; done");
     const Daemon daemon;
-    TNetPrioParamList priorities{.dwNum = 3,
-                                 .atPrio = {{.achDevName = "eth0", .nPriority = 10},
-                                            {.achDevName = "eth1", .nPriority = 11},
-                                            {.achDevName = "eth2", .nPriority = 12}}};
-    SetPriorities(priorities);
+    SetPriorities({10, 11, 12});
     DefaultRoutes routes;
     // Each within the two seconds that are waited. Here a command gives the route its metric.
     RunOnDevice("ip route add default via 192.168.2.1 dev eth2");
-    priorities.atPrio[2].nPriority = 22;
-    SetPriorities(priorities);
+    SetPriorities({10, 11, 22});
     RunOnDevice("ip route add default via 192.168.1.1 dev eth1 && ip route replace default via 192.168.1.2 dev eth1");
     RunOnDevice("ip route append default via 192.168.0.1 dev eth0 && ip route del default dev eth0");
     RunOnDevice("ip route append default via 192.168.0.1 dev eth0");
-    for (const char* const name : {"eth0", "eth1", "eth2"})
-        EXPECT_EQ(routes.Of(name).size(), 1U);
-    for (const char* const name : {"eth0", "eth1", "eth2"})
+    for (const char* const name : {"eth0", "eth1", "eth2"}) {
+        EXPECT_EQ(Split(routes.Of(name)).size(), 1U);
         (void)routes.FewestOf(name);
+    }
     std::this_thread::sleep_for(std::chrono::seconds(5));
-    EXPECT_THAT(routes.Of("eth0"), ElementsAre("192.168.0.1 metric 10"));
-    EXPECT_THAT(routes.Of("eth1"), ElementsAre("192.168.1.2 metric 11"));
-    EXPECT_THAT(routes.Of("eth2"), ElementsAre("192.168.2.1 metric 22"));
+    EXPECT_EQ(routes.Of("eth0"), "192.168.0.1 metric 10");
+    EXPECT_EQ(routes.Of("eth1"), "192.168.1.2 metric 11");
+    EXPECT_EQ(routes.Of("eth2"), "192.168.2.1 metric 22");
     for (const char* const name : {"eth0", "eth1", "eth2"})
         EXPECT_EQ(routes.FewestOf(name), 1U) << name << " was without one";
 }
 
 // True when the daemon defends the address against another host's claim.
 bool IsDefended(const FarLink& peer, const std::string& ip) {
-    const std::string claim =
-        std::string("\0\x01\x08\0\x06\x04\0\x01\x02\0\0\0\x01\x77", 14) + ip + std::string(6, '\0') + ip;
-    peer.Send(std::string(6, '\xff') + std::string("\x02\0\0\0\x01\x77\x08\x06", 8) + claim);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
-    while (std::chrono::steady_clock::now() < deadline) {
+    peer.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, ip, kNoMac, ip)));
+    const auto deadline = steady_clock::now() + milliseconds(200);
+    while (steady_clock::now() < deadline) {
         const std::string frame = peer.Next(50);
         if (frame.size() >= 32 && frame[21] == 2 && frame.compare(28, 4, ip) == 0) return true;
     }
@@ -160,15 +163,11 @@ bool IsDefended(const FarLink& peer, const std::string& ip) {
 
 const std::string kAdded = "\xc0\xa8\x01\x16";  // 192.168.1.22
 
-std::string LogText() {
-    return ReadFile("/var/log/messages");
-}
-
 TEST(NetlinkLab, WhatAnOverrunLosesIsLookedUp) {
     RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
     const Daemon daemon;
     const FarLink peer("far0", ETH_P_ARP);
-    SetPriorities({.dwNum = 1, .atPrio = {{.achDevName = "eth0", .nPriority = 10}}});
+    SetPriorities({10});
     kill(daemon.Pid(), SIGSTOP);
     RunOnDevice(
         "for i in $(seq 1 3000); do echo addr add 10.9.$((i/250)).$((i%250+1))/32 dev eth0; echo addr del "
@@ -176,13 +175,14 @@ TEST(NetlinkLab, WhatAnOverrunLosesIsLookedUp) {
     DefaultRoutes routes;
     RunOnDevice("ip addr add 192.168.1.22/24 dev eth0 && ip route add default via 192.168.1.1 dev eth0");
     kill(daemon.Pid(), SIGCONT);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = steady_clock::now();
     EXPECT_TRUE(Request(0x112, std::string("lo") + std::string(14, '\0')).has_value());
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << "requests do not wait for it";
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(2)) << "requests do not wait for it";
     EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); }));
     EXPECT_FALSE(IsDefended(peer, "\x0a\x09\x01\x02"));
-    EXPECT_THAT(LogText(), HasSubstr("netlink messages were lost")) << "the burst was too short for this test";
-    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == std::set<std::string>{"192.168.1.1 metric 10"}; }));
+    EXPECT_THAT(ReadFile("/var/log/messages"), HasSubstr("netlink messages were lost"))
+        << "the burst was too short for this test";
+    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == "192.168.1.1 metric 10"; }));
 }
 
 // Nothing but IPv4: addresses of the other family come by themselves, a second or two after an interface.
@@ -211,7 +211,7 @@ TEST(NetlinkLab, ChangesAreGathered) {
     PrepareInet();
     NoteReads("-V");
     const Daemon daemon;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+    std::this_thread::sleep_for(milliseconds(1300));
     EXPECT_EQ(Reads(), 1U) << "the start";
 
     WriteFile("/tmp/tesseldebug", "");
@@ -219,17 +219,11 @@ TEST(NetlinkLab, ChangesAreGathered) {
         "for i in $(seq 1 100); do echo addr add 10.9.0.$i/32 dev eth0; echo addr del 10.9.0.$i/32 dev eth0; done | "
         "ip -batch -");
     const auto noted = [] {
-        const std::string log = LogText();
-        int count = 0;
-        for (std::size_t at = 0; (at = log.find("TesselRouteMonitorThread detect ip change", at)) != std::string::npos;
-             ++at)
-            ++count;
-        return count;
+        return Split(ReadFile("/var/log/messages"), "TesselRouteMonitorThread detect ip change").size() - 1;
     };
-    EXPECT_TRUE(Eventually([&] { return noted() == 200; })) << "each change is noted at once: " << noted();
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    EXPECT_GE(Reads(), 2U);
-    EXPECT_LE(Reads(), 4U) << "a burst";
+    EXPECT_TRUE(Eventually([&] { return noted() == 200U; })) << "each change is noted at once: " << noted();
+    std::this_thread::sleep_for(milliseconds(500));
+    EXPECT_THAT(Reads(), testing::AllOf(testing::Ge(2U), testing::Le(4U))) << "a burst";
 
     const std::size_t before = Reads();
     RunOnDevice(
@@ -238,13 +232,13 @@ TEST(NetlinkLab, ChangesAreGathered) {
     EXPECT_GE(Reads(), before + 2) << "changes that do not pause";
 
     const FarLink peer("far0", ETH_P_ARP);
-    SetPriorities({.dwNum = 1, .atPrio = {{.achDevName = "eth0", .nPriority = 10}}});
+    SetPriorities({10});
     DefaultRoutes routes;
     RunOnDevice("ip route add default via 192.168.1.1 dev eth0 && ip addr add 192.168.1.22/24 dev eth0");
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = steady_clock::now();
     EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); }));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1700)) << "no route holds it up";
-    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == std::set<std::string>{"192.168.1.1 metric 10"}; }));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(1700)) << "no route holds it up";
+    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == "192.168.1.1 metric 10"; }));
 }
 
 TEST(NetlinkLab, AnAddressThatComesWhileTheTableIsBuilt) {

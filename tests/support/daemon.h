@@ -18,6 +18,16 @@ std::string_view Bytes(const Record& record) {
     return {reinterpret_cast<const char*>(&record), sizeof(record)};
 }
 
+inline std::string Number(u32 value) {
+    return std::string(Bytes(value));
+}
+
+// With zeros behind it, or cut: so many bytes.
+inline std::string Padded(std::string text, std::size_t bytes) {
+    text.resize(bytes);
+    return text;
+}
+
 // Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,
 // header included. Nothing when no connection could be made.
 std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload);

@@ -6,14 +6,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "core/process.h"
 #include "tests/support/files.h"
+#include "tests/support/lines.h"
 
 namespace tessel::test {
 
@@ -33,19 +34,18 @@ class StandInClients {
         setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
     }
 
-    // What was noted since the last call, once there are so many lines.
-    std::vector<std::string> Take(std::size_t count) {
+    // What was noted since the last call, once there are so many lines: sorted, and joined by "; ".
+    std::string Take(std::size_t count) {
         std::vector<std::string> lines;
         EXPECT_TRUE(Eventually([&] {
-            std::istringstream noted(ReadFile(directory_ + "/noted"));
-            lines.clear();
-            for (std::string line; std::getline(noted, line);)
-                lines.push_back(line);
+            lines = Split(ReadFile(directory_ + "/noted"), "\n");
+            if (!lines.empty()) lines.pop_back();  // what stands behind the last end of a line
             return lines.size() >= taken_ + count;
         })) << count;
         lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(taken_, lines.size())));
         taken_ += lines.size();
-        return lines;
+        std::sort(lines.begin(), lines.end());
+        return Joined(lines);
     }
 
     // The process of a program on an interface; 0 when there is none.

@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -18,9 +17,7 @@ constexpr u32 kGetStatus = 0x804;
 constexpr u32 kStopAll = 0x805;
 
 inline std::string NameRequest(const char* interfaceName, u16 family = 2) {
-    TNetDhcpsReq request{.achDevName = {}, .wSinFamily = family};
-    strncpy(request.achDevName, interfaceName, sizeof(request.achDevName));
-    return std::string(Bytes(request));
+    return Padded(interfaceName, 16).append(Bytes(family));
 }
 
 inline TNetDhcpsConf ServerConf(u32 prefixBits = 24, const std::vector<const char*>& dnsServers = {}) {

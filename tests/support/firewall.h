@@ -9,15 +9,6 @@
 
 namespace tessel::test {
 
-inline std::string Number(u32 value) {
-    return std::string(Bytes(value));
-}
-
-inline std::string Padded(std::string text, std::size_t bytes) {
-    text.resize(bytes);
-    return text;
-}
-
 inline std::string Chain(u16 protocols, const std::string& name) {
     return std::string(Bytes(protocols)) + name;
 }

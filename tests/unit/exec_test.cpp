@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
@@ -12,68 +11,48 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
 #include <cstddef>
-#include <initializer_list>
-#include <string>
-#include <vector>
 
 #include "core/exec_seam.h"
 #include "core/process.h"
 #include "tests/support/files.h"
+#include "tests/support/lines.h"
 
+namespace tessel::test {
 namespace {
 
-using testing::ElementsAre;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
 using testing::HasSubstr;
 
-std::vector<std::string> Split(std::string line, u32 maxLen, i32* result) {
-    char* argv[tessel::kCommandWordsMax + 1] = {};
-    *result = TesselBufToArgv(line.data(), argv, tessel::kCommandWordsMax, maxLen, ' ');
-    std::vector<std::string> words;
-    for (char** word = argv; *word != nullptr; ++word)
-        words.emplace_back(*word);
-    return words;
-}
-
-TEST(BufToArgv, SplitsAtRunsOfBlanks) {
-    i32 result = -1;
-    EXPECT_THAT(Split("ip  ip   addr ", 100, &result), ElementsAre("ip", "ip", "addr"));
-    EXPECT_EQ(result, 0);
-    EXPECT_THAT(Split(" ip", 100, &result), ElementsAre("", "ip"));
-    EXPECT_EQ(result, 0);
-}
-
-TEST(BufToArgv, RefusesTooManyWordsAndTooLongLines) {
+TEST(BufToArgv, SplitsAtRunsOfBlanksWhatIsNotTooMuch) {
     std::string words63;
     for (int i = 0; i < 63; ++i)
-        words63 += "w ";
-    i32 result = -1;
-    EXPECT_EQ(Split(words63, 1000, &result).size(), 63U);
-    EXPECT_EQ(result, 0);
-    Split(words63 + "w", 1000, &result);
-    EXPECT_EQ(result, -1);
-
-    Split("12345", 6, &result);
-    EXPECT_EQ(result, 0);
-    Split("12345", 5, &result);
-    EXPECT_EQ(result, -1);
-    Split("12345", 0, &result);
-    EXPECT_EQ(result, -1);
-}
-
-i32 RunLine(std::string line) {
-    return ExecCmd(line.data(), static_cast<u32>(line.size() + 1), 0);
-}
-
-TEST(ExecCmd, TellsWhetherTheToolSucceeded) {
-    struct Case {
-        const char* description;
-        const char* line;
-        i32 expected;
+        words63 += i == 0 ? "w" : " w";
+    const std::tuple<std::string, u32, i32, std::string> rows[] = {
+        // with the words where it is not too much
+        {"ip  ip   addr ", 100, 0, "ip; ip; addr"},
+        {" ip", 100, 0, "; ip"},
+        {words63 + " ", 1000, 0, Joined(Split(words63, " "))},
+        {words63 + " w", 1000, -1, ""},
+        {"12345", 6, 0, "12345"},
+        {"12345", 5, -1, ""},
+        {"12345", 0, -1, ""},
     };
-    const Case cases[] = {
+    for (const auto& [text, maxLen, result, expected] : rows) {
+        std::string line = text;
+        char* argv[kCommandWordsMax + 1] = {};
+        EXPECT_EQ(TesselBufToArgv(line.data(), argv, kCommandWordsMax, maxLen, ' '), result) << text;
+        std::vector<std::string> words;
+        for (char** word = argv; *word != nullptr; ++word)
+            words.emplace_back(*word);
+        EXPECT_EQ(result == 0 ? Joined(words) : "", expected);
+    }
+}
+
+TEST(ExecCmd, ReportsWhetherTheToolSucceeded) {
+    const std::tuple<const char*, std::string, i32> rows[] = {
         {"success", "true true", 0},
         {"failure", "false false", -1},
         {"no such program", "no-such-program no-such-program", -1},
@@ -81,15 +60,18 @@ TEST(ExecCmd, TellsWhetherTheToolSucceeded) {
         {"nothing at all", "", -1},
         {"killed by a signal: its exit status is 0", "perl perl -e kill(9,$$)", 0},
     };
-    for (const Case& row : cases)
-        EXPECT_EQ(RunLine(row.line), row.expected) << row.description;
+    for (const auto& [description, text, expected] : rows) {
+        std::string line = text;
+        EXPECT_EQ(ExecCmd(line.data(), static_cast<u32>(line.size() + 1), 0), expected) << description;
+    }
     EXPECT_EQ(ExecCmd(nullptr, 0, 0), -1);
 }
 
 class CapturedOutput : public testing::Test {
   protected:
-    // Runs a shell script of one word: blanks are written ${IFS}.
-    i32 RunScript(const std::string& script) {
+    // Runs a shell script. In a line of one word, blanks are tabs.
+    i32 RunScript(std::string script) {
+        std::replace(script.begin(), script.end(), ' ', '\t');
         std::string line = "sh sh -c " + script;
         buffer.assign(kBytes + 1, '#');
         return TesselExecCmdAndGetOutput(line.data(), 1000, buffer.data(), kBytes);
@@ -103,18 +85,16 @@ class CapturedOutput : public testing::Test {
 };
 
 TEST_F(CapturedOutput, HoldsBothStreamsAlsoAfterAFailure) {
-    EXPECT_EQ(RunScript("echo${IFS}out;echo${IFS}err>&2;exit${IFS}3"), -1);
+    EXPECT_EQ(RunScript("echo out;echo err>&2;exit 3"), -1);
     EXPECT_EQ(Output(), "out\nerr\n");
 }
 
+// More than a pipe holds does not block the tool.
 TEST_F(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
-    EXPECT_EQ(RunScript("printf${IFS}%02000d${IFS}0"), 0);
-    EXPECT_EQ(buffer, std::string(kBytes, '0') + '#');
-}
-
-TEST_F(CapturedOutput, MoreThanAPipeHoldsDoesNotBlockTheTool) {
-    EXPECT_EQ(RunScript("head${IFS}-c${IFS}5000000${IFS}/dev/zero|tr${IFS}'\\0'${IFS}x"), 0);
-    EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
+    for (const char* script : {"printf %02000d 0", "head -c 5000000 /dev/zero|tr '\\0' 0"}) {
+        EXPECT_EQ(RunScript(script), 0);
+        EXPECT_EQ(buffer, std::string(kBytes, '0') + '#');
+    }
 }
 
 // A signal that is handled meanwhile is not taken for the end of the output.
@@ -125,7 +105,7 @@ TEST_F(CapturedOutput, SurvivesSignals) {
     constexpr itimerval kEveryMillisecond{.it_interval = {.tv_sec = 0, .tv_usec = 1000},
                                           .it_value = {.tv_sec = 0, .tv_usec = 1000}};
     setitimer(ITIMER_REAL, &kEveryMillisecond, nullptr);
-    EXPECT_EQ(RunScript("sleep${IFS}0.2;head${IFS}-c${IFS}500000${IFS}/dev/zero|tr${IFS}'\\0'${IFS}x"), 0);
+    EXPECT_EQ(RunScript("sleep 0.2;head -c 500000 /dev/zero|tr '\\0' x"), 0);
     constexpr itimerval kOff{};
     setitimer(ITIMER_REAL, &kOff, nullptr);
     EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
@@ -133,10 +113,10 @@ TEST_F(CapturedOutput, SurvivesSignals) {
 
 // A tool may leave a service behind that has inherited the pipe, silent or talkative.
 TEST_F(CapturedOutput, DoesNotWaitForWhatTheToolLeavesRunning) {
-    for (const char* service : {"sleep${IFS}60", "yes"}) {
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(RunScript(std::string("echo${IFS}started;") + service + "&"), 0);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << service;
+    for (const char* service : {"sleep 60", "yes"}) {
+        const auto start = steady_clock::now();
+        EXPECT_EQ(RunScript(std::string("echo started;") + service + "&"), 0);
+        EXPECT_LT(steady_clock::now() - start, seconds(10)) << service;
         EXPECT_THAT(Output(), HasSubstr("started\n"));
     }
 }
@@ -148,7 +128,7 @@ TEST_F(CapturedOutput, ToolsStartWithoutTheDaemonsSignalSettings) {
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     for (const int ignored : {SIGPIPE, SIGHUP, SIGINT, SIGUSR1, SIGRTMIN})
         signal(ignored, SIG_IGN);
-    EXPECT_EQ(RunScript("grep${IFS}-E${IFS}'Sig(Blk|Ign)'${IFS}/proc/self/status"), 0);
+    EXPECT_EQ(RunScript("grep -E 'Sig(Blk|Ign)' /proc/self/status"), 0);
     pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
     EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN) << "this process keeps its own";
     EXPECT_THAT(Output(), HasSubstr("SigBlk:\t0000000000000000\n"));
@@ -167,24 +147,22 @@ void ForgetPidFds() {
 
 // Once on a kernel that reports the end of a process through a descriptor, and once on an older one.
 TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
-    tessel::g_toolLimit = std::chrono::milliseconds(700);
+    g_toolLimit = milliseconds(700);
     for (const bool hasPidFds : {true, false}) {
         if (!hasPidFds) ForgetPidFds();
-        EXPECT_EQ(RunScript("echo${IFS}out;exec\t>&-\t2>&-;sleep${IFS}0.3;exit${IFS}3"), -1);
+        EXPECT_EQ(RunScript("echo out;exec >&- 2>&-;sleep 0.3;exit 3"), -1);
         EXPECT_EQ(Output(), "out\n");
-        auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(RunScript("echo${IFS}started;sleep${IFS}60&"), 0);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600)) << hasPidFds;
-        for (const char* endless :
-             {"trap${IFS}''${IFS}TERM;sleep${IFS}4712", "yes", "exec\t>&-\t2>&-;sleep${IFS}4712"}) {
-            start = std::chrono::steady_clock::now();
+        auto start = steady_clock::now();
+        EXPECT_EQ(RunScript("echo started;sleep 60&"), 0);
+        EXPECT_LT(steady_clock::now() - start, milliseconds(600)) << hasPidFds;
+        for (const char* endless : {"trap '' TERM;sleep 4712", "yes", "exec >&- 2>&-;sleep 4712"}) {
+            start = steady_clock::now();
             EXPECT_EQ(RunScript(endless), -1) << endless;
-            EXPECT_GE(std::chrono::steady_clock::now() - start, tessel::g_toolLimit) << endless;
-            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << endless;
+            EXPECT_GE(steady_clock::now() - start, g_toolLimit) << endless;
+            EXPECT_LT(steady_clock::now() - start, seconds(5)) << endless;
         }
-        EXPECT_TRUE(tessel::test::Eventually([] {
-            return GetServicePidFromCmdline("/proc/", "sleep 4712", nullptr) == 0;
-        })) << "its children are killed, too";
+        EXPECT_TRUE(Eventually([] { return GetServicePidFromCmdline("/proc/", "sleep 4712", nullptr) == 0; }))
+            << "its children are killed, too";
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "and it is reaped";
     }
 }
@@ -193,7 +171,7 @@ TEST_F(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
     rusage before{};
     rusage after{};
     getrusage(RUSAGE_THREAD, &before);
-    EXPECT_EQ(RunScript("sleep${IFS}1"), 0);
+    EXPECT_EQ(RunScript("sleep 1"), 0);
     getrusage(RUSAGE_THREAD, &after);
     EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 10);
 }
@@ -201,11 +179,11 @@ TEST_F(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
 // What a started program finds, as it says itself in a file.
 std::string FoundBy(const char* script, std::initializer_list<int> blocked) {
     constexpr char kFound[] = "/tmp/found";
-    tessel::CommandLine line;
-    EXPECT_TRUE(tessel::ComposeCommand(line, "sh sh -c %s;mv${IFS}/tmp/new${IFS}%s", script, kFound));
-    EXPECT_EQ(tessel::StartDetached(line, blocked), 0);
-    EXPECT_TRUE(tessel::test::Eventually([&] { return access(kFound, F_OK) == 0; }));
-    const std::string text = tessel::test::ReadFile(kFound);
+    CommandLine line;
+    EXPECT_TRUE(ComposeCommand(line, "sh sh -c %s;mv\t/tmp/new\t%s", script, kFound));
+    EXPECT_EQ(StartDetached(line, blocked), 0);
+    EXPECT_TRUE(Eventually([&] { return access(kFound, F_OK) == 0; }));
+    const std::string text = ReadFile(kFound);
     unlink(kFound);
     return text;
 }
@@ -215,44 +193,43 @@ TEST(StartDetached, LeavesAProgramToItself) {
     ASSERT_GE(inherited, 0);
     for (const int ignored : {SIGHUP, SIGINT, SIGPIPE})
         signal(ignored, SIG_IGN);
-    EXPECT_EQ(FoundBy("readlink${IFS}/proc/$$/fd/*>/tmp/new", {}), "/dev/null\n/tmp/new\n/dev/null\n");
+    EXPECT_EQ(FoundBy("readlink\t/proc/$$/fd/*>/tmp/new", {}), "/dev/null\n/tmp/new\n/dev/null\n");
     EXPECT_EQ(
         FoundBy(
             "while\tread\t-r\tline;do\tcase\t$line\tin\tSig[BI]*)\techo\t\"$line\";;esac;done</proc/$$/status>/tmp/new",
             {SIGUSR1, SIGUSR2, SIGTERM}),
         "SigBlk:\t0000000000004a00\nSigIgn:\t0000000000000000\n");
-    EXPECT_NE(FoundBy("echo${IFS}$PPID>/tmp/new", {}), std::to_string(getpid()) + "\n");
+    EXPECT_NE(FoundBy("echo\t$PPID>/tmp/new", {}), std::to_string(getpid()) + "\n");
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
     close(inherited);
 }
 
 TEST(StartDetached, LogsWhatWentWrong) {
     testing::internal::CaptureStdout();
-    tessel::test::WriteFile("/tmp/tessellog", "");
-    tessel::CommandLine line;
-    ASSERT_TRUE(tessel::ComposeCommand(line, "no-such-program no-such-program -x"));
-    EXPECT_EQ(tessel::StartDetached(line), 0) << "it was started";
-    EXPECT_EQ(tessel::StartDetached(tessel::CommandLine()), -1) << "nothing to start";
-    EXPECT_EQ(tessel::StartDetachedShell("exit 3"), 0);
+    WriteFile("/tmp/tessellog", "");
+    CommandLine line;
+    ASSERT_TRUE(ComposeCommand(line, "no-such-program no-such-program -x"));
+    EXPECT_EQ(StartDetached(line), 0) << "it was started";
+    EXPECT_EQ(StartDetached(CommandLine()), -1) << "nothing to start";
+    EXPECT_EQ(StartDetachedShell("exit 3"), 0);
     unlink("/tmp/tessellog");
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
                 testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)"));
 }
 
 TEST(ExecShellProcess, GivesExitStatusAndPid) {
-    char name[] = "sh";
-    char option[] = "-c";
-    char script[] = "exit 7";
-    char* argv[] = {name, option, script, nullptr};
+    char words[][7] = {"sh", "-c", "exit 7"};
+    char* argv[] = {words[0], words[1], words[2], nullptr};
     pid_t pid = 0;
     EXPECT_EQ(TesselExecShellProcess("sh", argv, &pid), 7);
     EXPECT_GT(pid, 0);
 }
 
 TEST(ComposeCommand, RefusesWhatDoesNotFit) {
-    tessel::CommandLine line;
-    EXPECT_TRUE(tessel::ComposeCommand(line, "%s", std::string(999, 'x').c_str()));
-    EXPECT_FALSE(tessel::ComposeCommand(line, "%s", std::string(1000, 'x').c_str()));
+    CommandLine line;
+    EXPECT_TRUE(ComposeCommand(line, "%s", std::string(999, 'x').c_str()));
+    EXPECT_FALSE(ComposeCommand(line, "%s", std::string(1000, 'x').c_str()));
 }
 
 }  // namespace
+}  // namespace tessel::test

@@ -2,18 +2,12 @@
 #include "core/worker.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <filesystem>
 #include <functional>
-#include <string>
 #include <vector>
 
 #include "core/exec.h"
@@ -21,15 +15,14 @@
 #include "core/log.h"
 #include "core/notify.h"
 #include "core/text_file.h"
-#include "tests/support/files.h"
+#include "tests/support/proc.h"
 
+namespace tessel::test {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-using tessel::Worker;
-using tessel::test::Eventually;
 
 struct Session {
     std::function<void(Worker&)> body;
@@ -44,90 +37,72 @@ void RunSession(Worker& self, void* argument) {
     session.hasEnded = true;
 }
 
-std::ptrdiff_t Descriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
-std::ptrdiff_t Threads() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-
-// The processes whose command line contains `word`.
-int ProcessesWith(const std::string& word) {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        std::string line = tessel::test::ReadFile(entry.path() / "cmdline");
-        std::replace(line.begin(), line.end(), '\0', ' ');
-        if (line.find(word) != std::string::npos && entry.path().filename() != std::to_string(getpid())) ++count;
-    }
-    return count;
+bool Start(Worker& worker, Session& session) {
+    return worker.Start("worker", &RunSession, &session);
 }
 
 // A listener that has room for no further connection.
 class FullListener {
   public:
     explicit FullListener(const char* name) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        EXPECT_TRUE(tessel::FormSocketAddress(name, address_));
+        EXPECT_TRUE(FormSocketAddress(name, address_));
         unlink(address_.sun_path);
         EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)), 0);
         EXPECT_EQ(listen(fd_.Get(), 0), 0);
         while (true) {
-            tessel::UniqueFd filler(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+            UniqueFd filler(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
             if (connect(filler.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) != 0) break;
             fillers_.push_back(std::move(filler));
         }
     }
 
   private:
-    tessel::UniqueFd fd_;
+    UniqueFd fd_;
     sockaddr_un address_{};
-    std::vector<tessel::UniqueFd> fillers_;
+    std::vector<UniqueFd> fillers_;
 };
 
 TEST(Worker, EndsWhereverItWaits) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const tessel::UniqueFd silentEnd(ends[0]);
-    const tessel::UniqueFd otherEnd(ends[1]);
+    const UniqueFd silentEnd(ends[0]);
+    const UniqueFd otherEnd(ends[1]);
     const FullListener fullListener("ipc_full");
-    const struct {
-        const char* description;
-        std::function<void(Worker&)> body;
-    } rows[] = {
+    const std::pair<const char*, std::function<void(Worker&)>> rows[] = {
         {"sleeping", [](Worker& self) { EXPECT_FALSE(self.Sleep(seconds(60))); }},
         {"waiting for a packet",
-         [&](Worker& self) { EXPECT_EQ(self.WaitFor(silentEnd.Get(), POLLIN, seconds(60)), tessel::Wait::kStopped); }},
-        {"waiting for a file", [](Worker& self) { EXPECT_FALSE(tessel::AwaitFile("/tmp/never", self)); }},
+         [&](Worker& self) { EXPECT_EQ(self.WaitFor(silentEnd.Get(), POLLIN, seconds(60)), Wait::kStopped); }},
+        {"waiting for a file", [](Worker& self) { EXPECT_FALSE(AwaitFile("/tmp/never", self)); }},
         {"running a silent tool that ignores SIGTERM",
          [](Worker&) {
-             tessel::CommandLine line;
-             ASSERT_TRUE(tessel::ComposeCommand(line, "perl perl -e $SIG{TERM}='IGNORE';system('sleep','4711')"));
-             tessel::ToolOutput output;
+             CommandLine line;
+             ASSERT_TRUE(ComposeCommand(line, "perl perl -e $SIG{TERM}='IGNORE';system('sleep','4711')"));
+             ToolOutput output;
              EXPECT_EQ(tessel::Run(line, output), -1);
          }},
-        {"running the shell", [](Worker&) { EXPECT_EQ(tessel::RunShell("sleep 4711; true"), -1); }},
+        {"running the shell", [](Worker&) { EXPECT_EQ(RunShell("sleep 4711; true"), -1); }},
         {"notifying a listener that accepts nothing",
-         [](Worker&) { EXPECT_NE(tessel::Notify(tessel::NoticeSocket("ipc_%s", "full"), 1, u32{5}), 0); }},
-        {"notifying nobody",
-         [](Worker&) { EXPECT_NE(tessel::Notify(tessel::NoticeSocket("ipc_nobody"), 1, u32{5}), 0); }},
+         [](Worker&) { EXPECT_NE(Notify(NoticeSocket("ipc_%s", "full"), 1, u32{5}), 0); }},
+        {"notifying nobody", [](Worker&) { EXPECT_NE(Notify(NoticeSocket("ipc_nobody"), 1, u32{5}), 0); }},
     };
     TESSEL_ERR("opens the log");
     const auto descriptors = Descriptors();
     const auto threads = Threads();
-    for (const auto& row : rows) {
-        Session session{.body = row.body};
+    for (const auto& [description, body] : rows) {
+        Session session{.body = body};
         Worker worker;
-        ASSERT_TRUE(worker.Start("worker", &RunSession, &session)) << row.description;
+        ASSERT_TRUE(Start(worker, session)) << description;
         ASSERT_TRUE(Eventually([&] { return session.hasBegun.load(); }));
-        EXPECT_FALSE(worker.AwaitEnd(milliseconds(200))) << row.description << ": it waits";
+        EXPECT_FALSE(worker.AwaitEnd(milliseconds(200))) << description << ": it waits";
         const auto asked = steady_clock::now();
         worker.AskToEnd();
         worker.AskToEnd();
-        EXPECT_TRUE(worker.AwaitEnd(seconds(10))) << row.description;
-        EXPECT_LT(steady_clock::now() - asked, seconds(2)) << row.description;
-        EXPECT_TRUE(session.hasEnded) << row.description;
+        EXPECT_TRUE(worker.AwaitEnd(seconds(10))) << description;
+        EXPECT_LT(steady_clock::now() - asked, seconds(2)) << description;
+        EXPECT_TRUE(session.hasEnded) << description;
     }
-    EXPECT_TRUE(Eventually([] { return ProcessesWith("4711") == 0; })) << "tools are killed with what they started";
+    EXPECT_TRUE(Eventually([] { return CountWith("/proc", "cmdline", "4711") == 0; }))
+        << "tools are killed with what they started";
     EXPECT_EQ(Descriptors(), descriptors);
     EXPECT_TRUE(Eventually([&] { return Threads() == threads; }));
 }
@@ -148,16 +123,16 @@ TEST(Worker, IsStartedAgainAndJoinedOnce) {
     EXPECT_TRUE(worker.AwaitEnd(milliseconds(0))) << "nothing was started";
     for (int round = 0; round < 50; ++round) {
         session.hasEnded = false;
-        ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+        ASSERT_TRUE(Start(worker, session));
         ASSERT_TRUE(Eventually([&] { return session.hasEnded.load() && !worker.IsRunning(); }));
         EXPECT_TRUE(round % 2 == 0 || worker.AwaitEnd(seconds(1)));
     }
     session.body = [](Worker& self) { (void)self.Sleep(seconds(60)); };
-    ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
-    EXPECT_FALSE(worker.Start("worker", &RunSession, &session)) << "it runs";
+    ASSERT_TRUE(Start(worker, session));
+    EXPECT_FALSE(Start(worker, session)) << "it runs";
     worker.AskToEnd();
     ASSERT_TRUE(worker.AwaitEnd(seconds(5)));
-    ASSERT_TRUE(worker.Start("worker", &RunSession, &session)) << "at once";
+    ASSERT_TRUE(Start(worker, session)) << "at once";
     // Left to the destructor.
 }
 
@@ -171,9 +146,9 @@ TEST(Worker, IsAskedByAnybodyAtAnyTime) {
             worker.AskToEnd();
     }};
     Worker other;
-    ASSERT_TRUE(other.Start("asking", &RunSession, &asking));
+    ASSERT_TRUE(Start(other, asking));
     for (int round = 0; round < 200; ++round) {
-        ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+        ASSERT_TRUE(Start(worker, session));
         ASSERT_TRUE(worker.AwaitEnd(seconds(10)));
     }
     isOver = true;
@@ -201,7 +176,7 @@ TEST(Worker, SleepsItsWholeTimeDespiteSignals) {
         (void)self.Sleep(seconds(60));
     }};
     Worker worker;
-    ASSERT_TRUE(worker.Start("worker", &RunSession, &session));
+    ASSERT_TRUE(Start(worker, session));
     ASSERT_TRUE(Eventually([&] { return thread != 0; }));
     while (!isDone) {
         pthread_kill(thread, SIGUSR2);
@@ -211,3 +186,4 @@ TEST(Worker, SleepsItsWholeTimeDespiteSignals) {
 }
 
 }  // namespace
+}  // namespace tessel::test

@@ -181,7 +181,7 @@ End AwaitEnd(pid_t pid, int pipe, OutputReader* reader) {
         const int lookMs = child.NextLookMs();
         const int leftMs = deadline.LeftMs();
         (void)poll(waited, 3, lookMs < 0 ? leftMs : std::min(lookMs, leftMs));
-        const bool isReadable = waited[0].revents != 0;
+        const bool isReadable = reader != nullptr && waited[0].revents != 0;
         if (isReadable && reader->ReadOnce() == OutputReader::Outcome::kEnd) {
             pipe = -1;
             child.LookSoon();

@@ -208,6 +208,7 @@ void DhcpcProcessThreadV6(tessel::Worker& self, void* session) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written through the reference in Reading
 i32 ParseAddr(char* line, TNetDhcpcLease* lease, u32* pnMsgType) {
     if (line == nullptr) {
         TESSEL_ERR("the address is invalid!");
@@ -216,6 +217,7 @@ i32 ParseAddr(char* line, TNetDhcpcLease* lease, u32* pnMsgType) {
     return TakeLine(line, {*lease, *pnMsgType, CallSite::Current()}) ? 0 : -1;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written through the reference in Reading
 i32 DhcpcReadDhcpcConfFileV6(TDhcpcInfo* ptDhcpcInfo, u32* pnMsgType, tessel::FileIdentity* identity) {
     if (ptDhcpcInfo == nullptr || pnMsgType == nullptr) {
         TESSEL_ERR("ptDhcpcInfo or pnMsgType is NULL!");

@@ -88,7 +88,8 @@ TEST(Worker, EndsWhereverItWaits) {
     TESSEL_ERR("opens the log");
     Session first{.body = [](Worker&) {}};
     Worker before;
-    ASSERT_TRUE(Start(before, first) && before.AwaitEnd(seconds(10)));  // a sanitizer's own thread comes with the first one
+    // A sanitizer starts its own thread with the first one.
+    ASSERT_TRUE(Start(before, first) && before.AwaitEnd(seconds(10)));
     const auto descriptors = Descriptors();
     const auto threads = Threads();
     for (const auto& [description, body] : rows) {

@@ -21,8 +21,8 @@ namespace tessel {
 // The same, whether priority routing is on or off.
 [[nodiscard]] i32 MetricOfInterface(const char* interfaceName);
 
-// Held while default routes are replaced by others: whoever looks at them and then deletes one must not meet another who
-// does the same. Never together with the table's lock.
+// Held while default routes are replaced by others: whoever looks at them and then deletes one must not meet another
+// who does the same. Never together with the table's lock.
 extern std::mutex g_defaultRouteLock;
 
 // A copy of the table; positions without a name are zero. dwNum counts the others.

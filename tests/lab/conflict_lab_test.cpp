@@ -32,6 +32,27 @@ std::string ProbeAnswer(const std::string& ip) {
     return Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, ip, kPeerMac, kNoIp));
 }
 
+// The device's next frame that is no announcement of its own.
+std::string NextAnswer(const FarLink& peer) {
+    std::string frame = peer.Next();
+    while (frame.starts_with(kBroadcast))
+        frame = peer.Next();
+    return frame;
+}
+
+// The device's next frame that begins so; empty when none comes.
+std::string Find(const FarLink& peer, const std::string& begin) {
+    std::string frame = peer.Next();
+    while (!frame.empty() && !frame.starts_with(begin))
+        frame = peer.Next();
+    return frame;
+}
+
+// Announces one of the device's addresses as another host's.
+std::string Claim(const std::string& mac, const std::string& ip, char operation = 1) {
+    return Frame(kBroadcast, mac, Arp(operation, mac, ip, kNoMac, ip));
+}
+
 class Reports : public Listener {
   public:
     using Listener::Listener;
@@ -68,54 +89,47 @@ TEST(ConflictLab, ArpIsAnsweredAndReported) {
     const FarLink peer("far0", ETH_P_ARP);
     const std::string one = "1:" + Report(2, kFirst);
     const std::string two = "2:" + Report(2, kSecond);
-    struct Row {
+    const auto from = [](const std::string& mac, const std::string& arp) { return Frame(kBroadcast, mac, arp); };
+    const std::string announcement = Claim(kPeerMac, kFirst);
+    const struct {
         const char* description;
         std::string frame;
         std::vector<std::string> answers;
         std::vector<std::string> reports;
-    };
-    const auto from = [](const std::string& mac, const std::string& arp) { return Frame(kBroadcast, mac, arp); };
-    const Row announcement = {
-        "announced by a request", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst)), {Defence(kFirst)}, {one}};
-    const Row rows[] = {
-        announcement,
-        {"announced by a reply", from(kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kFirst)), {}, {one}},
+    } rows[] = {
+        {"announced by a request", announcement, {Defence(kFirst)}, {one}},
+        {"announced by a reply", Claim(kPeerMac, kFirst, 2), {}, {one}},
         {"probed for", from(kPeerMac, Arp(1, kPeerMac, kNoIp, kNoMac, kSecond)), {ProbeAnswer(kSecond)}, {}},
         {"probed for with a target MAC", from(kPeerMac, Arp(1, kPeerMac, kNoIp, kOwnMac, kFirst)), {}, {}},
         {"answered to a probe", from(kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kNoIp)), {}, {one}},
         {"the same as a request", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kNoIp)), {}, {}},
         {"the own MAC: every address is defended",
-         from(kOwnMac, Arp(1, kOwnMac, kForeign, kNoMac, kForeign)),
+         Claim(kOwnMac, kForeign),
          {Defence(kFirst, kOwnMac), Defence(kSecond, kOwnMac)},
          {two}},
-        {"own MAC and address", from(kOwnMac, Arp(2, kOwnMac, kFirst, kNoMac, kFirst)), {}, {one, two}},
-        {"another operation", from(kPeerMac, Arp(3, kPeerMac, kFirst, kNoMac, kFirst)), {}, {}},
+        {"own MAC and address", Claim(kOwnMac, kFirst, 2), {}, {one, two}},
+        {"another operation", Claim(kPeerMac, kFirst, 3), {}, {}},
         {"one byte short", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(0, 27)), {}, {}},
         {"no Ethernet", from(kPeerMac, "\0\x06"s + Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(2)), {}, {}},
-        {"foreign addresses", from(kPeerMac, Arp(1, kPeerMac, kForeign, kNoMac, kForeign)), {}, {}},
+        {"foreign addresses", Claim(kPeerMac, kForeign), {}, {}},
     };
     Switch(kOn, TESSEL_FAMILY_INET);
     // A known conflict stands behind each row: what the row brings has come before that one's.
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         peer.Send(row.frame);
-        peer.Send(announcement.frame);
+        peer.Send(announcement);
         std::vector<std::string> answers = row.answers;
         std::vector<std::string> reported = row.reports;
         answers.push_back(Defence(kFirst));
         reported.push_back(one);
-        const auto nextAnswer = [&] {
-            std::string frame = peer.Next();
-            while (frame.starts_with(kBroadcast))  // the daemon's own announcements
-                frame = peer.Next();
-            return frame;
-        };
-        EXPECT_THAT(Take(answers.size(), nextAnswer), ElementsAreArray(answers)) << row.description;
+        EXPECT_THAT(Take(answers.size(), [&] { return NextAnswer(peer); }), ElementsAreArray(answers))
+            << row.description;
         EXPECT_THAT(Take(reported.size(), [&] { return reports.Next(); }), ElementsAreArray(reported))
             << row.description;
     }
     Switch(kOff, TESSEL_FAMILY_INET);
     Switch(kOn, TESSEL_FAMILY_INET6);
-    peer.Send(announcement.frame);
+    peer.Send(announcement);
     EXPECT_EQ(peer.Next(), Defence(kFirst)) << "with the reports switched off too";
     EXPECT_EQ(reports.Next(300), "");
     EXPECT_EQ(RequestStatus(kOn, Bytes(u16{11})), -1);
@@ -126,25 +140,22 @@ TEST(ConflictLab, AddressesAreAnnouncedOnChangesAndAfterConflicts) {
     const Daemon daemon;
     Reports reports(TESSEL_SOCKET_IP_CONFLICT);
     const FarLink peer("far0", ETH_P_ARP);
-    const auto announced = [](const std::string& ip) {
-        return Frame(kBroadcast, kOwnMac, Arp(1, kOwnMac, ip, kNoMac, ip));
-    };
+    const std::string announced = Claim(kOwnMac, kFirst);
     // A daemon that has just started may not follow the kernel yet: a second change finds it listening.
     EXPECT_TRUE(Eventually(
         [&] {
             RunOnDevice("ip addr del 192.168.1.21/24 dev eth0; ip addr add 192.168.1.21/24 dev eth0");
             RunOnDevice("ip addr del 192.168.1.21/24 dev eth0");
-            return peer.Next(6000) == announced(kFirst);
+            return peer.Next(6000) == announced;
         },
         std::chrono::seconds(20)))
         << "in the next cycle";
     while (!peer.Next(6000).empty()) {  // until what these changes owe has been sent
     }
     Switch(kOn, TESSEL_FAMILY_INET);
-    peer.Send(Frame(kBroadcast, kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kFirst)));
+    peer.Send(Claim(kPeerMac, kFirst, 2));
     EXPECT_EQ(reports.Next(), "1:" + Report(2, kFirst));
-    EXPECT_THAT(Take(3, [&] { return peer.Next(); }),
-                ElementsAre(announced(kFirst), announced(kFirst), announced(kFirst)))
+    EXPECT_THAT(Take(3, [&] { return peer.Next(); }), ElementsAre(announced, announced, announced))
         << "three rounds of confirmation";
     EXPECT_EQ(peer.Next(6000), "") << "and no fourth";
 }
@@ -167,11 +178,8 @@ TEST(ConflictLab, OnlyUsableInterfacesTakePart) {
     EXPECT_THAT(log, HasSubstr("ifr_name = eth0, dev_num = 1, ip_num = 2"));
     EXPECT_EQ(log.find("dev_num = 2"), std::string::npos) << "nothing but eth0";
     const FarLink peer("far0", ETH_P_ARP);
-    peer.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst)));
-    std::string answer = peer.Next();
-    while (answer.starts_with(kBroadcast))
-        answer = peer.Next();
-    EXPECT_EQ(answer, Defence(kFirst)) << "what was listed before the long name stays";
+    peer.Send(Claim(kPeerMac, kFirst));
+    EXPECT_EQ(NextAnswer(peer), Defence(kFirst)) << "what was listed before the long name stays";
 }
 
 // A listener that does not accept costs its reports, and nothing else.
@@ -186,20 +194,13 @@ TEST(ConflictLab, AListenerThatDoesNotAccept) {
     ASSERT_EQ(listen(listener.Get(), 0), 0);
     Switch(kOn, TESSEL_FAMILY_INET);
     // The first report takes the one place in the listener's queue, each of the others 8 seconds.
-    const std::string claim = Frame(kBroadcast, kOwnMac, Arp(1, kOwnMac, kFirst, kNoMac, kFirst));
     for (int i = 0; i < 5; ++i)
-        peer.Send(claim);
+        peer.Send(Claim(kOwnMac, kFirst));
     const auto start = std::chrono::steady_clock::now();
-    const auto answered = [&](const std::string& answer) {
-        std::string frame = peer.Next();
-        while (!frame.empty() && frame != answer)
-            frame = peer.Next();
-        return frame == answer;
-    };
+    const auto answered = [&](const std::string& answer) { return Find(peer, answer) == answer; };
     EXPECT_TRUE(answered(Defence(kFirst, kOwnMac))) << "before the packet is reported";
     RunOnDevice("ip addr add 192.168.1.99/24 dev eth0");
-    EXPECT_TRUE(answered(Frame(kBroadcast, kOwnMac, Arp(1, kOwnMac, kForeign, kNoMac, kForeign))))
-        << "a new address is read and announced";
+    EXPECT_TRUE(answered(Claim(kOwnMac, kForeign))) << "a new address is read and announced";
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(7)) << "within a cycle";
     EXPECT_EQ(ReadFile("/var/log/messages").find("IpcCallbackSendAndRecv error"), std::string::npos)
         << "the test has waited too long: the reports have been given up";
@@ -218,28 +219,14 @@ TEST(ConflictLab, TheSameInet6AddressOnTwoHosts) {
     // IPv6 header, then the solicitation with a checksum that the far kernel has accepted when it answers.
     const std::string question = "\x33\x33\xff\0\0\x20"s + kOwnMac + "\x86\xdd"s + "\x60\0\0\0\0\x18\x3a\xff"s +
                                  std::string(16, '\0') + "\xff\x02\0\0\0\0\0\0\0\0\0\x01\xff\0\0\x20"s + "\x87\0"s;
-    std::string seen = peer.Next();
-    while (!seen.empty() && seen.compare(0, question.size(), question) != 0)
-        seen = peer.Next();
+    const std::string seen = Find(peer, question);
     EXPECT_EQ(seen.size(), 78U);
     EXPECT_EQ(seen.substr(62), kOwnInet6);
     EXPECT_EQ(reports.Next(), "1:" + Report(10, kOwnInet6));
 
     // The own MAC in a solicitation from outside, sent twice: reported once in the life of a table.
     const auto solicit = [] {
-        OnFarSide([] {
-            const UniqueFd sender(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6));
-            const int hops = 255;
-            ASSERT_EQ(setsockopt(sender.Get(), IPPROTO_IPV6, IPV6_UNICAST_HOPS, &hops, sizeof(hops)), 0);
-            std::string message = "\x87\0\0\0\0\0\0\0"s + kOwnInet6 + "\x01\x01"s + kOwnMac;
-            sockaddr_in6 target{};
-            target.sin6_family = AF_INET6;
-            target.sin6_scope_id = if_nametoindex("far0");
-            ASSERT_EQ(inet_pton(AF_INET6, "fe80::ff:fe00:0", &target.sin6_addr), 1);
-            ASSERT_GT(sendto(sender.Get(), message.data(), message.size(), 0,
-                             reinterpret_cast<const sockaddr*>(&target), sizeof(target)),
-                      0);
-        });
+        SendIcmpv6("far0", "fe80::ff:fe00:0", "\x87\0\0\0\0\0\0\0"s + kOwnInet6 + "\x01\x01"s + kOwnMac);
     };
     const auto nextMacReport = [&] {
         std::string report = reports.Next();

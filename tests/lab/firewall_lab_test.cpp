@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,6 +11,7 @@
 #include "tests/support/far.h"
 #include "tests/support/files.h"
 #include "tests/support/firewall.h"
+#include "tests/support/lines.h"
 
 namespace tessel::test {
 namespace {
@@ -23,11 +24,8 @@ int Run(const std::string& command) {
 
 // The lines of a tool's output that match a pattern.
 std::vector<std::string> Lines(const std::string& command, const std::string& pattern) {
-    (void)Run(command + " | grep -e '" + pattern + "' > /tmp/lines");
-    std::istringstream text(ReadFile("/tmp/lines"));
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(text, line);)
-        lines.push_back(line);
+    std::vector<std::string> lines = Split(OutputOf(command + " | grep -e '" + pattern + "'"), "\n");
+    if (!lines.empty()) lines.pop_back();  // what stands behind the last end of a line
     return lines;
 }
 
@@ -96,12 +94,16 @@ TEST(FirewallLab, WhiteList) {
     EXPECT_EQ(RequestStatus(0x1004, Number(5)), -1) << "it is off already";
 }
 
+void MakeChains() {
+    for (const char* chain : {"whitelist", "blacklist", "icmppacket"})
+        EXPECT_EQ(RequestStatus(0x1005, Chain(3, chain)), 0) << chain;
+}
+
 TEST(FirewallLab, BlackListEchoRequestsAndPorts) {
     ConnectHosts();
     const Daemon daemon;
     EXPECT_EQ(RequestStatus(0x1003, Number(6)), -1) << "without the chain there is nothing to jump to";
-    for (const char* chain : {"whitelist", "blacklist", "icmppacket"})
-        EXPECT_EQ(RequestStatus(0x1005, Chain(3, chain)), 0);
+    MakeChains();
     EXPECT_EQ(RequestStatus(0x1003, Number(5)), 0);
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(RequestStatus(0x1003, Number(6)), 0) << "which takes the place of the white list";
@@ -146,28 +148,21 @@ TEST(FirewallLab, BlackListEchoRequestsAndPorts) {
 
 // The second host sends datagrams, to a port where nobody listens.
 void Send(const std::string& from, const std::string& to, int port, int count) {
-    std::ostringstream command;
-    command << "printf x | ip netns exec far socat -u - " << (from[0] == '[' ? "UDP6-SENDTO:" : "UDP4-SENDTO:") << to
-            << ':' << port << ",bind=" << from;
     for (int i = 0; i < count; ++i)
-        EXPECT_EQ(Run(command.str()), 0);
+        RunOnDevice("printf x | ip netns exec far socat -u - UDP-SENDTO:" + to + ":" + std::to_string(port) +
+                    ",bind=" + from);
 }
 
 // How many packets a rule has matched. Without its own sysctl for all of them, the kernel prints what LOG rules log in
 // the first network namespace only; in the others it counts it.
-testing::AssertionResult HasMatched(const std::string& program, const std::string& rule, int packets) {
-    std::string counted;
-    const bool isSo = Eventually(
-        [&] {
-            for (const std::string& line : Lines(program + "-save -c", "-A")) {
-                const std::size_t end = line.find("] ");
-                if (line.substr(end + 2) == rule) counted = line.substr(1, line.find(':') - 1);
-            }
-            return counted == std::to_string(packets);
-        },
-        std::chrono::seconds(2));
-    if (isSo) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << rule << " has matched [" << counted << "]";
+void ExpectMatches(const std::string& program, const std::string& rule, int packets) {
+    const auto hasMatched = [&] {
+        const auto lines = Lines(program + "-save -c", "-A");
+        return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+            return line.starts_with("[" + std::to_string(packets) + ":") && line.ends_with("] " + rule);
+        });
+    };
+    EXPECT_TRUE(Eventually(hasMatched, std::chrono::seconds(2))) << rule << "\n" << OutputOf(program + "-save -c");
 }
 
 TEST(FirewallLab, PacketsAreLoggedByTheRulesInTheirOrder) {
@@ -175,8 +170,7 @@ TEST(FirewallLab, PacketsAreLoggedByTheRulesInTheirOrder) {
     // The addresses of a black list have no way to be found.
     RunOnDevice("ip -n far neigh replace 2001:db8::1 lladdr 02:00:00:00:00:00 dev far0 nud permanent");
     const Daemon daemon;
-    for (const char* chain : {"whitelist", "blacklist", "icmppacket"})
-        EXPECT_EQ(RequestStatus(0x1005, Chain(3, chain)), 0);
+    MakeChains();
     EXPECT_EQ(RequestStatus(0x1003, Number(6)), 0);
     EXPECT_EQ(RequestStatus(0x1001, Network(3, 2, "10.0.0.3", 0, "10.0.0.9")), 0);
     EXPECT_EQ(RequestStatus(0x1001, Network(3, 10, "2001:db8::2", 128)), 0);
@@ -190,33 +184,33 @@ TEST(FirewallLab, PacketsAreLoggedByTheRulesInTheirOrder) {
     const std::string range = "-A blacklist -m iprange --src-range 10.0.0.3-10.0.0.9";
     const std::string port = "-A INPUT -p udp -m udp --dport ";
     const std::string far = "-A blacklist -s 2001:db8::2/128";
-    EXPECT_TRUE(HasMatched("iptables", Logged(range, "BLACKLIST"), 3));
-    EXPECT_TRUE(HasMatched("iptables", range + " -j DROP", 3));
-    EXPECT_TRUE(HasMatched("iptables", Logged(port + "5000", "PORTFILTER"), 2)) << "accepted, and logged";
-    EXPECT_TRUE(HasMatched("iptables", port + "5000 -j RETURN", 2));
-    EXPECT_TRUE(HasMatched("iptables", Logged(port + "5001", "PORTFILTER"), 4));
-    EXPECT_TRUE(HasMatched("iptables", port + "5001 -j DROP", 4));
-    EXPECT_TRUE(HasMatched("ip6tables", Logged(far, "BLACKLISTV6"), 2));
-    EXPECT_TRUE(HasMatched("ip6tables", far + " -j DROP", 2));
+    ExpectMatches("iptables", Logged(range, "BLACKLIST"), 3);
+    ExpectMatches("iptables", range + " -j DROP", 3);
+    ExpectMatches("iptables", Logged(port + "5000", "PORTFILTER"), 2);  // accepted, and logged
+    ExpectMatches("iptables", port + "5000 -j RETURN", 2);
+    ExpectMatches("iptables", Logged(port + "5001", "PORTFILTER"), 4);
+    ExpectMatches("iptables", port + "5001 -j DROP", 4);
+    ExpectMatches("ip6tables", Logged(far, "BLACKLISTV6"), 2);
+    ExpectMatches("ip6tables", far + " -j DROP", 2);
 
     // Rules that are inserted end up in front of their LOG rules.
     EXPECT_EQ(RequestStatus(0x1006, Number(2)), 0);
     EXPECT_FALSE(Echoes());
     const std::string echo = "-A icmppacket -p icmp -m icmp --icmp-type 8";
-    EXPECT_TRUE(HasMatched("iptables", echo + " -j DROP", 1));
-    EXPECT_TRUE(HasMatched("iptables", Logged(echo, "ICMPPACKET"), 0));
+    ExpectMatches("iptables", echo + " -j DROP", 1);
+    ExpectMatches("iptables", Logged(echo, "ICMPPACKET"), 0);
     EXPECT_EQ(RequestStatus(0x1002, Number(3) + "02:00:00:00:01:00"), 0);
     Send("10.0.0.2", "10.0.0.1", 5000, 2);
     const std::string mac = "-A blacklist -m mac --mac-source 02:00:00:00:01:00";
-    EXPECT_TRUE(HasMatched("iptables", mac + " -j DROP", 2));
-    EXPECT_TRUE(HasMatched("iptables", Logged(mac, "MACFILTER"), 0));
+    ExpectMatches("iptables", mac + " -j DROP", 2);
+    ExpectMatches("iptables", Logged(mac, "MACFILTER"), 0);
 
     EXPECT_EQ(RequestStatus(0x1003, Number(1)), 0);
     EXPECT_EQ(RequestStatus(0x1001, Network(1, 2, "10.0.0.2", 32)), 0);
     Send("10.0.0.2", "10.0.0.1", 5002, 2);
     Send("10.0.0.3", "10.0.0.1", 5002, 3);
-    EXPECT_TRUE(HasMatched("iptables", "-A whitelist -s 10.0.0.2/32 -j RETURN", 2));
-    EXPECT_TRUE(HasMatched("iptables", "-A whitelist -j DROP", 3));
+    ExpectMatches("iptables", "-A whitelist -s 10.0.0.2/32 -j RETURN", 2);
+    ExpectMatches("iptables", "-A whitelist -j DROP", 3);
 }
 
 TEST(FirewallLab, ArpEntriesReachTheKernel) {

@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,6 +39,15 @@ pid_t ServingPid();
 
 // One well-formed request; the reply's payload, or nothing when there was none.
 std::optional<std::string> Request(u32 type, std::string_view payload);
+
+// The reply as a record, with zeros where it is shorter. There has to be one.
+template <typename Record>
+Record ReplyTo(u32 type, std::string_view payload) {
+    Record record{};
+    const std::string reply = Request(type, payload).value();
+    memcpy(&record, reply.data(), std::min(reply.size(), sizeof(record)));
+    return record;
+}
 
 // The reply's status word; 12345 without a reply.
 i32 RequestStatus(u32 type, std::string_view payload);

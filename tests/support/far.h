@@ -85,6 +85,25 @@ class FarLink {
     UniqueFd fd_;
 };
 
+// A neighbour discovery message from the far side, as from the link itself.
+inline void SendIcmpv6(const char* farInterface, const char* to, std::string_view message) {
+    OnFarSide([&] {
+        const UniqueFd sender(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6));
+        const int hops = 255;
+        for (const int option : {IPV6_MULTICAST_HOPS, IPV6_UNICAST_HOPS})
+            ASSERT_EQ(setsockopt(sender.Get(), IPPROTO_IPV6, option, &hops, sizeof(hops)), 0);
+        sockaddr_in6 target{};
+        target.sin6_family = AF_INET6;
+        target.sin6_scope_id = if_nametoindex(farInterface);
+        ASSERT_EQ(inet_pton(AF_INET6, to, &target.sin6_addr), 1);
+        // Not before the far side's own link-local address has passed duplicate address detection.
+        EXPECT_TRUE(Eventually([&] {
+            return sendto(sender.Get(), message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&target),
+                          sizeof(target)) == static_cast<ssize_t>(message.size());
+        }));
+    });
+}
+
 // A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861).
 inline void AdvertiseRouter(const char* farInterface, const char* prefix) {
     struct {
@@ -100,20 +119,7 @@ inline void AdvertiseRouter(const char* farInterface, const char* prefix) {
     message.network.nd_opt_pi_flags_reserved = ND_OPT_PI_FLAG_ONLINK | ND_OPT_PI_FLAG_AUTO;
     message.network.nd_opt_pi_valid_time = message.network.nd_opt_pi_preferred_time = htonl(86400);
     ASSERT_EQ(inet_pton(AF_INET6, prefix, &message.network.nd_opt_pi_prefix), 1);
-    OnFarSide([&] {
-        const UniqueFd sender(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMPV6));
-        const int hops = 255;
-        ASSERT_EQ(setsockopt(sender.Get(), IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &hops, sizeof(hops)), 0);
-        sockaddr_in6 allNodes{};
-        allNodes.sin6_family = AF_INET6;
-        allNodes.sin6_scope_id = if_nametoindex(farInterface);
-        ASSERT_EQ(inet_pton(AF_INET6, "ff02::1", &allNodes.sin6_addr), 1);
-        // Not before the far side's own link-local address has passed duplicate address detection.
-        EXPECT_TRUE(Eventually([&] {
-            return sendto(sender.Get(), &message, sizeof(message), 0, reinterpret_cast<const sockaddr*>(&allNodes),
-                          sizeof(allNodes)) == static_cast<ssize_t>(sizeof(message));
-        }));
-    });
+    SendIcmpv6(farInterface, "ff02::1", {reinterpret_cast<const char*>(&message), sizeof(message)});
 }
 
 }  // namespace tessel::test

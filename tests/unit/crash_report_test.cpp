@@ -159,27 +159,55 @@ TEST(CrashReport, CallIntoNowhereKeepsItsCallers) {
     ExpectNamesInOrder(trace);
 }
 
-TEST(CrashReport, FaultInsideTheHandlerEndsTheProcess) {
-    for (const int signal : {SIGSEGV, SIGQUIT}) {
-        ExpectEndBySignal(Crash([signal] {
-                              environ =
-                                  reinterpret_cast<char**>(const_cast<int*>(nowhere));  // where a limit is looked for
-                              raise(signal);
-                          }),
-                          SIGSEGV);
-    }
+int Recurse(int depth) {
+    if (depth < 0) return 0;
+    volatile char frame[1 << 16];
+    frame[0] = static_cast<char>(depth);
+    return Recurse(depth + 1) + frame[0];
 }
 
-TEST(CrashReport, StackOverflowEndsTheProcess) {
-    // The handler runs on the stack that has no room left.
-    static std::function<int(int)> recurse;
-    recurse = [](int depth) {
-        volatile char frame[1 << 16];
-        frame[0] = static_cast<char>(depth);
-        return recurse(depth + 1) + frame[0];
+void FaultInsideTheHandlerOf(int signal) {
+    environ = reinterpret_cast<char**>(const_cast<int*>(nowhere));  // where a limit is looked for
+    raise(signal);
+}
+
+// With standard output in a pipe: nobody has its other end, or nobody reads it and it is full.
+void WithPipeAsOutput(bool isFull, void (*crash)()) {
+    int ends[2];
+    if (pipe2(ends, isFull ? O_NONBLOCK : 0) != 0) return;
+    if (!isFull) close(ends[0]);
+    while (isFull && write(ends[1], "x", 1) == 1) {
+    }
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDOUT_FILENO);
+    crash();
+}
+
+TEST(CrashReport, ProcessEndsWhateverKeepsItFromReporting) {
+    const struct {
+        const char* description;
+        const char* crashFile;
+        void (*crash)();
+        int signal;
+    } rows[] = {
+        {"a fault inside the handler of a fault", kCrashFile, [] { FaultInsideTheHandlerOf(SIGSEGV); }, SIGSEGV},
+        {"a fault inside the handler of another", kCrashFile, [] { FaultInsideTheHandlerOf(SIGQUIT); }, SIGSEGV},
+        {"no room on the stack", kCrashFile, [] { returned = Recurse(0); }, SIGSEGV},
+        {"no room on another's", kCrashFile, [] { std::thread([] { returned = Recurse(0); }).join(); }, SIGSEGV},
+        {"nobody at the pipe", "", [] { WithPipeAsOutput(false, [] { raise(SIGPWR); }); }, SIGPWR},
+        {"a full pipe", nullptr, [] { WithPipeAsOutput(true, [] { CrashOuter(nullptr); }); }, SIGSEGV},
+        {"no descriptor left", kCrashFile,
+         [] {
+             const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+             setrlimit(RLIMIT_NOFILE, &none);
+             CrashOuter(nullptr);
+         },
+         SIGSEGV},
     };
-    ExpectEndBySignal(Crash([] { returned = recurse(0); }), SIGSEGV);
-    ExpectEndBySignal(Crash([] { std::thread([] { returned = recurse(0); }).join(); }), SIGSEGV);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.description);
+        ExpectEndBySignal(Crash(row.crash, row.crashFile), row.signal);
+    }
 }
 
 // Garbage where the return addresses were.
@@ -194,39 +222,35 @@ void SmashStack() {
     *nowhere = 1;
 }
 
-TEST(CrashReport, SurvivesBrokenStacksHeldLocksAndPendingCancellation) {
-    ExpectCompleteReport(Crash([] {
-                             volatile std::uintptr_t room[512] = {};
-                             SmashStack();
-                             returned = static_cast<int>(room[0]);
-                         }),
-                         SIGSEGV);
+void SmashStackBelowRoom() {
+    volatile std::uintptr_t room[512] = {};
+    SmashStack();
+    returned = static_cast<int>(room[0]);
+}
 
-    // Another thread holds the loader's lock for ever.
-    ExpectCompleteReport(Crash([] {
-                             static std::atomic<bool> isHeld;
-                             std::thread([] {
-                                 dl_iterate_phdr(
-                                     [](dl_phdr_info*, std::size_t, void*) {
-                                         isHeld = true;
-                                         while (true)
-                                             pause();
-                                         return 0;
-                                     },
-                                     nullptr);
-                             }).detach();
-                             while (!isHeld)
-                                 std::this_thread::yield();
-                             CrashOuter(nullptr);
-                         }),
-                         SIGSEGV);
-    ExpectCompleteReport(Crash([] {
-                             std::thread([] {
-                                 pthread_cancel(pthread_self());
-                                 CrashOuter(nullptr);
-                             }).join();
-                         }),
-                         SIGSEGV);
+void HoldLoadersLockAndCrash() {
+    static std::atomic<bool> isHeld;
+    const auto hold = [](dl_phdr_info*, std::size_t, void*) {
+        isHeld = true;
+        while (true)
+            pause();
+        return 0;
+    };
+    std::thread([&] { dl_iterate_phdr(hold, nullptr); }).detach();
+    while (!isHeld)
+        std::this_thread::yield();
+    CrashOuter(nullptr);
+}
+
+void CrashCancelled() {
+    pthread_cancel(pthread_self());
+    CrashOuter(nullptr);
+}
+
+TEST(CrashReport, SurvivesBrokenStacksHeldLocksAndPendingCancellation) {
+    for (void (*crash)() :
+         {&SmashStackBelowRoom, &HoldLoadersLockAndCrash, +[] { std::thread(CrashCancelled).join(); }})
+        ExpectCompleteReport(Crash(crash), SIGSEGV);
 }
 
 TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
@@ -246,6 +270,11 @@ TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
     EXPECT_EQ(after.sa_handler, SIG_DFL);
 }
 
+void ExpectOneReport(const CrashResult& result, int signal) {
+    ExpectCompleteReport(result, signal);
+    EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
+}
+
 TEST(CrashReport, SecondThreadWaitsForTheFirstOnesReport) {
     const auto signalFirst = [] {
         syscall(SYS_tgkill, getpid(), getpid(), SIGQUIT);
@@ -260,87 +289,43 @@ TEST(CrashReport, SecondThreadWaitsForTheFirstOnesReport) {
             }).detach();
             CrashOuter(nullptr);
         });
-        ExpectCompleteReport(result, SIGSEGV);
-        EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
+        ExpectOneReport(result, SIGSEGV);
     }
 }
 
 TEST(CrashReport, ThreadsThatFaultTogetherLeaveOneReport) {
-    const struct {
-        const char* description;
-        int threads;
-        void (*everySecond)();
-    } rows[] = {
-        {"two faults", 2, nullptr},
-        {"eight faults", 8, nullptr},
-        {"two different signals", 2, [] { raise(SIGQUIT); }},
-        {"eight, of two signals", 8, [] { raise(SIGQUIT); }},
-    };
     for (int round = 0; round < 120 && !HasFailure(); ++round) {
-        const auto& row = rows[round % 4];
-        SCOPED_TRACE(row.description + std::string(", try ") + std::to_string(round / 4));
-        const CrashResult result = Crash([&row] {
-            std::atomic<int> missing = row.threads;
+        const int count = round % 2 == 0 ? 2 : 8;
+        void (*const everySecond)() = round % 4 < 2 ? nullptr : +[] { raise(SIGQUIT); };
+        SCOPED_TRACE(round);
+        const CrashResult result = Crash([&] {
+            std::atomic<int> missing = count;
             std::vector<std::thread> threads;
-            for (int i = 0; i < row.threads; ++i) {
-                threads.emplace_back([&row, &missing, i] {
+            for (int i = 0; i < count; ++i) {
+                threads.emplace_back([&, i] {
                     --missing;
                     while (missing > 0)
                         std::this_thread::yield();
-                    CrashOuter(i % 2 == 0 ? nullptr : row.everySecond);
+                    CrashOuter(i % 2 == 0 ? nullptr : everySecond);
                 });
             }
             for (std::thread& thread : threads)
                 thread.join();
         });
-        ExpectCompleteReport(result, row.everySecond == nullptr ? SIGSEGV : WTERMSIG(result.status));
-        EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
+        ExpectOneReport(result, everySecond == nullptr ? SIGSEGV : WTERMSIG(result.status));
     }
 }
 
 TEST(CrashReport, GoesToStandardOutputWhenTheFileCannotBeOpened) {
     for (const char* crashFile : {"", "/no/such/directory/crash"}) {
-        CrashResult result = Crash(
-            [] {
-                const int output = creat("/tmp/output", 0600);
-                dup2(output, STDOUT_FILENO);
-                CrashOuter(nullptr);
-            },
-            crashFile);
+        const auto crash = [] {
+            dup2(creat("/tmp/output", 0600), STDOUT_FILENO);
+            CrashOuter(nullptr);
+        };
+        CrashResult result = Crash(crash, crashFile);
         result.report = ReadFile("/tmp/output");
         ExpectCompleteReport(result, SIGSEGV);
     }
-    // The other end is closed: what ends the process is still the signal that it reported.
-    ExpectEndBySignal(Crash(
-                          [] {
-                              int ends[2];
-                              if (pipe(ends) != 0) return;
-                              close(ends[0]);
-                              dup2(ends[1], STDOUT_FILENO);
-                              raise(SIGPWR);
-                          },
-                          ""),
-                      SIGPWR);
-    // Nobody reads the other end, and the pipe is full.
-    const CrashResult stuck = Crash(
-        [] {
-            int ends[2];
-            if (pipe2(ends, O_NONBLOCK) != 0) return;
-            while (write(ends[1], "x", 1) == 1) {
-            }
-            fcntl(ends[1], F_SETFL, 0);
-            dup2(ends[1], STDOUT_FILENO);
-            CrashOuter(nullptr);
-        },
-        nullptr);
-    ExpectEndBySignal(stuck, SIGSEGV);
-    // No descriptor is left to open anything with.
-    ExpectEndBySignal(Crash([] {
-                          const rlimit none{.rlim_cur = 0, .rlim_max = 0};
-                          setrlimit(RLIMIT_NOFILE, &none);
-                          CrashOuter(nullptr);
-                      }),
-                      SIGSEGV);
 }
 
 TEST(CrashReport, ChosenSignalsAloneAreHandled) {

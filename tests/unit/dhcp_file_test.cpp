@@ -48,6 +48,7 @@ Read ReadV4(const std::string& text, u32 event = 0) {
 }
 
 TEST(DhcpFile, OfIpv4) {
+    constexpr char kNothing[] = "0.0.0.0 0/0 via 0.0.0.0 0, 0,";
     const struct {
         const char* description;
         std::string text;
@@ -62,12 +63,12 @@ TEST(DhcpFile, OfIpv4) {
         {"items before the event are none, words stand anywhere, one character separates",
          "local=1.1.1.1\nnonsense\nleasesuccess\nmy local 10.0.0.9\nsubnet:255.255.255.255\nleasesuccess\n", 0, 1,
          "10.0.0.9 2/31 via 0.0.0.0 0, 0,"},
-        {"deconfig leaves the event", "deconfig\n", 0x505, 0x505, "0.0.0.0 0/0 via 0.0.0.0 0, 0,"},
-        {"nothing leaves it as well", "", 7, 7, "0.0.0.0 0/0 via 0.0.0.0 0, 0,"},
-        {"failures", "leasefail\n", 0, 2, "0.0.0.0 0/0 via 0.0.0.0 0, 0,"},
-        {"refusals", "nak\n", 0, 3, "0.0.0.0 0/0 via 0.0.0.0 0, 0,"},
-        {"silence", "timeout\n", 0, 4, "0.0.0.0 0/0 via 0.0.0.0 0, 0,"},
-        {"an event with more in its line is none", "leasesuccess \n", 0, 0, "0.0.0.0 0/0 via 0.0.0.0 0, 0,"},
+        {"deconfig leaves the event", "deconfig\n", 0x505, 0x505, kNothing},
+        {"nothing leaves it as well", "", 7, 7, kNothing},
+        {"failures", "leasefail\n", 0, 2, kNothing},
+        {"refusals", "nak\n", 0, 3, kNothing},
+        {"silence", "timeout\n", 0, 4, kNothing},
+        {"an event with more in its line is none", "leasesuccess \n", 0, 0, kNothing},
         {"values that are missing", "leasesuccess\nlocal\nsubnet\nrouter=\nleasetime\ndns", 0, 1,
          "255.255.255.255 2/0 via 255.255.255.255 0, 0, 255.255.255.255 0"},
         {"a mask with a gap", "leasesuccess\nsubnet=255.0.255.0\n", 0, 1, "0.0.0.0 0/-1 via 0.0.0.0 0, 0,"},
@@ -155,21 +156,16 @@ TEST(DhcpFile, OfRandomBytes) {
 // Its own head moves while it looks for a record's predecessor.
 TEST(DhcpRegistry, ForgetsWhatStandsBeforeTheRecordsPredecessor) {
     TDhcpcInfo records[4];
-    const auto link = [&] {
-        for (int i = 0; i < 4; ++i)
-            records[i].next = i < 3 ? &records[i + 1] : nullptr;
-        return &records[0];
-    };
-    TDhcpcInfo* head = link();
-    remove_node(&head, &records[2]);
-    EXPECT_EQ(head, &records[1]);
-    EXPECT_EQ(head->next, &records[3]);
-    head = link();
-    remove_node(&head, &records[0]);
-    EXPECT_EQ(head, nullptr) << "the first one takes all along";
-    head = link();
-    remove_node(&head, &records[1]);
-    EXPECT_EQ(head, &records[0]);
+    // The head afterwards; the first one takes all along.
+    TDhcpcInfo* const heads[] = {nullptr, &records[0], &records[1]};
+    for (int removed = 0; removed < 3; ++removed) {
+        for (int i = 0; i < 3; ++i)
+            records[i].next = &records[i + 1];
+        TDhcpcInfo* head = &records[0];
+        remove_node(&head, &records[removed]);
+        EXPECT_EQ(head, heads[removed]) << removed;
+    }
+    EXPECT_EQ(records[1].next, &records[3]);
 }
 
 }  // namespace

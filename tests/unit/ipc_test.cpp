@@ -21,9 +21,19 @@ namespace {
 using tessel::UniqueFd;
 using tessel::test::Bytes;
 
-UniqueFd StreamSocket() {
-    return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-}
+// A socket under a name.
+struct Socket {
+    UniqueFd fd{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    sockaddr_un address{};
+    socklen_t length = 0;
+
+    i32 Serve(const std::string& name) {
+        return MakeAddrServer(fd.Get(), name.c_str(), &address, &length);
+    }
+    i32 Connect(const std::string& name) {
+        return MakeAddrClient(fd.Get(), name.c_str(), &address, &length);
+    }
+};
 
 std::string NameOfPathLength(std::size_t length) {
     return std::string(length - std::string(TESSEL_SOCKET_DIRECTORY).size(), 'n');
@@ -32,12 +42,10 @@ std::string NameOfPathLength(std::size_t length) {
 // Listens under a name and treats one connection as told.
 class OneConnection {
   public:
-    OneConnection(const std::string& name, const std::function<void(int)>& serve) : listener_(StreamSocket()) {
-        sockaddr_un address{};
-        socklen_t length = 0;
-        EXPECT_EQ(MakeAddrServer(listener_.Get(), name.c_str(), &address, &length), 0);
+    OneConnection(const std::string& name, const std::function<void(int)>& serve) {
+        EXPECT_EQ(listener_.Serve(name), 0);
         thread_ = std::thread([this, serve] {
-            const UniqueFd connection(accept(listener_.Get(), nullptr, nullptr));
+            const UniqueFd connection(accept(listener_.fd.Get(), nullptr, nullptr));
             serve(connection.Get());
         });
     }
@@ -46,7 +54,7 @@ class OneConnection {
     }
 
   private:
-    UniqueFd listener_;
+    Socket listener_;
     std::thread thread_;
 };
 
@@ -57,40 +65,32 @@ std::string ReadMessage(int fd) {
 }
 
 TEST(Address, PathsUpTo101CharactersAreTaken) {
-    sockaddr_un address{};
-    socklen_t length = 0;
-    const UniqueFd fd = StreamSocket();
-    EXPECT_EQ(MakeAddrServer(fd.Get(), NameOfPathLength(102).c_str(), &address, &length), -1);
-    EXPECT_EQ(MakeAddrServer(fd.Get(), NameOfPathLength(101).c_str(), &address, &length), 0);
-    EXPECT_EQ(length, 103U);
-    EXPECT_TRUE(std::filesystem::is_socket(address.sun_path));
-    const UniqueFd client = StreamSocket();
-    EXPECT_EQ(MakeAddrClient(client.Get(), NameOfPathLength(101).c_str(), &address, &length), 0);
-    EXPECT_EQ(MakeAddrClient(client.Get(), NameOfPathLength(102).c_str(), &address, &length), -1);
+    Socket server;
+    EXPECT_EQ(server.Serve(NameOfPathLength(102)), -1);
+    EXPECT_EQ(server.Serve(NameOfPathLength(101)), 0);
+    EXPECT_EQ(server.length, 103U);
+    EXPECT_TRUE(std::filesystem::is_socket(server.address.sun_path));
+    Socket client;
+    EXPECT_EQ(client.Connect(NameOfPathLength(101)), 0);
+    EXPECT_EQ(client.Connect(NameOfPathLength(102)), -1);
 }
 
 TEST(Address, ServerReplacesWhatIsThereAndKeepsItsDescriptor) {
-    sockaddr_un address{};
-    socklen_t length = 0;
     tessel::test::WriteFile("/tmp/stale", "");
-    const UniqueFd fd = StreamSocket();
-    EXPECT_EQ(MakeAddrServer(fd.Get(), "stale", &address, &length), 0);
+    EXPECT_EQ(Socket().Serve("stale"), 0);
     EXPECT_TRUE(std::filesystem::is_socket("/tmp/stale"));
 
     // A directory cannot be unlinked: that ends, is answered with 0, and leaves the descriptor to its owner.
     std::filesystem::create_directory("/tmp/folder");
-    const UniqueFd unbound = StreamSocket();
-    EXPECT_EQ(MakeAddrServer(unbound.Get(), "folder", &address, &length), 0);
-    EXPECT_NE(fcntl(unbound.Get(), F_GETFD), -1);
-    EXPECT_EQ(accept(unbound.Get(), nullptr, nullptr), -1);
+    Socket unbound;
+    EXPECT_EQ(unbound.Serve("folder"), 0);
+    EXPECT_NE(fcntl(unbound.fd.Get(), F_GETFD), -1);
+    EXPECT_EQ(accept(unbound.fd.Get(), nullptr, nullptr), -1);
 }
 
 TEST(Address, ClientWaitsForTheFileAndForTheListener) {
     const auto start = std::chrono::steady_clock::now();
-    const UniqueFd fd = StreamSocket();
-    sockaddr_un address{};
-    socklen_t length = 0;
-    EXPECT_EQ(MakeAddrClient(fd.Get(), "nobody", &address, &length), -1);
+    EXPECT_EQ(Socket().Connect("nobody"), -1);
     const auto passed = std::chrono::steady_clock::now() - start;
     EXPECT_GE(passed, std::chrono::seconds(7)) << "5 for the file, 2 between 3 attempts";
     EXPECT_LT(passed, std::chrono::seconds(15));
@@ -112,8 +112,7 @@ TEST(Exchange, RefusesWhatIsHalfGivenOrTooLong) {
 }
 
 TEST(Exchange, CarriesHeaderAndPayload) {
-    const std::string payload(3072, 'p');
-    for (const std::string& sent : {std::string(), payload}) {
+    for (const std::string& sent : {std::string(), std::string(3072, 'p')}) {
         std::string received;
         {
             const OneConnection peer("listener", [&](int fd) { received = ReadMessage(fd); });
@@ -127,21 +126,20 @@ TEST(Exchange, CarriesHeaderAndPayload) {
 }
 
 TEST(Exchange, AnswersAreCheckedBySizeAlone) {
-    struct Case {
+    const struct {
         const char* description;
         u32 headType;
         i32 headSize;
         std::size_t payloadBytes;
         i32 expected;
-    };
-    const Case cases[] = {
+    } rows[] = {
         {"as wanted", 0x112, 8, 8, 0},
         {"type and flag are not compared", 0x999, 8, 8, 0},
         {"another size in the header: the bytes read", 0x112, 4, 8, 20},
         {"too short: the bytes read", 0x112, 8, 4, 16},
         {"closed without an answer: zero bytes", 0, 0, 0, 0},
     };
-    for (const Case& row : cases) {
+    for (const auto& row : rows) {
         const OneConnection daemon(TESSEL_SOCKET_API, [&](int fd) {
             ReadMessage(fd);
             if (row.headType == 0) return;
@@ -161,14 +159,12 @@ TEST(Exchange, AnswersAreCheckedBySizeAlone) {
 
 TEST(Exchange, EndsWhenThePeerDoesNothing) {
     std::atomic<bool> isOver{false};
-    const auto stall = [&](int) { tessel::test::Eventually([&] { return isOver.load(); }); };
     i32 reply = 7;
-    {
-        const OneConnection daemon(TESSEL_SOCKET_API, stall);
-        EXPECT_EQ(tessel::IpcApiSendAndRecvWithin(0x112, "q", 1, &reply, 4, 100, nullptr), TESSEL_IPC_READ_TIMEOUT);
-        isOver = true;
-    }
+    const OneConnection daemon(TESSEL_SOCKET_API,
+                               [&](int) { tessel::test::Eventually([&] { return isOver.load(); }); });
+    EXPECT_EQ(tessel::IpcApiSendAndRecvWithin(0x112, "q", 1, &reply, 4, 100, nullptr), TESSEL_IPC_READ_TIMEOUT);
     EXPECT_EQ(reply, 7);
+    isOver = true;
 }
 
 TEST(Reply, OfAnySizeReachesASlowReader) {

@@ -17,10 +17,11 @@ namespace {
 using namespace std::string_literals;
 using tessel::NeighbourPath;
 
-in6_addr Inet6(const char* text) {
-    in6_addr address{};
-    inet_pton(AF_INET6, text, &address);
-    return address;
+NeighbourPath Path(const char* source, const char* destination, u8 hopLimit = 255) {
+    NeighbourPath path{.source = {}, .destination = {}, .hopLimit = hopLimit};
+    inet_pton(AF_INET6, source, &path.source);
+    inet_pton(AF_INET6, destination, &path.destination);
+    return path;
 }
 
 const std::string kTarget = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;
@@ -41,13 +42,11 @@ std::optional<tessel::NeighbourMessage> Read(const std::string& bytes, const Nei
 }
 
 TEST(Neighbour, MessagesThatANodeDiscards) {
-    const NeighbourPath direct{.source = Inet6("fe80::1"), .destination = Inet6("fe80::2"), .hopLimit = 255};
-    const NeighbourPath toAll{.source = Inet6("fe80::1"), .destination = Inet6("ff02::1"), .hopLimit = 255};
-    const NeighbourPath dad{.source = Inet6("::"), .destination = Inet6("ff02::1:ff00:20"), .hopLimit = 255};
-    NeighbourPath routed = direct;
-    routed.hopLimit = 254;
-    NeighbourPath dadToOne = dad;
-    dadToOne.destination = Inet6("fe80::2");
+    const NeighbourPath direct = Path("fe80::1", "fe80::2");
+    const NeighbourPath routed = Path("fe80::1", "fe80::2", 254);
+    const NeighbourPath toAll = Path("fe80::1", "ff02::1");
+    const NeighbourPath dad = Path("::", "ff02::1:ff00:20");
+    const NeighbourPath dadToOne = Path("::", "fe80::2");
     std::string multicastTarget = Advertisement(kTargetOption);
     multicastTarget[8] = '\xff';
     const struct {
@@ -78,8 +77,7 @@ TEST(Neighbour, MessagesThatANodeDiscards) {
     for (const auto& row : rows) {
         const auto message = Read(row.bytes, row.path);
         EXPECT_EQ(message.has_value(), row.isTaken) << row.description;
-        if (!message) continue;
-        EXPECT_EQ(message->linkAddress.has_value(), row.hasLinkAddress) << row.description;
+        EXPECT_EQ(message && message->linkAddress, row.hasLinkAddress) << row.description;
     }
 }
 
@@ -90,26 +88,26 @@ TEST(Neighbour, WhatIsAConflict) {
     record.tIfaceIp.atIp[0].wSinFamily = 2;
     memcpy(record.tIfaceIp.atIp[0].abyAddr, kTarget.data(), 16);  // the right bytes, the wrong family
     record.tIfaceIp.atIp[1].wSinFamily = 10;
-    const NeighbourPath path{.source = Inet6("fe80::1"), .destination = Inet6("ff02::1"), .hopLimit = 255};
+    const auto check = [&](const std::string& bytes) {
+        TNetConflictReport report{};
+        return tessel::CheckNeighbour(record, *Read(bytes, Path("fe80::1", "ff02::1")), report);
+    };
     const std::string advertised = Advertisement(kTargetOption);
     const std::string solicited = Solicitation(kSourceOption);
-    TNetConflictReport report{};
-    EXPECT_EQ(tessel::CheckNeighbour(record, *Read(advertised, path), report), 0U) << "no own address";
+    EXPECT_EQ(check(advertised), 0U) << "no own address";
     memcpy(record.tIfaceIp.atIp[1].abyAddr, kTarget.data(), 16);
-    EXPECT_EQ(tessel::CheckNeighbour(record, *Read(advertised, path), report), u32{TESSEL_CONFLICT_IP});
-    EXPECT_EQ(tessel::CheckNeighbour(record, *Read(Advertisement(""), path), report), 0U) << "whose it is is not said";
-    EXPECT_EQ(tessel::CheckNeighbour(record, *Read(solicited, path), report), 0U) << "somebody looks for us";
+    EXPECT_EQ(check(advertised), u32{TESSEL_CONFLICT_IP});
+    EXPECT_EQ(check(Advertisement("")), 0U) << "whose it is is not said";
+    EXPECT_EQ(check(solicited), 0U) << "somebody looks for us";
     memcpy(record.abyMac, kMac.data(), 6);
-    EXPECT_EQ(tessel::CheckNeighbour(record, *Read(solicited, path), report), u32{TESSEL_CONFLICT_MAC});
-    EXPECT_EQ(tessel::CheckNeighbour(record, *Read(advertised, path), report), u32{TESSEL_CONFLICT_MAC});
+    EXPECT_EQ(check(solicited), u32{TESSEL_CONFLICT_MAC});
+    EXPECT_EQ(check(advertised), u32{TESSEL_CONFLICT_MAC});
 }
 
 void Append(std::vector<u8>& bytes, u16 type, const std::vector<u8>& payload) {
-    const nlmsghdr header{.nlmsg_len = static_cast<u32>(sizeof(header) + payload.size()),
-                          .nlmsg_type = type,
-                          .nlmsg_flags = 0,
-                          .nlmsg_seq = 0,
-                          .nlmsg_pid = 0};
+    nlmsghdr header{};
+    header.nlmsg_len = static_cast<u32>(sizeof(header) + payload.size());
+    header.nlmsg_type = type;
     const auto* const begin = reinterpret_cast<const u8*>(&header);
     bytes.insert(bytes.end(), begin, begin + sizeof(header));
     bytes.insert(bytes.end(), payload.begin(), payload.end());

@@ -15,6 +15,7 @@
 
 #include "core/log_control.h"
 #include "tests/support/files.h"
+#include "tests/support/proc.h"
 
 namespace {
 
@@ -28,12 +29,12 @@ using testing::Not;
 constexpr char kSyslog[] = "/var/log/messages";
 constexpr char kDaemonLog[] = "/tmp/tessel_daemon.log";
 
-LogFileCtl Control(u32 code, const std::string& path = "") {
+i32 Manage(u32 code, const std::string& path = "", i32 (*manage)(const LogFileCtl*) = &LogDaemonFileManage) {
     LogFileCtl control{};
     control.eCmd = code;
     memcpy(control.achDaemonPath, path.data(), path.size());
     memcpy(control.achLibPath, path.data(), path.size());
-    return control;
+    return manage(&control);
 }
 
 void OneOfEach(const std::string& mark) {
@@ -54,23 +55,20 @@ std::string FormsIn(const std::string& text, const std::string& mark) {
 }
 
 TEST(Log, GoesWhereLevelAndSwitchFilesSay) {
-    struct Case {
+    const struct {
         i32 level;
         bool hasConsoleSwitch;
         bool hasDebugSwitch;
         const char* inSyslogAndFile;
         const char* onStandardOutput;
-    };
-    const Case cases[] = {
+    } rows[] = {
         {1, false, false, "----", "----"}, {1, true, false, "----", "ep-P"},  {2, false, false, "e--P", "----"},
         {2, true, false, "e--P", "ep-P"},  {3, false, false, "e--P", "----"}, {4, false, false, "ep-P", "----"},
         {5, false, false, "epdP", "--d-"}, {5, true, false, "epdP", "epdP"},  {0, false, true, "--d-", "--d-"},
     };
-    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
-    ASSERT_EQ(LogDaemonFileManage(&open), 0);
-    int number = 0;
-    for (const Case& row : cases) {
-        const std::string mark = "M" + std::to_string(number++);
+    ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
+    for (const auto& row : rows) {
+        const std::string mark = "M" + std::to_string(&row - rows);
         if (row.hasConsoleSwitch) WriteFile("/tmp/tessellog", "");
         if (row.hasDebugSwitch) WriteFile("/tmp/tesseldebug", "");
         TesselDebugLevelSet(row.level);
@@ -118,30 +116,18 @@ TEST(Log, KeepsErrno) {
 TEST(LogControl, OpensClosesAndRefuses) {
     EXPECT_EQ(LogDaemonFileManage(nullptr), -1);
     EXPECT_EQ(LogLibFileManage(nullptr), -1);
-    struct Case {
-        const char* description;
-        i32 (*manage)(const LogFileCtl*);
-        LogFileCtl control;
-        i32 expected;
-    };
-    const Case cases[] = {
-        {"code 0", &LogDaemonFileManage, Control(0), -1},
-        {"code 7", &LogLibFileManage, Control(7), -1},
-        {"the library's code at the daemon", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_LIB, "/tmp/other"), 0},
-        {"a folder that does not exist", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/no/such"), -1},
-        {"a FIFO", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/fifo"), -1},
-        {"a device", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/dev/null"), -1},
-        {"a link", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/link"), -1},
-        {"a path", &LogDaemonFileManage, Control(TESSEL_LOG_OPEN_BOTH, "/tmp/one.log"), 0},
-        {"closing", &LogDaemonFileManage, Control(TESSEL_LOG_CLOSE_BOTH), 0},
-        {"closing what is closed", &LogDaemonFileManage, Control(TESSEL_LOG_CLOSE_DAEMON), 0},
-        {"the library's default", &LogLibFileManage, Control(TESSEL_LOG_OPEN_LIB), 0},
-    };
     ASSERT_EQ(mkfifo("/tmp/fifo", 0666), 0);
     WriteFile("/tmp/precious", "kept");
     std::filesystem::create_symlink("/tmp/precious", "/tmp/link");
-    for (const Case& row : cases)
-        EXPECT_EQ(row.manage(&row.control), row.expected) << row.description;
+    EXPECT_EQ(Manage(0), -1);
+    EXPECT_EQ(Manage(7, "", &LogLibFileManage), -1);
+    EXPECT_EQ(Manage(TESSEL_LOG_OPEN_LIB, "/tmp/other"), 0) << "the library's code at the daemon";
+    for (const char* path : {"/tmp/no/such", "/tmp/fifo", "/dev/null", "/tmp/link"})
+        EXPECT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON, path), -1) << path;
+    EXPECT_EQ(Manage(TESSEL_LOG_OPEN_BOTH, "/tmp/one.log"), 0);
+    EXPECT_EQ(Manage(TESSEL_LOG_CLOSE_BOTH), 0);
+    EXPECT_EQ(Manage(TESSEL_LOG_CLOSE_DAEMON), 0) << "closing what is closed";
+    EXPECT_EQ(Manage(TESSEL_LOG_OPEN_LIB, "", &LogLibFileManage), 0);
     EXPECT_EQ(ReadFile("/tmp/precious"), "kept");
     EXPECT_FALSE(std::filesystem::exists("/tmp/other"));
     EXPECT_TRUE(std::filesystem::exists("/tmp/one.log"));
@@ -152,26 +138,22 @@ TEST(LogControl, OpensClosesAndRefuses) {
     EXPECT_THAT(ReadFile("/tmp/one.log"), Not(HasSubstr("library's")));
 
     WriteFile(kDaemonLog, "old\n");
-    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
-    EXPECT_EQ(LogDaemonFileManage(&open), 0);
+    EXPECT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
     EXPECT_EQ(ReadFile(kDaemonLog), "") << "opening truncates";
 }
 
 TEST(LogControl, ReopeningLeavesNoDescriptorBehind) {
-    const auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON, "/tmp/again.log");
-    ASSERT_EQ(LogDaemonFileManage(&open), 0);
-    const auto before = descriptors();
+    ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON, "/tmp/again.log"), 0);
+    const auto before = tessel::test::Descriptors();
     for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(LogDaemonFileManage(&open), 0);
-    EXPECT_EQ(descriptors(), before);
+        ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON, "/tmp/again.log"), 0);
+    EXPECT_EQ(tessel::test::Descriptors(), before);
 }
 
 // A thread that dies while it writes a line would take the file's lock along.
 TEST(Log, LinesAreNoPlaceToDieAt) {
     TesselDebugLevelSet(2);
-    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
-    ASSERT_EQ(LogDaemonFileManage(&open), 0);
+    ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
     static std::atomic<int> passed{0};
     pthread_t thread{};
     const auto log = [](void*) -> void* {
@@ -198,11 +180,9 @@ TEST(LogControl, IsSafeWhileOthersWrite) {
     };
     std::thread first(write);
     std::thread second(write);
-    const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
-    const LogFileCtl close = Control(TESSEL_LOG_CLOSE_DAEMON);
     for (int i = 0; i < 20; ++i)
-        EXPECT_EQ(LogDaemonFileManage(&open), 0);
-    EXPECT_EQ(LogDaemonFileManage(&close), 0);
+        EXPECT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
+    EXPECT_EQ(Manage(TESSEL_LOG_CLOSE_DAEMON), 0);
     isOver = true;
     first.join();
     second.join();

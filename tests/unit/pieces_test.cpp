@@ -24,6 +24,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using std::chrono::milliseconds;
 using tessel::test::WriteFile;
 using testing::ElementsAre;
@@ -66,23 +67,14 @@ TEST(RegularFile, NothingElseIsOpened) {
 }
 
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
-    const std::string bytes(
-        "\x03\x00\x00\x00"
-        "abc"
-        "\x02\x00\x00\x00"
-        "d\0"
-        "\x09\x00\x00\x00"
-        "e",
-        18);
+    const std::string bytes = "\3\0\0\0abc\2\0\0\0d\0\11\0\0\0e"s;
     tessel::PayloadCursor cursor(bytes.data(), static_cast<i32>(bytes.size()));
     u32 length = 0;
     std::array<char, 4> text{'#', '#', '#', '#'};
-    ASSERT_TRUE(cursor.Read(length));
-    ASSERT_TRUE(cursor.ReadText(length, text));
-    EXPECT_STREQ(text.data(), "abc") << "fills the field with its NUL";
-    ASSERT_TRUE(cursor.Read(length));
-    ASSERT_TRUE(cursor.ReadText(length, text));
-    EXPECT_STREQ(text.data(), "d");
+    for (const char* expected : {"abc", "d"}) {  // the first fills the field with its NUL
+        ASSERT_TRUE(cursor.Read(length) && cursor.ReadText(length, text));
+        EXPECT_STREQ(text.data(), expected);
+    }
     ASSERT_TRUE(cursor.Read(length));
     EXPECT_FALSE(cursor.ReadText(length, text)) << "too long for the field and for the rest";
     EXPECT_FALSE(cursor.ReadText(1, text)) << "nothing comes behind a failure";

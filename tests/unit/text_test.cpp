@@ -13,14 +13,13 @@
 namespace {
 
 TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
-    struct Case {
+    const struct {
         const char* description;
         const char* text;
         const char* key;
         i32 room;
         const char* expected;  // null: refused
-    };
-    const Case cases[] = {
+    } rows[] = {
         {"one separator behind the key is skipped", "eth0 mtu 1500 qdisc", "mtu", 20, "1500"},
         {"a second one makes an empty word", "mtu  1500", "mtu", 20, ""},
         {"the key may touch its value", "addr:1.2.3.4 Bcast", "addr", 20, ":1.2.3.4"},
@@ -32,7 +31,7 @@ TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
         {"key not there", "dev eth0", "via", 20, nullptr},
         {"no text", nullptr, "via", 20, nullptr},
     };
-    for (const Case& row : cases) {
+    for (const auto& row : rows) {
         char word[21] = "untouched";
         EXPECT_EQ(TesselFindStrMatchHead(row.text, row.key, ' ', word, row.room), row.expected == nullptr ? -1 : 0)
             << row.description;
@@ -41,11 +40,10 @@ TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
 }
 
 TEST(StrToU8, ReadsSeparatedHexadecimalBytes) {
-    struct Case {
+    const struct {
         std::string text;
         std::vector<u8> expected;  // empty: refused
-    };
-    const Case cases[] = {
+    } rows[] = {
         {"00:1a:2B:ff:0:5", {0x00, 0x1a, 0x2b, 0xff, 0x00, 0x05}},
         {"7f", {0x7f}},
         {"0g:11", {}},
@@ -54,7 +52,7 @@ TEST(StrToU8, ReadsSeparatedHexadecimalBytes) {
         {"ffffffffffffffffffff", {}},
         {"1:2:3:4:5:6:7", {}},
     };
-    for (Case row : cases) {
+    for (auto row : rows) {
         const std::string text = row.text;
         std::vector<u8> bytes(6, 0xEE);
         EXPECT_EQ(StrToU8WitchoutSepchar(row.text.data(), ':', bytes.data(), 6), row.expected.empty() ? -1 : 0) << text;
@@ -89,17 +87,13 @@ TEST(AddressesAndMacs, AreNothingElse) {
 }
 
 TEST(Ipv4, MasksAndPrefixes) {
-    const auto prefixOf = [](const char* text) {
+    for (const auto& [text, bits] :
+         {std::pair{"255.255.255.0", 24U}, {"255.255.0.255", 16U}, {"0.0.0.0", 0U}, {"255.255.255.255", 32U}}) {
         u32 mask = inet_addr(text);
         u32 prefix = 99;
         EXPECT_EQ(MaskConvertIpv4(&mask, &prefix, 0), 0);
-        return prefix;
-    };
-    EXPECT_EQ(prefixOf("255.255.255.0"), 24U);
-    EXPECT_EQ(prefixOf("255.255.0.255"), 16U);
-    EXPECT_EQ(prefixOf("0.0.0.0"), 0U);
-    EXPECT_EQ(prefixOf("255.255.255.255"), 32U);
-
+        EXPECT_EQ(prefix, bits) << text;
+    }
     for (const auto& [bits, text] :
          {std::pair{0U, "0.0.0.0"}, {1U, "128.0.0.0"}, {25U, "255.255.255.128"}, {32U, "255.255.255.255"}}) {
         u32 mask = 0;
@@ -109,23 +103,20 @@ TEST(Ipv4, MasksAndPrefixes) {
     }
     u32 mask = 0;
     u32 prefix = 33;
-    EXPECT_EQ(MaskConvertIpv4(&mask, &prefix, 1), -1);
-    EXPECT_EQ(MaskConvertIpv4(&mask, &prefix, 2), -1);
-
+    for (const i32 direction : {1, 2})
+        EXPECT_EQ(MaskConvertIpv4(&mask, &prefix, direction), -1) << direction;
     EXPECT_EQ(MaskIsContiguous(inet_addr("255.255.240.0")), 0);
     EXPECT_EQ(MaskIsContiguous(inet_addr("255.0.255.0")), -1);
 }
 
 TEST(Ipv4, Classes) {
-    struct Case {
+    const struct {
         const char* address;
         i32 expected;
-    };
-    const Case cases[] = {{"0.1.2.3", 1305},         {"1.0.0.0", 1301},         {"126.255.255.255", 1301},
-                          {"127.0.0.1", 1305},       {"128.0.0.0", 1302},       {"191.255.255.255", 1302},
-                          {"192.0.0.0", 1303},       {"223.255.255.255", 1303}, {"224.0.0.0", 1304},
-                          {"239.255.255.255", 1304}, {"240.0.0.0", 1305}};
-    for (const Case& row : cases)
+    } rows[] = {{"0.1.2.3", 1305},   {"1.0.0.0", 1301},         {"126.255.255.255", 1301}, {"127.0.0.1", 1305},
+                {"128.0.0.0", 1302}, {"191.255.255.255", 1302}, {"192.0.0.0", 1303},       {"223.255.255.255", 1303},
+                {"224.0.0.0", 1304}, {"239.255.255.255", 1304}, {"240.0.0.0", 1305}};
+    for (const auto& row : rows)
         EXPECT_EQ(IpAddrClassGet(inet_addr(row.address)), row.expected) << row.address;
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "client/libtessel.h"
 #include "core/types.h"
 
@@ -30,5 +32,14 @@ class Listener {
   private:
     tessel_listener* listener_ = nullptr;
 };
+
+// The same as the library gives it, or the error that it has to give.
+inline std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)> OpenListener(const char* name,
+                                                                                       unsigned flags = 0,
+                                                                                       int expected = TESSEL_OK) {
+    tessel_listener* listener = nullptr;
+    EXPECT_EQ(tessel_listener_open(name, flags, &listener), expected);
+    return {listener, &tessel_listener_close};
+}
 
 }  // namespace tessel::test

@@ -9,13 +9,8 @@
 
 namespace {
 
+using namespace tessel::test;
 using nlohmann::ordered_json;
-using tessel::test::DeviceAnswer;
-using tessel::test::FailingAnswer;
-using tessel::test::FakeDaemon;
-using tessel::test::RunLine;
-using tessel::test::SeenRequest;
-using tessel::test::ToolRun;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -29,7 +24,7 @@ std::vector<std::string> Examples() {
 }
 
 TEST(Tool, EveryCommandAnswersInStrictJson) {
-    tessel::test::PrepareKernel();
+    PrepareKernel();
     for (const std::string& example : Examples()) {
         SCOPED_TRACE(example);
         {
@@ -50,7 +45,7 @@ TEST(Tool, EveryCommandAnswersInStrictJson) {
 }
 
 TEST(Tool, ADryRunSendsNothing) {
-    tessel::test::WriteFile("/tmp/rules", tessel::test::kNoRules);
+    WriteFile("/tmp/rules", kNoRules);
     FakeDaemon daemon(&DeviceAnswer);
     for (const std::string& example : Examples()) {
         EXPECT_EQ(RunLine(example + " -n").status, 0) << example;
@@ -65,13 +60,11 @@ TEST(Tool, ADryRunSendsNothing) {
 }
 
 TEST(Tool, WithoutADaemonExits3) {
-    const ToolRun run = RunLine("addr show");
-    EXPECT_EQ(run.status, 3);
+    ExpectStatus(3, {"addr show", "--wait 0.1 addr"});
     EXPECT_EQ(
-        run.err,
+        RunLine("addr show").err,
         "tesselctl: the daemon is not running (no socket /tmp/api_daemon). Start it with \"service tessel start\", "
         "or wait with --wait.\n");
-    EXPECT_EQ(RunLine("--wait 0.1 addr").status, 3);
     const ToolRun status = RunLine("status -j");
     EXPECT_EQ(status.status, 3);
     EXPECT_EQ(ordered_json::parse(status.out)["daemon"]["running"], false);
@@ -83,8 +76,7 @@ TEST(Tool, StatusShowsUplinksAndFirewall) {
     const auto gateways = ordered_json::parse(RunLine("status eth0 -j").out)["interfaces"][0]["gateways"];
     EXPECT_EQ(gateways[0]["gateway"], "192.168.1.1");
     EXPECT_EQ(gateways[0]["metric"], nullptr) << "the kernel has no such route";
-    tessel::test::RunInSandbox(
-        "iptables -N whitelist; iptables -A whitelist -s 10.0.0.1 -j RETURN; iptables -I INPUT -j whitelist");
+    RunInSandbox("iptables -N whitelist; iptables -A whitelist -s 10.0.0.1 -j RETURN; iptables -I INPUT -j whitelist");
     EXPECT_THAT(RunLine("status").out, HasSubstr("inet whitelist on (1 entry)   inet6 off\n"));
     EXPECT_EQ(ordered_json::parse(RunLine("status -j").out)["firewall"][0]["entries"], 1);
 }
@@ -116,11 +108,10 @@ TEST(Addr, ShowsWhatTheDaemonTells) {
 
 TEST(Link, SettingIsReadBack) {
     FakeDaemon daemon(&DeviceAnswer);
-    EXPECT_EQ(RunLine("link set eth0 mtu 1400").status, 0);
+    ExpectStatus(0, {"link set eth0 mtu 1400"});
     const ToolRun run = RunLine("link set eth0 mtu 1300");
     EXPECT_EQ(run.status, 5);
-    EXPECT_EQ(run.err, "tesselctl: link set eth0 mtu 1300: answered success, but the MTU is 1400\n");
-    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.out + run.err, "tesselctl: link set eth0 mtu 1300: answered success, but the MTU is 1400\n");
 }
 
 TEST(Link, WhereTheDaemonFailsTheKernelHelps) {
@@ -135,58 +126,45 @@ TEST(Link, WhereTheDaemonFailsTheKernelHelps) {
 
 TEST(Causes, AreNamedWhereTheyCanBeSeen) {
     FakeDaemon daemon(&FailingAnswer);
-    EXPECT_THAT(RunLine("link mtu eth9").err, HasSubstr("there is no interface eth9"));
-    EXPECT_THAT(RunLine("link mtu eth0").err, HasSubstr("its log says why"));
-    EXPECT_THAT(RunLine("service stop ssh").err, HasSubstr("no process dropbear runs here"));
+    ExpectAll({{"link mtu eth9", 1, "there is no interface eth9"},
+               {"link mtu eth0", 1, "its log says why"},
+               {"service stop ssh", 1, "no process dropbear runs here"}});
 }
 
 TEST(ReadBack, FindsWhatDidNotHappen) {
     FakeDaemon daemon(&DeviceAnswer);  // has 192.168.1.20/24 and MAC 02:..:01, whatever it is told
-    for (const char* line :
-         {"addr add 192.168.1.99/24 dev eth0", "addr del 192.168.1.20/24 dev eth0", "addr flush dev eth0 -4",
-          "addr set dev eth0 192.168.1.20/24 10.0.0.1/8", "link set eth0 mac 02:00:00:00:00:09"}) {
-        EXPECT_EQ(RunLine(line).status, 5) << line;
-    }
-    EXPECT_THAT(RunLine("addr del 192.168.1.20/24 dev eth0").err, HasSubstr("eth0 still has 192.168.1.20/24"));
-    EXPECT_EQ(RunLine("addr set dev eth0 2001:db8::/64 192.168.1.20/24").status, 0);
+    ExpectStatus(5, {"addr add 192.168.1.99/24 dev eth0", "addr flush dev eth0 -4",
+                     "addr set dev eth0 192.168.1.20/24 10.0.0.1/8", "link set eth0 mac 02:00:00:00:00:09"});
+    ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 5, "eth0 still has 192.168.1.20/24"},
+               {"addr set dev eth0 2001:db8::/64 192.168.1.20/24", 0, ""}});
     EXPECT_EQ(daemon.Requests()[daemon.Requests().size() - 2].payload[0], 11) << "one request for both families";
-    for (const char* line : {"addr add 192.168.1.20 dev eth0", "addr add 192.168.1.20/33 dev eth0",
-                             "addr add ::1/129 dev eth0", "addr set dev eth0 -6 10.0.0.1/8",
-                             "link set eth0 mac 02:00:00:00:00", "link set eth0 mac 02:00:00:00:00:01:02"}) {
-        EXPECT_EQ(RunLine(line).status, 2) << line;
-    }
+    ExpectStatus(2, {"addr add 192.168.1.20 dev eth0", "addr add 192.168.1.20/33 dev eth0", "addr add ::1/129 dev eth0",
+                     "addr set dev eth0 -6 10.0.0.1/8", "link set eth0 mac 02:00:00:00:00",
+                     "link set eth0 mac 02:00:00:00:00:01:02"});
 }
 
 TEST(Refused, BeforeAnythingIsSent) {
     FakeDaemon daemon(&DeviceAnswer);
-    tessel::test::WriteFile("/tmp/full.log", "text");
-    for (const char* line :
-         {"link set eth0 mtu 67", "link set eth0 mtu 65537", "link mtu eth0 -4", "log level 2147483648",
-          "log file relative", "log file /tmp/full.log", "raw 0x112 abc", "raw 0x112 @/nonexistent", "raw 0x999",
-          "raw nonsense", "help nonsense", "help protocol 0x999"})
-        EXPECT_EQ(RunLine(line).status, 2) << line;
+    WriteFile("/tmp/full.log", "text");
+    ExpectStatus(2, {"link set eth0 mtu 67", "link set eth0 mtu 65537", "link mtu eth0 -4", "log level 2147483648",
+                     "log file relative", "log file /tmp/full.log", "raw 0x112 abc", "raw 0x112 @/nonexistent",
+                     "raw 0x999", "raw nonsense", "help nonsense", "help protocol 0x999"});
     EXPECT_TRUE(daemon.Requests().empty());
-    EXPECT_EQ(tessel::test::ReadFile("/tmp/full.log"), "text");
+    EXPECT_EQ(ReadFile("/tmp/full.log"), "text");
     setenv("SSH_CONNECTION", "192.168.1.77 50000 192.168.1.20 22", 1);
-    EXPECT_EQ(RunLine("addr del 192.168.1.20/24 dev eth0").status, 2);
-    EXPECT_EQ(RunLine("addr del 192.168.1.21/24 dev eth0").status, 0);
-    for (const char* line : {"addr flush dev eth0", "addr set dev eth0 192.168.1.21/24"}) {
-        EXPECT_EQ(RunLine(line).status, 2) << line;
-    }
-    EXPECT_EQ(RunLine("addr set dev eth0 192.168.1.20/24").status, 0) << "the session keeps its address";
+    ExpectStatus(2, {"addr del 192.168.1.20/24 dev eth0", "addr flush dev eth0", "addr set dev eth0 192.168.1.21/24"});
+    // The session keeps its address.
+    ExpectStatus(0, {"addr del 192.168.1.21/24 dev eth0", "addr set dev eth0 192.168.1.20/24"});
     const std::size_t sent = daemon.Requests().size();
-    EXPECT_EQ(RunLine("service stop ssh").status, 2);
-    EXPECT_EQ(RunLine("service stop dropbear").status, 2);
+    ExpectStatus(2, {"service stop ssh", "service stop dropbear"});
     EXPECT_EQ(daemon.Requests().size(), sent);
-    EXPECT_EQ(RunLine("service stop ssh --force").status, 0);
-    EXPECT_EQ(RunLine("service stop ftpd").status, 0);
+    ExpectStatus(0, {"service stop ssh --force", "service stop ftpd"});
     unsetenv("SSH_CONNECTION");
 }
 
 TEST(Log, WordsBecomeLevels) {
     FakeDaemon daemon(&DeviceAnswer);
-    for (const char* word : {"off", "error", "info", "debug", "9"})
-        EXPECT_EQ(RunLine(std::string("log level ") + word).status, 0);
+    ExpectStatus(0, {"log level off", "log level error", "log level info", "log level debug", "log level 9"});
     std::string levels;
     for (const SeenRequest& request : daemon.Requests())
         levels += std::to_string(request.payload[0]);
@@ -196,8 +174,7 @@ TEST(Log, WordsBecomeLevels) {
 TEST(Log, DebugIsAFile) {
     EXPECT_EQ(RunLine("log debug on").status, 0);
     EXPECT_EQ(access("/tmp/tesseldebug", F_OK), 0);
-    EXPECT_EQ(RunLine("log debug off").status, 0);
-    EXPECT_EQ(RunLine("log debug off").status, 0) << "off already";
+    ExpectStatus(0, {"log debug off", "log debug off"});
     EXPECT_NE(access("/tmp/tesseldebug", F_OK), 0);
     // A link in a directory that is everybody's is not followed.
     ASSERT_EQ(symlink("/tmp/elsewhere", "/tmp/tesseldebug"), 0);
@@ -207,7 +184,7 @@ TEST(Log, DebugIsAFile) {
 
 TEST(Raw, SendsAndShowsBytes) {
     FakeDaemon daemon(&DeviceAnswer);
-    tessel::test::WriteFile("/tmp/request", std::string("eth0", 4));
+    WriteFile("/tmp/request", std::string("eth0", 4));
     EXPECT_EQ(RunLine("raw mtu_get 65746830").out, "0000000078050000\n");
     EXPECT_EQ(RunLine("raw 274 @/tmp/request").out, "0000000078050000\n");
     EXPECT_EQ(RunLine("raw 0x777 --reply 4").out, "00000000\n");

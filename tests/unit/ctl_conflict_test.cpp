@@ -10,31 +10,18 @@
 
 #include "client/ctl/listening.h"
 #include "core/ipc.h"
+#include "tests/support/listener.h"
 #include "tests/unit/ctl_run.h"
 #include <nlohmann/json.hpp>
 
 namespace {
 
+using namespace tessel::test;
 using nlohmann::ordered_json;
-using tessel::test::Contents;
-using tessel::test::DeviceAnswer;
-using tessel::test::Eventually;
-using tessel::test::FakeDaemon;
-using tessel::test::RunLine;
-using tessel::test::SeenRequest;
-using tessel::test::ToolRun;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-using Listener = std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)>;
-
-Listener Listen(const char* name, unsigned flags = 0) {
-    tessel_listener* listener = nullptr;
-    EXPECT_EQ(tessel_listener_open(name, flags, &listener), TESSEL_OK);
-    return {listener, &tessel_listener_close};
-}
 
 const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
 
@@ -62,15 +49,16 @@ void Tell(const char* socketName, u32 type, u16 family, i32 size = sizeof(TNetCo
 // The tool in a thread of its own, its output in a pipe.
 class Watching {
   public:
-    explicit Watching(const std::string& line) {
+    // Goes on as soon as the daemon has so many requests.
+    Watching(const std::string& line, FakeDaemon& daemon, std::size_t requests) {
         int ends[2];
         EXPECT_EQ(pipe(ends), 0);
         read_ = fdopen(ends[0], "r");
         thread_ = std::thread([this, line, out = fdopen(ends[1], "w")] {
-            std::istringstream stream(line);
-            status_ = tessel::ctl::RunTool({std::istream_iterator<std::string>(stream), {}}, out, err_);
+            status_ = tessel::ctl::RunTool(Words(line), out, err_);
             fclose(out);
         });
+        EXPECT_TRUE(Eventually([&] { return daemon.Requests().size() == requests; }));
     }
     ~Watching() {
         if (read_ != nullptr) fclose(read_);
@@ -92,6 +80,13 @@ class Watching {
         thread_.join();
         return {status_, "", Contents(err_)};
     }
+    // Standard error.
+    std::string EndedBy(int signal) {
+        Signal(signal);
+        const ToolRun run = End();
+        EXPECT_EQ(run.status, 128 + signal);
+        return run.err;
+    }
 
   private:
     std::FILE* read_;
@@ -100,28 +95,21 @@ class Watching {
     std::thread thread_;
 };
 
-void AwaitRequests(FakeDaemon& daemon, std::size_t count) {
-    EXPECT_TRUE(Eventually([&] { return daemon.Requests().size() == count; }));
-}
-
 TEST(Conflict, EachFamilyHasItsSwitch) {
     FakeDaemon daemon(&DeviceAnswer);
     EXPECT_EQ(RunLine("conflict on").out, "inet   conflicts are reported\ninet6  conflicts are reported\n");
     EXPECT_THAT(RunLine("conflict on -6").err, HasSubstr("nobody listens under ipc_ipv6_conflict"));
     EXPECT_EQ(RunLine("conflict off -4").err, "");
-    EXPECT_EQ(RunLine("conflict off").status, 0);
+    ExpectStatus(0, {"conflict off"});
     EXPECT_THAT(Sent(daemon), ElementsAre("on inet", "on inet6", "on inet6", "off inet", "off inet", "off inet6"));
 }
 
 TEST(Conflict, OffSparesWhoListens) {
     FakeDaemon daemon(&DeviceAnswer);
-    const auto listener = Listen(TESSEL_SOCKET_IPV6_CONFLICT);
-    const ToolRun refused = RunLine("conflict off");
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_THAT(refused.err, HasSubstr(kThisProgram + " listens for inet6 conflicts"));
+    const auto listener = OpenListener(TESSEL_SOCKET_IPV6_CONFLICT);
+    ExpectAll({{"conflict off", 2, kThisProgram + " listens for inet6 conflicts"}});
     EXPECT_THAT(Sent(daemon), IsEmpty());
-    EXPECT_EQ(RunLine("conflict off -4").status, 0);
-    EXPECT_THAT(RunLine("conflict off --force").err, HasSubstr(kThisProgram + " gets no more inet6 reports"));
+    ExpectAll({{"conflict off -4", 0, ""}, {"conflict off --force", 0, kThisProgram + " gets no more inet6 reports"}});
     EXPECT_THAT(Sent(daemon), ElementsAre("off inet", "off inet", "off inet6"));
     const auto on = ordered_json::parse(RunLine("conflict on -j").out);
     EXPECT_EQ(on[0]["listener"], nullptr);
@@ -139,9 +127,8 @@ TEST(ConflictWatch, ShowsReportsAndSwitchesThemOffAtLast) {
         return DeviceAnswer(request);
     });
     (void)signal(SIGHUP, SIG_IGN);  // as nohup does
-    Watching watching("conflict watch -4");
+    Watching watching("conflict watch -4", daemon, 1);
     current = &watching;
-    AwaitRequests(daemon, 1);
     Tell(TESSEL_SOCKET_IP_CONFLICT, TESSEL_CONFLICT_IP, 2);
     EXPECT_THAT(watching.Line(),
                 MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  conflict  eth0  192\\.168\\.1\\.20 "
@@ -151,13 +138,10 @@ TEST(ConflictWatch, ShowsReportsAndSwitchesThemOffAtLast) {
     Tell(TESSEL_SOCKET_IP_CONFLICT, TESSEL_CONFLICT_MAC, 2);
     EXPECT_THAT(watching.Line(), HasSubstr("eth0  its hardware address 02:00:00:00:00:0a is used by another host\n"));
     watching.Signal(SIGHUP);
-    watching.Signal(SIGTERM);
-    const ToolRun run = watching.End();
-    (void)signal(SIGHUP, SIG_DFL);
-    EXPECT_EQ(run.status, 128 + SIGTERM);
-    EXPECT_EQ(run.err,
+    EXPECT_EQ(watching.EndedBy(SIGTERM),
               "note: the other host's hardware address is only in the daemon's log (tesselctl log follow)\n"
               "note: connections without a report of a conflict: 2\n");
+    (void)signal(SIGHUP, SIG_DFL);
     EXPECT_THAT(Sent(daemon), ElementsAre("on inet", "off inet"));
     EXPECT_TRUE(isListeningAtLast);
     EXPECT_FALSE(IsThere(TESSEL_SOCKET_IP_CONFLICT));
@@ -165,8 +149,7 @@ TEST(ConflictWatch, ShowsReportsAndSwitchesThemOffAtLast) {
 
 TEST(ConflictWatch, JsonIsOneObjectALine) {
     FakeDaemon daemon(&DeviceAnswer);
-    Watching watching("conflict watch -j");
-    AwaitRequests(daemon, 2);
+    Watching watching("conflict watch -j", daemon, 2);
     Tell(TESSEL_SOCKET_IPV6_CONFLICT, TESSEL_CONFLICT_MAC, 10);
     auto event = ordered_json::parse(watching.Line());
     EXPECT_THAT(event["time"].get<std::string>(),
@@ -174,17 +157,13 @@ TEST(ConflictWatch, JsonIsOneObjectALine) {
     event["time"] = "";
     EXPECT_EQ(event.dump(), R"({"time":"","event":"mac_conflict","source":"ipc_ipv6_conflict","interface":"eth0",)"
                             R"("family":"inet6","address":"c0a8:114::","interface_mac":"02:00:00:00:00:0a"})");
-    watching.Signal(SIGHUP);
-    const ToolRun run = watching.End();
-    EXPECT_EQ(run.status, 128 + SIGHUP);
-    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(watching.EndedBy(SIGHUP), "");
     EXPECT_THAT(Sent(daemon), ElementsAre("on inet", "on inet6", "off inet", "off inet6"));
 }
 
 TEST(ConflictWatch, EndsWithItsReader) {
     FakeDaemon daemon(&DeviceAnswer);
-    Watching watching("conflict watch -4 -g interface,address");
-    AwaitRequests(daemon, 1);
+    Watching watching("conflict watch -4 -g interface,address", daemon, 1);
     Tell(TESSEL_SOCKET_IP_CONFLICT, TESSEL_CONFLICT_IP, 2);
     EXPECT_EQ(watching.Line(), "eth0\t192.168.1.20\n");
     watching.StopReading();
@@ -194,25 +173,18 @@ TEST(ConflictWatch, EndsWithItsReader) {
 
 TEST(ConflictWatch, NeitherStealsNorSilences) {
     FakeDaemon daemon(&DeviceAnswer);
-    const auto other = Listen(TESSEL_SOCKET_IPV6_CONFLICT);
-    const ToolRun refused = RunLine("conflict watch");
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_THAT(refused.err, HasSubstr(kThisProgram + " listens for inet6 conflicts (--take"));
+    const auto other = OpenListener(TESSEL_SOCKET_IPV6_CONFLICT);
+    ExpectAll({{"conflict watch", 2, kThisProgram + " listens for inet6 conflicts (--take"}});
     EXPECT_THAT(Sent(daemon), IsEmpty());
     EXPECT_FALSE(IsThere(TESSEL_SOCKET_IP_CONFLICT));
     EXPECT_EQ(tessel_listener_has_name(other.get()), 1);
 
-    Watching taking("conflict watch --take");
-    AwaitRequests(daemon, 2);
-    taking.Signal(SIGINT);
-    const ToolRun run = taking.End();
-    EXPECT_EQ(run.status, 128 + SIGINT);
-    EXPECT_THAT(run.err, HasSubstr("inet6 reports stay on: " + kThisProgram + " had them before"));
+    Watching taking("conflict watch --take", daemon, 2);
+    EXPECT_THAT(taking.EndedBy(SIGINT), HasSubstr("inet6 reports stay on: " + kThisProgram + " had them before"));
     EXPECT_THAT(Sent(daemon), ElementsAre("on inet", "on inet6", "off inet"));
 
-    Watching losing("conflict watch");
-    AwaitRequests(daemon, 5);
-    const auto taker = Listen(TESSEL_SOCKET_IP_CONFLICT, TESSEL_LISTEN_TAKE);
+    Watching losing("conflict watch", daemon, 5);
+    const auto taker = OpenListener(TESSEL_SOCKET_IP_CONFLICT, TESSEL_LISTEN_TAKE);
     const ToolRun lost = losing.End();
     EXPECT_EQ(lost.status, 1);
     EXPECT_THAT(lost.err, HasSubstr("listens for inet conflicts now"));
@@ -230,33 +202,27 @@ TEST(ConflictWatch, LeavesNothingOnForNobody) {
     }
     EXPECT_TRUE(Eventually([] { return tessel::ctl::FindListeningProcess(TESSEL_SOCKET_IP_CONFLICT).has_value(); }));
     FakeDaemon daemon(&DeviceAnswer);
-    Watching watching("conflict watch -4 --take");
-    AwaitRequests(daemon, 1);
+    Watching watching("conflict watch -4 --take", daemon, 1);
     kill(other, SIGKILL);
     waitpid(other, nullptr, 0);
-    watching.Signal(SIGINT);
-    EXPECT_EQ(watching.End().status, 128 + SIGINT);
+    (void)watching.EndedBy(SIGINT);
     EXPECT_THAT(Sent(daemon), ElementsAre("on inet", "off inet"));
 }
 
 TEST(ConflictWatch, OutlivesTheDaemon) {
-    const ToolRun without = RunLine("conflict watch");
-    EXPECT_EQ(without.status, 3);
+    ExpectStatus(3, {"conflict watch"});
     EXPECT_FALSE(IsThere(TESSEL_SOCKET_IP_CONFLICT));
     auto daemon = std::make_unique<FakeDaemon>(&DeviceAnswer);
-    Watching watching("conflict watch -6");
-    AwaitRequests(*daemon, 1);
+    Watching watching("conflict watch -6", *daemon, 1);
     daemon.reset();
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     daemon = std::make_unique<FakeDaemon>(&DeviceAnswer);
-    AwaitRequests(*daemon, 1);
+    EXPECT_TRUE(Eventually([&] { return daemon->Requests().size() == 1; }));
     EXPECT_THAT(Sent(*daemon), ElementsAre("on inet6"));
     daemon.reset();
-    watching.Signal(SIGINT);
-    const ToolRun run = watching.End();
-    EXPECT_EQ(run.status, 128 + SIGINT) << "nothing is on any more";
-    EXPECT_THAT(run.err, HasSubstr("tesselctl: conflict watch: the daemon has ended; waiting for the next one\n"
-                                   "note: the daemon is new: reports are switched on again\n"));
+    EXPECT_THAT(watching.EndedBy(SIGINT),
+                HasSubstr("tesselctl: conflict watch: the daemon has ended; waiting for the next one\n"
+                          "note: the daemon is new: reports are switched on again\n"));
 }
 
 TEST(ConflictWatch, ADryRunListensToNothing) {

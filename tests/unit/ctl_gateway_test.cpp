@@ -15,15 +15,10 @@ namespace {
 
 using namespace tessel::test;
 using nlohmann::ordered_json;
+using tessel::ctl::HostText;
+using tessel::ctl::TextOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-template <typename Record>
-Record RecordOf(const SeenRequest& request) {
-    Record record{};
-    memcpy(&record, request.payload.data(), std::min(request.payload.size(), sizeof(record)));
-    return record;
-}
 
 // Keeps gateways by family and interface, and priorities as the contract has it; a test may break the rules.
 struct Device {
@@ -34,17 +29,13 @@ struct Device {
     bool ignoresSets = false;  // answers success all the same
     std::string whenSet;       // run by a shell when priorities are set
     std::vector<u32> changes;  // codes, in order
-    std::vector<std::size_t> changeBytes;
+    std::vector<std::size_t> setBytes;
 
     std::string operator()(const SeenRequest& request) {
-        const bool isChange = request.type == TESSEL_CMD_GATEWAY_SET || request.type == TESSEL_CMD_GATEWAY_DEL ||
-                              request.type == TESSEL_CMD_PRIORITY_SET;
-        if (isChange) {
+        if (request.type != TESSEL_CMD_GATEWAY_GET && request.type != TESSEL_CMD_PRIORITY_GET)
             changes.push_back(request.type);
-            changeBytes.push_back(request.payload.size());
-        }
         const auto place = RecordOf<TNetGatewayReq>(request);
-        const std::pair<int, std::string> key{place.wSinFamily, tessel::ctl::TextOf(place.achDevName)};
+        const std::pair<int, std::string> key{place.wSinFamily, TextOf(place.achDevName)};
         switch (request.type) {
             case TESSEL_CMD_GATEWAY_GET: {
                 const bool isLearnt = key.first == TESSEL_FAMILY_INET6 && key.second == learnt;
@@ -52,11 +43,12 @@ struct Device {
                 return FakeDaemon::Message(TNetGatewayGetReply{.nResult = result, .tGateway = gateways[key]});
             }
             case TESSEL_CMD_GATEWAY_DEL: {
-                const bool isAbsent = tessel::ctl::HostText(gateways[key]).empty();
+                const bool isAbsent = HostText(gateways[key]).empty();
                 gateways[key] = {};
                 return Status(isAbsent && key.first == TESSEL_FAMILY_INET ? -1 : 0);
             }
             case TESSEL_CMD_GATEWAY_SET:
+                setBytes.push_back(request.payload.size());
                 return Status(Set(RecordOf<TNetGatewaySetReq>(request)));
             case TESSEL_CMD_PRIORITY_GET:
                 return FakeDaemon::Message(priorities);
@@ -66,14 +58,10 @@ struct Device {
         }
     }
 
-    static std::string Status(i32 result) {
-        return FakeDaemon::Message(TNetStatusReply{.nResult = result});
-    }
     i32 Set(const TNetGatewaySetReq& request) {
-        TNetGateway& gateway = gateways[{request.tGateway.wSinFamily, tessel::ctl::TextOf(request.achDevName)}];
-        const bool isThere =
-            request.tGateway.wSinFamily == TESSEL_FAMILY_INET && !tessel::ctl::HostText(gateway).empty();
-        if (isThere || tessel::ctl::HostText(request.tGateway) == refused) return -1;
+        TNetGateway& gateway = gateways[{request.tGateway.wSinFamily, TextOf(request.achDevName)}];
+        const bool isThere = request.tGateway.wSinFamily == TESSEL_FAMILY_INET && !HostText(gateway).empty();
+        if (isThere || HostText(request.tGateway) == refused) return -1;
         if (!ignoresSets) gateway = request.tGateway;
         return 0;
     }
@@ -81,9 +69,9 @@ struct Device {
         const bool isFirst = priorities.dwNum == 0;
         if (isFirst) priorities = list;
         for (u32 i = 0; !isFirst && i < list.dwNum; ++i) {
-            const std::string name = tessel::ctl::TextOf(list.atPrio[i].achDevName);
+            const std::string name = TextOf(list.atPrio[i].achDevName);
             for (TNetPrioParam& entry : priorities.atPrio) {
-                if (!tessel::ctl::TextOf(entry.achDevName).starts_with(name)) continue;
+                if (!TextOf(entry.achDevName).starts_with(name)) continue;
                 entry.nPriority = list.atPrio[i].nPriority;
                 break;
             }
@@ -97,30 +85,27 @@ struct Device {
 class Gateways : public testing::Test {
   protected:
     Gateways() {
-        Run("ip addr add 192.168.1.20/24 dev eth0");
+        Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
         Has("eth0", "192.168.1.1");
     }
     ~Gateways() override {
-        Run("ip addr flush dev eth0 scope global; ip addr flush dev eth1 scope global; ip link set eth2 up");
+        Prepare({"ip addr flush dev eth0 scope global", "ip addr flush dev eth1 scope global", "ip link set eth2 up"});
         unsetenv("SSH_CONNECTION");
-    }
-    static void Run(const std::string& line) {
-        ASSERT_EQ(std::system(line.c_str()), 0) << line;  // NOLINT(cert-env33-c): in the sandbox
     }
     void Has(const char* interfaceName, const char* text) {
         const TNetGateway gateway = *tessel::ctl::ParseHost(text);
         device_.gateways[{gateway.wSinFamily, interfaceName}] = gateway;
     }
     std::string Tells(const char* interfaceName, int family = TESSEL_FAMILY_INET) {
-        return tessel::ctl::HostText(device_.gateways[{family, interfaceName}]);
+        return HostText(device_.gateways[{family, interfaceName}]);
     }
     Device device_;
     FakeDaemon daemon_{[this](const SeenRequest& request) { return device_(request); }};
 };
 
 TEST_F(Gateways, ShowPutsDaemonAndKernelTogether) {
-    Run("ip route add default via 192.168.1.1 dev eth0 metric 7; ip route add default via 192.168.1.2 dev eth0 metric "
-        "9");
+    Prepare({"ip route add default via 192.168.1.1 dev eth0 metric 7",
+             "ip route add default via 192.168.1.2 dev eth0 metric 9"});
     Has("eth1", "fe80::1");
     device_.learnt = "eth1";
     device_.priorities = {2, {{}, Priority("eth0", 10), Priority("eth1", 20)}};
@@ -143,28 +128,23 @@ TEST_F(Gateways, ShowPutsDaemonAndKernelTogether) {
               "INTERFACE  PRIORITY  GATEWAY      METRIC\n"
               "eth0       10        192.168.1.1  7\n"
               "eth1       20        -            -\n");
-    EXPECT_THAT(RunLine("gateway show dev eth9").err, HasSubstr("there is no interface eth9"));
+    ExpectAll({{"gateway show dev eth9", 1, "there is no interface eth9"}});
 }
 
 TEST_F(Gateways, ACauseIsNamedForEveryRefusalOfTheKernel) {
-    Run("ip route add default via 192.168.1.1 dev eth0; ip addr add 10.0.0.1/8 dev eth1; ip link set eth2 down");
-    struct Case {
-        const char* line;
-        const char* cause;
+    Prepare(
+        {"ip route add default via 192.168.1.1 dev eth0", "ip addr add 10.0.0.1/8 dev eth1", "ip link set eth2 down"});
+    const std::pair<std::string, const char*> cases[] = {
+        {"192.168.9.1 dev eth0", "192.168.9.1 is in no network of eth0 (192.168.1.20/24)."},
+        {"192.168.1.7 dev eth0", "eth0 already has 192.168.1.1."},
+        {"10.0.0.7 dev eth1", "the default route of eth0 has the same metric 0"},
+        {"10.0.0.7 dev eth2", "eth2 is down."},
+        {"10.0.0.7 dev eth9", "there is no interface eth9."},
+        {"10.0.0.1 dev eth1", "10.0.0.1 is eth1's own address."},
     };
-    constexpr Case kCases[] = {
-        {"gateway set 192.168.9.1 dev eth0", "192.168.9.1 is in no network of eth0 (192.168.1.20/24)."},
-        {"gateway set 192.168.1.7 dev eth0", "eth0 already has 192.168.1.1."},
-        {"gateway set 10.0.0.7 dev eth1", "the default route of eth0 has the same metric 0"},
-        {"gateway set 10.0.0.7 dev eth2", "eth2 is down."},
-        {"gateway set 10.0.0.7 dev eth9", "there is no interface eth9."},
-        {"gateway set 10.0.0.1 dev eth1", "10.0.0.1 is eth1's own address."},
-    };
-    for (const Case& one : kCases) {
-        device_.refused = std::string(one.line).substr(12, std::string(one.line).find(" dev") - 12);
-        const ToolRun run = RunLine(one.line);
-        EXPECT_EQ(run.status, 1) << one.line;
-        EXPECT_THAT(run.err, HasSubstr(one.cause)) << one.line;
+    for (const auto& [place, cause] : cases) {
+        device_.refused = place.substr(0, place.find(' '));
+        ExpectAll({{"gateway set " + place, 1, cause}});
     }
     EXPECT_EQ(RunLine("-n gateway set 192.168.1.254 dev eth0").out,
               "request  0x10F gateway_set   interface eth0   gateway 192.168.1.254   family inet, 36 bytes\n"
@@ -175,18 +155,16 @@ TEST_F(Gateways, ACauseIsNamedForEveryRefusalOfTheKernel) {
 TEST_F(Gateways, ChangesAreReadBack) {
     EXPECT_EQ(RunLine("gateway set dev eth1 10.0.0.7").out, "eth1   gateway 10.0.0.7 set\n");
     EXPECT_EQ(Tells("eth1"), "10.0.0.7");
-    EXPECT_EQ(RunLine("gateway set 10.0.0.7 table 5").status, 0);
-    EXPECT_THAT(device_.changeBytes, ElementsAre(36, 40)) << "the main table is none";
+    ExpectStatus(0, {"gateway set 10.0.0.7 table 5"});
+    EXPECT_THAT(device_.setBytes, ElementsAre(36, 40)) << "the main table is none";
     // What the daemon takes for there already, because the text begins the same (0x110 tells the longer one).
     Has("eth0", "fe80::1234");
     device_.ignoresSets = true;
-    const ToolRun run = RunLine("gateway set fe80::1 dev eth0");
-    EXPECT_EQ(run.status, 5);
-    EXPECT_THAT(run.err, HasSubstr("eth0 has fe80::1234, which the daemon takes for the same"));
+    ExpectAll({{"gateway set fe80::1 dev eth0", 5, "eth0 has fe80::1234, which the daemon takes for the same"}});
     // The kernel's further routes count as well: the daemon tells the first one only.
-    Run("ip route add default via 192.168.1.9 dev eth0 metric 9");
+    Prepare({"ip route add default via 192.168.1.9 dev eth0 metric 9"});
     device_.gateways.clear();
-    EXPECT_EQ(RunLine("gateway set 192.168.1.9 dev eth0").status, 0);
+    ExpectStatus(0, {"gateway set 192.168.1.9 dev eth0"});
 }
 
 TEST_F(Gateways, DeletionSaysTheSameOfBothFamilies) {
@@ -197,30 +175,29 @@ TEST_F(Gateways, DeletionSaysTheSameOfBothFamilies) {
         EXPECT_EQ(run.status, 1) << options;
         EXPECT_EQ(run.err, "tesselctl: gateway del dev eth0: nothing to delete, eth0 has no gateway\n");
     }
-    EXPECT_THAT(RunLine("gateway del dev eth9").err, HasSubstr("there is no interface eth9"));
+    ExpectAll({{"gateway del dev eth9", 1, "there is no interface eth9"}});
     Has("eth0", "192.168.1.1");
     Has("eth0", "fe80::1");
     EXPECT_EQ(ordered_json::parse(RunLine("gateway del dev eth0 -j").out).size(), 2U);
     // A default route without a gateway: the daemon does not tell it, but deletes it.
-    Run("ip -6 route add default dev eth0 metric 3");
+    Prepare({"ip -6 route add default dev eth0 metric 3"});
     EXPECT_EQ(RunLine("gateway del dev eth0").out, "eth0   default route (inet6) deleted\n");
-    Run("ip -6 route del default dev eth0 metric 3");
+    Prepare({"ip -6 route del default dev eth0 metric 3"});
     EXPECT_EQ(RunLine("-n gateway del -6").out,
               "request  0x116 gateway_del   family inet6, 18 bytes\nruns     ip -6 route flush default\n"
               "note     a family without a gateway is passed over\n");
 }
 
 TEST_F(Gateways, ReplacingIsTwoStepsAndPutsTheOldOneBack) {
-    const ToolRun done = RunLine("gateway replace 192.168.1.254 dev eth0");
-    EXPECT_EQ(done.err, "note: two steps: 192.168.1.1 was deleted, then 192.168.1.254 added\n");
+    EXPECT_EQ(RunLine("gateway replace 192.168.1.254 dev eth0").err,
+              "note: two steps: 192.168.1.1 was deleted, then 192.168.1.254 added\n");
     EXPECT_THAT(device_.changes, ElementsAre(0x116, 0x10F));
     device_.refused = "192.168.9.1";
-    const ToolRun failed = RunLine("gateway replace 192.168.9.1 dev eth0");
-    EXPECT_EQ(failed.status, 1);
-    EXPECT_THAT(failed.err, HasSubstr("(192.168.1.20/24). The old gateway 192.168.1.254 is set again.\n"));
+    ExpectAll({{"gateway replace 192.168.9.1 dev eth0", 1,
+                "(192.168.1.20/24). The old gateway 192.168.1.254 is set again.\n"}});
     EXPECT_EQ(Tells("eth0"), "192.168.1.254");
     device_.changes.clear();
-    EXPECT_EQ(RunLine("gateway replace 10.0.0.7 dev eth1").status, 0);
+    ExpectStatus(0, {"gateway replace 10.0.0.7 dev eth1"});
     EXPECT_THAT(device_.changes, ElementsAre(0x10F)) << "nothing to delete";
     EXPECT_THAT(
         RunLine("-n gateway replace fe80::1 dev eth0 table 5").out,
@@ -230,31 +207,24 @@ TEST_F(Gateways, ReplacingIsTwoStepsAndPutsTheOldOneBack) {
 }
 
 TEST_F(Gateways, RefusedBeforeAnythingIsSent) {
-    EXPECT_THAT(RunLine("gateway set 0.0.0.0 dev eth0").err, HasSubstr("use \"gateway del\""));
-    for (const char* line : {"gateway set :: dev eth0", "gateway set fe80::1", "gateway set 10.0.0.7/8 dev eth0",
-                             "gateway replace 10.0.0.7", "gateway set 10.0.0.7 -4",
-                             "gateway set 10.0.0.7 table 2147483648", "priority set eth0 10 eth0 20",
-                             "priority set eth0 2147483648", "priority set eth0", "priority set eth0 1 eth1"}) {
-        EXPECT_EQ(RunLine(line).status, 2) << line;
-    }
+    ExpectAll({{"gateway set 0.0.0.0 dev eth0", 2, "use \"gateway del\""}});
+    ExpectStatus(2, {"gateway set :: dev eth0", "gateway set fe80::1", "gateway set 10.0.0.7/8 dev eth0",
+                     "gateway replace 10.0.0.7", "gateway set 10.0.0.7 -4", "gateway set 10.0.0.7 table 2147483648",
+                     "priority set eth0 10 eth0 20", "priority set eth0 2147483648", "priority set eth0",
+                     "priority set eth0 1 eth1"});
     setenv("SSH_CONNECTION", "192.168.1.77 50000 192.168.1.20 22", 1);
-    for (const char* line : {"gateway set 192.168.1.7 dev eth0", "gateway del", "gateway del dev eth0 table 5",
-                             "gateway replace 192.168.1.7 dev eth0"}) {
-        EXPECT_EQ(RunLine(line).status, 2) << line;
-    }
+    ExpectStatus(2, {"gateway set 192.168.1.7 dev eth0", "gateway del", "gateway del dev eth0 table 5",
+                     "gateway replace 192.168.1.7 dev eth0"});
     EXPECT_THAT(device_.changes, ElementsAre());
-    EXPECT_EQ(RunLine("gateway set 10.0.0.7 dev eth1").status, 0) << "another link";
-    EXPECT_EQ(RunLine("gateway del dev eth0 --force").status, 0);
+    ExpectStatus(0, {"gateway set 10.0.0.7 dev eth1", "gateway del dev eth0 --force"});  // another link, or by force
 }
 
 TEST_F(Gateways, PrioritiesAreReadBackAndTheirRoutesLookedAt) {
-    Run("ip addr add 10.0.0.1/8 dev eth1; ip route add default via 10.0.0.7 dev eth1 metric 20");
+    Prepare({"ip addr add 10.0.0.1/8 dev eth1", "ip route add default via 10.0.0.7 dev eth1 metric 20"});
     EXPECT_EQ(RunLine("priority set eth10 3 eth1 20").err,
               "note: the set of interfaces is fixed now until the daemon restarts\n");
     // "eth1" is where "eth10" begins, and that one comes first.
-    const ToolRun prefix = RunLine("priority set eth1 5");
-    EXPECT_EQ(prefix.status, 2);
-    EXPECT_THAT(prefix.err, HasSubstr("the daemon would change eth10 instead"));
+    ExpectAll({{"priority set eth1 5", 2, "the daemon would change eth10 instead"}});
     EXPECT_EQ(device_.changes.size(), 1U);
     device_.priorities = {2, {Priority("eth0", 10), Priority("eth1", 20)}};
     device_.whenSet = "ip route del default dev eth1; ip route add default via 10.0.0.7 dev eth1 metric 5";
@@ -268,7 +238,7 @@ TEST_F(Gateways, PrioritiesAreReadBackAndTheirRoutesLookedAt) {
     device_.whenSet.clear();
     EXPECT_THAT(RunLine("priority set eth1 7").out, HasSubstr("5 -> 7     its default route still has metric 5"));
     device_.whenSet = "ip route del default dev eth1";
-    EXPECT_EQ(RunLine("priority set eth1 5").status, 5) << "the route is lost";
+    ExpectStatus(5, {"priority set eth1 5"});  // the route is lost
     EXPECT_EQ(RunLine("-n priority set eth1 5 eth3 30").out,
               "request  0x11C priority_set   entries 2   priorities eth1=5 eth3=30, 204 bytes\n");
     using tessel::ctl::Complete;

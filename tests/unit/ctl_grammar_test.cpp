@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "client/ctl/commands.h"
 #include "client/ctl/complete.h"
 #include "client/ctl/grammar.h"
@@ -10,26 +8,22 @@
 #include "client/ctl/messages.h"
 #include "core/startup/command_table.h"
 #include "tessel/ipc.h"
+#include "tests/unit/ctl_run.h"
 
 namespace {
 
 using namespace tessel::ctl;
+using tessel::test::Words;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-std::vector<std::string> Split(const std::string& text) {
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
 TEST(Pattern, WordsFindTheirPlaces) {
-    struct Case {
+    const struct {
         const char* pattern;
         const char* words;
-        const char* expected;  // "key=value ..." in order of keys asked, or "!" and a part of what is wrong
-    };
-    constexpr Case kCases[] = {
+        std::string expected;  // "key=value ..." in order of keys asked, or "!" and a part of what is wrong
+    } cases[] = {
         {"[dev IF]", "", ""},
         {"[dev IF]", "dev eth0", "dev=eth0"},
         {"[dev IF]", "dev", "!dev IF is missing"},
@@ -51,16 +45,15 @@ TEST(Pattern, WordsFindTheirPlaces) {
         {"user U [persist] [holdoff S]", "persist user x", "user=x persist="},
         {"IF... active IF", "eth0 eth1 active eth0", "IF=eth0 active=eth0"},
     };
-    for (const Case& one : kCases) {
-        SCOPED_TRACE(testing::Message() << one.pattern << " <- " << one.words);
-        const Match match = MatchWords(one.pattern, Split(one.words));
-        const std::string expected = one.expected;
+    for (const auto& [pattern, words, expected] : cases) {
+        SCOPED_TRACE(testing::Message() << pattern << " <- " << words);
+        const Match match = MatchWords(pattern, Words(words));
         EXPECT_EQ(match.isComplete, !expected.starts_with('!'));
         if (!match.isComplete) {
             EXPECT_THAT(match.problem, HasSubstr(expected.substr(1)));
             continue;
         }
-        for (const std::string& pair : Split(expected)) {
+        for (const std::string& pair : Words(expected)) {
             const std::size_t equals = pair.find('=');
             EXPECT_EQ(match.arguments.Find(pair.substr(0, equals)), pair.substr(equals + 1)) << pair;
         }
@@ -68,11 +61,8 @@ TEST(Pattern, WordsFindTheirPlaces) {
 }
 
 TEST(Grammar, ObjectsAndVerbsMayBeCut) {
-    struct Case {
-        const char* words;
-        const char* expected;  // the command, or "!" and a part of the refusal
-    };
-    constexpr Case kCases[] = {
+    // The command, or "!" and a part of the refusal.
+    const std::pair<const char*, std::string> cases[] = {
         {"", "status"},
         {"addr", "addr show"},
         {"ad sh dev eth0", "addr show"},
@@ -89,15 +79,14 @@ TEST(Grammar, ObjectsAndVerbsMayBeCut) {
         {"link mtu", "!usage: tesselctl link mtu IF"},
         {"log level loud", "!usage: tesselctl log level off|error|info|debug|N"},
     };
-    for (const Case& one : kCases) {
-        const auto parsed = ParseWords(Split(one.words));
-        const std::string expected = one.expected;
+    for (const auto& [words, expected] : cases) {
+        const auto parsed = ParseWords(Words(words));
         if (const auto* command = std::get_if<ParsedCommand>(&parsed)) {
-            EXPECT_EQ(TitleOf(*command->command), expected) << one.words;
+            EXPECT_EQ(TitleOf(*command->command), expected) << words;
         } else {
             const auto& failure = std::get<Failure>(parsed);
             EXPECT_EQ(failure.exit, kExitRefused);
-            EXPECT_THAT(failure.message, HasSubstr(expected.substr(1))) << one.words;
+            EXPECT_THAT(failure.message, HasSubstr(expected.substr(1))) << words;
         }
     }
 }
@@ -126,12 +115,12 @@ TEST(Commands, ExamplesRunAsTypedAndHelpShowsThem) {
     for (const Command& command : Commands()) {
         EXPECT_THAT(objects, testing::Contains(command.object));
         EXPECT_FALSE(ObjectSummary(command.object).empty()) << command.object;
-        auto options = ParseOptions(Split(std::string(command.example)));
+        auto options = ParseOptions(Words(command.example));
         ASSERT_TRUE(std::holds_alternative<Options>(options)) << command.example;
         const auto parsed = ParseWords(std::get<Options>(options).words);
         ASSERT_TRUE(std::holds_alternative<ParsedCommand>(parsed)) << command.example;
         EXPECT_EQ(std::get<ParsedCommand>(parsed).command, &command) << command.example;
-        EXPECT_THAT(HelpText(Split(TitleOf(command))), HasSubstr(std::string(command.example)));
+        EXPECT_THAT(HelpText(Words(TitleOf(command))), HasSubstr(std::string(command.example)));
     }
     EXPECT_THAT(HelpText({}), HasSubstr("--dry-run"));
     EXPECT_THAT(HelpText({"link"}), HasSubstr("link set IF mtu N"));
@@ -153,7 +142,7 @@ TEST(Complete, OffersWhatMayComeNext) {
 }
 
 TEST(Options, StandAnywhereAndAreChecked) {
-    const auto parse = [](const std::string& line) { return ParseOptions(Split(line)); };
+    const auto parse = [](const std::string& line) { return ParseOptions(Words(line)); };
     const auto options = std::get<Options>(parse("addr -vv show --wait dev -g a,b eth0 -t 0.5 -4"));
     EXPECT_THAT(options.words, ElementsAre("addr", "show", "dev", "eth0"));
     EXPECT_THAT(options.fields, ElementsAre("a", "b"));

@@ -25,19 +25,15 @@ TEST(Table, ColumnsAreAlignedAndNotPadded) {
 }
 
 TEST(Fields, ComeFromEveryDepth) {
-    struct Case {
-        std::vector<std::string> fields;
-        const char* expected;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{"pid"}, "7\n"},
         {{"note"}, "\n"},
         {{"interface", "up"}, "a\ttrue\nb\tfalse\n"},
         {{"interface", "address"}, "a\t1.2.3.4\na\t::1\nb\t\n"},
         {{"pid", "address"}, "7\t1.2.3.4\n7\t::1\n7\t\n"},
     };
-    for (const Case& one : cases)
-        EXPECT_EQ(RenderFields(kDocument, one.fields), one.expected) << one.fields[0];
+    for (const auto& [fields, expected] : cases)
+        EXPECT_EQ(RenderFields(kDocument, fields), expected) << fields[0];
     EXPECT_EQ(RenderFields(kDocument, {"nonsense"}), std::nullopt);
     EXPECT_EQ(RenderFields(ordered_json::array(), {"address"}), "") << "no record is no mistake";
 }
@@ -51,24 +47,17 @@ TEST(Json, IsStrictWhateverTheTextsHold) {
 }
 
 TEST(Failure, EveryErrorHasItsExitAndItsWord) {
-    struct Case {
-        int error;
-        Exit exit;
-        const char* word;
-    };
-    constexpr Case kCases[] = {
+    constexpr std::tuple<int, Exit, const char*> kCases[] = {
         {TESSEL_E_FAILED, kExitFailed, "failed"},     {TESSEL_E_NOT_RUNNING, kExitNotRunning, "not_running"},
         {TESSEL_E_TIMEOUT, kExitTimeout, "timeout"},  {TESSEL_E_NO_REPLY, kExitFailed, "no_reply"},
         {TESSEL_E_PROTOCOL, kExitFailed, "protocol"}, {TESSEL_E_ARGUMENT, kExitRefused, "refused"},
         {TESSEL_E_SYSTEM, kExitFailed, "system"},     {TESSEL_E_IN_USE, kExitFailed, "system"},
     };
-    for (const Case& one : kCases) {
-        const Failure failure = CallFailed("link mtu \"x\"", one.error);
-        EXPECT_EQ(failure.exit, one.exit) << one.error;
-        const auto json = ordered_json::parse(RenderFailure(failure, true));
-        EXPECT_EQ(json["error"], one.word);
-        EXPECT_EQ(json["exit"], static_cast<int>(one.exit));
-        EXPECT_EQ(json["message"], failure.message);
+    for (const auto& [error, exit, word] : kCases) {
+        const Failure failure = CallFailed("link mtu \"x\"", error);
+        EXPECT_EQ(failure.exit, exit) << error;
+        EXPECT_EQ(ordered_json::parse(RenderFailure(failure, true)),
+                  (ordered_json{{"error", word}, {"message", failure.message}, {"exit", static_cast<int>(exit)}}));
     }
     EXPECT_EQ(RenderFailure(CallFailed("link mtu eth9", TESSEL_E_FAILED, "there is no interface eth9"), false),
               "tesselctl: link mtu eth9: the daemon answered -1. Probable cause: there is no interface eth9.\n");

@@ -1,5 +1,4 @@
 // Routes, tables and rules: what the daemon answers against what the kernel of the sandbox has.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -14,16 +13,9 @@
 
 namespace {
 
+using namespace tessel::test;
 using nlohmann::ordered_json;
 using tessel::ctl::KernelRoutes;
-using tessel::test::DeviceAnswer;
-using tessel::test::FailingAnswer;
-using tessel::test::FakeDaemon;
-using tessel::test::IdleAnswer;
-using tessel::test::Prepare;
-using tessel::test::RunInSandbox;
-using tessel::test::RunLine;
-using tessel::test::SeenRequest;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -83,16 +75,20 @@ TEST_F(Routes, RulesAreShownAsTheKernelHasThem) {
     Prepare({"ip -6 rule del pref 35"});
 }
 
+// So many routes of a daemon: 10.1.0.0/16, 10.2.0.0/16 ...
+std::string RoutesReply(u32 count, std::optional<TNetGateway> gateway = {}) {
+    TNetRouteGetAllReply reply{};
+    reply.tRoutes.dwNum = count;
+    for (u32 i = 0; i < count; ++i) {
+        reply.tRoutes.atRoute[i] = ToldRoute(static_cast<u8>(i + 1), 5);
+        if (gateway) reply.tRoutes.atRoute[i].tGateway = *gateway;
+    }
+    return FakeDaemon::Message(reply);
+}
+
 TEST_F(Routes, AFullListIsMarkedAndTheKernelCompletesIt) {
-    std::size_t told = 2;
-    FakeDaemon daemon([&](const SeenRequest&) {
-        TNetRouteGetAllReply reply{};
-        for (; reply.tRoutes.dwNum < told; reply.tRoutes.dwNum = reply.tRoutes.dwNum + 1) {
-            reply.tRoutes.atRoute[reply.tRoutes.dwNum] =
-                tessel::test::ToldRoute(static_cast<u8>(reply.tRoutes.dwNum + 1), 5);
-        }
-        return FakeDaemon::Message(reply);
-    });
+    u32 told = 2;
+    FakeDaemon daemon([&](const SeenRequest&) { return RoutesReply(told); });
     EXPECT_EQ(
         RunLine("route show -4 -j").out,
         "{\"routes\":[\n "
@@ -108,8 +104,7 @@ TEST_F(Routes, AFullListIsMarkedAndTheKernelCompletesIt) {
               "default         192.168.1.1    eth0       0       kernel\n"
               "192.168.1.0/24  -              eth0       0       kernel\n");
     told = 10;
-    const auto cut = RunLine("route show -4");
-    EXPECT_THAT(cut.err, HasSubstr("10 routes are shown, there may be more (--kernel shows all)"));
+    EXPECT_THAT(RunLine("route show -4").err, HasSubstr("10 routes are shown, there may be more (--kernel shows all)"));
     EXPECT_EQ(ordered_json::parse(RunLine("route show -4 -j").out)["truncated"], true);
     const auto whole = ordered_json::parse(RunLine("route show -4 -j --kernel").out);
     EXPECT_EQ(whole["truncated"], false);
@@ -131,7 +126,7 @@ TEST_F(Routes, AFullAddressListIsCompletedToo) {
         TNetIpaddrGetReply reply{};
         reply.tIfaceIp.dwNum = TESSEL_ADDRESSES_MAX;
         for (auto& entry : reply.tIfaceIp.atIp)
-            entry = tessel::test::Address("\xc0\xa8\x01\x14", 4, 2, 24);
+            entry = Address("\xc0\xa8\x01\x14", 4, 2, 24);
         return FakeDaemon::Message(reply);
     });
     EXPECT_THAT(RunLine("addr show dev eth0").err, HasSubstr("16 addresses are shown, there may be more (--kernel"));
@@ -145,29 +140,9 @@ TEST_F(Routes, AFullAddressListIsCompletedToo) {
 
 TEST_F(Routes, AGatewayThatTheDaemonCannotReadIsStillTheSameRoute) {
     Prepare({"ip route add 10.1.0.0/16 via inet6 2001:db8::9 dev eth0 metric 5"});
-    FakeDaemon daemon([](const SeenRequest&) {
-        TNetRouteGetAllReply reply{};
-        reply.tRoutes.dwNum = 1;
-        reply.tRoutes.atRoute[0] = tessel::test::ToldRoute(1, 5);
-        reply.tRoutes.atRoute[0].tGateway = {};
-        return FakeDaemon::Message(reply);
-    });
+    FakeDaemon daemon([](const SeenRequest&) { return RoutesReply(1, TNetGateway{}); });
     EXPECT_EQ(RunLine("-g destination,gateway,source route show -4 --kernel").out,
               "10.1.0.0\t\tdaemon\n192.168.1.0\t\tkernel\n");
-}
-
-struct Case {
-    const char* line;
-    int status;
-    const char* text;  // on standard output or standard error
-};
-
-void ExpectAll(std::initializer_list<Case> cases) {
-    for (const Case& one : cases) {
-        const auto run = RunLine(one.line);
-        EXPECT_EQ(run.status, one.status) << one.line << "\n" << run.out << run.err;
-        EXPECT_THAT(run.out + run.err, HasSubstr(one.text)) << one.line;
-    }
 }
 
 TEST_F(Routes, ChangesAreSentCarriedOutAndReadBack) {
@@ -205,9 +180,8 @@ TEST_F(Routes, ChangesAreSentCarriedOutAndReadBack) {
     EXPECT_EQ(seen[0].payload.size(), 80U) << "no table, the main one";
     EXPECT_EQ(seen[2].payload.size(), 84U);
     const auto rule = std::find_if(seen.begin(), seen.end(), [](const auto& one) { return one.type == 0x123; }) + 1;
-    TNetIpRule record{};
-    ASSERT_EQ(rule->payload.size(), sizeof(record));
-    memcpy(&record, rule->payload.data(), sizeof(record));
+    ASSERT_EQ(rule->payload.size(), sizeof(TNetIpRule));
+    const auto record = RecordOf<TNetIpRule>(*rule);
     EXPECT_EQ(tessel::ctl::NetworkText(record.tSrcIpNet, record.nPrefixLen), "192.168.1.0/24");
     EXPECT_EQ(record.nFwmark, 16);
     EXPECT_EQ(record.nPref, 30);
@@ -287,20 +261,13 @@ TEST_F(Routes, ADryRunShowsWhatTheDaemonWouldRun) {
 class ForeignDaemon {
   public:
     ForeignDaemon() {
-        int ready[2];
-        EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
-        child_ = fork();
         if (child_ == 0) {
             if (unshare(CLONE_NEWNET) != 0) _exit(1);
             const FakeDaemon daemon(&DeviceAnswer);
-            (void)write(ready[1], "", 1);
             while (true)
                 pause();
         }
-        close(ready[1]);
-        char byte = 1;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
+        EXPECT_TRUE(Eventually(&tessel_daemon_is_listening));
     }
     ~ForeignDaemon() {
         kill(child_, SIGKILL);
@@ -311,7 +278,7 @@ class ForeignDaemon {
     ForeignDaemon& operator=(const ForeignDaemon&) = delete;
 
   private:
-    pid_t child_;
+    pid_t child_ = fork();
 };
 
 TEST_F(Routes, OfAnotherNetworkAreNotReadHere) {

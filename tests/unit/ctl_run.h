@@ -1,6 +1,7 @@
 // Lines for the tool, and a daemon that answers them.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include "client/ctl/messages.h"
 #include "client/ctl/tesselctl.h"
 #include "client/libtessel.h"
+#include "core/startup/command_table.h"
 #include "tests/support/files.h"
 #include "tests/unit/libtessel_fake_daemon.h"
 
@@ -35,12 +37,35 @@ inline std::string Contents(std::FILE* file) {
     return text;
 }
 
+inline std::vector<std::string> Words(std::string_view line) {
+    std::istringstream stream{std::string(line)};
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
 inline ToolRun RunLine(const std::string& line) {
-    std::istringstream stream(line);
     std::FILE* out = tmpfile();
     std::FILE* err = tmpfile();
-    const int status = ctl::RunTool({std::istream_iterator<std::string>(stream), {}}, out, err);
+    const int status = ctl::RunTool(Words(line), out, err);
     return {status, Contents(out), Contents(err)};
+}
+
+struct Expected {
+    std::string line;
+    int status;
+    std::string text;  // on standard output or standard error
+};
+
+inline void ExpectAll(std::initializer_list<Expected> cases) {
+    for (const Expected& one : cases) {
+        const ToolRun run = RunLine(one.line);
+        EXPECT_EQ(run.status, one.status) << one.line << "\n" << run.out << run.err;
+        EXPECT_THAT(run.out + run.err, testing::HasSubstr(one.text)) << one.line;
+    }
+}
+
+inline void ExpectStatus(int status, std::initializer_list<const char*> lines) {
+    for (const char* line : lines)
+        ExpectAll({{line, status, ""}});
 }
 
 inline TNetIpAddr Address(const char* bytes, std::size_t count, u16 family, u32 prefixLength) {
@@ -64,65 +89,43 @@ inline bool RunInSandbox(const std::string& line) {
     return system((line + " 2>/dev/null").c_str()) == 0;
 }
 
+// A request's record; zeros where the request is too short.
+template <typename Record>
+Record RecordOf(const SeenRequest& request) {
+    Record record{};
+    memcpy(&record, request.payload.data(), std::min(request.payload.size(), sizeof(record)));
+    return record;
+}
+
+inline nlohmann::ordered_json Described(const SeenRequest& request) {
+    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
+    return ctl::FindMessage(request.type)->describeRequest(bytes);
+}
+
+inline std::string Status(i32 result) {
+    return FakeDaemon::Message(TNetStatusReply{.nResult = result});
+}
+
 // What the tool looks for in the kernel has to happen there: runs what it says that the daemon runs for this request.
 inline std::string CarryOut(const SeenRequest& request) {
-    const ctl::Message* message = ctl::FindMessage(request.type);
-    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
-    const auto lines = ctl::ToolLinesFor(*message, message->describeRequest(bytes));
-    const bool isDone = std::all_of(lines.begin(), lines.end(), &RunInSandbox);
-    return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
+    const auto lines = ctl::ToolLinesFor(*ctl::FindMessage(request.type), Described(request));
+    return Status(std::all_of(lines.begin(), lines.end(), &RunInSandbox) ? 0 : -1);
 }
 
-// The lines that the daemon runs in the end for a request that changes one family's rules.
-inline std::vector<std::string> RuleLines(u32 code, const nlohmann::ordered_json& request, bool isInet6) {
-    const auto word = [&](const char* option, const char* key) {
-        return request.contains(key) && request[key].is_string() ? option + request[key].get<std::string>() : "";
-    };
-    const std::string operation = request.contains("change") && request["change"] == "add" ? "-I " : "-D ";
-    const std::string list = word("", "list");
-    std::vector<std::string> lines;
-    switch (code) {
-        case TESSEL_CMD_CHAIN_ADD:
-            lines = {"-N " + word("", "chain")};
-            if (word("", "chain") == "icmppacket") lines.emplace_back("-I INPUT -j icmppacket");
-            return lines;
-        case TESSEL_CMD_FILTER_ENABLE:
-            (void)RunInSandbox(std::string(isInet6 ? "ip6tables" : "iptables") + " -D INPUT -j " +
-                               (list == "whitelist" ? "blacklist" : "whitelist"));
-            lines = {"-F " + std::string(list == "whitelist" ? "blacklist" : "whitelist"), "-I INPUT -j " + list};
-            if (list == "whitelist") lines.emplace_back("-A whitelist -j DROP");
-            return lines;
-        case TESSEL_CMD_ICMP_FILTER:
-            return {"-F icmppacket", std::string("-I icmppacket ") +
-                                         (isInet6 ? "-p icmpv6 --icmpv6-type 128" : "-p icmp --icmp-type 8") + " -j " +
-                                         (request["echo"] == "allow" ? "RETURN" : "DROP")};
-        case TESSEL_CMD_PORT_FILTER:
-            for (const std::string protocol : {"tcp", "udp"}) {
-                if (request["protocol"].is_string() && request["protocol"] != protocol) continue;
-                lines.push_back((operation == "-I " ? "-A " : "-D ") +
-                                std::string(request["direction"] == "in" ? "INPUT" : "OUTPUT") + " -p " + protocol +
-                                " -m multiport" + word(" --", "kind") + word(" ", "ports") + " -j " +
-                                (request["action"] == "drop" ? "DROP" : "RETURN"));
-            }
-            return lines;
-        default:
-            return {operation + list + word(" -s ", "source") + word(" -m iprange --src-range ", "range") +
-                    word(" -s ", "address") + (request.contains("address") ? "/32" : "") +
-                    word(" -m mac --mac-source ", "mac") + word(" -j ", "target")};
-    }
-}
-
-// The same for the packet filter, whose lines depend on what is there.
+// The same for the packet filter, whose lines depend on what is there: the daemon's own handler.
 inline std::string CarryOutRules(const SeenRequest& request) {
-    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
-    const auto described = ctl::FindMessage(request.type)->describeRequest(bytes);
-    bool isDone = true;
-    for (const std::string family : {"inet", "inet6"}) {
-        if (described.contains("family") && described["family"] != family && described["family"] != "both") continue;
-        for (const std::string& line : RuleLines(request.type, described, family == "inet6"))
-            isDone &= RunInSandbox((family == "inet6" ? "ip6tables " : "iptables ") + line);
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+    const UniqueFd client(ends[0]);
+    const UniqueFd server(ends[1]);
+    std::string payload = Padded(request.payload, TESSEL_PAYLOAD_MAX);
+    for (const CommandRow& row : ServedCommands()) {
+        if (row.type == request.type)
+            (void)row.handler(server.Get(), row.type, payload.data(), static_cast<i32>(request.payload.size()));
     }
-    return FakeDaemon::Message(TNetStatusReply{.nResult = isDone ? 0 : -1});
+    char reply[sizeof(IpcMsgHead) + sizeof(TNetStatusReply)];
+    EXPECT_EQ(read(client.Get(), reply, sizeof(reply)), static_cast<ssize_t>(sizeof(reply)));
+    return {reply, sizeof(reply)};
 }
 
 inline void Prepare(std::initializer_list<const char*> lines) {
@@ -158,6 +161,16 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
     TNetIpaddrShowReply info{};
     TNetRouteGetAllReply routes{};
     static bool hasGateway = true;
+    const auto isOneOf = [&](std::initializer_list<u32> codes) {
+        return std::find(codes.begin(), codes.end(), request.type) != codes.end();
+    };
+    if (isOneOf({TESSEL_CMD_ROUTE_ADD, TESSEL_CMD_ROUTE_DEL, TESSEL_CMD_ROUTE_METRIC_SET, TESSEL_CMD_ROUTE_TABLE_ADD,
+                 TESSEL_CMD_ROUTE_TABLE_DEL, TESSEL_CMD_RULE_ADD, TESSEL_CMD_RULE_DEL, TESSEL_CMD_FILTER_DISABLE,
+                 TESSEL_CMD_ARP_ADD, TESSEL_CMD_ARP_DEL}))
+        return CarryOut(request);
+    if (isOneOf({TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER, TESSEL_CMD_FILTER_ENABLE,
+                 TESSEL_CMD_CHAIN_ADD, TESSEL_CMD_ICMP_FILTER, TESSEL_CMD_PORT_FILTER}))
+        return CarryOutRules(request);
     if (request.type == TESSEL_CMD_GATEWAY_SET) hasGateway = true;
     if (request.type == TESSEL_CMD_GATEWAY_DEL) hasGateway = false;
     switch (request.type) {
@@ -188,57 +201,20 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
             routes.tRoutes.atRoute[0] = ToldRoute(1, 5);
             routes.tRoutes.atRoute[1] = ToldRoute(2, 0);
             return FakeDaemon::Message(routes);
-        case TESSEL_CMD_ROUTE_ADD:
-        case TESSEL_CMD_ROUTE_DEL:
-        case TESSEL_CMD_ROUTE_METRIC_SET:
-        case TESSEL_CMD_ROUTE_TABLE_ADD:
-        case TESSEL_CMD_ROUTE_TABLE_DEL:
-        case TESSEL_CMD_RULE_ADD:
-        case TESSEL_CMD_RULE_DEL:
-        case TESSEL_CMD_FILTER_DISABLE:
-        case TESSEL_CMD_ARP_ADD:
-        case TESSEL_CMD_ARP_DEL:
-            return CarryOut(request);
-        case TESSEL_CMD_IP_FILTER:
-        case TESSEL_CMD_MAC_FILTER:
-        case TESSEL_CMD_IP_AND_MAC_FILTER:
-        case TESSEL_CMD_FILTER_ENABLE:
-        case TESSEL_CMD_CHAIN_ADD:
-        case TESSEL_CMD_ICMP_FILTER:
-        case TESSEL_CMD_PORT_FILTER:
-            return CarryOutRules(request);
         case TESSEL_CMD_LOG_FILE:
             WriteFile("/tmp/tessel_daemon.log", "");
             [[fallthrough]];
         default:
-            return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
+            return Status(0);
     }
 }
 
-// Answers success and does nothing.
-inline std::string IdleAnswer(const SeenRequest&) {
-    return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
-}
-
+// -1 and zeros, but for the priorities, which have no failure.
 inline std::string FailingAnswer(const SeenRequest& request) {
-    switch (request.type) {
-        case TESSEL_CMD_IPADDR_GET:
-            return FakeDaemon::Message(TNetIpaddrGetReply{.nResult = -1, .tIfaceIp = {}});
-        case TESSEL_CMD_IPADDR_SHOW:
-            return FakeDaemon::Message(TNetIpaddrShowReply{.nResult = -1, .tInfo = {}});
-        case TESSEL_CMD_MTU_GET:
-            return FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0});
-        case TESSEL_CMD_MACADDR_GET:
-            return FakeDaemon::Message(TNetMacaddrGetReply{.nResult = -1, .abyMac = {}, .abyUnused = {}});
-        case TESSEL_CMD_GATEWAY_GET:
-            return FakeDaemon::Message(TNetGatewayGetReply{.nResult = -1, .tGateway = {}});
-        case TESSEL_CMD_PRIORITY_GET:  // it has no failure
-            return FakeDaemon::Message(TNetPrioParamList{});
-        case TESSEL_CMD_ROUTE_GET_ALL:
-            return FakeDaemon::Message(TNetRouteGetAllReply{.nResult = -1, .tRoutes = {}});
-        default:
-            return FakeDaemon::Message(TNetStatusReply{.nResult = -1});
-    }
+    const ctl::Message* message = ctl::FindMessage(request.type);
+    const IpcMsgHead head{.type = 0, .size = static_cast<i32>(message->replyBytes), .flag = 0};
+    const std::string result = Number(request.type == TESSEL_CMD_PRIORITY_GET ? 0 : 0xFFFFFFFF);
+    return std::string(Bytes(head)) + Padded(result, message->replyBytes);
 }
 
 }  // namespace tessel::test

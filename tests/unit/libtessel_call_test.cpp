@@ -11,6 +11,7 @@
 namespace {
 
 using tessel::test::FakeDaemon;
+using tessel::test::IdleAnswer;
 
 class Call : public testing::Test {
   protected:
@@ -20,15 +21,10 @@ class Call : public testing::Test {
 };
 
 TEST_F(Call, EveryWayToMissAReplyIsAnErrorOfItsOwn) {
-    struct Case {
-        const char* description;
-        std::string wire;
-        int expected;
-    };
     const auto good = FakeDaemon::Message(TNetMtuGetReply{.nResult = 0, .dwMtu = 1400});
     auto wrongSize = good;
     wrongSize[4] = 7;
-    const Case cases[] = {
+    const std::tuple<const char*, std::string, int> cases[] = {
         {"a whole reply", good, TESSEL_OK},
         {"a status of -1", FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0}), TESSEL_E_FAILED},
         {"closed without a word", "", TESSEL_E_NO_REPLY},
@@ -36,12 +32,12 @@ TEST_F(Call, EveryWayToMissAReplyIsAnErrorOfItsOwn) {
         {"one byte short", good.substr(0, good.size() - 1), TESSEL_E_PROTOCOL},
         {"a header that gives another size", wrongSize, TESSEL_E_PROTOCOL},
     };
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.description);
-        FakeDaemon daemon([&](const auto&) { return one.wire; });
+    for (const auto& [description, wire, expected] : cases) {
+        SCOPED_TRACE(description);
+        FakeDaemon daemon([&text = wire](const auto&) { return text; });
         u32 mtu = 77;
-        EXPECT_EQ(tessel_mtu_get("eth0", &mtu), one.expected);
-        EXPECT_EQ(mtu, one.expected == TESSEL_OK ? 1400U : 77U) << "outputs are written on success only";
+        EXPECT_EQ(tessel_mtu_get("eth0", &mtu), expected);
+        EXPECT_EQ(mtu, expected == TESSEL_OK ? 1400U : 77U) << "outputs are written on success only";
         EXPECT_EQ(tessel_daemon_pid(), getpid());
     }
 }
@@ -76,7 +72,7 @@ TEST_F(Call, TheProbeIsNotNoticed) {
 }
 
 TEST_F(Call, WhatMeansNothingIsNeverSent) {
-    FakeDaemon daemon([](const auto&) { return FakeDaemon::Message(TNetStatusReply{.nResult = 0}); });
+    FakeDaemon daemon(&IdleAnswer);
     TNetIfaceIp list{};
     ipaddr_show_info info{};
     u32 mtu = 0;
@@ -108,7 +104,7 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
 }
 
 TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
-    FakeDaemon daemon([](const auto&) { return FakeDaemon::Message(TNetStatusReply{.nResult = 0}); });
+    FakeDaemon daemon(&IdleAnswer);
     EXPECT_EQ(tessel_mtu_set("fifteen-letters", 1400), TESSEL_OK);
     EXPECT_EQ(tessel_service_stop("ssh"), TESSEL_OK);
     EXPECT_EQ(tessel_log_level_set(-3), TESSEL_OK);
@@ -116,19 +112,16 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     TNetDhcpsConf conf{};
     conf.dwPrefixLen = 24;
     EXPECT_EQ(tessel_dhcpd_start("eth1", &conf), TESSEL_OK);
-    const auto seen = daemon.Requests();
-    ASSERT_EQ(seen.size(), 5U);
-    EXPECT_EQ(seen[0].type, 0x111U);
-    EXPECT_EQ(seen[0].payload, std::string("fifteen-letters\0\x78\x05\0\0", 20));
-    EXPECT_EQ(seen[1].type, 0x126U);
-    EXPECT_EQ(seen[1].payload, std::string("ssh").append(13, '\0'));
-    EXPECT_EQ(seen[2].type, 0x702U);
-    EXPECT_EQ(seen[2].payload, "\xfd\xff\xff\xff");
-    EXPECT_EQ(seen[3].type, 0x701U);
-    EXPECT_EQ(seen[3].payload, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0'));
-    EXPECT_EQ(seen[4].type, 0x801U);
-    EXPECT_EQ(seen[4].payload,
-              std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0'));
+    const std::pair<u32, std::string> expected[] = {
+        {0x111, std::string("fifteen-letters\0\x78\x05\0\0", 20)},
+        {0x126, std::string("ssh").append(13, '\0')},
+        {0x702, "\xfd\xff\xff\xff"},
+        {0x701, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0')},
+        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')}};
+    std::vector<std::pair<u32, std::string>> seen;
+    for (const auto& request : daemon.Requests())
+        seen.emplace_back(request.type, request.payload);
+    EXPECT_THAT(seen, testing::ElementsAreArray(expected));
 }
 
 TEST_F(Call, CountsInRepliesStayWithinTheirLists) {
@@ -148,7 +141,7 @@ TEST_F(Call, CountsInRepliesStayWithinTheirLists) {
 }
 
 TEST_F(Call, TheLibraryLogStaysInThisProcess) {
-    FakeDaemon daemon([](const auto&) { return FakeDaemon::Message(TNetStatusReply{.nResult = 0}); });
+    FakeDaemon daemon(&IdleAnswer);
     EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_LIB, "/tmp/lib.log", nullptr), TESSEL_OK);
     EXPECT_EQ(tessel_log_file(TESSEL_LOG_CLOSE_LIB, nullptr, nullptr), TESSEL_OK);
     EXPECT_TRUE(daemon.Requests().empty());

@@ -12,6 +12,7 @@
 
 #include "core/ipc.h"
 #include "core/unique_fd.h"
+#include "tessel/ipc.h"
 #include "tests/support/daemon.h"
 
 namespace tessel::test {
@@ -77,5 +78,10 @@ class FakeDaemon {
     std::vector<SeenRequest> requests_;
     std::thread thread_;
 };
+
+// Answers success and does nothing.
+inline std::string IdleAnswer(const SeenRequest&) {
+    return FakeDaemon::Message(TNetStatusReply{.nResult = 0});
+}
 
 }  // namespace tessel::test

@@ -5,26 +5,18 @@
 
 #include <chrono>
 #include <filesystem>
-#include <memory>
 
 #include "client/event_names.h"
-#include "client/libtessel.h"
 #include "core/ipc.h"
 #include "core/unique_fd.h"
 #include "tests/support/daemon.h"
+#include "tests/support/listener.h"
 
 namespace {
 
 using tessel::UniqueFd;
 using tessel::test::Bytes;
-
-using Listener = std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)>;
-
-Listener Open(const char* name, unsigned flags = 0, int expected = TESSEL_OK) {
-    tessel_listener* listener = nullptr;
-    EXPECT_EQ(tessel_listener_open(name, flags, &listener), expected);
-    return {listener, &tessel_listener_close};
-}
+using tessel::test::OpenListener;
 
 UniqueFd ConnectTo(const char* name) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -42,7 +34,7 @@ void SendAndClose(const char* name, u32 type, i32 size, std::string_view payload
 }
 
 TEST(Listener, DeliversWhatTheDaemonSends) {
-    const auto listener = Open("ipc_ping_7");
+    const auto listener = OpenListener("ipc_ping_7");
     const std::string payload(TESSEL_PAYLOAD_MAX, 'p');
     EXPECT_EQ(IpcCallbackSendAndRecv("ipc_ping_7", 3, payload.data(), TESSEL_PAYLOAD_MAX, nullptr, 0), 0);
     EXPECT_EQ(IpcCallbackSendAndRecv("ipc_ping_7", 9, nullptr, 0, nullptr, 0), 0);
@@ -62,7 +54,7 @@ TEST(Listener, DeliversWhatTheDaemonSends) {
 }
 
 TEST(Listener, PassesOverWhatIsNoMessage) {
-    const auto listener = Open("ipc_stat");
+    const auto listener = OpenListener("ipc_stat");
     ConnectTo("ipc_stat");
     SendAndClose("ipc_stat", 0, 100, "only this");
     SendAndClose("ipc_stat", 0, TESSEL_PAYLOAD_MAX + 1, "");
@@ -79,9 +71,9 @@ TEST(Listener, PassesOverWhatIsNoMessage) {
 }
 
 TEST(Listener, ANameHasOneOwner) {
-    auto first = Open("ipc_ntp");
-    Open("ipc_ntp", 0, TESSEL_E_IN_USE);
-    auto taker = Open("ipc_ntp", TESSEL_LISTEN_TAKE);
+    auto first = OpenListener("ipc_ntp");
+    OpenListener("ipc_ntp", 0, TESSEL_E_IN_USE);
+    auto taker = OpenListener("ipc_ntp", TESSEL_LISTEN_TAKE);
     EXPECT_EQ(tessel_listener_has_name(first.get()), 0);
     EXPECT_EQ(tessel_listener_has_name(taker.get()), 1);
     // The former owner leaves alone what is no longer its own.
@@ -89,7 +81,7 @@ TEST(Listener, ANameHasOneOwner) {
     SendAndClose("ipc_ntp", 1, 0, "");
     tessel_event event{};
     EXPECT_EQ(tessel_listener_next(taker.get(), &event, 1000), TESSEL_OK);
-    Open("ipc_ntp", 0, TESSEL_E_IN_USE);
+    OpenListener("ipc_ntp", 0, TESSEL_E_IN_USE);
     taker.reset();
     EXPECT_FALSE(std::filesystem::exists("/tmp/ipc_ntp"));
     EXPECT_FALSE(std::filesystem::exists("/tmp/ipc_ntp.lock"));
@@ -100,27 +92,22 @@ TEST(Listener, RespectsListenersWithoutALockAndReplacesDeadOnes) {
     socklen_t length = 0;
     UniqueFd foreign(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(MakeAddrServer(foreign.Get(), "ipc_ntpv6", &address, &length), 0);
-    Open("ipc_ntpv6", 0, TESSEL_E_IN_USE);
+    OpenListener("ipc_ntpv6", 0, TESSEL_E_IN_USE);
     ConnectTo("ipc_ntpv6");  // still reachable
     foreign.Reset();
     EXPECT_TRUE(std::filesystem::exists("/tmp/ipc_ntpv6"));
-    EXPECT_NE(Open("ipc_ntpv6"), nullptr);
+    EXPECT_NE(OpenListener("ipc_ntpv6"), nullptr);
 }
 
 TEST(Listener, RefusesNamesThatAreNone) {
     const std::string tooLong(97, 'n');
     for (const char* name : {"", "api_daemon", "../etc/x", tooLong.c_str(), static_cast<const char*>(nullptr)})
-        Open(name, 0, TESSEL_E_ARGUMENT);
-    Open("ipc_x", 2, TESSEL_E_ARGUMENT);
+        OpenListener(name, 0, TESSEL_E_ARGUMENT);
+    OpenListener("ipc_x", 2, TESSEL_E_ARGUMENT);
 }
 
 TEST(EventName, SocketFamilyAndTypeDecide) {
-    struct Case {
-        const char* socketName;
-        u32 type;
-        const char* expected;
-    };
-    constexpr Case kCases[] = {
+    constexpr std::tuple<const char*, u32, const char*> kCases[] = {
         {"ipc_ping_4711", 0, "ping_reply"},
         {"ipc_pingpong", 0, "unknown"},
         {"ipc_traceroute_1", 106, "trace_refused"},
@@ -136,8 +123,8 @@ TEST(EventName, SocketFamilyAndTypeDecide) {
         {"ipc_stat", 0, "traffic"},
         {"ipc_stat", 1, "unknown"},
     };
-    for (const Case& one : kCases)
-        EXPECT_STREQ(tessel::FindEventName(one.socketName, one.type).name, one.expected) << one.socketName << one.type;
+    for (const auto& [socketName, type, expected] : kCases)
+        EXPECT_STREQ(tessel::FindEventName(socketName, type).name, expected) << socketName << type;
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ void AddFromKernel(const std::string& interfaceName, const std::vector<ShownAddr
         ordered_json json = AddressJson(address);
         json["scope"] = json["dynamic"] = json["tentative"] = nullptr;
         addresses.push_back(std::move(json));
-        outcome.table.rows.push_back({{interfaceName}, {AddressText(address)}, {"-"}, {"told by the kernel only"}});
+        outcome.table.rows.push_back({{interfaceName}, {AddressText(address)}, {"-"}, {"reported by the kernel only"}});
     }
 }
 

@@ -112,7 +112,7 @@ std::variant<ParsedCommand, Failure> ParseWords(const std::vector<std::string>& 
     auto selected = SelectCommand(words);
     if (auto* failure = std::get_if<Failure>(&selected)) return std::move(*failure);
     const auto& selection = std::get<Selection>(selected);
-    // Rows of one verb differ in their words; the one that gets furthest tells what is wrong.
+    // Rows of one verb differ in their words; the one that gets furthest says what is wrong.
     const Command* nearest = nullptr;
     Match nearestMatch;
     for (const Command* row : selection.rows) {

@@ -23,7 +23,7 @@ struct KernelLink {
 
 [[nodiscard]] std::optional<KernelLink> FindKernelLink(std::string_view name);
 
-// The addresses that the interface has of a family, or of both, beside those told by the daemon.
+// The addresses that the interface has of a family, or of both, beside those that the daemon reports.
 [[nodiscard]] std::vector<ShownAddress> AddressesBeside(const std::vector<ShownAddress>& told, const KernelLink& link,
                                                         int family);
 
@@ -33,8 +33,8 @@ struct KernelLink {
 // "there is no interface eth9"; empty when there is one, and the cause lies elsewhere.
 [[nodiscard]] std::string MissingInterface(const std::string& name);
 
-// Why what the kernel tells here is no answer about the daemon that this thread's last call reached: it lives in
-// another network namespace, or that cannot be told. Empty: it sees the interfaces that this process sees.
+// Why the kernel's answer here says nothing about the daemon that this thread's last call reached: it lives in
+// another network namespace, or may do so. Empty: it sees the interfaces that this process sees.
 [[nodiscard]] std::string ForeignKernel();
 
 }  // namespace tessel::ctl

@@ -1,4 +1,4 @@
-// Changing routes. The daemon's listing tells only part of them: the kernel is asked whether it happened.
+// Changing routes. The daemon's listing holds only part of them: the kernel is asked whether it happened.
 #include <fmt/format.h>
 
 #include <algorithm>

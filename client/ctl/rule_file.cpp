@@ -61,7 +61,7 @@ class Parser {
         if (!isText || line.size() > kLineBytesMax) return Fail("is no line of saved rules");
         if (line.empty()) return true;
         if (line[0] == '#') return TakeComment(line);
-        if (!family_) return Fail("comes before it is told of which family the rules are (-4 or -6 does)");
+        if (!family_) return Fail("comes before the family of the rules is known (-4 or -6 says it)");
         const std::string problem = Check(line);
         if (!problem.empty()) return Fail(problem);
         file.sections[*family_].text += line + "\n";

@@ -187,7 +187,7 @@ TEST_F(DhcpClient, StopEndsTheClientsHelpersAndNoOther) {
     EXPECT_EQ(Stop(2, "eth1"), 0);
     EXPECT_EQ(clients.Take(3), "kill -9; kill -9; kill -9");
     for (const char* program : {"udhcpc -i", "zcip", "udhcpc.script"})
-        EXPECT_EQ(StandInClients::PidOf(program, "eth1"), 0) << program;
+        EXPECT_TRUE(Eventually([&] { return StandInClients::PidOf(program, "eth1") == 0; })) << program;
     EXPECT_GT(StandInClients::PidOf("udhcpc -i", "eth10"), 0);
     EXPECT_EQ(Stop(2, "eth10"), 0);
     EXPECT_EQ(clients.Take(1), "kill -9");

@@ -325,7 +325,7 @@ TEST_F(DhcpClient, StormsLeaveNothingBehind) {
     EXPECT_GT(requests, 10);
     EXPECT_EQ(SettledDescriptors(), descriptors);
     for (const char* name : {"eth0", "eth1"})
-        EXPECT_EQ(StandInClients::PidOf("udhcpc", name), 0) << name;
+        EXPECT_TRUE(Eventually([&] { return StandInClients::PidOf("udhcpc", name) == 0; })) << name;
 }
 
 }  // namespace

@@ -102,7 +102,7 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
     const rlimit none{.rlim_cur = 3, .rlim_max = usual.rlim_max};
     ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
     std::thread client([] { EXPECT_TRUE(Request(0x112, Bytes(kMtuOfLo)).has_value()); });
-    EXPECT_TRUE(Eventually([] { return ReadFile("/var/log/messages").find("accept error") != std::string::npos; }));
+    EXPECT_TRUE(IsLogged("accept error"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &usual, nullptr), 0);
     client.join();

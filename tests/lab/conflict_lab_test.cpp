@@ -170,9 +170,7 @@ TEST(ConflictLab, OnlyUsableInterfacesTakePart) {
     EXPECT_EQ(RequestStatus(0x702, Bytes(i32{4})), 0);
     RunOnDevice("ip link add name fifteen-letters up type veth peer name far15 netns far; ip -n far link set far15 up");
     RunOnDevice("ip addr add 10.4.0.1/24 dev fifteen-letters");
-    EXPECT_TRUE(Eventually([] {
-        return ReadFile("/var/log/messages").find("the interface name is too long : 15!") != std::string::npos;
-    }));
+    EXPECT_TRUE(IsLogged("the interface name is too long : 15!"));
     const std::string log = ReadFile("/var/log/messages");
     EXPECT_THAT(log, HasSubstr("interface eth2 is offline"));
     EXPECT_THAT(log, HasSubstr("ifr_name = eth0, dev_num = 1, ip_num = 2"));

@@ -37,4 +37,9 @@ bool Eventually(Condition condition, std::chrono::seconds limit = std::chrono::s
     return true;
 }
 
+// Whether the system log gets this text. A line is there some time after it was sent.
+inline bool IsLogged(std::string_view text) {
+    return Eventually([text] { return ReadFile("/var/log/messages").find(text) != std::string::npos; });
+}
+
 }  // namespace tessel::test

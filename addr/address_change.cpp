@@ -18,8 +18,7 @@ namespace {
 
 // Every line this file runs: the program, then its argument vector. No line names the scope of an entry:
 // addresses have always had the one that `ip` chooses.
-constexpr char kAdd[] = "ip ip %s addr add %s/%u dev %s";
-constexpr char kDel[] = "ip ip %s addr del %s/%u dev %s";
+constexpr char kChange[] = "ip ip %s addr %s %s/%u dev %s";
 constexpr char kFlushV4[] = "ip ip -4 addr flush dev %s";
 constexpr char kFlushV6Permanent[] = "ip ip -6 addr flush scope global permanent dev %s ";
 constexpr char kFlushV6[] = "ip ip -6 addr flush scope global dev %s ";
@@ -31,21 +30,12 @@ bool IsChangeable(const AddressFamily& family, const char* interfaceName, const 
     return false;
 }
 
-i32 Add(const AddressFamily& family, const char* interfaceName, const TNetIpAddr& entry, CallSite where) {
+i32 Change(const char* verb, const AddressFamily& family, const char* interfaceName, const TNetIpAddr& entry,
+           CallSite where) {
     CommandLine command(where);
     if (!IsChangeable(family, interfaceName, entry, where) ||
-        !ComposeCommand(command, kAdd, family.option, AddressText(family.code, entry.abyAddr).text, entry.dwPrefixLen,
-                        interfaceName)) {
-        return -1;
-    }
-    return RunChange(command);
-}
-
-i32 Delete(const AddressFamily& family, const char* interfaceName, const TNetIpAddr& entry, CallSite where) {
-    CommandLine command(where);
-    if (!IsChangeable(family, interfaceName, entry, where) ||
-        !ComposeCommand(command, kDel, family.option, AddressText(family.code, entry.abyAddr).text, entry.dwPrefixLen,
-                        interfaceName)) {
+        !ComposeCommand(command, kChange, family.option, verb, AddressText(family.code, entry.abyAddr).text,
+                        entry.dwPrefixLen, interfaceName)) {
         return -1;
     }
     return RunChange(command);
@@ -102,19 +92,19 @@ i32 SetByFamily(const char* interfaceName, u16 family, const TNetIfaceIp& list, 
 }  // namespace
 
 i32 IpaddrAddV4(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return Add(tessel::kInet, pchIfaceName, *ptNetIpAddr, CallSite::Current());
+    return Change("add", tessel::kInet, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrAddV6(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return Add(tessel::kInet6, pchIfaceName, *ptNetIpAddr, CallSite::Current());
+    return Change("add", tessel::kInet6, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrDelV4(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return Delete(tessel::kInet, pchIfaceName, *ptNetIpAddr, CallSite::Current());
+    return Change("del", tessel::kInet, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrDelV6(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {
-    return Delete(tessel::kInet6, pchIfaceName, *ptNetIpAddr, CallSite::Current());
+    return Change("del", tessel::kInet6, pchIfaceName, *ptNetIpAddr, CallSite::Current());
 }
 
 i32 IpaddrAdd(const char* pchIfaceName, const TNetIpAddr* ptNetIpAddr) {

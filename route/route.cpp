@@ -8,6 +8,7 @@
 
 using tessel::AddressText;
 using tessel::CallSite;
+using tessel::Clause;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
 using tessel::ComposePlace;
@@ -15,12 +16,12 @@ using tessel::PlaceClauses;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. " -6", " dev NAME" and " table N" are there or not.
-constexpr char kAdd[] = "ip ip%s route add %s/%d via %s%s metric %d%s";
-constexpr char kDel[] = "ip ip%s route del %s/%d via %s%s%s";
+// Every line this file runs: the program, then its argument vector. " -6", " dev NAME", " metric N" (when adding) and
+// " table N" are there or not.
+constexpr char kChange[] = "ip ip%s route %s %s/%d via %s%s%s%s";
 
 // The option for a route's family; null, with a log line, unless both addresses are of one family that is served.
-const char* FamilyOption(const TNetIpRouteParam& route, CallSite where = CallSite::Current()) {
+const char* FamilyOption(const TNetIpRouteParam& route, CallSite where) {
     const u16 family = route.tDestIpNet.wSinFamily;
     if (tessel::FindFamily(family) != nullptr && route.tGateway.wSinFamily == family)
         return family == TESSEL_FAMILY_INET6 ? " -6" : "";
@@ -28,35 +29,30 @@ const char* FamilyOption(const TNetIpRouteParam& route, CallSite where = CallSit
     return nullptr;
 }
 
-}  // namespace
-
-i32 OneRouteAdd(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
-    const TNetIpRouteParam& route = *ptNetIpRouteParam;
-    CommandLine command;
+i32 ChangeRoute(const char* verb, const char* interfaceName, const TNetIpRouteParam& route, u32 table,
+                const Clause& metric, CallSite where) {
+    CommandLine command(where);
     PlaceClauses clauses;
-    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current())) return -1;
-    const char* const option = FamilyOption(route);
+    if (!ComposePlace(clauses, interfaceName, table, where)) return -1;
+    const char* const option = FamilyOption(route, where);
     // With two families the line stays empty, and running that is the failure.
     if (option != nullptr &&
-        !ComposeCommand(command, kAdd, option, AddressText(route.tDestIpNet).text, route.nPrefixLen,
-                        AddressText(route.tGateway).text, clauses.dev.text, route.nMetric, clauses.table.text)) {
+        !ComposeCommand(command, kChange, option, verb, AddressText(route.tDestIpNet).text, route.nPrefixLen,
+                        AddressText(route.tGateway).text, clauses.dev.text, metric.text, clauses.table.text)) {
         return -1;
     }
     return tessel::RunChange(command);
 }
 
+}  // namespace
+
+i32 OneRouteAdd(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
+    return ChangeRoute("add", pchIfaceName, *ptNetIpRouteParam, dwTable,
+                       tessel::NumberClause("metric", ptNetIpRouteParam->nMetric), CallSite::Current());
+}
+
 i32 OneRouteDel(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
-    const TNetIpRouteParam& route = *ptNetIpRouteParam;
-    CommandLine command;
-    PlaceClauses clauses;
-    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current())) return -1;
-    const char* const option = FamilyOption(route);
-    if (option != nullptr &&
-        !ComposeCommand(command, kDel, option, AddressText(route.tDestIpNet).text, route.nPrefixLen,
-                        AddressText(route.tGateway).text, clauses.dev.text, clauses.table.text)) {
-        return -1;
-    }
-    return tessel::RunChange(command);
+    return ChangeRoute("del", pchIfaceName, *ptNetIpRouteParam, dwTable, {}, CallSite::Current());
 }
 
 i32 RouteMetricSet(const TNetIpRouteParam* ptNetIpRouteParam) {

@@ -112,6 +112,16 @@ UniqueFd OpenResultFile(const char* path, FileIdentity& identity) {
     return file;
 }
 
+TNetGateway* NextDns(TNetDhcpcLease& lease, const char* text, CallSite where) {
+    if (lease.dwDnsNum >= TESSEL_DHCP_DNS_MAX) {
+        TESSEL_ERR_AT(where, "more than %d dns servers, %s is left out", TESSEL_DHCP_DNS_MAX, text);
+        return nullptr;
+    }
+    TNetGateway* const place = &lease.atDns[lease.dwDnsNum];
+    lease.dwDnsNum = lease.dwDnsNum + 1;
+    return place;
+}
+
 void ReportLease(TDhcpcInfo& info, const char* socketName, const char* infix, u32 event, CallSite where) {
     if (info.wDnsDynmic == 0) {
         info.tLease.dwDnsNum = 0;

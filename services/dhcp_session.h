@@ -71,6 +71,9 @@ class ResultFile {
 // Opens a result file for reading and says which it is. Closed, with errno set, when it is no regular file.
 [[nodiscard]] UniqueFd OpenResultFile(const char* path, FileIdentity& identity);
 
+// The place for the lease's next DNS server, which `text` says; null, with a log line, when the lease is full.
+[[nodiscard]] TNetGateway* NextDns(TNetDhcpcLease& lease, const char* text, CallSite where);
+
 // Sends the lease, without DNS servers where none are wanted, to the socket of the session's application, whose name
 // begins with `socketName`, the interface and `infix`. A failure is logged.
 void ReportLease(TDhcpcInfo& info, const char* socketName, const char* infix, u32 event,

@@ -59,14 +59,10 @@ void StoreAddress(TNetGateway& field, const char* text) {
 }
 
 void StoreDns(TNetDhcpcLease& lease, const char* text, CallSite where) {
-    if (lease.dwDnsNum >= TESSEL_DHCP_DNS_MAX) {
-        TESSEL_ERR_AT(where, "more than %d dns servers, %s is left out", TESSEL_DHCP_DNS_MAX, text);
-        return;
-    }
-    TNetGateway entry{};
-    StoreAddress(entry, text);
-    lease.atDns[lease.dwDnsNum] = entry;
-    lease.dwDnsNum = lease.dwDnsNum + 1;
+    TNetGateway* const place = tessel::NextDns(lease, text, where);
+    if (place == nullptr) return;
+    *place = {};
+    StoreAddress(*place, text);
 }
 
 // An item's word may stand anywhere in the line; the first of the table counts. Behind it come one character and the

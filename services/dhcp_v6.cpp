@@ -106,17 +106,6 @@ bool TakeCurrentGateway(const Reading& reading) {
     return true;
 }
 
-bool TakeDns(const char* value, const Reading& reading) {
-    TNetDhcpcLease& lease = reading.lease;
-    if (lease.dwDnsNum >= TESSEL_DHCP_DNS_MAX) {
-        TESSEL_ERR_AT(reading.where, "more than %d dns servers, %s is left out", TESSEL_DHCP_DNS_MAX, value);
-        return true;
-    }
-    StoreAddress(lease.atDns[lease.dwDnsNum], value);
-    lease.dwDnsNum = lease.dwDnsNum + 1;
-    return true;
-}
-
 // Sets the event for a line that is one.
 bool TakeEvent(const char* line, const Reading& reading) {
     if (strstr(line, "leasesuccess") != nullptr) {
@@ -160,7 +149,9 @@ bool TakeItem(char* line, const Reading& reading) {
             reading.lease.dwPrefixLen = static_cast<u32>(atoi(value));
             return true;
         case 3:
-            return TakeDns(value, reading);
+            if (TNetGateway* const place = tessel::NextDns(reading.lease, value, reading.where); place != nullptr)
+                StoreAddress(*place, value);
+            return true;
         default:
             if (strcmp(value, kCurrentGateway) == 0) return TakeCurrentGateway(reading);
             StoreAddress(reading.lease.tRouter, value);

@@ -2,6 +2,17 @@
 # The services that need hardware and a kernel of the device's own: clocks, bonding, PPP; and a web server. To be sourced.
 # shellcheck disable=SC2154,SC2317 # the checks' variables; called by name
 
+# Writes the events that come under the name $1 to /tmp/events.
+Listen() {
+    "$built/device_listen" "$1" >/tmp/events &
+    echo $! >/tmp/listener.pid
+    Eventually 10 [ -S "/tmp/$1" ]
+}
+
+EndListener() {
+    kill "$(cat /tmp/listener.pid)"
+}
+
 # --- time ---
 
 # The server's address as a record.
@@ -43,14 +54,17 @@ IsLogged() {
 
 ClockIsSet() {
     Fails BothShow '2031-05-06 07:08'
+    Listen ipc_ntp
     ServeTime "$(date -u -d '2031-05-06 07:08:00' +%s)"
     StartTime 0200 "$server"
-    Eventually 30 IsLogged 'sync sys time, nRet = 0'
+    Eventually 30 grep -q '^ntp_synced ' /tmp/events
+    IsLogged 'sync sys time, nRet = 0'
     BothShow '2031-05-06 07:08'
     Eventually 10 Answers 0 0x903 "$server"
     EndServer
     Eventually 10 Answers -1 0x903 "$server"
     Answers 0 0x902 0200
+    EndListener
 }
 
 # What is left of the last round's tenth of a second is seen by the next one.

@@ -20,6 +20,7 @@
 #include "tessel/log.h"
 #include "tessel/mac.h"
 #include "tessel/mtu.h"
+#include "tessel/ntp.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
 #include "tessel/service.h"
@@ -222,6 +223,15 @@ TESSEL_API int tessel_dhcpd_status(const char* interface, int* is_serving);
 /* Ends every process called udhcpd, whoever started it. */
 TESSEL_API int tessel_dhcpd_stop_all(void);
 
+/* Keeps the device's clocks in step with an NTP server, one of each family, which is asked every `interval` seconds (1
+ * and more). Each try has its event on TESSEL_SOCKET_NTP or TESSEL_SOCKET_NTPV6. TESSEL_E_FAILED also when there is one
+ * already: stop that first. */
+TESSEL_API int tessel_ntp_start(const TNetGateway* server, uint32_t interval);
+/* TESSEL_OK also when there is none. */
+TESSEL_API int tessel_ntp_stop(int family);
+/* TESSEL_OK when an NTP server has answered, which it is given 100 ms for; the clock stays as it is. */
+TESSEL_API int tessel_ntp_check(const TNetGateway* server);
+
 /* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
  * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */
 TESSEL_API int tessel_raw(uint32_t code, const void* request, size_t size, void* reply, size_t reply_size);
@@ -272,6 +282,10 @@ TESSEL_API int tessel_event_traffic(const tessel_event* event, tessel_traffic tr
 
 /* Reads one of the three DHCP events. TESSEL_E_ARGUMENT: it is another. */
 TESSEL_API int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease);
+
+/* Reads a TESSEL_EVENT_NTP_SYNCED: how many seconds the clock was off by; with IPv6 below 0 when it was slow.
+ * TESSEL_E_ARGUMENT: it is another event. */
+TESSEL_API int tessel_event_ntp(const tessel_event* event, int32_t* deviation);
 
 /* Owns a socket under "/tmp/". One thread at a time may use it. */
 typedef struct tessel_listener tessel_listener;

@@ -45,6 +45,10 @@ ApiHandler ApidDhcpsStart;
 ApiHandler ApidDhcpsStop;
 ApiHandler ApidDhcpsGetStatus;
 ApiHandler ApidDhcpsStopAll;
+// NTP client
+ApiHandler ApidNtpcStart;
+ApiHandler ApidNtpcStop;
+ApiHandler ApidNtpcCheck;
 
 // Firewall
 ApiHandler ApidIpFilterListManage;
@@ -113,6 +117,10 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_DHCPS_STOP, &ApidDhcpsStop},
     {TESSEL_CMD_DHCPS_GET_STATUS, &ApidDhcpsGetStatus},
     {TESSEL_CMD_DHCPS_STOP_ALL, &ApidDhcpsStopAll},
+    // NTP client
+    {TESSEL_CMD_NTPC_START, &ApidNtpcStart},
+    {TESSEL_CMD_NTPC_STOP, &ApidNtpcStop},
+    {TESSEL_CMD_NTPC_CHECK, &ApidNtpcCheck},
     // Firewall
     {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
     {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},

@@ -91,9 +91,11 @@ TEST(Grammar, ObjectsAndVerbsMayBeCut) {
     }
 }
 
-// Modules that only `raw` reaches as yet: DHCP clients and servers, announcements by ARP; and traffic statistics.
+// Modules that only `raw` reaches as yet: DHCP clients and servers, NTP clients, announcements by ARP; and traffic
+// statistics.
 bool HasWords(u32 code) {
-    return code >> 8 != 0x5 && code >> 8 != 0x8 && code >> 8 != 0xA && code != 0x703 && code != 0x704;
+    return code >> 8 != 0x5 && code >> 8 != 0x8 && code >> 8 != 0x9 && code >> 8 != 0xA && code != 0x703 &&
+           code != 0x704;
 }
 
 TEST(Commands, EveryServedCodeHasANamedCommandAndAName) {

@@ -8,6 +8,7 @@
 #include "tessel/ipc.h"
 #include "tessel/log.h"
 #include "tessel/mtu.h"
+#include "tessel/ntp.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
 #include "tessel/service.h"

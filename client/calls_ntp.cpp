@@ -1,0 +1,38 @@
+// The NTP client.
+#include <cstring>
+
+#include "client/call.h"
+#include "client/libtessel.h"
+#include "client/request_fields.h"
+
+using tessel::CallWithRecords;
+
+int tessel_ntp_start(const TNetGateway* server, uint32_t interval) {
+    if (!tessel::IsFamily(server->wSinFamily) || interval == 0) return TESSEL_E_ARGUMENT;
+    const TNetNtpcStartReq request{
+        .wSinFamily = server->wSinFamily, .tServer = *server, .dwSyncTimeInterval = interval};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_NTPC_START, request, reply);
+}
+
+int tessel_ntp_stop(int family) {
+    if (!tessel::IsFamily(family)) return TESSEL_E_ARGUMENT;
+    const TNetNtpcStopReq request{.wSinFamily = static_cast<u16>(family)};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_NTPC_STOP, request, reply);
+}
+
+int tessel_ntp_check(const TNetGateway* server) {
+    if (!tessel::IsFamily(server->wSinFamily)) return TESSEL_E_ARGUMENT;
+    const TNetNtpcCheckReq request{.tServer = *server};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_NTPC_CHECK, request, reply);
+}
+
+int tessel_event_ntp(const tessel_event* event, int32_t* deviation) {
+    TNetNtpcSynced synced;
+    if (event->kind != TESSEL_EVENT_NTP_SYNCED || event->size != sizeof(synced)) return TESSEL_E_ARGUMENT;
+    memcpy(&synced, event->payload, sizeof(synced));
+    *deviation = synced.nTimeDeviation;
+    return TESSEL_OK;
+}

@@ -46,6 +46,18 @@ ApiHandler ApidDhcpsStop;
 ApiHandler ApidDhcpsGetStatus;
 ApiHandler ApidDhcpsStopAll;
 
+// PPPoE client
+ApiHandler ApidPppoeStart;
+ApiHandler ApidPppoeStop;
+
+// Web server
+ApiHandler apid_webs_start;
+ApiHandler apid_webs_stop;
+
+// Bonding
+ApiHandler ApidBondStart;
+ApiHandler ApidBondStop;
+
 // Firewall
 ApiHandler ApidIpFilterListManage;
 ApiHandler ApidMacFilterListManage;
@@ -113,6 +125,15 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_DHCPS_STOP, &ApidDhcpsStop},
     {TESSEL_CMD_DHCPS_GET_STATUS, &ApidDhcpsGetStatus},
     {TESSEL_CMD_DHCPS_STOP_ALL, &ApidDhcpsStopAll},
+    // PPPoE client
+    {TESSEL_CMD_PPPOE_START, &ApidPppoeStart},
+    {TESSEL_CMD_PPPOE_STOP, &ApidPppoeStop},
+    // Web server
+    {TESSEL_CMD_WEBS_START, &apid_webs_start},
+    {TESSEL_CMD_WEBS_STOP, &apid_webs_stop},
+    // Bonding
+    {TESSEL_CMD_BOND_START, &ApidBondStart},
+    {TESSEL_CMD_BOND_STOP, &ApidBondStop},
     // Firewall
     {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
     {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},

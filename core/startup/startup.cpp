@@ -16,6 +16,7 @@
 #include "route/monitor/monitor.h"
 #include "services/dhcp_client.h"
 #include "services/dhcp_server.h"
+#include "services/pppoe.h"
 #include "sysdbg/sysdbg.h"
 
 namespace {
@@ -64,6 +65,7 @@ i32 TesselDaemonInit() {
     SetSignalActions();
     (void)DaemonDhcpcInit();
     DaemonDhcpsInit();
+    DaemonPppoeInit();
     return NetdevTableInit();
 }
 

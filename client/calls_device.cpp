@@ -30,6 +30,16 @@ int tessel_service_stop(const char* name) {
     return CallWithRecords(TESSEL_CMD_SERVICE_STOP, request, reply);
 }
 
+int tessel_web_start(void) {
+    const TNetWebsStartReq request{.dwReserved = 0};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_WEBS_START, request, reply);
+}
+
+int tessel_web_stop(void) {
+    return tessel::CallForStatus(TESSEL_CMD_WEBS_STOP);
+}
+
 int tessel_log_level_set(int32_t level) {
     const TNetLogLevelReq request{.nLevel = level};
     TNetStatusReply reply;

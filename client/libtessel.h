@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include "tessel/address.h"
+#include "tessel/bond.h"
 #include "tessel/broadcast_arp.h"
 #include "tessel/command.h"
 #include "tessel/conflict.h"
@@ -21,10 +22,12 @@
 #include "tessel/mac.h"
 #include "tessel/mtu.h"
 #include "tessel/ntp.h"
+#include "tessel/pppoe.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
 #include "tessel/service.h"
 #include "tessel/traffic.h"
+#include "tessel/web.h"
 
 #define TESSEL_API __attribute__((visibility("default")))
 
@@ -231,6 +234,27 @@ TESSEL_API int tessel_ntp_start(const TNetGateway* server, uint32_t interval);
 TESSEL_API int tessel_ntp_stop(int family);
 /* TESSEL_OK when an NTP server has answered, which it is given 100 ms for; the clock stays as it is. */
 TESSEL_API int tessel_ntp_check(const TNetGateway* server);
+/* Dials a PPPoE link, `family` TESSEL_FAMILY_INET, _INET6 or _BOTH, or a second one where there is one already.
+ * TESSEL_OK says that pppd was started, not that the link comes up. TESSEL_E_FAILED: a text that cannot be handed over
+ * (tessel/pppoe.h), or all of them are too long together. */
+TESSEL_API int tessel_pppoe_start(int family, const TNetPppoeConf* conf);
+
+/* Ends one link of the family; of TESSEL_FAMILY_BOTH perhaps one of IPv6 alone. TESSEL_OK also when there is none. */
+TESSEL_API int tessel_pppoe_stop(int family);
+
+/* Joins `count` interfaces, 1 to TESSEL_BOND_INTERFACES_MAX, into bond0; `active` carries the traffic as long as its
+ * link is up. They lose their addresses. `mode` is a number for the bonding driver. `path` has no effect; null is
+ * empty. TESSEL_E_FAILED also when there is a bond already. */
+TESSEL_API int tessel_bond_start(uint32_t mode, const char* const* interfaces, size_t count, const char* active,
+                                 const char* path);
+
+/* Undoes the bond: its interfaces are up then, without addresses. TESSEL_OK also when there is none. After
+ * TESSEL_E_FAILED there still is one. */
+TESSEL_API int tessel_bond_stop(void);
+
+/* Start and stop the device's web server. TESSEL_E_FAILED also when it runs already and when none runs. */
+TESSEL_API int tessel_web_start(void);
+TESSEL_API int tessel_web_stop(void);
 
 /* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
  * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */

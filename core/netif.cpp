@@ -62,12 +62,14 @@ InterfaceAnswer AskInterface(const char* name, unsigned long request, ifreq& que
     return InterfaceAnswer::kRefused;
 }
 
-bool IsInterfaceName(const char* name, CallSite where) {
+bool CanNameInterface(const char* name) {
     const std::size_t length = strlen(name);
-    if (length > 0 && length < IFNAMSIZ && name[0] != '-' && strpbrk(name, "/: \t\n\v\f\r") == nullptr &&
-        strcmp(name, ".") != 0 && strcmp(name, "..") != 0) {
-        return true;
-    }
+    return length > 0 && length < IFNAMSIZ && name[0] != '-' && strpbrk(name, "/: \t\n\v\f\r") == nullptr &&
+           strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
+}
+
+bool IsInterfaceName(const char* name, CallSite where) {
+    if (CanNameInterface(name)) return true;
     TESSEL_ERR_AT(where, "the interface name [%s] is invalid!", name);
     return false;
 }

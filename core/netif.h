@@ -27,6 +27,9 @@ struct InterfaceWords {
 // "." or "..", and no '-' in front, which tools would take for an option. False with a log line.
 [[nodiscard]] bool IsInterfaceName(const char* name, CallSite where = CallSite::Current());
 
+// The same without a log line.
+[[nodiscard]] bool CanNameInterface(const char* name);
+
 // Interfaces as SIOCGIFCONF lists them: those that have an IPv4 address, once for each, in the kernel's order.
 struct InterfaceList {
     static constexpr std::size_t kMax = 16;

@@ -123,6 +123,16 @@ i32 FindInterfaceProcess(const char* pattern, const char* word, const char* exce
     return pid > 0 ? pid : 0;
 }
 
+i32 FindProgram(const char* program, const char* word) {
+    const i32 pid = FindSubdirectory(kProcesses, kOpenFailure, CallSite::Current(), [&](const char* entry) {
+        char name[kCommLineBytes + 1] = {};
+        if (!ReadProcessFile(kProcesses, entry, "comm", name, kCommLineBytes)) return false;
+        *strchrnul(name, '\n') = '\0';
+        return strcmp(name, program) == 0 && Cmdline(kProcesses, entry).HasWord(word);
+    });
+    return pid > 0 ? pid : 0;
+}
+
 bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except) {
     char entry[16];
     snprintf(entry, sizeof(entry), "%d", pid);

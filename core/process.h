@@ -24,6 +24,10 @@ namespace tessel {
 // True when process `pid` is such a one.
 [[nodiscard]] bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except);
 
+// The process that is called `program`, whatever its command line says, and has `word` as one of its words there; 0
+// when there is none.
+[[nodiscard]] i32 FindProgram(const char* program, const char* word);
+
 }  // namespace tessel
 
 // 1 when the command name of process `pid` contains `name`, 0 when it does not, or with a log line when there is no

@@ -50,6 +50,18 @@ ApiHandler ApidNtpcStart;
 ApiHandler ApidNtpcStop;
 ApiHandler ApidNtpcCheck;
 
+// PPPoE client
+ApiHandler ApidPppoeStart;
+ApiHandler ApidPppoeStop;
+
+// Web server
+ApiHandler apid_webs_start;
+ApiHandler apid_webs_stop;
+
+// Bonding
+ApiHandler ApidBondStart;
+ApiHandler ApidBondStop;
+
 // Firewall
 ApiHandler ApidIpFilterListManage;
 ApiHandler ApidMacFilterListManage;
@@ -121,6 +133,15 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_NTPC_START, &ApidNtpcStart},
     {TESSEL_CMD_NTPC_STOP, &ApidNtpcStop},
     {TESSEL_CMD_NTPC_CHECK, &ApidNtpcCheck},
+    // PPPoE client
+    {TESSEL_CMD_PPPOE_START, &ApidPppoeStart},
+    {TESSEL_CMD_PPPOE_STOP, &ApidPppoeStop},
+    // Web server
+    {TESSEL_CMD_WEBS_START, &apid_webs_start},
+    {TESSEL_CMD_WEBS_STOP, &apid_webs_stop},
+    // Bonding
+    {TESSEL_CMD_BOND_START, &ApidBondStart},
+    {TESSEL_CMD_BOND_STOP, &ApidBondStop},
     // Firewall
     {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
     {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},

@@ -17,6 +17,7 @@
 #include "services/dhcp_client.h"
 #include "services/dhcp_server.h"
 #include "services/ntp_client.h"
+#include "services/pppoe.h"
 #include "sysdbg/sysdbg.h"
 
 namespace {
@@ -66,6 +67,7 @@ i32 TesselDaemonInit() {
     (void)DaemonDhcpcInit();
     DaemonDhcpsInit();
     (void)DaemonNtpcInit();
+    DaemonPppoeInit();
     return NetdevTableInit();
 }
 

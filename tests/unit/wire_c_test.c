@@ -1,6 +1,7 @@
 /* Every header that applications include, in C11. */
 #include "client/libtessel.h"
 #include "tessel/address.h"
+#include "tessel/bond.h"
 #include "tessel/command.h"
 #include "tessel/conflict.h"
 #include "tessel/firewall.h"
@@ -9,9 +10,11 @@
 #include "tessel/log.h"
 #include "tessel/mtu.h"
 #include "tessel/ntp.h"
+#include "tessel/pppoe.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
 #include "tessel/service.h"
+#include "tessel/web.h"
 
 uint32_t FirstCommand(void);
 

@@ -1,0 +1,213 @@
+#!/bin/sh
+# The services that need hardware and a kernel of the device's own: clocks, bonding, PPP; and a web server. To be sourced.
+# shellcheck disable=SC2154,SC2317 # the checks' variables; called by name
+
+# Writes the events that come under the name $1 to /tmp/events.
+Listen() {
+    "$built/device_listen" "$1" >/tmp/events &
+    echo $! >/tmp/listener.pid
+    Eventually 10 [ -S "/tmp/$1" ]
+}
+
+EndListener() {
+    kill "$(cat /tmp/listener.pid)"
+}
+
+# --- time ---
+
+# The server's address as a record.
+server=0200$(Word 0 | cut -c 1-4)c0a80201$(printf %024d 0)
+server6=0a00$(Word 0 | cut -c 1-4)20010db8000200000000000000000001
+
+# Starts the time server anew, on the far side of eth1.
+ServeTime() {
+    EndServer
+    ip -n far addr replace 192.168.2.1/24 dev far1
+    ip -n far addr replace 2001:db8:2::1/64 dev far1 nodad
+    ip addr replace 192.168.2.20/24 dev eth1
+    ip addr replace 2001:db8:2::20/64 dev eth1 nodad
+    ip netns exec far "$built/device_sntp" "$@" &
+    echo $! >/tmp/server.pid
+}
+
+EndServer() {
+    [ ! -e /tmp/server.pid ] || kill "$(cat /tmp/server.pid)" || :
+    rm -f /tmp/server.pid
+}
+
+# The clock and the hardware clock show the minute $1.
+BothShow() {
+    Same "$(date -u '+%Y-%m-%d %H:%M')" "$1"
+    hardware=/sys/class/rtc/rtc0
+    Same "$(cat $hardware/date) $(cut -d : -f 1-2 $hardware/time)" "$1"
+}
+
+StartTime() {
+    logged=$(wc -l <"$log")
+    Answers 0 0x901 "$1$2$(Word 1)"
+}
+
+# Since the start there is a line $1.
+IsLogged() {
+    tail -n +$((logged + 1)) "$log" | grep -q "$1"
+}
+
+ClockIsSet() {
+    Fails BothShow '2031-05-06 07:08'
+    Listen ipc_ntp
+    ServeTime "$(date -u -d '2031-05-06 07:08:00' +%s)"
+    StartTime 0200 "$server"
+    Eventually 30 grep -q '^ntp_synced ' /tmp/events
+    IsLogged 'sync sys time, nRet = 0'
+    BothShow '2031-05-06 07:08'
+    Eventually 10 Answers 0 0x903 "$server"
+    EndServer
+    Eventually 10 Answers -1 0x903 "$server"
+    Answers 0 0x902 0200
+    EndListener
+}
+
+# What is left of the last round's tenth of a second is seen by the next one.
+ClockIsSlewed() {
+    ServeTime +100000
+    StartTime 0200 "$server"
+    Eventually 30 IsLogged 'sync sys clock, nRet = 0'
+    Eventually 30 IsLogged 'olddelta.usec = [1-9]'
+    Answers 0 0x902 0200
+}
+
+# By 32 bits of seconds it would be 2036.
+NoTimeIsRefused() {
+    before=$(date -u '+%Y-%m-%d %H')
+    ServeTime
+    StartTime 0200 "$server"
+    Eventually 30 IsLogged 'sync sys time, nRet = -1'
+    IsLogged 'Input  param is invalidate(year:2000-2037)'
+    Same "$(date -u '+%Y-%m-%d %H')" "$before"
+    Answers 0 0x902 0200
+}
+
+ClockIsSetByIPv6() {
+    ServeTime "$(date -u -d '2027-01-02 03:04:00' +%s)"
+    StartTime 0a00 "$server6"
+    Eventually 30 BothShow '2027-01-02 03:04'
+    Answers 0 0x902 0a00
+    EndServer
+}
+
+# --- web server ---
+
+FetchPage() {
+    ip netns exec far timeout 10 wget -q -O - http://192.168.2.20/
+}
+
+WebServer() {
+    echo 'a page' >/usr/lighttpd/www/index.html
+    Answers 0 0x301 "$(Word 0)"
+    Same "$(FetchPage)" 'a page'
+    Answers -1 0x301 "$(Word 0)" # the port is taken
+    Same "$(FetchPage)" 'a page'
+    Answers 0 0x302
+    Fails FetchPage
+    Answers -1 0x302
+}
+
+# --- bonding ---
+
+bond=/sys/class/net/bond0
+
+IsActive() {
+    Same "$(cat $bond/bonding/active_slave)" "$1"
+}
+
+PingThroughBond() {
+    ip netns exec far ping -c 1 -W 1 192.168.4.2
+}
+
+Bonding() {
+    ip -n far -batch - <<'BATCH'
+link add name switch type bridge
+link set far0 master switch
+link set far1 master switch
+link set switch up
+addr add 192.168.4.1/24 dev switch
+BATCH
+    request=$(Word 1)$(Counted /etc/bond)$(Word 2)$(Counted eth0)$(Counted eth1)$(Counted eth1)
+    request=$(Word $((${#request} / 2 + 4)))$request
+    Answers 0 0xF01 "$request"
+    Same "$(cat $bond/bonding/mode) $(cat $bond/bonding/slaves)" 'active-backup 1 eth1 eth0'
+    IsActive eth1
+    Same "$(ip -o -4 addr show | grep -e eth0 -e eth1)" ''
+    ip addr add 192.168.4.2/24 dev bond0
+    Eventually 10 PingThroughBond
+    ip -n far link set far1 down # the cable is pulled
+    Eventually 10 IsActive eth0
+    Eventually 10 PingThroughBond
+    ip -n far link set far1 up
+    ip -n far link set far0 down
+    Eventually 10 IsActive eth1
+    Eventually 10 PingThroughBond
+    ip -n far link set far0 up
+    Answers -1 0xF01 "$request"
+    Answers 0 0xF02
+    Same "$(cat $bond/bonding/slaves)$(ip addr show dev bond0 | grep inet)" ''
+    Same "$(cat $bond/operstate)" down
+    for interface in eth0 eth1; do
+        Eventually 10 grep -qx up /sys/class/net/$interface/operstate
+        Same "$(cat /sys/class/net/$interface/address)" 02:00:00:00:00:0${interface#eth}
+    done
+    Answers 0 0xF02
+    ip -n far link del switch
+}
+
+# --- PPPoE ---
+
+# An access concentrator on the far side of eth1 with the service "internet". The passwords have what a shell would see.
+ServePppoe() {
+    mkdir -p /etc/ppp
+    printf '%s\n' require-pap 'ms-dns 203.0.113.53' +ipv6 >/etc/ppp/pppoe-server-options
+    printf '%s\n' "\"josh@isp\" * \"it's \$HOME\" *" '"user" * "secret" *' >/etc/ppp/pap-secrets
+    chmod 600 /etc/ppp/pap-secrets
+    while ip route del default; do :; done
+    ip netns exec far pppoe-server -F -I far1 -S internet -L 203.0.113.1 -R 203.0.113.10 -N 4 &
+    echo $! >/tmp/server.pid
+}
+
+# Dials as $2 with password $3 and service $4, for family $1.
+Dial() {
+    # persist, unused, debug, holdoff, echo interval and count, maxfail
+    numbers=$(Word 0)$(Word 0)$(Word 1)$(Word 2)$(Word 10)$(Word 3)$(Word 0)
+    Answers 0 0x601 "$1$(Padded 255 "$2")$(Padded 255 "$3")$(Padded 255 "$4")$numbers$(Padded 16 eth1)"
+}
+
+# ppp0 has addresses of the families $1.
+Has() {
+    Same "$(ip -o addr show dev ppp0 | awk '{print $3}' | tr '\n' ' ')" "$1 "
+}
+
+# Ends it; the server's own pppd stays until it notices.
+HangUp() {
+    Answers 0 0x602 "$1"
+    Eventually 10 Fails ip link show dev ppp0
+    Eventually 10 Fails pidof pppoe
+}
+
+Pppoe() {
+    ServePppoe
+    Dial 0200 josh@isp "it's \$HOME" internet
+    Eventually 60 Has inet
+    ip addr show dev ppp0 | grep -q 'inet 203.0.113.1[0-3] peer 203.0.113.1/32'
+    Same "$(ip route show default | cut -d ' ' -f 1-3)" 'default dev ppp0'
+    Eventually 10 grep -qx 'nameserver 203.0.113.53' /etc/resolv.conf
+    ping -c 1 -W 5 203.0.113.1
+    HangUp 0200
+    Answers 0 0x602 0200
+}
+
+PppoeOfBothFamilies() {
+    Dial 0b00 user secret ''
+    Eventually 60 Has 'inet inet6'
+    Same "$(ip -o -6 addr show dev ppp0 | grep -c 'fe80:.* peer fe80:')" 1
+    HangUp 0b00
+    EndServer
+}

@@ -46,6 +46,13 @@ ApiHandler ApidDhcpsStop;
 ApiHandler ApidDhcpsGetStatus;
 ApiHandler ApidDhcpsStopAll;
 
+// Ping
+ApiHandler ApidPingStart;
+ApiHandler ApidPingStop;
+// Router solicitation
+ApiHandler ApidRouterAdvertiseStart;
+ApiHandler ApidRouterAdvertiseStop;
+
 // Firewall
 ApiHandler ApidIpFilterListManage;
 ApiHandler ApidMacFilterListManage;
@@ -113,6 +120,12 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_DHCPS_STOP, &ApidDhcpsStop},
     {TESSEL_CMD_DHCPS_GET_STATUS, &ApidDhcpsGetStatus},
     {TESSEL_CMD_DHCPS_STOP_ALL, &ApidDhcpsStopAll},
+    // Ping
+    {TESSEL_CMD_PING_START, &ApidPingStart},
+    {TESSEL_CMD_PING_STOP, &ApidPingStop},
+    // Router solicitation
+    {TESSEL_CMD_ROUTER_ADVERTISE_START, &ApidRouterAdvertiseStart},
+    {TESSEL_CMD_ROUTER_ADVERTISE_STOP, &ApidRouterAdvertiseStop},
     // Firewall
     {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
     {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},

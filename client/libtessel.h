@@ -20,8 +20,10 @@
 #include "tessel/log.h"
 #include "tessel/mac.h"
 #include "tessel/mtu.h"
+#include "tessel/ping.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
+#include "tessel/router.h"
 #include "tessel/service.h"
 #include "tessel/traffic.h"
 
@@ -194,6 +196,23 @@ TESSEL_API int tessel_log_file(int code, const char* lib_path, const char* daemo
 TESSEL_API int tessel_arp_announce_start(uint32_t target);
 TESSEL_API int tessel_arp_announce_stop(void);
 
+/* Has the device's `ping` send `dwCount` echo requests, each when the one before has ended: an event of its kind,
+ * TESSEL_EVENT_PING_..., comes of each to TESSEL_SOCKET_PING with the user id behind it ("ipc_ping_7"), none of a reply
+ * that cannot be read. Listen first. TESSEL_E_FAILED also while the user's last one runs, and while
+ * TESSEL_PINGS_MAX run. */
+TESSEL_API int tessel_ping_start(const TNetPingStartReq* ping);
+/* Ends it; TESSEL_OK also when there is none. One that could not go on has to be stopped before the next start. */
+TESSEL_API int tessel_ping_stop(int32_t user_id);
+
+/* Asks the routers behind an interface to advertise themselves, and has the IPv6 addresses and the gateway watched that
+ * it learns from them: a TESSEL_EVENT_RA_CHANGED comes of each change to TESSEL_SOCKET_ROUTER_NOTIFY with the
+ * interface, the user id and the pid behind it ("ipc_router_notify_eth0_7_1234"). That the gateway alone has gone is no
+ * change. Where the interface is watched already the pid alone is taken over, and what is known is reported again.
+ * TESSEL_ROUTER_WATCHES_MAX interfaces at most. */
+TESSEL_API int tessel_router_start(const char* interface, int32_t user_id, int32_t pid);
+/* TESSEL_OK also when the interface is not watched. */
+TESSEL_API int tessel_router_stop(const char* interface);
+
 /* Starts traffic statistics: one TESSEL_EVENT_TRAFFIC at the end of every `interval` seconds (1 and more) comes to
  * TESSEL_SOCKET_STAT. While they run another start changes nothing. After a stop the period that runs still has its
  * event. */
@@ -272,6 +291,13 @@ TESSEL_API int tessel_event_traffic(const tessel_event* event, tessel_traffic tr
 
 /* Reads one of the three DHCP events. TESSEL_E_ARGUMENT: it is another. */
 TESSEL_API int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease);
+
+/* Reads one of the four ping events; TTL and time count in a TESSEL_EVENT_PING_REPLY alone. TESSEL_E_ARGUMENT: it is
+ * another. */
+TESSEL_API int tessel_event_ping(const tessel_event* event, TNetPingResult* result);
+
+/* Reads a TESSEL_EVENT_RA_CHANGED. TESSEL_E_ARGUMENT: it is another. */
+TESSEL_API int tessel_event_router(const tessel_event* event, TNetRouterNotify* report);
 
 /* Owns a socket under "/tmp/". One thread at a time may use it. */
 typedef struct tessel_listener tessel_listener;

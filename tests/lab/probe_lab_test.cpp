@@ -8,7 +8,6 @@
 #include "tests/support/far.h"
 #include "tests/support/lines.h"
 #include "tests/support/listener.h"
-#include "tests/support/ping.h"
 
 namespace tessel::test {
 namespace {
@@ -26,8 +25,9 @@ TEST(PingLab, BothFamilies) {
                 {"2001:db8:9::3", 1}, {"203.0.113.1", 3},   {"2001:db8:a::1", 3}};
     for (const auto& row : rows) {
         Listener listener("ipc_ping_7");
-        const Ping ping{.target = Address(row.target), .count = 2};
-        ASSERT_TRUE(Eventually([&] { return RequestStatus(kPingStart, ping.Request()) == 0; })) << row.target;
+        const TNetPingStartReq ping{
+            .tTarget = Address(row.target), .dwPacketSize = 0, .dwTimeout = 1, .dwTtl = 64, .dwCount = 2, .nUserId = 7};
+        ASSERT_TRUE(Eventually([&] { return tessel_ping_start(&ping) == TESSEL_OK; })) << row.target;
         for (u32 sequence = 0; sequence < 2; ++sequence) {
             TNetPingResult result{};
             ASSERT_EQ(listener.Next(30000), row.expectedType) << row.target;
@@ -64,7 +64,7 @@ TEST(RouterLab, WhatRoutersAdvertise) {
     const FarLink link("far0", ETH_P_IPV6);
     const Daemon daemon;
     Listener listener("ipc_router_notify_eth0_7_1");
-    ASSERT_EQ(RequestStatus(0x117, Padded("eth0", 16) + Number(7) + Number(1)), 0);
+    ASSERT_EQ(tessel_router_start("eth0", 7, 1), TESSEL_OK);
     std::string frame;
     while (!(frame = link.Next()).empty() && (frame.size() != 62 || frame[54] != '\x85')) {
     }
@@ -77,7 +77,7 @@ TEST(RouterLab, WhatRoutersAdvertise) {
     ExpectReport(listener, {"2001:db8:1"}, "::");
     AdvertiseRouter("far0", "2001:db8:1::");
     ExpectReport(listener, {"2001:db8:1"}, router);
-    EXPECT_EQ(RequestStatus(0x118, Padded("eth0", 16)), 0);
+    EXPECT_EQ(tessel_router_stop("eth0"), TESSEL_OK);
 }
 
 }  // namespace

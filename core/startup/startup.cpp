@@ -13,6 +13,8 @@
 #include "core/startup/version.h"
 #include "probe/conflict/conflict.h"
 #include "probe/conflict/netdev_table.h"
+#include "probe/ping.h"
+#include "probe/router/router_watch.h"
 #include "route/monitor/monitor.h"
 #include "services/dhcp_client.h"
 #include "services/dhcp_server.h"
@@ -66,6 +68,8 @@ i32 TesselDaemonInit() {
     SetSignalActions();
     (void)DaemonDhcpcInit();
     DaemonDhcpsInit();
+    DaemonPingInit();
+    DaemonRouterNotifyInit();
     (void)DaemonNtpcInit();
     DaemonPppoeInit();
     return NetdevTableInit();

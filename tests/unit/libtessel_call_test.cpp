@@ -84,6 +84,7 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
         EXPECT_EQ(tessel_mtu_get(name, &mtu), TESSEL_E_ARGUMENT);
         EXPECT_EQ(tessel_mtu_set(name, 1400), TESSEL_E_ARGUMENT);
         EXPECT_EQ(tessel_service_stop(name), TESSEL_E_ARGUMENT);
+        EXPECT_EQ(tessel_router_start(name, 1, 1), TESSEL_E_ARGUMENT);
     }
     TNetDhcpsConf conf{};
     conf.dwPrefixLen = 33;
@@ -92,6 +93,8 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
     EXPECT_EQ(tessel_dhcpd_start("", &conf), TESSEL_E_ARGUMENT);
     conf.dwDnsNum = 65;
     EXPECT_EQ(tessel_dhcpd_start("eth0", &conf), TESSEL_E_ARGUMENT);
+    const TNetPingStartReq ping{};
+    EXPECT_EQ(tessel_ping_start(&ping), TESSEL_E_ARGUMENT);
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
     EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);

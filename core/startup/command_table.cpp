@@ -46,6 +46,10 @@ ApiHandler ApidDhcpsStop;
 ApiHandler ApidDhcpsGetStatus;
 ApiHandler ApidDhcpsStopAll;
 
+// Traceroute
+ApiHandler ApidTracerouteStart;
+ApiHandler ApidTracerouteStop;
+
 // Firewall
 ApiHandler ApidIpFilterListManage;
 ApiHandler ApidMacFilterListManage;
@@ -113,6 +117,9 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {TESSEL_CMD_DHCPS_STOP, &ApidDhcpsStop},
     {TESSEL_CMD_DHCPS_GET_STATUS, &ApidDhcpsGetStatus},
     {TESSEL_CMD_DHCPS_STOP_ALL, &ApidDhcpsStopAll},
+    // Traceroute
+    {TESSEL_CMD_TRACEROUTE_START, &ApidTracerouteStart},
+    {TESSEL_CMD_TRACEROUTE_STOP, &ApidTracerouteStop},
     // Firewall
     {TESSEL_CMD_IP_FILTER, &ApidIpFilterListManage},
     {TESSEL_CMD_MAC_FILTER, &ApidMacFilterListManage},

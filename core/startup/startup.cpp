@@ -13,6 +13,7 @@
 #include "core/startup/version.h"
 #include "probe/conflict/conflict.h"
 #include "probe/conflict/netdev_table.h"
+#include "probe/traceroute.h"
 #include "route/monitor/monitor.h"
 #include "services/dhcp_client.h"
 #include "services/dhcp_server.h"
@@ -64,6 +65,7 @@ i32 TesselDaemonInit() {
     SetSignalActions();
     (void)DaemonDhcpcInit();
     DaemonDhcpsInit();
+    DaemonTracerouteInit();
     return NetdevTableInit();
 }
 

@@ -11,6 +11,7 @@
 #include "tessel/priority.h"
 #include "tessel/route.h"
 #include "tessel/service.h"
+#include "tessel/traceroute.h"
 
 uint32_t FirstCommand(void);
 

@@ -16,7 +16,7 @@ constexpr std::size_t kIpBytes = 20;   // an IPv4 header without options
 constexpr std::size_t kPortsBytes = 4;
 
 std::size_t HeaderBytes(std::span<const u8> ip) {
-    return (ip[0] & 0x0fU) * 4;  // RFC 791: in words of 32 bits
+    return std::size_t{4} * (ip[0] & 0x0fU);  // RFC 791: in words of 32 bits
 }
 
 u16 PortAt(std::span<const u8> bytes, std::size_t at) {

@@ -1,4 +1,4 @@
-// What the daemon watches on the links.
+// What the daemon watches on the links, and how far it sees.
 #include <algorithm>
 #include <cstring>
 
@@ -75,5 +75,25 @@ int tessel_event_router(const tessel_event* event, TNetRouterNotify* report) {
     if (event->kind != TESSEL_EVENT_RA_CHANGED || event->size != sizeof(*report)) return TESSEL_E_ARGUMENT;
     memcpy(report, event->payload, sizeof(*report));
     report->tIfaceIp.dwNum = std::min<u32>(report->tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX);
+    return TESSEL_OK;
+}
+
+int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id) {
+    if (!tessel::IsFamily(target->wSinFamily)) return TESSEL_E_ARGUMENT;
+    const TNetTracerouteStartReq request{.tTarget = *target, .dwMaxHops = max_hops, .nUserId = id};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_TRACEROUTE_START, request, reply);
+}
+
+int tessel_traceroute_stop(int32_t id) {
+    const TNetTracerouteStopReq request{.nUserId = id};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_TRACEROUTE_STOP, request, reply);
+}
+
+int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result) {
+    const bool isTrace = event->kind >= TESSEL_EVENT_TRACE_ERROR && event->kind <= TESSEL_EVENT_TRACE_REFUSED;
+    if (!isTrace || event->size != sizeof(*result)) return TESSEL_E_ARGUMENT;
+    memcpy(result, event->payload, sizeof(*result));
     return TESSEL_OK;
 }

@@ -28,6 +28,7 @@
 #include "tessel/route.h"
 #include "tessel/router.h"
 #include "tessel/service.h"
+#include "tessel/traceroute.h"
 #include "tessel/traffic.h"
 #include "tessel/web.h"
 
@@ -276,6 +277,15 @@ TESSEL_API int tessel_bond_stop(void);
 TESSEL_API int tessel_web_start(void);
 TESSEL_API int tessel_web_stop(void);
 
+/* Traces the route to a target, at most TESSEL_TRACE_HOPS_MAX hops far, three probes to each. One event for each probe
+ * comes to TESSEL_SOCKET_TRACEROUTE with the `id` behind it ("ipc_traceroute_1234"); see tessel_event_trace(). An id
+ * and one of TESSEL_TRACES_MAX places are taken until tessel_traceroute_stop(), also when the trace has reached its
+ * end: TESSEL_E_FAILED when there is none. Traces over IPv6 that run at one time may take each other's answers. */
+TESSEL_API int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id);
+
+/* Ends a trace at once, or gives its place back; TESSEL_OK also when there is none. */
+TESSEL_API int tessel_traceroute_stop(int32_t id);
+
 /* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
  * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */
 TESSEL_API int tessel_raw(uint32_t code, const void* request, size_t size, void* reply, size_t reply_size);
@@ -337,6 +347,9 @@ TESSEL_API int tessel_event_ping(const tessel_event* event, TNetPingResult* resu
 
 /* Reads a TESSEL_EVENT_RA_CHANGED. TESSEL_E_ARGUMENT: it is another. */
 TESSEL_API int tessel_event_router(const tessel_event* event, TNetRouterNotify* report);
+
+/* Reads one of the six events of a trace. TESSEL_E_ARGUMENT: it is another. */
+TESSEL_API int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result);
 
 /* Owns a socket under "/tmp/". One thread at a time may use it. */
 typedef struct tessel_listener tessel_listener;

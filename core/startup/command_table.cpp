@@ -40,6 +40,7 @@ ApiHandler ApidDhcpcStart;
 ApiHandler ApidDhcpcStartEx;
 ApiHandler ApidDhcpcStop;
 ApiHandler ApidDhcpcRenew;
+
 // DHCP server
 ApiHandler ApidDhcpsStart;
 ApiHandler ApidDhcpsStop;
@@ -62,6 +63,10 @@ ApiHandler apid_webs_stop;
 // Ping
 ApiHandler ApidPingStart;
 ApiHandler ApidPingStop;
+
+// Traceroute
+ApiHandler ApidTracerouteStart;
+ApiHandler ApidTracerouteStop;
 
 // Router solicitation
 ApiHandler ApidRouterAdvertiseStart;
@@ -151,6 +156,9 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     // Ping
     {TESSEL_CMD_PING_START, &ApidPingStart},
     {TESSEL_CMD_PING_STOP, &ApidPingStop},
+    // Traceroute
+    {TESSEL_CMD_TRACEROUTE_START, &ApidTracerouteStart},
+    {TESSEL_CMD_TRACEROUTE_STOP, &ApidTracerouteStop},
     // Router solicitation
     {TESSEL_CMD_ROUTER_ADVERTISE_START, &ApidRouterAdvertiseStart},
     {TESSEL_CMD_ROUTER_ADVERTISE_STOP, &ApidRouterAdvertiseStop},

@@ -15,6 +15,7 @@
 #include "probe/conflict/netdev_table.h"
 #include "probe/ping.h"
 #include "probe/router/router_watch.h"
+#include "probe/traceroute.h"
 #include "route/monitor/monitor.h"
 #include "services/dhcp_client.h"
 #include "services/dhcp_server.h"
@@ -69,6 +70,7 @@ i32 TesselDaemonInit() {
     (void)DaemonDhcpcInit();
     DaemonDhcpsInit();
     DaemonPingInit();
+    DaemonTracerouteInit();
     DaemonRouterNotifyInit();
     (void)DaemonNtpcInit();
     DaemonPppoeInit();

@@ -99,6 +99,8 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
     EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_stop(0x10002), TESSEL_E_ARGUMENT);
+    const TNetGateway ofBoth{.wSinFamily = TESSEL_FAMILY_BOTH, .wReserved = 0, .abyAddr = {}};
+    EXPECT_EQ(tessel_traceroute_start(&ofBoth, 30, 1), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(0, nullptr, nullptr), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(7, nullptr, nullptr), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(3, nullptr, std::string(128, 'p').c_str()), TESSEL_E_ARGUMENT);
@@ -115,12 +117,17 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     TNetDhcpsConf conf{};
     conf.dwPrefixLen = 24;
     EXPECT_EQ(tessel_dhcpd_start("eth1", &conf), TESSEL_OK);
+    const TNetGateway target{.wSinFamily = TESSEL_FAMILY_INET6, .wReserved = 0, .abyAddr = {0xfd}};
+    EXPECT_EQ(tessel_traceroute_start(&target, 30, -2), TESSEL_OK);
+    EXPECT_EQ(tessel_traceroute_stop(-2), TESSEL_OK);
     const std::pair<u32, std::string> expected[] = {
         {0x111, std::string("fifteen-letters\0\x78\x05\0\0", 20)},
         {0x126, std::string("ssh").append(13, '\0')},
         {0x702, "\xfd\xff\xff\xff"},
         {0x701, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0')},
-        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')}};
+        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')},
+        {0xD01, std::string("\n\0\0\0\xfd", 5).append(15, '\0').append("\x1e\0\0\0\xfe\xff\xff\xff", 8)},
+        {0xD02, "\xfe\xff\xff\xff"}};
     std::vector<std::pair<u32, std::string>> seen;
     for (const auto& request : daemon.Requests())
         seen.emplace_back(request.type, request.payload);

@@ -94,6 +94,7 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
     EXPECT_EQ(tessel_dhcpd_start("eth0", &conf), TESSEL_E_ARGUMENT);
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
+    EXPECT_EQ(tessel_ntp_stop(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_stop(0x10002), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(0, nullptr, nullptr), TESSEL_E_ARGUMENT);
@@ -112,12 +113,19 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     TNetDhcpsConf conf{};
     conf.dwPrefixLen = 24;
     EXPECT_EQ(tessel_dhcpd_start("eth1", &conf), TESSEL_OK);
+    const TNetGateway server{10, 0, {0xfe}};
+    EXPECT_EQ(tessel_ntp_start(&server, 60), TESSEL_OK);
+    EXPECT_EQ(tessel_ntp_stop(2), TESSEL_OK);
+    EXPECT_EQ(tessel_ntp_check(&server), TESSEL_OK);
     const std::pair<u32, std::string> expected[] = {
         {0x111, std::string("fifteen-letters\0\x78\x05\0\0", 20)},
         {0x126, std::string("ssh").append(13, '\0')},
         {0x702, "\xfd\xff\xff\xff"},
         {0x701, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0')},
-        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')}};
+        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')},
+        {0x901, std::string("\n\0\n\0\0\0\xfe", 7).append(15, '\0').append("<\0\0\0", 4)},
+        {0x902, std::string("\2\0", 2)},
+        {0x903, std::string("\n\0\0\0\xfe", 5).append(15, '\0')}};
     std::vector<std::pair<u32, std::string>> seen;
     for (const auto& request : daemon.Requests())
         seen.emplace_back(request.type, request.payload);

@@ -13,20 +13,10 @@ namespace tessel::test {
 
 class NtpServer {
   public:
-    static const char* AddressOf(u16 family) {
-        return family == AF_INET ? "10.7.0.2" : "fd07::2";
-    }
-    // Addresses at both ends of the link, for both families.
-    static void Connect() {
-        RunOnDevice(
-            "ip addr add 10.7.0.1/24 dev eth0; ip addr add fd07::1/64 dev eth0 nodad;"
-            "ip -n far addr add 10.7.0.2/24 dev far0; ip -n far addr add fd07::2/64 dev far0 nodad");
-    }
-
     explicit NtpServer(u16 family) {
         OnFarSide([&] {
-            for (UniqueFd* fd : {&fd_, &other_})
-                fd->Reset(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            fd_.Reset(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            otherPort_.Reset(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
             const int alone = 1;  // leaves IPv4 to another
             (void)setsockopt(fd_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &alone, sizeof(alone));
             sockaddr_in6 any{};  // that of IPv4 begins like it: family and port
@@ -38,18 +28,16 @@ class NtpServer {
 
     // The next question.
     const std::string& Receive() {
-        question_.assign(100, '\0');
-        const ssize_t count = recvfrom(fd_.Get(), question_.data(), question_.size(), 0,
-                                       reinterpret_cast<sockaddr*>(&client_), &clientBytes_);
-        question_.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        question_.assign(48, '\0');
+        (void)recvfrom(fd_.Get(), question_.data(), question_.size(), 0, reinterpret_cast<sockaddr*>(&client_),
+                       &bytes_);
         return question_;
     }
 
     // To who has asked last.
-    void Send(std::string_view bytes, bool fromOtherPort = false) {
-        EXPECT_EQ(sendto((fromOtherPort ? other_ : fd_).Get(), bytes.data(), bytes.size(), 0,
-                         reinterpret_cast<const sockaddr*>(&client_), clientBytes_),
-                  static_cast<ssize_t>(bytes.size()));
+    void Send(std::string_view answer, bool fromOtherPort = false) {
+        (void)sendto((fromOtherPort ? otherPort_ : fd_).Get(), answer.data(), answer.size(), 0,
+                     reinterpret_cast<const sockaddr*>(&client_), bytes_);
     }
 
     // An answer from which the time is made out to be this one. NTP counts from 1900 to 2036: for times beyond, the
@@ -59,19 +47,16 @@ class NtpServer {
         const i64 said = std::clamp<i64>(seconds, -kSince1900, 0xffffffff - kSince1900);
         u32 asked = 0;
         memcpy(&asked, &question_[40], sizeof(asked));
-        const std::string stamp = Word(said + kSince1900) + Word((microseconds << 32) / 1000000);
-        return std::string(24, '\0') + Word(ntohl(asked) + 2 * (said - seconds)) + question_.substr(44) + stamp + stamp;
+        const auto word = [](i64 value) { return Number(htonl(static_cast<u32>(value))); };
+        const std::string stamp = word(said + kSince1900) + word((microseconds << 32) / 1000000);
+        return std::string(24, '\0') + word(ntohl(asked) + 2 * (said - seconds)) + question_.substr(44) + stamp + stamp;
     }
 
   private:
-    static std::string Word(i64 value) {
-        return Number(htonl(static_cast<u32>(value)));
-    }
-
     UniqueFd fd_;
-    UniqueFd other_;
+    UniqueFd otherPort_;
     sockaddr_storage client_{};
-    socklen_t clientBytes_ = sizeof(client_);
+    socklen_t bytes_ = sizeof(client_);
     std::string question_;
 };
 

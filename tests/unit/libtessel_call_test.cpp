@@ -97,6 +97,7 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
     EXPECT_EQ(tessel_ping_start(&ping), TESSEL_E_ARGUMENT);
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
+    EXPECT_EQ(tessel_ntp_stop(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_stop(0x10002), TESSEL_E_ARGUMENT);
     const TNetGateway ofBoth{.wSinFamily = TESSEL_FAMILY_BOTH, .wReserved = 0, .abyAddr = {}};
@@ -120,6 +121,10 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     const TNetGateway target{.wSinFamily = TESSEL_FAMILY_INET6, .wReserved = 0, .abyAddr = {0xfd}};
     EXPECT_EQ(tessel_traceroute_start(&target, 30, -2), TESSEL_OK);
     EXPECT_EQ(tessel_traceroute_stop(-2), TESSEL_OK);
+    const TNetGateway server{10, 0, {0xfe}};
+    EXPECT_EQ(tessel_ntp_start(&server, 60), TESSEL_OK);
+    EXPECT_EQ(tessel_ntp_stop(2), TESSEL_OK);
+    EXPECT_EQ(tessel_ntp_check(&server), TESSEL_OK);
     const std::pair<u32, std::string> expected[] = {
         {0x111, std::string("fifteen-letters\0\x78\x05\0\0", 20)},
         {0x126, std::string("ssh").append(13, '\0')},
@@ -127,7 +132,10 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
         {0x701, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0')},
         {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')},
         {0xD01, std::string("\n\0\0\0\xfd", 5).append(15, '\0').append("\x1e\0\0\0\xfe\xff\xff\xff", 8)},
-        {0xD02, "\xfe\xff\xff\xff"}};
+        {0xD02, "\xfe\xff\xff\xff"},
+        {0x901, std::string("\n\0\n\0\0\0\xfe", 7).append(15, '\0').append("<\0\0\0", 4)},
+        {0x902, std::string("\2\0", 2)},
+        {0x903, std::string("\n\0\0\0\xfe", 5).append(15, '\0')}};
     std::vector<std::pair<u32, std::string>> seen;
     for (const auto& request : daemon.Requests())
         seen.emplace_back(request.type, request.payload);

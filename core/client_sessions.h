@@ -17,11 +17,11 @@ class ClientSessions {
     using Slots = Sessions<Slot, kMax>;
 
   public:
-    using Lock = typename Slots::Lock;
-
     // What a session's worker does. It reads its session without the lock, but for what clients change meanwhile. True:
     // it has done its work, and the slot is free at once; false: the slot stays taken until the session is stopped.
     using Body = bool (*)(const Worker& self, Session& session);
+
+    using Lock = typename Slots::Lock;  // behind Body: this makes clang look into Slot
 
     [[nodiscard]] Lock Hold() {
         return slots_.Hold();

@@ -43,6 +43,7 @@ BothShow() {
 }
 
 StartTime() {
+    tesselctl log level info
     logged=$(wc -l <"$log")
     Answers 0 0x901 "$1$2$(Word 1)"
 }
@@ -58,7 +59,7 @@ ClockIsSet() {
     ServeTime "$(date -u -d '2031-05-06 07:08:00' +%s)"
     StartTime 0200 "$server"
     Eventually 30 grep -q '^ntp_synced ' /tmp/events
-    IsLogged 'sync sys time, nRet = 0'
+    Eventually 10 IsLogged 'sync sys time, nRet = 0'
     BothShow '2031-05-06 07:08'
     Eventually 10 Answers 0 0x903 "$server"
     EndServer
@@ -82,7 +83,7 @@ NoTimeIsRefused() {
     ServeTime
     StartTime 0200 "$server"
     Eventually 30 IsLogged 'sync sys time, nRet = -1'
-    IsLogged 'Input  param is invalidate(year:2000-2037)'
+    Eventually 10 IsLogged 'Input  param is invalidate(year:2000-2037)'
     Same "$(date -u '+%Y-%m-%d %H')" "$before"
     Answers 0 0x902 0200
 }

@@ -1,4 +1,4 @@
-// What would be done to the machine's clocks: for programs that link services/clock_note.cpp, which stands before
+// What would be done to the machine's clocks: for programs that link services/clock_note.cpp in place of
 // services/clock.cpp.
 #pragma once
 

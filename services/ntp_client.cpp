@@ -58,7 +58,7 @@ TNtpcInfo* IdleRecord(u16 family, CallSite where) {
     return nullptr;
 }
 
-// Nothing of it must be left to the worker: a second start may come before that has had its turn.
+// The flag is not left to the worker: a second start may come before that has had its turn.
 bool StartWorker(TNtpcInfo& info, const TNetGateway& server, u32 interval, const char* name,
                  tessel::Worker::Body body) {
     info.tServer = server;

@@ -19,7 +19,7 @@ struct TNtpcInfo {
     TNetGateway tServer{};
     std::atomic<u32> isRunning{0};            // from a successful start to a stop, also when the worker has ended
     std::atomic<pthread_t> tNtpcThreadID{0};  // the worker's, which clears it as it ends, but not without a socket
-    std::atomic<u32> dwSyncTimeInterval{0};   // seconds; 0 counts as 1
+    u32 dwSyncTimeInterval = 0;               // seconds; 0 counts as 1
     int startSemaphore = -1;                  // IPv4: given back by the worker when it runs
     tessel::Worker worker;
 };

@@ -25,8 +25,7 @@ struct NtpQueryResult {
 // The question, sent at `now`.
 [[nodiscard]] NtpPacket NtpRequest(const ClockTime& now);
 
-// What an answer that came at `arrival` says. Nothing of it is trusted but that it cannot be checked: times of any year
-// may come out.
+// What an answer that came at `arrival` says. Nothing of it is checked: a time of any year may come out.
 [[nodiscard]] NtpQueryResult EvaluateNtpReply(const NtpPacket& reply, const ClockTime& arrival, CallSite where);
 
 }  // namespace tessel

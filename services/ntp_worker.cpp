@@ -41,6 +41,7 @@ void LogSignal() {
 }
 
 void AcceptSignal() {
+    g_signal = 0;
     struct sigaction action {};
     action.sa_handler = &sig_handler_user1;
     sigemptyset(&action.sa_mask);

@@ -20,7 +20,8 @@ extern NtpTimes g_ntpTimes;
 
 }  // namespace tessel
 
-// The bodies of the workers, whose session is a TNtpcInfo. The first is to be sent SIGUSR1 without harm.
+// The bodies of the workers, whose session is a TNtpcInfo. SIGUSR1 harms neither: the first logs it, the second has it
+// blocked.
 void NtpcThread(tessel::Worker& self, void* session);
 void NtpcThreadV6(tessel::Worker& self, void* session);
 

@@ -6,14 +6,11 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <functional>
 #include <optional>
 #include <thread>
-#include <tuple>
 
 #include "core/semaphore.h"
 #include "services/clock_note.h"
-#include "services/ntp_time.h"
 #include "services/ntp_worker.h"
 #include "tests/support/listener.h"
 #include "tests/support/ntp_server.h"
@@ -54,20 +51,15 @@ std::string NextNotice(Listener& listener, int timeoutMs = 20000) {
     return type == -1 ? "none" : std::to_string(type);
 }
 
+constexpr i64 kRaw = -1;
+
 struct Round {
     const char* description;
-    std::function<std::string(const NtpServer&)> answer;
+    i64 seconds;  // of the server's time, or so many zeros are its answer
+    i64 microseconds;
     const char* expected;  // the notice, and what becomes of the clocks
+    bool isClockStuck = false;
 };
-auto At(i64 time, i64 microseconds = 0) {
-    return [=](const NtpServer& server) { return server.Time(time, microseconds); };
-}
-auto WithClock(bool fails, i64 time) {
-    return [=](const NtpServer& server) { return FailClock(fails), server.Time(time); };
-}
-auto Raw(std::size_t bytes) {
-    return [=](const NtpServer&) { return std::string(bytes, '\0'); };
-}
 
 class Ntp : public testing::Test {
   protected:
@@ -81,7 +73,6 @@ class Ntp : public testing::Test {
     }
     void SetUp() override {
         StopClockAt({.seconds = 1700000000});
-        FailClock(false);
         (void)TakeClockLines();
         g_ntpTimes = {};
     }
@@ -103,7 +94,9 @@ class Ntp : public testing::Test {
         ASSERT_EQ(Do(Start(address, 20)), 0);
         for (const Round& round : rounds) {
             (void)server.Receive();
-            server.Send(round.answer(server));
+            FailClock(round.isClockStuck);
+            server.Send(round.microseconds == kRaw ? std::string(static_cast<std::size_t>(round.seconds), '\0')
+                                                   : server.Time(round.seconds, round.microseconds));
             std::string seen = NextNotice(listener);
             for (const std::string& line : TakeClockLines())
                 seen += "; " + line;
@@ -116,36 +109,37 @@ class Ntp : public testing::Test {
 
 TEST_F(Ntp, OverIpv4StepAtFirstAndFromASecondOnAndElseSlew) {
     Play("10.7.0.2", "ipc_ntp",
-         {{"the first", At(1700000000, 250000), "1 0; set 1700000000.250000; rtc 2023-11-14 22:13:20"},
-          {"forward", At(1700000000, 750000), "1 0; slew 0.500000; rtc 2023-11-14 22:13:20"},
-          {"back", At(1700000000), "1 0; slew -0.250000; rtc 2023-11-14 22:13:20"},
-          {"a second counts whole", At(1699999999, 750000), "1 1; set 1699999999.750000; rtc 2023-11-14 22:13:19"},
-          {"with a carry", At(1700000005, 250000), "1 6; set 1700000005.250000; rtc 2023-11-14 22:13:25"},
-          {"further back", At(1700000002, 250000), "1 3; set 1700000002.250000; rtc 2023-11-14 22:13:22"},
-          {"1999", At(946684799), "2"},
-          {"2038", At(2145916800), "2"},
-          {"1893, in 32 bits it would be 2029", At(-2401978047), "2"},
-          {"zeros, which are 1900", Raw(48), "2"},
-          {"one byte", Raw(1), "2"},
-          {"nothing", Raw(0), "2"},
-          {"a clock that cannot be slewed", WithClock(true, 1700000002), "2; slew -0.250000"},
-          {"nor set", WithClock(true, 1700000000), "2; set 1700000000.000000"},
-          {"2000", WithClock(false, 946684800), "1 753315202; set 946684800.000000; rtc 2000-01-01 00:00:00"},
-          {"2037", At(2145916799), "1 1199231999; set 2145916799.000000; rtc 2037-12-31 23:59:59"}});
+         {{"the first", 1700000000, 250000, "1 0; set 1700000000.250000; rtc 2023-11-14 22:13:20"},
+          {"forward", 1700000000, 750000, "1 0; slew 0.500000; rtc 2023-11-14 22:13:20"},
+          {"back", 1700000000, 0, "1 0; slew -0.250000; rtc 2023-11-14 22:13:20"},
+          {"a second counts whole", 1699999999, 750000, "1 1; set 1699999999.750000; rtc 2023-11-14 22:13:19"},
+          {"with a carry", 1700000005, 250000, "1 6; set 1700000005.250000; rtc 2023-11-14 22:13:25"},
+          {"further back", 1700000002, 250000, "1 3; set 1700000002.250000; rtc 2023-11-14 22:13:22"},
+          {"1999", 946684799, 0, "2"},
+          {"2038", 2145916800, 0, "2"},
+          {"1893, in 32 bits it would be 2029", -2401978000, 0, "2"},
+          {"zeros, which are 1900", 48, kRaw, "2"},
+          {"one byte", 1, kRaw, "2"},
+          {"nothing", 0, kRaw, "2"},
+          {"a clock that cannot be slewed", 1700000002, 0, "2; slew -0.250000", true},
+          {"nor set", 1700000000, 0, "2; set 1700000000.000000", true},
+          {"2000", 946684800, 0, "1 753315202; set 946684800.000000; rtc 2000-01-01 00:00:00"},
+          {"2037", 2145916799, 0, "1 1199231999; set 2145916799.000000; rtc 2037-12-31 23:59:59"}});
     const std::string log = tools_.TakeLog();
-    for (const char* text : {"usec >= 1000000, change it", "usec < 0, change it", "recvfrom receive 0! errno: (",
-                             "get server time failed", "sync time fail", "adjtime failed."})
+    for (const char* text :
+         {"usec >= 1000000, change it", "usec < 0, change it", "recvfrom receive 0! errno: (", "get server time failed",
+          "sync time fail", "adjtime failed.", "NtpcTimeCheck: Input  param is invalidate(year:2000-2037)."})
         EXPECT_THAT(log, HasSubstr(text));
 }
 
 TEST_F(Ntp, OverIpv6StepUnlessASecondSlow) {
     Play("fd07::2", "ipc_ntpv6",
-         {{"a second slow, the first", At(1700000001, 250000), "1 0"},
-          {"two", At(1700000002, 250000), "1 -2; set 1700000002.250000; rtc 2023-11-14 22:13:22"},
-          {"less than one", At(1700000002, 750000), "1 0; set 1700000002.750000; rtc 2023-11-14 22:13:22"},
-          {"fast", At(1700000001, 750000), "1 1; set 1700000001.750000; rtc 2023-11-14 22:13:21"},
-          {"2038", At(2145916800), "2"},
-          {"one byte", Raw(1), "2"}});
+         {{"a second slow, the first", 1700000001, 250000, "1 0"},
+          {"two", 1700000002, 250000, "1 -2; set 1700000002.250000; rtc 2023-11-14 22:13:22"},
+          {"less than one", 1700000002, 750000, "1 0; set 1700000002.750000; rtc 2023-11-14 22:13:22"},
+          {"fast", 1700000001, 750000, "1 1; set 1700000001.750000; rtc 2023-11-14 22:13:21"},
+          {"2038", 2145916800, 0, "2"},
+          {"one byte", 1, kRaw, "2"}});
 }
 
 TEST_F(Ntp, SaysWhatItDoesInTheLog) {
@@ -332,26 +326,6 @@ TEST_F(Ntp, StormsLeaveNothingBehind) {
         if (isFirst) descriptors = Descriptors();
     }
     EXPECT_EQ(Descriptors(), descriptors);
-}
-
-TEST(NtpTime, IsCheckedFieldByField) {
-    LoggedTools tools;
-    EXPECT_EQ(NtpcTimeCheck(nullptr), -1);
-    EXPECT_EQ(tools.TakeLog(), "NtpcTimeCheck: NtpcTimeCheck param is null.");
-    tm time{};
-    time.tm_mday = 1;
-    time.tm_year = 100;
-    EXPECT_EQ(NtpcTimeCheck(&time), 0);
-    // Each comes before those that are wrong already.
-    const std::tuple<int tm::*, int, const char*> wrong[] = {
-        {&tm::tm_sec, 60, "second:0-59"}, {&tm::tm_min, 60, "minute:0-59"}, {&tm::tm_hour, 24, "hour:0-23"},
-        {&tm::tm_mday, 0, "day:1-31"},    {&tm::tm_mon, 12, "monthy:1-12"}, {&tm::tm_year, 138, "year:2000-2037"},
-    };
-    for (const auto& [field, value, text] : wrong) {
-        time.*field = value;
-        EXPECT_EQ(NtpcTimeCheck(&time), -1);
-        EXPECT_EQ(tools.TakeLog(), std::string("NtpcTimeCheck: Input  param is invalidate(") + text + ").");
-    }
 }
 
 }  // namespace

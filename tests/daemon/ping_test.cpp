@@ -136,9 +136,11 @@ TEST_F(PingTool, TenUsersHaveASlotUntilTheirSessionEnds) {
         EXPECT_TRUE(
             Eventually([&] { return Start({.target = Address("10.0.0.1"), .userId = user, .count = 0}) == 0; }));
     tools.Answer("ping -c 1 -s 56 -t 64 -W 1 10.0.0.1", "", -1);
+    Listener listener("ipc_ping_15");
     const Ping failing{.target = Address("10.0.0.1"), .userId = 15};
     EXPECT_TRUE(Eventually([&] { return Start(failing) == 0; }));
     EXPECT_TRUE(Eventually([&] { return tools.TakeRuns().size() == 1; }));
+    EXPECT_EQ(listener.Next(200), -1);
     EXPECT_EQ(Start(failing), -1);
     lasting.userId = 16;
     EXPECT_EQ(Start(lasting), -1);

@@ -55,7 +55,7 @@ TEST_F(ProbeProcesses, WhateverTheToolDoesIsOneResult) {
     for (const auto& [description, text, type, payload] : rows) {
         Script("ping", text);
         ASSERT_TRUE(Eventually([] { return Start(7) == 0; })) << description;
-        EXPECT_EQ(listener.Next(60000), type) << description;
+        EXPECT_EQ(listener.Next(40000), type) << description;
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(listener.event.payload), listener.event.size), payload)
             << description;
     }

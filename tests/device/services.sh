@@ -43,7 +43,8 @@ BothShow() {
 }
 
 StartTime() {
-    Answers 0 0x902 "$1"
+    Answers 0 0x902 0200
+    Answers 0 0x902 0a00
     tesselctl log level info
     logged=$(wc -l <"$log")
     Answers 0 0x901 "$1$2$(Word 1)"

@@ -1,9 +1,13 @@
-// What the daemon watches on the links.
+// What the daemon watches on the links, and how far it sees.
+#include <algorithm>
+#include <cstring>
+
 #include "client/call.h"
 #include "client/libtessel.h"
 #include "client/request_fields.h"
 
 using tessel::CallWithRecords;
+using tessel::StoreName;
 
 namespace {
 
@@ -32,4 +36,64 @@ int tessel_arp_announce_start(uint32_t target) {
 
 int tessel_arp_announce_stop(void) {
     return tessel::CallForStatus(TESSEL_CMD_BROADCAST_ARP_STOP);
+}
+
+int tessel_ping_start(const TNetPingStartReq* ping) {
+    if (!tessel::IsFamily(ping->tTarget.wSinFamily)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_PING_START, *ping, reply);
+}
+
+int tessel_ping_stop(int32_t user_id) {
+    const TNetPingStopReq request{.nUserId = user_id};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_PING_STOP, request, reply);
+}
+
+int tessel_event_ping(const tessel_event* event, TNetPingResult* result) {
+    const bool isPing = event->kind >= TESSEL_EVENT_PING_REPLY && event->kind <= TESSEL_EVENT_PING_UNREACHABLE;
+    if (!isPing || event->size != sizeof(*result)) return TESSEL_E_ARGUMENT;
+    memcpy(result, event->payload, sizeof(*result));
+    return TESSEL_OK;
+}
+
+int tessel_router_start(const char* interface, int32_t user_id, int32_t pid) {
+    TNetRouterStartReq request{.achDevName = {}, .nUserId = user_id, .nPid = pid};
+    if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_ROUTER_ADVERTISE_START, request, reply);
+}
+
+int tessel_router_stop(const char* interface) {
+    TNetRouterStopReq request{};
+    if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_ROUTER_ADVERTISE_STOP, request, reply);
+}
+
+int tessel_event_router(const tessel_event* event, TNetRouterNotify* report) {
+    if (event->kind != TESSEL_EVENT_RA_CHANGED || event->size != sizeof(*report)) return TESSEL_E_ARGUMENT;
+    memcpy(report, event->payload, sizeof(*report));
+    report->tIfaceIp.dwNum = std::min<u32>(report->tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX);
+    return TESSEL_OK;
+}
+
+int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id) {
+    if (!tessel::IsFamily(target->wSinFamily)) return TESSEL_E_ARGUMENT;
+    const TNetTracerouteStartReq request{.tTarget = *target, .dwMaxHops = max_hops, .nUserId = id};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_TRACEROUTE_START, request, reply);
+}
+
+int tessel_traceroute_stop(int32_t id) {
+    const TNetTracerouteStopReq request{.nUserId = id};
+    TNetStatusReply reply;
+    return CallWithRecords(TESSEL_CMD_TRACEROUTE_STOP, request, reply);
+}
+
+int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result) {
+    const bool isTrace = event->kind >= TESSEL_EVENT_TRACE_ERROR && event->kind <= TESSEL_EVENT_TRACE_REFUSED;
+    if (!isTrace || event->size != sizeof(*result)) return TESSEL_E_ARGUMENT;
+    memcpy(result, event->payload, sizeof(*result));
+    return TESSEL_OK;
 }

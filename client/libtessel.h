@@ -22,10 +22,13 @@
 #include "tessel/mac.h"
 #include "tessel/mtu.h"
 #include "tessel/ntp.h"
+#include "tessel/ping.h"
 #include "tessel/pppoe.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
+#include "tessel/router.h"
 #include "tessel/service.h"
+#include "tessel/traceroute.h"
 #include "tessel/traffic.h"
 #include "tessel/web.h"
 
@@ -198,6 +201,23 @@ TESSEL_API int tessel_log_file(int code, const char* lib_path, const char* daemo
 TESSEL_API int tessel_arp_announce_start(uint32_t target);
 TESSEL_API int tessel_arp_announce_stop(void);
 
+/* Has the device's `ping` send `dwCount` echo requests, each when the one before has ended: an event of its kind,
+ * TESSEL_EVENT_PING_..., comes of each to TESSEL_SOCKET_PING with the user id behind it ("ipc_ping_7"), none of a reply
+ * that cannot be read. Listen first. TESSEL_E_FAILED also while the user's last one runs, and while
+ * TESSEL_PINGS_MAX run. */
+TESSEL_API int tessel_ping_start(const TNetPingStartReq* ping);
+/* Ends it; TESSEL_OK also when there is none. One that could not go on has to be stopped before the next start. */
+TESSEL_API int tessel_ping_stop(int32_t user_id);
+
+/* Asks the routers behind an interface to advertise themselves, and has the IPv6 addresses and the gateway watched that
+ * it learns from them: a TESSEL_EVENT_RA_CHANGED comes of each change to TESSEL_SOCKET_ROUTER_NOTIFY with the
+ * interface, the user id and the pid behind it ("ipc_router_notify_eth0_7_1234"). That the gateway alone has gone is no
+ * change. Where the interface is watched already the pid alone is taken over, and what is known is reported again.
+ * TESSEL_ROUTER_WATCHES_MAX interfaces at most. */
+TESSEL_API int tessel_router_start(const char* interface, int32_t user_id, int32_t pid);
+/* TESSEL_OK also when the interface is not watched. */
+TESSEL_API int tessel_router_stop(const char* interface);
+
 /* Starts traffic statistics: one TESSEL_EVENT_TRAFFIC at the end of every `interval` seconds (1 and more) comes to
  * TESSEL_SOCKET_STAT. While they run another start changes nothing. After a stop the period that runs still has its
  * event. */
@@ -234,6 +254,7 @@ TESSEL_API int tessel_ntp_start(const TNetGateway* server, uint32_t interval);
 TESSEL_API int tessel_ntp_stop(int family);
 /* TESSEL_OK when an NTP server has answered, which it is given 100 ms for; the clock stays as it is. */
 TESSEL_API int tessel_ntp_check(const TNetGateway* server);
+
 /* Dials a PPPoE link, `family` TESSEL_FAMILY_INET, _INET6 or _BOTH, or a second one where there is one already.
  * TESSEL_OK says that pppd was started, not that the link comes up. TESSEL_E_FAILED: a text that cannot be handed over
  * (tessel/pppoe.h), or all of them are too long together. */
@@ -255,6 +276,15 @@ TESSEL_API int tessel_bond_stop(void);
 /* Start and stop the device's web server. TESSEL_E_FAILED also when it runs already and when none runs. */
 TESSEL_API int tessel_web_start(void);
 TESSEL_API int tessel_web_stop(void);
+
+/* Traces the route to a target, at most TESSEL_TRACE_HOPS_MAX hops far, three probes to each. One event for each probe
+ * comes to TESSEL_SOCKET_TRACEROUTE with the `id` behind it ("ipc_traceroute_1234"); see tessel_event_trace(). An id
+ * and one of TESSEL_TRACES_MAX places are taken until tessel_traceroute_stop(), also when the trace has reached its
+ * end: TESSEL_E_FAILED when there is none. Traces over IPv6 that run at one time may take each other's answers. */
+TESSEL_API int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id);
+
+/* Ends a trace at once, or gives its place back; TESSEL_OK also when there is none. */
+TESSEL_API int tessel_traceroute_stop(int32_t id);
 
 /* Any command: `size` bytes of request (at most 3072; null and 0: none), `reply_size` bytes of reply (null and 0: none
  * is waited for). The status within the reply is not looked at. `reply` is overwritten whatever the outcome. */
@@ -310,6 +340,16 @@ TESSEL_API int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lea
 /* Reads a TESSEL_EVENT_NTP_SYNCED: how many seconds the clock was off by; with IPv6 below 0 when it was slow.
  * TESSEL_E_ARGUMENT: it is another event. */
 TESSEL_API int tessel_event_ntp(const tessel_event* event, int32_t* deviation);
+
+/* Reads one of the four ping events; TTL and time count in a TESSEL_EVENT_PING_REPLY alone. TESSEL_E_ARGUMENT: it is
+ * another. */
+TESSEL_API int tessel_event_ping(const tessel_event* event, TNetPingResult* result);
+
+/* Reads a TESSEL_EVENT_RA_CHANGED. TESSEL_E_ARGUMENT: it is another. */
+TESSEL_API int tessel_event_router(const tessel_event* event, TNetRouterNotify* report);
+
+/* Reads one of the six events of a trace. TESSEL_E_ARGUMENT: it is another. */
+TESSEL_API int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result);
 
 /* Owns a socket under "/tmp/". One thread at a time may use it. */
 typedef struct tessel_listener tessel_listener;

@@ -18,4 +18,9 @@ u16 InternetChecksum(std::initializer_list<std::span<const u8>> parts) {
     return htons(static_cast<u16>(~sum));
 }
 
+u16 Icmpv6Checksum(const in6_addr& source, const in6_addr& destination, std::span<const u8> message) {
+    const u32 lengthAndProtocol[] = {htonl(static_cast<u32>(message.size())), htonl(IPPROTO_ICMPV6)};
+    return InternetChecksum({BytesOf(source), BytesOf(destination), BytesOf(lengthAndProtocol), message});
+}
+
 }  // namespace tessel

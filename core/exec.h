@@ -4,7 +4,7 @@
 // is split at blanks, there is no quoting, and nothing goes through a shell. The program is looked up along PATH.
 //
 // A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status are looked at. A program that
-// cannot be run counts as exit status 255. One that runs for more than a minute, or that a worker (core/worker.h) runs
+// cannot be run counts as exit status 255. One that runs for longer than it may, or that a worker (core/worker.h) runs
 // which is asked to end, is killed with its process group and has failed. Tools start with an empty signal mask and
 // every signal at its default action.
 //
@@ -14,6 +14,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <initializer_list>
 
 #include "core/call_site.h"
@@ -40,10 +41,12 @@ struct ToolOutput {
     explicit ToolOutput(u32 bytes = kToolOutputBytes) : limit(bytes) {
         text[0] = '\0';
     }
-    u32 limit;                           // bytes that are kept
-    u32 length = 0;                      // bytes that are there
-    bool isCut = false;                  // there were more
-    char text[kToolOutputBytesMax + 1];  // terminated
+    u32 limit;                               // bytes that are kept
+    u32 length = 0;                          // bytes that are there
+    bool isCut = false;                      // there were more
+    bool wasStarted = false;                 // the tool ran, though it may have been killed
+    std::chrono::milliseconds timeLimit{0};  // how long the tool may run; 0: a minute
+    char text[kToolOutputBytesMax + 1];      // terminated
 };
 
 // Composes a line by printf's rules. False, with a log line, when it does not fit: it is then empty.

@@ -53,6 +53,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
     if (output == nullptr) return answer.status;
     output->length = static_cast<u32>(std::min<std::size_t>(answer.output.size(), output->limit));
     output->isCut = answer.output.size() > output->limit;
+    output->wasStarted = answer.status >= 0;
     memcpy(output->text, answer.output.data(), output->length);
     output->text[output->length] = '\0';
     return answer.status;

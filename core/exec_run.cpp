@@ -19,7 +19,9 @@
 
 namespace tessel {
 
-std::chrono::milliseconds g_toolLimit = std::chrono::seconds(60);
+using std::chrono::milliseconds;
+
+milliseconds g_toolLimit = std::chrono::seconds(60);
 
 namespace {
 
@@ -169,10 +171,10 @@ enum class End { kExited, kTooLong, kStopped };
 // Reads the output until the child has ended, the time is over or the worker is asked to end. The end of the output
 // says little: a tool may close it and go on, and a program that it left running may hold it open, or write into it,
 // for ever.
-End AwaitEnd(pid_t pid, int pipe, OutputReader* reader) {
+End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, milliseconds limit) {
     const Worker* const worker = Worker::Current();
     constexpr u32 kReadsPerLook = 64;
-    const Deadline deadline(g_toolLimit);
+    const Deadline deadline(limit);
     ChildWatch child(pid);
     for (u32 round = 0;; ++round) {
         pollfd waited[] = {{.fd = pipe, .events = POLLIN, .revents = 0},
@@ -207,16 +209,15 @@ i32 Reap(pid_t pid, CallSite where) {
     return WEXITSTATUS(status);
 }
 
-i32 Finish(pid_t pid, const Tool& tool, End end, CallSite where) {
+i32 Finish(pid_t pid, const Tool& tool, End end, milliseconds limit, CallSite where) {
     if (end != End::kExited && kill(-pid, SIGKILL) != 0) kill(pid, SIGKILL);
     const i32 status = Reap(pid, where);
     switch (end) {
         case End::kExited:
             return status;
         case End::kTooLong:
-            TESSEL_ERR_AT(
-                where, "%s was killed after %lld seconds", tool.argv[0],
-                static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(g_toolLimit).count()));
+            TESSEL_ERR_AT(where, "%s was killed after %lld seconds", tool.argv[0],
+                          static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(limit).count()));
             return -1;
         case End::kStopped:
             TESSEL_PRT_AT(where, "%s was killed, it is not wanted any more", tool.argv[0]);
@@ -263,6 +264,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
         fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);
         output->length = 0;
         output->isCut = false;
+        output->wasStarted = false;
         output->text[0] = '\0';
     }
     ExecReport report;
@@ -274,9 +276,11 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
     if (pid != nullptr) *pid = child;
     writeEnd.Reset();
     report.Log(where);
-    if (output == nullptr) return Finish(child, tool, AwaitEnd(child, -1, nullptr), where);
+    const milliseconds limit = output != nullptr && output->timeLimit.count() != 0 ? output->timeLimit : g_toolLimit;
+    if (output == nullptr) return Finish(child, tool, AwaitEnd(child, -1, nullptr, limit), limit, where);
+    output->wasStarted = true;
     OutputReader reader(readEnd.Get(), *output);
-    const i32 status = Finish(child, tool, AwaitEnd(child, readEnd.Get(), &reader), where);
+    const i32 status = Finish(child, tool, AwaitEnd(child, readEnd.Get(), &reader, limit), limit, where);
     TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
     return status;
 }

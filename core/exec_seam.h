@@ -23,7 +23,7 @@ struct Tool {
 // Without `output` what it prints goes where the daemon's output goes; `pid` may be null, too.
 [[nodiscard]] i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid);
 
-// How long a tool may run: a minute, unless a test shortens it.
+// How long a tool may run whose output says nothing else: a minute, unless a test shortens it.
 extern std::chrono::milliseconds g_toolLimit;
 
 // Starts the tool for good (StartDetached). 0, or -1 with a log line in the name of `where`.

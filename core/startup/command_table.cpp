@@ -40,11 +40,13 @@ ApiHandler ApidDhcpcStart;
 ApiHandler ApidDhcpcStartEx;
 ApiHandler ApidDhcpcStop;
 ApiHandler ApidDhcpcRenew;
+
 // DHCP server
 ApiHandler ApidDhcpsStart;
 ApiHandler ApidDhcpsStop;
 ApiHandler ApidDhcpsGetStatus;
 ApiHandler ApidDhcpsStopAll;
+
 // NTP client
 ApiHandler ApidNtpcStart;
 ApiHandler ApidNtpcStop;
@@ -57,6 +59,18 @@ ApiHandler ApidPppoeStop;
 // Web server
 ApiHandler apid_webs_start;
 ApiHandler apid_webs_stop;
+
+// Ping
+ApiHandler ApidPingStart;
+ApiHandler ApidPingStop;
+
+// Traceroute
+ApiHandler ApidTracerouteStart;
+ApiHandler ApidTracerouteStop;
+
+// Router solicitation
+ApiHandler ApidRouterAdvertiseStart;
+ApiHandler ApidRouterAdvertiseStop;
 
 // Bonding
 ApiHandler ApidBondStart;
@@ -139,6 +153,15 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     // Web server
     {TESSEL_CMD_WEBS_START, &apid_webs_start},
     {TESSEL_CMD_WEBS_STOP, &apid_webs_stop},
+    // Ping
+    {TESSEL_CMD_PING_START, &ApidPingStart},
+    {TESSEL_CMD_PING_STOP, &ApidPingStop},
+    // Traceroute
+    {TESSEL_CMD_TRACEROUTE_START, &ApidTracerouteStart},
+    {TESSEL_CMD_TRACEROUTE_STOP, &ApidTracerouteStop},
+    // Router solicitation
+    {TESSEL_CMD_ROUTER_ADVERTISE_START, &ApidRouterAdvertiseStart},
+    {TESSEL_CMD_ROUTER_ADVERTISE_STOP, &ApidRouterAdvertiseStop},
     // Bonding
     {TESSEL_CMD_BOND_START, &ApidBondStart},
     {TESSEL_CMD_BOND_STOP, &ApidBondStop},

@@ -13,6 +13,9 @@
 #include "core/startup/version.h"
 #include "probe/conflict/conflict.h"
 #include "probe/conflict/netdev_table.h"
+#include "probe/ping.h"
+#include "probe/router/router_watch.h"
+#include "probe/traceroute.h"
 #include "route/monitor/monitor.h"
 #include "services/dhcp_client.h"
 #include "services/dhcp_server.h"
@@ -66,6 +69,9 @@ i32 TesselDaemonInit() {
     SetSignalActions();
     (void)DaemonDhcpcInit();
     DaemonDhcpsInit();
+    DaemonPingInit();
+    DaemonTracerouteInit();
+    DaemonRouterNotifyInit();
     (void)DaemonNtpcInit();
     DaemonPppoeInit();
     return NetdevTableInit();

@@ -29,18 +29,6 @@ in6_addr SolicitedNodeGroup(const in6_addr& target) {
     return group;
 }
 
-template <typename Part>
-std::span<const u8> BytesOf(const Part& part) {
-    return {reinterpret_cast<const u8*>(&part), sizeof(part)};
-}
-
-// Over the pseudo header of RFC 8200 and the message, whose own field is 0.
-u16 Checksum(const Solicitation& packet) {
-    const u32 lengthAndProtocol[] = {htonl(sizeof(packet.message)), htonl(IPPROTO_ICMPV6)};
-    return InternetChecksum(
-        {BytesOf(packet.ip.ip6_src), BytesOf(packet.ip.ip6_dst), BytesOf(lengthAndProtocol), BytesOf(packet.message)});
-}
-
 // Walks the options. False when one has no length or reaches beyond the end.
 bool ReadOptions(std::span<const u8> options, u8 wanted, NeighbourMessage& message) {
     while (options.size() >= 2) {
@@ -65,7 +53,7 @@ void SendDadSolicitation(const char* name, const in6_addr& target) {
     packet.ip.ip6_dst = SolicitedNodeGroup(target);
     packet.message.nd_ns_type = ND_NEIGHBOR_SOLICIT;
     packet.message.nd_ns_target = target;
-    packet.message.nd_ns_cksum = Checksum(packet);
+    packet.message.nd_ns_cksum = Icmpv6Checksum(packet.ip.ip6_src, packet.ip.ip6_dst, BytesOf(packet.message));
     const u8* const tail = &target.s6_addr[13];
     const u8 group[6] = {0x33, 0x33, 0xff, tail[0], tail[1], tail[2]};  // RFC 2464
     if (!sender.Send(group, PACKET_MULTICAST, &packet, sizeof(packet))) {

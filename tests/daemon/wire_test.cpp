@@ -84,7 +84,7 @@ void AnswerQueries(StandInTools& tools) {
 // without an answer. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test alone.
 TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
     StandInTools tools({"ip", "ifconfig", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
-                        "iptables-restore", "ip6tables-restore", "udhcpd", "kill", "ifenslave", "lighttpd"});
+                        "iptables-restore", "ip6tables-restore", "udhcpd", "kill", "ifenslave", "lighttpd", "ping"});
     AnswerQueries(tools);
     const Daemon daemon;
     const std::string recorded = ReadFile(TESSEL_WIRE_FILE);

@@ -1,6 +1,7 @@
 // One request, the tools that it makes the daemon run, and its reply.
 #pragma once
 
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tessel/gateway.h"
 #include "tessel/service.h"
 #include "tests/support/daemon.h"
 
@@ -37,6 +39,14 @@ inline std::string Name(const char* name) {
     TNetServiceStopReq request{};
     strncpy(request.achServiceName, name, sizeof(request.achServiceName));
     return std::string(Bytes(request));
+}
+
+// Any text that is no address has the family 7, which nobody knows.
+inline TNetGateway Address(const char* text) {
+    TNetGateway address{};
+    address.wSinFamily = strchr(text, ':') != nullptr ? 10 : strchr(text, '.') != nullptr ? 2 : 7;
+    (void)inet_pton(address.wSinFamily, text, address.abyAddr);
+    return address;
 }
 
 }  // namespace tessel::test

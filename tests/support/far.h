@@ -104,20 +104,22 @@ inline void SendIcmpv6(const char* farInterface, const char* to, std::string_vie
     });
 }
 
-// A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861).
-inline void AdvertiseRouter(const char* farInterface, const char* prefix) {
+// A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861), or
+// for as many seconds as it says.
+inline void AdvertiseRouter(const char* farInterface, const char* prefix, u16 routerSeconds = 1800,
+                            u32 prefixSeconds = 86400) {
     struct {
         nd_router_advert header;
         nd_opt_prefix_info network;
     } message{};
     message.header.nd_ra_type = ND_ROUTER_ADVERT;
     message.header.nd_ra_curhoplimit = 64;
-    message.header.nd_ra_router_lifetime = htons(1800);
+    message.header.nd_ra_router_lifetime = htons(routerSeconds);
     message.network.nd_opt_pi_type = ND_OPT_PREFIX_INFORMATION;
     message.network.nd_opt_pi_len = sizeof(message.network) / 8;
     message.network.nd_opt_pi_prefix_len = 64;
     message.network.nd_opt_pi_flags_reserved = ND_OPT_PI_FLAG_ONLINK | ND_OPT_PI_FLAG_AUTO;
-    message.network.nd_opt_pi_valid_time = message.network.nd_opt_pi_preferred_time = htonl(86400);
+    message.network.nd_opt_pi_valid_time = message.network.nd_opt_pi_preferred_time = htonl(prefixSeconds);
     ASSERT_EQ(inet_pton(AF_INET6, prefix, &message.network.nd_opt_pi_prefix), 1);
     SendIcmpv6(farInterface, "ff02::1", {reinterpret_cast<const char*>(&message), sizeof(message)});
 }

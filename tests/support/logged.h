@@ -1,8 +1,6 @@
 // Requests and all that they leave behind: the reply, the lines that are run, and those in the log.
 #pragma once
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <initializer_list>
 #include <string>
@@ -10,8 +8,8 @@
 #include <variant>
 #include <vector>
 
-#include "tessel/gateway.h"
 #include "tests/support/conversation.h"
+#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {
@@ -31,13 +29,6 @@ struct Exchange {
     std::string expectedRuns;
     const char* expectedLog = nullptr;  // null: not looked at
 };
-
-inline std::string Joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (std::size_t i = 0; i < lines.size(); ++i)
-        text.append(i > 0 ? "; " : "").append(lines[i]);
-    return text;
-}
 
 // Noted tools, and what is logged above them.
 class LoggedTools : public NotedTools {
@@ -105,14 +96,6 @@ template <typename Request>
 std::string Named(Request request, const char* name, std::size_t bytes = sizeof(Request)) {
     strncpy(request.achDevName, name, sizeof(request.achDevName));
     return std::string(Bytes(request).substr(0, bytes));
-}
-
-// Any text that is no address has the family 7, which nobody knows.
-inline TNetGateway Address(const char* text) {
-    TNetGateway address{};
-    address.wSinFamily = strchr(text, ':') != nullptr ? 10 : strchr(text, '.') != nullptr ? 2 : 7;
-    (void)inet_pton(address.wSinFamily, text, address.abyAddr);
-    return address;
 }
 
 }  // namespace tessel::test

@@ -5,7 +5,9 @@
 #include <cstring>
 
 #include "client/libtessel.h"
+#include "tests/support/bond.h"
 #include "tests/support/files.h"
+#include "tests/support/pppoe.h"
 #include "tests/unit/libtessel_fake_daemon.h"
 
 namespace {
@@ -84,6 +86,7 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
         EXPECT_EQ(tessel_mtu_get(name, &mtu), TESSEL_E_ARGUMENT);
         EXPECT_EQ(tessel_mtu_set(name, 1400), TESSEL_E_ARGUMENT);
         EXPECT_EQ(tessel_service_stop(name), TESSEL_E_ARGUMENT);
+        EXPECT_EQ(tessel_router_start(name, 1, 1), TESSEL_E_ARGUMENT);
     }
     TNetDhcpsConf conf{};
     conf.dwPrefixLen = 33;
@@ -92,10 +95,27 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
     EXPECT_EQ(tessel_dhcpd_start("", &conf), TESSEL_E_ARGUMENT);
     conf.dwDnsNum = 65;
     EXPECT_EQ(tessel_dhcpd_start("eth0", &conf), TESSEL_E_ARGUMENT);
+    const TNetPingStartReq ping{};
+    EXPECT_EQ(tessel_ping_start(&ping), TESSEL_E_ARGUMENT);
+    const char* const names[] = {"eth0", "eth1", "eth2", "two words", "eth4"};
+    const std::string path(3072, '/');
+    EXPECT_EQ(tessel_bond_start(0, names, 5, "eth0", nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_bond_start(0, names, 4, "eth0", nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_bond_start(0, names, 0, "eth0", nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_bond_start(0, nullptr, 1, "eth0", nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_bond_start(0, names, 3, nullptr, nullptr), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_bond_start(0, names, 3, "eth0", path.c_str() + 3), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_bond_start(0, names, 3, "eth0", path.c_str() + 40), TESSEL_E_ARGUMENT);
+    const TNetPppoeConf link = tessel::test::Link("", "", "", "sixteen-letters-");
+    EXPECT_EQ(tessel_pppoe_start(TESSEL_FAMILY_BOTH, &link), TESSEL_E_ARGUMENT);
+    EXPECT_EQ(tessel_pppoe_stop(7), TESSEL_E_ARGUMENT);
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
+    EXPECT_EQ(tessel_ntp_stop(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_start(TESSEL_FAMILY_BOTH), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_conflict_stop(0x10002), TESSEL_E_ARGUMENT);
+    const TNetGateway ofBoth{.wSinFamily = TESSEL_FAMILY_BOTH, .wReserved = 0, .abyAddr = {}};
+    EXPECT_EQ(tessel_traceroute_start(&ofBoth, 30, 1), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(0, nullptr, nullptr), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(7, nullptr, nullptr), TESSEL_E_ARGUMENT);
     EXPECT_EQ(tessel_log_file(3, nullptr, std::string(128, 'p').c_str()), TESSEL_E_ARGUMENT);
@@ -112,12 +132,39 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     TNetDhcpsConf conf{};
     conf.dwPrefixLen = 24;
     EXPECT_EQ(tessel_dhcpd_start("eth1", &conf), TESSEL_OK);
+    const TNetGateway target{.wSinFamily = TESSEL_FAMILY_INET6, .wReserved = 0, .abyAddr = {0xfd}};
+    EXPECT_EQ(tessel_traceroute_start(&target, 30, -2), TESSEL_OK);
+    EXPECT_EQ(tessel_traceroute_stop(-2), TESSEL_OK);
+    const TNetGateway server{10, 0, {0xfe}};
+    EXPECT_EQ(tessel_ntp_start(&server, 60), TESSEL_OK);
+    EXPECT_EQ(tessel_ntp_stop(2), TESSEL_OK);
+    EXPECT_EQ(tessel_ntp_check(&server), TESSEL_OK);
+    const TNetPppoeConf link = tessel::test::Link("u", "p");
+    EXPECT_EQ(tessel_pppoe_start(TESSEL_FAMILY_BOTH, &link), TESSEL_OK);
+    EXPECT_EQ(tessel_pppoe_stop(TESSEL_FAMILY_INET6), TESSEL_OK);
+    const char* const names[] = {"eth0", "eth1"};
+    EXPECT_EQ(tessel_bond_start(5, names, 2, "eth1", nullptr), TESSEL_OK);
+    EXPECT_EQ(tessel_bond_stop(), TESSEL_OK);
+    EXPECT_EQ(tessel_web_start(), TESSEL_OK);
+    EXPECT_EQ(tessel_web_stop(), TESSEL_OK);
+    using tessel::test::BondParts;
     const std::pair<u32, std::string> expected[] = {
         {0x111, std::string("fifteen-letters\0\x78\x05\0\0", 20)},
         {0x126, std::string("ssh").append(13, '\0')},
         {0x702, "\xfd\xff\xff\xff"},
         {0x701, std::string("\3\0\0\0", 4).append(128, '\0').append("/tmp/d.log").append(118, '\0')},
-        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')}};
+        {0x801, std::string("eth1").append(12, '\0').append("\2").append(41, '\0').append("\x18").append(1331, '\0')},
+        {0xD01, std::string("\n\0\0\0\xfd", 5).append(15, '\0').append("\x1e\0\0\0\xfe\xff\xff\xff", 8)},
+        {0xD02, "\xfe\xff\xff\xff"},
+        {0x901, std::string("\n\0\n\0\0\0\xfe", 7).append(15, '\0').append("<\0\0\0", 4)},
+        {0x902, std::string("\2\0", 2)},
+        {0x903, std::string("\n\0\0\0\xfe", 5).append(15, '\0')},
+        {0x601, tessel::test::DialRequest(11, link)},
+        {0x602, std::string("\x0a\0", 2)},
+        {0xF01, tessel::test::BondRequest(BondParts({"eth0", "eth1"}, "eth1", "", 5))},
+        {0xF02, ""},
+        {0x301, std::string(4, '\0')},
+        {0x302, ""}};
     std::vector<std::pair<u32, std::string>> seen;
     for (const auto& request : daemon.Requests())
         seen.emplace_back(request.type, request.payload);

@@ -10,10 +10,13 @@
 #include "tessel/log.h"
 #include "tessel/mtu.h"
 #include "tessel/ntp.h"
+#include "tessel/ping.h"
 #include "tessel/pppoe.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
+#include "tessel/router.h"
 #include "tessel/service.h"
+#include "tessel/traceroute.h"
 #include "tessel/web.h"
 
 uint32_t FirstCommand(void);

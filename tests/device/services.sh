@@ -43,6 +43,8 @@ BothShow() {
 }
 
 StartTime() {
+    Answers 0 0x902 0200
+    Answers 0 0x902 0a00
     tesselctl log level info
     logged=$(wc -l <"$log")
     Answers 0 0x901 "$1$2$(Word 1)"
@@ -196,7 +198,7 @@ HangUp() {
 Pppoe() {
     ServePppoe
     Dial 0200 josh@isp "it's \$HOME" internet
-    Eventually 60 Has inet
+    Eventually 30 Has inet
     ip addr show dev ppp0 | grep -q 'inet 203.0.113.1[0-3] peer 203.0.113.1/32'
     Same "$(ip route show default | cut -d ' ' -f 1-3)" 'default dev ppp0'
     Eventually 10 grep -qx 'nameserver 203.0.113.53' /etc/resolv.conf
@@ -207,7 +209,7 @@ Pppoe() {
 
 PppoeOfBothFamilies() {
     Dial 0b00 user secret ''
-    Eventually 60 Has 'inet inet6'
+    Eventually 30 Has 'inet inet6'
     Same "$(ip -o -6 addr show dev ppp0 | grep -c 'fe80:.* peer fe80:')" 1
     HangUp 0b00
     EndServer

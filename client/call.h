@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "client/libtessel.h"
 #include "core/types.h"
@@ -41,6 +42,14 @@ template <typename Reply, typename Request>
     const int error = Call(code, nullptr, 0, &reply, sizeof(reply));
     if (error != TESSEL_OK) return error;
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
+}
+
+// The record of an event of one of the kinds from `first` to `last`. TESSEL_E_ARGUMENT: it is another.
+template <typename Record>
+[[nodiscard]] int ReadEvent(const tessel_event& event, int first, int last, Record& record) {
+    if (event.kind < first || event.kind > last || event.size != sizeof(record)) return TESSEL_E_ARGUMENT;
+    memcpy(&record, event.payload, sizeof(record));
+    return TESSEL_OK;
 }
 
 }  // namespace tessel

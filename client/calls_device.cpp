@@ -74,8 +74,8 @@ int tessel_traffic_stop(void) {
 
 int tessel_event_traffic(const tessel_event* event, tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]) {
     TNetBandwidthReport report;
-    if (event->kind != TESSEL_EVENT_TRAFFIC || event->size != sizeof(report)) return TESSEL_E_ARGUMENT;
-    memcpy(&report, event->payload, sizeof(report));
+    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_TRAFFIC, TESSEL_EVENT_TRAFFIC, report);
+    if (error != TESSEL_OK) return error;
     for (int index = 0; index < TESSEL_TRAFFIC_INTERFACES; ++index) {
         const TNetBandwidth band = report.atBand[index];
         tessel_traffic& one = traffic[index];

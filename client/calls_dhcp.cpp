@@ -1,5 +1,5 @@
 // DHCP clients and servers.
-#include <cstring>
+#include <algorithm>
 
 #include "client/call.h"
 #include "client/libtessel.h"
@@ -27,12 +27,9 @@ int tessel_dhcpc_stop(int family, const char* interface) {
 }
 
 int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease) {
-    const bool isLease = event->kind == TESSEL_EVENT_DHCP_LEASE || event->kind == TESSEL_EVENT_DHCP_FAILED ||
-                         event->kind == TESSEL_EVENT_DHCP_DECONFIGURED;
-    if (!isLease || event->size != sizeof(*lease)) return TESSEL_E_ARGUMENT;
-    memcpy(lease, event->payload, sizeof(*lease));
-    if (lease->dwDnsNum > TESSEL_DHCP_DNS_MAX) lease->dwDnsNum = TESSEL_DHCP_DNS_MAX;
-    return TESSEL_OK;
+    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_DHCP_LEASE, TESSEL_EVENT_DHCP_DECONFIGURED, *lease);
+    if (error == TESSEL_OK) lease->dwDnsNum = std::min<u32>(lease->dwDnsNum, TESSEL_DHCP_DNS_MAX);
+    return error;
 }
 
 int tessel_dhcpd_start(const char* interface, const TNetDhcpsConf* conf) {

@@ -1,5 +1,4 @@
 // The NTP client.
-#include <cstring>
 
 #include "client/call.h"
 #include "client/libtessel.h"
@@ -31,8 +30,7 @@ int tessel_ntp_check(const TNetGateway* server) {
 
 int tessel_event_ntp(const tessel_event* event, int32_t* deviation) {
     TNetNtpcSynced synced;
-    if (event->kind != TESSEL_EVENT_NTP_SYNCED || event->size != sizeof(synced)) return TESSEL_E_ARGUMENT;
-    memcpy(&synced, event->payload, sizeof(synced));
-    *deviation = synced.nTimeDeviation;
-    return TESSEL_OK;
+    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_NTP_SYNCED, TESSEL_EVENT_NTP_SYNCED, synced);
+    if (error == TESSEL_OK) *deviation = synced.nTimeDeviation;
+    return error;
 }

@@ -1,6 +1,5 @@
 // What the daemon watches on the links, and how far it sees.
 #include <algorithm>
-#include <cstring>
 
 #include "client/call.h"
 #include "client/libtessel.h"
@@ -51,10 +50,7 @@ int tessel_ping_stop(int32_t user_id) {
 }
 
 int tessel_event_ping(const tessel_event* event, TNetPingResult* result) {
-    const bool isPing = event->kind >= TESSEL_EVENT_PING_REPLY && event->kind <= TESSEL_EVENT_PING_UNREACHABLE;
-    if (!isPing || event->size != sizeof(*result)) return TESSEL_E_ARGUMENT;
-    memcpy(result, event->payload, sizeof(*result));
-    return TESSEL_OK;
+    return tessel::ReadEvent(*event, TESSEL_EVENT_PING_REPLY, TESSEL_EVENT_PING_UNREACHABLE, *result);
 }
 
 int tessel_router_start(const char* interface, int32_t user_id, int32_t pid) {
@@ -72,10 +68,9 @@ int tessel_router_stop(const char* interface) {
 }
 
 int tessel_event_router(const tessel_event* event, TNetRouterNotify* report) {
-    if (event->kind != TESSEL_EVENT_RA_CHANGED || event->size != sizeof(*report)) return TESSEL_E_ARGUMENT;
-    memcpy(report, event->payload, sizeof(*report));
-    report->tIfaceIp.dwNum = std::min<u32>(report->tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX);
-    return TESSEL_OK;
+    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_RA_CHANGED, TESSEL_EVENT_RA_CHANGED, *report);
+    if (error == TESSEL_OK) report->tIfaceIp.dwNum = std::min<u32>(report->tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX);
+    return error;
 }
 
 int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id) {
@@ -92,8 +87,5 @@ int tessel_traceroute_stop(int32_t id) {
 }
 
 int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result) {
-    const bool isTrace = event->kind >= TESSEL_EVENT_TRACE_ERROR && event->kind <= TESSEL_EVENT_TRACE_REFUSED;
-    if (!isTrace || event->size != sizeof(*result)) return TESSEL_E_ARGUMENT;
-    memcpy(result, event->payload, sizeof(*result));
-    return TESSEL_OK;
+    return tessel::ReadEvent(*event, TESSEL_EVENT_TRACE_ERROR, TESSEL_EVENT_TRACE_REFUSED, *result);
 }

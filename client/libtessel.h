@@ -250,8 +250,10 @@ TESSEL_API int tessel_dhcpd_stop_all(void);
  * and more). Each try has its event on TESSEL_SOCKET_NTP or TESSEL_SOCKET_NTPV6. TESSEL_E_FAILED also when there is one
  * already: stop that first. */
 TESSEL_API int tessel_ntp_start(const TNetGateway* server, uint32_t interval);
+
 /* TESSEL_OK also when there is none. */
 TESSEL_API int tessel_ntp_stop(int family);
+
 /* TESSEL_OK when an NTP server has answered, which it is given 100 ms for; the clock stays as it is. */
 TESSEL_API int tessel_ntp_check(const TNetGateway* server);
 

@@ -89,7 +89,7 @@ i32 StartNtpcV4(const TNetGateway& server, u32 interval) {
     if (info == nullptr) return -1;
     // Any process may hold the semaphore.
     if (!TakeStartSemaphore(*info)) {
-        TESSEL_ERR("create ntpc thread failed!");
+        TESSEL_ERR("create ntp thread failed!");
         return -1;
     }
     if (!StartWorker(*info, server, interval, "TesselSysNtpcThread", &NtpcThread)) {
@@ -98,7 +98,7 @@ i32 StartNtpcV4(const TNetGateway& server, u32 interval) {
         return -1;
     }
     if (!TakeStartSemaphore(*info)) {
-        TESSEL_ERR("create ntpc thread failed!");
+        TESSEL_ERR("create ntp thread failed!");
         EndWorker(*info);
         return -1;
     }

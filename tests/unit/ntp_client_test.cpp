@@ -300,7 +300,7 @@ TEST_F(Ntp, GivesUpWhenOthersHoldTheSemaphore) {
     EXPECT_EQ(Do(Start("10.7.0.2", kHour)), -1);
     EXPECT_GE(steady_clock::now() - begin, milliseconds(4900));
     EXPECT_LT(steady_clock::now() - begin, seconds(9));
-    EXPECT_THAT(tools_.TakeLog(), HasSubstr("StartNtpcV4: create ntpc thread failed!"));
+    EXPECT_THAT(tools_.TakeLog(), HasSubstr("StartNtpcV4: create ntp thread failed!"));
     EXPECT_EQ(Do(Start("fd07::2", kHour)), 0) << "has none";
     ASSERT_EQ(semaphore_v(semaphore), 0);
     EXPECT_EQ(Do(Start("10.7.0.2", kHour)), 0);

@@ -37,9 +37,8 @@ EndServer() {
 
 # The clock and the hardware clock show the minute $1.
 BothShow() {
-    Same "$(date -u '+%Y-%m-%d %H:%M')" "$1"
     hardware=/sys/class/rtc/rtc0
-    Same "$(cat $hardware/date) $(cut -d : -f 1-2 $hardware/time)" "$1"
+    Same "$(date -u '+%Y-%m-%d %H:%M')" "$1" && Same "$(cat $hardware/date) $(cut -d : -f 1-2 $hardware/time)" "$1"
 }
 
 StartTime() {
@@ -56,7 +55,6 @@ IsLogged() {
 }
 
 ClockIsSet() {
-    Fails BothShow '2031-05-06 07:08'
     Listen ipc_ntp
     ServeTime "$(date -u -d '2031-05-06 07:08:00' +%s)"
     StartTime 0200 "$server"

@@ -1,0 +1,129 @@
+#!/bin/sh
+# Ping, traces and the watch over routers; to be sourced.
+# shellcheck disable=SC2154,SC2317 # the checks' variables; called by name
+
+# The addresses 10.$1.0.$2 and fd00:$1::$2, of one digit each, as records.
+Record4() {
+    printf '020000000a%02d00%02d%024d' "$1" "$2" 0
+}
+
+Record6() {
+    printf '0a000000fd00000%d%023d%d' "$1" 0 "$2"
+}
+
+# Network 1 lies between eth2 and far2, network 2 between there and a namespace beyond it.
+JoinNetworks() {
+    ip addr add 10.1.0.1/24 dev eth2
+    ip addr add fd00:1::1/64 dev eth2 nodad
+    ip route add 10.2.0.0/24 via 10.1.0.2
+    ip route add 10.6.0.0/24 via 10.1.0.2
+    ip -6 route add fd00:2::/64 via fd00:1::2
+    ip route add throw 10.8.0.0/24
+    ip netns add beyond
+    ip -n far -batch - <<'BATCH'
+link add name far3 type veth peer name near netns beyond
+addr add 10.1.0.2/24 dev far2
+addr add fd00:1::2/64 dev far2 nodad
+addr add 10.2.0.1/24 dev far3
+addr add fd00:2::1/64 dev far3 nodad
+link set far3 up
+route add unreachable 10.6.0.0/24
+BATCH
+    ip -n beyond -batch - <<'BATCH'
+addr add 10.2.0.2/24 dev near
+addr add fd00:2::2/64 dev near nodad
+link set near up
+route add default via 10.2.0.1
+route add default via fd00:2::1
+BATCH
+    for namespace in far beyond; do
+        ip netns exec $namespace sh -c 'cd /proc/sys/net && echo 1 >ipv4/ip_forward && echo 1 >ipv6/conf/all/forwarding &&
+            echo 0 >ipv4/icmp_ratelimit && echo 0 >ipv6/icmp/ratelimit'
+    done
+}
+
+HasEvents() {
+    Same "$(wc -l </tmp/events)" "$1"
+}
+
+# Two pings of the record $1 give the events $2; with the TTL $3 when there are answers.
+Pings() {
+    Listen ipc_ping_7
+    Answers 0 0xC01 "$1$(Word 0)$(Word 5)$(Word 64)$(Word 2)$(Word 7)"
+    Eventually 30 HasEvents 2
+    EndListener
+    # Without the time.
+    Same "$(sed 's/\( .\{16\}\).\{8\}/\1/' /tmp/events)" "$2 07000000$3$(Word 0)$(Word 0)
+$2 07000000$3$(Word 1)$(Word 1)"
+}
+
+PingReports() {
+    Pings "$(Record4 1 2)" ping_reply "$(Word 64)"
+    Fails grep -q ' .\{16\}00000000' /tmp/events
+    Pings "$(Record6 1 2)" ping_reply "$(Word 64)"
+    Pings "$(Record4 8 1)" ping_unreachable "$(Word 0)"
+}
+
+PingIsStopped() {
+    Answers 0 0xC01 "$(Record4 1 9)$(Word 0)$(Word 5)$(Word 64)$(Word -1)$(Word 7)"
+    Eventually 10 pidof ping
+    Answers 0 0xC02 "$(Word 7)"
+    Fails pidof ping
+}
+
+# An event $1 of the hop $2 with its number $3; $4 says whether it is the last.
+Hop() {
+    echo "$1 $2$(Word "$3")$(Word 8)$(printf %024d 0)$(Word "$4")"
+}
+
+# A trace to the record $1 gives the events $2.
+Traces() {
+    Listen ipc_traceroute_8
+    Answers 0 0xD01 "$1$(Word 5)$(Word 8)"
+    Eventually 60 HasEvents "$(echo "$2" | wc -l)"
+    Answers 0 0xD02 "$(Word 8)"
+    EndListener
+    Same "$(sed 's/\( .\{56\}\).\{8\}/\1/' /tmp/events)" "$2"
+}
+
+Traceroute() {
+    for record in Record4 Record6; do
+        near=$(Hop trace_hop "$($record 1 2)" 1 0)
+        Traces "$($record 2 2)" "$near
+$near
+$near
+$(Hop trace_reached "$($record 2 2)" 2 1)"
+    done
+    Traces "$(Record4 6 1)" "$(Hop trace_refused "$(Record4 1 2)" 1 1)"
+}
+
+# The last report has the addresses whose numbers of the network are $1, and the gateway $2.
+IsReported() {
+    tail -n 1 /tmp/events >/tmp/report
+    Same "$(grep -o '20010db800[0-9]*0000' /tmp/report | cut -c 11-12 | sort | tr -d '\n')" "$1" &&
+        Same "$(tail -c 41 /tmp/report)" "0a000000$2"
+}
+
+Advertise() {
+    ip netns exec far "$built/device_advertise" far0 "$@"
+}
+
+RouterWatch() {
+    none=$(printf %032d 0)
+    router=fe80000000000000000000fffe000100
+    echo 2 >/proc/sys/net/ipv6/conf/eth0/accept_ra
+    ip link set eth0 down # brings the link-local address back
+    ip link set eth0 up
+    Listen ipc_router_notify_eth0_9_77
+    Answers 0 0x117 "$(Padded 16 eth0)$(Word 9)$(Word 77)"
+    Advertise 2001:db8:77:: 1800 86400
+    Eventually 30 IsReported 77 $router
+    Advertise 2001:db8:77:: 0 86400
+    Advertise 2001:db8:78:: 0 20
+    Eventually 30 IsReported 7778 "$none"
+    Eventually 60 IsReported 77 "$none" # the second has come to its end
+    Advertise 2001:db8:77:: 1800 86400
+    Eventually 30 IsReported 77 $router
+    Answers 0 0x118 "$(Padded 16 eth0)"
+    EndListener
+}

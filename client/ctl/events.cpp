@@ -4,11 +4,8 @@
 
 #include <algorithm>
 #include <iterator>
-#include <span>
 
-#include "client/ctl/addresses.h"
-#include "client/ctl/next_hop.h"
-#include "client/ctl/record_text.h"
+#include "client/ctl/records.h"
 
 namespace tessel::ctl {
 
@@ -16,40 +13,47 @@ using nlohmann::ordered_json;
 
 namespace {
 
-ordered_json ConflictFields(std::span<const u8> payload) {
-    const auto report = ReadRecord<TNetConflictReport>(payload);
-    Mac mac;
-    std::copy(std::begin(report.abyMac), std::end(report.abyMac), mac.begin());
-    return {{"interface", TextOf(report.achDevName)},
-            {"family", FamilyName(report.tAddr.wSinFamily)},
-            {"address", HostText(report.tAddr)},
-            {"interface_mac", MacText(mac)}};
-}
-
-std::string Word(const ordered_json& fields, const char* key) {
-    return fields[key].get<std::string>();
+std::string TextOf(const ordered_json& fields, const char* key) {
+    return fields[key].is_string() ? fields[key].get<std::string>() : "-";
 }
 
 std::string IpConflictText(const ordered_json& fields) {
-    return Word(fields, "address") + " is used by another host (reported again every 5 s while it lasts)";
+    return TextOf(fields, "address") + " is used by another host (reported again every 5 s while it lasts)";
 }
 
 std::string MacConflictText(const ordered_json& fields) {
-    return "its hardware address " + Word(fields, "interface_mac") + " is used by another host";
+    return "its hardware address " + TextOf(fields, "interface_mac") + " is used by another host";
+}
+
+std::string LeaseText(const ordered_json& fields) {
+    ordered_json lease = fields;
+    lease.erase("interface");
+    return "lease   " + DescriptionText(lease);
+}
+
+std::string FailedText(const ordered_json& /*fields*/) {
+    return "no lease, or it was refused";
+}
+
+std::string GoneText(const ordered_json& /*fields*/) {
+    return "the lease has gone";
 }
 
 // Every kind of event: the record that it carries, and how it reads.
 struct EventKind {
     int kind;  // enum tessel_event_kind
-    std::size_t payloadBytes;
-    ordered_json (*fields)(std::span<const u8> payload);
+    Record record;
     std::string_view topic;
     std::string (*text)(const ordered_json& fields);
 };
 
 constexpr EventKind kKinds[] = {
-    {TESSEL_EVENT_IP_CONFLICT, sizeof(TNetConflictReport), &ConflictFields, "conflict", &IpConflictText},
-    {TESSEL_EVENT_MAC_CONFLICT, sizeof(TNetConflictReport), &ConflictFields, "conflict", &MacConflictText},
+    {TESSEL_EVENT_IP_CONFLICT, kConflictReport, "conflict", &IpConflictText},
+    {TESSEL_EVENT_MAC_CONFLICT, kConflictReport, "conflict", &MacConflictText},
+    {TESSEL_EVENT_DHCP_LEASE, kLease, "dhcp", &LeaseText},
+    {TESSEL_EVENT_DHCP_FAILED, kLease, "dhcp", &FailedText},
+    {TESSEL_EVENT_DHCP_DECONFIGURED, kLease, "dhcp", &GoneText},
+    {TESSEL_EVENT_TRAFFIC, kBandwidthReport, "traffic", &DescriptionText},
 };
 
 }  // namespace
@@ -57,13 +61,13 @@ constexpr EventKind kKinds[] = {
 std::optional<ShownEvent> ShowEvent(const tessel_event& event, std::string_view source, WallTime time) {
     const auto* const found = std::find_if(std::begin(kKinds), std::end(kKinds),
                                            [&](const EventKind& kind) { return kind.kind == event.kind; });
-    if (found == std::end(kKinds) || event.size != found->payloadBytes) return std::nullopt;
-    const ordered_json fields = found->fields({event.payload, event.size});
+    if (found == std::end(kKinds) || event.size != found->record.bytes) return std::nullopt;
+    const ordered_json fields = Decode(found->record, {event.payload, event.size});
     ShownEvent shown;
     shown.document = {{"time", JsonTime(time)}, {"event", event.name}, {"source", source}};
     shown.document.update(fields);
-    shown.line =
-        fmt::format("{}  {}  {}  {}", ClockText(time), found->topic, Word(fields, "interface"), found->text(fields));
+    const std::string owner = fields.contains("interface") ? TextOf(fields, "interface") + "  " : "";
+    shown.line = fmt::format("{}  {}  {}{}", ClockText(time), found->topic, owner, found->text(fields));
     return shown;
 }
 

@@ -8,9 +8,9 @@
 #include "client/ctl/kernel.h"
 #include "client/ctl/next_hop.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/record_text.h"
 #include "client/ctl/values.h"
 #include "client/libtessel.h"
+#include "core/text.h"
 
 namespace tessel::ctl {
 
@@ -96,7 +96,7 @@ std::optional<i32> PriorityOf(const TNetPrioParamList& list, const std::string& 
     std::optional<i32> priority;
     // The last one of a name counts.
     for (const TNetPrioParam& entry : list.atPrio) {
-        if (!name.empty() && TextOf(entry.achDevName) == name) priority = entry.nPriority;
+        if (!name.empty() && FieldText(entry.achDevName).Get() == name) priority = entry.nPriority;
     }
     return priority;
 }

@@ -9,6 +9,7 @@
 #include "client/ctl/handlers.h"
 #include "client/ctl/messages.h"
 #include "client/ctl/values.h"
+#include "tessel/ipc.h"
 
 namespace tessel::ctl {
 
@@ -62,11 +63,10 @@ std::string HelpOnObject(std::string_view object) {
 
 void AddMessage(const Message& message, Table& table) {
     table.rows.push_back({{fmt::format("0x{:X} {}", message.code, message.name)},
-                          {fmt::format("{} ({} bytes) -> {} ({} bytes)", message.requestRecord, message.requestBytes,
-                                       message.replyRecord, message.replyBytes)}});
-    for (const ToolLine& line : message.runs) {
-        if (!line.text.empty()) table.rows.push_back({{}, {fmt::format("runs {}", line.text)}});
-    }
+                          {fmt::format("{} ({} bytes) -> {} ({} bytes)", message.request.name, message.request.bytes,
+                                       message.reply.name, message.reply.bytes)}});
+    AddFields(message.request, "   ", table);
+    if (message.reply.bytes > sizeof(TNetStatusReply)) AddFields(message.reply, "-> ", table);
 }
 
 std::string MessagesOf(const Command& command) {

@@ -1,63 +1,96 @@
 #include "client/ctl/messages.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <iterator>
+
+#include "client/ctl/records.h"
+#include "tessel/command.h"
+
+// Declared one by one: they have no header, because the command table is their only other user.
+tessel::ctl::Handler ApidIpaddrAdd, ApidIpaddrDel, ApidIpaddrFlush, ApidIpaddrSet, ApidIpaddrGet,
+    apid_ipaddr_show_filter, ApidMacaddrSet, ApidMacaddrGet;
+tessel::ctl::Handler ApidGatewaySet, ApidGatewayDel, ApidGatewayGet, ApidPrioritySet, ApidOneRouteAdd, ApidOneRouteDel,
+    ApidAllRouteGet, ApidRouteMetricSet, ApidRouteTableAdd, ApidRouteTableDel, ApidIpRuleAdd, ApidIpRuleDel;
+tessel::ctl::Handler ApidIpFilterListManage, ApidMacFilterListManage, ApidIpAndMacFilterListManage, ApidFilterEnable,
+    ApidFilterDisable, ApidAddChain, ApidIcmpManage, ApidPortFilterManage, ApidFirewallSave, ApidFirewallRestore,
+    ApidAddArp, ApidDelArp;
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-std::string ValueText(const ordered_json& value) {
-    if (value.is_null()) return "";
-    if (value.is_array()) return fmt::format("{}", fmt::join(value.get<std::vector<std::string>>(), " "));
-    return value.is_string() ? value.get<std::string>() : value.dump();
-}
-
-std::string FillIn(std::string_view line, const ordered_json& values) {
-    std::string text(line);
-    for (const auto& [key, value] : values.items()) {
-        const std::string place = "{" + key + "}";
-        const std::size_t position = text.find(place);
-        if (position != std::string::npos && !value.is_null()) text.replace(position, place.size(), ValueText(value));
-    }
-    return text;
-}
-
-// Without the bracketed parts that still wait for a value, and without the brackets of the others.
-std::string WithoutUnfilled(std::string text) {
-    for (std::size_t open = text.find('['); open != std::string::npos; open = text.find('[', open)) {
-        const std::size_t close = text.find(']', open);
-        if (close == std::string::npos) break;
-        std::string part = text.substr(open + 1, close - open - 1);
-        if (part.find('{') != std::string::npos) part.clear();
-        text.replace(open, close - open + 1, part);
-    }
-    return text;
-}
-
-std::vector<Message> JoinedMessages() {
-    std::vector<Message> messages;
-    for (const auto rows :
-         {AddressMessages(), GatewayMessages(), RouteMessages(), FirewallMessages(), DeviceMessages(), ProbeMessages()})
-        messages.insert(messages.end(), rows.begin(), rows.end());
-    return messages;
-}
+constexpr Message kMessages[] = {
+    // Addresses and interfaces
+    {TESSEL_CMD_IPADDR_ADD, "addr_add", kAddrChange, kStatus, &ApidIpaddrAdd},
+    {TESSEL_CMD_IPADDR_DEL, "addr_del", kAddrChange, kStatus, &ApidIpaddrDel},
+    {TESSEL_CMD_IPADDR_FLUSH, "addr_flush", kAddrFlush, kStatus, &ApidIpaddrFlush},
+    {TESSEL_CMD_IPADDR_SET, "addr_set", kAddrSet, kStatus, &ApidIpaddrSet},
+    {TESSEL_CMD_IPADDR_GET, "addr_get", kAddrGet, kAddrList, &ApidIpaddrGet},
+    {TESSEL_CMD_IPADDR_SHOW, "addr_show", kAddrShow, kAddrInfo, &apid_ipaddr_show_filter},
+    {TESSEL_CMD_MACADDR_SET, "mac_set", kMacSet, kStatus, &ApidMacaddrSet},
+    {TESSEL_CMD_MACADDR_GET, "mac_get", kMacGet, kMac, &ApidMacaddrGet},
+    {TESSEL_CMD_MTU_SET, "mtu_set", kMtuSet, kStatus, nullptr, "sets the MTU by ioctl, without a tool"},
+    {TESSEL_CMD_MTU_GET, "mtu_get", kMtuGet, kMtu, nullptr, "reads the MTU by ioctl, without a tool"},
+    // Routing
+    {TESSEL_CMD_GATEWAY_SET, "gateway_set", kGatewaySet, kStatus, &ApidGatewaySet},
+    {TESSEL_CMD_GATEWAY_DEL, "gateway_del", kGatewayGet, kStatus, &ApidGatewayDel},
+    {TESSEL_CMD_GATEWAY_GET, "gateway_get", kGatewayGet, kGateway, &ApidGatewayGet},
+    {TESSEL_CMD_PRIORITY_SET, "priority_set", kPriorities, kStatus, &ApidPrioritySet},
+    {TESSEL_CMD_PRIORITY_GET, "priority_get", kNothing, kPriorities, nullptr, "reads its own table"},
+    {TESSEL_CMD_ROUTE_ADD, "route_add", kRouteChange, kStatus, &ApidOneRouteAdd},
+    {TESSEL_CMD_ROUTE_DEL, "route_del", kRouteChange, kStatus, &ApidOneRouteDel},
+    {TESSEL_CMD_ROUTE_GET_ALL, "route_get_all", kRouteGetAll, kRoutes, &ApidAllRouteGet},
+    {TESSEL_CMD_ROUTE_METRIC_SET, "route_metric_set", kRoute, kStatus, &ApidRouteMetricSet},
+    {TESSEL_CMD_ROUTE_TABLE_ADD, "route_table_add", kTable, kStatus, &ApidRouteTableAdd},
+    {TESSEL_CMD_ROUTE_TABLE_DEL, "route_table_del", kTable, kStatus, &ApidRouteTableDel},
+    {TESSEL_CMD_RULE_ADD, "rule_add", kRule, kStatus, &ApidIpRuleAdd},
+    {TESSEL_CMD_RULE_DEL, "rule_del", kRule, kStatus, &ApidIpRuleDel},
+    // Firewall
+    {TESSEL_CMD_IP_FILTER, "ip_filter", kIpFilter, kStatus, &ApidIpFilterListManage},
+    {TESSEL_CMD_MAC_FILTER, "mac_filter", kMacFilter, kStatus, &ApidMacFilterListManage},
+    {TESSEL_CMD_IP_AND_MAC_FILTER, "ip_mac_filter", kIpMacFilter, kStatus, &ApidIpAndMacFilterListManage},
+    {TESSEL_CMD_FILTER_ENABLE, "filter_enable", kSwitch, kStatus, &ApidFilterEnable},
+    {TESSEL_CMD_FILTER_DISABLE, "filter_disable", kSwitch, kStatus, &ApidFilterDisable},
+    {TESSEL_CMD_CHAIN_ADD, "chain_add", kChainAdd, kStatus, &ApidAddChain},
+    {TESSEL_CMD_ICMP_FILTER, "icmp_filter", kIcmp, kStatus, &ApidIcmpManage},
+    {TESSEL_CMD_PORT_FILTER, "port_filter", kPort, kStatus, &ApidPortFilterManage},
+    {TESSEL_CMD_FIREWALL_SAVE, "firewall_save", kRuleFile, kStatus, &ApidFirewallSave},
+    {TESSEL_CMD_FIREWALL_RESTORE, "firewall_restore", kRuleFile, kStatus, &ApidFirewallRestore},
+    {TESSEL_CMD_ARP_ADD, "arp_add", kArp, kStatus, &ApidAddArp},
+    {TESSEL_CMD_ARP_DEL, "arp_del", kArp, kStatus, &ApidDelArp},
+    // Services
+    {TESSEL_CMD_SERVICE_STOP, "service_stop", kService, kStatus, nullptr,
+     "kills every process of that name (signal 9)"},
+    {TESSEL_CMD_CONFLICT_START, "conflict_start", kConflict, kStatus, nullptr, "switches reports on"},
+    {TESSEL_CMD_CONFLICT_STOP, "conflict_stop", kConflict, kStatus, nullptr, "switches reports off"},
+    {TESSEL_CMD_DHCPC_START, "dhcpc_start", kDhcpcStart, kStatus, nullptr, "starts a DHCP client, or asks it to renew"},
+    {TESSEL_CMD_DHCPC_START_EX, "dhcpc_start_ex", kDhcpcStartEx, kStatus, nullptr,
+     "starts a DHCP client, or asks it to renew"},
+    {TESSEL_CMD_DHCPC_STOP, "dhcpc_stop", kDhcpc, kStatus, nullptr, "ends the DHCP client"},
+    {TESSEL_CMD_DHCPC_RENEW, "dhcpc_renew", kDhcpc, kStatus, nullptr, "does nothing"},
+    {TESSEL_CMD_DHCPS_START, "dhcps_start", kDhcpsStart, kStatus, nullptr,
+     "writes a configuration and starts a DHCP server"},
+    {TESSEL_CMD_DHCPS_STOP, "dhcps_stop", kDhcps, kStatus, nullptr, "ends the DHCP server"},
+    {TESSEL_CMD_DHCPS_GET_STATUS, "dhcps_get_status", kDhcps, kStatus, nullptr, "looks at its own list"},
+    {TESSEL_CMD_DHCPS_STOP_ALL, "dhcps_stop_all", kNothing, kStatus, nullptr, "kills every udhcpd"},
+    {TESSEL_CMD_BROADCAST_ARP_START, "broadcast_arp_start", kAnnounce, kStatus, nullptr, "starts the announcer"},
+    {TESSEL_CMD_BROADCAST_ARP_STOP, "broadcast_arp_stop", kNothing, kStatus, nullptr, "ends the announcer"},
+    {TESSEL_CMD_LOG_FILE, "log_file", kLogFile, kStatus, nullptr, "opens or closes log files"},
+    {TESSEL_CMD_LOG_LEVEL, "log_level", kLogLevel, kStatus, nullptr, "changes what it logs"},
+    {TESSEL_CMD_STAT_START, "stat_start", kStatStart, kStatus, nullptr, "starts to count"},
+    {TESSEL_CMD_STAT_STOP, "stat_stop", kNothing, kStatus, nullptr, "ends counting"},
+};
 
 template <typename Predicate>
 const Message* FindIf(Predicate matches) {
-    const std::span<const Message> messages = Messages();
-    const auto found = std::find_if(messages.begin(), messages.end(), matches);
-    return found == messages.end() ? nullptr : &*found;
+    const auto* const found = std::find_if(std::begin(kMessages), std::end(kMessages), matches);
+    return found == std::end(kMessages) ? nullptr : found;
 }
 
 }  // namespace
 
 std::span<const Message> Messages() {
-    static const std::vector<Message> messages = JoinedMessages();
-    return messages;
+    return kMessages;
 }
 
 const Message* FindMessage(u32 code) {
@@ -66,28 +99,6 @@ const Message* FindMessage(u32 code) {
 
 const Message* FindMessage(std::string_view name) {
     return FindIf([&](const Message& message) { return message.name == name; });
-}
-
-std::vector<std::string> ToolLinesFor(const Message& message, const ordered_json& request) {
-    const std::string family = request.contains("family") ? request["family"].get<std::string>() : "";
-    std::vector<std::string> lines;
-    for (const ToolLine& line : message.runs) {
-        const bool isMeant = line.family.empty() || family == "both" || line.family == family;
-        const bool isExcluded = request.contains(line.without) && !request[line.without].is_null();
-        if (line.text.empty() || !isMeant || isExcluded) continue;
-        const std::string text = WithoutUnfilled(FillIn(line.text, request));
-        if (text.find('{') == std::string::npos) lines.push_back(text);
-    }
-    return lines;
-}
-
-std::string DescriptionText(const ordered_json& description) {
-    std::string text;
-    for (const auto& [key, value] : description.items()) {
-        const std::string word = ValueText(value);
-        if (!word.empty()) text += fmt::format("{}{} {}", text.empty() ? "" : "   ", key, word);
-    }
-    return text;
 }
 
 }  // namespace tessel::ctl

@@ -5,9 +5,9 @@
 #include "client/ctl/gateways.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/optional_json.h"
-#include "client/ctl/record_text.h"
 #include "client/ctl/values.h"
 #include "client/libtessel.h"
+#include "core/text.h"
 
 namespace tessel::ctl {
 
@@ -36,7 +36,7 @@ std::vector<Pair> PairsOf(const Arguments& words) {
 // Which other interface would get this one's metric: the daemon takes the first whose name begins with it. Empty: none.
 std::string TakenFor(const TNetPrioParamList& list, const std::string& name) {
     for (const TNetPrioParam& entry : list.atPrio) {
-        const std::string known = TextOf(entry.achDevName);
+        const std::string known = FieldText(entry.achDevName).Get();
         if (known.starts_with(name)) return known == name ? "" : known;
     }
     return "";
@@ -155,7 +155,7 @@ Outcome PriorityShow(const Invocation& /*invocation*/) {
     outcome.document = ordered_json::array();
     outcome.table.header = {"INTERFACE", "PRIORITY", "GATEWAY", "METRIC"};
     for (const TNetPrioParam& entry : list.atPrio) {
-        const std::string name = TextOf(entry.achDevName);
+        const std::string name = FieldText(entry.achDevName).Get();
         if (name.empty()) continue;
         const i32 priority = entry.nPriority;
         const auto routes = DefaultsOf(name);

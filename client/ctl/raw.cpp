@@ -59,9 +59,9 @@ Outcome Send(const std::string& asked, u32 code, const ByteString& request, std:
                         {"name", message == nullptr ? ordered_json() : ordered_json(message->name)},
                         {"size", reply.size()},
                         {"reply", fmt::format("{:02x}", fmt::join(reply, ""))},
-                        {"decoded", message == nullptr ? ordered_json() : message->describeReply(reply)}};
+                        {"decoded", message == nullptr ? ordered_json() : Decode(message->reply, reply)}};
     outcome.table.rows.push_back({{fmt::format("{:02x}", fmt::join(reply, ""))}});
-    if (message != nullptr) outcome.notes.push_back(DescriptionText(message->describeReply(reply)));
+    if (message != nullptr) outcome.notes.push_back(DescriptionText(outcome.document["decoded"]));
     return outcome;
 }
 
@@ -87,7 +87,7 @@ Outcome RawRequest(const Invocation& invocation) {
         return Send(asked, code, request, static_cast<std::size_t>(*invocation.options.replyBytes));
     }
     if (message == nullptr) return Refused(asked, "how long is the reply? (--reply N; 0 waits for none)");
-    return Send(asked, code, request, message->replyBytes);
+    return Send(asked, code, request, message->reply.bytes);
 }
 
 }  // namespace tessel::ctl

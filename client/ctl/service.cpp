@@ -6,7 +6,6 @@
 #include "client/ctl/guard.h"
 #include "client/ctl/handlers.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/service_names.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
@@ -33,6 +32,14 @@ bool IsDesktop() {
     return false;
 }
 
+// What the daemon kills for "ssh", "telnetd" and "ftpd"; any other name is a process already.
+std::string ProcessOfService(const std::string& service) {
+    for (const ServiceName& row : kServices) {
+        if (row.service == service) return std::string(IsDesktop() ? row.onDesktop : row.onDevice);
+    }
+    return service;
+}
+
 // True when the connection that this is typed on is served by one of `process`.
 bool CarriesThisSession(const std::string& process) {
     return IsRemoteSession() && (process == "dropbear" || process == "sshd");
@@ -45,13 +52,6 @@ std::string WhyNotStopped(const std::string& process, std::size_t running) {
 }
 
 }  // namespace
-
-std::string ProcessOfService(const std::string& service) {
-    for (const ServiceName& row : kServices) {
-        if (row.service == service) return std::string(IsDesktop() ? row.onDesktop : row.onDevice);
-    }
-    return service;
-}
 
 Outcome ServiceStop(const Invocation& invocation) {
     const std::string service = invocation.words.Get("NAME");

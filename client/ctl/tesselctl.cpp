@@ -74,7 +74,6 @@ int RunCommand(const Options& options, std::FILE* out, std::FILE* err) {
     (void)tessel_set_timeout_ms(options.timeoutMs);
     StartTrace(options.verbosity, options.dryRun, err);
     Outcome outcome = command->run({.words = words, .options = options, .out = out, .err = err});
-    if (options.dryRun) return ShowPlan(outcome, options, out, err);
     const int daemon = tessel_daemon_pid();
     if (daemon != 0 && SharesOurNetwork(daemon) == false) {
         outcome.notes.push_back(
@@ -82,7 +81,7 @@ int RunCommand(const Options& options, std::FILE* out, std::FILE* err) {
                         "this shell",
                         daemon));
     }
-    return ShowOutcome(outcome, options, out, err);
+    return options.dryRun ? ShowPlan(outcome, options, out, err) : ShowOutcome(outcome, options, out, err);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "client/call.h"
 #include "client/ctl/failure.h"
 #include "client/ctl/messages.h"
+#include "client/ctl/optional_json.h"
 #include "client/ctl/output.h"
 #include "client/ctl/wait_notice.h"
 
@@ -21,6 +22,7 @@ struct Trace {
     bool isDryRun = false;
     std::FILE* err = nullptr;
     std::vector<PlannedRequest> planned;
+    DryRun operations;
 };
 Trace g_trace;
 
@@ -31,7 +33,7 @@ std::string NameOf(u32 code) {
 
 ordered_json DescribedRequest(u32 code, std::span<const u8> bytes) {
     const Message* message = FindMessage(code);
-    return message == nullptr ? ordered_json::object() : message->describeRequest(bytes);
+    return message == nullptr ? ordered_json::object() : Decode(message->request, bytes);
 }
 
 std::string RequestLine(u32 code, std::span<const u8> bytes) {
@@ -45,11 +47,6 @@ void ShowBytes(std::span<const u8> bytes) {
 void ShowRequest(u32 code, std::span<const u8> bytes) {
     if (g_trace.verbosity == 0) return;
     fmt::print(g_trace.err, "-> {}\n", RequestLine(code, bytes));
-    const Message* message = FindMessage(code);
-    if (message != nullptr) {
-        for (const std::string& line : ToolLinesFor(*message, message->describeRequest(bytes)))
-            fmt::print(g_trace.err, "   runs {}\n", line);
-    }
     ShowBytes(bytes);
 }
 
@@ -61,7 +58,7 @@ void ShowReply(u32 code, int error, std::span<const u8> bytes, double millisecon
         return;
     }
     const Message* message = FindMessage(code);
-    const std::string text = message == nullptr ? "" : DescriptionText(message->describeReply(bytes));
+    const std::string text = message == nullptr ? "" : DescriptionText(Decode(message->reply, bytes));
     fmt::print(g_trace.err, "<- {}   {}, {} bytes from pid {} in {:.1f} ms\n", NameOf(code), text, bytes.size(), pid,
                milliseconds);
     ShowBytes(bytes);
@@ -76,7 +73,10 @@ int TracedCall(u32 code, const void* request, std::size_t size, void* reply, std
     ShowRequest(code, Bytes(request, size));
     if (g_trace.isDryRun) {
         const auto bytes = Bytes(request, size);
-        g_trace.planned.push_back({code, {bytes.begin(), bytes.end()}});
+        const Message* message = FindMessage(code);
+        DryRunResult run;
+        if (message != nullptr) run = g_trace.operations.Ask(*message, bytes);
+        g_trace.planned.push_back({code, {bytes.begin(), bytes.end()}, std::move(run)});
         return kPlanned;
     }
     const auto start = Clock::now();
@@ -91,20 +91,19 @@ int TracedCall(u32 code, const void* request, std::size_t size, void* reply, std
 
 ordered_json PlanJson(const PlannedRequest& request) {
     const Message* message = FindMessage(request.code);
-    const ordered_json described = DescribedRequest(request.code, request.bytes);
-    ordered_json runs = ordered_json::array();
-    if (message != nullptr) runs = ToolLinesFor(*message, described);
     return {{"code", fmt::format("0x{:X}", request.code)},
             {"name", message == nullptr ? ordered_json() : ordered_json(message->name)},
-            {"request", described},
+            {"request", DescribedRequest(request.code, request.bytes)},
             {"size", request.bytes.size()},
-            {"runs", runs}};
+            {"runs", request.run.lines},
+            {"note", NullIfEmpty(request.run.note)}};
 }
 
 }  // namespace
 
 void StartTrace(int verbosity, bool isDryRun, std::FILE* err) {
-    g_trace = {.verbosity = isDryRun ? 0 : verbosity, .isDryRun = isDryRun, .err = err, .planned = {}};
+    g_trace = {
+        .verbosity = isDryRun ? 0 : verbosity, .isDryRun = isDryRun, .err = err, .planned = {}, .operations = {}};
     UseTransport(&TracedCall);
 }
 
@@ -123,9 +122,9 @@ std::string RenderPlan(const std::vector<PlannedRequest>& requests, const std::v
     std::string text;
     for (const PlannedRequest& request : requests) {
         text += fmt::format("request  {}\n", RequestLine(request.code, request.bytes));
-        const ordered_json plan = PlanJson(request);
-        for (const auto& line : plan["runs"])
-            text += fmt::format("runs     {}\n", line.get<std::string>());
+        for (const std::string& line : request.run.lines)
+            text += fmt::format("runs     {}\n", line);
+        if (!request.run.note.empty()) text += fmt::format("note     {}\n", request.run.note);
     }
     for (const std::string& line : local)
         text += fmt::format("here     {}\n", line);

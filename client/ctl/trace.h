@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "client/ctl/dry_run.h"
 #include "core/types.h"
 
 namespace tessel::ctl {
@@ -12,6 +13,7 @@ namespace tessel::ctl {
 struct PlannedRequest {
     u32 code;
     std::vector<u8> bytes;
+    DryRunResult run;
 };
 
 // From now on every call of libtessel in this process is shown on `err` (verbosity 1; 2 with bytes) or, with isDryRun,

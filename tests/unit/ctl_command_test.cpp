@@ -44,19 +44,33 @@ TEST(Tool, EveryCommandAnswersInStrictJson) {
     unlink("/tmp/tesseldebug");
 }
 
-TEST(Tool, ADryRunSendsNothing) {
+TEST(Tool, ADryRunChangesNothingAndAsksForPrioritiesAlone) {
     WriteFile("/tmp/rules", kNoRules);
+    const auto state = [] {
+        std::string text;
+        for (const char* line : {"ip link", "ip -4 addr", "ip -6 addr show scope global", "ip route", "ip rule",
+                                 "ip neigh show nud permanent", "iptables -S", "ip6tables -S"})
+            text += tessel::ctl::CaptureTool(Words(line)).text;
+        return text;
+    };
+    const std::string before = state();
     FakeDaemon daemon(&DeviceAnswer);
     for (const std::string& example : Examples()) {
         EXPECT_EQ(RunLine(example + " -n").status, 0) << example;
         EXPECT_TRUE(ordered_json::accept(RunLine(example + " -n -j").out)) << example;
     }
-    EXPECT_TRUE(daemon.Requests().empty());
+    for (const auto& message : tessel::ctl::Messages()) {
+        for (const char* data : {"6574683000000000000000000000000014050000", "02006574683000", "01000000"})
+            ExpectStatus(0, {fmt::format("-n raw {} {}", message.name, data).c_str()});
+    }
+    EXPECT_EQ(state(), before);
     EXPECT_NE(access("/tmp/tesseldebug", F_OK), 0);
+    for (const SeenRequest& request : daemon.Requests())
+        EXPECT_EQ(request.type, TESSEL_CMD_PRIORITY_GET);
     EXPECT_EQ(RunLine("addr show dev eth0 -n -6").out,
               "request  0x115 addr_get   interface eth0   family inet6, 18 bytes\n"
               "runs     ip -6 addr show dev eth0\n");
-    EXPECT_THAT(RunLine("-n service stop ssh").out, HasSubstr("runs     killall -9 dropbear\n"));
+    ExpectAll({{"-n service stop ssh", 0, "note     the daemon kills every process of that name"}});
 }
 
 TEST(Tool, WithoutADaemonExits3) {

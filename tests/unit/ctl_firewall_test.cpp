@@ -215,6 +215,18 @@ TEST_F(Firewall, ChangesAreReadBack) {
     }
 }
 
+TEST_F(Firewall, ADryRunReadsTheRulesAndCountsWhatItWouldChange) {
+    Prepare({"iptables -A icmppacket -p icmp --icmp-type echo-request -j RETURN"});
+    EXPECT_THAT(
+        RunLine("firewall icmp allow -4 -n").out,
+        HasSubstr("-F icmppacket\nruns     iptables -C icmppacket -p icmp --icmp-type 8 -j RETURN\n"
+                  "runs     iptables -I icmppacket -p icmp --icmp-type 8 -j RETURN\nruns     sh -c echo \"0\" >"));
+    ExpectAll({{"firewall disable whitelist -4 -y -n", 0, "the daemon will answer -1\n"}});
+    Prepare({"iptables -I INPUT -j whitelist"});
+    ExpectAll({{"firewall disable whitelist -4 -y -n", 0,
+                "runs     iptables -D INPUT -j whitelist\nruns     iptables -t filter -F whitelist\n"}});
+}
+
 TEST_F(Firewall, RulesAreExportedAndImported) {
     const char* kLog = "iptables -A blacklist -j LOG --log-prefix '\"***A b***\"'";
     Prepare({"iptables -A blacklist -s 10.0.0.0/8 -j DROP", kLog,

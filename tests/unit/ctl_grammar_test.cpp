@@ -100,9 +100,9 @@ bool HasWords(u32 code) {
 
 TEST(Commands, EveryServedCodeHasANamedCommandAndAName) {
     for (const tessel::CommandRow& served : tessel::ServedCommands()) {
+        EXPECT_NE(FindMessage(served.type), nullptr) << std::hex << served.type;
         if (!HasWords(served.type)) continue;
         const auto commands = Commands();
-        EXPECT_NE(FindMessage(served.type), nullptr) << std::hex << served.type;
         EXPECT_TRUE(std::any_of(commands.begin(), commands.end(),
                                 [&](const Command& command) {
                                     return std::find(command.codes.begin(), command.codes.end(), served.type) !=
@@ -110,6 +110,27 @@ TEST(Commands, EveryServedCodeHasANamedCommandAndAName) {
                                 }))
             << std::hex << served.type;
     }
+}
+
+TEST(Commands, TheProtocolsPageHasTheFieldsOfEveryRequest) {
+    std::istringstream document(tessel::test::ReadFile(TESSEL_PROTOCOL_PAGE));
+    std::size_t rows = 0;
+    for (std::string line; std::getline(document, line);) {
+        if (!line.starts_with("| 0x")) continue;
+        const Message* message = FindMessage(static_cast<u32>(std::stoul(line.substr(2), nullptr, 16)));
+        ASSERT_NE(message, nullptr) << line;
+        ++rows;
+        std::vector<Field> fields(message->request.fields.begin(), message->request.fields.end());
+        std::stable_sort(fields.begin(), fields.end(), [](auto& a, auto& b) { return a.offset < b.offset; });
+        auto field = fields.begin();
+        std::replace(line.begin(), line.end(), ';', ' ');
+        for (const std::string& word : Words(line.substr(0, line.rfind('|', line.size() - 2)))) {
+            if (!word.starts_with("char[") && word != "u16" && word != "u32" && word != "i32") continue;
+            field = std::find_if(field, fields.end(), [&](const Field& one) { return TypeText(one) == word; });
+            ASSERT_NE(field++, fields.end()) << word << " in " << line;
+        }
+    }
+    EXPECT_EQ(rows, Messages().size());
 }
 
 TEST(Commands, ExamplesRunAsTypedAndHelpShowsThem) {

@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 
+#include "client/ctl/events.h"
 #include "client/ctl/failure.h"
 #include "client/ctl/output.h"
 #include "client/libtessel.h"
+#include "tessel/dhcp.h"
+#include "tessel/traffic.h"
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -44,6 +48,22 @@ TEST(Json, IsStrictWhateverTheTextsHold) {
     EXPECT_EQ(ordered_json::parse(RenderJson(odd))["text"], "quote \" line\n");
     EXPECT_EQ(RenderJson(ordered_json::parse(R"([{"a":[{"b":1},{"b":2}]}])")),
               "[{\"a\":[\n {\"b\":1},\n {\"b\":2}]}]\n");
+}
+
+TEST(Events, AreDecodedByTheirRecords) {
+    const auto shown = [](int kind, const auto& record) {
+        tessel_event event{.kind = kind, .name = "x", .type = 0, .size = sizeof(record), .payload = {}};
+        memcpy(event.payload, &record, sizeof(record));
+        const std::string text = ShowEvent(event, "s", {})->document.dump();
+        return text.substr(text.find(",\"interface"));
+    };
+    EXPECT_EQ(
+        shown(TESSEL_EVENT_DHCP_LEASE,
+              TNetDhcpcLease{"eth0", {2, 0, {10, 0, 0, 7}}, {0, 0, {10, 0, 0, 1}}, 24, 9, 1, {{0, 0, {10, 0, 0, 2}}}}),
+        R"(,"interface":"eth0","family":"inet","address":"10.0.0.7","prefix_length":24,"gateway":"10.0.0.1",)"
+        R"("lease_s":9,"dns":["10.0.0.2"]})");
+    EXPECT_EQ(shown(TESSEL_EVENT_TRAFFIC, TNetBandwidthReport{{{8, 16, 1, 0}}}).substr(0, 79),
+              R"(,"interfaces":[{"interface":"eth0","send_bps":8,"receive_bps":16,"valid":true},)");
 }
 
 TEST(Failure, EveryErrorHasItsExitAndItsWord) {

@@ -16,9 +16,9 @@
 
 #include "client/ctl/messages.h"
 #include "client/ctl/tesselctl.h"
+#include "client/ctl/tool_output.h"
 #include "client/libtessel.h"
-#include "core/startup/command_table.h"
-#include "tests/support/files.h"
+#include "tests/support/noted.h"
 #include "tests/unit/libtessel_fake_daemon.h"
 
 namespace tessel::test {
@@ -68,22 +68,6 @@ inline void ExpectStatus(int status, std::initializer_list<const char*> lines) {
         ExpectAll({{line, status, ""}});
 }
 
-inline TNetIpAddr Address(const char* bytes, std::size_t count, u16 family, u32 prefixLength) {
-    TNetIpAddr address{};
-    memcpy(address.abyAddr, bytes, count);
-    address.wSinFamily = family;
-    address.dwPrefixLen = prefixLength;
-    address.dwScope = TESSEL_SCOPE_GLOBAL;
-    return address;
-}
-
-inline TNetPrioParam Priority(const char* interfaceName, i32 metric) {
-    TNetPrioParam entry{};
-    memcpy(entry.achDevName, interfaceName, strlen(interfaceName));
-    entry.nPriority = metric;
-    return entry;
-}
-
 // Runs a line of the device's tools in the sandbox that the tests live in.
 inline bool RunInSandbox(const std::string& line) {
     return system((line + " 2>/dev/null").c_str()) == 0;
@@ -97,35 +81,18 @@ Record RecordOf(const SeenRequest& request) {
     return record;
 }
 
-inline nlohmann::ordered_json Described(const SeenRequest& request) {
-    const std::vector<u8> bytes(request.payload.begin(), request.payload.end());
-    return ctl::FindMessage(request.type)->describeRequest(bytes);
-}
-
 inline std::string Status(i32 result) {
     return FakeDaemon::Message(TNetStatusReply{.nResult = result});
 }
 
-// What the tool looks for in the kernel has to happen there: runs what it says that the daemon runs for this request.
+// What the tool looks for in the kernel has to happen there: the daemon's own handler, whose tools are run.
 inline std::string CarryOut(const SeenRequest& request) {
-    const auto lines = ctl::ToolLinesFor(*ctl::FindMessage(request.type), Described(request));
-    return Status(std::all_of(lines.begin(), lines.end(), &RunInSandbox) ? 0 : -1);
-}
-
-// The same for the packet filter, whose lines depend on what is there: the daemon's own handler.
-inline std::string CarryOutRules(const SeenRequest& request) {
-    int ends[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-    const UniqueFd client(ends[0]);
-    const UniqueFd server(ends[1]);
-    std::string payload = Padded(request.payload, TESSEL_PAYLOAD_MAX);
-    for (const CommandRow& row : ServedCommands()) {
-        if (row.type == request.type)
-            (void)row.handler(server.Get(), row.type, payload.data(), static_cast<i32>(request.payload.size()));
-    }
-    char reply[sizeof(IpcMsgHead) + sizeof(TNetStatusReply)];
-    EXPECT_EQ(read(client.Get(), reply, sizeof(reply)), static_cast<ssize_t>(sizeof(reply)));
-    return {reply, sizeof(reply)};
+    NotedTools tools;
+    AnswerTools([](const std::string& line) {
+        const ctl::CapturedTool tool = ctl::CaptureTool(Words(line));
+        return ToolAnswer{tool.text + tool.problem, tool.isDone ? 0 : 1};
+    });
+    return Status(tools.Status(request.type, request.payload));
 }
 
 inline void Prepare(std::initializer_list<const char*> lines) {
@@ -145,41 +112,24 @@ inline void PrepareKernel() {
 }
 
 inline TNetIpRouteParam ToldRoute(u8 secondByte, i32 metric) {
-    TNetIpRouteParam route{};
-    memcpy(route.achDevName, "eth0", 4);
-    route.tDestIpNet = {.wSinFamily = 2, .wReserved = 0, .abyAddr = {10, secondByte}};
-    route.tGateway = {.wSinFamily = 2, .wReserved = 0, .abyAddr = {192, 168, 1, 254}};
-    route.nPrefixLen = 16;
-    route.nMetric = metric;
-    return route;
+    return {"eth0", {2, 0, {10, secondByte}}, {2, 0, {192, 168, 1, 254}}, 16, metric};
 }
 
 // An eth0 with MTU 1400 whatever is set, two addresses, and a gateway unless it was deleted last; two priorities;
 // commands with a bare status succeed.
 inline std::string DeviceAnswer(const SeenRequest& request) {
-    TNetIpaddrGetReply list{};
     TNetIpaddrShowReply info{};
-    TNetRouteGetAllReply routes{};
     static bool hasGateway = true;
-    const auto isOneOf = [&](std::initializer_list<u32> codes) {
-        return std::find(codes.begin(), codes.end(), request.type) != codes.end();
-    };
-    if (isOneOf({TESSEL_CMD_ROUTE_ADD, TESSEL_CMD_ROUTE_DEL, TESSEL_CMD_ROUTE_METRIC_SET, TESSEL_CMD_ROUTE_TABLE_ADD,
-                 TESSEL_CMD_ROUTE_TABLE_DEL, TESSEL_CMD_RULE_ADD, TESSEL_CMD_RULE_DEL, TESSEL_CMD_FILTER_DISABLE,
-                 TESSEL_CMD_ARP_ADD, TESSEL_CMD_ARP_DEL}))
-        return CarryOut(request);
-    if (isOneOf({TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER, TESSEL_CMD_FILTER_ENABLE,
-                 TESSEL_CMD_CHAIN_ADD, TESSEL_CMD_ICMP_FILTER, TESSEL_CMD_PORT_FILTER}))
-        return CarryOutRules(request);
+    const ctl::Message* message = ctl::FindMessage(request.type);
+    const std::string_view name = message == nullptr ? "" : message->name;
+    const bool isOfRouting = name.starts_with("rule_") || (name.starts_with("route_") && name != "route_get_all");
+    if (isOfRouting || (request.type >> 8 == 0x10 && !name.starts_with("firewall_"))) return CarryOut(request);
     if (request.type == TESSEL_CMD_GATEWAY_SET) hasGateway = true;
     if (request.type == TESSEL_CMD_GATEWAY_DEL) hasGateway = false;
     switch (request.type) {
         case TESSEL_CMD_IPADDR_GET:
-            list.tIfaceIp.dwNum = 2;
-            list.tIfaceIp.atIp[0] = Address("\xc0\xa8\x01\x14", 4, 2, 24);
-            list.tIfaceIp.atIp[1] = Address("\x20\x01\x0d\xb8", 4, 10, 64);
-            list.tIfaceIp.atIp[1].bDynamic = 1;
-            return FakeDaemon::Message(list);
+            return FakeDaemon::Message(TNetIpaddrGetReply{
+                0, {2, {{4, 2, 0, {192, 168, 1, 20}, 24, 0, 0}, {4, 10, 0, {0x20, 1, 0x0d, 0xb8}, 64, 0, 1}}}});
         case TESSEL_CMD_IPADDR_SHOW:
             // As on the device: nothing but a failure where there is no Ethernet address.
             if (request.payload.starts_with("lo")) info.nResult = -1;
@@ -195,12 +145,9 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
             return FakeDaemon::Message(hasGateway ? TNetGatewayGetReply{0, {TESSEL_FAMILY_INET, 0, {192, 168, 1, 1}}}
                                                   : TNetGatewayGetReply{});
         case TESSEL_CMD_PRIORITY_GET:
-            return FakeDaemon::Message(TNetPrioParamList{2, {Priority("eth0", 10), Priority("eth1", 20)}});
+            return FakeDaemon::Message(TNetPrioParamList{2, {{"eth0", 10}, {"eth1", 20}}});
         case TESSEL_CMD_ROUTE_GET_ALL:
-            routes.tRoutes.dwNum = 2;
-            routes.tRoutes.atRoute[0] = ToldRoute(1, 5);
-            routes.tRoutes.atRoute[1] = ToldRoute(2, 0);
-            return FakeDaemon::Message(routes);
+            return FakeDaemon::Message(TNetRouteGetAllReply{0, {2, {ToldRoute(1, 5), ToldRoute(2, 0)}}});
         case TESSEL_CMD_LOG_FILE:
             WriteFile("/tmp/tessel_daemon.log", "");
             [[fallthrough]];
@@ -212,9 +159,9 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
 // -1 and zeros, but for the priorities, which have no failure.
 inline std::string FailingAnswer(const SeenRequest& request) {
     const ctl::Message* message = ctl::FindMessage(request.type);
-    const IpcMsgHead head{.type = 0, .size = static_cast<i32>(message->replyBytes), .flag = 0};
+    const IpcMsgHead head{.type = 0, .size = static_cast<i32>(message->reply.bytes), .flag = 0};
     const std::string result = Number(request.type == TESSEL_CMD_PRIORITY_GET ? 0 : 0xFFFFFFFF);
-    return std::string(Bytes(head)) + Padded(result, message->replyBytes);
+    return std::string(Bytes(head)) + Padded(result, message->reply.bytes);
 }
 
 }  // namespace tessel::test

@@ -1,0 +1,104 @@
+#include "client/ctl/dry_run.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <sstream>
+
+#include "client/call.h"
+#include "client/ctl/tool_output.h"
+#include "client/libtessel.h"
+#include "core/log_state.h"
+#include "core/unique_fd.h"
+#include "route/priority_table.h"
+#include "tessel/command.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+// "ip [-4|-6] OBJECT show ...": the verb's place counts, because an interface may have any name.
+bool IsShow(const std::vector<std::string>& words) {
+    if (words.empty() || words[0] != "ip") return false;
+    const auto object = std::find_if(words.begin() + 1, words.end(), [](const auto& word) { return word[0] != '-'; });
+    return std::distance(object, words.end()) > 1 && object[1] == "show";
+}
+
+// The table of priorities lives in the daemon. False: it is not known.
+bool TakeOverPriorities() {
+    TNetPrioParamList list{};
+    if (CallDaemon(TESSEL_CMD_PRIORITY_GET, nullptr, 0, &list, sizeof(list)) != TESSEL_OK) return false;
+    for (u32 i = 0; i < std::size(list.atPrio); ++i)
+        StorePriority(i, list.atPrio[i]);
+    g_nRoutedetectE = list.dwNum != 0 ? 1 : 0;
+    return true;
+}
+
+// What a handler answers first; 0 when it does not answer.
+i32 CallHandler(const Message& message, std::span<const u8> request) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) return -1;
+    const UniqueFd client(ends[0]);
+    const UniqueFd server(ends[1]);
+    std::array<u8, TESSEL_PAYLOAD_MAX> payload{};
+    const std::size_t size = std::min(request.size(), payload.size());
+    std::copy_n(request.begin(), size, payload.begin());
+    (void)message.handler(server.Get(), message.code, payload.data(), static_cast<i32>(size));
+    struct {
+        IpcMsgHead head;
+        i32 result;
+    } reply{};
+    return read(client.Get(), &reply, sizeof(reply)) == sizeof(reply) ? reply.result : 0;
+}
+
+}  // namespace
+
+DryRunResult DryRun::Ask(const Message& message, std::span<const u8> request) {
+    if (message.handler == nullptr) return {{}, "the daemon " + std::string(message.inDaemon)};
+    const i32 level = g_logLevel.exchange(0);  // nothing happens that the system's log should know of
+    const bool usesPriorities = message.code == TESSEL_CMD_GATEWAY_SET || message.code == TESSEL_CMD_PRIORITY_SET;
+    const bool isKnown = !usesPriorities || TakeOverPriorities();
+    DryRunResult result;
+    if (!isKnown) result.note = "without the daemon's answer its priorities are not known: metrics may differ";
+    AnswerTools([this](const std::string& line) { return Answer(line); });
+    const i32 answer = CallHandler(message, request);
+    AnswerTools({});
+    g_logLevel = level;
+    result.lines = TakeToolLines();
+    if (answer == TESSEL_RESULT_FAILED) result.note = "as far as can be seen from here, the daemon will answer -1";
+    return result;
+}
+
+ToolAnswer DryRun::Answer(const std::string& line) {
+    std::istringstream stream(line);
+    const Words words{std::istream_iterator<std::string>(stream), {}};
+    const bool isOfRule = words.size() > 2 && (words[1] == "-C" || words[1] == "-D");
+    if (isOfRule && (words[0] == "iptables" || words[0] == "ip6tables")) {
+        const bool isThere = HasRule(words);
+        if (words[1] == "-D") changes_.push_back(words);
+        return {.output = "", .status = isThere ? 0 : 1};
+    }
+    if (IsShow(words)) {
+        const CapturedTool shown = CaptureTool(words);
+        return {.output = shown.text + shown.problem, .status = shown.isDone ? 0 : 1};
+    }
+    changes_.push_back(words);
+    return {};
+}
+
+// Whether the packet filter will have a rule by then: the last change decides, without one the kernel.
+bool DryRun::HasRule(Words rule) const {
+    for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
+        if (change->front() != rule[0]) continue;
+        const bool isFlush = std::find(change->begin(), change->end(), "-F") != change->end();
+        if (isFlush && change->back() == rule[2]) return false;
+        if (std::equal(change->begin() + 2, change->end(), rule.begin() + 2, rule.end())) return (*change)[1] != "-D";
+    }
+    rule[1] = "-C";
+    return CaptureTool(rule).isDone;
+}
+
+}  // namespace tessel::ctl

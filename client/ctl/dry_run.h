@@ -1,0 +1,34 @@
+// What the daemon would run for a request: its own operations, above tools that are only noted.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "client/ctl/messages.h"
+#include "core/exec_note.h"
+#include "core/types.h"
+
+namespace tessel::ctl {
+
+struct DryRunResult {
+    std::vector<std::string> lines;  // of the tools, in order
+    std::string note;                // what else there is to know; may be empty
+};
+
+// Lives through the requests of one command: what one would have changed counts for the next.
+class DryRun {
+  public:
+    // Changes nothing. Lines that only read are run; the daemon is asked for its priorities where they matter.
+    [[nodiscard]] DryRunResult Ask(const Message& message, std::span<const u8> request);
+
+  private:
+    using Words = std::vector<std::string>;
+
+    [[nodiscard]] ToolAnswer Answer(const std::string& line);
+    [[nodiscard]] bool HasRule(Words rule) const;
+
+    std::vector<Words> changes_;
+};
+
+}  // namespace tessel::ctl

@@ -1,0 +1,205 @@
+#include "client/ctl/fields.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "client/ctl/addresses.h"
+#include "client/ctl/next_hop.h"
+#include "client/ctl/optional_json.h"
+#include "client/ctl/routes.h"
+#include "tessel/firewall.h"
+
+namespace tessel::ctl {
+
+using nlohmann::ordered_json;
+
+namespace {
+
+using Bytes = std::span<const u8>;
+
+template <typename Value>
+Value Read(Bytes bytes, std::size_t offset) {
+    Value value;
+    memcpy(&value, bytes.data() + offset, sizeof(value));
+    return value;
+}
+
+u64 NumberAt(Bytes bytes, std::size_t offset, std::size_t width) {
+    if (width == sizeof(u16)) return Read<u16>(bytes, offset);
+    return width == sizeof(u64) ? Read<u64>(bytes, offset) : Read<u32>(bytes, offset);
+}
+
+ordered_json WordOf(std::span<const Word> words, u64 number, const ordered_json& otherwise) {
+    const auto found =
+        std::find_if(words.begin(), words.end(), [&](const Word& word) { return word.number == number; });
+    return found == words.end() ? otherwise : NullIfEmpty(std::string(found->text));
+}
+
+std::string TextAt(Bytes bytes, std::size_t offset, std::size_t limit) {
+    const Bytes text = bytes.subspan(offset, std::min(limit, bytes.size() - offset));
+    return {text.begin(), std::find(text.begin(), text.end(), u8{0})};
+}
+
+// Some records leave the family of an IPv4 address out.
+TNetGateway HostAt(Bytes bytes, std::size_t offset) {
+    auto host = Read<TNetGateway>(bytes, offset);
+    if (host.wSinFamily != TESSEL_FAMILY_INET6) host.wSinFamily = TESSEL_FAMILY_INET;
+    return host;
+}
+
+ordered_json FilterValue(TNetIpFilter filter, Kind kind) {
+    filter.tEnd.wSinFamily = filter.tStart.wSinFamily;
+    const std::string last = HostText(filter.tEnd);
+    if (kind == Kind::kFilterRange) return NullIfEmpty(last.empty() ? "" : HostText(filter.tStart) + "-" + last);
+    return NullIfEmpty(last.empty() ? NetworkText(filter.tStart, static_cast<i32>(filter.dwPrefixLen)) : "");
+}
+
+ordered_json DecodeFields(std::span<const Field> fields, Bytes bytes, std::size_t position);
+
+// A list of records keeps its places when it has no count: those whose first value is missing are none.
+ordered_json ListValue(const Field& field, Bytes bytes);
+
+ordered_json ValueAt(const Field& field, Kind kind, Bytes bytes, std::size_t offset, std::size_t position) {
+    switch (kind) {
+        case Kind::kUnsigned: {
+            const u64 number = NumberAt(bytes, offset, field.bytes);
+            return WordOf(field.words, number, number);
+        }
+        case Kind::kSigned: {
+            const auto number = Read<i32>(bytes, offset);
+            return WordOf(field.words, static_cast<u32>(number), number);
+        }
+        case Kind::kText:
+            return NullIfEmpty(TextAt(bytes, offset, field.bytes));
+        case Kind::kTail:
+            return NullIfEmpty(TextAt(bytes, offset, bytes.size()));
+        case Kind::kFlag:
+            return NumberAt(bytes, offset, field.bytes) == field.other;
+        case Kind::kAddress:
+            return NullIfEmpty(HostText(HostAt(bytes, offset)));
+        case Kind::kNetwork:
+            return NetworkText(HostAt(bytes, offset), Read<i32>(bytes, field.other));
+        case Kind::kFilterNetwork:
+        case Kind::kFilterRange:
+            return FilterValue(Read<TNetIpFilter>(bytes, offset), kind);
+        case Kind::kPrefixed:
+            return AddressText(ShowAddress(Read<TNetIpAddr>(bytes, offset)));
+        case Kind::kIpv4:
+            return fmt::format("{}", fmt::join(bytes.subspan(offset, sizeof(u32)), "."));
+        case Kind::kMac:
+            return MacText(Read<Mac>(bytes, offset));
+        case Kind::kList:
+            return ListValue(field, bytes);
+        case Kind::kPosition:
+            return WordOf(field.words, position, position);
+    }
+    return nullptr;
+}
+
+ordered_json ListValue(const Field& field, Bytes bytes) {
+    ordered_json list = ordered_json::array();
+    const bool isCounted = field.other != kNoCount;
+    const std::size_t count =
+        isCounted ? std::min<std::size_t>(Read<u32>(bytes, field.other), field.elements) : field.elements;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t offset = field.offset + i * field.bytes;
+        ordered_json element = field.elementFields.empty()
+                                   ? ValueAt(field, field.elementKind, bytes, offset, i)
+                                   : DecodeFields(field.elementFields, bytes.subspan(offset, field.bytes), i);
+        if (isCounted || !element.front().is_null()) list.push_back(std::move(element));
+    }
+    return list;
+}
+
+ordered_json DecodeFields(std::span<const Field> fields, Bytes bytes, std::size_t position) {
+    ordered_json values = ordered_json::object();
+    for (const Field& field : fields)
+        values[std::string(field.name)] = ValueAt(field, field.kind, bytes, field.offset, position);
+    return values;
+}
+
+// Of a record within a list the values alone.
+std::string ValueText(const ordered_json& value) {
+    if (value.is_null()) return "";
+    if (!value.is_structured()) return value.is_string() ? value.get<std::string>() : value.dump();
+    const char* const between = value.is_array() && !value.empty() && value.front().is_object() ? ", " : " ";
+    std::string text;
+    for (const ordered_json& part : value) {
+        const std::string word = ValueText(part);
+        if (!word.empty()) text += (text.empty() ? "" : between) + word;
+    }
+    return text;
+}
+
+std::string_view TypeName(Kind kind) {
+    switch (kind) {
+        case Kind::kAddress:
+        case Kind::kNetwork:
+            return "address";
+        case Kind::kFilterNetwork:
+        case Kind::kFilterRange:
+            return "IP filter";
+        case Kind::kPrefixed:
+            return "address with length";
+        case Kind::kMac:
+            return "u8[6]";
+        default:
+            return "record";
+    }
+}
+
+}  // namespace
+
+ordered_json Decode(const Record& record, std::span<const u8> payload) {
+    std::vector<u8> bytes(payload.begin(), payload.end());
+    bytes.resize(std::max(record.bytes, payload.size()));
+    return DecodeFields(record.fields, bytes, 0);
+}
+
+std::string DescriptionText(const ordered_json& description) {
+    std::string text;
+    for (const auto& [key, value] : description.items()) {
+        const std::string word = ValueText(value);
+        if (!word.empty()) text += fmt::format("{}{} {}", text.empty() ? "" : "   ", key, word);
+    }
+    return text;
+}
+
+std::string TypeText(const Field& field) {
+    constexpr std::size_t kByteBits = 8;
+    switch (field.kind) {
+        case Kind::kUnsigned:
+        case Kind::kFlag:
+        case Kind::kIpv4:
+            return fmt::format("u{}", field.bytes * kByteBits);
+        case Kind::kSigned:
+            return fmt::format("i{}", field.bytes * kByteBits);
+        case Kind::kText:
+            return fmt::format("char[{}]", field.bytes);
+        case Kind::kTail:
+            return "text";
+        case Kind::kList:
+            return fmt::format("{} x {}", field.elements, TypeName(field.elementKind));
+        default:
+            return std::string(TypeName(field.kind));
+    }
+}
+
+void AddFields(const Record& record, std::string_view before, Table& table) {
+    std::vector<Field> fields(record.fields.begin(), record.fields.end());
+    std::stable_sort(fields.begin(), fields.end(), [](const Field& a, const Field& b) { return a.offset < b.offset; });
+    for (const Field& field : fields) {
+        std::string words;
+        for (const Word& word : field.words)
+            if (!word.text.empty())
+                words += fmt::format("{}{} {}", words.empty() ? ": " : ", ", word.number, word.text);
+        table.rows.push_back(
+            {{}, {fmt::format("{}{:>4}  {:<10} {}{}", before, field.offset, TypeText(field), field.name, words)}});
+    }
+}
+
+}  // namespace tessel::ctl

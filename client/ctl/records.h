@@ -1,0 +1,224 @@
+// The field tables of the records of include/tessel/.
+#pragma once
+
+#include <array>
+#include <type_traits>
+#include <utility>
+
+#include "client/ctl/fields.h"
+#include "tessel/address.h"
+#include "tessel/broadcast_arp.h"
+#include "tessel/conflict.h"
+#include "tessel/dhcp.h"
+#include "tessel/firewall.h"
+#include "tessel/gateway.h"
+#include "tessel/log.h"
+#include "tessel/mac.h"
+#include "tessel/mtu.h"
+#include "tessel/priority.h"
+#include "tessel/route.h"
+#include "tessel/service.h"
+#include "tessel/traffic.h"
+
+namespace tessel::ctl {
+
+// What a member's type says about its meaning.
+template <typename Member>
+constexpr Kind KindOf() {
+    if (std::is_same_v<Member, TNetGateway>) return Kind::kAddress;
+    if (std::is_same_v<Member, TNetIpAddr>) return Kind::kPrefixed;
+    if (std::is_same_v<Member, u8[6]>) return Kind::kMac;
+    if (std::is_array_v<Member>) return Kind::kText;
+    return std::is_signed_v<Member> ? Kind::kSigned : Kind::kUnsigned;
+}
+
+template <std::size_t kFields>
+struct FieldTable {
+    std::string_view name;
+    std::size_t bytes;
+    std::array<Field, kFields> fields;
+    constexpr operator Record() const {  // NOLINT(google-explicit-constructor): a table stands for its record
+        return {name, bytes, fields};
+    }
+};
+
+// Text up to the payload's end.
+constexpr Field Tail(std::string_view name, std::size_t recordBytes) {
+    return {.name = name, .member = {}, .kind = Kind::kTail, .offset = recordBytes, .bytes = 0};
+}
+
+// The interface that an element of a list is about, by its place.
+constexpr Field Position(std::string_view name, std::span<const Word> words) {
+    return {.name = name, .member = {}, .kind = Kind::kPosition, .offset = 0, .bytes = 0, .other = 0, .words = words};
+}
+
+// Offsets and sizes are those of the records' own declarations. R is the record that RECORD stands for.
+#define MEMBER_TYPE(member) decltype(std::declval<R&>().member)
+#define KIND(name, kind, member, ...)                                                      \
+    Field {                                                                                \
+        name, #member, kind, offsetof(R, member), sizeof(MEMBER_TYPE(member)), __VA_ARGS__ \
+    }
+#define MEMBER(name, member)       KIND(name, KindOf<MEMBER_TYPE(member)>(), member, )
+#define WORDS(name, member, words) KIND(name, KindOf<MEMBER_TYPE(member)>(), member, 0, words)
+#define LIST(name, member, count, ...)                                                                           \
+    Field {                                                                                                      \
+        name, #member, Kind::kList, offsetof(R, member), sizeof(std::declval<R&>().member[0]), count, {},        \
+            std::extent_v<MEMBER_TYPE(member)>, KindOf<std::remove_extent_t<MEMBER_TYPE(member)>>(), __VA_ARGS__ \
+    }
+#define RECORD(record, ...)                                             \
+    [] {                                                                \
+        using R = record;                                               \
+        return FieldTable{#record, sizeof(R), std::array{__VA_ARGS__}}; \
+    }()
+
+inline constexpr Word kFamilies[] = {{2, "inet"}, {10, "inet6"}, {11, "both"}};
+inline constexpr Word kShownFamilies[] = {{0, "inet"}, {1, "inet6"}};
+inline constexpr Word kProtocols[] = {{1, "inet"}, {2, "inet6"}, {3, "both"}};
+inline constexpr Word kNoZero[] = {{0, ""}};
+// TESSEL_LIST_...
+inline constexpr Word kListNames[] = {{1, "whitelist"}, {2, "whitelist"}, {3, "blacklist"}, {4, "blacklist"}};
+inline constexpr Word kListChanges[] = {{1, "add"}, {2, "del"}, {3, "add"}, {4, "del"}};
+inline constexpr Word kListTargets[] = {{1, "RETURN"}, {2, "RETURN"}, {3, "DROP"}, {4, "DROP"}};
+// TESSEL_FILTER_... and TESSEL_ICMP_...
+inline constexpr Word kSwitchFamilies[] = {{1, "inet"},  {2, "inet"}, {3, "inet6"},
+                                           {4, "inet6"}, {5, "both"}, {6, "both"}};
+inline constexpr Word kSwitchLists[] = {{1, "whitelist"}, {2, "blacklist"}, {3, "whitelist"},
+                                        {4, "blacklist"}, {5, "whitelist"}, {6, "blacklist"}};
+inline constexpr Word kEchoes[] = {{1, "allow"}, {2, "drop"}, {3, "allow"}, {4, "drop"}, {5, "allow"}, {6, "drop"}};
+// TESSEL_PORT_...
+inline constexpr Word kPortChanges[] = {{1, "add"}, {2, "del"}};
+inline constexpr Word kPortProtocols[] = {{1, "tcp"}, {2, "udp"}, {0, ""}, {3, ""}};
+inline constexpr Word kPortKinds[] = {{1, "sport"}, {2, "dport"}};
+inline constexpr Word kPortDirections[] = {{1, "in"}, {2, "in"}, {3, "out"}, {4, "out"}};
+inline constexpr Word kPortActions[] = {{1, "accept"}, {2, "drop"}, {3, "accept"}, {4, "drop"}};
+inline constexpr Word kLogActions[] = {{1, "open library"}, {2, "close library"}, {3, "open daemon"},
+                                       {4, "close daemon"}, {5, "open both"},     {6, "close both"}};
+inline constexpr Word kInterfaces[] = {{0, "eth0"}, {1, "eth1"}, {2, "eth2"}};
+
+inline constexpr Record kNothing{"(none)", 0, {}};
+inline constexpr auto kStatus = RECORD(TNetStatusReply, MEMBER("result", nResult));
+
+// Addresses
+inline constexpr auto kAddrChange = RECORD(TNetIpaddrChangeReq, MEMBER("interface", achDevName), MEMBER("address", tIp),
+                                           WORDS("family", tIp.wSinFamily, kFamilies));
+inline constexpr auto kAddrGet =
+    RECORD(TNetIpaddrGetReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kAddrFlush =
+    RECORD(TNetIpaddrFlushReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kAddrSet =
+    RECORD(TNetIpaddrSetReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies),
+           LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)));
+inline constexpr auto kAddrList = RECORD(TNetIpaddrGetReply, MEMBER("result", nResult),
+                                         LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)));
+inline constexpr auto kShownAddress =
+    RECORD(ipaddr_show_addr, MEMBER("address", addr), MEMBER("prefix_length", prefix_len),
+           WORDS("family", family, kShownFamilies));
+inline constexpr auto kAddrInfo =
+    RECORD(TNetIpaddrShowReply, MEMBER("result", nResult), MEMBER("mtu", tInfo.mtu), MEMBER("mac", tInfo.mac),
+           LIST("addresses", tInfo.addr, offsetof(R, tInfo.num), kShownAddress.fields));
+inline constexpr auto kAddrShow = RECORD(TNetIpaddrShowReq, MEMBER("interface", achDevName));
+inline constexpr auto kMacSet = RECORD(TNetMacaddrSetReq, MEMBER("interface", achDevName), MEMBER("mac", abyMac));
+inline constexpr auto kMacGet = RECORD(TNetMacaddrGetReq, MEMBER("interface", achDevName));
+inline constexpr auto kMac = RECORD(TNetMacaddrGetReply, MEMBER("result", nResult), MEMBER("mac", abyMac));
+inline constexpr auto kMtuSet = RECORD(TNetMtuSetReq, MEMBER("interface", achDevName), MEMBER("mtu", dwMtu));
+inline constexpr auto kMtuGet = RECORD(TNetMtuGetReq, MEMBER("interface", achDevName));
+inline constexpr auto kMtu = RECORD(TNetMtuGetReply, MEMBER("result", nResult), MEMBER("mtu", dwMtu));
+
+// Routing
+inline constexpr auto kGatewaySet =
+    RECORD(TNetGatewaySetReq, MEMBER("interface", achDevName), MEMBER("gateway", tGateway),
+           WORDS("family", tGateway.wSinFamily, kFamilies), WORDS("table", dwTable, kNoZero));
+inline constexpr auto kGatewayGet = RECORD(TNetGatewayReq, MEMBER("interface", achDevName),
+                                           WORDS("family", wSinFamily, kFamilies), WORDS("table", dwTable, kNoZero));
+inline constexpr auto kGateway = RECORD(TNetGatewayGetReply, MEMBER("result", nResult), MEMBER("gateway", tGateway),
+                                        KIND("learnt", Kind::kFlag, nResult, TESSEL_RESULT_LEARNT));
+inline constexpr auto kPriority = RECORD(TNetPrioParam, MEMBER("interface", achDevName), MEMBER("metric", nPriority));
+inline constexpr auto kPriorities =
+    RECORD(TNetPrioParamList, MEMBER("entries", dwNum), LIST("priorities", atPrio, kNoCount, kPriority.fields));
+inline constexpr auto kRoute =
+    RECORD(TNetIpRouteParam, MEMBER("interface", achDevName),
+           KIND("destination", Kind::kNetwork, tDestIpNet, offsetof(R, nPrefixLen)), MEMBER("gateway", tGateway),
+           MEMBER("metric", nMetric), WORDS("family", tDestIpNet.wSinFamily, kFamilies));
+inline constexpr auto kRouteChange =
+    RECORD(TNetRouteReq, MEMBER("interface", achDevName),
+           KIND("destination", Kind::kNetwork, tRoute.tDestIpNet, offsetof(R, tRoute.nPrefixLen)),
+           MEMBER("gateway", tRoute.tGateway), MEMBER("metric", tRoute.nMetric), WORDS("table", dwTable, kNoZero),
+           WORDS("family", tRoute.tDestIpNet.wSinFamily, kFamilies));
+inline constexpr auto kRouteGetAll = RECORD(TNetRouteGetAllReq, WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kRoutes = RECORD(TNetRouteGetAllReply, MEMBER("result", nResult),
+                                       LIST("routes", tRoutes.atRoute, offsetof(R, tRoutes.dwNum), kRoute.fields));
+inline constexpr auto kTable = RECORD(TNetRouteTableReq, MEMBER("table", dwTable));
+inline constexpr auto kRule = RECORD(TNetIpRule, KIND("from", Kind::kNetwork, tSrcIpNet, offsetof(R, nPrefixLen)),
+                                     MEMBER("fwmark", nFwmark), WORDS("pref", nPref, kNoZero), MEMBER("table", nTable));
+inline constexpr auto kService = RECORD(TNetServiceStopReq, MEMBER("service", achServiceName));
+
+// Conflicts, DHCP, announcements by ARP
+inline constexpr auto kConflict = RECORD(TNetConflictReq, WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kConflictReport =
+    RECORD(TNetConflictReport, MEMBER("interface", achDevName), WORDS("family", tAddr.wSinFamily, kFamilies),
+           MEMBER("address", tAddr), MEMBER("interface_mac", abyMac));
+inline constexpr auto kDhcpcStart = RECORD(TNetDhcpcStartReq, MEMBER("interface", achDevName),
+                                           WORDS("family", wSinFamily, kFamilies), MEMBER("pid", nPid));
+inline constexpr auto kDhcpcStartEx =
+    RECORD(TNetDhcpcStartExReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies),
+           MEMBER("dns", wDnsDynmic), MEMBER("pid", nPid));
+inline constexpr auto kDhcpc =
+    RECORD(TNetDhcpcReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kLease =
+    RECORD(TNetDhcpcLease, MEMBER("interface", achDevName), WORDS("family", tAddr.wSinFamily, kFamilies),
+           MEMBER("address", tAddr), MEMBER("prefix_length", dwPrefixLen), MEMBER("gateway", tRouter),
+           MEMBER("lease_s", dwLeaseTime), LIST("dns", atDns, offsetof(R, dwDnsNum)));
+inline constexpr auto kDhcpsStart =
+    RECORD(TNetDhcpsStartReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies),
+           MEMBER("first", tConf.tStart), MEMBER("last", tConf.tEnd), MEMBER("prefix_length", tConf.dwPrefixLen),
+           MEMBER("gateway", tConf.tRouter), LIST("dns", tConf.atDns, offsetof(R, tConf.dwDnsNum)));
+inline constexpr auto kDhcps =
+    RECORD(TNetDhcpsReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kAnnounce = RECORD(TNetBroadcastArpReq, KIND("address", Kind::kIpv4, dwTargetIp, ));
+
+// Firewall
+inline constexpr auto kIpFilter =
+    RECORD(TNetIpFilterReq, WORDS("list", eCmd, kListNames), WORDS("change", eCmd, kListChanges),
+           WORDS("target", eCmd, kListTargets), WORDS("family", tFilter.tStart.wSinFamily, kFamilies),
+           KIND("source", Kind::kFilterNetwork, tFilter, ), KIND("range", Kind::kFilterRange, tFilter, ));
+inline constexpr auto kMacFilter =
+    RECORD(TNetMacFilterReq, WORDS("list", eCmd, kListNames), WORDS("change", eCmd, kListChanges),
+           WORDS("target", eCmd, kListTargets), Tail("mac", sizeof(R)));
+inline constexpr auto kIpMacFilter =
+    RECORD(TNetIpMacFilterReq, WORDS("list", eCmd, kListNames), WORDS("change", eCmd, kListChanges),
+           WORDS("target", eCmd, kListTargets), MEMBER("mac", achMac), Tail("address", sizeof(R)));
+inline constexpr auto kSwitch =
+    RECORD(TNetFilterSwitchReq, WORDS("list", eType, kSwitchLists), WORDS("family", eType, kSwitchFamilies));
+inline constexpr auto kChainAdd =
+    RECORD(TNetChainAddReq, Tail("chain", sizeof(R)), WORDS("family", wIpType, kProtocols));
+inline constexpr auto kIcmp =
+    RECORD(TNetIcmpFilterReq, WORDS("echo", eType, kEchoes), WORDS("family", eType, kSwitchFamilies));
+inline constexpr auto kPort =
+    RECORD(TNetPortFilterReq, WORDS("change", eCmd, kPortChanges), WORDS("protocol", tFilter.eProtocol, kPortProtocols),
+           WORDS("kind", tFilter.ePortType, kPortKinds), MEMBER("ports", tFilter.achPorts),
+           WORDS("direction", tFilter.eAction, kPortDirections), WORDS("action", tFilter.eAction, kPortActions),
+           WORDS("family", tFilter.eInet, kProtocols));
+inline constexpr auto kRuleFile =
+    RECORD(TNetFirewallFileReq, Tail("path", sizeof(R)), WORDS("family", eIpType, kProtocols));
+inline constexpr auto kArp =
+    RECORD(ArpEntryInfo, MEMBER("address", achIp), MEMBER("mac", achMac), MEMBER("interface", achDevName));
+
+// Logs and statistics
+inline constexpr auto kLogFile = RECORD(LogFileCtl, WORDS("action", eCmd, kLogActions),
+                                        MEMBER("library_path", achLibPath), MEMBER("daemon_path", achDaemonPath));
+inline constexpr auto kLogLevel = RECORD(TNetLogLevelReq, MEMBER("level", nLevel));
+inline constexpr auto kStatStart = RECORD(TNetStatStartReq, MEMBER("interval_s", dwInterval));
+inline constexpr auto kBandwidth =
+    RECORD(TNetBandwidth, Position("interface", kInterfaces), MEMBER("send_bps", ullSendBand),
+           MEMBER("receive_bps", ullRecvBand), KIND("valid", Kind::kFlag, dwValid, 1));
+inline constexpr auto kBandwidthReport =
+    RECORD(TNetBandwidthReport, LIST("interfaces", atBand, kNoCount, kBandwidth.fields));
+
+#undef MEMBER_TYPE
+#undef KIND
+#undef MEMBER
+#undef WORDS
+#undef LIST
+#undef RECORD
+
+}  // namespace tessel::ctl

@@ -1,12 +1,9 @@
 // The field tables of the records of include/tessel/.
 #pragma once
 
-#include <array>
-#include <type_traits>
-#include <utility>
-
-#include "client/ctl/fields.h"
+#include "client/ctl/field_table.h"
 #include "tessel/address.h"
+#include "tessel/bond.h"
 #include "tessel/broadcast_arp.h"
 #include "tessel/conflict.h"
 #include "tessel/dhcp.h"
@@ -15,61 +12,18 @@
 #include "tessel/log.h"
 #include "tessel/mac.h"
 #include "tessel/mtu.h"
+#include "tessel/ntp.h"
+#include "tessel/ping.h"
+#include "tessel/pppoe.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
+#include "tessel/router.h"
 #include "tessel/service.h"
+#include "tessel/traceroute.h"
 #include "tessel/traffic.h"
+#include "tessel/web.h"
 
 namespace tessel::ctl {
-
-// What a member's type says about its meaning.
-template <typename Member>
-constexpr Kind KindOf() {
-    if (std::is_same_v<Member, TNetGateway>) return Kind::kAddress;
-    if (std::is_same_v<Member, TNetIpAddr>) return Kind::kPrefixed;
-    if (std::is_same_v<Member, u8[6]>) return Kind::kMac;
-    if (std::is_array_v<Member>) return Kind::kText;
-    return std::is_signed_v<Member> ? Kind::kSigned : Kind::kUnsigned;
-}
-
-template <std::size_t kFields>
-struct FieldTable {
-    std::string_view name;
-    std::size_t bytes;
-    std::array<Field, kFields> fields;
-    constexpr operator Record() const {  // NOLINT(google-explicit-constructor): a table stands for its record
-        return {name, bytes, fields};
-    }
-};
-
-// Text up to the payload's end.
-constexpr Field Tail(std::string_view name, std::size_t recordBytes) {
-    return {.name = name, .member = {}, .kind = Kind::kTail, .offset = recordBytes, .bytes = 0};
-}
-
-// The interface that an element of a list is about, by its place.
-constexpr Field Position(std::string_view name, std::span<const Word> words) {
-    return {.name = name, .member = {}, .kind = Kind::kPosition, .offset = 0, .bytes = 0, .other = 0, .words = words};
-}
-
-// Offsets and sizes are those of the records' own declarations. R is the record that RECORD stands for.
-#define MEMBER_TYPE(member) decltype(std::declval<R&>().member)
-#define KIND(name, kind, member, ...)                                                      \
-    Field {                                                                                \
-        name, #member, kind, offsetof(R, member), sizeof(MEMBER_TYPE(member)), __VA_ARGS__ \
-    }
-#define MEMBER(name, member)       KIND(name, KindOf<MEMBER_TYPE(member)>(), member, )
-#define WORDS(name, member, words) KIND(name, KindOf<MEMBER_TYPE(member)>(), member, 0, words)
-#define LIST(name, member, count, ...)                                                                           \
-    Field {                                                                                                      \
-        name, #member, Kind::kList, offsetof(R, member), sizeof(std::declval<R&>().member[0]), count, {},        \
-            std::extent_v<MEMBER_TYPE(member)>, KindOf<std::remove_extent_t<MEMBER_TYPE(member)>>(), __VA_ARGS__ \
-    }
-#define RECORD(record, ...)                                             \
-    [] {                                                                \
-        using R = record;                                               \
-        return FieldTable{#record, sizeof(R), std::array{__VA_ARGS__}}; \
-    }()
 
 inline constexpr Word kFamilies[] = {{2, "inet"}, {10, "inet6"}, {11, "both"}};
 inline constexpr Word kShownFamilies[] = {{0, "inet"}, {1, "inet6"}};
@@ -175,6 +129,48 @@ inline constexpr auto kDhcpsStart =
 inline constexpr auto kDhcps =
     RECORD(TNetDhcpsReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
 inline constexpr auto kAnnounce = RECORD(TNetBroadcastArpReq, KIND("address", Kind::kIpv4, dwTargetIp, ));
+
+// Time, links and the web server. A password is shown to nobody.
+inline constexpr auto kNtpcStart =
+    RECORD(TNetNtpcStartReq, MEMBER("address", tServer), WORDS("family", tServer.wSinFamily, kFamilies),
+           MEMBER("interval_s", dwSyncTimeInterval));
+inline constexpr auto kNtpcStop = RECORD(TNetNtpcStopReq, WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kNtpcCheck =
+    RECORD(TNetNtpcCheckReq, MEMBER("address", tServer), WORDS("family", tServer.wSinFamily, kFamilies));
+inline constexpr auto kNtpcSynced = RECORD(TNetNtpcSynced, MEMBER("deviation_s", nTimeDeviation));
+inline constexpr auto kPppoeStart =
+    RECORD(TNetPppoeStartReq, MEMBER("interface", tConf.achDevName), WORDS("family", wSinFamily, kFamilies),
+           MEMBER("user", tConf.achUser), MEMBER("service", tConf.achService), MEMBER("persist", tConf.dwPersist),
+           MEMBER("debug", tConf.dwDebug), MEMBER("holdoff_s", tConf.dwHoldoff),
+           MEMBER("echo_interval_s", tConf.dwLcpEchoInterval), MEMBER("echo_failure", tConf.dwLcpEchoFailure),
+           MEMBER("maxfail", tConf.dwMaxfail));
+inline constexpr auto kPppoeStop = RECORD(TNetPppoeStopReq, WORDS("family", wSinFamily, kFamilies));
+inline constexpr Record kWebsStart{"TNetWebsStartReq", sizeof(TNetWebsStartReq), {}};
+inline constexpr auto kBondStart = RECORD(TNetBondStartHead, MEMBER("bytes", nSendLen), MEMBER("mode", dwBondMode),
+                                          MEMBER("path_bytes", nBondPathLen));
+
+// Probes
+inline constexpr auto kPingStart =
+    RECORD(TNetPingStartReq, MEMBER("address", tTarget), WORDS("family", tTarget.wSinFamily, kFamilies),
+           MEMBER("size", dwPacketSize), MEMBER("timeout_s", dwTimeout), MEMBER("ttl", dwTtl), MEMBER("count", dwCount),
+           MEMBER("id", nUserId));
+inline constexpr auto kPingStop = RECORD(TNetPingStopReq, MEMBER("id", nUserId));
+inline constexpr auto kPingResult =
+    RECORD(TNetPingResult, MEMBER("id", nUserId), MEMBER("seq", dwSeq), MEMBER("ttl", dwTtl), MEMBER("rtt_us", dwTime),
+           KIND("last", Kind::kFlag, dwLast, 1));
+inline constexpr auto kTraceStart =
+    RECORD(TNetTracerouteStartReq, MEMBER("address", tTarget), WORDS("family", tTarget.wSinFamily, kFamilies),
+           MEMBER("hops", dwMaxHops), MEMBER("id", nUserId));
+inline constexpr auto kTraceStop = RECORD(TNetTracerouteStopReq, MEMBER("id", nUserId));
+inline constexpr auto kTraceResult =
+    RECORD(TNetTracerouteResult, MEMBER("id", nUserId), MEMBER("hop", dwHop), MEMBER("address", tHop),
+           MEMBER("rtt_us", dwTime), KIND("last", Kind::kFlag, dwLast, 1));
+inline constexpr auto kRouterStart =
+    RECORD(TNetRouterStartReq, MEMBER("interface", achDevName), MEMBER("id", nUserId), MEMBER("pid", nPid));
+inline constexpr auto kRouterStop = RECORD(TNetRouterStopReq, MEMBER("interface", achDevName));
+inline constexpr auto kRouterReport =
+    RECORD(TNetRouterNotify, MEMBER("interface", achDevName),
+           LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)), MEMBER("gateway", tGateway));
 
 // Firewall
 inline constexpr auto kIpFilter =

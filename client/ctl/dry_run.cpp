@@ -78,24 +78,24 @@ ToolAnswer DryRun::Answer(const std::string& line) {
     const bool isOfRule = words.size() > 2 && (words[1] == "-C" || words[1] == "-D");
     if (isOfRule && (words[0] == "iptables" || words[0] == "ip6tables")) {
         const bool isThere = HasRule(words);
-        if (words[1] == "-D") changes_.push_back(words);
+        if (words[1] == "-D") changes_.insert(changes_.begin(), words);
         return {.output = "", .status = isThere ? 0 : 1};
     }
     if (IsShow(words)) {
         const CapturedTool shown = CaptureTool(words);
         return {.output = shown.text + shown.problem, .status = shown.isDone ? 0 : 1};
     }
-    changes_.push_back(words);
+    changes_.insert(changes_.begin(), words);
     return {};
 }
 
 // Whether the packet filter will have a rule by then: the last change decides, without one the kernel.
 bool DryRun::HasRule(Words rule) const {
-    for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
-        if (change->front() != rule[0]) continue;
-        const bool isFlush = std::find(change->begin(), change->end(), "-F") != change->end();
-        if (isFlush && change->back() == rule[2]) return false;
-        if (std::equal(change->begin() + 2, change->end(), rule.begin() + 2, rule.end())) return (*change)[1] != "-D";
+    for (const Words& change : changes_) {
+        if (change.front() != rule[0]) continue;
+        const bool isFlush = std::find(change.begin(), change.end(), "-F") != change.end();
+        if (isFlush && change.back() == rule[2]) return false;
+        if (std::equal(change.begin() + 2, change.end(), rule.begin() + 2, rule.end())) return change[1] != "-D";
     }
     rule[1] = "-C";
     return CaptureTool(rule).isDone;

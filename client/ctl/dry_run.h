@@ -28,7 +28,7 @@ class DryRun {
     [[nodiscard]] ToolAnswer Answer(const std::string& line);
     [[nodiscard]] bool HasRule(Words rule) const;
 
-    std::vector<Words> changes_;
+    std::vector<Words> changes_;  // the last one first
 };
 
 }  // namespace tessel::ctl

@@ -34,6 +34,9 @@ struct FieldTable {
     }
 };
 
+template <std::size_t kFields>
+FieldTable(std::string_view, std::size_t, std::array<Field, kFields>) -> FieldTable<kFields>;
+
 // Text up to the payload's end.
 constexpr Field Tail(std::string_view name, std::size_t recordBytes) {
     return {.name = name, .member = {}, .kind = Kind::kTail, .offset = recordBytes, .bytes = 0};

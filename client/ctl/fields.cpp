@@ -195,10 +195,12 @@ void AddFields(const Record& record, std::string_view before, Table& table) {
     for (const Field& field : fields) {
         std::string words;
         for (const Word& word : field.words)
-            if (!word.text.empty())
-                words += fmt::format("{}{} {}", words.empty() ? ": " : ", ", word.number, word.text);
+            words +=
+                fmt::format("{}{} {}", words.empty() ? ": " : ", ", word.number, word.text.empty() ? "-" : word.text);
         table.rows.push_back(
             {{}, {fmt::format("{}{:>4}  {:<10} {}{}", before, field.offset, TypeText(field), field.name, words)}});
+        if (!field.elementFields.empty())
+            AddFields({{}, 0, field.elementFields}, std::string(before) + "      ", table);
     }
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "client/ctl/commands.h"
-#include "tests/support/files.h"
 #include "tests/unit/ctl_run.h"
 #include <nlohmann/json.hpp>
 
@@ -67,10 +66,12 @@ TEST(Tool, ADryRunChangesNothingAndAsksForPrioritiesAlone) {
     EXPECT_NE(access("/tmp/tesseldebug", F_OK), 0);
     for (const SeenRequest& request : daemon.Requests())
         EXPECT_EQ(request.type, TESSEL_CMD_PRIORITY_GET);
-    EXPECT_EQ(RunLine("addr show dev eth0 -n -6").out,
-              "request  0x115 addr_get   interface eth0   family inet6, 18 bytes\n"
-              "runs     ip -6 addr show dev eth0\n");
-    ExpectAll({{"-n service stop ssh", 0, "note     the daemon kills every process of that name"}});
+    ExpectAll({{"addr show dev eth0 -n -6", 0,
+                "interface eth0   family inet6, 18 bytes\nruns     ip -6 addr show dev eth0\n"},
+               {"-n route metric 2001:db8:9::/48 via fe80::1 dev eth0 7", 0,
+                "route del 2001:db8:9::/48 via fe80::1 dev eth0\nruns     ip -6 route add 2001:db8:9::/48 via fe80::1 "
+                "dev eth0 metric 7\n"},
+               {"-n service stop ssh", 0, "note     the daemon kills every process of that name"}});
 }
 
 TEST(Tool, WithoutADaemonExits3) {

@@ -226,12 +226,10 @@ TEST(ConflictWatch, OutlivesTheDaemon) {
 }
 
 TEST(ConflictWatch, ADryRunListensToNothing) {
-    EXPECT_EQ(RunLine("conflict watch -n -4").out,
-              "request  0x119 conflict_start   family inet, 2 bytes\n"
-              "note     the daemon switches reports on\n"
-              "request  0x11A conflict_stop   family inet, 2 bytes\n"
-              "note     the daemon switches reports off\n"
-              "here     listens under ipc_ip_conflict until interrupted\n");
+    ExpectAll(
+        {{"conflict watch -n -4", 0,
+          "switches reports on\nrequest  0x11A conflict_stop   family inet, 2 bytes\nnote     the daemon switches "
+          "reports off\nhere     listens under ipc_ip_conflict until interrupted\n"}});
     EXPECT_FALSE(IsThere(TESSEL_SOCKET_IP_CONFLICT));
 }
 

@@ -244,12 +244,6 @@ TEST_F(Routes, AreRefusedBeforeAnythingIsSent) {
     EXPECT_TRUE(daemon.Requests().empty());
 }
 
-TEST_F(Routes, ADryRunShowsWhatTheDaemonWouldRun) {
-    ExpectAll({{"-n route metric 2001:db8:9::/48 via fe80::1 dev eth0 7", 0,
-                "runs     ip -6 route del 2001:db8:9::/48 via fe80::1 dev eth0\n"
-                "runs     ip -6 route add 2001:db8:9::/48 via fe80::1 dev eth0 metric 7\n"}});
-}
-
 // A process with a network of its own that answers requests until this ends.
 class ForeignDaemon {
   public:

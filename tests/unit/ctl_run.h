@@ -160,8 +160,8 @@ inline std::string DeviceAnswer(const SeenRequest& request) {
 inline std::string FailingAnswer(const SeenRequest& request) {
     const ctl::Message* message = ctl::FindMessage(request.type);
     const IpcMsgHead head{.type = 0, .size = static_cast<i32>(message->reply.bytes), .flag = 0};
-    const std::string result = Number(request.type == TESSEL_CMD_PRIORITY_GET ? 0 : 0xFFFFFFFF);
-    return std::string(Bytes(head)) + Padded(result, message->reply.bytes);
+    return std::string(Bytes(head)) +
+           Padded(Number(request.type == TESSEL_CMD_PRIORITY_GET ? 0 : 0xFFFFFFFF), message->reply.bytes);
 }
 
 }  // namespace tessel::test

@@ -35,7 +35,8 @@ constexpr char kBond[] = "bond0";
 constexpr char kFlushWords[] = "BondStart flush cmd";
 constexpr char kDownWords[] = "BondStop down";
 
-static_assert(sizeof(g_achNicBuf) > (TESSEL_BOND_INTERFACES_MAX + 1) * TESSEL_NAME_SIZE, "names and blanks fit");
+static_assert(sizeof(g_achNicBuf) > (TESSEL_BOND_INTERFACES_MAX + 1) * std::size_t{TESSEL_NAME_SIZE},
+              "names and blanks fit");
 
 // Runs a line and logs it behind `words` (null: not at all). False, with a log line, when it fails.
 bool RunStep(const CommandLine& line, const char* words) {

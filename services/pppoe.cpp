@@ -66,7 +66,7 @@ class ShellWord {
   public:
     explicit ShellWord(const ConfText& text) {
         if (IsPlain(text.Get())) {
-            strcpy(text_, text.Get());
+            memcpy(text_, text.Get(), strlen(text.Get()));
             return;
         }
         char* end = text_;

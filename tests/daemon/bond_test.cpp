@@ -1,33 +1,27 @@
 // The bond: what a request makes of it, step by step, and what becomes of it when a step fails.
 #include "services/bond.h"
 
-#include "tests/support/bond.h"
+#include "tests/support/link_requests.h"
 #include "tests/support/logged.h"
 
 namespace tessel::test {
 namespace {
 
-constexpr u32 kStart = 0xF01;
-constexpr u32 kStop = 0xF02;
-constexpr char kMode[] = "sh -c echo \"active-backup 3\"  > /sys/devices/virtual/net/bond0/bonding/mode";
-
 using testing::ContainsRegex;
 using testing::EndsWith;
 
-using Lines = std::vector<std::string>;
-
-// With the active interface eth1 among eth0, eth1 and eth10.
-const Lines kStartLines = {"ifconfig eth0 up",       "ifconfig bond0 down",       kMode,
-                           "ifconfig bond0 up",      "ifenslave bond0 eth1 eth0", "ip addr flush dev eth0",
-                           "ip addr flush dev eth1", "ip addr flush dev eth10"};
-const Lines kStopLines = {
+constexpr u32 kStart = 0xF01;
+constexpr u32 kStop = 0xF02;
+constexpr char kMode[] = "sh -c echo \"active-backup 3\"  > /sys/devices/virtual/net/bond0/bonding/mode";
+const std::vector<std::string> kStartSteps = {
+    "ifconfig eth0 up",       "ifconfig bond0 down",       kMode,
+    "ifconfig bond0 up",      "ifenslave bond0 eth1 eth0", "ip addr flush dev eth0",
+    "ip addr flush dev eth1", "ip addr flush dev eth10"};
+const std::vector<std::string> kStopSteps = {
     "ifenslave -d bond0 eth1 eth0", "ip addr flush dev bond0", "ifconfig bond0 down",    "ifconfig eth0 up",
     "ip addr flush dev eth0",       "ifconfig eth1 up",        "ip addr flush dev eth1", "ifconfig eth10 up",
     "ip addr flush dev eth10"};
-
-std::string Request() {
-    return BondRequest(BondParts({"eth0", "eth1", "eth10"}, "eth1"));
-}
+const std::string kRequest = WithLength(BondParts({"eth0", "eth1", "eth10"}, "eth1"));
 
 class Bond : public testing::Test {
   protected:
@@ -35,53 +29,59 @@ class Bond : public testing::Test {
         g_dwBondStatus = 0;
         g_tBondParam = {};
     }
-    // What is run up to the step that fails, whose line the log has.
+    // What a command runs up to its step that fails.
     std::string FailAt(const std::string& step, u32 type, const std::string& request) {
         tools.Fail({step.c_str()});
-        (void)tools.TakeLog();
         EXPECT_EQ(tools.Status(type, request), -1) << step;
-        const std::string program = step.substr(0, step.find(' '));
-        EXPECT_THAT(tools.TakeLog(), ContainsRegex("exec_cmd " + program + " " + step + "  ?error!")) << step;
+        const std::string line = step.substr(0, step.find(' ')) + " " + step;
+        EXPECT_THAT(tools.TakeLog(), ContainsRegex("; BondSt[artop]+: exec_cmd " + line + " ? error!; ")) << step;
         tools.Answer(step, "");
         return Joined(tools.TakeRuns());
+    }
+    void Refuse(const std::string& request, const std::string& line, bool hasAnswer) {
+        EXPECT_EQ(tools.Request(kStart, request).has_value(), hasAnswer) << request.size();
+        EXPECT_THAT(tools.TakeLog(), EndsWith(line + (hasAnswer ? "; ApidBondStart: BondStart error!" : "")));
+        EXPECT_EQ(Joined(tools.TakeRuns()), "") << request.size();
+        EXPECT_EQ(g_tBondParam.dwIfaceNum, 0U) << request.size();
     }
     LoggedTools tools{4};
 };
 
 TEST_F(Bond, IsMadeAndUndone) {
     tools.Check({
-        {"none to stop", {kStop, ""}, 0, "", "BondStop: the bond has stopped!"},
         {"start",
-         {kStart, Request()},
+         {kStart, kRequest},
          0,
-         Joined(kStartLines),
-         "ApidBondStart: nSendLen : 56; dwBondMode : 3; nBondPathLen : 3; xmalloc: type=3:[+]; ApidBondStart: "
-         "tBondParam.pchBondPath : /x; tBondParam.dwIfaceNum : 3; 0 nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: "
-         "tBondParam.achIface[0] : eth0; 1 nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: tBondParam.achIface[1] : "
-         "eth1; 2 nIfaceLen : 6; xmalloc: type=3:[+]; ApidBondStart: tBondParam.achIface[2] : eth10; active interface "
+         Joined(kStartSteps),
+         "ApidBondStart: nSendLen : 54; dwBondMode : 3; nBondPathLen : 1; xmalloc: type=3:[+]; ApidBondStart: "
+         "tBondParam.pchBondPath : ; tBondParam.dwIfaceNum : 3; 0 nIfaceLen : 5; xmalloc: type=3:[+]; "
+         "ApidBondStart: "
+         "tBondParam.achIface[0] : eth0; 1 nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: "
+         "tBondParam.achIface[1] : "
+         "eth1; 2 nIfaceLen : 6; xmalloc: type=3:[+]; ApidBondStart: tBondParam.achIface[2] : eth10; active "
+         "interface "
          "nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: tBondParam.pchActiveIface : eth1; bond start...!; "
-         "BondStart: achNicBuf :  eth1; achNicBuf :  eth1 eth0; BondStart flush cmd : ifconfig ifconfig eth0 up ; "
+         "BondStart: achNicBuf :  eth1; achNicBuf :  eth1 eth0; BondStart flush cmd : ifconfig ifconfig eth0 "
+         "up ; "
          "BondStop down : ifconfig ifconfig bond0 down; BondStart cmd : echo \"active-backup 3\"  > "
-         "/sys/devices/virtual/net/bond0/bonding/mode; BondStart up : ifconfig ifconfig bond0 up; BondStart ifenslave "
-         "cmd : ifenslave ifenslave bond0 eth1 eth0; BondStart flush cmd : ip ip addr flush dev eth0; BondStart flush "
+         "/sys/devices/virtual/net/bond0/bonding/mode; BondStart up : ifconfig ifconfig bond0 up; BondStart "
+         "ifenslave "
+         "cmd : ifenslave ifenslave bond0 eth1 eth0; BondStart flush cmd : ip ip addr flush dev eth0; "
+         "BondStart flush "
          "cmd : ip ip addr flush dev eth1; BondStart flush cmd : ip ip addr flush dev eth10"},
-    });
-    EXPECT_EQ(g_dwBondStatus, 1U);
-    EXPECT_STREQ(g_tBondParam.pchBondPath.get(), "/x");
-    EXPECT_EQ(tools.Status(kStart, BondRequest(BondParts({"e0", "e1", "e2", "e3", "e4"}, "e"))), -1);
-    EXPECT_THAT(tools.TakeLog(), EndsWith("BondStart: the bond has started!; ApidBondStart: BondStart error!"));
-    tools.Check({
         {"stop",
          {kStop, "x"},
          0,
-         Joined(kStopLines),
-         "BondStop: BondStop ifenslave cmd : ifenslave ifenslave -d bond0 eth1 eth0; BondStart flush cmd : ip ip addr "
-         "flush dev bond0; BondStop down : ifconfig ifconfig bond0 down; BondStart ifconfig cmd : ifconfig ifconfig "
-         "eth0 "
-         "up; BondStart ifconfig cmd : ifconfig ifconfig eth1 up; BondStart ifconfig cmd : ifconfig ifconfig eth10 up"},
+         Joined(kStopSteps),
+         "BondStop: BondStop ifenslave cmd : ifenslave ifenslave -d bond0 eth1 eth0; BondStart flush cmd : ip "
+         "ip addr "
+         "flush dev bond0; BondStop down : ifconfig ifconfig bond0 down; BondStart ifconfig cmd : ifconfig "
+         "ifconfig eth0 "
+         "up; BondStart ifconfig cmd : ifconfig ifconfig eth1 up; BondStart ifconfig cmd : ifconfig ifconfig "
+         "eth10 up"},
         {"stop again", {kStop, ""}, 0, "", "BondStop: the bond has stopped!"},
         {"a large mode",
-         {kStart, BondRequest(BondParts({}, "e0", "", ~0U))},
+         {kStart, WithLength(BondParts({}, "e0", ~0U))},
          0,
          "ifconfig bond0 down; sh -c echo \"active-backup -1\"  > /sys/devices/virtual/net/bond0/bonding/mode; "
          "ifconfig "
@@ -90,83 +90,60 @@ TEST_F(Bond, IsMadeAndUndone) {
 }
 
 TEST_F(Bond, StepsThatFail) {
-    Lines expected;
-    for (const std::string& step : kStartLines) {
-        expected.push_back(step);
+    std::string run;
+    for (const std::string& step : kStartSteps) {
+        run += (run.empty() ? "" : "; ") + step;
         if (step == kMode) continue;
-        const bool isFlush = step.starts_with("ip addr flush");
-        const std::string release = isFlush ? "; ifenslave -d bond0 eth1 eth0" : "";
-        EXPECT_EQ(FailAt(step, kStart, Request()), Joined(expected) + release);
-        EXPECT_EQ(g_dwBondStatus, 0U) << step;
-        EXPECT_EQ(g_tBondParam.dwIfaceNum, step == "ifconfig bond0 down" ? 3U : 0U) << step;
+        EXPECT_EQ(FailAt(step, kStart, kRequest), run + (step.starts_with("ip ") ? "; " + kStopSteps[0] : ""));
         EXPECT_EQ(g_tBondParam.pchBondPath != nullptr, step == "ifconfig bond0 down") << step;
-        EXPECT_EQ(tools.Status(kStop, ""), 0) << "down: " << step;
-        EXPECT_EQ(Joined(tools.TakeRuns()), "");
+        EXPECT_EQ(tools.Status(kStop, ""), 0) << step;
+        EXPECT_EQ(tools.TakeLog(), "BondStop: the bond has stopped!") << step;
     }
     tools.Fail({kMode});
-    EXPECT_EQ(tools.Status(kStart, Request()), 0) << "what becomes of the mode is not looked at";
+    EXPECT_EQ(tools.Status(kStart, kRequest), 0) << "what becomes of the mode is not looked at";
     (void)tools.TakeRuns();
-    expected.clear();
-    for (const std::string& step : kStopLines) {
-        expected.push_back(step);
-        EXPECT_EQ(FailAt(step, kStop, ""), Joined(expected));
-        EXPECT_EQ(tools.Status(kStart, Request()), -1) << "still up: " << step;
-        EXPECT_EQ(Joined(tools.TakeRuns()), "");
+    run.clear();
+    for (const std::string& step : kStopSteps) {
+        run += (run.empty() ? "" : "; ") + step;
+        EXPECT_EQ(FailAt(step, kStop, ""), run);
+        EXPECT_EQ(tools.Status(kStart, WithLength(BondParts({"0", "1", "2", "3", "4"}, "0"))), -1) << step;
+        EXPECT_THAT(tools.TakeLog(), EndsWith("the bond has started!; ApidBondStart: BondStart error!")) << step;
     }
-    EXPECT_EQ(tools.Status(kStop, ""), 0);
-    EXPECT_EQ(tools.Status(kStart, Request()), 0);
+    tools.Check({{"stop", {kStop, ""}, 0, run}, {"start", {kStart, kRequest}, 0, Joined(kStartSteps)}});
 }
 
 TEST_F(Bond, RequestsOfAnotherLengthGetNoAnswer) {
-    const std::string whole = Request();
-    std::vector<std::string> requests = {Number(0), Number(~0U), Number(57) + whole.substr(4), whole + '\0'};
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-        requests.push_back(whole.substr(0, size));
-        if (size >= sizeof(u32)) requests.push_back(BondRequest(whole.substr(4, size - 4)));
+    const std::string line = "the receive buffer size is error!";
+    for (std::size_t size = 0; size < kRequest.size(); ++size) {
+        Refuse(kRequest.substr(0, size), line, false);
+        if (size >= sizeof(u32)) Refuse(WithLength(kRequest.substr(4, size - 4)), line, false);
     }
-    // The lengths of the path, the names and the active one; all more than there is.
-    for (const std::size_t at : {8, 19, 28, 37, 47}) {
+    Refuse(kRequest + '\0', line, false);
+    // The total, and the lengths of the path, the names and the active one: all more than there is.
+    for (const std::size_t at : {0, 8, 17, 26, 35, 45}) {
         for (const u32 length : {0x100U, 3060U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFCU, 0xFFFFFFFFU})
-            requests.push_back(std::string(whole).replace(at, 4, Number(length)));
+            Refuse(std::string(kRequest).replace(at, 4, Number(length)), line, false);
     }
-    for (const std::string& request : requests) {
-        EXPECT_EQ(tools.Request(kStart, request), std::nullopt) << request.size();
-        EXPECT_THAT(tools.TakeLog(), EndsWith("the receive buffer size is error!")) << request.size();
-        EXPECT_EQ(Joined(tools.TakeRuns()), "") << request.size();
-    }
-    EXPECT_EQ(tools.Status(kStart, BondRequest(whole.substr(4) + '\0')), 0) << "bytes behind the parts";
+    EXPECT_EQ(tools.Status(kStart, WithLength(kRequest.substr(4) + '\0')), 0) << "bytes behind the parts";
 }
 
 TEST_F(Bond, OnlyFourInterfacesMakeOne) {
-    const auto parts = [](const std::string& name) { return BondParts({"eth0", name}, "eth0"); };
-    const std::string four = BondParts({"eth0", "eth1", "eth2", "eth3"}, "eth3");
-    const std::pair<std::string, const char*> refused[] = {
-        {BondParts({"e0", "e1", "e2", "e3", "e4"}, "e0"), "tessel support not more than 4 nic!"},
-        {std::string(four).replace(11, 4, Number(5)), "tessel support not more than 4 nic!"},
-        {std::string(four).replace(11, 4, Number(~0U)), "tessel support not more than 4 nic!"},
-        {parts(""), "the interface name [] is invalid!"},
-        {parts("-a"), "the interface name [-a] is invalid!"},
-        {parts("a b"), "the interface name [a b] is invalid!"},
-        {parts("sixteen-letters-"), "the interface name [sixteen-letters-] is invalid!"},
-        {parts(std::string(3000, 'e')), "] is invalid!"},
-        {BondParts({"eth0"}, "a/b"), "the interface name [a/b] is invalid!"},
-        {Number(3) + Number(0) + Number(1) + Sized("") + Sized(""), "the interface name [] is invalid!"},
-    };
-    for (const auto& [request, line] : refused) {
-        EXPECT_EQ(tools.Status(kStart, BondRequest(request)), -1) << line;
-        EXPECT_THAT(tools.TakeLog(), EndsWith(line + std::string("; ApidBondStart: BondStart error!")));
-        EXPECT_EQ(Joined(tools.TakeRuns()), "") << line;
-        EXPECT_EQ(g_tBondParam.dwIfaceNum, 0U) << line;
+    for (const u32 count : {5U, ~0U})
+        Refuse(WithLength(BondParts({}, "e").replace(9, 4, Number(count))), ": tessel support not more than 4 nic!",
+               true);
+    for (const std::string name : {"", "-a", "a b", "a/b", "sixteen-letters-"}) {
+        Refuse(WithLength(BondParts({"eth0", name}, "eth0")), ": the interface name [" + name + "] is invalid!", true);
+        Refuse(WithLength(BondParts({"eth0"}, name)), ": the interface name [" + name + "] is invalid!", true);
     }
+    Refuse(WithLength(Number(3) + Sized("") + Number(1) + Sized("") + Sized("")), "name [] is invalid!", true);
     const std::string unterminated =
         Number(3) + Sized("") + Number(2) + Sized("eth0") + Sized(std::string("eth1\0x", 6));
-    EXPECT_EQ(tools.Status(kStart, BondRequest(unterminated + Sized("eth1"))), 0);
+    EXPECT_EQ(tools.Status(kStart, WithLength(unterminated + Sized("eth1"))), 0);
     EXPECT_STREQ(g_achNicBuf, " eth1 eth0");
     EXPECT_EQ(tools.Status(kStop, ""), 0);
-    const auto longName = [](const char* end) { return "fourteen-lette" + std::string(end); };
-    EXPECT_EQ(tools.Status(kStart, BondRequest(BondParts({longName("0"), longName("1"), longName("2"), longName("3")},
-                                                         longName("4")))),
-              0);
+    const std::string name = "fourteen-lette";
+    const auto request = WithLength(BondParts({name + "0", name + "1", name + "2", name + "3"}, name + "4"));
+    EXPECT_EQ(tools.Status(kStart, request), 0);
     EXPECT_STREQ(g_achNicBuf, " fourteen-lette4 fourteen-lette0 fourteen-lette1 fourteen-lette2 fourteen-lette3");
 }
 

@@ -1,16 +1,13 @@
 // The DHCP server: what is written and run for it.
 #include "services/dhcp_server.h"
 
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <utility>
 
 #include "tests/support/dhcp_server.h"
 #include "tests/support/lines.h"
 #include "tests/support/noted.h"
+#include "tests/support/proc.h"
 
 ApiHandler ApidDhcpsStart;
 
@@ -146,22 +143,6 @@ TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
     for (const char* name : {"eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7", "eth8"})
         Serve(name);
 }
-
-// A process whose command line is a shell's, `program` and `word`.
-struct Process {
-    Process(const char* program, const char* word) {
-        const char* const words[] = {"sh", "-c", "kill -STOP $$", program, word, nullptr};
-        EXPECT_EQ(posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(words), environ), 0);
-        EXPECT_EQ(waitpid(pid, nullptr, WUNTRACED), pid);
-    }
-    ~Process() {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-    pid_t pid = 0;
-};
 
 TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
     const std::tuple<const char*, const char*, bool> rows[] = {

@@ -1,4 +1,4 @@
-// DHCP client programs that do nothing but stay and note what reaches them.
+// Programs of the daemon's services that do nothing but stay and note what reaches them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ class StandInClients {
     StandInClients() {
         char pattern[] = "/tmp/clients-XXXXXX";
         directory_ = mkdtemp(pattern);
-        for (const char* name : {"udhcpc", "udhcpc6", "udhcpd"})
+        for (const char* name : {"udhcpc", "udhcpc6", "udhcpd", "pppd"})
             WriteProgram(name, kClient);
         WriteProgram("kill", "#!/bin/sh\necho \"kill $*\" | sed 's/ [0-9]*$//' >> " + directory_ +
                                  "/noted\nexec /bin/kill \"$@\"\n");

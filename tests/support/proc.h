@@ -1,7 +1,12 @@
 // What processes have, counted in "/proc".
 #pragma once
 
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <string.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,5 +33,21 @@ inline std::ptrdiff_t CountWith(const std::string& folder, const char* file, con
 inline std::ptrdiff_t Threads(pid_t pid = getpid(), const std::string& name = "") {
     return CountWith("/proc/" + std::to_string(pid) + "/task", "comm", name);
 }
+
+// A process of the shell, or of a link to it, that has stopped and bears two words in its command line.
+struct Process {
+    Process(const char* program, const char* word, const char* path = "/bin/sh") {
+        const char* const words[] = {strrchr(path, '/') + 1, "-c", "kill -STOP $$", program, word, nullptr};
+        EXPECT_EQ(posix_spawn(&pid, path, nullptr, nullptr, const_cast<char**>(words), environ), 0);
+        EXPECT_EQ(waitpid(pid, nullptr, WUNTRACED), pid);
+    }
+    ~Process() {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    pid_t pid = 0;
+};
 
 }  // namespace tessel::test

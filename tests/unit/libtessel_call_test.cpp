@@ -5,9 +5,8 @@
 #include <cstring>
 
 #include "client/libtessel.h"
-#include "tests/support/bond.h"
 #include "tests/support/files.h"
-#include "tests/support/pppoe.h"
+#include "tests/support/link_requests.h"
 #include "tests/unit/libtessel_fake_daemon.h"
 
 namespace {
@@ -98,16 +97,11 @@ TEST_F(Call, WhatMeansNothingIsNeverSent) {
     const TNetPingStartReq ping{};
     EXPECT_EQ(tessel_ping_start(&ping), TESSEL_E_ARGUMENT);
     const char* const names[] = {"eth0", "eth1", "eth2", "two words", "eth4"};
-    const std::string path(3072, '/');
-    EXPECT_EQ(tessel_bond_start(0, names, 5, "eth0", nullptr), TESSEL_E_ARGUMENT);
-    EXPECT_EQ(tessel_bond_start(0, names, 4, "eth0", nullptr), TESSEL_E_ARGUMENT);
-    EXPECT_EQ(tessel_bond_start(0, names, 0, "eth0", nullptr), TESSEL_E_ARGUMENT);
-    EXPECT_EQ(tessel_bond_start(0, nullptr, 1, "eth0", nullptr), TESSEL_E_ARGUMENT);
+    for (const std::size_t count : {0, 4, 5})
+        EXPECT_EQ(tessel_bond_start(0, names, count, "eth0", nullptr), TESSEL_E_ARGUMENT) << count;
     EXPECT_EQ(tessel_bond_start(0, names, 3, nullptr, nullptr), TESSEL_E_ARGUMENT);
-    EXPECT_EQ(tessel_bond_start(0, names, 3, "eth0", path.c_str() + 3), TESSEL_E_ARGUMENT);
-    EXPECT_EQ(tessel_bond_start(0, names, 3, "eth0", path.c_str() + 40), TESSEL_E_ARGUMENT);
-    const TNetPppoeConf link = tessel::test::Link("", "", "", "sixteen-letters-");
-    EXPECT_EQ(tessel_pppoe_start(TESSEL_FAMILY_BOTH, &link), TESSEL_E_ARGUMENT);
+    for (const std::size_t bytes : {3032, 3069, 9999})
+        EXPECT_EQ(tessel_bond_start(0, names, 3, "eth0", std::string(bytes, '/').c_str()), TESSEL_E_ARGUMENT) << bytes;
     EXPECT_EQ(tessel_pppoe_stop(7), TESSEL_E_ARGUMENT);
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;
@@ -139,7 +133,11 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     EXPECT_EQ(tessel_ntp_start(&server, 60), TESSEL_OK);
     EXPECT_EQ(tessel_ntp_stop(2), TESSEL_OK);
     EXPECT_EQ(tessel_ntp_check(&server), TESSEL_OK);
-    const TNetPppoeConf link = tessel::test::Link("u", "p");
+    TNetPppoeConf link{};
+    link.achUser[0] = 'u';
+    link.dwMaxfail = 7;
+    EXPECT_EQ(tessel_pppoe_start(TESSEL_FAMILY_BOTH, &link), TESSEL_E_ARGUMENT) << "on no interface";
+    link.achDevName[0] = 'e';
     EXPECT_EQ(tessel_pppoe_start(TESSEL_FAMILY_BOTH, &link), TESSEL_OK);
     EXPECT_EQ(tessel_pppoe_stop(TESSEL_FAMILY_INET6), TESSEL_OK);
     const char* const names[] = {"eth0", "eth1"};
@@ -147,7 +145,6 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
     EXPECT_EQ(tessel_bond_stop(), TESSEL_OK);
     EXPECT_EQ(tessel_web_start(), TESSEL_OK);
     EXPECT_EQ(tessel_web_stop(), TESSEL_OK);
-    using tessel::test::BondParts;
     const std::pair<u32, std::string> expected[] = {
         {0x111, std::string("fifteen-letters\0\x78\x05\0\0", 20)},
         {0x126, std::string("ssh").append(13, '\0')},
@@ -159,9 +156,9 @@ TEST_F(Call, RequestsAreTheRecordsOfTheirCommands) {
         {0x901, std::string("\n\0\n\0\0\0\xfe", 7).append(15, '\0').append("<\0\0\0", 4)},
         {0x902, std::string("\2\0", 2)},
         {0x903, std::string("\n\0\0\0\xfe", 5).append(15, '\0')},
-        {0x601, tessel::test::DialRequest(11, link)},
+        {0x601, tessel::test::Dial(11, "u", "", "", "e", {0, 0, 0, 0, 0, 0, 7})},
         {0x602, std::string("\x0a\0", 2)},
-        {0xF01, tessel::test::BondRequest(BondParts({"eth0", "eth1"}, "eth1", "", 5))},
+        {0xF01, tessel::test::WithLength(tessel::test::BondParts({"eth0", "eth1"}, "eth1", 5))},
         {0xF02, ""},
         {0x301, std::string(4, '\0')},
         {0x302, ""}};

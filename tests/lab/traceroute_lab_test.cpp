@@ -135,9 +135,9 @@ TEST_F(TracerouteLab, EachProbeIsReported) {
     for (const char* text :
          {"TacerouteThread: the wSinFamily 7 is invalid!", "TracerouteStart: the nUserID 7 now is tracing!",
           "ApidTracerouteStop: TracerouteStop user 7 begin!; TracerouteStop: the nUserId 7 has been stopped!",
-          "Tracert4: tracert api server path : ipc_traceroute_7", "Recv: select timeout.",
-          "pIcmp->icmp_code = [1]", "Tracert4: the Tracert4 will return!", "Recv6: icmp type = 3",
-          "pIcmp->icmp_code = [0]", "Tracert6: the Tracert6 will return!", "sendto error{errno(101):"})
+          "Tracert4: tracert api server path : ipc_traceroute_7", "Recv: select timeout.", "pIcmp->icmp_code = [1]",
+          "Tracert4: the Tracert4 will return!", "Recv6: icmp type = 3", "pIcmp->icmp_code = [0]",
+          "Tracert6: the Tracert6 will return!", "sendto error{errno(101):"})
         EXPECT_THAT(log, HasSubstr(text));
 }
 

@@ -36,7 +36,14 @@ template <typename Reply, typename Request>
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
-// A command without a request record that answers with a status alone.
+// A record, the first `requestBytes` bytes of it, to a command that answers with a status alone.
+template <typename Request>
+[[nodiscard]] int CallForStatus(u32 code, const Request& request, std::size_t requestBytes = sizeof(Request)) {
+    TNetStatusReply reply;
+    return CallWithRecords(code, request, reply, requestBytes);
+}
+
+// The same without a record.
 [[nodiscard]] inline int CallForStatus(u32 code) {
     TNetStatusReply reply;
     const int error = Call(code, nullptr, 0, &reply, sizeof(reply));

@@ -6,6 +6,7 @@
 #include "client/libtessel.h"
 #include "client/request_fields.h"
 
+using tessel::CallForStatus;
 using tessel::CallWithRecords;
 using tessel::IsFamily;
 using tessel::IsFamilyOrBoth;
@@ -26,8 +27,7 @@ int ChangeAddress(u32 code, const char* interface, const TNetIpAddr* address) {
         return TESSEL_E_ARGUMENT;
     }
     request.tIp = *address;
-    TNetStatusReply reply;
-    return CallWithRecords(code, request, reply);
+    return CallForStatus(code, request);
 }
 
 }  // namespace
@@ -57,8 +57,7 @@ int tessel_addr_flush(const char* interface, int family) {
     TNetIpaddrFlushReq request{};
     if (!IsFamilyOrBoth(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
     request.wSinFamily = static_cast<u16>(family);
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_IPADDR_FLUSH, request, reply);
+    return CallForStatus(TESSEL_CMD_IPADDR_FLUSH, request);
 }
 
 int tessel_addr_set(const char* interface, int family, const TNetIfaceIp* list) {
@@ -73,8 +72,7 @@ int tessel_addr_set(const char* interface, int family, const TNetIfaceIp* list) 
     }
     request.wSinFamily = static_cast<u16>(family);
     request.tIfaceIp = *list;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_IPADDR_SET, request, reply);
+    return CallForStatus(TESSEL_CMD_IPADDR_SET, request);
 }
 
 int tessel_addr_show(const char* interface, ipaddr_show_info* info) {
@@ -101,8 +99,7 @@ int tessel_mac_set(const char* interface, const uint8_t mac[6]) {
     TNetMacaddrSetReq request{};
     if (mac == nullptr || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
     memcpy(request.abyMac, mac, sizeof(request.abyMac));
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_MACADDR_SET, request, reply);
+    return CallForStatus(TESSEL_CMD_MACADDR_SET, request);
 }
 
 int tessel_mtu_get(const char* interface, uint32_t* mtu) {
@@ -118,6 +115,5 @@ int tessel_mtu_set(const char* interface, uint32_t mtu) {
     TNetMtuSetReq request{};
     if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
     request.dwMtu = mtu;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_MTU_SET, request, reply);
+    return CallForStatus(TESSEL_CMD_MTU_SET, request);
 }

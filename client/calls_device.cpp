@@ -6,7 +6,7 @@
 #include "client/request_fields.h"
 #include "core/log_control.h"
 
-using tessel::CallWithRecords;
+using tessel::CallForStatus;
 using tessel::StoreName;
 
 namespace {
@@ -26,24 +26,21 @@ template <std::size_t kFieldBytes>
 int tessel_service_stop(const char* name) {
     TNetServiceStopReq request{};
     if (!StoreName(request.achServiceName, name)) return TESSEL_E_ARGUMENT;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_SERVICE_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_SERVICE_STOP, request);
 }
 
 int tessel_web_start(void) {
     const TNetWebsStartReq request{.dwReserved = 0};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_WEBS_START, request, reply);
+    return CallForStatus(TESSEL_CMD_WEBS_START, request);
 }
 
 int tessel_web_stop(void) {
-    return tessel::CallForStatus(TESSEL_CMD_WEBS_STOP);
+    return CallForStatus(TESSEL_CMD_WEBS_STOP);
 }
 
 int tessel_log_level_set(int32_t level) {
     const TNetLogLevelReq request{.nLevel = level};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_LOG_LEVEL, request, reply);
+    return CallForStatus(TESSEL_CMD_LOG_LEVEL, request);
 }
 
 int tessel_log_file(int code, const char* lib_path, const char* daemon_path) {
@@ -57,19 +54,17 @@ int tessel_log_file(int code, const char* lib_path, const char* daemon_path) {
     // Does nothing for the codes that concern the daemon alone.
     if (LogLibFileManage(&request) != 0) return TESSEL_E_SYSTEM;
     if (!concernsDaemon) return TESSEL_OK;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_LOG_FILE, request, reply);
+    return CallForStatus(TESSEL_CMD_LOG_FILE, request);
 }
 
 int tessel_traffic_start(uint32_t interval) {
     if (interval == 0) return TESSEL_E_ARGUMENT;
     const TNetStatStartReq request{.dwInterval = interval};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_STAT_START, request, reply);
+    return CallForStatus(TESSEL_CMD_STAT_START, request);
 }
 
 int tessel_traffic_stop(void) {
-    return tessel::CallForStatus(TESSEL_CMD_STAT_STOP);
+    return CallForStatus(TESSEL_CMD_STAT_STOP);
 }
 
 int tessel_event_traffic(const tessel_event* event, tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]) {

@@ -5,7 +5,7 @@
 #include "client/libtessel.h"
 #include "client/request_fields.h"
 
-using tessel::CallWithRecords;
+using tessel::CallForStatus;
 using tessel::StoreName;
 
 int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t pid) {
@@ -14,16 +14,14 @@ int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t 
     request.wSinFamily = static_cast<u16>(family);
     request.wDnsDynmic = with_dns != 0 ? 1 : 0;
     request.nPid = pid;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_DHCPC_START_EX, request, reply);
+    return CallForStatus(TESSEL_CMD_DHCPC_START_EX, request);
 }
 
 int tessel_dhcpc_stop(int family, const char* interface) {
     TNetDhcpcReq request{};
     if (!tessel::IsFamily(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
     request.wSinFamily = static_cast<u16>(family);
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_DHCPC_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_DHCPC_STOP, request);
 }
 
 int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease) {
@@ -38,15 +36,13 @@ int tessel_dhcpd_start(const char* interface, const TNetDhcpsConf* conf) {
         conf->dwDnsNum > TESSEL_DHCP_DNS_MAX) {
         return TESSEL_E_ARGUMENT;
     }
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_DHCPS_START, request, reply);
+    return CallForStatus(TESSEL_CMD_DHCPS_START, request);
 }
 
 int tessel_dhcpd_stop(const char* interface) {
     TNetDhcpsReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET};
     if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_DHCPS_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_DHCPS_STOP, request);
 }
 
 int tessel_dhcpd_status(const char* interface, int* is_serving) {
@@ -59,5 +55,5 @@ int tessel_dhcpd_status(const char* interface, int* is_serving) {
 }
 
 int tessel_dhcpd_stop_all(void) {
-    return tessel::CallForStatus(TESSEL_CMD_DHCPS_STOP_ALL);
+    return CallForStatus(TESSEL_CMD_DHCPS_STOP_ALL);
 }

@@ -5,7 +5,7 @@
 #include "client/libtessel.h"
 #include "client/request_fields.h"
 
-using tessel::CallWithRecords;
+using tessel::CallForStatus;
 using tessel::IsFamilyOrBoth;
 using tessel::StoreName;
 
@@ -35,8 +35,7 @@ class BondRequest {
     [[nodiscard]] int Send() {
         const i32 size = static_cast<i32>(size_);
         memcpy(bytes_ + offsetof(TNetBondStartHead, nSendLen), &size, sizeof(size));
-        TNetStatusReply reply;
-        return CallWithRecords(TESSEL_CMD_BOND_START, bytes_, reply, size_);
+        return CallForStatus(TESSEL_CMD_BOND_START, bytes_, size_);
     }
 
   private:
@@ -54,15 +53,13 @@ int tessel_pppoe_start(int family, const TNetPppoeConf* conf) {
         return TESSEL_E_ARGUMENT;
     }
     const TNetPppoeStartReq request{.wSinFamily = static_cast<u16>(family), .tConf = *conf};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_PPPOE_START, request, reply);
+    return CallForStatus(TESSEL_CMD_PPPOE_START, request);
 }
 
 int tessel_pppoe_stop(int family) {
     if (!IsFamilyOrBoth(family)) return TESSEL_E_ARGUMENT;
     const TNetPppoeStopReq request{.wSinFamily = static_cast<u16>(family)};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_PPPOE_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_PPPOE_STOP, request);
 }
 
 int tessel_bond_start(uint32_t mode, const char* const* interfaces, size_t count, const char* active,
@@ -82,5 +79,5 @@ int tessel_bond_start(uint32_t mode, const char* const* interfaces, size_t count
 }
 
 int tessel_bond_stop(void) {
-    return tessel::CallForStatus(TESSEL_CMD_BOND_STOP);
+    return CallForStatus(TESSEL_CMD_BOND_STOP);
 }

@@ -4,28 +4,25 @@
 #include "client/libtessel.h"
 #include "client/request_fields.h"
 
-using tessel::CallWithRecords;
+using tessel::CallForStatus;
 
 int tessel_ntp_start(const TNetGateway* server, uint32_t interval) {
     if (!tessel::IsFamily(server->wSinFamily) || interval == 0) return TESSEL_E_ARGUMENT;
     const TNetNtpcStartReq request{
         .wSinFamily = server->wSinFamily, .tServer = *server, .dwSyncTimeInterval = interval};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_NTPC_START, request, reply);
+    return CallForStatus(TESSEL_CMD_NTPC_START, request);
 }
 
 int tessel_ntp_stop(int family) {
     if (!tessel::IsFamily(family)) return TESSEL_E_ARGUMENT;
     const TNetNtpcStopReq request{.wSinFamily = static_cast<u16>(family)};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_NTPC_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_NTPC_STOP, request);
 }
 
 int tessel_ntp_check(const TNetGateway* server) {
     if (!tessel::IsFamily(server->wSinFamily)) return TESSEL_E_ARGUMENT;
     const TNetNtpcCheckReq request{.tServer = *server};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_NTPC_CHECK, request, reply);
+    return CallForStatus(TESSEL_CMD_NTPC_CHECK, request);
 }
 
 int tessel_event_ntp(const tessel_event* event, int32_t* deviation) {

@@ -5,7 +5,7 @@
 #include "client/libtessel.h"
 #include "client/request_fields.h"
 
-using tessel::CallWithRecords;
+using tessel::CallForStatus;
 using tessel::StoreName;
 
 namespace {
@@ -13,8 +13,7 @@ namespace {
 int SwitchConflictReports(u32 code, int family) {
     if (!tessel::IsFamily(family)) return TESSEL_E_ARGUMENT;
     const TNetConflictReq request{.wSinFamily = static_cast<u16>(family)};
-    TNetStatusReply reply;
-    return CallWithRecords(code, request, reply);
+    return CallForStatus(code, request);
 }
 
 }  // namespace
@@ -29,24 +28,21 @@ int tessel_conflict_stop(int family) {
 
 int tessel_arp_announce_start(uint32_t target) {
     const TNetBroadcastArpReq request{.dwTargetIp = target};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_BROADCAST_ARP_START, request, reply);
+    return CallForStatus(TESSEL_CMD_BROADCAST_ARP_START, request);
 }
 
 int tessel_arp_announce_stop(void) {
-    return tessel::CallForStatus(TESSEL_CMD_BROADCAST_ARP_STOP);
+    return CallForStatus(TESSEL_CMD_BROADCAST_ARP_STOP);
 }
 
 int tessel_ping_start(const TNetPingStartReq* ping) {
     if (!tessel::IsFamily(ping->tTarget.wSinFamily)) return TESSEL_E_ARGUMENT;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_PING_START, *ping, reply);
+    return CallForStatus(TESSEL_CMD_PING_START, *ping);
 }
 
 int tessel_ping_stop(int32_t user_id) {
     const TNetPingStopReq request{.nUserId = user_id};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_PING_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_PING_STOP, request);
 }
 
 int tessel_event_ping(const tessel_event* event, TNetPingResult* result) {
@@ -56,15 +52,13 @@ int tessel_event_ping(const tessel_event* event, TNetPingResult* result) {
 int tessel_router_start(const char* interface, int32_t user_id, int32_t pid) {
     TNetRouterStartReq request{.achDevName = {}, .nUserId = user_id, .nPid = pid};
     if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_ROUTER_ADVERTISE_START, request, reply);
+    return CallForStatus(TESSEL_CMD_ROUTER_ADVERTISE_START, request);
 }
 
 int tessel_router_stop(const char* interface) {
     TNetRouterStopReq request{};
     if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_ROUTER_ADVERTISE_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_ROUTER_ADVERTISE_STOP, request);
 }
 
 int tessel_event_router(const tessel_event* event, TNetRouterNotify* report) {
@@ -76,14 +70,12 @@ int tessel_event_router(const tessel_event* event, TNetRouterNotify* report) {
 int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id) {
     if (!tessel::IsFamily(target->wSinFamily)) return TESSEL_E_ARGUMENT;
     const TNetTracerouteStartReq request{.tTarget = *target, .dwMaxHops = max_hops, .nUserId = id};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_TRACEROUTE_START, request, reply);
+    return CallForStatus(TESSEL_CMD_TRACEROUTE_START, request);
 }
 
 int tessel_traceroute_stop(int32_t id) {
     const TNetTracerouteStopReq request{.nUserId = id};
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_TRACEROUTE_STOP, request, reply);
+    return CallForStatus(TESSEL_CMD_TRACEROUTE_STOP, request);
 }
 
 int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result) {

@@ -9,6 +9,7 @@
 #include "core/text.h"
 
 using tessel::Call;
+using tessel::CallForStatus;
 using tessel::CallWithRecords;
 using tessel::IsFamily;
 using tessel::IsFamilyOrBoth;
@@ -40,8 +41,7 @@ template <typename Request>
 int CallForTable(u32 code, Request& request, u32 table) {
     if (table > kTableMax) return TESSEL_E_ARGUMENT;
     request.dwTable = table;
-    TNetStatusReply reply;
-    return CallWithRecords(code, request, reply, table == 0 ? offsetof(Request, dwTable) : sizeof(request));
+    return CallForStatus(code, request, table == 0 ? offsetof(Request, dwTable) : sizeof(request));
 }
 
 int ChangeRoute(u32 code, const char* interface, const TNetIpRouteParam* route, u32 table) {
@@ -56,8 +56,7 @@ int ChangeRoute(u32 code, const char* interface, const TNetIpRouteParam* route, 
 int ChangeTable(u32 code, u32 table) {
     if (table == 0 || table > kTableMax) return TESSEL_E_ARGUMENT;
     const TNetRouteTableReq request{.dwTable = table};
-    TNetStatusReply reply;
-    return CallWithRecords(code, request, reply);
+    return CallForStatus(code, request);
 }
 
 int ChangeRule(u32 code, const TNetIpRule* rule) {
@@ -66,8 +65,7 @@ int ChangeRule(u32 code, const TNetIpRule* rule) {
         rule->nFwmark < 0) {
         return TESSEL_E_ARGUMENT;
     }
-    TNetStatusReply reply;
-    return CallWithRecords(code, *rule, reply);
+    return CallForStatus(code, *rule);
 }
 
 bool IsNamedTwice(const TNetPrioParamList& list, u32 index) {
@@ -134,8 +132,7 @@ int tessel_priority_set(const TNetPrioParamList* list) {
         }
         request.atPrio[i].nPriority = list->atPrio[i].nPriority;
     }
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_PRIORITY_SET, request, reply);
+    return CallForStatus(TESSEL_CMD_PRIORITY_SET, request);
 }
 
 int tessel_route_get_all(int family, TNetAllRouteInfo* list) {
@@ -159,8 +156,7 @@ int tessel_route_del(const char* interface, const TNetIpRouteParam* route, uint3
 
 int tessel_route_metric_set(const TNetIpRouteParam* route) {
     if (route == nullptr || !IsSendable(*route)) return TESSEL_E_ARGUMENT;
-    TNetStatusReply reply;
-    return CallWithRecords(TESSEL_CMD_ROUTE_METRIC_SET, *route, reply);
+    return CallForStatus(TESSEL_CMD_ROUTE_METRIC_SET, *route);
 }
 
 int tessel_route_table_add(uint32_t table) {

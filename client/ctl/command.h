@@ -1,55 +1,98 @@
-// A command of the tool: its row in the table, and what passes between the row's handler and the rest.
+// A command of the tool: its row, and what passes between the row's function and the rest.
 #pragma once
 
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "client/ctl/failure.h"
+#include "client/ctl/json.h"
 #include "client/ctl/options.h"
-#include "client/ctl/output.h"
-#include "client/ctl/pattern.h"
+#include "client/ctl/words.h"
 #include "core/types.h"
-#include <nlohmann/json.hpp>
 
 namespace tessel::ctl {
 
-// What a handler is called with.
+// What a command's function is called with.
 struct Invocation {
-    const Arguments& words;
+    const Words& words;
     const Options& options;
-    std::FILE* out;  // for what goes on until interrupted; everything else is returned
+    std::string asked;  // "addr add 192.168.1.20/24 dev eth0": begins every message
+    std::FILE* out;     // for what goes on until interrupted; everything else is returned
     std::FILE* err;
 };
 
-// What a handler returns. A document with a failure beside it is shown as well: it is the part that worked.
+// What it returns. A document with a failure beside it is shown as well: it is the part that worked.
 struct Outcome {
-    nlohmann::ordered_json document;   // null: nothing to show
-    Table table;                       // the document for people
-    std::string done;                  // or one line instead of a table
+    Json document;                     // null: nothing to show
+    std::string text;                  // for people, instead of the document's columns; with its line ends
+    std::string done;                  // or one line, left out with --quiet or a failure
     std::vector<std::string> notes;    // one line each, on standard error, for people
     std::vector<std::string> planned;  // with --dry-run: what this side would do itself
     std::optional<Failure> failure;
-    int signal = 0;  // what ended a command that goes on until interrupted: the exit status tells it
-
-    Outcome() = default;  // NOLINT(bugprone-exception-escape): a promise of the JSON library, kept by it
-    // Handlers return failures as they are.
-    Outcome(Failure what) : failure(std::move(what)) {}  // NOLINT(google-explicit-constructor)
+    int signal = 0;  // what ended a command that goes on until interrupted
 };
 
 struct Command {
-    std::string_view object;
-    std::string_view verb;        // empty: the object has no verbs
-    std::string_view words;       // see pattern.h
-    std::array<u32, 3> codes;     // what it sends; 0: no more
-    bool takesFamily;             // -4 and -6 mean something
-    std::string_view summary;     // half a line
-    std::string_view example;     // runs as typed, without "tesselctl"
-    std::string_view background;  // for help: what people should know; may be empty
+    std::string_view verb;   // empty: the object has no verbs
+    std::string_view words;  // see words.h
     Outcome (*run)(const Invocation& invocation);
+    std::string_view summary;          // half a line
+    std::string_view example;          // runs as typed, without "tesselctl"
+    std::array<u32, 4> codes = {};     // what it sends; 0: no more
+    std::string_view columns = {};     // the document as a table
+    std::string_view background = {};  // for help: what people should know
+    bool takesFamily = false;          // -4 and -6 mean something
+    bool isHidden = false;             // not in lists: explained when asked for by name
+
+    template <typename... Codes>
+    [[nodiscard]] constexpr Command Sends(Codes... sent) const {
+        Command row = *this;
+        row.codes = {static_cast<u32>(sent)...};
+        return row;
+    }
+    // "TITLE template" for each column, '|' between them. "{field}" stands for a field of the record or of a record
+    // around it; true fields show their name, null and false ones nothing. A template whose fields are all empty is an
+    // empty cell. See output.h.
+    [[nodiscard]] constexpr Command Columns(std::string_view text) const {
+        Command row = *this;
+        row.columns = text;
+        return row;
+    }
+    [[nodiscard]] constexpr Command More(std::string_view text) const {
+        Command row = *this;
+        row.background = text;
+        return row;
+    }
+    [[nodiscard]] constexpr Command OfFamily() const {
+        Command row = *this;
+        row.takesFamily = true;
+        return row;
+    }
+    [[nodiscard]] constexpr Command Hidden() const {
+        Command row = *this;
+        row.isHidden = true;
+        return row;
+    }
 };
+
+constexpr Command Row(std::string_view verb, std::string_view words, Outcome (*run)(const Invocation&),
+                      std::string_view summary, std::string_view example) {
+    return {verb, words, run, summary, example};
+}
+
+// Everything that stands behind one word; each lies in a file of its own, listed in objects.cpp.
+struct Object {
+    std::string_view name;
+    std::string_view summary = {};  // half a line
+    std::span<const Command> commands;
+};
+
+// In the order of help.
+[[nodiscard]] std::span<const Object* const> Objects();
 
 }  // namespace tessel::ctl

@@ -2,44 +2,24 @@
 
 #include <algorithm>
 #include <cctype>
-#include <sstream>
 
-#include "client/ctl/commands.h"
+#include "client/ctl/format.h"
 #include "client/ctl/grammar.h"
-#include "client/ctl/values.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-// "-j, --json" as two words.
-std::vector<std::string> NamesOf(const OptionText& option) {
-    std::vector<std::string> names;
-    std::istringstream words(option.names);
-    for (std::string word; words >> word;) {
-        if (word.ends_with(',')) word.pop_back();
-        names.push_back(word);
-    }
-    return names;
-}
-
-std::vector<std::string> AllOptionNames() {
-    std::vector<std::string> all;
-    for (const OptionText& option : OptionTexts()) {
-        const auto names = NamesOf(option);
-        all.insert(all.end(), names.begin(), names.end());
-    }
-    return all;
-}
-
-bool TakesValue(const std::string& word) {
-    const auto texts = OptionTexts();
-    return std::any_of(texts.begin(), texts.end(), [&](const OptionText& option) {
-        const auto names = NamesOf(option);
-        // An optional value, in brackets, is not waited for.
-        return !option.value.empty() && option.value[0] != '[' &&
-               std::find(names.begin(), names.end(), word) != names.end();
+// The option that waits for a value behind this word. Not one whose value may be left out.
+const OptionRow* WaitingOption(const std::string& word) {
+    const auto rows = OptionRows();
+    const auto found = std::find_if(rows.begin(), rows.end(), [&](const OptionRow& row) {
+        const bool isLong = !row.name.empty() && word == Format("--{}", row.name);
+        const bool isShort =
+            row.letter != 0 && word.size() > 1 && word[0] == '-' && word[1] != '-' && word.back() == row.letter;
+        return !row.value.empty() && row.value[0] != '[' && (isLong || isShort);
     });
+    return found == rows.end() ? nullptr : &*found;
 }
 
 // The words without options and their values.
@@ -47,12 +27,20 @@ std::vector<std::string> PlainWords(const std::vector<std::string>& words) {
     std::vector<std::string> plain;
     for (std::size_t i = 0; i < words.size(); ++i) {
         if (words[i].starts_with('-') && words[i].size() > 1) {
-            if (TakesValue(words[i])) ++i;
+            if (WaitingOption(words[i]) != nullptr) ++i;
         } else {
             plain.push_back(words[i]);
         }
     }
     return plain;
+}
+
+void AddChoices(std::string_view choices, std::vector<std::string>& offers) {
+    while (!choices.empty()) {
+        const std::size_t bar = std::min(choices.find('|'), choices.size());
+        offers.emplace_back(choices.substr(0, bar));
+        choices.remove_prefix(std::min(bar + 1, choices.size()));
+    }
 }
 
 void AddToken(const Token& token, std::vector<std::string>& offers) {
@@ -67,36 +55,48 @@ void AddToken(const Token& token, std::vector<std::string>& offers) {
 }
 
 std::vector<std::string> Offers(const std::vector<std::string>& before) {
-    if (before.empty()) return ObjectNames();
     std::vector<std::string> offers;
-    const auto selected = SelectCommand(before);
-    const auto* selection = std::get_if<Selection>(&selected);
+    if (before.empty()) return KnownValues("OBJECT");
     if (before.size() == 1) {
-        const auto meant = selection != nullptr ? std::string(selection->object) : before[0];
-        for (const Command& command : Commands()) {
-            if (command.object == meant && !command.verb.empty()) offers.emplace_back(command.verb);
+        for (const Object* object : Objects()) {
+            if (object->name != before[0]) continue;
+            for (const std::string_view verb : VerbsOf(*object))
+                offers.emplace_back(verb);
         }
     }
-    if (selection == nullptr) return offers;
-    for (const Command* row : selection->rows) {
-        for (const Token& token : MatchWords(row->words, selection->rest).expected) {
-            // In place of a verb, "show" is understood by its keywords only.
-            if (selection->hasVerb || token.isKeyword) AddToken(token, offers);
+    try {
+        const Selection selection = SelectCommand(before);
+        for (const Command* row : selection.rows) {
+            for (const Token& token : MatchWords(row->words, selection.rest).expected) {
+                // In place of a verb, "show" is understood by its keywords only.
+                if (selection.hasVerb || token.isKeyword) AddToken(token, offers);
+            }
         }
+    } catch (const Failure&) {  // nothing more to offer
     }
     return offers;
+}
+
+std::vector<std::string> OptionNames() {
+    std::vector<std::string> names;
+    for (const OptionRow& row : OptionRows()) {
+        if (row.letter != 0) names.push_back(Format("-{}", row.letter));
+        if (!row.name.empty()) names.push_back(Format("--{}", row.name));
+    }
+    return names;
 }
 
 }  // namespace
 
 std::vector<std::string> Complete(const std::vector<std::string>& words) {
     const std::string last = words.empty() ? "" : words.back();
-    std::vector<std::string> before(words.begin(), words.empty() ? words.end() : words.end() - 1);
+    const std::vector<std::string> before(words.begin(), words.empty() ? words.end() : words.end() - 1);
+    const OptionRow* waiting = before.empty() ? nullptr : WaitingOption(before.back());
     std::vector<std::string> offers;
-    if (last.starts_with('-')) {
-        offers = AllOptionNames();
-    } else if (before.empty() || !TakesValue(before.back())) {
-        offers = Offers(PlainWords(before));
+    if (waiting != nullptr) {
+        AddChoices(waiting->choices, offers);
+    } else {
+        offers = last.starts_with('-') ? OptionNames() : Offers(PlainWords(before));
     }
     std::sort(offers.begin(), offers.end());
     offers.erase(std::unique(offers.begin(), offers.end()), offers.end());

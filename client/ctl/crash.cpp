@@ -1,138 +1,100 @@
 // The daemon's crash reports, from their files: no daemon is needed.
-#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <span>
-
+#include "client/ctl/command.h"
 #include "client/ctl/crash_report.h"
-#include "client/ctl/crash_symbols.h"
-#include "client/ctl/handlers.h"
-#include "client/ctl/values.h"
+#include "client/ctl/format.h"
+#include "client/ctl/output.h"
+#include "client/ctl/read_file.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-using nlohmann::ordered_json;
-
 // The older generation first.
 constexpr const char* kCrashFiles[] = {"/usr/tessel_crash.log.1", "/usr/tessel_crash.log.0"};
 
 constexpr char kNoCrash[] = "no crash was reported";
+constexpr char kFrameColumns[] =
+    "FRAME #{frame}|FUNCTION {function}|OFFSET {offset}|SOURCE {source}|MODULE {module}|ADDRESS {address}";
 
-struct FoundReport {
-    std::string file;
-    CrashReport report;
-};
-
-bool AddReportsOf(const std::string& path, std::vector<FoundReport>& found) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return false;
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    for (CrashReport& report : ParseCrashReports(text))
-        found.push_back({.file = path, .report = std::move(report)});
-    return true;
+Json CrashReports(const std::string& asked, const std::string& path) {
+    Json reports = ParseCrashReports(ReadWholeFile(asked, path));
+    for (Json& report : reports)
+        report["file"] = path;
+    return reports;
 }
 
-std::vector<FoundReport> DaemonsReports() {
-    std::vector<FoundReport> found;
-    for (const char* path : kCrashFiles)
-        (void)AddReportsOf(path, found);  // one that is not there has none
-    return found;
-}
-
-// "11 (Segmentation fault)"
-std::string SignalText(const CrashReport& report) {
-    const auto number = ParseNumber(report.signal);
-    return number ? fmt::format("{} ({})", report.signal, strsignal(static_cast<int>(*number))) : report.signal;
-}
-
-std::string PlaceText(const CrashFrame& frame) {
-    const std::string& name = frame.function.empty() ? frame.module : frame.function;
-    return name.empty() ? frame.address : fmt::format("{} + {}", name, frame.offset);
-}
-
-ordered_json Document(const FoundReport& found) {
-    const CrashReport& report = found.report;
-    ordered_json frames = ordered_json::array();
-    for (const CrashFrame& frame : report.frames) {
-        frames.push_back({{"function", frame.function},
-                          {"offset", frame.offset},
-                          {"module", frame.module},
-                          {"address", frame.address}});
+Json DaemonsReports(const std::string& asked) {
+    Json all = Json::array();
+    for (const char* path : kCrashFiles) {
+        if (access(path, F_OK) != 0) continue;
+        const Json reports = CrashReports(asked, path);
+        all.insert(all.end(), reports.begin(), reports.end());
     }
-    return {{"time", report.time},          {"signal", report.signal}, {"thread", report.threadName},
-            {"thread_id", report.threadId}, {"file", found.file},      {"registers", report.registers},
-            {"frames", std::move(frames)}};
+    return all;
 }
 
-// A few in a row, below the frames.
-void AddRegisters(const std::vector<std::string>& registers, Table& table) {
+Outcome List(const Invocation& invocation) {
+    Outcome outcome;
+    outcome.document = DaemonsReports(invocation.asked);
+    for (Json& report : outcome.document) {
+        const Json frames = std::move(report["frames"]);
+        const Json first = frames.empty() ? Json::object() : frames[0];
+        const std::string function = TextOf(first, "function");
+        report["where"] = NullIfEmpty(function.empty() ? TextOf(first, "module") : function);
+        report.erase("frames");
+        report.erase("registers");
+    }
+    if (outcome.document.empty()) outcome.notes = {kNoCrash};
+    return outcome;
+}
+
+// What stands around the frames, a few registers in a row.
+std::string ReportText(const Json& report, const Options& options) {
+    std::string text =
+        FillTemplate("{local_time}\nsignal {signal} ({signal_name})\nthread {thread_id} {thread}\n", report);
+    text += "\n" + RenderTable(report["frames"], kFrameColumns, !options.noHeader, false);
     constexpr std::size_t kInARow = 3;
-    for (std::size_t i = 0; i < registers.size(); i += kInARow) {
-        const std::span row = std::span(registers).subspan(i, std::min(kInARow, registers.size() - i));
-        table.rows.push_back({{i == 0 ? "registers" : ""}, {fmt::format("{}", fmt::join(row, "  "))}});
-    }
+    for (std::size_t i = 0; i < report["registers"].size(); ++i)
+        text += (i % kInARow == 0 ? (i == 0 ? "registers  " : "\n           ") : "  ") +
+                report["registers"][i].get<std::string>();
+    return text + "\n";
 }
+
+Outcome ShowCrash(const Invocation& invocation) {
+    const std::string file = invocation.words.Text("FILE");
+    const std::string& symbols = invocation.options.symbols;
+    struct stat status {};
+    if (!symbols.empty() && (stat(symbols.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))) {
+        throw Refused("--symbols " + symbols, "it is no directory");
+    }
+    Json reports = file.empty() ? DaemonsReports(invocation.asked) : CrashReports(invocation.asked, file);
+    if (!file.empty() && reports.empty()) throw Failed(invocation.asked, "the file has no report");
+    Outcome outcome;
+    outcome.document = Json::object();
+    outcome.notes = {kNoCrash};
+    if (reports.empty()) return outcome;
+    outcome.document = std::move(reports.back());
+    outcome.notes.clear();
+    if (!symbols.empty()) outcome.notes = AddSymbols(symbols, outcome.document["frames"]);
+    outcome.text = ReportText(outcome.document, invocation.options);
+    return outcome;
+}
+
+constexpr Command kCrashCommands[] = {
+    Row("show", "[FILE]", &ShowCrash, "the newest report: when, why, and the calls that led there", "crash show")
+        .More("Functions are named where the module on the device has symbols; elsewhere the offset is the "
+              "module's. With --symbols DIR they are named from the unstripped files below DIR by addr2line, also "
+              "on another machine."),
+    Row("list", "", &List, "the crashes that were reported, the newest last", "crash list")
+        .Columns("TIME {local_time}|SIGNAL {signal} ({signal_name})|THREAD {thread}|WHERE {where}")
+        .More("From /usr/tessel_crash.log.1 and .0; the daemon need not run."),
+};
 
 }  // namespace
 
-Outcome CrashList(const Invocation&) {
-    Outcome outcome;
-    outcome.document = ordered_json::array();
-    outcome.table.header = {"TIME", "SIGNAL", "THREAD", "WHERE"};
-    const std::vector<FoundReport> reports = DaemonsReports();
-    for (const FoundReport& found : reports) {
-        const CrashReport& report = found.report;
-        outcome.document.push_back(Document(found));
-        const std::string where = report.frames.empty() ? "" : PlaceText(report.frames.front());
-        outcome.table.rows.push_back({{report.time}, {SignalText(report)}, {report.threadName}, {where}});
-    }
-    if (reports.empty()) outcome.notes = {kNoCrash};
-    return outcome;
-}
-
-Outcome CrashShow(const Invocation& invocation) {
-    const auto file = invocation.words.Find("FILE");
-    std::vector<FoundReport> reports;
-    if (!file) reports = DaemonsReports();
-    if (file && !AddReportsOf(*file, reports)) return Failed("crash show " + *file, strerror(errno));
-    if (file && reports.empty()) return Failed("crash show " + *file, "the file has no report");
-    const std::string& symbols = invocation.options.symbols;
-    if (!symbols.empty() && !std::filesystem::is_directory(symbols)) {
-        return Refused("--symbols " + symbols, "it is no directory");
-    }
-    Outcome outcome;
-    if (reports.empty()) {
-        outcome.document = ordered_json::object();
-        outcome.notes = {kNoCrash};
-        return outcome;
-    }
-
-    FoundReport& newest = reports.back();
-    const CrashReport& report = newest.report;
-    if (!symbols.empty()) {
-        for (const std::string& module : AddSymbols(symbols, newest.report.frames))
-            outcome.notes.push_back(fmt::format("{} has no file for {}", symbols, module));
-    }
-    outcome.document = Document(newest);
-    outcome.table.preamble = {{report.time},
-                              {"signal " + SignalText(report), Style::kBad},
-                              {fmt::format("thread {} {}", report.threadId, report.threadName)}};
-    outcome.table.header = {"FRAME", "WHERE", "MODULE", "ADDRESS"};
-    for (const CrashFrame& frame : report.frames) {
-        outcome.table.rows.push_back({{fmt::format("#{}", outcome.table.rows.size())},
-                                      {PlaceText(frame)},
-                                      {frame.ModuleName()},
-                                      {frame.address, Style::kDim}});
-    }
-    AddRegisters(report.registers, outcome.table);
-    return outcome;
-}
+extern const Object kCrash = {.name = "crash", .summary = "the daemon's crash reports", .commands = kCrashCommands};
 
 }  // namespace tessel::ctl

@@ -5,35 +5,21 @@
 #include <string_view>
 #include <vector>
 
+#include "client/ctl/json.h"
+
 namespace tessel::ctl {
 
-struct CrashFrame {
-    std::string module;    // path; empty outside of any
-    std::string function;  // empty where the module has no symbols
-    std::string offset;    // into the function, or into the module
-    std::string address;
+// In the file's order: the newest is the last one. What a report was cut short of is null or empty.
+//   {"time": RFC 3339, "local_time": as it was written, "signal", "signal_name", "thread", "thread_id",
+//    "registers": ["PC:0x1234"],
+//    "frames": from the faulting function outwards, by the method that got further:
+//       [{"frame", "function": null where the module has no symbols, "source": null, "module": path, null outside of
+//         any, "offset": into the function, or into the module, "address"}]}
+[[nodiscard]] Json ParseCrashReports(std::string_view text);
 
-    // The module without its directory.
-    [[nodiscard]] std::string ModuleName() const {
-        return module.substr(module.rfind('/') + 1);
-    }
-};
-
-// What a report was cut short of is empty.
-struct CrashReport {
-    std::string time;
-    std::string signal;  // number
-    std::string threadId;
-    std::string threadName;
-    std::vector<std::string> registers;  // "PC:0x1234"
-    // From the faulting function outwards, by the method that got further.
-    std::vector<CrashFrame> frames;
-};
-
-// A function's name as people wrote it.
-[[nodiscard]] std::string Demangled(const std::string& name);
-
-// In the file's order: the newest is the last one.
-[[nodiscard]] std::vector<CrashReport> ParseCrashReports(std::string_view text);
+// Names the functions of frames that have none, by addr2line and the unstripped file of their module: DIRECTORY/PATH,
+// as below a device's root, or DIRECTORY/NAME; it must be the very build that crashed. What did not help is returned, a
+// line each.
+[[nodiscard]] std::vector<std::string> AddSymbols(const std::string& directory, Json& frames);
 
 }  // namespace tessel::ctl

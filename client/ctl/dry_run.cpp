@@ -73,32 +73,15 @@ DryRunResult DryRun::Ask(const Message& message, std::span<const u8> request) {
 }
 
 ToolAnswer DryRun::Answer(const std::string& line) {
+    if (const auto change = ParseFilterLine(line)) {
+        if (!filters_.contains(change->family)) filters_[change->family] = ReadFilter(change->family);
+        return {.output = "", .status = filters_[change->family].Apply(*change) ? 0 : 1};
+    }
     std::istringstream stream(line);
-    const Words words{std::istream_iterator<std::string>(stream), {}};
-    const bool isOfRule = words.size() > 2 && (words[1] == "-C" || words[1] == "-D");
-    if (isOfRule && (words[0] == "iptables" || words[0] == "ip6tables")) {
-        const bool isThere = HasRule(words);
-        if (words[1] == "-D") changes_.insert(changes_.begin(), words);
-        return {.output = "", .status = isThere ? 0 : 1};
-    }
-    if (IsShow(words)) {
-        const CapturedTool shown = CaptureTool(words);
-        return {.output = shown.text + shown.problem, .status = shown.isDone ? 0 : 1};
-    }
-    changes_.insert(changes_.begin(), words);
-    return {};
-}
-
-// Whether the packet filter will have a rule by then: the last change decides, without one the kernel.
-bool DryRun::HasRule(Words rule) const {
-    for (const Words& change : changes_) {
-        if (change.front() != rule[0]) continue;
-        const bool isFlush = std::find(change.begin(), change.end(), "-F") != change.end();
-        if (isFlush && change.back() == rule[2]) return false;
-        if (std::equal(change.begin() + 2, change.end(), rule.begin() + 2, rule.end())) return change[1] != "-D";
-    }
-    rule[1] = "-C";
-    return CaptureTool(rule).isDone;
+    const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    if (!IsShow(words)) return {};
+    const CapturedTool shown = CaptureTool(words);
+    return {.output = shown.text + shown.problem, .status = shown.isDone ? 0 : 1};
 }
 
 }  // namespace tessel::ctl

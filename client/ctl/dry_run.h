@@ -1,10 +1,12 @@
 // What the daemon would run for a request: its own operations, above tools that are only noted.
 #pragma once
 
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "client/ctl/filter.h"
 #include "client/ctl/messages.h"
 #include "core/exec_note.h"
 #include "core/types.h"
@@ -23,12 +25,9 @@ class DryRun {
     [[nodiscard]] DryRunResult Ask(const Message& message, std::span<const u8> request);
 
   private:
-    using Words = std::vector<std::string>;
-
     [[nodiscard]] ToolAnswer Answer(const std::string& line);
-    [[nodiscard]] bool HasRule(Words rule) const;
 
-    std::vector<Words> changes_;  // the last one first
+    std::map<int, Filter> filters_;  // by family, as they would be by now
 };
 
 }  // namespace tessel::ctl

@@ -1,74 +1,168 @@
 #include "client/ctl/events.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <iterator>
 
+#include "client/ctl/format.h"
+#include "client/ctl/kernel.h"
+#include "client/ctl/output.h"
 #include "client/ctl/records.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
+using namespace records;
 
 namespace {
 
-std::string TextOf(const ordered_json& fields, const char* key) {
-    return fields[key].is_string() ? fields[key].get<std::string>() : "-";
-}
-
-std::string IpConflictText(const ordered_json& fields) {
-    return TextOf(fields, "address") + " is used by another host (reported again every 5 s while it lasts)";
-}
-
-std::string MacConflictText(const ordered_json& fields) {
-    return "its hardware address " + TextOf(fields, "interface_mac") + " is used by another host";
-}
-
-std::string LeaseText(const ordered_json& fields) {
-    ordered_json lease = fields;
-    lease.erase("interface");
-    return "lease   " + DescriptionText(lease);
-}
-
-std::string FailedText(const ordered_json& /*fields*/) {
-    return "no lease, or it was refused";
-}
-
-std::string GoneText(const ordered_json& /*fields*/) {
-    return "the lease has gone";
-}
-
-// Every kind of event: the record that it carries, and how it reads.
+// Every kind of event: the record that it carries, and how it reads (output.h, FillTemplate; "{:gateway}" stands for
+// "gateway 10.0.0.1").
 struct EventKind {
     int kind;  // enum tessel_event_kind
     Record record;
     std::string_view topic;
-    std::string (*text)(const ordered_json& fields);
+    std::string_view text;
 };
 
-constexpr EventKind kKinds[] = {
-    {TESSEL_EVENT_IP_CONFLICT, kConflictReport, "conflict", &IpConflictText},
-    {TESSEL_EVENT_MAC_CONFLICT, kConflictReport, "conflict", &MacConflictText},
-    {TESSEL_EVENT_DHCP_LEASE, kLease, "dhcp", &LeaseText},
-    {TESSEL_EVENT_DHCP_FAILED, kLease, "dhcp", &FailedText},
-    {TESSEL_EVENT_DHCP_DECONFIGURED, kLease, "dhcp", &GoneText},
-    {TESSEL_EVENT_TRAFFIC, kBandwidthReport, "traffic", &DescriptionText},
+constexpr EventKind kEventKinds[] = {
+    {TESSEL_EVENT_PING_REPLY, kPingResult, "ping", "seq {seq}  ttl {ttl}  {rtt}"},
+    {TESSEL_EVENT_PING_NO_REPLY, kPingResult, "ping", "seq {seq}  no reply"},
+    {TESSEL_EVENT_PING_NO_OUTPUT, kPingResult, "ping", "seq {seq}  ping printed nothing"},
+    {TESSEL_EVENT_PING_UNREACHABLE, kPingResult, "ping", "seq {seq}  the network is unreachable"},
+    {TESSEL_EVENT_TRACE_ERROR, kTraceResult, "trace", "hop {hop}  not sent, or the answer could not be waited for"},
+    {TESSEL_EVENT_TRACE_NO_REPLY, kTraceResult, "trace", "hop {hop}  no answer"},
+    {TESSEL_EVENT_TRACE_HOP, kTraceResult, "trace", "hop {hop}  {address}  {rtt}"},
+    {TESSEL_EVENT_TRACE_REACHED, kTraceResult, "trace", "hop {hop}  {address}  {rtt}  reached"},
+    {TESSEL_EVENT_TRACE_UNREACHABLE, kTraceResult, "trace", "hop {hop}  not sent: there is no route"},
+    {TESSEL_EVENT_TRACE_REFUSED, kTraceResult, "trace", "hop {hop}  {address}  {rtt}  the target cannot be reached"},
+    {TESSEL_EVENT_DHCP_LEASE, kLease, "dhcp", "lease {address}/{prefix_length} {:gateway} {:dns} for {lease}"},
+    {TESSEL_EVENT_DHCP_FAILED, kLease, "dhcp", "no {family} lease, or it was refused"},
+    {TESSEL_EVENT_DHCP_DECONFIGURED, kLease, "dhcp", "the {family} lease has gone"},
+    {TESSEL_EVENT_NTP_SYNCED, kNtpcSynced, "ntp", "{family}: the clock was off by {deviation_s} s"},
+    {TESSEL_EVENT_NTP_FAILED, kNothing, "ntp", "{family}: no useful answer, or the clock could not be set"},
+    {TESSEL_EVENT_IP_CONFLICT, kConflictReport, "conflict",
+     "{address} is used by another host (reported again every 5 s while it lasts)"},
+    {TESSEL_EVENT_MAC_CONFLICT, kConflictReport, "conflict",
+     "its hardware address {interface_mac} is used by another host"},
+    {TESSEL_EVENT_RA_CHANGED, kRouterReport, "ra", "{:addresses} {:gateway}"},
+    {TESSEL_EVENT_TRAFFIC, kBandwidthReport, "traffic", "{rates}"},
 };
+
+// What a change in the kernel is shown as, by its "event". A link's message says how it is now.
+constexpr std::pair<std::string_view, std::string_view> kKernelTexts[] = {
+    {"link", "{state} {:mtu} {removed}"},
+    {"addr", "{address}/{prefix_length} {action}"},
+    {"route", "{destination} {:via} {with} {:table} {action}"},
+    {"rule", "rule {pref} {:from} {:fwmark} {:table} {action}"},
+    {"neighbour", "{address} {:at} {action}"}};
+
+Json TrafficFields(const tessel_event& event) {
+    tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES];
+    (void)tessel_event_traffic(&event, traffic);
+    Json interfaces = Json::array();
+    for (const Word& interface : kInterfaces) {
+        const tessel_traffic& one = traffic[interface.number];
+        const bool isValid = one.is_valid != 0 && one.has_restarted == 0;
+        interfaces.push_back({{"interface", interface.text},
+                              {"send_bps", isValid ? Json(one.sent_bits_per_second) : Json()},
+                              {"receive_bps", isValid ? Json(one.received_bits_per_second) : Json()},
+                              {"valid", isValid}});
+    }
+    return {{"interfaces", interfaces}};
+}
+
+// Records leave the family out, or have none: the socket knows it.
+std::string FamilyOf(std::string_view source) {
+    const bool isInet6 = source == TESSEL_SOCKET_NTPV6 || source == TESSEL_SOCKET_IPV6_CONFLICT ||
+                         source.starts_with(TESSEL_SOCKET_DHCPCV6);
+    return FamilyName(isInet6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET);
+}
+
+Json FieldsOf(const EventKind& kind, const tessel_event& event, std::string_view source) {
+    if (kind.kind == TESSEL_EVENT_TRAFFIC) return TrafficFields(event);
+    Json fields = kind.topic == "ntp" ? Json{{"family", nullptr}, {"deviation_s", nullptr}} : Json::object();
+    fields.update(Decode(kind.record, {event.payload, event.size}));
+    if (fields.contains("family")) fields["family"] = FamilyOf(source);
+    // Numbers that stand for nothing.
+    const auto clear = [&](bool isEmpty, std::initializer_list<const char*> keys) {
+        for (const char* key : keys) {
+            if (isEmpty) fields[key] = nullptr;
+        }
+    };
+    if (kind.topic == "ping") clear(kind.kind != TESSEL_EVENT_PING_REPLY, {"ttl", "rtt_us"});
+    if (kind.topic == "trace") clear(fields["address"].is_null(), {"rtt_us"});
+    if (kind.topic == "dhcp") clear(fields["address"].is_null(), {"prefix_length", "lease_s"});
+    return fields;
+}
+
+std::string RatesText(const Json& interfaces) {
+    std::vector<std::string> parts;
+    for (const Json& one : interfaces) {
+        if (one["valid"] != true) continue;
+        parts.push_back(Format("{} sends {}, receives {}", TextOf(one, "interface"),
+                               HumanRate(NumberOf(one, "send_bps")), HumanRate(NumberOf(one, "receive_bps"))));
+    }
+    return parts.empty() ? "neither eth0 nor eth1 nor eth2 was there" : Joined(parts, "   ");
+}
+
+std::string FilledText(std::string_view pattern, const Json& fields) {
+    Json shown = fields;
+    for (const auto& [key, value] : fields.items()) {
+        shown[":" + key] = FillTemplate(Format("{0} {{{0}}}", key), fields);
+        if (value.is_null()) continue;
+        if (key == "rtt_us") shown["rtt"] = MillisecondsText(value.get<long long>());
+        if (key == "lease_s") shown["lease"] = HumanDuration(value.get<long>());
+        if (key == "interfaces") shown["rates"] = RatesText(value);
+    }
+    const std::string text = FillTemplate(pattern, shown);
+    return text.empty() ? "nothing is learnt any more" : text;
+}
+
+ShownEvent Shown(WallTime time, std::string_view event, std::string_view source, std::string_view topic,
+                 const Json& fields, std::string text) {
+    ShownEvent shown;
+    shown.document = {{"time", JsonTime(time)}, {"event", event}, {"source", source}};
+    shown.document.update(fields);
+    shown.document["source"] = source;  // a route has one, too
+    const std::string owner =
+        fields.contains("id") ? Format("id {}", NumberOf(fields, "id")) : TextOf(fields, "interface");
+    shown.line = Format("{}  {:<8}  {}{}{}", ClockText(time), topic, owner, owner.empty() ? "" : "  ", text);
+    shown.text = std::move(text);
+    return shown;
+}
 
 }  // namespace
 
 std::optional<ShownEvent> ShowEvent(const tessel_event& event, std::string_view source, WallTime time) {
-    const auto* const found = std::find_if(std::begin(kKinds), std::end(kKinds),
-                                           [&](const EventKind& kind) { return kind.kind == event.kind; });
-    if (found == std::end(kKinds) || event.size != found->record.bytes) return std::nullopt;
-    const ordered_json fields = Decode(found->record, {event.payload, event.size});
-    ShownEvent shown;
-    shown.document = {{"time", JsonTime(time)}, {"event", event.name}, {"source", source}};
-    shown.document.update(fields);
-    const std::string owner = fields.contains("interface") ? TextOf(fields, "interface") + "  " : "";
-    shown.line = fmt::format("{}  {}  {}{}", ClockText(time), found->topic, owner, found->text(fields));
+    const auto* const kind = std::find_if(std::begin(kEventKinds), std::end(kEventKinds),
+                                          [&](const EventKind& one) { return one.kind == event.kind; });
+    if (kind == std::end(kEventKinds) || event.size != kind->record.bytes) return std::nullopt;
+    const Json fields = FieldsOf(*kind, event, source);
+    ShownEvent shown = Shown(time, event.name, source, kind->topic, fields, FilledText(kind->text, fields));
+    shown.kind = event.kind;
     return shown;
+}
+
+ShownEvent ShowKernelEvent(const Json& change, WallTime time) {
+    const std::string event = TextOf(change, "event");
+    Json fields = change;
+    fields["via"] = TextOf(change, "gateway");
+    fields["at"] = TextOf(change, "mac");
+    if (event == "route" && NumberOf(change, "table") == kMainTable) fields["table"] = nullptr;
+    const long long metric = NumberOf(change, "metric");
+    fields["with"] = metric == 0 ? "without metric" : Format("metric {}", metric);
+    if (TextOf(change, "action") == "removed") fields["removed"] = "removed";
+    std::string text;
+    for (const auto& [name, pattern] : kKernelTexts) {
+        if (name == event) text = FilledText(pattern, fields);
+    }
+    return Shown(time, event, "kernel", "kernel", change, std::move(text));
+}
+
+std::string MillisecondsText(long long microseconds, std::string_view unit) {
+    constexpr double kPerMillisecond = 1000;
+    constexpr long long kTwoDigitsBelow = 10000;
+    const double value = static_cast<double>(microseconds) / kPerMillisecond;
+    return microseconds < kTwoDigitsBelow ? Format("{:.2f}{}", value, unit) : Format("{:.1f}{}", value, unit);
 }
 
 }  // namespace tessel::ctl

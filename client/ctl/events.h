@@ -1,23 +1,30 @@
-// Notifications as they are shown: one line each, for people or as JSON.
+// Events as they are shown: notices of the daemon, and changes in the kernel.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "client/ctl/json.h"
 #include "client/ctl/time_text.h"
 #include "client/libtessel.h"
-#include <nlohmann/json.hpp>
 
 namespace tessel::ctl {
 
-struct ShownEvent {                   // NOLINT(bugprone-exception-escape): a promise of the JSON library, kept by it
-    nlohmann::ordered_json document;  // time, event and source, then the fields of its kind
-    std::string line;                 // without the line's end
+struct ShownEvent {
+    Json document;     // time, event, source, and the fields
+    std::string line;  // "10:04:11.204  conflict  eth0  ..."
+    std::string text;  // what stands behind the interface or the id there: "seq 0  ttl 64  0.41 ms"
+    int kind = 0;      // enum tessel_event_kind; 0: the kernel's
 };
 
-// `source` is the name of the socket that it came to. Nothing for a kind that is not known, and for a payload that is
-// not its record.
+// Nothing: the message is no event of a known kind, or too short.
 [[nodiscard]] std::optional<ShownEvent> ShowEvent(const tessel_event& event, std::string_view source, WallTime time);
+
+// A change in the kernel, as FromKernel gives it.
+[[nodiscard]] ShownEvent ShowKernelEvent(const Json& change, WallTime time);
+
+// "0.41 ms", "12.3 ms"; "0.41" for lists of them.
+[[nodiscard]] std::string MillisecondsText(long long microseconds, std::string_view unit = " ms");
 
 }  // namespace tessel::ctl

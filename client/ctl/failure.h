@@ -1,6 +1,8 @@
-// What goes wrong, as the user is told: one sentence, a word for programs, and the exit status.
+// What goes wrong, as people read it: one sentence, a word for programs, and the exit status. A failure is thrown where
+// it is found and caught once, where a command is run (tesselctl.cpp).
 #pragma once
 
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -13,29 +15,32 @@ enum Exit : int {
     kExitNotRunning = 3,  // no daemon to talk to
     kExitTimeout = 4,     // no answer in time
     kExitNotApplied = 5,  // answered success, but it did not happen
+    kExitUndone = 6,      // `try` took it back
     kExitSignal = 128     // and the signal's number: ended by it, after everything was put in order
 };
 
-// What a call yields when nothing is sent because only the plan is wanted. No error of libtessel is positive.
-constexpr int kPlanned = 1;
+struct Failure : std::exception {
+    Failure(Exit status, std::string word, std::string sentence)
+        : exit(status), error(std::move(word)), message(std::move(sentence)) {}
+    [[nodiscard]] const char* what() const noexcept override {
+        return message.c_str();
+    }
 
-struct Failure {
-    Exit exit = kExitFailed;
+    Exit exit;
     std::string error;    // "not_running", for programs
     std::string message;  // one line without "tesselctl: "
 };
 
-// "ASKED: WHY", not sent.
+// "ASKED: WHY". Not sent; done without effect; failed on this side (files, for example).
 [[nodiscard]] Failure Refused(std::string_view asked, std::string_view why);
-
-// "ASKED: WHY", done but without effect.
 [[nodiscard]] Failure NotApplied(std::string_view asked, std::string_view why);
-
-// "ASKED: WHY", for what fails on this side (files, for example).
 [[nodiscard]] Failure Failed(std::string_view asked, std::string_view why);
 
 // For an error of libtessel. `cause` is added when the daemon answered -1; empty: none is known. errno is looked at.
 [[nodiscard]] Failure CallFailed(std::string_view asked, int error, std::string_view cause = {});
+
+// Throws CallFailed unless `error` is TESSEL_OK.
+void Require(std::string_view asked, int error);
 
 // The line for standard error.
 [[nodiscard]] std::string RenderFailure(const Failure& failure, bool asJson);

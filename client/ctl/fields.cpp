@@ -1,69 +1,62 @@
 #include "client/ctl/fields.h"
 
 #include <arpa/inet.h>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
-#include "client/ctl/addresses.h"
-#include "client/ctl/next_hop.h"
-#include "client/ctl/optional_json.h"
-#include "client/ctl/routes.h"
+#include "client/ctl/format.h"
+#include "client/ctl/values.h"
 #include "tessel/firewall.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-using Bytes = std::span<const u8>;
+using ByteSpan = std::span<const u8>;
 
 template <typename Value>
-Value Read(Bytes bytes, std::size_t offset) {
+Value Read(ByteSpan bytes, std::size_t offset) {
     Value value;
     memcpy(&value, bytes.data() + offset, sizeof(value));
     return value;
 }
 
-u64 NumberAt(Bytes bytes, std::size_t offset, std::size_t width) {
+u64 NumberAt(ByteSpan bytes, std::size_t offset, std::size_t width) {
     if (width == sizeof(u16)) return Read<u16>(bytes, offset);
     return width == sizeof(u64) ? Read<u64>(bytes, offset) : Read<u32>(bytes, offset);
 }
 
-ordered_json WordOf(std::span<const Word> words, u64 number, const ordered_json& otherwise) {
+Json WordOf(std::span<const Word> words, u64 number, const Json& otherwise) {
     const auto found =
         std::find_if(words.begin(), words.end(), [&](const Word& word) { return word.number == number; });
     return found == words.end() ? otherwise : NullIfEmpty(std::string(found->text));
 }
 
-std::string TextAt(Bytes bytes, std::size_t offset, std::size_t limit) {
-    const Bytes text = bytes.subspan(offset, std::min(limit, bytes.size() - offset));
+std::string TextAt(ByteSpan bytes, std::size_t offset, std::size_t limit) {
+    const ByteSpan text = bytes.subspan(offset, std::min(limit, bytes.size() - offset));
     return {text.begin(), std::find(text.begin(), text.end(), u8{0})};
 }
 
-// Some records leave the family of an IPv4 address out.
-TNetGateway HostAt(Bytes bytes, std::size_t offset) {
-    auto host = Read<TNetGateway>(bytes, offset);
-    if (host.wSinFamily != TESSEL_FAMILY_INET6) host.wSinFamily = TESSEL_FAMILY_INET;
-    return host;
+Network HostAt(ByteSpan bytes, std::size_t offset) {
+    return HostOf(Read<TNetGateway>(bytes, offset));
 }
 
-ordered_json FilterValue(TNetIpFilter filter, Kind kind) {
+Json FilterValue(TNetIpFilter filter, Kind kind) {
     filter.tEnd.wSinFamily = filter.tStart.wSinFamily;
-    const std::string last = HostText(filter.tEnd);
-    if (kind == Kind::kFilterRange) return NullIfEmpty(last.empty() ? "" : HostText(filter.tStart) + "-" + last);
-    return NullIfEmpty(last.empty() ? NetworkText(filter.tStart, static_cast<i32>(filter.dwPrefixLen)) : "");
+    const std::string last = HostText(HostOf(filter.tEnd));
+    if (kind == Kind::kFilterRange)
+        return NullIfEmpty(last.empty() ? "" : HostText(HostOf(filter.tStart)) + "-" + last);
+    return NullIfEmpty(last.empty() ? NetworkText(NetworkOf(filter.tStart, static_cast<i32>(filter.dwPrefixLen))) : "");
 }
 
-ordered_json DecodeFields(std::span<const Field> fields, Bytes bytes, std::size_t position);
+Json DecodeFields(std::span<const Field> fields, ByteSpan bytes, std::size_t position);
 
 // A list of records keeps its places when it has no count: those whose first value is missing are none.
-ordered_json ListValue(const Field& field, Bytes bytes);
+Json ListValue(const Field& field, ByteSpan bytes);
 
-ordered_json ValueAt(const Field& field, Kind kind, Bytes bytes, std::size_t offset, std::size_t position) {
+Json ValueAt(const Field& field, Kind kind, ByteSpan bytes, std::size_t offset, std::size_t position) {
     switch (kind) {
         case Kind::kUnsigned: {
             const u64 number = NumberAt(bytes, offset, field.bytes);
@@ -82,14 +75,14 @@ ordered_json ValueAt(const Field& field, Kind kind, Bytes bytes, std::size_t off
         case Kind::kAddress:
             return NullIfEmpty(HostText(HostAt(bytes, offset)));
         case Kind::kNetwork:
-            return NetworkText(HostAt(bytes, offset), Read<i32>(bytes, field.other));
+            return NetworkText(NetworkOf(Read<TNetGateway>(bytes, offset), Read<i32>(bytes, field.other)));
         case Kind::kFilterNetwork:
         case Kind::kFilterRange:
             return FilterValue(Read<TNetIpFilter>(bytes, offset), kind);
         case Kind::kPrefixed:
-            return AddressText(ShowAddress(Read<TNetIpAddr>(bytes, offset)));
+            return NetworkText(NetworkOf(Read<TNetIpAddr>(bytes, offset)));
         case Kind::kIpv4:
-            return fmt::format("{}", fmt::join(bytes.subspan(offset, sizeof(u32)), "."));
+            return Format("{}.{}.{}.{}", bytes[offset], bytes[offset + 1], bytes[offset + 2], bytes[offset + 3]);
         case Kind::kMac:
             return MacText(Read<Mac>(bytes, offset));
         case Kind::kList:
@@ -100,35 +93,35 @@ ordered_json ValueAt(const Field& field, Kind kind, Bytes bytes, std::size_t off
     return nullptr;
 }
 
-ordered_json ListValue(const Field& field, Bytes bytes) {
-    ordered_json list = ordered_json::array();
+Json ListValue(const Field& field, ByteSpan bytes) {
+    Json list = Json::array();
     const bool isCounted = field.other != kNoCount;
     const std::size_t count =
         isCounted ? std::min<std::size_t>(Read<u32>(bytes, field.other), field.elements) : field.elements;
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t offset = field.offset + i * field.bytes;
-        ordered_json element = field.elementFields.empty()
-                                   ? ValueAt(field, field.elementKind, bytes, offset, i)
-                                   : DecodeFields(field.elementFields, bytes.subspan(offset, field.bytes), i);
+        Json element = field.elementFields.empty()
+                           ? ValueAt(field, field.elementKind, bytes, offset, i)
+                           : DecodeFields(field.elementFields, bytes.subspan(offset, field.bytes), i);
         if (isCounted || !element.front().is_null()) list.push_back(std::move(element));
     }
     return list;
 }
 
-ordered_json DecodeFields(std::span<const Field> fields, Bytes bytes, std::size_t position) {
-    ordered_json values = ordered_json::object();
+Json DecodeFields(std::span<const Field> fields, ByteSpan bytes, std::size_t position) {
+    Json values = Json::object();
     for (const Field& field : fields)
         values[std::string(field.name)] = ValueAt(field, field.kind, bytes, field.offset, position);
     return values;
 }
 
 // Of a record within a list the values alone.
-std::string ValueText(const ordered_json& value) {
+std::string ValueText(const Json& value) {
     if (value.is_null()) return "";
     if (!value.is_structured()) return value.is_string() ? value.get<std::string>() : value.dump();
     const char* const between = value.is_array() && !value.empty() && value.front().is_object() ? ", " : " ";
     std::string text;
-    for (const ordered_json& part : value) {
+    for (const Json& part : value) {
         const std::string word = ValueText(part);
         if (!word.empty()) text += (text.empty() ? "" : between) + word;
     }
@@ -154,17 +147,17 @@ std::string_view TypeName(Kind kind) {
 
 }  // namespace
 
-ordered_json Decode(const Record& record, std::span<const u8> payload) {
+Json Decode(const Record& record, std::span<const u8> payload) {
     std::vector<u8> bytes(payload.begin(), payload.end());
     bytes.resize(std::max(record.bytes, payload.size()));
     return DecodeFields(record.fields, bytes, 0);
 }
 
-std::string DescriptionText(const ordered_json& description) {
+std::string DescriptionText(const Json& description) {
     std::string text;
     for (const auto& [key, value] : description.items()) {
         const std::string word = ValueText(value);
-        if (!word.empty()) text += fmt::format("{}{} {}", text.empty() ? "" : "   ", key, word);
+        if (!word.empty()) text += Format("{}{} {}", text.empty() ? "" : "   ", key, word);
     }
     return text;
 }
@@ -175,32 +168,29 @@ std::string TypeText(const Field& field) {
         case Kind::kUnsigned:
         case Kind::kFlag:
         case Kind::kIpv4:
-            return fmt::format("u{}", field.bytes * kByteBits);
+            return Format("u{}", field.bytes * kByteBits);
         case Kind::kSigned:
-            return fmt::format("i{}", field.bytes * kByteBits);
+            return Format("i{}", field.bytes * kByteBits);
         case Kind::kText:
-            return fmt::format("char[{}]", field.bytes);
+            return Format("char[{}]", field.bytes);
         case Kind::kTail:
             return "text";
         case Kind::kList:
-            return fmt::format("{} x {}", field.elements, TypeName(field.elementKind));
+            return Format("{} x {}", field.elements, TypeName(field.elementKind));
         default:
             return std::string(TypeName(field.kind));
     }
 }
 
-void AddFields(const Record& record, std::string_view before, Table& table) {
+void AddFields(const Record& record, std::string_view before, Rows& rows) {
     std::vector<Field> fields(record.fields.begin(), record.fields.end());
     std::stable_sort(fields.begin(), fields.end(), [](const Field& a, const Field& b) { return a.offset < b.offset; });
     for (const Field& field : fields) {
         std::string words;
         for (const Word& word : field.words)
-            words +=
-                fmt::format("{}{} {}", words.empty() ? ": " : ", ", word.number, word.text.empty() ? "-" : word.text);
-        table.rows.push_back(
-            {{}, {fmt::format("{}{:>4}  {:<10} {}{}", before, field.offset, TypeText(field), field.name, words)}});
-        if (!field.elementFields.empty())
-            AddFields({{}, 0, field.elementFields}, std::string(before) + "      ", table);
+            words += Format("{}{} {}", words.empty() ? ": " : ", ", word.number, word.text.empty() ? "-" : word.text);
+        rows.push_back({"", Format("{}{:>4}  {:<10} {}{}", before, field.offset, TypeText(field), field.name, words)});
+        if (!field.elementFields.empty()) AddFields({{}, 0, field.elementFields}, std::string(before) + "      ", rows);
     }
 }
 

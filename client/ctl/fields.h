@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "client/ctl/json.h"
 #include "client/ctl/output.h"
 #include "core/types.h"
-#include <nlohmann/json_fwd.hpp>
 
 namespace tessel::ctl {
 
@@ -56,15 +56,15 @@ struct Record {
 };
 
 // The values of a payload by their names. Bytes that are missing read as 0.
-[[nodiscard]] nlohmann::ordered_json Decode(const Record& record, std::span<const u8> payload);
+[[nodiscard]] Json Decode(const Record& record, std::span<const u8> payload);
 
 // "interface eth0   mtu 1400".
-[[nodiscard]] std::string DescriptionText(const nlohmann::ordered_json& description);
+[[nodiscard]] std::string DescriptionText(const Json& description);
 
 // "u32", "char[16]", "address", "10 x address".
 [[nodiscard]] std::string TypeText(const Field& field);
 
 // A line in the second column for each field: offset, type, name, words.
-void AddFields(const Record& record, std::string_view before, Table& table);
+void AddFields(const Record& record, std::string_view before, Rows& rows);
 
 }  // namespace tessel::ctl

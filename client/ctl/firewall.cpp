@@ -1,192 +1,210 @@
-// What the packet filter of the kernel is, its chains, and echo requests.
-#include <fmt/format.h>
+// The packet filter: its lists, echo requests, ports.
+#include "client/ctl/firewall.h"
 
-#include <algorithm>
-#include <fstream>
-
-#include "client/ctl/firewall_readback.h"
-#include "client/ctl/firewall_session.h"
-#include "client/ctl/handlers.h"
-#include "client/ctl/next_hop.h"
+#include "client/ctl/format.h"
 #include "client/libtessel.h"
+#include "tessel/command.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-std::vector<SavedRule> RulesOf(const Filter& filter, bool (*isMeant)(const SavedRule& rule)) {
-    std::vector<SavedRule> rules;
-    std::copy_if(filter.rules.begin(), filter.rules.end(), std::back_inserter(rules), isMeant);
-    return rules;
+// TESSEL_FILTER_... and TESSEL_ICMP_...: IPv4's, IPv6's, both; of each, what allows and what refuses.
+int FilterType(const Options& options, bool refuses) {
+    return 2 * ProtocolsOf(options) - (refuses ? 0 : 1);
 }
 
-bool IsPortRule(const SavedRule& rule) {
-    constexpr std::string_view kOptions[] = {"--sport", "--dport", "--sports", "--dports"};
-    const bool isBuiltIn = rule.chain == "INPUT" || rule.chain == "OUTPUT";
-    return isBuiltIn && rule.Get("-j") != "LOG" &&
-           std::any_of(std::begin(kOptions), std::end(kOptions),
-                       [&](std::string_view option) { return !rule.Get(option).empty(); });
-}
-
-// What becomes of echo requests in their chain; empty: nothing is said about them.
-std::string EchoTarget(const Filter& filter) {
-    for (const SavedRule& rule : filter.rules) {
-        const bool isEcho = rule.Get("--icmp-type") == "8" || rule.Get("--icmpv6-type") == "128";
-        if (rule.chain == kIcmpChain && isEcho && rule.Get("-j") != "LOG") return rule.Get("-j");
+std::vector<std::string> WhitelistWarnings(const std::vector<Filter>& filters) {
+    std::vector<std::string> lines{
+        "a whitelist keeps out answers to the device's own connections (NTP, DNS, DHCP), too"};
+    for (const Filter& filter : filters) {
+        if (filter.Entries(kWhitelist).empty())
+            lines.push_back(ChainText(filter.family, kWhitelist) + ": no entry, so that nothing but loopback gets in");
+        for (const std::string& missing : MissingEntries(filter))
+            lines.push_back(Format("{}: missing: {}", ChainText(filter.family, kWhitelist), missing));
     }
-    return "";
+    return lines;
 }
 
-bool DropsEcho(const Filter& filter) {
-    return filter.IsHooked(kIcmpChain) && EchoTarget(filter) == "DROP";
+Outcome Enable(const Invocation& invocation) {
+    const std::string list = invocation.words.Text("LIST");
+    const int type = FilterType(invocation.options, list == kBlacklist);
+    FilterChange change{
+        .send = [=] { return tessel_filter_enable(type); }, .done = list + "   enabled", .isEnabling = true};
+    if (list == kWhitelist) change.warnings = &WhitelistWarnings;
+    return PerformFilterChange(invocation, change);
 }
 
-ordered_json RulesJson(const std::vector<SavedRule>& rules) {
-    ordered_json list = ordered_json::array();
-    for (const SavedRule& rule : rules)
-        list.push_back({{"chain", rule.chain}, {"rule", rule.text}, {"packets", rule.packets}});
-    return list;
+Outcome Disable(const Invocation& invocation) {
+    const std::string list = invocation.words.Text("LIST");
+    const int type = FilterType(invocation.options, list == kBlacklist);
+    return PerformFilterChange(invocation,
+                               {.send = [=] { return tessel_filter_disable(type); }, .done = list + "   disabled"});
 }
 
-void AddRules(Outcome& outcome, const std::string& family, const std::vector<SavedRule>& rules) {
-    for (const SavedRule& rule : rules)
-        outcome.table.rows.push_back({{family}, {rule.chain}, {rule.text}, {fmt::format("{} packets", rule.packets)}});
+Outcome AddChain(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("add");
+    const int protocols = ProtocolsOf(invocation.options);
+    return PerformFilterChange(invocation, {.send = [=] { return tessel_chain_add(protocols, name.c_str()); },
+                                            .done = "chain " + name + "   added"});
 }
 
-// The guard's opinion of the rules; null without a session of this family.
-ordered_json SessionJson(const Filter& filter, const Options& options) {
-    const auto session = GuardedSession(options);
-    if (!session || session->peer.wSinFamily != filter.family) return nullptr;
-    return {{"peer", HostText(session->peer)},
-            {"let_in", LetsIn(filter, *session)},
-            {"on_whitelist", IsAllowed(filter, session->peer)}};
+Outcome SwitchEchoes(const Invocation& invocation) {
+    const std::string echo = invocation.words.Text("ECHO");
+    const int type = FilterType(invocation.options, echo == "drop");
+    return PerformFilterChange(invocation,
+                               {.send = [=] { return tessel_icmp_filter(type); }, .done = "echo requests   " + echo});
 }
 
-std::string SessionLine(const ordered_json& session, bool isWhite) {
-    const bool isLetIn = session["let_in"].get<bool>();
-    const bool isListed = session["on_whitelist"].get<bool>();
-    std::string line = fmt::format("session from {} {}", session["peer"].get<std::string>(),
-                                   isLetIn ? "is let in" : "is not let in by any rule that tells it from others");
-    if (!isWhite && !isListed) line += "; not on the whitelist, which would shut it out";
-    return line;
-}
-
-// What the rules do not say by themselves.
-void AddWarnings(Outcome& outcome, const Filter& filter, const std::vector<SavedRule>& entries, bool hasPorts) {
-    const std::string family = FamilyName(static_cast<u32>(filter.family));
-    const bool isWhite = filter.IsHooked(kWhitelist);
-    if (!entries.empty() || hasPorts) {
-        outcome.notes.push_back(
-            fmt::format("{}: RETURN is not ACCEPT: packets go on behind the list, and INPUT's "
-                        "policy ({}) decides in the end",
-                        family, filter.Policy()));
+// The shape of an entry chooses the request.
+int SendEntry(const Words& words, int operation) {
+    if (const Mac* mac = words.If<Mac>("M"))
+        return tessel_ip_mac_filter(operation, mac->data(), HostText(words.Get<Network>("ENTRY")).c_str());
+    if (const Mac* mac = words.If<Mac>("ENTRY")) return tessel_mac_filter(operation, mac->data());
+    TNetIpFilter entry{};
+    if (const Range* range = words.If<Range>("ENTRY")) {
+        entry.tStart = GatewayOf(range->first);
+        entry.tEnd = GatewayOf(range->last);
+    } else {
+        const auto& network = words.Get<Network>("ENTRY");
+        entry.tStart = GatewayOf(network);
+        entry.dwPrefixLen = network.length;
     }
-    if (isWhite && hasPorts) {
-        outcome.notes.push_back(
-            fmt::format("{}: rules by port stand behind the whitelist and open nothing that it closes", family));
+    return tessel_ip_filter(operation, &entry);
+}
+
+Outcome ChangeList(const Invocation& invocation, bool isWhite, bool isAdd) {
+    const Words& words = invocation.words;
+    const Network* network = words.If<Network>("ENTRY");
+    if (words.Has("M") && (network == nullptr || !network->IsHost()))
+        throw Refused(invocation.asked, "a MAC may stand behind the address of a host only");
+    if (network != nullptr && Masked(*network) != *network) {
+        throw Refused(invocation.asked, Format("{} is a host with a length: write {} or {}", NetworkText(*network),
+                                               NetworkText(Masked(*network)), HostText(*network)));
     }
-    for (const SavedRule& rule : entries) {
-        const std::string source = rule.Get("-s");
-        if (rule.Get("--mac-source").empty() || !source.ends_with("/32") || source.find(':') == std::string::npos)
-            continue;
-        outcome.notes.push_back(
-            fmt::format("{}: the entry of {} is for the whole of {}", family, rule.Get("--mac-source"), source));
-    }
-}
-
-void AddFilter(Outcome& outcome, const Filter& filter, const Options& options) {
-    const std::string family = FamilyName(static_cast<u32>(filter.family));
-    const bool isWhite = filter.IsHooked(kWhitelist);
-    const std::string_view list = filter.HookedList();
-    std::vector<SavedRule> entries = filter.Entries(kWhitelist);
-    const auto denied = filter.Entries(kBlacklist);
-    entries.insert(entries.end(), denied.begin(), denied.end());
-    const auto ports = RulesOf(filter, &IsPortRule);
-    const ordered_json session = SessionJson(filter, options);
-    outcome.document.push_back({{"family", family},
-                                {"list", list.empty() ? ordered_json() : ordered_json(list)},
-                                {"policy", filter.Policy()},
-                                {"echo_dropped", DropsEcho(filter)},
-                                {"entries", RulesJson(entries)},
-                                {"ports", RulesJson(ports)},
-                                {"session", session}});
-    outcome.table.rows.push_back({{family},
-                                  {list.empty() ? "off" : fmt::format("{} on", list)},
-                                  {fmt::format("policy {}, echo requests {}", filter.Policy(),
-                                               DropsEcho(filter) ? "dropped" : "not dropped by the firewall")}});
-    AddRules(outcome, family, entries);
-    AddRules(outcome, family, ports);
-    if (!session.is_null()) outcome.table.rows.push_back({{family}, {"guard"}, {SessionLine(session, isWhite)}});
-    AddWarnings(outcome, filter, entries, !ports.empty());
-}
-
-bool IsIgnoringEchoes() {
-    std::ifstream file("/proc/sys/net/ipv4/icmp_echo_ignore_all");
-    int value = 0;
-    return file >> value && value != 0;
-}
-
-std::string EchoFault(const Filter& filter, const std::string& wanted) {
-    if (EchoTarget(filter) != wanted) return fmt::format("the chain {} has no such rule", kIcmpChain);
-    if (wanted == "DROP" && !filter.IsHooked(kIcmpChain)) {
-        return fmt::format("INPUT does not jump to the {} chain {}", FamilyName(static_cast<u32>(filter.family)),
-                           kIcmpChain);
-    }
-    const bool isIgnored = wanted == "RETURN" && filter.family == TESSEL_FAMILY_INET && IsIgnoringEchoes();
-    return isIgnored ? "the kernel still ignores every echo request" : "";
-}
-
-std::string ChainFault(const Filter& filter, const std::string& name) {
-    std::string missing = MissingChain(filter, name);
-    if (!missing.empty() || name != kIcmpChain || filter.IsHooked(name)) return missing;
-    return "INPUT does not jump to the chain";
-}
-
-// `before` are the filters as they were; the daemon answers for the last tool that it ran.
-std::string WhyNotAdded(const std::vector<Filter>& before, const std::string& name) {
-    for (const Filter& filter : before) {
-        if (filter.problem.empty() && filter.HasChain(name)) {
-            return fmt::format("there was an {} chain \"{}\" already", FamilyName(static_cast<u32>(filter.family)),
-                               name);
-        }
-    }
-    if (name != kIcmpChain || before.size() != 1) return "";
-    return "icmppacket is hooked for both families, and the other one has no such chain";
-}
-
-}  // namespace
-
-Outcome FirewallShow(const Invocation& invocation) {
-    Outcome outcome;
-    outcome.document = ordered_json::array();
-    for (const Filter& filter : ReadFilters(invocation.options)) {
-        if (!filter.problem.empty()) return Failed("firewall show", filter.problem);
-        AddFilter(outcome, filter, invocation.options);
-    }
+    const int white = isAdd ? TESSEL_LIST_WHITE_ADD : TESSEL_LIST_WHITE_DEL;
+    const int black = isAdd ? TESSEL_LIST_BLACK_ADD : TESSEL_LIST_BLACK_DEL;
+    const std::string entry = words.Text("ENTRY") + (words.Has("M") ? " " + words.Text("M") : "");
+    const std::string_view list = isWhite ? kWhitelist : kBlacklist;
+    Outcome outcome =
+        PerformFilterChange(invocation, {.send = [&] { return SendEntry(words, isWhite ? white : black); },
+                                         .done = Format("{}   {} {}", list, entry, isAdd ? "added" : "deleted")});
+    if (words.Has("M") && network->family == TESSEL_FAMILY_INET6)
+        outcome.notes.emplace_back(
+            "with an IPv6 address and a MAC the entry is for the whole /32 network of the address");
     return outcome;
 }
 
-Outcome FirewallChainAdd(const Invocation& invocation) {
-    const std::string name = invocation.words.Get("add");
-    const std::string asked = "firewall chain add " + name;
-    const auto before = ReadFilters(invocation.options);
-    return ReadBack(
-        asked, tessel_chain_add(ProtocolsOf(invocation.options), name.c_str()), invocation.options,
-        [&](const Filter& filter) { return ChainFault(filter, name); },
-        [&](const Filter& /*filter*/) { return WhyNotAdded(before, name); });
+Outcome Allow(const Invocation& invocation) {
+    return ChangeList(invocation, true, true);
 }
 
-Outcome FirewallIcmp(const Invocation& invocation) {
-    const std::string word = invocation.words.Get("ECHO");
-    const std::string asked = "firewall icmp " + word;
-    // Two types a protocol: allow, then drop.
-    const int type = 2 * ProtocolsOf(invocation.options) - (word == "allow" ? 1 : 0);
-    return ReadBack(
-        asked, tessel_icmp_filter(type), invocation.options,
-        [&](const Filter& filter) { return EchoFault(filter, word == "allow" ? "RETURN" : "DROP"); },
-        [&](const Filter& filter) { return MissingChain(filter, kIcmpChain); });
+Outcome Deny(const Invocation& invocation) {
+    return ChangeList(invocation, false, true);
 }
+
+Outcome Delete(const Invocation& invocation) {
+    return ChangeList(invocation, invocation.words.Text("LIST") == "allow", false);
+}
+
+Outcome ChangePort(const Invocation& invocation) {
+    const Words& words = invocation.words;
+    const bool isAdd = words.Text("CHANGE") == "add";
+    const std::string ports = words.Text("PORTS");
+    TNetPortFilter filter{};
+    filter.eInet = static_cast<u32>(ProtocolsOf(invocation.options));
+    filter.ePortType = words.Text("KIND") == "sport" ? TESSEL_PORT_SOURCE : TESSEL_PORT_DESTINATION;
+    filter.eAction = static_cast<u32>(TESSEL_PORT_ACCEPT_IN + (words.Text("DIRECTION") == "out" ? 2 : 0) +
+                                      (words.Text("ACTION") == "drop" ? 1 : 0));
+    ports.copy(filter.achPorts, sizeof(filter.achPorts) - 1);
+    // One request for both transports would do, but ends at a TCP rule of IPv6 that is there already.
+    const auto send = [&] {
+        int error = TESSEL_OK;
+        for (const auto& [protocol, name] : {std::pair(TESSEL_PORT_TCP, "tcp"), {TESSEL_PORT_UDP, "udp"}}) {
+            filter.eProtocol = static_cast<u32>(protocol);
+            const bool isMeant = !words.Has("PROTOCOL") || words.Text("PROTOCOL") == name;
+            if (isMeant && error == TESSEL_OK)
+                error = tessel_port_filter(isAdd ? TESSEL_PORT_ADD : TESSEL_PORT_DEL, &filter);
+        }
+        return error;
+    };
+    return PerformFilterChange(invocation,
+                               {.send = send, .done = Format("ports {}   {}", ports, isAdd ? "added" : "deleted")});
+}
+
+constexpr std::string_view kListBackground =
+    "Needs the list's chain (firewall chain add). RETURN in the whitelist is not ACCEPT: the further rules of INPUT "
+    "and its policy decide. A MAC goes to both families; an IPv6 address with a MAC stands for its whole /32 network.";
+
+constexpr Command kFirewallCommands[] = {
+    Row("chain", "add CHAIN", &AddChain, "create a chain: whitelist, blacklist, icmppacket; comes first",
+        "firewall chain add whitelist")
+        .Sends(TESSEL_CMD_CHAIN_ADD)
+        .OfFamily()
+        .More("icmppacket is hooked at once, for both families."),
+    Row("show", "", &FirewallShow, "which list is hooked, entries, echo requests, ports, your session",
+        "firewall show -4")
+        .OfFamily()
+        .Columns("FAMILY {family}|LIST {list}|POLICY {policy}|ECHO REQUESTS {echo_requests}|CHAIN {chain}|PACKETS "
+                 "{packets}|RULE {rule}")
+        .More("The kernel is asked; that takes root."),
+    Row("allow", "ENTRY=A/L|A|A-A|M [M]", &Allow, "whitelist a host (and its MAC), a network, a range or a MAC",
+        "firewall allow 192.168.1.0/24")
+        .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER)
+        .More(kListBackground),
+    Row("deny", "ENTRY=A/L|A|A-A|M [M]", &Deny, "blacklist one: its packets are logged and dropped",
+        "firewall deny 10.0.0.10-10.0.0.20")
+        .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER)
+        .More(kListBackground),
+    Row("delete", "LIST=allow|deny ENTRY=A/L|A|A-A|M [M]", &Delete, "delete an entry of a list",
+        "firewall delete allow 192.168.1.77 02:00:00:00:00:77")
+        .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER),
+    Row("enable", "LIST=whitelist|blacklist", &Enable, "let packets pass through a list; empties the other one",
+        "firewall enable blacklist -4")
+        .Sends(TESSEL_CMD_FILTER_ENABLE)
+        .OfFamily()
+        .More("The whitelist lets in its entries and loopback alone, not even answers to the device's own "
+              "connections or IPv6 neighbour discovery: what is missing is listed before."),
+    Row("disable", "LIST=whitelist|blacklist", &Disable, "unhook a list, and empty it; asks before",
+        "firewall disable blacklist -4")
+        .Sends(TESSEL_CMD_FILTER_DISABLE)
+        .OfFamily(),
+    Row("icmp", "ECHO=allow|drop", &SwitchEchoes, "what becomes of echo requests; needs the chain icmppacket",
+        "firewall icmp allow -4")
+        .Sends(TESSEL_CMD_ICMP_FILTER)
+        .OfFamily(),
+    Row("port", "CHANGE=add|del [PROTOCOL=tcp|udp] KIND=sport|dport PORTS DIRECTION=in|out ACTION=accept|drop",
+        &ChangePort, "add or delete rules by port, of tcp and udp unless one is named",
+        "firewall port add tcp dport 80,443 in drop -4")
+        .Sends(TESSEL_CMD_PORT_FILTER)
+        .OfFamily()
+        .More("Appended behind the jump to a list: \"accept\" opens no port that the whitelist closes."),
+    Row("export", "FILE", &FirewallExport, "write the rules of every table to a file; - is standard output",
+        "firewall export /tmp/rules")
+        .OfFamily()
+        .More("Done here, by the tools of the device. The file is there whole or not at all."),
+    Row("import", "FILE", &FirewallImport, "replace the rules by those of a file; asks before",
+        "firewall import /tmp/rules")
+        .OfFamily()
+        .More("Takes what \"firewall export\" wrote and, with -4 or -6, what a save tool printed. Checked before "
+              "anything is changed; put back when a tool fails. Tables that the file does not have stay."),
+    Row("save", "PATH", &FirewallSave, "have the daemon save the rules, which fails: use export",
+        "firewall save /tmp/rules")
+        .Sends(TESSEL_CMD_FIREWALL_SAVE)
+        .OfFamily()
+        .Hidden()
+        .More("The daemon hands \"> PATH-4\" to iptables-save as two words, which it refuses: -1, and no file."),
+    Row("restore", "PATH", &FirewallRestore, "have the daemon restore the rules, which fails: use import",
+        "firewall restore /tmp/rules")
+        .Sends(TESSEL_CMD_FIREWALL_RESTORE)
+        .OfFamily()
+        .Hidden()
+        .More("\"<\" reaches the tool as a word, as with \"firewall save\"."),
+};
+
+}  // namespace
+
+extern const Object kFirewall = {
+    .name = "firewall", .summary = "the packet filter: lists, echo requests, ports", .commands = kFirewallCommands};
 
 }  // namespace tessel::ctl

@@ -1,10 +1,8 @@
 #include "client/ctl/grammar.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
-#include "client/ctl/commands.h"
+#include "client/ctl/format.h"
 
 namespace tessel::ctl {
 
@@ -24,35 +22,23 @@ std::vector<std::string_view> NamesFor(std::string_view word, const std::vector<
     return found;
 }
 
-std::vector<std::string_view> AllObjects() {
-    std::vector<std::string_view> objects;
-    for (const Command& command : Commands()) {
-        if (objects.empty() || objects.back() != command.object) objects.push_back(command.object);
-    }
-    return objects;
+const Object& ObjectNamed(std::string_view name) {
+    const auto all = Objects();
+    return **std::find_if(all.begin(), all.end(), [&](const Object* object) { return object->name == name; });
 }
 
-std::vector<std::string_view> VerbsOf(std::string_view object) {
-    std::vector<std::string_view> verbs;
-    for (const Command& command : Commands()) {
-        const bool isNew = std::find(verbs.begin(), verbs.end(), command.verb) == verbs.end();
-        if (command.object == object && !command.verb.empty() && isNew) verbs.push_back(command.verb);
-    }
-    return verbs;
-}
-
-std::vector<const Command*> RowsOf(std::string_view object, std::string_view verb) {
+std::vector<const Command*> RowsOf(const Object& object, std::string_view verb) {
     std::vector<const Command*> rows;
-    for (const Command& command : Commands()) {
-        if (command.object == object && command.verb == verb) rows.push_back(&command);
+    for (const Command& command : object.commands) {
+        if (command.verb == verb) rows.push_back(&command);
     }
     return rows;
 }
 
 Failure NotOne(std::string_view word, std::string_view what, const std::vector<std::string_view>& found,
                const std::vector<std::string_view>& all) {
-    if (found.empty()) return Refused(word, fmt::format("no such {} (known: {})", what, fmt::join(all, ", ")));
-    return Refused(word, fmt::format("may be {}", fmt::join(found, " or ")));
+    if (found.empty()) return Refused(word, Format("no such {} (known: {})", what, Joined(all, ", ")));
+    return Refused(word, "may be " + Joined(found, " or "));
 }
 
 std::vector<std::string> From(const std::vector<std::string>& words, std::size_t first) {
@@ -67,69 +53,76 @@ bool IsKeywordOf(const std::vector<const Command*>& rows, const std::string& wor
     });
 }
 
-std::variant<Selection, Failure> SelectVerb(std::string_view object, const std::vector<std::string>& words) {
+Selection SelectVerb(const Object& object, const std::vector<std::string>& words) {
     const auto verbs = VerbsOf(object);
-    const auto verbless = RowsOf(object, "");
+    auto verbless = RowsOf(object, "");
     const auto shown = RowsOf(object, kDefaultVerb);
     if (words.size() == 1 && !verbs.empty() && verbless.empty()) {
-        if (shown.empty()) return Refused(object, fmt::format("what of it? ({})", fmt::join(verbs, ", ")));
-        return Selection{.object = object, .hasVerb = false, .rows = shown, .rest = {}};
+        if (shown.empty()) throw Refused(object.name, Format("a verb is missing ({})", Joined(verbs, ", ")));
+        return {.object = &object, .hasVerb = false, .rows = shown, .rest = {}};
     }
-    if (verbs.empty() || words.size() == 1) {
-        return Selection{.object = object, .hasVerb = true, .rows = verbless, .rest = From(words, 1)};
-    }
+    if (verbs.empty() || words.size() == 1)
+        return {.object = &object, .hasVerb = true, .rows = std::move(verbless), .rest = From(words, 1)};
     const std::string& word = words[1];
     const auto found = NamesFor(word, verbs);
-    if (found.size() == 1) {
-        return Selection{.object = object, .hasVerb = true, .rows = RowsOf(object, found[0]), .rest = From(words, 2)};
-    }
+    if (found.size() == 1)
+        return {.object = &object, .hasVerb = true, .rows = RowsOf(object, found[0]), .rest = From(words, 2)};
     if (!shown.empty()) {
         const bool isAlias = std::find(std::begin(kSameAsShow), std::end(kSameAsShow), word) != std::end(kSameAsShow);
-        if (isAlias) return Selection{.object = object, .hasVerb = true, .rows = shown, .rest = From(words, 2)};
-        if (IsKeywordOf(shown, word)) {
-            return Selection{.object = object, .hasVerb = false, .rows = shown, .rest = From(words, 1)};
-        }
+        if (isAlias) return {.object = &object, .hasVerb = true, .rows = shown, .rest = From(words, 2)};
+        if (IsKeywordOf(shown, word))
+            return {.object = &object, .hasVerb = false, .rows = shown, .rest = From(words, 1)};
     }
-    if (found.empty() && !verbless.empty()) {
-        return Selection{.object = object, .hasVerb = true, .rows = verbless, .rest = From(words, 1)};
-    }
-    return NotOne(fmt::format("{} {}", object, word), "verb", found, verbs);
+    if (found.empty() && !verbless.empty())
+        return {.object = &object, .hasVerb = true, .rows = std::move(verbless), .rest = From(words, 1)};
+    throw NotOne(Format("{} {}", object.name, word), "verb", found, verbs);
 }
 
 }  // namespace
 
-std::variant<Selection, Failure> SelectCommand(const std::vector<std::string>& words) {
-    if (words.empty()) {
-        return Selection{.object = {}, .hasVerb = false, .rows = RowsOf(kDefaultObject, ""), .rest = {}};
-    }
-    const auto objects = AllObjects();
-    const auto found = NamesFor(words[0], objects);
-    if (found.size() != 1) return NotOne(words[0], "object", found, objects);
-    return SelectVerb(found[0], words);
+const Object& FindObject(std::string_view word) {
+    std::vector<std::string_view> objects;
+    for (const Object* object : Objects())
+        objects.push_back(object->name);
+    const auto found = NamesFor(word, objects);
+    if (found.size() != 1) throw NotOne(word, "object", found, objects);
+    return ObjectNamed(found[0]);
 }
 
-std::variant<ParsedCommand, Failure> ParseWords(const std::vector<std::string>& words) {
-    auto selected = SelectCommand(words);
-    if (auto* failure = std::get_if<Failure>(&selected)) return std::move(*failure);
-    const auto& selection = std::get<Selection>(selected);
+Selection SelectCommand(const std::vector<std::string>& words) {
+    if (words.empty()) return SelectVerb(ObjectNamed(kDefaultObject), {std::string(kDefaultObject)});
+    return SelectVerb(FindObject(words[0]), words);
+}
+
+ParsedCommand ParseWords(const std::vector<std::string>& words) {
+    const Selection selection = SelectCommand(words);
     // Rows of one verb differ in their words; the one that gets furthest says what is wrong.
     const Command* nearest = nullptr;
     Match nearestMatch;
     for (const Command* row : selection.rows) {
         Match match = MatchWords(row->words, selection.rest);
-        if (match.isComplete) return ParsedCommand{row, std::move(match.arguments)};
+        if (match.isComplete) return {selection.object, row, std::move(match.words)};
         if (nearest == nullptr || match.matchedWords > nearestMatch.matchedWords) {
             nearest = row;
             nearestMatch = std::move(match);
         }
     }
-    return Refused(TitleOf(*nearest), fmt::format("{} (usage: tesselctl {} {})", nearestMatch.problem,
-                                                  TitleOf(*nearest), UsageWords(nearest->words)));
+    const std::string title = TitleOf(*selection.object, *nearest);
+    throw Refused(title,
+                  Format("{} (usage: tesselctl {} {})", nearestMatch.problem, title, UsageWords(nearest->words)));
 }
 
-std::string TitleOf(const Command& command) {
-    if (command.verb.empty()) return std::string(command.object);
-    return fmt::format("{} {}", command.object, command.verb);
+std::string TitleOf(const Object& object, const Command& command) {
+    return command.verb.empty() ? std::string(object.name) : Format("{} {}", object.name, command.verb);
+}
+
+std::vector<std::string_view> VerbsOf(const Object& object) {
+    std::vector<std::string_view> verbs;
+    for (const Command& command : object.commands) {
+        const bool isNew = std::find(verbs.begin(), verbs.end(), command.verb) == verbs.end();
+        if (!command.verb.empty() && isNew) verbs.push_back(command.verb);
+    }
+    return verbs;
 }
 
 }  // namespace tessel::ctl

@@ -3,72 +3,125 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
+#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
-#include "client/ctl/next_hop.h"
-#include "client/ctl/values.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-// Client's address and port, server's address and port; nothing where this is no remote connection.
-std::optional<std::array<std::string, 4>> Connection() {
-    const char* connection = getenv("SSH_CONNECTION");
-    if (connection == nullptr) return std::nullopt;
-    std::istringstream text(connection);
-    std::array<std::string, 4> words;
-    for (std::string& word : words)
-        text >> word;
-    return words;
+constexpr u32 kInet6Bytes = 16;
+constexpr u32 kMappedBytes = 12;
+
+// A server for both families has IPv4 hosts as "::ffff:192.168.1.77".
+Network Unmapped(const Network& address) {
+    const Network mapped{
+        .family = TESSEL_FAMILY_INET6, .bytes = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, .length = kMappedBytes * 8};
+    if (!Covers(mapped, address)) return address;
+    Network inet{.family = TESSEL_FAMILY_INET, .length = 32};
+    std::copy(address.bytes.begin() + kMappedBytes, address.bytes.end(), inet.bytes.begin());
+    return inet;
 }
 
-// Link-local addresses carry their interface: "fe80::1%eth0". A server for both families writes "::ffff:192.168.1.77".
-std::string PlainAddress(const std::string& word) {
-    constexpr std::string_view kMapped = "::ffff:";
-    const std::string address = word.substr(0, word.find('%'));
-    const bool isMapped = address.starts_with(kMapped) && address.find('.') != std::string::npos;
-    return isMapped ? address.substr(kMapped.size()) : address;
+// Link-local addresses carry their interface: "fe80::1%eth0".
+std::optional<Network> AddressIn(const std::string& word) {
+    const auto address = ParseHost(word.substr(0, word.find('%')));
+    return address ? std::optional(Unmapped(*address)) : std::nullopt;
+}
+
+// SSH_CONNECTION: client's address and port, server's address and port.
+std::optional<Session> OwnSession() {
+    const char* connection = getenv("SSH_CONNECTION");
+    std::istringstream words(connection == nullptr ? "" : connection);
+    std::array<std::string, 4> parts;
+    for (std::string& part : parts)
+        words >> part;
+    const auto address = AddressIn(parts[0]);
+    if (!address) return std::nullopt;
+    return Session{.text = "your session comes from " + HostText(*address),
+                   .peer = *address,
+                   .device = AddressIn(parts[2]),
+                   .devicePort = ParseNumber(parts[3])};
 }
 
 }  // namespace
 
-bool IsSessionAddress(const std::string& address) {
-    const auto connection = Connection();
-    return connection && !address.empty() && PlainAddress((*connection)[2]) == address;
+// proc(5): the address in words of 4 bytes as this processor's numbers.
+Network AddressInTable(const std::string& word) {
+    constexpr std::size_t kDigits = 8;
+    const std::size_t digits = word.find(':');
+    const bool isInet6 = digits == 2 * kInet6Bytes;
+    Network address{.family = isInet6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET};
+    address.length = address.FullLength();
+    for (std::size_t at = 0; at + kDigits <= std::min<std::size_t>(digits, 2 * kInet6Bytes); at += kDigits) {
+        const auto part = static_cast<u32>(std::strtoul(word.substr(at, kDigits).c_str(), nullptr, 16));
+        std::memcpy(address.bytes.data() + at / 2, &part, sizeof(part));
+    }
+    return Unmapped(address);
 }
 
-bool CarriesSession(const std::string& interfaceName) {
-    if (interfaceName.empty()) return IsRemoteSession();
-    const auto link = FindKernelLink(interfaceName);
-    return link && std::any_of(link->addresses.begin(), link->addresses.end(),
-                               [](const ShownAddress& address) { return IsSessionAddress(address.text); });
+namespace {
+
+void AddConnections(const char* path, std::vector<Session>& sessions) {
+    constexpr const char* kEstablished = "01";
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        const std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+        if (fields.size() < 4 || fields[3] != kEstablished) continue;
+        const auto port = ParseNumber("0x" + fields[1].substr(fields[1].find(':') + 1));
+        if (port != 22U && port != 23U) continue;
+        const Network peer = AddressInTable(fields[2]);
+        const bool isKnown = std::any_of(sessions.begin(), sessions.end(), [&](const Session& one) {
+            return one.peer == peer && (!one.devicePort || one.devicePort == port);
+        });
+        if (isKnown) continue;
+        sessions.push_back({.text = Format("{} is connected to port {}", HostText(peer), *port),
+                            .peer = peer,
+                            .device = AddressInTable(fields[1]),
+                            .devicePort = port});
+    }
 }
 
-bool IsRemoteSession() {
-    return Connection().has_value();
-}
+}  // namespace
 
 std::optional<Session> GuardedSession(const Options& options) {
-    if (!options.protect.empty()) {
-        return Session{.text = "--protect names " + options.protect,
-                       .peer = *ParseHost(options.protect),
-                       .device = std::nullopt,
-                       .devicePort = std::nullopt};
-    }
-    const auto connection = Connection();
-    if (!connection) return std::nullopt;
-    const auto peer = ParseHost(PlainAddress((*connection)[0]));
-    if (!peer) return std::nullopt;
-    return Session{.text = "your session comes from " + HostText(*peer),
-                   .peer = *peer,
-                   .device = ParseHost(PlainAddress((*connection)[2])),
-                   .devicePort = ParseNumber((*connection)[3])};
+    if (!options.protect) return OwnSession();
+    return Session{.text = "--protect names " + HostText(*options.protect),
+                   .peer = *options.protect,
+                   .device = std::nullopt,
+                   .devicePort = std::nullopt};
 }
 
-bool MayCutSession(const Options& options) {
-    return options.force || options.dryRun;
+std::vector<Session> KnownSessions(const Options& options) {
+    std::vector<Session> sessions;
+    if (const auto guarded = GuardedSession(options)) sessions.push_back(*guarded);
+    for (const char* path : {"/proc/net/tcp", "/proc/net/tcp6"})
+        AddConnections(path, sessions);
+    return sessions;
+}
+
+std::string CutsSessionAt(const Network& address) {
+    const auto own = OwnSession();
+    const bool isIt =
+        own && own->device && own->device->bytes == address.bytes && own->device->family == address.family;
+    return isIt ? "your session runs over " + HostText(address) : "";
+}
+
+std::string CutsSessionOn(const std::string& interfaceName) {
+    const auto own = OwnSession();
+    if (!own || !own->device) return "";
+    if (interfaceName.empty()) return CutsSessionAt(*own->device);
+    const Json link = KernelLink(interfaceName);
+    const bool isThere = !link.is_null() &&
+                         std::any_of(link["addresses"].begin(), link["addresses"].end(),
+                                     [&](const Json& one) { return TextOf(one, "address") == HostText(*own->device); });
+    return isThere ? CutsSessionAt(*own->device) : "";
 }
 
 }  // namespace tessel::ctl

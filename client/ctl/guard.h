@@ -3,37 +3,34 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "client/ctl/options.h"
-#include "core/types.h"
-#include "tessel/gateway.h"
+#include "client/ctl/values.h"
 
 namespace tessel::ctl {
 
-constexpr std::string_view kCutsSession = "your session runs over this address (--force does it)";
-
-// True when the connection that this is typed on ends at this address of the device.
-[[nodiscard]] bool IsSessionAddress(const std::string& address);
-
-// True when that address is one of this interface; with an empty name, when there is a remote connection at all.
-[[nodiscard]] bool CarriesSession(const std::string& interfaceName);
-
-// True when this is typed on a remote connection.
-[[nodiscard]] bool IsRemoteSession();
-
-// The host that is not to be shut out, and as far as known the TCP connection that it has to the device.
+// A host that is not to be shut out, and as far as known the TCP connection that it has to the device.
 struct Session {
     std::string text;  // "your session comes from 192.168.1.77"
-    TNetGateway peer;
-    std::optional<TNetGateway> device;
+    Network peer;
+    std::optional<Network> device;
     std::optional<u32> devicePort;
 };
 
-// Of the host that --protect names, else of the one that this is typed from; nothing: there is neither.
+// Of the host that --protect names, else of the one that this is typed from (SSH_CONNECTION); nothing: there is
+// neither.
 [[nodiscard]] std::optional<Session> GuardedSession(const Options& options);
 
-// True when nothing is asked: --force, or nothing will be sent.
-[[nodiscard]] bool MayCutSession(const Options& options);
+// That one, and every host with an established TCP connection to port 22 or 23, as the kernel knows them.
+[[nodiscard]] std::vector<Session> KnownSessions(const Options& options);
+
+// An address in the tables of connections in "/proc/net": "0100007F:0016". A mapped one is one of IPv4.
+[[nodiscard]] Network AddressInTable(const std::string& word);
+
+// Why losing this address, or every address of this interface (of any, when it is empty), would end the session that
+// this is typed in: "your session runs over 192.168.1.20". Empty: it would not.
+[[nodiscard]] std::string CutsSessionAt(const Network& address);
+[[nodiscard]] std::string CutsSessionOn(const std::string& interfaceName);
 
 }  // namespace tessel::ctl

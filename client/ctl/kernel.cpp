@@ -1,19 +1,16 @@
 #include "client/ctl/kernel.h"
 
-#include <arpa/inet.h>
-#include <fmt/format.h>
-#include <ifaddrs.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <net/if_arp.h>
-#include <netinet/in.h>
-#include <netpacket/packet.h>
+#include <sys/socket.h>
 
-#include <algorithm>
-#include <bit>
+#include <array>
+#include <cerrno>
 #include <cstring>
-#include <iterator>
-#include <memory>
 
+#include "client/ctl/failure.h"
+#include "client/ctl/format.h"
+#include "client/ctl/kernel_messages.h"
 #include "client/ctl/processes.h"
 #include "client/libtessel.h"
 
@@ -21,119 +18,214 @@ namespace tessel::ctl {
 
 namespace {
 
-template <typename Address>
-Address ReadAddress(const sockaddr* from) {
-    Address address;
-    memcpy(&address, from, sizeof(address));
-    return address;
+// The kernel fills at most 32 KiB of a dump at once (rtnetlink(7), netlink_recvmsg).
+constexpr std::size_t kDumpBytes = 32768;
+// A dump that a change cut into is begun anew; where changes never cease, the last one has to do.
+constexpr int kDumpAttempts = 8;
+
+using Buffer = std::array<char, kDumpBytes>;
+
+// Of one answer there is no more to come; a dump ends by itself.
+int Take(const nlmsghdr* message, void* into) {
+    auto& [take, documents] = *static_cast<std::pair<Json (*)(const nlmsghdr*), Json>*>(into);
+    Json document = take(message);
+    if (!document.is_null()) documents.push_back(std::move(document));
+    return (message->nlmsg_flags & NLM_F_MULTI) != 0 ? MNL_CB_OK : MNL_CB_STOP;
 }
 
-template <std::size_t kBytes>
-u32 PrefixLength(const u8 (&mask)[kBytes]) {
-    int bits = 0;
-    for (const u8 byte : mask)
-        bits += std::popcount(byte);
-    return static_cast<u32>(bits);
-}
-
-ShownAddress Inet(const ifaddrs& entry) {
-    const auto address = ReadAddress<sockaddr_in>(entry.ifa_addr);
-    u32 prefixLength = 32;
-    if (entry.ifa_netmask != nullptr) {
-        prefixLength = static_cast<u32>(std::popcount(ReadAddress<sockaddr_in>(entry.ifa_netmask).sin_addr.s_addr));
+// What the kernel answers, by `take`. Null: it failed, with errno.
+Json Ask(nlmsghdr* request, Buffer& buffer, Json (*take)(const nlmsghdr*)) {
+    const std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)> socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC),
+                                                                          &mnl_socket_close);
+    if (socket == nullptr || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) return {};
+    if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) return {};
+    std::pair taken(take, Json::array());
+    int state = MNL_CB_OK;
+    while (state > MNL_CB_STOP) {
+        const ssize_t count = mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
+        if (count < 0) return {};
+        state = mnl_cb_run(buffer.data(), static_cast<std::size_t>(count), 0, mnl_socket_get_portid(socket.get()),
+                           &Take, &taken);
     }
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
-    return {.text = text, .family = FamilyName(TESSEL_FAMILY_INET), .prefixLength = prefixLength};
+    return state < 0 ? Json() : taken.second;
 }
 
-ShownAddress Inet6(const ifaddrs& entry) {
-    const auto address = ReadAddress<sockaddr_in6>(entry.ifa_addr);
-    u32 prefixLength = 128;
-    if (entry.ifa_netmask != nullptr) {
-        prefixLength = PrefixLength(ReadAddress<sockaddr_in6>(entry.ifa_netmask).sin6_addr.s6_addr);
+// Every request begins with the family.
+nlmsghdr* PutRequest(Buffer& buffer, u16 type, int family, u16 flags) {
+    nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
+    request->nlmsg_type = type;
+    request->nlmsg_flags = NLM_F_REQUEST | flags;
+    *static_cast<u8*>(mnl_nlmsg_put_extra_header(request, HeaderBytes(type))) = static_cast<u8>(family);
+    return request;
+}
+
+Json TakeEntry(const nlmsghdr* message) {
+    Json entry = FromKernel(message);
+    if (entry.is_null()) return entry;
+    entry.erase("event");
+    entry.erase("action");
+    return entry;
+}
+
+// The entries of one family, as far as they could be read.
+Json Dump(u16 type, int family) {
+    for (int i = 0; i < kDumpAttempts; ++i) {
+        alignas(nlmsghdr) Buffer buffer;
+        Json entries = Ask(PutRequest(buffer, type, family, NLM_F_DUMP), buffer, &TakeEntry);
+        // EINTR: the kernel marked the dump as inconsistent (NLM_F_DUMP_INTR), or a signal came.
+        if (!entries.is_null() || errno != EINTR) return entries.is_null() ? Json::array() : entries;
     }
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET6, &address.sin6_addr, text, sizeof(text));
-    return {.text = text, .family = FamilyName(TESSEL_FAMILY_INET6), .prefixLength = prefixLength};
+    return Json::array();
 }
 
-std::string MacOf(const ifaddrs& entry) {
-    const auto address = ReadAddress<sockaddr_ll>(entry.ifa_addr);
-    constexpr int kEthernetBytes = 6;
-    if (address.sll_hatype != ARPHRD_ETHER || address.sll_halen != kEthernetBytes) return "";
-    return fmt::format("{:02x}", fmt::join(address.sll_addr, address.sll_addr + kEthernetBytes, ":"));
+Json DumpFamilies(u16 type, int family) {
+    if (family != TESSEL_FAMILY_BOTH) return Dump(type, family);
+    Json entries = Dump(type, TESSEL_FAMILY_INET);
+    for (Json& entry : Dump(type, TESSEL_FAMILY_INET6))
+        entries.push_back(std::move(entry));
+    return entries;
 }
 
-KernelLink& LinkNamed(std::vector<KernelLink>& links, const ifaddrs& entry) {
-    const auto found =
-        std::find_if(links.begin(), links.end(), [&](const KernelLink& link) { return link.name == entry.ifa_name; });
-    if (found != links.end()) return *found;
-    return links.emplace_back(KernelLink{.name = entry.ifa_name,
-                                         .isUp = (entry.ifa_flags & IFF_UP) != 0,
-                                         .hasCarrier = (entry.ifa_flags & IFF_RUNNING) != 0,
-                                         .mac = {},
-                                         .addresses = {}});
+bool IsOwnAddress(const Network& host) {
+    for (const Json& address : DumpFamilies(RTM_GETADDR, host.family)) {
+        if (TextOf(address, "address") == HostText(host)) return true;
+    }
+    return false;
+}
+
+// RFC 4291: fe80::/10, on every link.
+bool IsLinkLocal(const Network& host) {
+    return host.family == TESSEL_FAMILY_INET6 && host.bytes[0] == 0xfe && (host.bytes[1] & 0xc0) == 0x80;
 }
 
 }  // namespace
 
-std::vector<KernelLink> KernelLinks() {
-    std::vector<KernelLink> links;
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0) return links;
-    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
-    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-        KernelLink& link = LinkNamed(links, *entry);
-        if (entry->ifa_addr == nullptr) continue;
-        switch (entry->ifa_addr->sa_family) {
-            case AF_INET:
-                link.addresses.push_back(Inet(*entry));
-                break;
-            case AF_INET6:
-                link.addresses.push_back(Inet6(*entry));
-                break;
-            case AF_PACKET:
-                link.mac = MacOf(*entry);
-                break;
-            default:
-                break;
+Json KernelLinks() {
+    Json links = Dump(RTM_GETLINK, AF_UNSPEC);
+    Json addresses = DumpFamilies(RTM_GETADDR, TESSEL_FAMILY_BOTH);
+    for (Json& link : links) {
+        link["addresses"] = Json::array();
+        for (Json& address : addresses) {
+            if (TextOf(address, "interface") != TextOf(link, "interface")) continue;
+            address.erase("interface");
+            link["addresses"].push_back(std::move(address));
         }
     }
     return links;
 }
 
-std::optional<KernelLink> FindKernelLink(std::string_view name) {
-    for (KernelLink& link : KernelLinks()) {
-        if (link.name == name) return std::move(link);
+Json KernelLink(const std::string& name) {
+    for (Json& link : KernelLinks()) {
+        if (TextOf(link, "interface") == name) return std::move(link);
     }
-    return std::nullopt;
+    return {};
 }
 
-std::vector<ShownAddress> AddressesBeside(const std::vector<ShownAddress>& told, const KernelLink& link, int family) {
-    std::vector<ShownAddress> beside;
-    std::copy_if(
-        link.addresses.begin(), link.addresses.end(), std::back_inserter(beside), [&](const ShownAddress& address) {
-            const bool isMeant = family == TESSEL_FAMILY_BOTH || address.family == FamilyName(static_cast<u32>(family));
-            return isMeant && std::none_of(told.begin(), told.end(), [&](const ShownAddress& one) {
-                       return AddressText(one) == AddressText(address);
-                   });
-        });
-    return beside;
+Json KernelRoutes(int family, u32 table) {
+    Json routes = Json::array();
+    for (Json& route : DumpFamilies(RTM_GETROUTE, family)) {
+        if (NumberOf(route, "table") == table) routes.push_back(std::move(route));
+    }
+    return routes;
 }
 
-std::string LinkState(const KernelLink& link) {
-    if (!link.isUp) return "down";
-    return link.hasCarrier ? "up" : "no carrier";
+Json KernelRules(int family) {
+    return DumpFamilies(RTM_GETRULE, family);
+}
+
+Json KernelNeighbours(int family) {
+    return DumpFamilies(RTM_GETNEIGH, family);
+}
+
+Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark, std::string& problem) {
+    alignas(nlmsghdr) Buffer buffer;
+    nlmsghdr* request = PutRequest(buffer, RTM_GETROUTE, target.family, 0);
+    auto& header = *static_cast<rtmsg*>(mnl_nlmsg_get_payload(request));
+    header.rtm_flags = RTM_F_LOOKUP_TABLE;
+    header.rtm_dst_len = static_cast<u8>(target.FullLength());
+    const std::size_t bytes = target.FullLength() / 8;
+    mnl_attr_put(request, RTA_DST, bytes, target.bytes.data());
+    if (from != nullptr) {
+        header.rtm_src_len = header.rtm_dst_len;
+        mnl_attr_put(request, RTA_SRC, bytes, from->bytes.data());
+    }
+    if (mark) mnl_attr_put_u32(request, RTA_MARK, *mark);
+    Json answer = Ask(request, buffer, &DocumentOf);
+    if (answer.is_array() && !answer.empty()) return std::move(answer.front());
+    const int error = errno;
+    problem = error == ENETUNREACH ? "no route leads there" : std::strerror(error);
+    if (error == EINVAL) problem = "a route drops it";  // the type blackhole
+    if (from != nullptr && !IsOwnAddress(*from)) problem = HostText(*from) + " is no address of this device";
+    return {};
+}
+
+void KernelFollower::CloseSocket::operator()(mnl_socket* socket) const {
+    mnl_socket_close(socket);
+}
+
+KernelFollower::KernelFollower() : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
+    constexpr unsigned kGroups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE |
+                                 RTMGRP_IPV6_ROUTE | RTMGRP_IPV4_RULE | 1U << (RTNLGRP_IPV6_RULE - 1);
+    if (socket_ == nullptr || mnl_socket_bind(socket_.get(), kGroups, MNL_SOCKET_AUTOPID) < 0) {
+        throw Failed("kernel", std::strerror(errno));
+    }
+}
+
+int KernelFollower::Fd() const {
+    return mnl_socket_get_fd(socket_.get());
+}
+
+std::vector<Json> KernelFollower::Next(bool& isCut) {
+    std::vector<Json> changes;
+    alignas(nlmsghdr) Buffer buffer;
+    while (true) {
+        const ssize_t count = mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+        if (count < 0 && errno != ENOBUFS) return changes;
+        isCut = isCut || count < 0;
+        int rest = static_cast<int>(count);
+        const auto* message = static_cast<const nlmsghdr*>(static_cast<const void*>(buffer.data()));
+        for (; mnl_nlmsg_ok(message, rest); message = mnl_nlmsg_next(message, &rest)) {
+            Json change = FromKernel(message);
+            if (!change.is_null()) changes.push_back(std::move(change));
+        }
+    }
+}
+
+std::vector<std::string> InterfaceNames() {
+    std::vector<std::string> names;
+    for (const Json& link : Dump(RTM_GETLINK, AF_UNSPEC))
+        names.push_back(TextOf(link, "interface"));
+    return names;
 }
 
 std::string MissingInterface(const std::string& name) {
-    return FindKernelLink(name) ? "" : fmt::format("there is no interface {}", name);
+    return name.empty() || if_nametoindex(name.c_str()) != 0 ? "" : "there is no interface " + name;
+}
+
+std::string WhyUnreachable(const Network& gateway, const std::string& interfaceName) {
+    const bool isNamed = !interfaceName.empty();
+    if (!isNamed && IsLinkLocal(gateway)) return HostText(gateway) + " is on every link: name the interface";
+    std::vector<std::string> networks;
+    for (const Json& link : KernelLinks()) {
+        if (isNamed && TextOf(link, "interface") != interfaceName) continue;
+        if (isNamed && TextOf(link, "state") == "down") return interfaceName + " is down";
+        for (const Json& address : link["addresses"]) {
+            auto own = ParseHost(TextOf(address, "address"));
+            if (!own || own->family != gateway.family) continue;
+            own->length = static_cast<u32>(NumberOf(address, "prefix_length"));
+            if (Covers(*own, gateway)) return "";
+            networks.push_back(NetworkText(*own));
+        }
+    }
+    const std::string missing = MissingInterface(interfaceName);
+    if (!missing.empty() || IsLinkLocal(gateway)) return missing;
+    return Format("{} is in no network of {} ({})", HostText(gateway), isNamed ? interfaceName : "any interface",
+                  networks.empty() ? "it has no address" : Joined(networks, ", "));
 }
 
 std::string ForeignKernel() {
     const auto shares = SharesOurNetwork(tessel_daemon_pid());
-    if (!shares) return "it cannot be told from here which network namespace the daemon lives in";
+    if (!shares) return "it cannot be seen from here which network namespace the daemon lives in";
     return *shares ? "" : "the daemon lives in another network namespace";
 }
 

@@ -1,40 +1,78 @@
-// What the kernel tells about interfaces without the daemon.
+// What the kernel knows without the daemon, by rtnetlink: documents with the keys that every command uses.
 #pragma once
 
+#include <libmnl/libmnl.h>
+
+#include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "client/ctl/addresses.h"
+#include "client/ctl/json.h"
+#include "client/ctl/values.h"
 
 namespace tessel::ctl {
 
-struct KernelLink {
-    std::string name;
-    bool isUp = false;
-    bool hasCarrier = false;  // of an interface that is up
-    std::string mac;          // empty: none, or no Ethernet address
-    std::vector<ShownAddress> addresses;
+// rtnetlink(7), RT_TABLE_MAIN: where routes go that name no table.
+constexpr u32 kMainTable = 254;
+
+// Every interface of this process's network namespace, in the kernel's order:
+//   {"interface", "state": "up"/"down"/"no carrier", "mtu", "mac" or null, "kind" ("veth", "bond" ...) or null,
+//    "addresses": [{"address", "prefix_length", "family", "scope", "dynamic", "tentative"}]}
+[[nodiscard]] Json KernelLinks();
+// One of them; null: there is none of this name.
+[[nodiscard]] Json KernelLink(const std::string& name);
+
+// Unicast routes of a family (or of both: IPv4 first) in a table, in the kernel's order:
+//   {"destination": "10.1.0.0/16" or "default", "gateway" or null, "interface" or null, "metric", "table", "family",
+//    "learnt": from a router advertisement}
+[[nodiscard]] Json KernelRoutes(int family, u32 table = kMainTable);
+
+// Rules in the order in which the kernel asks them:
+//   {"pref", "from": "192.168.1.0/24" or "all", "fwmark" or null, "table" (0: none), "family",
+//    "other_conditions": beyond those two}
+[[nodiscard]] Json KernelRules(int family);
+
+// Neighbours: {"address", "mac" or null, "interface", "state": "permanent" ..., "family"}
+[[nodiscard]] Json KernelNeighbours(int family);
+
+// The route that a packet takes: as above, with "source" or null, and "local" for the device's own addresses.
+// Null: none, and `problem` says why.
+[[nodiscard]] Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark,
+                                 std::string& problem);
+
+// A message of rtnetlink as such a document with "event" ("link", "addr", "route", "rule", "neighbour") and "action"
+// ("added", "removed") in front. Null: of a kind that is not shown.
+[[nodiscard]] Json FromKernel(const nlmsghdr* message);
+
+// Follows links, addresses, routes and rules.
+class KernelFollower {
+  public:
+    KernelFollower();
+    [[nodiscard]] int Fd() const;
+    // What there is to read now, without waiting; `isCut` becomes true when changes were lost.
+    [[nodiscard]] std::vector<Json> Next(bool& isCut);
+
+  private:
+    struct CloseSocket {
+        void operator()(mnl_socket* socket) const;
+    };
+    std::unique_ptr<mnl_socket, CloseSocket> socket_;
 };
 
-// Every interface of this process's network namespace, in the kernel's order.
-[[nodiscard]] std::vector<KernelLink> KernelLinks();
+// The names of the interfaces.
+[[nodiscard]] std::vector<std::string> InterfaceNames();
 
-[[nodiscard]] std::optional<KernelLink> FindKernelLink(std::string_view name);
-
-// The addresses that the interface has of a family, or of both, beside those that the daemon reports.
-[[nodiscard]] std::vector<ShownAddress> AddressesBeside(const std::vector<ShownAddress>& told, const KernelLink& link,
-                                                        int family);
-
-// "up", "down", "no carrier".
-[[nodiscard]] std::string LinkState(const KernelLink& link);
-
-// "there is no interface eth9"; empty when there is one, and the cause lies elsewhere.
+// "there is no interface eth9"; empty when there is one, or none was named.
 [[nodiscard]] std::string MissingInterface(const std::string& name);
 
-// Why the kernel's answer here says nothing about the daemon that this thread's last call reached: it lives in
-// another network namespace, or may do so. Empty: it sees the interfaces that this process sees.
+// Why no route can go through this gateway, as far as addresses and interfaces tell: "there is no interface eth9",
+// "eth0 is down", "192.168.9.1 is in no network of eth0 (192.168.1.20/24)". Empty: the cause lies elsewhere. An empty
+// name stands for whatever interface.
+[[nodiscard]] std::string WhyUnreachable(const Network& gateway, const std::string& interfaceName);
+
+// Why the kernel's answer here says nothing about the daemon that this thread's last call reached: it lives in another
+// network namespace, or may do so. Empty: it sees the interfaces that this process sees.
 [[nodiscard]] std::string ForeignKernel();
 
 }  // namespace tessel::ctl

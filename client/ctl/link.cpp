@@ -1,145 +1,163 @@
-#include <fmt/format.h>
+// Interfaces: MTU and hardware address.
+#include <algorithm>
 
-#include "client/ctl/addresses.h"
-#include "client/ctl/handlers.h"
-#include "client/ctl/kernel.h"
-#include "client/ctl/optional_json.h"
-#include "client/ctl/values.h"
+#include "client/ctl/command.h"
+#include "client/ctl/device.h"
+#include "client/ctl/format.h"
+#include "client/ctl/guard.h"
+#include "client/ctl/perform.h"
 #include "client/libtessel.h"
 #include "core/text.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-// RFC 791: every IPv4 host takes packets of 68 bytes. Above 65536, the loopback's, nothing is sent in one piece.
-constexpr u32 kMtuMin = 68;
-constexpr u32 kMtuMax = 65536;
+constexpr u8 kUnreadableFirstByte = 0x22;
 
-// What is known of an interface, by whoever told it.
-struct LinkFacts {
+u32 MtuOf(const Invocation& invocation, const std::string& name) {
     u32 mtu = 0;
-    std::string mac;
-    std::vector<ShownAddress> addresses;
-    bool isCut = false;
-    std::string note;  // empty: the daemon told everything
-};
-
-void TakeFromDaemon(const ipaddr_show_info& info, LinkFacts& facts) {
-    facts.mtu = static_cast<u32>(info.mtu);
-    facts.mac = FieldText(info.mac).Get();
-    for (u32 i = 0; i < info.num; ++i)
-        facts.addresses.push_back(ShowAddress(info.addr[i]));
-    facts.isCut = info.num == TESSEL_ADDRESSES_MAX;
+    const int error = tessel_mtu_get(name.c_str(), &mtu);
+    if (error != TESSEL_OK) throw CallFailed(invocation.asked, error, MissingInterface(name));
+    return mtu;
 }
 
-void TakeFromKernel(const KernelLink& link, LinkFacts& facts) {
-    facts.mac = link.mac;
-    facts.addresses = link.addresses;
-    facts.note = link.mac.empty() ? "no Ethernet address: the daemon tells the MTU only, the rest is the kernel's"
-                                  : "the daemon tells the MTU only, the rest is the kernel's";
-}
-
-// An error of libtessel.
-int AskForLink(const std::string& name, const std::optional<KernelLink>& link, LinkFacts& facts) {
+Json LinkDocument(const Invocation& invocation, const std::string& name, Outcome& outcome) {
+    const Json link = KernelLink(name);
     ipaddr_show_info info{};
     const int error = tessel_addr_show(name.c_str(), &info);
-    if (error == TESSEL_OK) TakeFromDaemon(info, facts);
-    if (error != TESSEL_E_FAILED || !link) return error;
-    // It fails as a whole where there is no Ethernet address, and tells nothing of the MTU then.
-    const int mtuError = tessel_mtu_get(name.c_str(), &facts.mtu);
-    if (mtuError == TESSEL_OK) TakeFromKernel(*link, facts);
-    return mtuError;
+    // It fails as a whole where there is no Ethernet address.
+    const bool isKernels = error == TESSEL_E_FAILED && !link.is_null();
+    if (isKernels) outcome.notes.push_back(name + ": the daemon reports no hardware address, this is the kernel's");
+    if (error != TESSEL_OK && !isKernels) throw CallFailed(invocation.asked, error, MissingInterface(name));
+    const std::string mac = isKernels ? TextOf(link, "mac") : FieldText(info.mac).Get();
+    Json document{{"interface", name},
+                  {"state", link.is_null() ? Json() : link.at("state")},
+                  {"mtu", isKernels ? MtuOf(invocation, name) : static_cast<u32>(info.mtu)},
+                  {"mac", NullIfEmpty(mac)}};
+    document.update(DaemonAddresses(invocation.asked, name, TESSEL_FAMILY_BOTH));
+    return document;
 }
 
-// Adds the addresses that the daemon did not tell.
-void CompleteFromKernel(const KernelLink& link, LinkFacts& facts, Outcome& outcome) {
-    const std::string foreign = ForeignKernel();
-    if (!foreign.empty()) {
-        outcome.notes.push_back("the kernel was not asked: " + foreign);
-        return;
-    }
-    const auto beside = AddressesBeside(facts.addresses, link, TESSEL_FAMILY_BOTH);
-    facts.addresses.insert(facts.addresses.end(), beside.begin(), beside.end());
-    facts.isCut = false;
+Outcome ShowLink(const Invocation& invocation) {
+    const std::string named = invocation.words.Text("IF");
+    Outcome outcome;
+    outcome.document = Json::array();
+    ForEachInterface(named, outcome, [&](const std::string& name) {
+        outcome.document.push_back(LinkDocument(invocation, name, outcome));
+    });
+    if (named.empty()) outcome.notes.clear();
+    return outcome;
 }
 
-bool AddLink(const std::string& name, const Options& options, Outcome& outcome) {
-    const auto link = FindKernelLink(name);
-    LinkFacts facts;
-    const int error = AskForLink(name, link, facts);
-    if (error != TESSEL_OK) {
-        outcome.failure = CallFailed("link show " + name, error, MissingInterface(name));
-        return error == TESSEL_E_FAILED || error == kPlanned;
-    }
-    if (options.kernel && link) CompleteFromKernel(*link, facts, outcome);
-    const std::string state = link ? LinkState(*link) : "unknown";
-    outcome.table.rows.push_back({{name},
-                                  {state, state == "up" ? Style::kGood : Style::kBad},
-                                  {std::to_string(facts.mtu)},
-                                  {facts.mac.empty() ? "-" : facts.mac},
-                                  {AddressText(facts.addresses)}});
-    outcome.document.push_back({{"interface", name},
-                                {"state", state},
-                                {"mtu", facts.mtu},
-                                {"mac", NullIfEmpty(facts.mac)},
-                                {"addresses", AddressJson(facts.addresses)},
-                                {"truncated", facts.isCut},
-                                {"note", NullIfEmpty(facts.note)}});
-    if (!facts.note.empty()) outcome.notes.push_back(fmt::format("{}: {}", name, facts.note));
-    if (facts.isCut) outcome.notes.push_back(name + ": 16 addresses are shown, there may be more (--kernel shows all)");
-    return true;
+Json MtuDocument(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("IF");
+    return {{"interface", name}, {"mtu", MtuOf(invocation, name)}};
 }
+
+Outcome ShowMtu(const Invocation& invocation) {
+    Outcome outcome;
+    outcome.document = MtuDocument(invocation);
+    return outcome;
+}
+
+Outcome SetMtu(const Invocation& invocation) {
+    constexpr u32 kInet6Least = 1280;  // RFC 8200
+    const std::string name = invocation.words.Text("IF");
+    const auto mtu = invocation.words.Get<u32>("mtu");
+    Change change{.send = [&] { return tessel_mtu_set(name.c_str(), mtu); }};
+    change.done = Format("{}   mtu {}", name, mtu);
+    change.guard = [&] {
+        const auto session = GuardedSession(invocation.options);
+        const bool isInet6 = session && session->peer.family == TESSEL_FAMILY_INET6;
+        return isInet6 && mtu < kInet6Least ? CutsSessionOn(name) : "";
+    };
+    change.cause = [&] {
+        const std::string missing = MissingInterface(name);
+        return missing.empty() ? name + " does not take this size" : missing;
+    };
+    change.read = [&] { return MtuDocument(invocation); };
+    change.wrong = [&](const Json& now) {
+        const auto got = NumberOf(now, "mtu");
+        return got == mtu ? "" : Format("the MTU is {}", got);
+    };
+    return Perform(invocation, change);
+}
+
+// The kernel knows one that the daemon cannot read; null: nobody does.
+Json ReportedMac(const Invocation& invocation, bool asksKernel) {
+    const std::string name = invocation.words.Text("IF");
+    Mac mac{};
+    const int error = tessel_mac_get(name.c_str(), mac.data());
+    if (error == TESSEL_OK) return {{"interface", name}, {"mac", MacText(mac)}};
+    const Json link = KernelLink(name);
+    const std::string known = link.is_null() ? "" : TextOf(link, "mac");
+    if (error == TESSEL_E_FAILED && asksKernel && known.starts_with("22:"))
+        return {{"interface", name}, {"mac", known}};
+    std::string cause = MissingInterface(name);
+    if (known.starts_with("22:")) cause = "the daemon reads no address whose first byte is 22; it is " + known;
+    if (known.empty() && cause.empty()) cause = name + " has no Ethernet address";
+    throw CallFailed(invocation.asked, error, cause);
+}
+
+Outcome ShowMac(const Invocation& invocation) {
+    Outcome outcome;
+    outcome.document = ReportedMac(invocation, false);
+    return outcome;
+}
+
+// Why no interface can have it (the kernel's is_valid_ether_addr()).
+std::string WhyNoHardwareAddress(const Mac& mac) {
+    constexpr u8 kGroup = 1;
+    const auto isAll = [&](u8 value) {
+        return std::all_of(mac.begin(), mac.end(), [&](u8 byte) { return byte == value; });
+    };
+    if (isAll(0xff)) return "is the broadcast address";
+    if ((mac[0] & kGroup) != 0) return "is a multicast address (its first byte is odd)";
+    return isAll(0) ? "is no address" : "";
+}
+
+Outcome SetMac(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("IF");
+    const auto& mac = invocation.words.Get<Mac>("mac");
+    const std::string why = WhyNoHardwareAddress(mac);
+    if (!why.empty()) throw Refused(invocation.asked, Format("{} {}: no interface can have it", MacText(mac), why));
+    Change change{.send = [&] { return tessel_mac_set(name.c_str(), mac.data()); }};
+    change.done = Format("{}   mac {}", name, MacText(mac));
+    change.guard = [&] { return CutsSessionOn(name); };
+    change.cause = [&] { return MissingInterface(name); };
+    change.read = [&] { return ReportedMac(invocation, mac[0] == kUnreadableFirstByte); };
+    change.wrong = [&](const Json& now) {
+        const std::string got = TextOf(now, "mac");
+        return got == MacText(mac) ? "" : "the address is " + got;
+    };
+    return Perform(invocation, change);
+}
+
+constexpr Command kLinkCommands[] = {
+    Row("show", "[IF]", &ShowLink, "state, MTU and hardware address", "link show eth0")
+        .Sends(TESSEL_CMD_IPADDR_SHOW, TESSEL_CMD_MTU_GET, TESSEL_CMD_IPADDR_GET)
+        .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}")
+        .More("Of interfaces without an Ethernet address (lo, ppp0) the daemon reports the MTU only; the rest comes "
+              "from the kernel. There is no \"link set eth0 up\" or \"down\": the daemon switches no interface."),
+    Row("mtu", "IF", &ShowMtu, "the largest packet in bytes", "link mtu eth0")
+        .Sends(TESSEL_CMD_MTU_GET)
+        .Columns(" {mtu}"),
+    Row("mac", "IF", &ShowMac, "the hardware address", "link mac eth0")
+        .Sends(TESSEL_CMD_MACADDR_GET)
+        .Columns(" {mac}")
+        .More("The daemon cannot read one whose first byte is 22."),
+    Row("set", "IF mac M", &SetMac, "set the hardware address, and read it back", "link set eth0 mac 02:00:00:00:00:01")
+        .Sends(TESSEL_CMD_MACADDR_SET, TESSEL_CMD_MACADDR_GET),
+    Row("set", "IF mtu N:68-65536", &SetMtu, "set the largest packet, and read it back", "link set eth0 mtu 1400")
+        .Sends(TESSEL_CMD_MTU_SET, TESSEL_CMD_MTU_GET),
+};
 
 }  // namespace
 
-Outcome LinkShow(const Invocation& invocation) {
-    Outcome outcome;
-    outcome.table.header = {"INTERFACE", "STATE", "MTU", "MAC", "ADDRESSES"};
-    if (const auto named = invocation.words.Find("IF")) {
-        (void)AddLink(*named, invocation.options, outcome);
-        return outcome;
-    }
-    outcome.document = ordered_json::array();
-    for (const KernelLink& link : KernelLinks()) {
-        if (!AddLink(link.name, invocation.options, outcome)) return *outcome.failure;
-    }
-    return outcome;
-}
-
-Outcome LinkMtu(const Invocation& invocation) {
-    const std::string name = invocation.words.Get("IF");
-    u32 mtu = 0;
-    const int error = tessel_mtu_get(name.c_str(), &mtu);
-    if (error != TESSEL_OK) return CallFailed("link mtu " + name, error, MissingInterface(name));
-    Outcome outcome;
-    outcome.document = {{"interface", name}, {"mtu", mtu}};
-    outcome.table.rows.push_back({{std::to_string(mtu)}});
-    return outcome;
-}
-
-Outcome LinkSetMtu(const Invocation& invocation) {
-    const std::string name = invocation.words.Get("IF");
-    const u32 wanted = ParseNumber(invocation.words.Get("mtu")).value_or(0);
-    const std::string asked = fmt::format("link set {} mtu {}", name, wanted);
-    if (wanted < kMtuMin || wanted > kMtuMax) {
-        return Refused(asked, fmt::format("an MTU is from {} to {}", kMtuMin, kMtuMax));
-    }
-    const int error = tessel_mtu_set(name.c_str(), wanted);
-    if (error != TESSEL_OK) {
-        const std::string missing = MissingInterface(name);
-        return CallFailed(asked, error, missing.empty() ? name + " does not take this size" : missing);
-    }
-    u32 mtu = 0;
-    const int readError = tessel_mtu_get(name.c_str(), &mtu);
-    if (readError != TESSEL_OK) return CallFailed(asked + ", read back", readError);
-    Outcome outcome;
-    outcome.document = {{"interface", name}, {"mtu", mtu}};
-    outcome.done = fmt::format("{}   mtu {}", name, mtu);
-    if (mtu != wanted) outcome.failure = NotApplied(asked, fmt::format("answered success, but the MTU is {}", mtu));
-    return outcome;
-}
+extern const Object kLink = {
+    .name = "link",
+    .summary = "interfaces: state, MTU, hardware address (the daemon switches none up or down)",
+    .commands = kLinkCommands};
 
 }  // namespace tessel::ctl

@@ -1,22 +1,17 @@
 #include "client/ctl/listening.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string_view>
-#include <vector>
 
 #include "client/call.h"
-#include "client/ctl/optional_json.h"
+#include "client/ctl/format.h"
+#include "client/ctl/json.h"
 #include "client/ctl/processes.h"
 #include "tessel/ipc.h"
 
 namespace tessel::ctl {
-
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -37,14 +32,14 @@ std::vector<std::string> SocketsBoundTo(std::string_view path) {
         std::string inode;
         std::string bound;
         fields >> number >> references >> protocol >> flags >> type >> state >> inode >> bound;
-        if (flags == kAccepting && bound == path) found.push_back(fmt::format("socket:[{}]", inode));
+        if (flags == kAccepting && bound == path) found.push_back(Format("socket:[{}]", inode));
     }
     return found;
 }
 
 bool HasOpen(pid_t pid, const std::string& target) {
     std::error_code error;
-    for (std::filesystem::directory_iterator entry(fmt::format("/proc/{}/fd", pid), error), end; entry != end;
+    for (std::filesystem::directory_iterator entry(Format("/proc/{}/fd", pid), error), end; entry != end;
          entry.increment(error)) {
         if (std::filesystem::read_symlink(*entry, error) == target) return true;
     }
@@ -64,15 +59,26 @@ std::optional<ListeningProcess> FindListeningProcess(const std::string& socketNa
     return ListeningProcess{.pid = *found, .name = ProcessName(*found)};
 }
 
+std::vector<std::string> ListenedNames(std::string_view beginning) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(TESSEL_SOCKET_DIRECTORY, error), end; entry != end;
+         entry.increment(error)) {
+        std::string name = entry->path().filename();
+        if (name.starts_with(beginning) && SomebodyListens(name.c_str())) names.push_back(std::move(name));
+    }
+    return names;
+}
+
 bool MayStillRun(const ListeningProcess& process) {
     return !process.pid || ProcessName(*process.pid) == process.name;
 }
 
 std::string ListeningText(const ListeningProcess& process) {
-    return process.pid ? fmt::format("{} (pid {})", process.name, *process.pid) : "another program";
+    return process.pid ? Format("{} (pid {})", process.name, *process.pid) : "another program";
 }
 
-ordered_json ListeningJson(const std::optional<ListeningProcess>& process) {
+Json ListeningJson(const std::optional<ListeningProcess>& process) {
     if (!process) return nullptr;
     return {{"pid", OrNull(process->pid)}, {"process", NullIfEmpty(process->name)}};
 }

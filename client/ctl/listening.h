@@ -5,8 +5,10 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
-#include <nlohmann/json_fwd.hpp>
+#include "client/ctl/json.h"
 
 namespace tessel::ctl {
 
@@ -18,6 +20,9 @@ struct ListeningProcess {
 // Nothing: nobody listens under this name.
 [[nodiscard]] std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName);
 
+// The names of sockets with this beginning that somebody listens under.
+[[nodiscard]] std::vector<std::string> ListenedNames(std::string_view beginning);
+
 // True unless it is known to have ended.
 [[nodiscard]] bool MayStillRun(const ListeningProcess& process);
 
@@ -25,6 +30,6 @@ struct ListeningProcess {
 [[nodiscard]] std::string ListeningText(const ListeningProcess& process);
 
 // Null when nobody listens.
-[[nodiscard]] nlohmann::ordered_json ListeningJson(const std::optional<ListeningProcess>& process);
+[[nodiscard]] Json ListeningJson(const std::optional<ListeningProcess>& process);
 
 }  // namespace tessel::ctl

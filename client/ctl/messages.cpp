@@ -17,6 +17,8 @@ tessel::ctl::Handler ApidIpFilterListManage, ApidMacFilterListManage, ApidIpAndM
 
 namespace tessel::ctl {
 
+using namespace records;
+
 namespace {
 
 constexpr Message kMessages[] = {

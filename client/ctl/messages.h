@@ -6,6 +6,8 @@
 
 #include "client/ctl/fields.h"
 #include "core/types.h"
+#include "tessel/command.h"
+#include "tessel/ipc.h"
 
 namespace tessel::ctl {
 
@@ -21,6 +23,11 @@ struct Message {
     // never called here, and people read what the daemon does instead.
     Handler* handler = nullptr;
     std::string_view inDaemon = {};
+
+    // Changes nothing: --dry-run asks all the same.
+    [[nodiscard]] bool IsQuery() const {
+        return reply.bytes > sizeof(TNetStatusReply) || code == TESSEL_CMD_DHCPS_GET_STATUS;
+    }
 };
 
 [[nodiscard]] std::span<const Message> Messages();

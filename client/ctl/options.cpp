@@ -1,126 +1,157 @@
 #include "client/ctl/options.h"
 
+#include <getopt.h>
+
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
-#include <sstream>
 
-// Takes seconds to compile: included here only.
-#include <fmt/format.h>
-
-#include "client/ctl/next_hop.h"
+#include "client/ctl/failure.h"
+#include "client/ctl/format.h"
 #include "tessel/ipc.h"
-#include <CLI/CLI.hpp>
 
 namespace tessel::ctl {
 
 namespace {
 
-constexpr int kMillisecondsPerSecond = 1000;
-constexpr double kSecondsMax = 86400;
-constexpr char kDefaultWait[] = "10";
-
-// What CLI11 stores before it becomes Options.
-struct Raw {
-    Options options;
-    std::string fields;
-    double timeoutSeconds = 60;
-    double waitSeconds = -1;
-    i32 replyBytes = -1;
-};
-
-void Declare(CLI::App& app, Raw& raw) {
-    Options& options = raw.options;
-    app.set_help_flag();  // help depends on the words
-    app.add_flag("-j,--json", options.json, "one JSON document, errors as well");
-    app.add_option("-g,--get", raw.fields, "only these fields, separated by tabs, no header")->type_name("F,F");
-    app.add_flag("-4", options.inet, "IPv4 only");
-    app.add_flag("-6", options.inet6, "IPv6 only");
-    app.add_option("-t,--timeout", raw.timeoutSeconds, "seconds to wait for the answer (60)")
-        ->check(CLI::Range(0.001, kSecondsMax))
-        ->type_name("S");
-    app.add_option("--wait", raw.waitSeconds, "wait for a daemon that is starting (10 s)")
-        ->check(CLI::Range(0.0, kSecondsMax))
-        ->type_name("[S]");
-    app.add_flag("-n,--dry-run", options.dryRun, "show the request and what the daemon would run; send nothing");
-    app.add_flag("-v,--verbose", options.verbosity, "show request and reply; -vv with their bytes");
-    app.add_flag("-q,--quiet", options.quiet, "no words when it worked");
-    app.add_flag("--no-header", options.noHeader, "no line with the names of the columns");
-    app.add_option("--color", options.colour, "auto, always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->type_name("WHEN");
-    app.add_flag("-y,--yes", options.yes, "do not ask");
-    app.add_flag("--force", options.force, "do it even if it ends the session it is typed in");
-    app.add_option("--protect", options.protect, "firewall: do not shut out this host, instead of the SSH client")
-        ->check([](const std::string& word) { return ParseHost(word) ? "" : word + " is no address"; })
-        ->type_name("A");
-    app.add_flag("--take", options.take, "listen in the place of a program that does already");
-    app.add_flag("--kernel", options.kernel, "add what the kernel knows and the daemon does not tell");
-    app.add_option("--reply", raw.replyBytes, "bytes of the reply to \"raw\"; 0: wait for none")
-        ->check(CLI::Range(0, 1 << 20))
-        ->type_name("N");
-    app.add_option("--symbols", options.symbols, "unstripped files that \"crash show\" takes names of functions from")
-        ->type_name("DIR");
-    app.add_flag("-h,--help", options.help, "help on the words before it");
-    app.add_flag("-V,--version", options.version, "the version");
-    app.add_option("words", options.words);
-}
-
-// "S" of "S:FLOAT in [0 - 5]", which CLI11 makes of it.
-std::string TypeWord(const CLI::Option& option) {
-    const std::string name = option.get_type_name();
-    return name.substr(0, name.find(':'));
-}
-
-bool IsNumber(const std::string& text) {
-    return !text.empty() &&
-           std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0 || c == '.'; });
-}
-
-// --wait has a value only when a number follows; CLI11 would take the next word.
-std::vector<std::string> WithWaitValue(const std::vector<std::string>& arguments) {
-    std::vector<std::string> result;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        if (arguments[i] != "--wait") {
-            result.push_back(arguments[i]);
-            continue;
-        }
-        const bool hasValue = i + 1 < arguments.size() && IsNumber(arguments[i + 1]);
-        result.push_back("--wait=" + (hasValue ? arguments[++i] : kDefaultWait));
-    }
-    return result;
+// Seconds, with a part if wanted, up to a day.
+int Milliseconds(const std::string& word) {
+    constexpr double kDay = 86400;
+    constexpr double kPerSecond = 1000;
+    double seconds = -1;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), seconds);
+    const bool isWhole = error == std::errc{} && end == word.data() + word.size();
+    if (!isWhole || seconds < 0 || seconds > kDay)
+        throw Refused("options", Format("\"{}\" is no time from 0 to 86400 seconds", word));
+    return static_cast<int>(std::lround(seconds * kPerSecond));
 }
 
 std::vector<std::string> SplitAtCommas(const std::string& text) {
     std::vector<std::string> pieces;
-    std::istringstream stream(text);
-    for (std::string piece; std::getline(stream, piece, ',');)
-        pieces.push_back(piece);
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', at), text.size());
+        if (comma > at) pieces.push_back(text.substr(at, comma - at));
+        at = comma + 1;
+    }
     return pieces;
 }
 
-int ToMilliseconds(double seconds) {
-    return static_cast<int>(std::lround(seconds * kMillisecondsPerSecond));
+void SetTimeout(Options& options, const std::string& word) {
+    options.timeoutMs = std::max(Milliseconds(word), 1);
+}
+
+void SetProtected(Options& options, const std::string& word) {
+    options.protect = ParseHost(word);
+    if (!options.protect) throw Refused("--protect", word + " is no address");
+}
+
+void SetColour(Options& options, const std::string& word) {
+    if (word != "auto" && word != "always" && word != "never")
+        throw Refused("--color", word + " is none of auto, always, never");
+    options.colour = word;
+}
+
+void SetReplyBytes(Options& options, const std::string& word) {
+    const auto bytes = ParseNumber(word);
+    if (!bytes || *bytes > 1U << 20) throw Refused("--reply", word + " is no number of bytes up to 1048576");
+    options.replyBytes = static_cast<i32>(*bytes);
+}
+
+void SetTry(Options& options, const std::string& word) {
+    constexpr u32 kSeconds = 60;
+    options.trySeconds = word.empty() ? kSeconds : ParseSeconds(word);
+    if (!options.trySeconds || *options.trySeconds == 0) throw Refused("--try", word + " is no time");
+}
+
+constexpr OptionRow kRows[] = {
+    {"json", 'j', "", "one JSON document, errors as well", [](Options& o, const std::string&) { o.json = true; }},
+    {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header",
+     [](Options& o, const std::string& word) { o.fields = SplitAtCommas(word); }},
+    {"", '4', "", "IPv4 only", [](Options& o, const std::string&) { o.inet = true; }},
+    {"", '6', "", "IPv6 only", [](Options& o, const std::string&) { o.inet6 = true; }},
+    {"timeout", 't', "S", "seconds to wait for the answer (60)", &SetTimeout},
+    {"wait", 0, "[S]", "wait for a daemon that is starting (10 s)",
+     [](Options& o, const std::string& word) { o.waitMs = Milliseconds(word.empty() ? "10" : word); }},
+    {"dry-run", 'n', "", "show the request and what the daemon would run; change nothing",
+     [](Options& o, const std::string&) { o.dryRun = true; }},
+    {"verbose", 'v', "", "show request and reply; -vv with their bytes",
+     [](Options& o, const std::string&) { ++o.verbosity; }},
+    {"quiet", 'q', "", "no words when it worked", [](Options& o, const std::string&) { o.quiet = true; }},
+    {"no-header", 0, "", "no line with the names of the columns",
+     [](Options& o, const std::string&) { o.noHeader = true; }},
+    {"color", 0, "WHEN", "auto, always or never", &SetColour, "auto|always|never"},
+    {"yes", 'y', "", "do not ask", [](Options& o, const std::string&) { o.yes = true; }},
+    {"force", 0, "", "do it even if it ends the session it is typed in",
+     [](Options& o, const std::string&) { o.force = true; }},
+    {"protect", 0, "A", "do not shut out this host, instead of the SSH client", &SetProtected},
+    {"try", 0, "[S]", "undo it after S seconds (60) unless it is confirmed", &SetTry},
+    {"take", 0, "", "listen in the place of a program that does already",
+     [](Options& o, const std::string&) { o.take = true; }},
+    {"kernel", 0, "", "add what the kernel knows and the daemon does not report",
+     [](Options& o, const std::string&) { o.kernel = true; }},
+    {"reply", 0, "N", "bytes of the reply to \"raw\"; 0: wait for none", &SetReplyBytes},
+    {"symbols", 0, "DIR", "unstripped files that \"crash show\" takes names of functions from",
+     [](Options& o, const std::string& word) { o.symbols = word; }},
+    {"help", 'h', "", "help on the words before it", [](Options& o, const std::string&) { o.help = true; }},
+    {"version", 'V', "", "the version", [](Options& o, const std::string&) { o.version = true; }},
+};
+
+int ArgumentOf(const OptionRow& row) {
+    if (row.value.empty()) return no_argument;
+    return row.value.starts_with('[') ? optional_argument : required_argument;
+}
+
+bool IsTime(const char* word) {
+    return word != nullptr && isdigit(static_cast<unsigned char>(word[0])) != 0;
 }
 
 }  // namespace
 
-std::variant<Options, Failure> ParseOptions(const std::vector<std::string>& arguments) {
-    CLI::App app;
-    Raw raw;
-    Declare(app, raw);
-    try {
-        std::vector<std::string> reversed = WithWaitValue(arguments);
-        std::reverse(reversed.begin(), reversed.end());
-        app.parse(std::move(reversed));
-    } catch (const CLI::Error& error) {
-        return Refused("options", fmt::format("{} (see tesselctl -h)", error.what()));
+Options ParseOptions(const std::vector<std::string>& arguments) {
+    std::vector<std::string> copies = {"tesselctl"};
+    copies.insert(copies.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& copy : copies)
+        argv.push_back(copy.data());
+    argv.push_back(nullptr);
+    const int argc = static_cast<int>(copies.size());
+
+    std::vector<option> longs;
+    std::string letters = "-:";  // words in their order, and errors are ours to word
+    for (const OptionRow& row : kRows) {
+        if (!row.name.empty()) longs.push_back({row.name.data(), ArgumentOf(row), nullptr, 0});
+        if (row.letter != 0) letters += row.letter + std::string(row.value.empty() ? "" : ":");
     }
-    raw.options.fields = SplitAtCommas(raw.fields);
-    raw.options.timeoutMs = ToMilliseconds(raw.timeoutSeconds);
-    if (raw.waitSeconds >= 0) raw.options.waitMs = ToMilliseconds(raw.waitSeconds);
-    if (raw.replyBytes >= 0) raw.options.replyBytes = raw.replyBytes;
-    return raw.options;
+    longs.push_back({});
+
+    Options options;
+    optind = 0;  // begins anew: a command may run another one
+    int place = -1;
+    for (int found = 0; (found = getopt_long(argc, argv.data(), letters.c_str(), longs.data(), &place)) != -1;) {
+        if (found == 1) {
+            options.words.emplace_back(optarg);
+            continue;
+        }
+        if (found == '?' || found == ':') {
+            const std::string word = argv[static_cast<std::size_t>(optind) - 1];
+            throw Refused("options", Format("{} {} (see tesselctl -h)", word,
+                                            found == ':' ? "has no value" : "is not known, or has a value too many"));
+        }
+        const auto* const row = std::find_if(std::begin(kRows), std::end(kRows), [&](const OptionRow& one) {
+            return found == 0 ? one.name == longs[static_cast<std::size_t>(place)].name : one.letter == found;
+        });
+        std::string value = optarg == nullptr ? "" : optarg;
+        // The value of "--wait 5" is a word of its own; of "--wait addr" it is left out.
+        if (optarg == nullptr && ArgumentOf(*row) == optional_argument &&
+            IsTime(argv[static_cast<std::size_t>(optind)]))
+            value = argv[static_cast<std::size_t>(optind++)];
+        row->apply(options, value);
+    }
+    options.wordsBehindDashes = static_cast<std::size_t>(argc - optind);
+    for (; optind < argc; ++optind)
+        options.words.emplace_back(argv[static_cast<std::size_t>(optind)]);
+    return options;
 }
 
 bool WantsJson(const std::vector<std::string>& arguments) {
@@ -128,27 +159,19 @@ bool WantsJson(const std::vector<std::string>& arguments) {
                        [](const std::string& argument) { return argument == "-j" || argument == "--json"; });
 }
 
-std::vector<OptionText> OptionTexts() {
-    CLI::App app;
-    Raw raw;
-    Declare(app, raw);
-    std::vector<OptionText> texts;
-    for (const CLI::Option* option : app.get_options()) {
-        if (option->get_positional()) continue;
-        std::string names;
-        for (const std::string& name : option->get_snames())
-            names += "-" + name;
-        for (const std::string& name : option->get_lnames())
-            names += (names.empty() ? "--" : ", --") + name;
-        const bool takesValue = option->get_items_expected_max() > 0;
-        texts.push_back({names, takesValue ? TypeWord(*option) : "", option->get_description()});
-    }
-    return texts;
+std::span<const OptionRow> OptionRows() {
+    return kRows;
 }
 
 int FamilyOf(const Options& options) {
     if (options.inet == options.inet6) return TESSEL_FAMILY_BOTH;
     return options.inet ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6;
+}
+
+std::vector<int> FamiliesOf(const Options& options) {
+    const int family = FamilyOf(options);
+    return family == TESSEL_FAMILY_BOTH ? std::vector<int>{TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}
+                                        : std::vector<int>{family};
 }
 
 bool HasFamily(const Options& options, int family) {

@@ -1,12 +1,13 @@
-// The options, which may stand anywhere among the words.
+// The options, which may stand anywhere among the words, but not behind "--".
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
-#include <variant>
+#include <string_view>
 #include <vector>
 
-#include "client/ctl/failure.h"
+#include "client/ctl/values.h"
 #include "core/types.h"
 
 namespace tessel::ctl {
@@ -25,34 +26,38 @@ struct Options {
     std::string colour = "auto";
     bool yes = false;
     bool force = false;
-    std::string protect;  // an address, checked
+    std::optional<Network> protect;
     bool take = false;
     bool kernel = false;
+    std::optional<u32> trySeconds;  // --try
     bool help = false;
     bool version = false;
     std::optional<i32> replyBytes;   // of `raw`
     std::string symbols;             // of `crash show`; empty: none
-    std::vector<std::string> words;  // everything else, in order
+    std::vector<std::string> words;  // everything else, in order; words behind "--" are the last ones
+    std::size_t wordsBehindDashes = 0;
 };
 
-// The arguments without the program's name. A failure keeps to the form that --json asks for: see WantsJson.
-[[nodiscard]] std::variant<Options, Failure> ParseOptions(const std::vector<std::string>& arguments);
+// The arguments without the program's name. Throws a Failure, in the form that WantsJson asks for.
+[[nodiscard]] Options ParseOptions(const std::vector<std::string>& arguments);
 
 // What --json says, as far as can be seen when the options themselves are wrong.
 [[nodiscard]] bool WantsJson(const std::vector<std::string>& arguments);
 
 // For help and completion.
-struct OptionText {
-    std::string names;  // "-j, --json"
-    std::string value;  // "S"; empty: takes none
-    std::string summary;
+struct OptionRow {
+    std::string_view name;   // "json"; empty: the letter alone
+    char letter;             // 0: none
+    std::string_view value;  // "S"; "[S]": may be left out; empty: takes none
+    std::string_view summary;
+    void (*apply)(Options& options, const std::string& value);  // may throw a Failure
+    std::string_view choices = {};                              // "auto|always|never", for completion
 };
-[[nodiscard]] std::vector<OptionText> OptionTexts();
+[[nodiscard]] std::span<const OptionRow> OptionRows();
 
-// TESSEL_FAMILY_..., both when neither or both are asked for.
+// TESSEL_FAMILY_..., both when neither or both are asked for; and each one of those.
 [[nodiscard]] int FamilyOf(const Options& options);
-
-// True when this one is asked for, alone or among both.
+[[nodiscard]] std::vector<int> FamiliesOf(const Options& options);
 [[nodiscard]] bool HasFamily(const Options& options, int family);
 
 }  // namespace tessel::ctl

@@ -1,30 +1,29 @@
 #include "client/ctl/output.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <cctype>
+#include <cmath>
 #include <map>
 
-#include <nlohmann/json.hpp>
+#include "client/ctl/format.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-const char* ColourOf(Style style) {
-    switch (style) {
-        case Style::kPlain:
-            break;
-        case Style::kGood:
-            return "\x1b[32m";
-        case Style::kBad:
-            return "\x1b[31m";
-        case Style::kDim:
-            return "\x1b[2m";
-    }
-    return "";
+// Words that stand for a state.
+struct Colour {
+    std::string_view word;
+    std::string_view code;
+};
+constexpr Colour kColours[] = {{"up", "32"},   {"on", "32"},           {"running", "32"},   {"down", "31"},
+                               {"off", "2"},   {"no carrier", "31"},   {"tentative", "31"}, {"failed", "31"},
+                               {"dead", "31"}, {"not answering", "31"}};
+
+std::string Coloured(const std::string& text) {
+    const auto* const found = std::find_if(std::begin(kColours), std::end(kColours),
+                                           [&](const Colour& colour) { return colour.word == text; });
+    return found == std::end(kColours) ? text : Format("\x1b[{}m{}\x1b[0m", found->code, text);
 }
 
 // Columns are counted in characters: continuation bytes of UTF-8 take no room.
@@ -33,42 +32,15 @@ std::size_t WidthOf(const std::string& text) {
         std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-std::vector<std::size_t> ColumnWidths(const std::vector<std::vector<Cell>>& rows) {
-    std::vector<std::size_t> widths;
-    for (const auto& row : rows) {
-        if (row.size() > widths.size()) widths.resize(row.size(), 0);
-        for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], WidthOf(row[i].text));
-    }
-    return widths;
+std::string Dumped(const Json& value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string RenderRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, std::size_t gapBlanks,
-                      bool withColour) {
-    std::string line;
-    std::size_t pending = 0;  // blanks before the next cell that has text
-    for (std::size_t i = 0; i < row.size(); ++i) {
-        const Cell& cell = row[i];
-        if (!cell.text.empty()) {
-            line.append(pending, ' ');
-            pending = 0;
-            const bool coloured = withColour && cell.style != Style::kPlain;
-            line += coloured ? fmt::format("{}{}\x1b[0m", ColourOf(cell.style), cell.text) : cell.text;
-        }
-        pending += widths[i] - WidthOf(cell.text) + gapBlanks;
-    }
-    return line + "\n";
-}
-
-std::string DumpCompact(const ordered_json& value) {
-    return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
-
-bool IsListOfRecords(const ordered_json& value) {
+bool IsListOfRecords(const Json& value) {
     return value.is_array() && !value.empty() && value.front().is_object();
 }
 
-void WriteJson(const ordered_json& value, std::string& text) {
+void WriteJson(const Json& value, std::string& text) {
     if (IsListOfRecords(value)) {
         text += "[";
         for (std::size_t i = 0; i < value.size(); ++i) {
@@ -82,125 +54,226 @@ void WriteJson(const ordered_json& value, std::string& text) {
         for (const auto& [key, member] : value.items()) {
             if (!isFirst) text += ",";
             isFirst = false;
-            text += DumpCompact(key) + ":";
-            if (IsListOfRecords(member)) {
-                std::string list;
-                WriteJson(member, list);
-                text += list.insert(1, "\n ");
-            } else {
-                WriteJson(member, text);
-            }
+            text += Dumped(key) + ":";
+            if (IsListOfRecords(member)) text += "\n ";
+            WriteJson(member, text);
         }
         text += "}";
     } else {
-        text += DumpCompact(value);
+        text += Dumped(value);
     }
 }
 
-using FieldValues = std::map<std::string, std::string>;
-
-std::string FieldText(const ordered_json& value) {
+// For scripts.
+std::string PlainText(const Json& value) {
     if (value.is_null()) return "";
-    return value.is_string() ? value.get<std::string>() : DumpCompact(value);
+    return value.is_string() ? value.get<std::string>() : Dumped(value);
 }
 
-// Adds the record's own fields and those of records directly in it. Values from outside give way.
-void CollectFields(const ordered_json& record, FieldValues& values) {
+// For people.
+std::string ShownText(const std::string& name, const Json& value) {
+    if (value.is_boolean()) return value.get<bool>() ? name : "";
+    if (!value.is_array()) return PlainText(value);
+    std::vector<std::string> parts;
+    for (const Json& part : value)
+        parts.push_back(PlainText(part));
+    return Joined(parts, " ");
+}
+
+// The fields of a record and of records directly in it, which are known by "outer.inner", too. Of those that have one
+// name, the innermost counts.
+using Values = std::map<std::string, Json>;
+
+void Collect(const Json& record, const std::string& path, Values& values) {
     for (const auto& [key, member] : record.items()) {
         if (member.is_object()) {
-            CollectFields(member, values);
-        } else if (!member.is_array() || !IsListOfRecords(member)) {
-            values[key] = FieldText(member);
+            Collect(member, path + key + ".", values);
+        } else if (!IsListOfRecords(member)) {
+            values[key] = member;
+            if (!path.empty()) values[path + key] = member;
         }
     }
 }
 
-class FieldLines {
+// Every record of a document for which `take` has a use, outermost first: lists within a record are gone into only when
+// it lacks a field that is wanted.
+class Records {
   public:
-    explicit FieldLines(const std::vector<std::string>& fields) : fields_(fields) {}
+    explicit Records(std::vector<std::string> wanted) : wanted_(std::move(wanted)) {}
 
-    // Goes into lists within the record only for fields that it does not have itself.
-    void Add(const ordered_json& record, FieldValues values) {
-        if (record.is_array()) {
-            for (const auto& element : record)
+    void Add(const Json& document, Values values = {}) {
+        if (document.is_array()) {
+            for (const Json& element : document)
                 Add(element, values);
             return;
         }
-        if (!record.is_object()) return;
-        CollectFields(record, values);
+        if (!document.is_object()) return;
+        Collect(document, "", values);
         const auto isKnown = [&](const std::string& field) { return values.count(field) != 0; };
-        if (!std::all_of(fields_.begin(), fields_.end(), isKnown) && AddLists(record, values)) return;
-        if (std::any_of(fields_.begin(), fields_.end(), isKnown)) AddLine(values);
+        const std::size_t before = found.size();
+        if (!std::all_of(wanted_.begin(), wanted_.end(), isKnown)) {
+            for (const auto& [key, member] : document.items()) {
+                if (IsListOfRecords(member)) Add(member, values);
+            }
+        }
+        if (found.size() == before && std::any_of(wanted_.begin(), wanted_.end(), isKnown))
+            found.push_back(std::move(values));
     }
-    [[nodiscard]] const std::string& Text() const {
-        return text_;
-    }
+
+    std::vector<Values> found;
 
   private:
-    bool AddLists(const ordered_json& record, const FieldValues& values) {
-        const std::size_t before = text_.size();
-        for (const auto& [key, member] : record.items()) {
-            if (IsListOfRecords(member)) Add(member, values);
-        }
-        return text_.size() > before;
-    }
-    void AddLine(FieldValues& values) {
-        for (std::size_t i = 0; i < fields_.size(); ++i)
-            text_ += (i > 0 ? "\t" : "") + values[fields_[i]];
-        text_ += "\n";
-    }
-
-    const std::vector<std::string>& fields_;
-    std::string text_;
+    std::vector<std::string> wanted_;
 };
+
+struct Column {
+    std::string title;
+    std::string_view pattern;
+};
+
+std::vector<Column> ColumnsOf(std::string_view text) {
+    std::vector<Column> columns;
+    while (!text.empty()) {
+        const std::size_t bar = std::min(text.find('|'), text.size());
+        const std::string_view column = text.substr(0, bar);
+        text.remove_prefix(std::min(bar + 1, text.size()));
+        const std::size_t brace = std::min(column.find('{'), column.size());
+        const std::size_t blank = column.rfind(' ', brace);
+        const std::size_t titleEnd = blank == std::string_view::npos ? 0 : blank;
+        columns.push_back({std::string(column.substr(0, titleEnd)), column.substr(std::min(blank + 1, column.size()))});
+    }
+    return columns;
+}
+
+// The names in braces.
+std::vector<std::string> FieldsIn(std::string_view pattern) {
+    std::vector<std::string> fields;
+    for (std::size_t at = 0; (at = pattern.find('{', at)) != std::string_view::npos; ++at)
+        fields.emplace_back(pattern.substr(at + 1, pattern.find('}', at) - at - 1));
+    return fields;
+}
+
+// Nothing when none of the fields has text. Blanks beside an empty field go with it.
+std::string Filled(std::string_view pattern, const Values& values) {
+    std::string text;
+    bool hasText = false;
+    while (!pattern.empty()) {
+        const std::size_t open = std::min(pattern.find('{'), pattern.size());
+        text += pattern.substr(0, open);
+        if (open == pattern.size()) break;
+        const std::size_t close = pattern.find('}', open);
+        const std::string name(pattern.substr(open + 1, close - open - 1));
+        pattern.remove_prefix(close + 1);
+        const auto found = values.find(name);
+        const std::string value = found == values.end() ? "" : ShownText(name, found->second);
+        hasText = hasText || !value.empty();
+        text += value;
+        if (value.empty() && pattern.starts_with(' ')) pattern.remove_prefix(1);
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    return hasText ? text : "";
+}
 
 }  // namespace
 
-std::string RenderTable(const Table& table, bool withHeader, bool withColour) {
-    std::vector<std::vector<Cell>> rows;
-    if (withHeader && !table.header.empty()) {
-        auto& header = rows.emplace_back();
-        for (const std::string& title : table.header)
-            header.push_back({title, Style::kDim});
+std::string RenderRows(const Rows& rows, bool withColour) {
+    constexpr std::size_t kGap = 2;
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        if (row.size() > widths.size()) widths.resize(row.size(), 0);
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], WidthOf(row[i]));
     }
-    rows.insert(rows.end(), table.rows.begin(), table.rows.end());
-    const auto widths = ColumnWidths(rows);
     std::string text;
-    if (!table.preamble.empty())
-        text = RenderRow(table.preamble, ColumnWidths({table.preamble}), table.gapBlanks, withColour);
-    for (const auto& row : rows)
-        text += RenderRow(row, widths, table.gapBlanks, withColour);
+    for (const auto& row : rows) {
+        std::size_t pending = 0;  // blanks before the next cell that has text
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            if (!row[i].empty()) {
+                text.append(pending, ' ');
+                pending = 0;
+                text += withColour ? Coloured(row[i]) : row[i];
+            }
+            if (widths[i] > 0) pending += widths[i] - WidthOf(row[i]) + kGap;
+        }
+        text += "\n";
+    }
     return text;
 }
 
-std::string RenderJson(const ordered_json& document) {
+std::string RenderTable(const Json& document, std::string_view columns, bool withHeader, bool withColour) {
+    const auto all = ColumnsOf(columns);
+    std::vector<std::string> titles;
+    for (const Column& column : all)
+        titles.push_back(column.title);
+    Records records(FieldsIn(columns));
+    records.Add(document);
+    const bool hasTitles = std::any_of(titles.begin(), titles.end(), [](const auto& title) { return !title.empty(); });
+    Rows rows;
+    if (withHeader && hasTitles && !records.found.empty()) rows.push_back(titles);
+    for (const Values& values : records.found) {
+        auto& row = rows.emplace_back();
+        for (const Column& column : all)
+            row.push_back(Filled(column.pattern, values));
+    }
+    return RenderRows(rows, withColour);
+}
+
+std::string RenderJson(const Json& document) {
     std::string text;
     WriteJson(document, text);
     return text + "\n";
 }
 
-std::optional<std::string> RenderFields(const ordered_json& document, const std::vector<std::string>& fields) {
-    FieldLines lines(fields);
-    lines.Add(document, {});
+std::optional<std::string> RenderFields(const Json& document, const std::vector<std::string>& fields) {
+    Records records(fields);
+    records.Add(document);
     const bool hasRecords = document.is_object() || IsListOfRecords(document);
-    if (lines.Text().empty() && hasRecords) return std::nullopt;
-    return lines.Text();
+    if (records.found.empty() && hasRecords) return std::nullopt;
+    std::string text;
+    for (const Values& values : records.found) {
+        std::vector<std::string> line;
+        for (const std::string& field : fields) {
+            const auto found = values.find(field);
+            line.push_back(found == values.end() ? "" : PlainText(found->second));
+        }
+        text += Joined(line, "\t") + "\n";
+    }
+    return text;
+}
+
+std::string FillTemplate(std::string_view text, const Json& record) {
+    Values values;
+    Collect(record, "", values);
+    return Filled(text, values);
 }
 
 std::string HumanKib(long kib) {
     constexpr long kKibPerMib = 1024;
-    if (kib < kKibPerMib) return fmt::format("{} KiB", kib);
-    return fmt::format("{:.1f} MiB", static_cast<double>(kib) / kKibPerMib);
+    if (kib < kKibPerMib) return Format("{} KiB", kib);
+    return Format("{:.1f} MiB", static_cast<double>(kib) / kKibPerMib);
 }
 
 std::string HumanDuration(long seconds) {
     constexpr long kMinute = 60;
     constexpr long kHour = 60 * kMinute;
     constexpr long kDay = 24 * kHour;
-    if (seconds >= kDay) return fmt::format("{}d {}h", seconds / kDay, seconds % kDay / kHour);
-    if (seconds >= kHour) return fmt::format("{}h {}m", seconds / kHour, seconds % kHour / kMinute);
-    if (seconds >= kMinute) return fmt::format("{}m {}s", seconds / kMinute, seconds % kMinute);
-    return fmt::format("{}s", seconds);
+    if (seconds >= kDay) return Format("{}d {}h", seconds / kDay, seconds % kDay / kHour);
+    if (seconds >= kHour) return Format("{}h {}m", seconds / kHour, seconds % kHour / kMinute);
+    if (seconds >= kMinute) return Format("{}m {}s", seconds / kMinute, seconds % kMinute);
+    return Format("{}s", seconds);
+}
+
+std::string HumanRate(long long bitsPerSecond) {
+    constexpr double kStep = 1000;
+    double rate = static_cast<double>(bitsPerSecond);
+    const char* unit = "bit/s";
+    for (const char* next : {"kbit/s", "Mbit/s", "Gbit/s"}) {
+        if (rate < kStep) break;
+        rate /= kStep;
+        unit = next;
+    }
+    return bitsPerSecond < static_cast<long long>(kStep) ? Format("{} bit/s", bitsPerSecond)
+                                                         : Format("{:.1f} {}", rate, unit);
 }
 
 }  // namespace tessel::ctl

@@ -1,42 +1,36 @@
-// How results look: a table for people, one JSON document, or chosen fields for scripts.
+// How results look: a table for people, one JSON document, or chosen fields for scripts. All come from the document.
 #pragma once
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
+#include "client/ctl/json.h"
 
 namespace tessel::ctl {
 
-enum class Style { kPlain, kGood, kBad, kDim };
+// Rows of cells as aligned columns, two blanks apart, no wider than needed, without blanks at the ends.
+using Rows = std::vector<std::vector<std::string>>;
+[[nodiscard]] std::string RenderRows(const Rows& rows, bool withColour = false);
 
-struct Cell {
-    std::string text;
-    Style style = Style::kPlain;
-};
-
-struct Table {
-    std::vector<Cell> preamble;  // one line above, with columns of its own
-    std::vector<std::string> header;
-    std::vector<std::vector<Cell>> rows;
-    std::size_t gapBlanks = 2;  // between columns
-};
-
-// Aligned columns, no wider than needed, without blanks at the ends.
-[[nodiscard]] std::string RenderTable(const Table& table, bool withHeader, bool withColour);
+// The document's records by a command's columns (command.h), a line each: those of nested lists with the fields of the
+// records around them. Words that stand for a state are coloured.
+[[nodiscard]] std::string RenderTable(const Json& document, std::string_view columns, bool withHeader, bool withColour);
 
 // One document; the records of a list stand on lines of their own.
-[[nodiscard]] std::string RenderJson(const nlohmann::ordered_json& document);
+[[nodiscard]] std::string RenderJson(const Json& document);
 
-// The fields of each record, separated by tabs, a record a line. Fields of nested records are found by their own names
-// and stand beside those of the record around them. Null and absent ones are empty. Nothing when no record has one of
-// the fields.
-[[nodiscard]] std::optional<std::string> RenderFields(const nlohmann::ordered_json& document,
-                                                      const std::vector<std::string>& fields);
+// The fields of each record, separated by tabs, a record a line, as for a table. "a.b" is a field of a nested record;
+// its own name does as well. Nothing when no record has one of the fields.
+[[nodiscard]] std::optional<std::string> RenderFields(const Json& document, const std::vector<std::string>& fields);
 
-// "12.3 MiB", "1d 2h".
+// A record's template: see Command::columns.
+[[nodiscard]] std::string FillTemplate(std::string_view text, const Json& record);
+
+// "12.3 MiB", "1d 2h", "12.3 Mbit/s".
 [[nodiscard]] std::string HumanKib(long kib);
 [[nodiscard]] std::string HumanDuration(long seconds);
+[[nodiscard]] std::string HumanRate(long long bitsPerSecond);
 
 }  // namespace tessel::ctl

@@ -1,205 +1,141 @@
-#include <fmt/format.h>
-
+// Metrics of IPv4 default routes. The daemon always answers success: what it took is read back.
 #include <algorithm>
+#include <cstring>
 
-#include "client/ctl/gateways.h"
-#include "client/ctl/handlers.h"
-#include "client/ctl/optional_json.h"
-#include "client/ctl/values.h"
+#include "client/ctl/command.h"
+#include "client/ctl/device.h"
+#include "client/ctl/format.h"
+#include "client/ctl/perform.h"
 #include "client/libtessel.h"
-#include "core/text.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-constexpr char kFixedSet[] =
-    "not taken: the set of interfaces is fixed by the first \"priority set\" until the daemon restarts";
+constexpr char kMoved[] = "default route moved";
 
-struct Pair {
-    std::string interfaceName;
-    i32 metric;
-};
-
-// The pairs as typed.
-std::vector<Pair> PairsOf(const Arguments& words) {
-    const auto names = words.All("IF");
-    const auto metrics = words.All("METRIC");
-    std::vector<Pair> pairs;
-    for (std::size_t i = 0; i < names.size(); ++i)
-        pairs.push_back({names[i], static_cast<i32>(*ParseNumber(metrics[i]))});
-    return pairs;
+Json DefaultRoute(const std::string& name) {
+    const Json routes = DefaultRoutes(name, TESSEL_FAMILY_INET);
+    return routes.empty() ? Json() : routes[0];
 }
 
-// Which other interface would get this one's metric: the daemon takes the first whose name begins with it. Empty: none.
-std::string TakenFor(const TNetPrioParamList& list, const std::string& name) {
-    for (const TNetPrioParam& entry : list.atPrio) {
-        const std::string known = FieldText(entry.achDevName).Get();
-        if (known.starts_with(name)) return known == name ? "" : known;
-    }
-    return "";
+// A member of a record that may be null.
+Json MemberOf(const Json& record, const char* key) {
+    return record.is_null() ? Json() : record.at(key);
 }
 
-// Nothing: the list may be sent.
-std::optional<std::string> WhyRefused(const std::vector<Pair>& pairs, const TNetPrioParamList& before) {
-    if (pairs.size() > TESSEL_PRIORITIES_MAX) return fmt::format("{} interfaces at most", int{TESSEL_PRIORITIES_MAX});
-    for (auto pair = pairs.begin(); pair != pairs.end(); ++pair) {
-        const bool isTwice = std::any_of(
-            pairs.begin(), pair, [&](const Pair& earlier) { return earlier.interfaceName == pair->interfaceName; });
-        if (isTwice) return pair->interfaceName + " is named twice";
-        const std::string other = TakenFor(before, pair->interfaceName);
-        if (other.empty()) continue;
-        return fmt::format("the daemon would change {} instead: it takes the first name that begins with \"{}\"", other,
-                           pair->interfaceName);
-    }
-    return std::nullopt;
-}
-
-TNetPrioParamList RequestOf(const std::vector<Pair>& pairs) {
-    TNetPrioParamList list{};
-    for (const Pair& pair : pairs) {
-        TNetPrioParam& entry = list.atPrio[list.dwNum];
-        memcpy(entry.achDevName, pair.interfaceName.data(), pair.interfaceName.size());
-        entry.nPriority = pair.metric;
-        list.dwNum = list.dwNum + 1;
-    }
-    return list;
-}
-
-std::vector<KernelRoute> DefaultsOf(const std::string& interfaceName) {
-    return KernelDefaults({.interfaceName = interfaceName, .table = 0}, TESSEL_FAMILY_INET);
-}
-
-bool HasMetric(const std::vector<KernelRoute>& routes, i32 metric) {
-    return std::any_of(routes.begin(), routes.end(),
-                       [&](const KernelRoute& route) { return std::cmp_equal(route.metric, metric); });
-}
-
-// One pair after the daemon's answer.
-struct Result {
-    std::optional<i32> previous;
-    std::optional<i32> now;
-    bool isTaken = false;
-    bool hasMoved = false;     // the kernel's default route came to this metric
-    std::string routeProblem;  // empty: none
-};
-
-Result ResultOf(const Pair& pair, const TNetPrioParamList& before, const TNetPrioParamList& after,
-                const std::vector<KernelRoute>& routesBefore) {
-    Result result{.previous = PriorityOf(before, pair.interfaceName),
-                  .now = PriorityOf(after, pair.interfaceName),
-                  .isTaken = false,
-                  .hasMoved = false,
-                  .routeProblem = {}};
-    result.isTaken = result.now == pair.metric;
-    if (!result.isTaken) return result;
-    const auto routes = DefaultsOf(pair.interfaceName);
-    result.hasMoved = HasMetric(routes, pair.metric) && !HasMetric(routesBefore, pair.metric);
-    if (routes.empty() && !routesBefore.empty()) {
-        result.routeProblem = "its default route is gone";
-    } else if (!routes.empty() && !HasMetric(routes, pair.metric)) {
-        result.routeProblem = fmt::format("its default route still has metric {}", routes[0].metric);
-    }
-    return result;
-}
-
-std::string ChangeText(const Pair& pair, const Result& result) {
-    if (!result.previous) return fmt::format("set to {}", pair.metric);
-    if (result.previous == result.now) return fmt::format("{} as before", pair.metric);
-    return fmt::format("{} -> {}", *result.previous, pair.metric);
-}
-
-std::string ResultText(const Pair& pair, const Result& result, std::size_t width) {
-    if (!result.isTaken) return result.now ? fmt::format("not taken: it is {}", *result.now) : kFixedSet;
-    const std::string more = result.hasMoved ? "default route moved" : result.routeProblem;
-    return more.empty() ? ChangeText(pair, result)
-                        : fmt::format("{:<{}}     {}", ChangeText(pair, result), width, more);
-}
-
-Outcome ShownResults(const std::string& asked, const std::vector<Pair>& pairs, const std::vector<Result>& results) {
-    std::size_t width = 0;
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        if (results[i].isTaken) width = std::max(width, ChangeText(pairs[i], results[i]).size());
-    }
+Outcome ShowPriority(const Invocation& invocation) {
     Outcome outcome;
-    outcome.table.gapBlanks = 3;
-    std::vector<std::string> failed;
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        const Result& result = results[i];
-        const bool isDone = result.isTaken && result.routeProblem.empty();
-        if (!isDone) failed.push_back(pairs[i].interfaceName);
-        outcome.table.rows.push_back(
-            {{pairs[i].interfaceName}, {ResultText(pairs[i], result, width), isDone ? Style::kPlain : Style::kBad}});
-        outcome.document.push_back({{"interface", pairs[i].interfaceName},
-                                    {"previous", OrNull(result.previous)},
-                                    {"priority", OrNull(result.now)},
-                                    {"taken", result.isTaken},
-                                    {"default_route_moved", result.hasMoved}});
-    }
-    if (!failed.empty()) {
-        outcome.failure =
-            NotApplied(asked, fmt::format("answered success, but it did not happen for {}", fmt::join(failed, ", ")));
-    }
-    return outcome;
-}
-
-}  // namespace
-
-Outcome PriorityShow(const Invocation& /*invocation*/) {
-    TNetPrioParamList list{};
-    const int error = tessel_priority_get(&list);
-    if (error != TESSEL_OK) return CallFailed("priority show", error);
-    Outcome outcome;
-    outcome.document = ordered_json::array();
-    outcome.table.header = {"INTERFACE", "PRIORITY", "GATEWAY", "METRIC"};
-    for (const TNetPrioParam& entry : list.atPrio) {
-        const std::string name = FieldText(entry.achDevName).Get();
-        if (name.empty()) continue;
-        const i32 priority = entry.nPriority;
-        const auto routes = DefaultsOf(name);
-        const std::string gateway = routes.empty() ? "" : routes[0].gateway;
-        const bool differs = !routes.empty() && !HasMetric({routes[0]}, priority);
-        outcome.table.rows.push_back(
-            {{name},
-             {std::to_string(priority)},
-             {gateway.empty() ? "-" : gateway},
-             {routes.empty() ? "-" : std::to_string(routes[0].metric), differs ? Style::kBad : Style::kPlain}});
-        outcome.document.push_back({{"interface", name},
-                                    {"priority", priority},
-                                    {"gateway", NullIfEmpty(gateway)},
-                                    {"metric", routes.empty() ? ordered_json() : ordered_json(routes[0].metric)}});
+    outcome.document = Json::array();
+    for (const Json& entry : DaemonPriorities(invocation.asked)) {
+        const Json route = DefaultRoute(TextOf(entry, "interface"));
+        outcome.document.push_back({{"interface", entry.at("interface")},
+                                    {"priority", entry.at("metric")},
+                                    {"gateway", MemberOf(route, "gateway")},
+                                    {"metric", MemberOf(route, "metric")}});
     }
     if (outcome.document.empty()) outcome.notes.emplace_back("no priorities are set: IPv4 gateways get metric 0");
     return outcome;
 }
 
-Outcome PrioritySet(const Invocation& invocation) {
-    const std::vector<Pair> pairs = PairsOf(invocation.words);
-    std::string asked = "priority set";
-    for (const Pair& pair : pairs)
-        asked += fmt::format(" {} {}", pair.interfaceName, pair.metric);
-    TNetPrioParamList before{};
-    const int askError = invocation.options.dryRun ? TESSEL_OK : tessel_priority_get(&before);
-    if (askError != TESSEL_OK) return CallFailed(asked, askError);
-    if (const auto why = WhyRefused(pairs, before)) return Refused(asked, *why);
-    std::vector<std::vector<KernelRoute>> routesBefore;
-    routesBefore.reserve(pairs.size());
-    for (const Pair& pair : pairs)
-        routesBefore.push_back(DefaultsOf(pair.interfaceName));
-    const TNetPrioParamList request = RequestOf(pairs);
-    const int error = tessel_priority_set(&request);
-    if (error != TESSEL_OK) return CallFailed(asked, error);
-    TNetPrioParamList after{};
-    const int readError = tessel_priority_get(&after);
-    if (readError != TESSEL_OK) return CallFailed(asked + ", read back", readError);
-    std::vector<Result> results;
-    for (std::size_t i = 0; i < pairs.size(); ++i)
-        results.push_back(ResultOf(pairs[i], before, after, routesBefore[i]));
-    Outcome outcome = ShownResults(asked, pairs, results);
-    if (before.dwNum == 0) outcome.notes.emplace_back("the set of interfaces is fixed now until the daemon restarts");
+// Throws unless the list may be sent. The daemon takes the first interface whose name begins with the one it is sent.
+void CheckNames(const Invocation& invocation, const std::vector<std::string>& names, const Json& before) {
+    if (names.size() > TESSEL_PRIORITIES_MAX)
+        throw Refused(invocation.asked, Format("{} interfaces at most", int{TESSEL_PRIORITIES_MAX}));
+    for (const std::string& name : names) {
+        if (std::count(names.begin(), names.end(), name) > 1) throw Refused(invocation.asked, name + " is named twice");
+        const auto other = std::find_if(before.begin(), before.end(), [&](const Json& entry) {
+            return TextOf(entry, "interface").starts_with(name);
+        });
+        if (other != before.end() && TextOf(*other, "interface") != name) {
+            throw Refused(invocation.asked,
+                          Format("the daemon would change {} instead: it takes the first name that begins with \"{}\"",
+                                 TextOf(*other, "interface"), name));
+        }
+    }
+}
+
+std::string WhyFixed(const std::vector<std::string>& names, const Json& before) {
+    if (!before.empty()) return "";
+    for (const std::string& name : names) {
+        std::string missing = MissingInterface(name);
+        if (!missing.empty()) return missing + ", and the first list fixes the interfaces until the daemon restarts";
+    }
+    return "";
+}
+
+// What became of one interface: {"interface", "previous", "priority", "taken", "remark" or null}.
+Json ResultOf(const std::string& name, u32 metric, const Json& previous, const Json& now, const Json& routeBefore) {
+    Json result{{"interface", name},
+                {"previous", MemberOf(FindIn(previous, "interface", name), "metric")},
+                {"priority", MemberOf(FindIn(now, "interface", name), "metric")}};
+    result["taken"] = result["priority"] == metric;
+    result["remark"] = nullptr;
+    const Json route = DefaultRoute(name);
+    if (result["taken"] == false) {
+        result["remark"] = result["priority"].is_null() ? "not taken: the set of interfaces is fixed by the first "
+                                                          "\"priority set\" until the daemon restarts"
+                                                        : "not taken";
+    } else if (route.is_null() && !routeBefore.is_null()) {
+        result["remark"] = "its default route is gone";
+    } else if (!route.is_null() && route.at("metric") != metric) {
+        result["remark"] = Format("its default route still has metric {}", NumberOf(route, "metric"));
+    } else if (!route.is_null() && !routeBefore.is_null() && routeBefore.at("metric") != metric) {
+        result["remark"] = kMoved;
+    }
+    return result;
+}
+
+Outcome SetPriority(const Invocation& invocation) {
+    const auto names = invocation.words.All<std::string>("IF");
+    const auto metrics = invocation.words.All<u32>("N");
+    const Json before = DaemonPriorities(invocation.asked);
+    CheckNames(invocation, names, before);
+    TNetPrioParamList list{};
+    std::vector<Json> routes;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        memcpy(list.atPrio[i].achDevName, names[i].data(), names[i].size());
+        list.atPrio[i].nPriority = static_cast<i32>(metrics[i]);
+        routes.push_back(DefaultRoute(names[i]));
+    }
+    list.dwNum = static_cast<u32>(names.size());
+    Change change{.send = [&] { return tessel_priority_set(&list); }};
+    change.guard = [&] { return WhyFixed(names, before); };
+    change.read = [&] {
+        const Json after = DaemonPriorities(invocation.asked);
+        Json results = Json::array();
+        for (std::size_t i = 0; i < names.size(); ++i)
+            results.push_back(ResultOf(names[i], metrics[i], before, after, routes[i]));
+        return results;
+    };
+    change.wrong = [](const Json& results) {
+        std::vector<std::string> failed;
+        for (const Json& result : results) {
+            const std::string remark = TextOf(result, "remark");
+            if (!remark.empty() && remark != kMoved) failed.push_back(TextOf(result, "interface"));
+        }
+        return failed.empty() ? "" : "it did not happen for " + Joined(failed, ", ");
+    };
+    Outcome outcome = Perform(invocation, change);
+    if (before.empty()) outcome.notes.emplace_back("the set of interfaces is fixed now until the daemon restarts");
     return outcome;
 }
+
+constexpr Command kPriorityCommands[] = {
+    Row("show", "", &ShowPriority, "the priorities, with the default routes that they are for", "priority show")
+        .Sends(TESSEL_CMD_PRIORITY_GET)
+        .Columns("INTERFACE {interface}|PRIORITY {priority}|GATEWAY {gateway}|METRIC {metric}"),
+    Row("set", "IF N:0-2147483647 [IF N:0-2147483647]...", &SetPriority,
+        "set metrics of interfaces (lower wins), and read them back", "priority set eth0 10 eth1 20")
+        .Sends(TESSEL_CMD_PRIORITY_SET, TESSEL_CMD_PRIORITY_GET)
+        .Columns("INTERFACE {interface}|BEFORE {previous}|NOW {priority}|REMARK {remark}")
+        .More("The first time since the daemon's start fixes the set of interfaces. IPv4 default routes move to "
+              "their new metric at once; for a moment there is none."),
+};
+
+}  // namespace
+
+extern const Object kPriority = {
+    .name = "priority", .summary = "which uplink is preferred", .commands = kPriorityCommands};
 
 }  // namespace tessel::ctl

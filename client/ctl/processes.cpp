@@ -1,15 +1,17 @@
 #include "client/ctl/processes.h"
 
 #include <dirent.h>
-#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
+#include "client/ctl/format.h"
 #include "client/ctl/values.h"
 
 namespace tessel::ctl {
@@ -30,7 +32,7 @@ std::optional<long> NumberBehind(const std::string& path, std::string_view key) 
 // proc(5): ticks between boot and the start of the process are the 22nd field; the name, the 2nd, may hold anything.
 std::optional<long> StartTicks(pid_t pid) {
     constexpr int kFieldsBetween = 19;
-    std::ifstream file(fmt::format("/proc/{}/stat", pid));
+    std::ifstream file(Format("/proc/{}/stat", pid));
     std::string line;
     std::getline(file, line);
     const std::size_t nameEnd = line.rfind(')');
@@ -42,6 +44,14 @@ std::optional<long> StartTicks(pid_t pid) {
     long ticks = 0;
     if (!(fields >> ticks)) return std::nullopt;
     return ticks;
+}
+
+// The arguments, a blank behind each.
+std::string CommandLine(pid_t pid) {
+    std::ifstream file(Format("/proc/{}/cmdline", pid));
+    std::string line{std::istreambuf_iterator<char>(file), {}};
+    std::replace(line.begin(), line.end(), '\0', ' ');
+    return line;
 }
 
 std::optional<bool> IsSameFile(const std::string& one, const std::string& other) {
@@ -58,13 +68,13 @@ ProcessFacts LookAtProcess(pid_t pid) {
     const auto bootTime = NumberBehind("/proc/stat", "btime ");
     const auto ticks = StartTicks(pid);
     if (bootTime && ticks) facts.since = static_cast<std::time_t>(*bootTime + *ticks / sysconf(_SC_CLK_TCK));
-    facts.residentKib = NumberBehind(fmt::format("/proc/{}/status", pid), "VmRSS:");
+    facts.residentKib = NumberBehind(Format("/proc/{}/status", pid), "VmRSS:");
     facts.sharesOurNetwork = SharesOurNetwork(pid);
     return facts;
 }
 
 std::optional<bool> SharesOurNetwork(pid_t pid) {
-    return IsSameFile("/proc/self/ns/net", fmt::format("/proc/{}/ns/net", pid));
+    return IsSameFile("/proc/self/ns/net", Format("/proc/{}/ns/net", pid));
 }
 
 std::vector<pid_t> AllProcesses() {
@@ -78,16 +88,34 @@ std::vector<pid_t> AllProcesses() {
 }
 
 std::string ProcessName(pid_t pid) {
-    std::ifstream file(fmt::format("/proc/{}/comm", pid));
+    std::ifstream file(Format("/proc/{}/comm", pid));
     std::string name;
     std::getline(file, name);
     return name;
 }
 
-std::vector<pid_t> FindProcesses(std::string_view name) {
+std::vector<pid_t> FindProcesses(std::string_view name, std::string_view words) {
     std::vector<pid_t> found = AllProcesses();
-    std::erase_if(found, [&](pid_t pid) { return ProcessName(pid) != name.substr(0, kCommMax); });
+    std::erase_if(found, [&](pid_t pid) {
+        if (ProcessName(pid) != name.substr(0, kCommMax)) return true;
+        const std::string line = CommandLine(pid);
+        return line.empty() || line.find(words) == std::string::npos;  // empty: dead, waiting for its parent
+    });
     return found;
+}
+
+std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words) {
+    constexpr useconds_t kLookUs = 100 * 1000;
+    for (int looks = 0; looks < 10 && FindProcesses(name, words).empty() == isOneWanted; ++looks)
+        usleep(kLookUs);
+    return FindProcesses(name, words);
+}
+
+std::string PidsText(const std::vector<pid_t>& pids) {
+    if (pids.empty()) return "none runs";
+    std::vector<std::string> numbers(pids.size());
+    std::transform(pids.begin(), pids.end(), numbers.begin(), [](pid_t pid) { return std::to_string(pid); });
+    return Format("{} {}", pids.size() == 1 ? "pid" : "pids", Joined(numbers, ", "));
 }
 
 }  // namespace tessel::ctl

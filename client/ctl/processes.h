@@ -25,7 +25,14 @@ struct ProcessFacts {
 [[nodiscard]] std::vector<pid_t> AllProcesses();
 [[nodiscard]] std::string ProcessName(pid_t pid);
 
-// The processes of this name. The kernel keeps 15 characters of a name.
-[[nodiscard]] std::vector<pid_t> FindProcesses(std::string_view name);
+// The processes of this name whose command line has these words, one blank between two. The kernel keeps 15 characters
+// of a name.
+[[nodiscard]] std::vector<pid_t> FindProcesses(std::string_view name, std::string_view words = {});
+
+// The same, as soon as there is one, or none of them; after a second, whatever there is.
+[[nodiscard]] std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words = {});
+
+// "pid 12", "pids 12, 13", "none runs".
+[[nodiscard]] std::string PidsText(const std::vector<pid_t>& pids);
 
 }  // namespace tessel::ctl

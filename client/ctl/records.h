@@ -23,7 +23,8 @@
 #include "tessel/traffic.h"
 #include "tessel/web.h"
 
-namespace tessel::ctl {
+// In a namespace of their own: objects of the tool bear the same names (kGateway).
+namespace tessel::ctl::records {
 
 inline constexpr Word kFamilies[] = {{2, "inet"}, {10, "inet6"}, {11, "both"}};
 inline constexpr Word kShownFamilies[] = {{0, "inet"}, {1, "inet6"}};
@@ -217,4 +218,4 @@ inline constexpr auto kBandwidthReport =
 #undef LIST
 #undef RECORD
 
-}  // namespace tessel::ctl
+}  // namespace tessel::ctl::records

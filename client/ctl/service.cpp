@@ -1,10 +1,11 @@
-#include <fmt/format.h>
-
+// Stopping services of the device by name.
 #include <algorithm>
 #include <fstream>
 
+#include "client/ctl/command.h"
+#include "client/ctl/format.h"
 #include "client/ctl/guard.h"
-#include "client/ctl/handlers.h"
+#include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 #include "client/libtessel.h"
 
@@ -12,17 +13,9 @@ namespace tessel::ctl {
 
 namespace {
 
-struct ServiceName {
-    std::string_view service;
-    std::string_view onDesktop;
-    std::string_view onDevice;
-};
-
-constexpr ServiceName kServices[] = {
-    {"ssh", "sshd", "dropbear"},
-    {"telnetd", "in.telnetd", "telnetd"},
-    {"ftpd", "vsftpd", "ftpd"},
-};
+// What the daemon kills for a service: on a development machine, and on the device.
+constexpr std::string_view kRemoteAccess[][3] = {
+    {"ssh", "sshd", "dropbear"}, {"telnetd", "in.telnetd", "telnetd"}, {"ftpd", "vsftpd", "ftpd"}};
 
 bool IsDesktop() {
     std::ifstream issue("/etc/issue");
@@ -32,43 +25,44 @@ bool IsDesktop() {
     return false;
 }
 
-// What the daemon kills for "ssh", "telnetd" and "ftpd"; any other name is a process already.
-std::string ProcessOfService(const std::string& service) {
-    for (const ServiceName& row : kServices) {
-        if (row.service == service) return std::string(IsDesktop() ? row.onDesktop : row.onDevice);
+Outcome StopService(const Invocation& invocation) {
+    const std::string service = invocation.words.Text("SERVICE");
+    const auto* const known = std::find_if(std::begin(kRemoteAccess), std::end(kRemoteAccess),
+                                           [&](const auto& names) { return names[0] == service; });
+    const bool isKnown = known != std::end(kRemoteAccess);
+    const std::string process(isKnown ? (*known)[IsDesktop() ? 1 : 2] : service);
+    const auto pids = FindProcesses(process);
+    if (!isKnown) {
+        const std::string what = Format("every process called {} ({})", process, PidsText(pids));
+        Agree(invocation, "Kill " + what, "it would kill " + what);
     }
-    return service;
+    const auto guard = [&] {
+        const bool carriesIt = process == "sshd" || process == "dropbear";
+        const auto session = carriesIt ? GuardedSession(invocation.options) : std::nullopt;
+        return session ? Format("it would kill every {}, and {}", process, session->text) : "";
+    };
+    const auto cause = [&] {
+        if (process == "tessel_daemon") return std::string("the daemon never stops itself");
+        return pids.empty() ? Format("no process {} runs here", process) : "";
+    };
+    const auto read = [&] { return Json{{"service", service}, {"process", process}, {"pids", pids}}; };
+    return Perform(invocation, {.send = [&] { return tessel_service_stop(service.c_str()); },
+                                .guard = guard,
+                                .cause = cause,
+                                .read = read,
+                                .done = Format("{} stopped ({}, {})", service, process, PidsText(pids))});
 }
 
-// True when the connection that this is typed on is served by one of `process`.
-bool CarriesThisSession(const std::string& process) {
-    return IsRemoteSession() && (process == "dropbear" || process == "sshd");
-}
-
-// Empty: not known.
-std::string WhyNotStopped(const std::string& process, std::size_t running) {
-    if (process == "tessel_daemon") return "the daemon never stops itself";
-    return running == 0 ? fmt::format("no process {} runs here", process) : "";
-}
+constexpr Command kServiceCommands[] = {
+    Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill every process of a service",
+        "service stop telnetd")
+        .Sends(TESSEL_CMD_SERVICE_STOP)
+        .More("Signal 9, by process name; whatever starts the service may start it again. Asks first when it is "
+              "none of the three."),
+};
 
 }  // namespace
 
-Outcome ServiceStop(const Invocation& invocation) {
-    const std::string service = invocation.words.Get("NAME");
-    const std::string process = ProcessOfService(service);
-    const std::size_t running = FindProcesses(process).size();
-    const std::string asked = "service stop " + service;
-    if (CarriesThisSession(process) && !MayCutSession(invocation.options)) {
-        return Refused(asked, fmt::format("it would kill every {}, with it the one that carries your session "
-                                          "(--force does it)",
-                                          process));
-    }
-    const int error = tessel_service_stop(service.c_str());
-    if (error != TESSEL_OK) return CallFailed(asked, error, WhyNotStopped(process, running));
-    Outcome outcome;
-    outcome.document = {{"service", service}, {"process", process}, {"stopped", running}};
-    outcome.done = fmt::format("{} stopped ({} of {})", service, running, process);
-    return outcome;
-}
+extern const Object kService = {.name = "service", .summary = "services of the device", .commands = kServiceCommands};
 
 }  // namespace tessel::ctl

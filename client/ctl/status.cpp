@@ -1,178 +1,262 @@
-#include <fmt/format.h>
+// The daemon, the links and what listens, at a glance: what the kernel and /proc show, and one question to the daemon,
+// so that a daemon that hangs costs two seconds and hides nothing.
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <ctime>
 
-#include "client/ctl/addresses.h"
-#include "client/ctl/firewall_rules.h"
-#include "client/ctl/gateways.h"
-#include "client/ctl/handlers.h"
+#include "client/ctl/command.h"
+#include "client/ctl/device.h"
+#include "client/ctl/filter.h"
+#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
-#include "client/ctl/optional_json.h"
+#include "client/ctl/listening.h"
+#include "client/ctl/output.h"
 #include "client/ctl/processes.h"
 #include "client/ctl/time_text.h"
 #include "client/libtessel.h"
+#include "tessel/command.h"
 
 namespace tessel::ctl {
 
-using nlohmann::ordered_json;
-
 namespace {
 
-// Asked to learn who answers: it changes nothing, runs no tool, and every network has it.
-constexpr char kHarmlessInterface[] = "lo";
+constexpr char kDaemonName[] = "tessel_daemon";
+constexpr int kPatienceMs = 2000;
 
-WallTime WallTimeOf(std::time_t time) {
-    return std::chrono::system_clock::from_time_t(time);
-}
+// ---- What there is ----
 
-ordered_json DaemonJson(int pid, const ProcessFacts& facts) {
-    const bool isRunning = pid != 0;
-    ordered_json since;
-    if (facts.since) since = JsonTime(WallTimeOf(*facts.since));
-    return {{"running", isRunning},
-            {"pid", isRunning ? ordered_json(pid) : ordered_json()},
-            {"since", since},
-            {"resident_kib", OrNull(facts.residentKib)},
-            {"same_network", OrNull(facts.sharesOurNetwork)}};
-}
-
-std::string DaemonText(int pid, const ProcessFacts& facts) {
-    std::string text = fmt::format("running, pid {}", pid);
-    if (facts.since) {
-        text += fmt::format(", since {} ({})", DateText(WallTimeOf(*facts.since)),
-                            HumanDuration(std::max<long>(std::time(nullptr) - *facts.since, 0)));
-    }
-    if (facts.residentKib) text += ", " + HumanKib(*facts.residentKib);
-    if (facts.sharesOurNetwork == false) text += ", in another network namespace";
-    return text;
-}
-
-std::vector<ShownAddress> AddressesOf(const KernelLink& link, bool askDaemon) {
-    TNetIfaceIp list{};
-    if (!askDaemon || tessel_addr_get(link.name.c_str(), TESSEL_FAMILY_BOTH, &list) != TESSEL_OK) return link.addresses;
-    return ShowAddresses(list);
-}
-
-// A default route of an interface.
-struct Uplink {
-    std::string gateway;
-    std::string family;
-    std::optional<u32> metric;  // none: the kernel has no such route
-    bool isPreferred = false;   // no route of this family comes before it
-};
-
-std::optional<Uplink> UplinkOf(const std::string& interfaceName, int family) {
-    ToldGateway told;
-    if (AskForGateway({.interfaceName = interfaceName, .table = 0}, family, told) != TESSEL_OK || told.text.empty()) {
-        return std::nullopt;
-    }
-    Uplink uplink{.gateway = told.text, .family = FamilyName(static_cast<u32>(family)), .metric = {}};
-    const auto routes = KernelDefaults({}, family);
-    const auto own = std::find_if(routes.begin(), routes.end(), [&](const KernelRoute& route) {
-        return route.interfaceName == interfaceName && route.gateway == told.text;
+// Daemons of this network beside the one that answered. A child that is about to become a tool has its name for a
+// moment.
+std::vector<pid_t> OtherDaemons(pid_t daemon) {
+    constexpr std::time_t kSettled = 2;
+    std::vector<pid_t> others = FindProcesses(kDaemonName);
+    std::erase_if(others, [&](pid_t pid) {
+        const auto since = LookAtProcess(pid).since;
+        return pid == daemon || SharesOurNetwork(pid) != true || !since || std::time(nullptr) - *since < kSettled;
     });
-    if (own == routes.end()) return uplink;
-    uplink.metric = own->metric;
-    // Of equal ones the first counts.
-    const auto preferred = std::min_element(
-        routes.begin(), routes.end(), [](const auto& one, const auto& other) { return one.metric < other.metric; });
-    uplink.isPreferred = preferred == own;
-    return uplink;
+    return others;
 }
 
-// Its IPv4 and its IPv6 one, as far as there are any.
-std::vector<Uplink> UplinksOf(const KernelLink& link, bool askDaemon) {
-    std::vector<Uplink> uplinks;
+Json DaemonJson(const std::string& state, pid_t pid) {
+    const ProcessFacts facts = pid == 0 ? ProcessFacts{} : LookAtProcess(pid);
+    Json since;
+    if (facts.since) since = JsonTime(std::chrono::system_clock::from_time_t(*facts.since));
+    return {{"state", state},
+            {"pid", pid == 0 ? Json() : Json(pid)},
+            {"since", since},
+            {"running_s", facts.since ? Json(std::max<long>(std::time(nullptr) - *facts.since, 0)) : Json()},
+            {"resident_kib", OrNull(facts.residentKib)},
+            {"same_network", OrNull(facts.sharesOurNetwork)},
+            {"other_pids", OtherDaemons(pid)}};
+}
+
+// Default routes of the main table, the one that is used first in each family "preferred".
+Json Gateways() {
+    Json gateways = Json::array();
     for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-        const auto uplink = askDaemon && link.name != kHarmlessInterface ? UplinkOf(link.name, family) : std::nullopt;
-        if (uplink) uplinks.push_back(*uplink);
+        Json routes = Json::array();
+        for (Json& route : KernelRoutes(family)) {
+            if (TextOf(route, "destination") == "default") routes.push_back(std::move(route));
+        }
+        // Of equal ones the first counts.
+        const auto best = std::min_element(routes.begin(), routes.end(), [](const Json& one, const Json& other) {
+            return NumberOf(one, "metric") < NumberOf(other, "metric");
+        });
+        for (auto route = routes.begin(); route != routes.end(); ++route) {
+            (*route)["preferred"] = route == best;
+            gateways.push_back(*route);
+        }
     }
-    return uplinks;
+    return gateways;
 }
 
-std::string UplinkText(const std::vector<Uplink>& uplinks) {
-    std::string text;
-    for (const Uplink& uplink : uplinks) {
-        text += fmt::format("{}gateway {}", text.empty() ? "" : "   ", uplink.gateway);
-        if (uplink.metric) text += fmt::format("  metric {}", *uplink.metric);
-        if (uplink.isPreferred) text += "  <- default route";
+Json Interfaces(const std::string& named, const Json& priorities) {
+    Json interfaces = Json::array();
+    const Json gateways = Gateways();
+    for (Json& link : KernelLinks()) {
+        if (!named.empty() && link["interface"] != named) continue;
+        link["gateways"] = Json::array();
+        for (const Json& gateway : gateways) {
+            if (gateway["interface"] != link["interface"]) continue;
+            link["gateways"].push_back({{"gateway", gateway["gateway"]},
+                                        {"family", gateway["family"]},
+                                        {"metric", gateway["metric"]},
+                                        {"learnt", gateway["learnt"]},
+                                        {"preferred", gateway["preferred"]}});
+        }
+        const Json priority = FindIn(priorities, "interface", link["interface"]);
+        link["priority"] = priority.is_null() ? Json() : priority["metric"];
+        interfaces.push_back(std::move(link));
     }
-    return text;
+    return interfaces;
 }
 
-ordered_json UplinkJson(const std::vector<Uplink>& uplinks) {
-    ordered_json list = ordered_json::array();
-    for (const Uplink& uplink : uplinks) {
-        list.push_back({{"gateway", uplink.gateway},
-                        {"family", uplink.family},
-                        {"metric", OrNull(uplink.metric)},
-                        {"preferred", uplink.isPreferred}});
-    }
-    return list;
-}
-
-void AddLink(const KernelLink& link, bool askDaemon, Outcome& outcome) {
-    const std::string state = LinkState(link);
-    const auto addresses = AddressesOf(link, askDaemon);
-    const auto uplinks = UplinksOf(link, askDaemon);
-    outcome.table.rows.push_back({{link.name},
-                                  {state, state == "up" ? Style::kGood : Style::kBad},
-                                  {AddressText(addresses)},
-                                  {UplinkText(uplinks)}});
-    outcome.document["interfaces"].push_back({{"interface", link.name},
-                                              {"state", state},
-                                              {"addresses", AddressJson(addresses)},
-                                              {"gateways", UplinkJson(uplinks)}});
-}
-
-// Which list each family's packets pass. Left out where it cannot be read, as by anybody but root.
-void AddFirewall(Outcome& outcome) {
-    std::string text;
-    ordered_json families = ordered_json::array();
+// Which list each family's packets pass.
+Json Firewall() {
+    Json families = Json::array();
     for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
         const Filter filter = ReadFilter(family);
-        if (!filter.problem.empty()) return;
-        const std::string_view list = filter.HookedList();
-        const std::string name = FamilyName(static_cast<u32>(family));
-        const std::size_t entries = list.empty() ? 0 : filter.Entries(list).size();
-        text += fmt::format("{}{} ", text.empty() ? "" : "   ", name);
-        text += list.empty() ? "off" : fmt::format("{} on ({} {})", list, entries, entries == 1 ? "entry" : "entries");
-        families.push_back(
-            {{"family", name}, {"list", list.empty() ? ordered_json() : ordered_json(list)}, {"entries", entries}});
+        Json entry{{"family", FamilyName(family)}, {"list", nullptr}, {"entries", nullptr}};
+        for (const std::string_view list : {kWhitelist, kBlacklist}) {
+            if (!filter.IsHooked(list)) continue;
+            entry["list"] = list;
+            entry["entries"] = filter.Entries(list).size();
+        }
+        entry["problem"] = NullIfEmpty(filter.problem);
+        families.push_back(std::move(entry));
     }
-    outcome.table.rows.push_back({{"firewall"}, {}, {text}});
-    outcome.document["firewall"] = std::move(families);
+    return families;
 }
+
+// Who takes which notices: every name that is fixed, and those that somebody has made up for himself.
+Json Listeners() {
+    struct Topic {
+        std::string_view socket;
+        std::string_view text;
+    };
+    constexpr Topic kFixed[] = {{TESSEL_SOCKET_NTP, "ntp"},
+                                {TESSEL_SOCKET_NTPV6, "ntp inet6"},
+                                {TESSEL_SOCKET_STAT, "traffic"},
+                                {TESSEL_SOCKET_IP_CONFLICT, "conflict"},
+                                {TESSEL_SOCKET_IPV6_CONFLICT, "conflict inet6"}};
+    constexpr Topic kOthers[] = {{TESSEL_SOCKET_DHCPC "_", "dhcp"},
+                                 {TESSEL_SOCKET_DHCPCV6 "_", "dhcp inet6"},
+                                 {TESSEL_SOCKET_PING "_", "ping"},
+                                 {TESSEL_SOCKET_TRACEROUTE "_", "traceroute"},
+                                 {TESSEL_SOCKET_ROUTER_NOTIFY "_", "ra"}};
+    Json listeners = Json::array();
+    const auto add = [&](const std::string& name, std::string_view topic) {
+        const auto process = FindListeningProcess(name);
+        listeners.push_back({{"topic", topic}, {"socket", name}, {"listener", ListeningJson(process)}});
+        listeners.back()["text"] = process ? ListeningText(*process) : "nobody";
+    };
+    for (const Topic& topic : kFixed)
+        add(std::string(topic.socket), topic.text);
+    for (const Topic& topic : kOthers) {
+        for (const std::string& name : ListenedNames(topic.socket)) {
+            const std::string words = name.substr(topic.socket.size());
+            add(name, Format("{} {}", topic.text, words.substr(0, words.find('_'))));
+        }
+    }
+    return listeners;
+}
+
+// When the last report was written; null: there is none.
+Json CrashJson() {
+    std::time_t last = 0;
+    for (const char* path : {"/usr/tessel_crash.log.0", "/usr/tessel_crash.log.1"}) {
+        struct stat file {};
+        if (stat(path, &file) == 0 && file.st_size > 0) last = std::max(last, file.st_mtime);
+    }
+    return last == 0 ? Json() : Json{{"time", JsonTime(std::chrono::system_clock::from_time_t(last))}};
+}
+
+// ---- How it looks ----
+
+std::string DaemonText(const Json& daemon) {
+    std::string text = Format("{}   {}", kDaemonName, TextOf(daemon, "state"));
+    if (!daemon["pid"].is_null()) text += ", pid " + daemon["pid"].dump();
+    if (!daemon["since"].is_null()) {
+        const long seconds = daemon["running_s"].get<long>();
+        text += Format(", since {} ({})", DateText(std::chrono::system_clock::now() - std::chrono::seconds(seconds)),
+                       HumanDuration(seconds));
+    }
+    if (!daemon["resident_kib"].is_null()) text += ", " + HumanKib(daemon["resident_kib"].get<long>());
+    if (daemon["same_network"] == false) text += ", in another network namespace";
+    text += "\n";
+    for (const Json& pid : daemon["other_pids"])
+        text += Format("{}   another one runs, pid {}: requests do not reach it\n", kDaemonName, pid.dump());
+    return text;
+}
+
+std::vector<std::string> LinkRow(const Json& link) {
+    constexpr std::size_t kShown = 4;
+    std::vector<std::string> addresses;
+    for (const Json& address : link["addresses"])
+        addresses.push_back(AddressText(address));
+    if (addresses.size() > kShown) {
+        const std::string rest = Format("and {} more", addresses.size() - kShown);
+        addresses.resize(kShown);
+        addresses.push_back(rest);
+    }
+    std::vector<std::string> uplinks;
+    for (const Json& gateway : link["gateways"]) {
+        uplinks.push_back(FillTemplate("gateway {gateway}", gateway) + FillTemplate("  metric {metric}", gateway));
+        if (gateway["preferred"] == true) uplinks.push_back("<- default route");
+    }
+    if (uplinks.empty() && !link["priority"].is_null())
+        uplinks.push_back(Format("priority {}, not used: {}", NumberOf(link, "priority"),
+                                 link["state"] == "up" ? "no gateway" : "no link"));
+    return {TextOf(link, "interface"), TextOf(link, "state"), Joined(addresses, "  "), Joined(uplinks, "  ")};
+}
+
+std::string FirewallText(const Json& families) {
+    std::vector<std::string> texts;
+    for (const Json& family : families) {
+        std::string text = TextOf(family, "family") + " off";
+        if (!family["problem"].is_null()) text = FillTemplate("{family} not known: {problem}", family);
+        const bool isOne = family["entries"] == 1;
+        if (!family["list"].is_null())
+            text =
+                FillTemplate(isOne ? "{family} {list} on (1 entry)" : "{family} {list} on ({entries} entries)", family);
+        texts.push_back(text);
+    }
+    return "firewall   " + Joined(texts, "   ") + "\n";
+}
+
+// That nobody takes a notice is worth a word where the daemon waits for it: conflicts.
+std::string ListenersText(const Json& listeners) {
+    std::vector<std::string> texts;
+    for (const Json& one : listeners) {
+        if (!one["listener"].is_null() || one["topic"] == "conflict")
+            texts.push_back(FillTemplate("{topic}: {text}", one));
+    }
+    return "listening  " + Joined(texts, "   ") + "\n";
+}
+
+Outcome Status(const Invocation& invocation) {
+    const std::string named = invocation.words.Text("IF");
+    if (const std::string missing = MissingInterface(named); !missing.empty()) throw Refused(invocation.asked, missing);
+    Outcome outcome;
+    Json priorities = Json::array();
+    std::string state = "running";
+    (void)tessel_set_timeout_ms(std::min(invocation.options.timeoutMs, kPatienceMs));
+    try {
+        priorities = DaemonPriorities(invocation.asked);
+    } catch (const Failure& failure) {
+        outcome.failure = failure;
+        state = failure.exit == kExitNotRunning ? "not running" : "not answering";
+        if (failure.exit == kExitTimeout)
+            outcome.failure->message =
+                invocation.asked + ": no answer in time: this is what is known without the daemon";
+    }
+    Json& document = outcome.document;
+    document = {{"daemon", DaemonJson(state, tessel_daemon_pid())}, {"interfaces", Interfaces(named, priorities)}};
+    outcome.text = DaemonText(document["daemon"]);
+    Rows rows;
+    for (const Json& link : document["interfaces"])
+        rows.push_back(LinkRow(link));
+    outcome.text += RenderRows(rows);
+    document["firewall"] = named.empty() ? Firewall() : Json();
+    document["listeners"] = named.empty() ? Listeners() : Json();
+    document["crash"] = CrashJson();
+    if (!named.empty()) return outcome;
+    outcome.text += FirewallText(document["firewall"]) + ListenersText(document["listeners"]);
+    if (!document["crash"].is_null())
+        outcome.text += FillTemplate("crash      reported at {time} (see \"crash show\")\n", document["crash"]);
+    return outcome;
+}
+
+constexpr Command kStatusCommands[] = {
+    Row("", "[IF]", &Status, "the daemon, the interfaces, the firewall, and who listens", "status eth0")
+        .Sends(TESSEL_CMD_PRIORITY_GET)
+        .More("The daemon is asked for its priorities and has two seconds; everything else is what the kernel knows."),
+};
 
 }  // namespace
 
-Outcome Status(const Invocation& invocation) {
-    u32 mtu = 0;
-    const int error = tessel_mtu_get(kHarmlessInterface, &mtu);
-    if (error == kPlanned) return CallFailed("status", error);
-    Outcome outcome;
-    // Any answer will do; a daemon that is busy or broken is there all the same.
-    const int pid = tessel_daemon_pid();
-    const ProcessFacts facts = pid == 0 ? ProcessFacts{} : LookAtProcess(pid);
-    const bool answers = error == TESSEL_OK || error == TESSEL_E_FAILED;
-    if (!answers) outcome.failure = CallFailed("status", error);
-    outcome.document = {{"daemon", DaemonJson(pid, facts)}, {"interfaces", ordered_json::array()}};
-    const bool isRunning = error != TESSEL_E_NOT_RUNNING;
-    outcome.table.preamble = {
-        {"tessel_daemon"},
-        {isRunning ? DaemonText(pid, facts) : "not running", isRunning ? Style::kGood : Style::kBad}};
-
-    const auto named = invocation.words.Find("IF");
-    if (named && !FindKernelLink(*named)) return Refused("status " + *named, MissingInterface(*named));
-    // The daemon's interfaces are others than ours when its network is another.
-    const bool askDaemon = answers && facts.sharesOurNetwork != false;
-    for (const KernelLink& link : KernelLinks()) {
-        if (!named || link.name == *named) AddLink(link, askDaemon, outcome);
-    }
-    outcome.document["firewall"] = ordered_json::array();
-    if (!named && facts.sharesOurNetwork != false) AddFirewall(outcome);
-    return outcome;
-}
+extern const Object kStatusObject = {
+    .name = "status", .summary = "the daemon and the interfaces at a glance", .commands = kStatusCommands};
 
 }  // namespace tessel::ctl

@@ -1,6 +1,5 @@
 #include "client/ctl/tesselctl.h"
 
-#include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -8,11 +7,14 @@
 #include <cstdlib>
 
 #include "client/ctl/complete.h"
+#include "client/ctl/format.h"
 #include "client/ctl/grammar.h"
 #include "client/ctl/help.h"
-#include "client/ctl/note.h"
+#include "client/ctl/output.h"
+#include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/trace.h"
+#include "client/ctl/requests.h"
+#include "client/ctl/try.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
@@ -20,6 +22,10 @@ namespace tessel::ctl {
 namespace {
 
 constexpr char kCompleteWord[] = "__complete";
+
+void Print(std::FILE* file, const std::string& text) {
+    (void)std::fputs(text.c_str(), file);
+}
 
 bool IsSet(const char* variable) {
     const char* value = getenv(variable);
@@ -34,92 +40,143 @@ bool WantsColour(const Options& options, std::FILE* out) {
 }
 
 int ShowFailure(const Failure& failure, bool asJson, std::FILE* err) {
-    fmt::print(err, "{}", RenderFailure(failure, asJson));
+    Print(err, RenderFailure(failure, asJson));
     return failure.exit;
 }
 
 // A daemon that is starting, for as long as --wait says.
-std::optional<Failure> WaitForDaemon(const Options& options) {
+void WaitForDaemon(const Options& options) {
     constexpr int kPollMs = 50;
     using Clock = std::chrono::steady_clock;
-    if (!options.waitMs || options.dryRun) return std::nullopt;
+    if (!options.waitMs || options.dryRun) return;
     const auto deadline = Clock::now() + std::chrono::milliseconds(*options.waitMs);
     while (tessel_daemon_is_listening() == 0) {
-        if (Clock::now() >= deadline) return CallFailed("", TESSEL_E_NOT_RUNNING);
+        if (Clock::now() >= deadline) throw CallFailed("", TESSEL_E_NOT_RUNNING);
         poll(nullptr, 0, kPollMs);
     }
-    return std::nullopt;
 }
 
-int PrintCompletions(const std::vector<std::string>& arguments, std::FILE* out) {
-    for (const std::string& offer : Complete({arguments.begin() + 1, arguments.end()}))
-        fmt::print(out, "{}\n", offer);
-    return kExitDone;
+ParsedCommand ParseCommand(const Options& options) {
+    ParsedCommand parsed = ParseWords(options.words);
+    const bool hasFamily = options.inet || options.inet6;
+    if (hasFamily && !parsed.command->takesFamily)
+        throw Refused(TitleOf(*parsed.object, *parsed.command), "-4 and -6 mean nothing here");
+    return parsed;
 }
 
-int ShowPlan(const Outcome& outcome, const Options& options, std::FILE* out, std::FILE* err) {
-    if (outcome.failure && outcome.failure->exit != kExitDone) return ShowFailure(*outcome.failure, options.json, err);
-    fmt::print(out, "{}", RenderPlan(PlannedRequests(), outcome.planned, outcome.notes, options.json));
-    return kExitDone;
-}
-
-int RunCommand(const Options& options, std::FILE* out, std::FILE* err) {
-    auto parsed = ParseWords(options.words);
-    if (const auto* failure = std::get_if<Failure>(&parsed)) return ShowFailure(*failure, options.json, err);
-    const auto& [command, words] = std::get<ParsedCommand>(parsed);
-    if ((options.inet || options.inet6) && !command->takesFamily) {
-        return ShowFailure(Refused(TitleOf(*command), "-4 and -6 mean nothing here"), options.json, err);
-    }
-    if (const auto failure = WaitForDaemon(options)) return ShowFailure(*failure, options.json, err);
-    (void)tessel_set_timeout_ms(options.timeoutMs);
-    StartTrace(options.verbosity, options.dryRun, err);
-    Outcome outcome = command->run({.words = words, .options = options, .out = out, .err = err});
+Outcome RunParsed(const ParsedCommand& parsed, const Options& options, std::FILE* out, std::FILE* err) {
+    const std::string line = parsed.words.Line();
+    const Invocation invocation{.words = parsed.words,
+                                .options = options,
+                                .asked = TitleOf(*parsed.object, *parsed.command) + (line.empty() ? "" : " " + line),
+                                .out = out,
+                                .err = err};
+    Outcome outcome = parsed.command->run(invocation);
     const int daemon = tessel_daemon_pid();
-    if (daemon != 0 && SharesOurNetwork(daemon) == false) {
+    if (daemon != 0 && SharesOurNetwork(daemon) == false)
         outcome.notes.push_back(
-            fmt::format("the daemon (pid {}) has another network: its interfaces are not those of "
-                        "this shell",
-                        daemon));
+            Format("the daemon (pid {}) has another network: its interfaces are not those of this shell", daemon));
+    return outcome;
+}
+
+int ShowPlan(const Outcome& outcome, const Options& options, std::FILE* out) {
+    Print(out, RenderPlan(PlannedRequests(), outcome.planned, outcome.notes, options.json));
+    return kExitDone;
+}
+
+// The same arguments without --try, which is handled here.
+std::vector<std::string> WithoutTry(const std::vector<std::string>& arguments) {
+    std::vector<std::string> rest;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const bool isTry = arguments[i] == "--try" || arguments[i].starts_with("--try=");
+        const bool hasValue = arguments[i] == "--try" && i + 1 < arguments.size() && ParseSeconds(arguments[i + 1]);
+        if (!isTry) rest.push_back(arguments[i]);
+        if (hasValue) ++i;
     }
-    return options.dryRun ? ShowPlan(outcome, options, out, err) : ShowOutcome(outcome, options, out, err);
+    return rest;
+}
+
+int RunCommand(const Options& options, const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err) {
+    const ParsedCommand parsed = ParseCommand(options);
+    WaitForDaemon(options);
+    (void)tessel_set_timeout_ms(options.timeoutMs);
+    UseRequests(options.verbosity, options.dryRun, err);
+    if (options.trySeconds && !options.dryRun) {
+        const Words none;
+        const Invocation invocation{.words = none, .options = options, .asked = "try", .out = out, .err = err};
+        return ShowOutcome(TryCommand(invocation, *options.trySeconds, WithoutTry(arguments)), *parsed.command, options,
+                           out, err);
+    }
+    const Outcome outcome = RunParsed(parsed, options, out, err);
+    return options.dryRun ? ShowPlan(outcome, options, out) : ShowOutcome(outcome, *parsed.command, options, out, err);
 }
 
 }  // namespace
 
-int ShowOutcome(const Outcome& outcome, const Options& options, std::FILE* out, std::FILE* err) {
+int ShowOutcome(const Outcome& outcome, const Command& command, const Options& options, std::FILE* out,
+                std::FILE* err) {
     const bool hasResult = !outcome.document.is_null();
+    const bool isForPrograms = options.json || !options.fields.empty();
     if (!options.fields.empty() && hasResult) {
         const auto lines = RenderFields(outcome.document, options.fields);
-        if (!lines) return ShowFailure(Refused("--get", "no such field (--json shows them)"), options.json, err);
-        fmt::print(out, "{}", *lines);
+        if (!lines) throw Refused("--get", "no such field (--json shows them)");
+        Print(out, *lines);
     } else if (options.json && hasResult) {
-        fmt::print(out, "{}", RenderJson(outcome.document));
-    } else if (!outcome.done.empty()) {
-        if (!options.quiet && !outcome.failure) fmt::print(out, "{}\n", outcome.done);
-    } else if (!outcome.failure || !outcome.table.rows.empty()) {
-        fmt::print(out, "{}", RenderTable(outcome.table, !options.noHeader, WantsColour(options, out)));
+        Print(out, RenderJson(outcome.document));
+    } else if (!isForPrograms && !outcome.text.empty()) {
+        Print(out, outcome.text);
+    } else if (!isForPrograms && !outcome.done.empty()) {
+        if (!options.quiet && !outcome.failure) Print(out, outcome.done + "\n");
+    } else if (!isForPrograms && hasResult) {
+        Print(out, RenderTable(outcome.document, command.columns, !options.noHeader, WantsColour(options, out)));
     }
-    fflush(out);
+    (void)std::fflush(out);
+    const Words none;
     for (const std::string& note : outcome.notes)
-        ShowNote(note, options, err);
+        ShowNote({.words = none, .options = options, .asked = {}, .out = out, .err = err}, note);
     if (outcome.failure) return ShowFailure(*outcome.failure, options.json, err);
     return outcome.signal == 0 ? kExitDone : kExitSignal + outcome.signal;
 }
 
+Outcome RunInner(const std::vector<std::string>& arguments, const Invocation& outer) {
+    Outcome outcome;
+    try {
+        Options options = ParseOptions(arguments);
+        options.json = outer.options.json;
+        options.dryRun = options.dryRun || outer.options.dryRun;
+        options.yes = options.yes || outer.options.yes;
+        options.force = options.force || outer.options.force;
+        options.quiet = options.quiet || outer.options.quiet;
+        const ParsedCommand parsed = ParseCommand(options);
+        outcome = RunParsed(parsed, options, outer.out, outer.err);
+        if (outcome.text.empty() && outcome.done.empty() && !outcome.document.is_null())
+            outcome.text = RenderTable(outcome.document, parsed.command->columns, !options.noHeader, false);
+    } catch (const Failure& failure) {
+        outcome.failure = failure;
+    }
+    return outcome;
+}
+
 int RunTool(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err) {
-    if (!arguments.empty() && arguments[0] == kCompleteWord) return PrintCompletions(arguments, out);
-    auto parsed = ParseOptions(arguments);
-    if (const auto* failure = std::get_if<Failure>(&parsed)) return ShowFailure(*failure, WantsJson(arguments), err);
-    const auto& options = std::get<Options>(parsed);
-    if (options.version) {
-        fmt::print(out, "tesselctl {}\n", TESSEL_VERSION);
+    if (!arguments.empty() && arguments[0] == kCompleteWord) {
+        for (const std::string& offer : Complete({arguments.begin() + 1, arguments.end()}))
+            Print(out, offer + "\n");
         return kExitDone;
     }
-    if (options.help) {
-        fmt::print(out, "{}", HelpText(options.words));
-        return kExitDone;
+    try {
+        const Options options = ParseOptions(arguments);
+        if (options.version) {
+            Print(out, options.json ? RenderJson({{"version", TESSEL_VERSION}}) : "tesselctl " TESSEL_VERSION "\n");
+            return kExitDone;
+        }
+        if (options.help) {
+            Print(out, HelpText(options.words));
+            return kExitDone;
+        }
+        return RunCommand(options, arguments, out, err);
+    } catch (const Failure& failure) {
+        return ShowFailure(failure, WantsJson(arguments), err);
     }
-    return RunCommand(options, out, err);
 }
 
 }  // namespace tessel::ctl

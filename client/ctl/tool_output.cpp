@@ -1,6 +1,5 @@
 #include "client/ctl/tool_output.h"
 
-#include <fmt/format.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -10,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/ctl/format.h"
 #include "core/unique_fd.h"
 
 namespace tessel::ctl {
@@ -86,7 +86,7 @@ CapturedTool CaptureTool(const std::vector<std::string>& words, std::string_view
     pid_t child = 0;
     const int error = Spawn(words, {in.Get(), out.Get(), err.Get()}, child);
     if (error != 0) {
-        result.problem = fmt::format("{}: {}", words[0], strerror(error));
+        result.problem = Format("{}: {}", words[0], strerror(error));
         return result;
     }
     int status = 0;

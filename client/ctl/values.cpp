@@ -1,146 +1,73 @@
 #include "client/ctl/values.h"
 
-#include <fmt/format.h>
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdio>
+#include <cstring>
 
-#include "client/ctl/addresses.h"
-#include "client/ctl/commands.h"
-#include "client/ctl/kernel.h"
-#include "client/ctl/messages.h"
-#include "client/ctl/next_hop.h"
-#include "client/ctl/port_list.h"
+#include "client/ctl/format.h"
 #include "tessel/ipc.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-constexpr std::size_t kNameMax = TESSEL_NAME_SIZE - 1;
-// Requests carry metrics with a sign.
-constexpr u32 kMetricMax = 0x7fffffff;
+constexpr u32 kByteBits = 8;
 
-std::optional<std::string> CheckName(const std::string& word) {
-    if (word.empty()) return "an empty name";
-    if (word.size() > kNameMax) return fmt::format("\"{}\" is longer than {} characters", word, kNameMax);
-    const bool hasBlank = std::any_of(word.begin(), word.end(), [](unsigned char c) { return c <= ' ' || c == 0x7f; });
-    if (hasBlank) return fmt::format("\"{}\" is not one word", word);
-    return std::nullopt;
+template <std::size_t kSize>
+std::optional<Network> ReadAddress(std::string_view text) {
+    Network network{.family = text.find(':') == std::string_view::npos ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6};
+    char word[kSize] = "";
+    if (text.size() >= sizeof(word)) return std::nullopt;
+    std::copy(text.begin(), text.end(), word);
+    const int family = network.family == TESSEL_FAMILY_INET ? AF_INET : AF_INET6;
+    if (inet_pton(family, word, network.bytes.data()) != 1) return std::nullopt;
+    network.length = network.FullLength();
+    return network;
 }
 
-std::optional<std::string> CheckNumber(const std::string& word) {
-    if (ParseNumber(word)) return std::nullopt;
-    return fmt::format("\"{}\" is no number from 0 to 4294967295", word);
-}
-
-std::optional<std::string> CheckMetric(const std::string& word) {
-    const auto metric = ParseNumber(word);
-    if (metric && *metric <= kMetricMax) return std::nullopt;
-    return fmt::format("\"{}\" is no number from 0 to {}", word, kMetricMax);
-}
-
-std::optional<std::string> CheckCode(const std::string& word) {
-    if (ParseNumber(word) || FindMessage(word) != nullptr) return std::nullopt;
-    return fmt::format("\"{}\" is neither a code nor the name of one", word);
-}
-
-std::optional<std::string> CheckNotEmpty(const std::string& word) {
-    if (!word.empty()) return std::nullopt;
-    return "an empty word";
-}
-
-std::optional<std::string> CheckPrefixedAddress(const std::string& word) {
-    if (ParsePrefixedAddress(word)) return std::nullopt;
-    return fmt::format("\"{}\" is no address with its length, such as 192.168.1.20/24", word);
-}
-
-std::optional<std::string> CheckHost(const std::string& word) {
-    if (ParseHost(word)) return std::nullopt;
-    const bool isZero = ParsePrefixedAddress(word + "/0").has_value();
-    if (isZero) return fmt::format("\"{}\" stands for no gateway (use \"gateway del\" to be without)", word);
-    return fmt::format("\"{}\" is no address, such as 192.168.1.1", word);
-}
-
-std::optional<std::string> CheckMac(const std::string& word) {
-    if (ParseMac(word)) return std::nullopt;
-    return fmt::format("\"{}\" is no hardware address, such as 02:00:00:00:00:01", word);
-}
-
-std::optional<std::string> CheckRange(const std::string& word) {
-    if (ParseRange(word)) return std::nullopt;
-    return fmt::format("\"{}\" is no range, such as 192.168.1.10-192.168.1.20", word);
-}
-
-// The kernel's xt_multiport takes 15 numbers, two for a range. Neither end of a range is left out.
-std::optional<std::string> CheckPorts(const std::string& word) {
-    constexpr std::size_t kNumbersMax = 15;
-    const auto ports = ParsePorts(word);
-    std::size_t count = 0;
-    for (const auto& [first, last] : ports.value_or(PortList()))
-        count += first == last ? 1 : 2;
-    const bool isClosed = word.find_first_not_of("0123456789,:") == std::string::npos && !word.starts_with(':') &&
-                          !word.ends_with(':') && word.find(":,") == std::string::npos &&
-                          word.find(",:") == std::string::npos;
-    if (ports && isClosed && count <= kNumbersMax) return std::nullopt;
-    return fmt::format("\"{}\" is no list of at most 15 ports, such as 80,443", word);
-}
-
-std::vector<std::string> InterfaceNames() {
-    std::vector<std::string> names;
-    for (const KernelLink& link : KernelLinks())
-        names.push_back(link.name);
-    return names;
-}
-
-std::vector<std::string> CodeNames() {
-    std::vector<std::string> names;
-    for (const Message& message : Messages())
-        names.emplace_back(message.name);
-    return names;
-}
-
-std::vector<std::string> NoneKnown() {
-    return {};
-}
-
-struct ValueKind {
-    std::string_view word;
-    std::optional<std::string> (*check)(const std::string& word);
-    std::vector<std::string> (*known)();
-};
-
-constexpr ValueKind kKinds[] = {
-    {"IF", &CheckName, &InterfaceNames},
-    {"NAME", &CheckName, &NoneKnown},
-    {"N", &CheckNumber, &NoneKnown},
-    {"METRIC", &CheckMetric, &NoneKnown},
-    {"CODE", &CheckCode, &CodeNames},
-    {"OBJECT", &CheckNotEmpty, &ObjectNames},
-    {"A/L", &CheckPrefixedAddress, &NoneKnown},
-    {"A", &CheckHost, &NoneKnown},
-    {"M", &CheckMac, &NoneKnown},
-    {"A-A", &CheckRange, &NoneKnown},
-    {"PORTS", &CheckPorts, &NoneKnown},
-};
-
-const ValueKind* FindKind(std::string_view word) {
-    const auto* const found =
-        std::find_if(std::begin(kKinds), std::end(kKinds), [&](const ValueKind& kind) { return kind.word == word; });
-    return found == std::end(kKinds) ? nullptr : found;
+std::optional<u32> ParsePort(std::string_view text, u32 otherwise) {
+    constexpr u32 kPortMax = 65535;
+    const auto port = text.empty() ? otherwise : ParseNumber(text);
+    return port && *port <= kPortMax ? port : std::nullopt;
 }
 
 }  // namespace
 
-std::optional<std::string> CheckValue(std::string_view kind, const std::string& word) {
-    const ValueKind* found = FindKind(kind);
-    return found == nullptr ? CheckNotEmpty(word) : found->check(word);
+std::optional<Network> ParseHost(std::string_view text) {
+    return ReadAddress<INET6_ADDRSTRLEN>(text);
 }
 
-std::vector<std::string> KnownValues(std::string_view kind) {
-    const ValueKind* found = FindKind(kind);
-    return found == nullptr ? std::vector<std::string>{} : found->known();
+std::optional<Network> ParseNetwork(std::string_view text) {
+    const std::size_t slash = text.find('/');
+    if (slash == std::string_view::npos) return std::nullopt;
+    auto network = ParseHost(text.substr(0, slash));
+    const auto length = ParseNumber(text.substr(slash + 1));
+    if (!network || !length || *length > network->FullLength()) return std::nullopt;
+    network->length = *length;
+    return network;
+}
+
+std::optional<Range> ParseRange(std::string_view text) {
+    const std::size_t dash = text.find('-');
+    if (dash == std::string_view::npos) return std::nullopt;
+    const auto first = ParseHost(text.substr(0, dash));
+    const auto last = ParseHost(text.substr(dash + 1));
+    if (!first || !last || first->family != last->family || *first > *last) return std::nullopt;
+    return Range{*first, *last};
+}
+
+std::optional<Mac> ParseMac(std::string_view text) {
+    const std::string word(text);
+    Mac mac{};
+    int used = 0;
+    const int groups = sscanf(word.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &mac[0], &mac[1], &mac[2], &mac[3],
+                              &mac[4], &mac[5], &used);
+    if (groups != static_cast<int>(mac.size()) || static_cast<std::size_t>(used) != word.size()) return std::nullopt;
+    return mac;
 }
 
 std::optional<u32> ParseNumber(std::string_view text) {
@@ -153,6 +80,119 @@ std::optional<u32> ParseNumber(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
     if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
     return number;
+}
+
+std::optional<u32> ParseSeconds(std::string_view text) {
+    constexpr u32 kMinute = 60;
+    constexpr u32 kHour = 60 * kMinute;
+    u32 unit = 1;
+    if (text.ends_with('m')) unit = kMinute;
+    if (text.ends_with('h')) unit = kHour;
+    if (unit != 1 || text.ends_with('s')) text.remove_suffix(1);
+    const auto number = ParseNumber(text);
+    if (!number || *number > ~u32{0} / unit) return std::nullopt;
+    return *number * unit;
+}
+
+std::optional<PortList> ParsePorts(std::string_view text) {
+    constexpr u32 kPortMax = 65535;
+    PortList ports;
+    while (true) {
+        const std::string_view piece = text.substr(0, text.find(','));
+        const std::size_t colon = piece.find(':');
+        const bool isRange = colon != std::string_view::npos;
+        const auto first = isRange ? ParsePort(piece.substr(0, colon), 0) : ParseNumber(piece);
+        const auto last = isRange ? ParsePort(piece.substr(colon + 1), kPortMax) : first;
+        if (!first || !last || *first > *last || *last > kPortMax) return std::nullopt;
+        ports.emplace_back(*first, *last);
+        if (piece.size() == text.size()) return ports;
+        text.remove_prefix(piece.size() + 1);
+    }
+}
+
+std::string HostText(const Network& network) {
+    if (network.family == 0 || network.bytes == decltype(network.bytes){}) return "";
+    char text[INET6_ADDRSTRLEN] = "";
+    inet_ntop(network.family == TESSEL_FAMILY_INET ? AF_INET : AF_INET6, network.bytes.data(), text, sizeof(text));
+    return text;
+}
+
+std::string NetworkText(const Network& network) {
+    if (network.family == 0) return "";
+    const std::string host = HostText(network);
+    const char* const zero = network.family == TESSEL_FAMILY_INET ? "0.0.0.0" : "::";
+    return Format("{}/{}", host.empty() ? zero : host, network.length);
+}
+
+std::string MacText(const Mac& mac) {
+    return Format("{:02x}:{:02x}:{:02x}:{:02x}:{:02x}:{:02x}", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
+
+std::string FamilyName(int family) {
+    switch (family) {
+        case TESSEL_FAMILY_INET:
+            return "inet";
+        case TESSEL_FAMILY_INET6:
+            return "inet6";
+        case TESSEL_FAMILY_BOTH:
+            return "both";
+        default:
+            return Format("unknown ({})", family);
+    }
+}
+
+Network Masked(Network network) {
+    for (u32 bit = network.length; bit < network.bytes.size() * kByteBits; ++bit)
+        network.bytes[bit / kByteBits] &= static_cast<u8>(~(0x80U >> bit % kByteBits));
+    return network;
+}
+
+Network LastOf(Network network) {
+    for (u32 bit = network.length; bit < network.FullLength(); ++bit)
+        network.bytes[bit / kByteBits] |= static_cast<u8>(0x80U >> bit % kByteBits);
+    return network;
+}
+
+bool Covers(const Network& outer, const Network& inner) {
+    if (outer.family != inner.family || outer.length > inner.length) return false;
+    Network cut = inner;
+    cut.length = outer.length;
+    return Masked(cut).bytes == Masked(outer).bytes;
+}
+
+TNetGateway GatewayOf(const Network& network) {
+    TNetGateway record{};
+    record.wSinFamily = static_cast<u16>(network.family);
+    memcpy(record.abyAddr, network.bytes.data(), network.bytes.size());
+    return record;
+}
+
+TNetIpAddr AddressOf(const Network& network) {
+    TNetIpAddr record{};
+    record.wSinFamily = static_cast<u16>(network.family);
+    record.dwPrefixLen = network.length;
+    memcpy(record.abyAddr, network.bytes.data(), network.bytes.size());
+    return record;
+}
+
+Network HostOf(const TNetGateway& record) {
+    Network network{.family = record.wSinFamily == TESSEL_FAMILY_INET6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET};
+    memcpy(network.bytes.data(), record.abyAddr, network.bytes.size());
+    network.length = network.FullLength();
+    return network;
+}
+
+Network NetworkOf(const TNetGateway& record, i32 length) {
+    Network network = HostOf(record);
+    network.length = static_cast<u32>(length);
+    return network;
+}
+
+Network NetworkOf(const TNetIpAddr& record) {
+    Network network{.family = record.wSinFamily};
+    memcpy(network.bytes.data(), record.abyAddr, network.bytes.size());
+    network.length = record.dwPrefixLen;
+    return network;
 }
 
 }  // namespace tessel::ctl

@@ -1,78 +1,246 @@
 #include "client/ctl/watch.h"
 
 #include <poll.h>
+#include <sys/stat.h>
 
-#include "client/ctl/events.h"
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <memory>
+
+#include "client/ctl/format.h"
+#include "client/ctl/held_signals.h"
+#include "client/ctl/kernel.h"
+#include "client/ctl/listening.h"
+#include "client/ctl/output.h"
+#include "client/ctl/perform.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-constexpr int kLookMs = 1000;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
-std::optional<Failure> Print(const ShownEvent& event, const Invocation& invocation) {
-    std::string text = event.line + "\n";
-    if (!invocation.options.fields.empty()) {
-        const auto fields = RenderFields(event.document, invocation.options.fields);
-        if (!fields) return Refused("--get", "no such field (--json shows them)");
-        text = *fields;
-    } else if (invocation.options.json) {
-        text = RenderJson(event.document);
+constexpr milliseconds kLook{1000};  // between looks at the daemon and at our names
+
+struct Source {
+    const WatchedSocket& socket;
+    std::optional<ListeningProcess> takenFrom = {};  // what is sent was started by that one
+    std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)> listener{nullptr, &tessel_listener_close};
+    bool isStarted = false;  // perhaps
+
+    [[nodiscard]] bool HasItsName() const {
+        return tessel_listener_has_name(listener.get()) != 0;
     }
-    // Whether somebody reads is looked at before the next wait.
-    (void)std::fputs(text.c_str(), invocation.out);
-    (void)std::fflush(invocation.out);
-    return std::nullopt;
+};
+
+// The daemon that runs, by its socket; nothing: none does. What was switched on in one daemon is off in the next.
+std::optional<std::array<long, 3>> DaemonNow() {
+    struct stat file {};
+    if (tessel_daemon_is_listening() == 0) return std::nullopt;
+    (void)lstat(TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API, &file);
+    return {{static_cast<long>(file.st_ino), file.st_ctim.tv_sec, file.st_ctim.tv_nsec}};
 }
 
-// Shows what a source has, one event at most, and counts what is none.
-std::optional<Failure> ShowNext(const EventSource& source, const Invocation& invocation, WatchEnd& end) {
-    tessel_event event;
-    const int error = tessel_listener_next(source.listener.get(), &event, 0);
-    if (error == TESSEL_E_TIMEOUT) return std::nullopt;
-    if (error != TESSEL_OK) return CallFailed(source.name, error);
-    const auto shown = ShowEvent(event, source.name, std::chrono::system_clock::now());
-    if (shown) return Print(*shown, invocation);
-    ++end.notEvents;
-    return std::nullopt;
+class Watcher {
+  public:
+    Watcher(const Invocation& invocation, const Watch& watch) : invocation_(invocation), watch_(watch) {
+        for (const WatchedSocket& socket : watch.sockets)
+            sources_.push_back({.socket = socket, .takenFrom = FindListeningProcess(socket.name)});
+        if (watch.followsKernel) kernel_.emplace();
+    }
+
+    Outcome Run() {
+        Listen();
+        Outcome outcome;
+        try {
+            SwitchOn();
+            outcome.signal = Follow();
+        } catch (const Failure& failure) {
+            outcome.failure = failure;
+        }
+        SwitchOff(outcome);
+        for (const Source& source : sources_)
+            notEvents_ += tessel_listener_malformed(source.listener.get());
+        if (notEvents_ > 0) outcome.notes.push_back(Format("connections that brought no event: {}", notEvents_));
+        return outcome;
+    }
+
+  private:
+    // All or none.
+    void Listen() {
+        const unsigned flags = invocation_.options.take ? static_cast<unsigned>(TESSEL_LISTEN_TAKE) : 0;
+        for (Source& source : sources_) {
+            tessel_listener* listener = nullptr;
+            const int error = tessel_listener_open(source.socket.name.c_str(), flags, &listener);
+            if (error == TESSEL_E_IN_USE) {
+                throw Refused(invocation_.asked,
+                              Format("{} listens under {} (--take listens in its place: it gets no events any more)",
+                                     ListeningText(source.takenFrom.value_or(ListeningProcess{})), source.socket.name));
+            }
+            Require(Format("{}, {}", invocation_.asked, source.socket.name), error);
+            source.listener.reset(listener);
+        }
+    }
+
+    void SwitchOn() {
+        for (Source& source : sources_) {
+            if (!source.socket.start) continue;
+            if (source.takenFrom) {
+                ShowNote(invocation_, Format("{} listened under {}: nothing is started or stopped here",
+                                             ListeningText(*source.takenFrom), source.socket.name));
+                continue;
+            }
+            source.isStarted = true;
+            Require(invocation_.asked, source.socket.start());
+        }
+    }
+
+    // Until the last event or a signal, which it returns; SIGPIPE also when nobody reads any more.
+    int Follow() {
+        // The output is asked for nothing: poll(2) reports that its reader has gone, even before there is something to
+        // write.
+        std::vector<pollfd> waited = {{.fd = signals_.Fd(), .events = POLLIN, .revents = 0},
+                                      {.fd = fileno(invocation_.out), .events = 0, .revents = 0}};
+        for (const Source& source : sources_)
+            waited.push_back({.fd = tessel_listener_fd(source.listener.get()), .events = POLLIN, .revents = 0});
+        if (kernel_) waited.push_back({.fd = kernel_->Fd(), .events = POLLIN, .revents = 0});
+        lastEvent_ = Clock::now();
+        while (true) {
+            Look();
+            if (!ShowNext()) return 0;
+            milliseconds wait = kLook;
+            if (watch_.deadline.count() > 0) {
+                wait = std::min(wait, std::chrono::ceil<milliseconds>(lastEvent_ + watch_.deadline - Clock::now()));
+                if (wait.count() <= 0) {
+                    if (!watch_.onDeadline || !watch_.onDeadline()) return 0;
+                    lastEvent_ = Clock::now();
+                    continue;
+                }
+            }
+            (void)poll(waited.data(), waited.size(), static_cast<int>(wait.count()));
+            if (const int signal = signals_.Take(); signal != 0) return signal;
+            if (waited[1].revents != 0 || std::ferror(invocation_.out) != 0) return SIGPIPE;
+        }
+    }
+
+    // What there is, one event of each socket at most. False: that was the last one.
+    bool ShowNext() {
+        for (const Source& source : sources_) {
+            tessel_event event;
+            const int error = tessel_listener_next(source.listener.get(), &event, 0);
+            if (error == TESSEL_E_TIMEOUT) continue;
+            Require(source.socket.name, error);
+            const auto shown = ShowEvent(event, source.socket.name, std::chrono::system_clock::now());
+            if (!shown) {
+                ++notEvents_;
+            } else if (!Show(*shown)) {
+                return false;
+            }
+        }
+        if (!kernel_) return true;
+        bool isCut = false;
+        for (const Json& change : kernel_->Next(isCut)) {
+            if (!Show(ShowKernelEvent(change, std::chrono::system_clock::now()))) return false;
+        }
+        if (isCut) ShowNote(invocation_, "changes in the kernel came too fast: some are missing here");
+        return true;
+    }
+
+    bool Show(const ShownEvent& event) {
+        lastEvent_ = Clock::now();
+        if (watch_.onEvent) return watch_.onEvent(event);
+        ShowLine(invocation_, event);
+        return true;
+    }
+
+    void Look() {
+        for (const Source& source : sources_) {
+            if (source.HasItsName()) continue;
+            const auto other = FindListeningProcess(source.socket.name).value_or(ListeningProcess{});
+            throw Failed(invocation_.asked,
+                         Format("{} listens under {} now", ListeningText(other), source.socket.name));
+        }
+        const auto daemon = DaemonNow();
+        if (daemon == daemon_) return;
+        daemon_ = daemon;
+        const auto ended = [&](std::string_view then) {
+            return Failure{kExitNotRunning, "not_running",
+                           Format("{}: the daemon has ended{}", invocation_.asked, then)};
+        };
+        if (!watch_.survivesTheDaemon) throw ended("");
+        if (!daemon) {
+            // Nothing has ended here, so this is no result.
+            const Failure failure = ended("; waiting for the next one");
+            (void)std::fputs(RenderFailure(failure, invocation_.options.json).c_str(), invocation_.err);
+            return;
+        }
+        // Whatever somebody else had started, the new daemon knows nothing of it.
+        for (Source& source : sources_)
+            source.takenFrom.reset();
+        SwitchOn();
+        ShowNote(invocation_, "a new daemon runs; this goes on with it");
+    }
+
+    // Nothing that somebody else has started for itself. The sockets stay open until everything was answered.
+    void SwitchOff(Outcome& outcome) {
+        for (const Source& source : sources_) {
+            const bool isOurs = source.takenFrom ? !MayStillRun(*source.takenFrom) : source.isStarted;
+            if (!source.socket.stop || !isOurs || !source.HasItsName()) continue;
+            const int error = source.socket.stop();
+            if (error == TESSEL_OK || error == TESSEL_E_NOT_RUNNING || outcome.failure) continue;
+            outcome.failure = CallFailed(Format("{}, switching off", invocation_.asked), error);
+        }
+    }
+
+    const Invocation& invocation_;
+    const Watch& watch_;
+    const HeldSignals signals_;  // until the sockets are gone
+    std::vector<Source> sources_;
+    std::optional<KernelFollower> kernel_;
+    std::optional<std::array<long, 3>> daemon_ = DaemonNow();
+    Clock::time_point lastEvent_;
+    unsigned long notEvents_ = 0;
+};
+
+Outcome Plan(const Watch& watch) {
+    Outcome outcome;
+    for (const WatchedSocket& socket : watch.sockets) {
+        outcome.planned.push_back(Format("listens under {}", socket.name));
+        if (socket.start) (void)socket.start();
+    }
+    for (const WatchedSocket& socket : watch.sockets) {
+        if (socket.stop) (void)socket.stop();
+    }
+    if (watch.followsKernel) outcome.planned.emplace_back("follows the kernel");
+    return outcome;
 }
 
 }  // namespace
 
-WatchEnd ShowEvents(const std::vector<const EventSource*>& sources, const HeldSignals& signals,
-                    const Invocation& invocation, const std::function<std::optional<Failure>()>& look) {
-    // The output is asked for nothing: poll(2) tells that its reader has gone, even before there is something to write.
-    std::vector<pollfd> waited = {{.fd = signals.Fd(), .events = POLLIN, .revents = 0},
-                                  {.fd = fileno(invocation.out), .events = 0, .revents = 0}};
-    for (const EventSource* source : sources)
-        waited.push_back({.fd = tessel_listener_fd(source->listener.get()), .events = POLLIN, .revents = 0});
-    WatchEnd end;
-    while (end.signal == 0 && !end.failure) {
-        end.failure = look();
-        for (const EventSource* source : sources) {
-            if (!end.failure) end.failure = ShowNext(*source, invocation, end);
-        }
-        if (!end.failure) (void)poll(waited.data(), waited.size(), kLookMs);
-        end.signal = signals.Take();
-        const bool isReaderGone = waited[1].revents != 0 || std::ferror(invocation.out) != 0;
-        if (end.signal == 0 && isReaderGone) end.signal = SIGPIPE;
-    }
-    for (const EventSource* source : sources)
-        end.notEvents += tessel_listener_malformed(source->listener.get());
-    return end;
+Outcome RunWatch(const Invocation& invocation, const Watch& watch) {
+    if (invocation.options.dryRun) return Plan(watch);
+    const bool needsDaemon = std::any_of(watch.sockets.begin(), watch.sockets.end(),
+                                         [](const WatchedSocket& socket) { return static_cast<bool>(socket.start); });
+    if (needsDaemon && tessel_daemon_is_listening() == 0) throw CallFailed(invocation.asked, TESSEL_E_NOT_RUNNING);
+    return Watcher(invocation, watch).Run();
 }
 
-DaemonChange DaemonPresence::Look() {
-    struct stat file {};
-    (void)lstat(TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API, &file);
-    const bool wasThere = isThere_;
-    isThere_ = tessel_daemon_is_listening() != 0;
-    if (!isThere_) return wasThere ? DaemonChange::kGone : DaemonChange::kNone;
-    const bool isSame = wasThere && file.st_ino == socketFile_.st_ino && file.st_dev == socketFile_.st_dev &&
-                        file.st_ctim.tv_sec == socketFile_.st_ctim.tv_sec &&
-                        file.st_ctim.tv_nsec == socketFile_.st_ctim.tv_nsec;
-    socketFile_ = file;
-    return isSame ? DaemonChange::kNone : DaemonChange::kBack;
+void ShowLine(const Invocation& invocation, const ShownEvent& event) {
+    std::string text = event.line + "\n";
+    if (!invocation.options.fields.empty()) {
+        const auto fields = RenderFields(event.document, invocation.options.fields);
+        if (!fields) throw Refused("--get", "no such field (--json shows them)");
+        text = *fields;
+    } else if (invocation.options.json) {
+        text = event.document.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";  // one line
+    }
+    // Whether somebody reads is looked at before the next wait.
+    const bool isWritten = std::fputs(text.c_str(), invocation.out) >= 0 && std::fflush(invocation.out) == 0;
+    if (!isWritten && errno != EPIPE) throw Failed(invocation.asked, Format("standard output: {}", strerror(errno)));
 }
 
 }  // namespace tessel::ctl

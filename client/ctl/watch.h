@@ -1,55 +1,41 @@
-// Shows events as they come, until somebody has had enough.
+// Shows events as they come, until somebody has had enough: listens first, has them sent, and the other way round on
+// the way out, also on SIGINT, SIGTERM and SIGHUP, or when nobody reads any more.
 #pragma once
 
-#include <sys/stat.h>
-
+#include <chrono>
 #include <functional>
-#include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/ctl/command.h"
-#include "client/ctl/held_signals.h"
+#include "client/ctl/events.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
 
-struct ListenerCloser {
-    void operator()(tessel_listener* listener) const {
-        tessel_listener_close(listener);
-    }
+// One socket of the daemon's notices, and the requests that switch them on and off (both may be empty: only listening).
+struct WatchedSocket {
+    std::string name;  // "ipc_ntp"
+    std::function<int()> start = {};
+    std::function<int()> stop = {};
 };
 
-struct EventSource {
-    std::string name;  // the socket's
-    std::unique_ptr<tessel_listener, ListenerCloser> listener;
+struct Watch {
+    std::vector<WatchedSocket> sockets;
+    bool followsKernel = false;
+    // A notice, decoded. False: that was the last one. Without it every event is shown by ShowLine.
+    std::function<bool(const ShownEvent& event)> onEvent = {};
+    std::chrono::milliseconds deadline{0};  // without an event; 0: none. onDeadline then says whether to go on
+    std::function<bool()> onDeadline = {};
+    // What is switched on is switched on again when the daemon was started anew meanwhile. Not for ping and traceroute.
+    bool survivesTheDaemon = true;
 };
 
-struct WatchEnd {
-    int signal = 0;  // SIGPIPE also when nobody reads any more
-    std::optional<Failure> failure;
-    unsigned long notEvents = 0;  // connections that brought no message, or none of a known kind
-};
+// Refuses names that somebody listens under, unless --take: and then neither starts nor stops what that one has
+// started, and says so. With --dry-run: says what would be listened under and makes the requests.
+[[nodiscard]] Outcome RunWatch(const Invocation& invocation, const Watch& watch);
 
-// Prints a line for each event of the sources. Calls `look` once a second at least; a failure of its ends the watch.
-[[nodiscard]] WatchEnd ShowEvents(const std::vector<const EventSource*>& sources, const HeldSignals& signals,
-                                  const Invocation& invocation, const std::function<std::optional<Failure>()>& look);
-
-enum class DaemonChange { kNone, kGone, kBack };
-
-// Follows whether the daemon runs. What was switched on in one daemon is off in the next.
-class DaemonPresence {
-  public:
-    DaemonPresence() {
-        (void)Look();
-    }
-    // What happened since the last look; kBack also when another one came meanwhile.
-    [[nodiscard]] DaemonChange Look();
-
-  private:
-    bool isThere_ = false;
-    struct stat socketFile_ {};
-};
+// An event in the form that the options ask for, at once. Throws a Failure for a field that there is not.
+void ShowLine(const Invocation& invocation, const ShownEvent& event);
 
 }  // namespace tessel::ctl

@@ -1,0 +1,144 @@
+// DHCP servers. The daemon counts one as running until it is stopped, also when it has ended by itself: its process and
+// pid file are looked for as well.
+#include <unistd.h>
+
+#include "client/ctl/command.h"
+#include "client/ctl/format.h"
+#include "client/ctl/kernel.h"
+#include "client/ctl/perform.h"
+#include "client/ctl/processes.h"
+#include "client/libtessel.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+constexpr char kServer[] = "udhcpd";
+constexpr char kFiles[] = "/usr/etc/udhcpd4_";  // the daemon's, with the interface behind it
+
+Json StatusOf(const std::string& asked, const std::string& name) {
+    int isServing = 0;
+    Require(asked, tessel_dhcpd_status(name.c_str(), &isServing));
+    const auto pids = FindProcesses(kServer, Format("{}{}.conf", kFiles, name));
+    const std::string pidFile = Format("{}{}.pid", kFiles, name);
+    std::string remark;
+    if (isServing != 0 && pids.empty()) remark = "its server has ended by itself: \"dhcpd stop\" before the next start";
+    if (isServing == 0 && !pids.empty()) remark = "not known to the daemon";
+    return {{"interface", name},
+            {"serving", isServing != 0},
+            {"pid", pids.empty() ? Json() : Json(pids.front())},
+            {"pid_file", access(pidFile.c_str(), F_OK) == 0 ? Json(pidFile) : Json()},
+            {"remark", NullIfEmpty(remark)}};
+}
+
+// Asked for after a call: that interfaces are missing here says nothing about a daemon that sees others.
+void RequireInterface(const std::string& asked, const std::string& name) {
+    const std::string missing = ForeignKernel().empty() ? MissingInterface(name) : "";
+    if (!missing.empty()) throw Refused(asked, missing);
+}
+
+Outcome ShowDhcpd(const Invocation& invocation) {
+    const std::string only = invocation.words.Text("IF");
+    Outcome outcome;
+    outcome.document = Json::array();
+    for (const std::string& name : only.empty() ? InterfaceNames() : std::vector{only}) {
+        if (name != "lo") outcome.document.push_back(StatusOf(invocation.asked, name));
+    }
+    RequireInterface(invocation.asked, only);
+    return outcome;
+}
+
+// What is handed out. Throws a Failure when it cannot be.
+TNetDhcpsConf ConfigurationOf(const Invocation& invocation) {
+    const auto first = invocation.words.Get<Network>("range");
+    const auto last = invocation.words.Get<Network>("A/L");
+    const auto router = invocation.words.Get<Network>("router");
+    const auto dns = invocation.words.All<Network>("dns");
+    std::vector<Network> all = dns;
+    all.insert(all.end(), {first, last, router});
+    for (const Network& address : all) {
+        if (address.family != TESSEL_FAMILY_INET) throw Refused(invocation.asked, "there is no server for IPv6");
+    }
+    if (!Covers(Masked(last), first) || first.bytes > last.bytes) {
+        throw Refused(invocation.asked,
+                      Format("{} to {} is no range within one network", HostText(first), NetworkText(last)));
+    }
+    if (dns.size() > TESSEL_DHCP_DNS_MAX) throw Refused(invocation.asked, "more than 64 DNS servers");
+    TNetDhcpsConf conf{};
+    conf.tStart = GatewayOf(first);
+    conf.tEnd = GatewayOf(last);
+    conf.dwPrefixLen = last.length;
+    conf.tRouter = GatewayOf(router);
+    for (const Network& server : dns)
+        conf.atDns[conf.dwDnsNum++] = GatewayOf(server);
+    return conf;
+}
+
+Outcome StartDhcpd(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("IF");
+    const TNetDhcpsConf conf = ConfigurationOf(invocation);
+    const Json before = StatusOf(invocation.asked, name);
+    RequireInterface(invocation.asked, name);
+    if (before["serving"]) throw Refused(invocation.asked, Format("it is served already (dhcpd stop {})", name));
+    Change change;
+    change.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); };
+    change.read = [&] {
+        constexpr useconds_t kSettleUs = 300 * 1000;  // a server that cannot use its configuration ends
+        (void)AwaitProcesses(kServer, true, Format("{}{}.conf", kFiles, name));
+        usleep(kSettleUs);
+        return StatusOf(invocation.asked, name);
+    };
+    change.wrong = [&](const Json& now) {
+        if (!now["pid"].is_null()) return std::string();
+        return Format("no {} runs for it any more: has {} an address? (dhcpd stop {} before the next start)", kServer,
+                      name, name);
+    };
+    change.done =
+        Format("{}   {} to {} are handed out", name, invocation.words.Text("range"), invocation.words.Text("A/L"));
+    return Perform(invocation, change);
+}
+
+Outcome StopAll(const Invocation& invocation) {
+    const auto pids = FindProcesses(kServer);
+    if (pids.size() > FindProcesses(kServer, kFiles).size()) {
+        const std::string what = Format("every {} ({}), also those of others", kServer, PidsText(pids));
+        Agree(invocation, "Kill " + what, "it would kill " + what);
+    }
+    Change change;
+    change.send = &tessel_dhcpd_stop_all;
+    change.read = [] { return Json{{"pids", AwaitProcesses(kServer, false)}}; };
+    change.wrong = [](const Json& now) { return now["pids"].empty() ? "" : "one still runs"; };
+    change.done = Format("every {} ended ({})", kServer, PidsText(pids));
+    return Perform(invocation, change);
+}
+
+Outcome StopDhcpd(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("SERVER");
+    if (name == "all") return StopAll(invocation);
+    Change change;
+    change.send = [&] { return tessel_dhcpd_stop(name.c_str()); };
+    change.read = [&] { return StatusOf(invocation.asked, name); };
+    change.wrong = [](const Json& now) { return now["serving"] ? "it is still served" : ""; };
+    change.done = name + "   not served any more";
+    return Perform(invocation, change);
+}
+
+constexpr Command kDhcpdCommands[] = {
+    Row("show", "[IF]", &ShowDhcpd, "which interfaces are served, by which process", "dhcpd show")
+        .Sends(TESSEL_CMD_DHCPS_GET_STATUS)
+        .Columns("INTERFACE {interface}|SERVING {serving}|PID {pid}|PID FILE {pid_file}| {remark}"),
+    Row("start", "IF range A A/L router A [dns A]...", &StartDhcpd, "hand out IPv4 addresses on an interface",
+        "dhcpd start eth1 range 192.168.2.100 192.168.2.150/24 router 192.168.2.1 dns 192.168.2.1")
+        .Sends(TESSEL_CMD_DHCPS_START)
+        .More("The interface needs an address of its own in that network. Leases last a day. Without dns clients "
+              "are given 8.8.8.8."),
+    Row("stop", "SERVER=all|IF", &StopDhcpd, "hand out no more on an interface, or on any", "dhcpd stop eth1")
+        .Sends(TESSEL_CMD_DHCPS_STOP, TESSEL_CMD_DHCPS_STOP_ALL)
+        .More("\"all\" kills every udhcpd of the device, whoever started it. Leases are kept."),
+};
+
+}  // namespace
+
+extern const Object kDhcpd = {.name = "dhcpd", .summary = "DHCP servers for IPv4", .commands = kDhcpdCommands};
+
+}  // namespace tessel::ctl

@@ -1,0 +1,36 @@
+// What can be read back of the device's settings, as one document, and the commands that lead from one to another.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/ctl/command.h"
+#include "client/ctl/json.h"
+
+namespace tessel::ctl {
+
+// {"interfaces": [{"interface", "mtu", "mac", "addresses": ["192.168.1.20/24"], "gateways": ["192.168.1.1"]}],
+//  "priorities": [{"interface", "metric"}], "routes": [{"destination", "gateway", "interface", "metric"}],
+//  "rules": [{"pref", "from", "fwmark" or null, "table"}]}
+// Without what comes by itself: link-local and learnt addresses, learnt routes, routes and rules of the kernel's own.
+// Throws a Failure.
+[[nodiscard]] Json ReadState(const std::string& asked);
+
+// A step is a command's words: {"addr", "set", "dev", "eth0", "192.168.1.20/24"}.
+using Step = std::vector<std::string>;
+
+// What is to be run, in order, so that `now` becomes `wanted`. What `wanted` does not name is left alone.
+[[nodiscard]] std::vector<Step> StepsBetween(const Json& now, const Json& wanted);
+
+// Runs those steps, each with the further words `options`, and reads back; once again where a step undid another's
+// work. Returns a row for each setting that was not, or is not, as `wanted`:
+//   {"setting", "was", "wanted", "now", "result": "as before" or "not as before"}, "before" being `word` here.
+// `problems` gets what went wrong with single steps.
+[[nodiscard]] Json BringTo(const Json& wanted, const Invocation& outer, const Step& options, std::string_view word,
+                           std::vector<std::string>& problems);
+
+// Whether every row is "as ...".
+[[nodiscard]] bool IsAllAs(const Json& rows);
+
+}  // namespace tessel::ctl

@@ -1,0 +1,108 @@
+// Waits until something is there, for scripts that start with the device; --timeout limits it.
+#include <poll.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+#include "client/ctl/command.h"
+#include "client/ctl/device.h"
+#include "client/ctl/format.h"
+#include "client/ctl/kernel.h"
+#include "client/libtessel.h"
+#include "tessel/command.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+// Looks again and again: `look` gives what it found, or null, or throws a Failure; `missing` is what is said in the
+// end.
+Outcome WaitFor(const Invocation& invocation, std::string missing, const std::function<Json()>& look) {
+    using Clock = std::chrono::steady_clock;
+    using std::chrono::milliseconds;
+    constexpr milliseconds kPause{200};
+    constexpr milliseconds kAnswer{500};  // for the last look, too
+    const auto end = Clock::now() + milliseconds(invocation.options.timeoutMs);
+    while (true) {
+        const auto left = std::max(std::chrono::ceil<milliseconds>(end - Clock::now()), milliseconds(1));
+        (void)tessel_set_timeout_ms(static_cast<int>(std::max(left, kAnswer).count()));
+        std::string problem = missing;
+        try {
+            Outcome outcome;
+            outcome.document = look();
+            if (!outcome.document.is_null()) return outcome;
+        } catch (const Failure& failure) {
+            if (failure.exit == kExitNotRunning) problem = "the daemon is not running";
+            if (failure.exit == kExitTimeout) problem = "the daemon does not answer";
+        }
+        if (Clock::now() >= end)
+            throw Failure(kExitTimeout, "timeout",
+                          Format("{}: {}, after {} s", invocation.asked, problem, invocation.options.timeoutMs / 1000));
+        poll(nullptr, 0, static_cast<int>(std::min(kPause, left).count()));
+    }
+}
+
+Outcome WaitDaemon(const Invocation& invocation) {
+    return WaitFor(invocation, "the daemon does not answer", [] {
+        (void)DaemonPriorities("");
+        return Json{{"running", true}, {"pid", tessel_daemon_pid()}};
+    });
+}
+
+Outcome WaitLink(const Invocation& invocation) {
+    const auto name = invocation.words.Get<std::string>("IF");
+    return WaitFor(invocation, name + " is not up", [&] {
+        Json link = KernelLink(name);
+        return !link.is_null() && link["state"] == "up" ? link : Json();
+    });
+}
+
+// One that is ready to be used, and more than what every link gives itself.
+Outcome WaitAddr(const Invocation& invocation) {
+    const auto name = invocation.words.Get<std::string>("IF");
+    return WaitFor(invocation, name + " has no address", [&] {
+        const Json answer = DaemonAddresses("", name, FamilyOf(invocation.options));
+        for (const Json& address : answer["addresses"]) {
+            if (address["scope"] == "link" || address["tentative"] == true) continue;
+            Json found{{"interface", name}};
+            found.update(address);
+            return found;
+        }
+        return Json();
+    });
+}
+
+Outcome WaitGateway(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("IF");
+    return WaitFor(invocation, (name.empty() ? "the device" : name) + " has no gateway", [&] {
+        for (const int family : FamiliesOf(invocation.options)) {
+            Json gateway = DaemonGateway("", name, family);
+            if (!gateway["gateway"].is_null()) return gateway;
+        }
+        return Json();
+    });
+}
+
+constexpr Command kWaitCommands[] = {
+    Row("daemon", "", &WaitDaemon, "until the daemon answers", "wait daemon --timeout 10")
+        .Sends(TESSEL_CMD_PRIORITY_GET)
+        .Columns("daemon {pid}"),
+    Row("link", "IF", &WaitLink, "until an interface is up and has a carrier", "wait link eth0 --timeout 10")
+        .Columns("INTERFACE {interface}|STATE {state}"),
+    Row("addr", "IF", &WaitAddr, "until an interface has an address that can be used", "wait addr eth0 -4")
+        .Sends(TESSEL_CMD_IPADDR_GET)
+        .OfFamily()
+        .Columns("INTERFACE {interface}|ADDRESS {address}/{prefix_length}"),
+    Row("gateway", "[IF]", &WaitGateway, "until there is a default route", "wait gateway eth0")
+        .Sends(TESSEL_CMD_GATEWAY_GET)
+        .OfFamily()
+        .Columns("INTERFACE {interface}|GATEWAY {gateway}"),
+};
+
+}  // namespace
+
+extern const Object kWait = {
+    .name = "wait", .summary = "until something is there (--timeout S: at most so long)", .commands = kWaitCommands};
+
+}  // namespace tessel::ctl

@@ -1,0 +1,133 @@
+// Which way a packet would take, by the kernel's own lookup, and which other routes could have carried it.
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+
+#include "client/ctl/command.h"
+#include "client/ctl/device.h"
+#include "client/ctl/format.h"
+#include "client/ctl/kernel.h"
+#include "client/ctl/output.h"
+#include "tessel/command.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+i64 LengthOf(const Json& route) {
+    const auto network = ParseNetwork(TextOf(route, "destination"));
+    return network ? network->length : 0;
+}
+
+// The rule by which the table was looked into, with "note": what came of those before it. Null: none is known.
+Json RuleFor(const Network& target, const Network* from, u32 mark, const Json& route) {
+    std::string note = "no earlier rule matches";
+    for (Json& rule : KernelRules(target.family)) {
+        const auto source = ParseNetwork(TextOf(rule, "from"));
+        const bool matches = (!source || (from != nullptr && Covers(*source, *from))) &&
+                             (rule["fwmark"].is_null() || NumberOf(rule, "fwmark") == mark);
+        if (matches && rule["table"] == route["table"]) {
+            rule["note"] = note;
+            return std::move(rule);
+        }
+        // Every lookup begins with the device's own addresses.
+        if (matches && rule["table"] != u32{RT_TABLE_LOCAL}) note = "what matches earlier has no route there";
+    }
+    return {};
+}
+
+// The metric that the daemon gives to an interface's default route; empty: none, or nobody is there to ask.
+std::string PriorityText(const Json& route) {
+    if (TextOf(route, "destination") != "default" || TextOf(route, "family") != "inet") return "";
+    try {
+        const Json priority = FindIn(DaemonPriorities(""), "interface", route["interface"]);
+        if (priority.is_null()) return "";
+        return Format(" (priority {} = {})", TextOf(route, "interface"), NumberOf(priority, "metric"));
+    } catch (const Failure&) {
+        return "";
+    }
+}
+
+// What leads to the target in the table of its route, the best one first, each with "note": why it is or is not used.
+Json RoutesTo(const Network& target, const Json& route) {
+    std::vector<Json> routes;
+    for (Json& one : KernelRoutes(target.family, static_cast<u32>(NumberOf(route, "table")))) {
+        const auto network = ParseNetwork(TextOf(one, "destination"));
+        if (!network || Covers(*network, target)) routes.push_back(std::move(one));
+    }
+    const auto rank = [](const Json& one) { return std::pair(-LengthOf(one), NumberOf(one, "metric")); };
+    std::stable_sort(routes.begin(), routes.end(),
+                     [&](const Json& one, const Json& other) { return rank(one) < rank(other); });
+    const auto chosen = std::find_if(routes.begin(), routes.end(), [&](const Json& one) {
+        return one["interface"] == route["interface"] && one["gateway"] == route["gateway"];
+    });
+    for (auto one = routes.begin(); one != routes.end(); ++one) {
+        (*one)["chosen"] = one == chosen;
+        (*one)["note"] = nullptr;
+        const bool isAlone = routes.size() == 1 || one + 1 == routes.end();
+        if (one == chosen) {
+            const bool isLongest = !isAlone && LengthOf(*one) != LengthOf(one[1]);
+            const std::string why = isAlone ? "" : isLongest ? ": longest prefix" : ": lowest metric";
+            (*one)["note"] = "chosen" + why + (isAlone || isLongest ? "" : PriorityText(*one));
+        } else if (one != routes.begin() && one - 1 == chosen) {
+            (*one)["note"] = Format("next if {} loses its route", TextOf(route, "interface"));
+        }
+    }
+    return routes;
+}
+
+std::string TableText(long long table) {
+    return table == kMainTable ? "main" : Format("{}", table);
+}
+
+std::string WayText(const Json& way) {
+    const std::string target = TextOf(way, "target");
+    if (way["local"] == true) return target + " is an address of this device\n";
+    std::string text = target + FillTemplate(" leaves through {interface}", way);
+    text += way["gateway"].is_null() ? ", on the link" : " via " + TextOf(way, "gateway");
+    if (!way["source"].is_null()) text += ", source " + TextOf(way, "source");
+    text += ", table " + TableText(NumberOf(way, "table")) + "\n";
+    Rows rows;
+    if (const Json& rule = way["rule"]; !rule.is_null()) {
+        std::string words = FillTemplate("  rule {pref}: from {from}", rule);
+        if (!rule["fwmark"].is_null()) words += FillTemplate(" fwmark {fwmark}", rule);
+        words += " lookup " + TableText(NumberOf(rule, "table"));
+        rows.push_back({words, TextOf(rule, "note")});
+    }
+    for (const Json& route : way["routes"])
+        rows.push_back(
+            {"  " + RouteText(route), FillTemplate(route["chosen"] == true ? "<- {note}" : "   {note}", route)});
+    return text + RenderRows(rows);
+}
+
+Outcome Why(const Invocation& invocation) {
+    const auto& target = invocation.words.Get<Network>("A");
+    const auto* from = invocation.words.If<Network>("from");
+    const u32 mark = invocation.words.Get<u32>("fwmark", 0);
+    if (from != nullptr && from->family != target.family) throw Refused(invocation.asked, "addresses of two families");
+    std::string problem;
+    const Json route = KernelRouteTo(target, from, mark == 0 ? std::nullopt : std::optional(mark), problem);
+    if (route.is_null()) throw Failure(kExitFailed, "unreachable", invocation.asked + ": " + problem);
+    Json way{{"target", HostText(target)}};
+    for (const char* key : {"interface", "gateway", "source", "table", "family", "local"})
+        way[key] = route[key];
+    if (from != nullptr) way["source"] = HostText(*from);
+    way["rule"] = RuleFor(target, from, mark, route);
+    way["routes"] = RoutesTo(target, route);
+    Outcome outcome;
+    outcome.text = WayText(way);
+    outcome.document = std::move(way);
+    return outcome;
+}
+
+constexpr Command kWhyCommands[] = {
+    Row("", "A [from A] [fwmark N]", &Why, "which route, rule and gateway a packet to A would take", "why 192.168.1.1")
+        .Sends(TESSEL_CMD_PRIORITY_GET)
+        .More("The kernel is asked, not the daemon; \"from\" takes an address of this device."),
+};
+
+}  // namespace
+
+extern const Object kWhy = {.name = "why", .summary = "which way a packet takes", .commands = kWhyCommands};
+
+}  // namespace tessel::ctl

@@ -1,0 +1,258 @@
+#include "client/ctl/words.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "client/ctl/format.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+constexpr std::string_view kInterfaceKeyword = "dev";
+
+// Words that come together: a keyword with its values, or a single value.
+struct Item {
+    std::vector<Token> tokens;
+    bool isOptional = false;
+    bool repeats = false;
+    bool isUsed = false;
+
+    [[nodiscard]] const Token& First() const {
+        return tokens.front();
+    }
+};
+
+bool IsKind(std::string_view word) {
+    return std::any_of(word.begin(), word.end(), [](unsigned char c) { return std::isupper(c) != 0; });
+}
+
+std::string_view WithoutBounds(std::string_view kind) {
+    return kind.substr(0, kind.find(':'));
+}
+
+Token ParseToken(std::string_view word) {
+    Token token{.name = word, .isKeyword = false, .choices = {}};
+    const std::size_t equals = word.find('=');
+    std::string_view choices = word;
+    if (equals != std::string_view::npos) {
+        token.name = word.substr(0, equals);
+        choices = word.substr(equals + 1);
+    }
+    if (choices.find('|') != std::string_view::npos) {
+        while (!choices.empty()) {
+            const std::size_t bar = std::min(choices.find('|'), choices.size());
+            token.choices.push_back(choices.substr(0, bar));
+            choices.remove_prefix(std::min(bar + 1, choices.size()));
+        }
+    }
+    token.isKeyword = token.choices.empty() && !IsKind(word);
+    return token;
+}
+
+// Cuts brackets and dots off a word of the pattern.
+struct Marks {
+    bool opens = false;
+    bool closes = false;
+    bool repeats = false;
+};
+
+Marks TakeMarks(std::string_view& word) {
+    Marks marks;
+    if (word.starts_with('[')) {
+        marks.opens = true;
+        word.remove_prefix(1);
+    }
+    if (word.ends_with("...")) {
+        marks.repeats = true;
+        word.remove_suffix(3);
+    }
+    if (word.ends_with(']')) {
+        marks.closes = true;
+        word.remove_suffix(1);
+    }
+    return marks;
+}
+
+std::vector<Item> ParsePattern(std::string_view pattern) {
+    std::vector<Item> items;
+    bool inBrackets = false;
+    bool joins = false;  // the next value belongs to the item before
+    while (!pattern.empty()) {
+        const std::size_t blank = std::min(pattern.find(' '), pattern.size());
+        std::string_view word = pattern.substr(0, blank);
+        pattern.remove_prefix(std::min(blank + 1, pattern.size()));
+        const Marks marks = TakeMarks(word);
+        const Token token = ParseToken(word);
+        if (marks.opens || (!inBrackets && token.isKeyword) || !joins) {
+            items.emplace_back().isOptional = marks.opens;
+            inBrackets = marks.opens;
+        }
+        items.back().tokens.push_back(token);
+        items.back().repeats = marks.repeats;
+        if (marks.closes) inBrackets = false;
+        joins = inBrackets || (items.back().First().isKeyword && !marks.closes);
+    }
+    return items;
+}
+
+// How well a wrong word fits a kind: the message names the one that fits best.
+int Likeness(std::string_view kind, const std::string& word) {
+    const bool hasSlash = word.find('/') != std::string::npos;
+    const bool hasDot = word.find('.') != std::string::npos;
+    const bool hasDash = word.find('-') != std::string::npos;
+    const auto colons = std::count(word.begin(), word.end(), ':');
+    if (kind == "A/L") return hasSlash ? 3 : 0;
+    if (kind == "M") return colons == 5 && !hasDot && !hasSlash ? 2 : 0;
+    if (kind == "A-A") return hasDash && hasDot ? 2 : 0;
+    return kind == "A" && (hasDot || colons > 1) ? 1 : 0;
+}
+
+ParsedValue ValueOf(const Token& token, const std::string& word) {
+    if (token.choices.empty()) return ParseValue(token.name, word);
+    std::vector<std::string_view> names = token.choices;
+    std::transform(names.begin(), names.end(), names.begin(), &WithoutBounds);
+    ParsedValue wrong{.value = std::nullopt, .problem = Format("\"{}\" is none of {}", word, Joined(names, ", "))};
+    int best = 0;
+    for (const std::string_view choice : token.choices) {
+        if (!IsKind(choice)) {
+            if (choice == word) return {.value = word, .problem = {}};
+            continue;
+        }
+        ParsedValue parsed = ParseValue(choice, word);
+        if (parsed.value) return parsed;
+        const int likeness = Likeness(choice, word);
+        if (likeness <= best) continue;
+        best = likeness;
+        wrong.problem = std::move(parsed.problem);
+    }
+    return wrong;
+}
+
+std::string Described(const Item& item) {
+    std::string text;
+    for (const Token& token : item.tokens) {
+        if (!text.empty()) text += ' ';
+        text += token.choices.empty() ? std::string(WithoutBounds(token.name)) : Joined(token.choices, "|");
+    }
+    return text;
+}
+
+class Matcher {
+  public:
+    Matcher(std::vector<Item> items, const std::vector<std::string>& words) : items_(std::move(items)), words_(words) {}
+
+    Match Run() {
+        match_.words.SetLine(Joined(words_, " "));
+        while (next_ < words_.size()) {
+            Item* item = ItemFor(words_[next_]);
+            if (item == nullptr) {
+                (void)Stop(problem_.empty() ? Format("\"{}\" is one word too many", words_[next_]) : problem_);
+                return std::move(match_);
+            }
+            if (!Take(*item)) return std::move(match_);
+        }
+        NoteExpected();
+        const auto missing = std::find_if(items_.begin(), items_.end(),
+                                          [](const Item& item) { return !item.isUsed && !item.isOptional; });
+        match_.isComplete = missing == items_.end();
+        if (!match_.isComplete) (void)Stop(Described(*missing) + " is missing");
+        return std::move(match_);
+    }
+
+  private:
+    // A keyword where one is open, else the next value in order, else a name without its "dev". An optional value that
+    // does not fit is passed over.
+    Item* ItemFor(const std::string& word) {
+        for (Item& item : items_) {
+            if ((!item.isUsed || item.repeats) && item.First().isKeyword && item.First().name == word) return &item;
+        }
+        for (Item& item : items_) {
+            if (item.First().isKeyword || (item.isUsed && !item.repeats)) continue;
+            const ParsedValue value = ValueOf(item.First(), word);
+            if (value.value || (!item.isUsed && !item.isOptional)) return &item;
+            if (problem_.empty() && !item.isUsed) problem_ = value.problem;
+        }
+        for (Item& item : items_) {
+            const bool isInterface = item.tokens.size() == 2 && item.First().name == kInterfaceKeyword;
+            if (isInterface && !item.isUsed && ParseValue(item.tokens[1].name, word).value) return &item;
+        }
+        return nullptr;
+    }
+
+    // All words of the item. False when one is missing or wrong.
+    bool Take(Item& item) {
+        const Token& first = item.First();
+        item.isUsed = true;
+        problem_.clear();
+        if (first.isKeyword && words_[next_] == first.name) {
+            ++next_;
+            if (item.tokens.size() == 1) match_.words.Add(first.name, "", std::string());
+        }
+        for (const Token& token : item.tokens) {
+            if (token.isKeyword) continue;
+            if (next_ == words_.size()) {
+                match_.expected.push_back(token);
+                return Stop(Described(item) + " is missing");
+            }
+            ParsedValue parsed = ValueOf(token, words_[next_]);
+            if (!parsed.value) return Stop(std::move(parsed.problem));
+            const bool isOwn = first.isKeyword && &token == &item.tokens[1];
+            match_.words.Add(isOwn ? first.name : WithoutBounds(token.name), words_[next_], std::move(*parsed.value));
+            ++next_;
+        }
+        return true;
+    }
+
+    void NoteExpected() {
+        bool waitsForValue = false;  // the ones behind it cannot come before it
+        for (const Item& item : items_) {
+            const bool isValue = !item.First().isKeyword;
+            const bool isOpen = !item.isUsed || item.repeats;
+            if (isOpen && !(isValue && waitsForValue)) match_.expected.push_back(item.First());
+            if (isValue && !item.isUsed && !item.isOptional) waitsForValue = true;
+        }
+    }
+
+    bool Stop(std::string problem) {
+        match_.problem = std::move(problem);
+        match_.matchedWords = next_;
+        return false;
+    }
+
+    std::vector<Item> items_;
+    const std::vector<std::string>& words_;
+    std::size_t next_ = 0;
+    std::string problem_;  // of an optional value that was passed over
+    Match match_;
+};
+
+}  // namespace
+
+const Words::Entry* Words::Find(std::string_view key) const {
+    const auto found =
+        std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.key == key; });
+    return found == entries_.end() ? nullptr : &*found;
+}
+
+std::string UsageWords(std::string_view pattern) {
+    std::string text;
+    while (!pattern.empty()) {
+        const std::size_t blank = std::min(pattern.find(' '), pattern.size());
+        std::string word(pattern.substr(0, blank));
+        pattern.remove_prefix(std::min(blank + 1, pattern.size()));
+        const std::size_t equals = word.find('=');
+        if (equals != std::string::npos)
+            word.erase(word.starts_with('[') ? 1 : 0, word.starts_with('[') ? equals : equals + 1);
+        const std::size_t colon = word.find(':');
+        if (colon != std::string::npos) word.erase(colon, word.find_first_not_of(":0123456789-", colon) - colon);
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
+}
+
+Match MatchWords(std::string_view pattern, const std::vector<std::string>& words) {
+    return Matcher(ParsePattern(pattern), words).Run();
+}
+
+}  // namespace tessel::ctl

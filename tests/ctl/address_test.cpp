@@ -1,0 +1,137 @@
+// Addresses and links: what the daemon answers, what the kernel has then, and what people read.
+#include "tests/ctl/tool.h"
+
+namespace {
+
+using namespace tessel;
+using namespace tessel::ctl;
+using namespace tessel::test;
+using testing::ElementsAre;
+using testing::Not;
+
+std::vector<std::string> TextsOf(const Json& addresses) {
+    std::vector<std::string> texts;
+    for (const Json& one : addresses) {
+        if (one["scope"] != "link")
+            texts.push_back(one["address"].get<std::string>() + "/" + one["prefix_length"].dump());
+    }
+    return texts;
+}
+
+TEST(Addresses, AreChangedInTheKernelAndReadBack) {
+    const Daemon daemon;
+    const Json added = DocumentOf("addr add 192.168.1.20/24 dev eth0");
+    EXPECT_EQ(added["interface"], "eth0");
+    EXPECT_EQ(added["truncated"], false);
+    EXPECT_EQ(added["addresses"][0], (Json{{"address", "192.168.1.20"},
+                                           {"prefix_length", 24},
+                                           {"family", "inet"},
+                                           {"scope", "global"},
+                                           {"dynamic", false},
+                                           {"tentative", false}}));
+    ExpectAll({{"addr add 192.168.1.21/24 eth0", 0, "eth0   192.168.1.21/24 added\n"},
+               {"addr add 2001:db8::5/64 dev eth0 -q", 0, ""},
+               {"-g address,scope addr show dev eth0 -4", 0, "192.168.1.20\tglobal\n192.168.1.21\tglobal\n"},
+               {"addr show", 0, "INTERFACE  ADDRESS"},
+               {"addr show", 0, "\neth1       fe80::ff:fe00:1/64  link"},
+               {"addr del 192.168.1.21/24 dev eth0", 0, "eth0   192.168.1.21/24 deleted\n"}});
+    EXPECT_THAT(
+        OutputOf("ip -o addr show dev eth0 scope global"),
+        testing::AllOf(HasSubstr("192.168.1.20/24"), HasSubstr("2001:db8::5/64"), Not(HasSubstr("192.168.1.21"))));
+    EXPECT_THAT(TextsOf(DocumentOf("addr set dev eth0 192.168.1.30/24 192.168.1.31/24")["addresses"]),
+                ElementsAre("192.168.1.30/24", "192.168.1.31/24", "2001:db8::5/64"));
+    EXPECT_THAT(TextsOf(DocumentOf("addr flush dev eth0 -4")["addresses"]), ElementsAre("2001:db8::5/64"));
+    EXPECT_THAT(OutputOf("ip -o addr show dev eth0 scope global"), Not(HasSubstr("192.168.1.")));
+    // An empty list is still a document.
+    EXPECT_EQ(DocumentOf("addr show dev eth0 -4"),
+              (Json::array({{{"interface", "eth0"}, {"addresses", Json::array()}, {"truncated", false}}})));
+}
+
+TEST(Addresses, FailuresSayWhy) {
+    ExpectAll({{"addr show", 3, "the daemon is not running"}, {"-n addr flush dev eth0 -6", 0, "runs"}});
+    const Daemon daemon;
+    Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
+    ExpectAll(
+        {{"addr add 192.168.1.20/24 dev eth0", 1, "Probable cause: eth0 already has 192.168.1.20/24."},
+         {"addr del 192.168.1.77/24 dev eth0", 1, "Probable cause: eth0 has no 192.168.1.77/24."},
+         {"addr add 192.168.1.20/24 dev eth9", 1, "there is no interface eth9"},
+         {"addr show dev eth9", 1, "addr show dev eth9: the daemon answered -1. Probable cause: there is no interface"},
+         {"addr set dev eth9 192.168.1.20/24", 1, "Probable cause: there is no interface eth9.\n"},
+         {"addr set dev eth0 10.0.0.1/8 10.0.0.1/8", 2, "10.0.0.1/8 is named twice"},
+         {"addr set dev eth0 10.0.0.1/8 -6", 2, "another family"},
+         {"addr set dev eth0 192.168.1.20/24 ff02::1/64", 1, ". eth0 has 192.168.1.20/24"},
+         {"addr add 192.168.1.300/24 dev eth0", 2, "192.168.1.300/24"}});
+    EXPECT_THAT(OutputOf("ip -4 -o addr show dev eth0"), HasSubstr("192.168.1.20/24"));
+}
+
+TEST(Addresses, SuccessThatDidNotHappenIsNotApplied) {
+    StandInTools tools({"ip"});
+    const Daemon daemon;
+    ExpectAll({{"addr add 192.168.1.20/24 dev eth0", 5, "answered success, but eth0 does not have 192.168.1.20/24"}});
+    tools.Answer("ip -4 addr show dev eth0", "2: eth0: <UP> mtu 1500\n    inet 192.168.1.20/24 scope global eth0\n");
+    ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 5, "answered success, but eth0 still has 192.168.1.20/24"},
+               {"addr flush dev eth0", 5, "eth0 still has 192.168.1.20/24"},
+               {"addr set dev eth0 192.168.1.20/24 10.0.0.1/8", 5, "eth0 does not have 10.0.0.1/8"},
+               {"-j addr add 10.0.0.1/8 dev eth0", 5, R"("error":"not_applied")"}});
+}
+
+TEST(Addresses, FullListsAreMarkedAndCompletedFromTheKernel) {
+    const Daemon daemon;
+    for (int i = 1; i <= 17; ++i)
+        RunOnDevice("ip addr add 10.0.0." + std::to_string(i) + "/24 dev eth0");
+    ExpectAll({{"addr show dev eth0 -4", 0, "16 addresses are shown, there may be more (--kernel shows all)"},
+               {"addr show dev eth0 -4 --kernel", 0, "eth0: the kernel alone reports 10.0.0.17/24"},
+               {"addr add 10.0.0.18/24 dev eth0", 0, "not read back, the daemon reports 16 addresses only"}});
+    EXPECT_EQ(DocumentOf("addr show dev eth0 -4")[0]["truncated"], true);
+    const Json all = DocumentOf("addr show dev eth0 -4 --kernel")[0];
+    EXPECT_EQ(all["truncated"], false);
+    EXPECT_EQ(all["addresses"].size(), 18U);
+}
+
+TEST(Addresses, TheSessionIsKept) {
+    const Daemon daemon;
+    Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
+    const RemoteSession session;
+    ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 2, "your session runs over 192.168.1.20"},
+               {"addr flush dev eth0", 2, "your session runs over"},
+               {"addr set dev eth0 10.0.0.1/8", 2, "(--force does it)"},
+               {"link set eth0 mac 02:00:00:00:00:09", 2, "your session runs over"},
+               {"addr flush dev eth0 -6", 0, "flushed"},
+               {"addr set dev eth0 10.0.0.1/8 192.168.1.20/24", 0, "set to"},
+               {"link set eth0 mtu 1000", 0, "mtu 1000"},
+               {"addr flush dev eth0 --force", 0, "flushed"}});
+    Prepare({"ip link set eth0 mtu 1500", "ip addr add 2001:db8::5/64 dev eth0 nodad"});
+    const RemoteSession inet6("2001:db8::77", "2001:db8::5");
+    ExpectAll({{"link set eth0 mtu 1279", 2, "your session runs over 2001:db8::5"}, {"link set eth0 mtu 1280", 0, ""}});
+}
+
+TEST(Links, AreShownAndChanged) {
+    const Daemon daemon;
+    Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip link set eth2 down"});
+    ExpectAll({{"link show eth0", 0, "INTERFACE  STATE  MTU   MAC\neth0       up     1500  02:00:00:00:00:00\n"},
+               {"link show eth2", 0, "eth2       down"},
+               {"link show lo", 0, "lo: the daemon reports no hardware address"},
+               {"link show eth9", 1, "there is no interface eth9"},
+               {"link set eth0 mtu 1400", 0, "eth0   mtu 1400\n"},
+               {"link mtu eth0", 0, "1400\n"},
+               {"link set eth0 mtu 67", 2, "\"67\" is no number from 68 to 65536"},
+               {"link set eth0 mtu 65536", 1, "eth0 does not take this size"},
+               {"link mtu eth9", 1, "there is no interface eth9"},
+               {"link set eth0 mac 02:00:00:00:00:0a", 0, "eth0   mac 02:00:00:00:00:0a\n"},
+               {"link mac eth0", 0, "02:00:00:00:00:0a\n"},
+               {"link mac lo", 1, "lo has no Ethernet address"},
+               {"link set eth0 mac 01:00:00:00:00:0a", 2, "is a multicast address"},
+               {"link set eth0 mac ff:ff:ff:ff:ff:ff", 2, "is the broadcast address"},
+               {"link set eth0 mac 00:00:00:00:00:00", 2, "is no address"},
+               // Read back from the kernel, which knows what the daemon cannot read.
+               {"link set eth0 mac 22:00:00:00:00:0a", 0, "eth0   mac 22:00:00:00:00:0a\n"},
+               {"link mac eth0", 1, "it is 22:00:00:00:00:0a"}});
+    EXPECT_THAT(OutputOf("ip link show eth0"), testing::AllOf(HasSubstr("mtu 1400"), HasSubstr("22:00:00:00:00:0a")));
+    const Json link = DocumentOf("link show eth0")[0];
+    EXPECT_EQ(link["mtu"], 1400);
+    EXPECT_THAT(TextsOf(link["addresses"]), ElementsAre("192.168.1.20/24"));
+    EXPECT_EQ(DocumentOf("link show lo")[0]["mac"], nullptr);
+    EXPECT_EQ(DocumentOf("link show").size(), 4U);
+}
+
+}  // namespace

@@ -1,0 +1,162 @@
+// Gateways, priorities, routes and rules: what the daemon answers, what the kernel has then, and what people read.
+#include "tests/ctl/tool.h"
+
+namespace {
+
+using namespace tessel;
+using namespace tessel::ctl;
+using namespace tessel::test;
+using testing::IsEmpty;
+using testing::Not;
+
+class Routing : public testing::Test {
+  protected:
+    void SetUp() override {
+        Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip addr add 192.168.2.20/24 dev eth1",
+                 "ip addr add 2001:db8::5/64 dev eth0 nodad"});
+    }
+
+    Daemon daemon_;
+};
+
+using Gateways = Routing;
+
+TEST_F(Gateways, AreSetShownAndDeleted) {
+    EXPECT_EQ(
+        DocumentOf("gateway set 192.168.1.1 dev eth0"),
+        (Json{
+            {"interface", "eth0"}, {"family", "inet"}, {"gateway", "192.168.1.1"}, {"learnt", false}, {"table", 254}}));
+    EXPECT_THAT(OutputOf("ip route"), HasSubstr("default via 192.168.1.1 dev eth0"));
+    Prepare({"ip route add default via 192.168.1.9 dev eth0 metric 50"});
+    EXPECT_EQ(DocumentOf("gateway show dev eth0 -4").size(), 2U);
+    ExpectAll({{"gateway set 2001:db8::1 dev eth0", 0, "eth0   gateway 2001:db8::1 set\n"},
+               {"gateway set 2001:db8::2 dev eth0", 0, "eth0   gateway 2001:db8::2 set\n"},
+               {"gateway show", 0, "eth0       inet    192.168.1.1  0\n"},
+               {"gateway show", 0, "192.168.1.9  50      a further default route: the daemon does not report it\n"},
+               {"gateway show dev eth1 --no-header", 0, "eth1  inet\neth1  inet6\n"},
+               {"-g gateway,metric gateway show dev eth0 -6", 0, "2001:db8::2\t1024\n"},
+               {"gateway set 192.168.1.1 dev eth0 table 7", 0, "eth0   gateway 192.168.1.1 set"},
+               {"-g table,gateway gateway show dev eth0 table 7 -4", 0, "7\t192.168.1.1\n"},
+               {"-g table,gateway gateway show dev eth0 table 8 -4", 0, "8\t\n"},
+               {"gateway del table 7", 0, "the device   gateway 192.168.1.1 deleted\n"},
+               {"gateway del dev eth0", 0, "eth0   gateway 192.168.1.1, gateway 2001:db8::2 deleted\n"},
+               {"gateway del dev eth0", 0, "eth0   gateway 192.168.1.9 deleted\n"},
+               {"gateway del dev eth0", 1, "nothing to delete, eth0 has no gateway"}});
+    EXPECT_THAT(OutputOf("ip route show default; ip -6 route show default; ip route show table 7"), IsEmpty());
+}
+
+TEST_F(Gateways, FailuresSayWhy) {
+    Prepare({"ip route add default via 192.168.1.1 dev eth0"});
+    ExpectAll(
+        {{"gateway set 192.168.9.1 dev eth0", 1, "192.168.9.1 is in no network of eth0 (192.168.1.20/24)."},
+         {"gateway set 192.168.1.2 dev eth0", 1, "eth0 already has 192.168.1.1 (\"gateway replace\" takes its place)."},
+         {"-n gateway set 192.168.1.2 dev eth0", 0, "it will fail: eth0 already has 192.168.1.1"},
+         {"gateway set 192.168.2.1 dev eth1", 1, "the default route of eth0 has the same metric 0"},
+         {"gateway set fe80::1", 2, "an IPv6 gateway needs its interface"},
+         {"gateway show dev eth9", 1, "Probable cause: there is no interface eth9."},
+         {"gateway replace 192.168.9.1 dev eth0", 1, "The old gateway 192.168.1.1 is set again"},
+         {"gateway set 0.0.0.0 dev eth0", 2, "\"0.0.0.0\" is no address"}});
+    EXPECT_THAT(OutputOf("ip route show default"), HasSubstr("via 192.168.1.1 dev eth0"));
+    const RemoteSession session;
+    ExpectAll({{"gateway del dev eth0", 2, "your session runs over 192.168.1.20"},
+               {"gateway replace 192.168.1.2 dev eth0", 2, "your session runs over"},
+               {"gateway replace 192.168.1.2 dev eth0 --force", 0, "two steps: 192.168.1.1 is deleted, then"}});
+    EXPECT_THAT(OutputOf("ip route show default"), HasSubstr("via 192.168.1.2 dev eth0"));
+}
+
+TEST_F(Gateways, PrioritiesDecide) {
+    Prepare({"ip route add default via 192.168.1.1 dev eth0"});
+    ExpectAll(
+        {{"priority show", 0, "no priorities are set"},
+         {"priority set eth9 10", 2, "there is no interface eth9, and the first list fixes the interfaces"},
+         {"priority set eth0 10 eth1 20", 0, "eth0               10   default route moved\n"},
+         {"gateway set 192.168.2.1 dev eth1", 0, "set"},
+         {"-g interface,priority,gateway,metric priority show", 0,
+          "eth0\t10\t192.168.1.1\t10\neth1\t20\t192.168.2.1\t20\n"},
+         {"priority set eth 5", 2, "the daemon would change eth0 instead"},
+         {"priority set eth0 5 eth0 6", 2, "eth0 is named twice"},
+         {"priority set eth1 5 eth3 30", 5, "eth3                    not taken: the set of interfaces is fixed"}});
+    EXPECT_THAT(OutputOf("ip route show default"), HasSubstr("192.168.2.1 dev eth1 metric 5"));
+    const Json results = DocumentOf("priority set eth1 5");
+    EXPECT_EQ(results,
+              (Json::array(
+                  {{{"interface", "eth1"}, {"previous", 5}, {"priority", 5}, {"taken", true}, {"remark", nullptr}}})));
+    Prepare({"ip route replace default via 192.168.2.1 dev eth1 metric 4", "ip route del default dev eth1 metric 5"});
+    ExpectAll({{"gateway show dev eth1 -4", 0, "4       its priority is not in effect"}});
+}
+
+using Routes = Routing;
+
+TEST_F(Routes, AreChangedInTheKernelAndReadBack) {
+    EXPECT_EQ(DocumentOf("route add 10.1.0.0/16 via 192.168.1.254 metric 5"), (Json{{"destination", "10.1.0.0/16"},
+                                                                                    {"gateway", "192.168.1.254"},
+                                                                                    {"interface", "eth0"},
+                                                                                    {"metric", 5},
+                                                                                    {"table", 254},
+                                                                                    {"family", "inet"}}));
+    ExpectAll({{"route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6", 0, "dev eth0 metric 6   added\n"},
+               {"route add 2001:db8:5::/48 via 2001:db8::1 dev eth0", 0, "dev eth0 metric 1024   added\n"},
+               {"route add 10.3.0.0/16 via 192.168.1.254 dev eth0 table 7", 0, "table 7   added\n"},
+               {"route show", 0, "10.1.0.0/16      192.168.1.254  eth0       5       daemon\n"},
+               {"route show --kernel", 0, "192.168.1.0/24                  eth0       0       kernel\n"},
+               {"route metric 10.1.0.0/16 6 via 192.168.1.254 dev eth0", 2, "would be deleted and not added again"},
+               {"route metric 10.1.0.0/16 30 via 192.168.1.254 dev eth0", 0, "still there: 10.1.0.0/16 via"},
+               {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 30", 2, "would delete the one of metric 6"},
+               {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6", 0, "metric 6   deleted\n"},
+               {"route del 10.3.0.0/16 via 192.168.1.254 dev eth0 table 7", 0, "deleted"}});
+    EXPECT_EQ(OutputOf("ip route show 10.0.0.0/8; ip route show table 7; ip route show 10.1.0.0/16"),
+              "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 30 \n");
+    EXPECT_EQ(DocumentOf("route show --kernel")["truncated"], false);
+    for (int i = 20; i < 30; ++i)
+        RunOnDevice("ip route add 10." + std::to_string(i) + ".0.0/16 via 192.168.1.254");
+    EXPECT_EQ(DocumentOf("route show")["truncated"], true);
+}
+
+TEST_F(Routes, FailuresSayWhy) {
+    Prepare({"ip route add 10.1.0.0/16 via 192.168.1.254"});
+    ExpectAll(
+        {{"route add 10.1.0.0/16 via 192.168.1.253", 1, "there is already 10.1.0.0/16 via 192.168.1.254 dev eth0."},
+         {"route add 10.2.0.0/16 via 192.168.7.254 dev eth0", 1, "is in no network of eth0"},
+         {"route add 10.2.3.0/16 via 192.168.1.254", 2, "10.2.3.0/16 is no network but an address in 10.2.0.0/16"},
+         {"route add 10.2.0.0/16 via fe80::1 dev eth0", 2, "of two families"},
+         {"route del 10.1.0.0/16 via 192.168.1.253", 1, "there is only 10.1.0.0/16 via 192.168.1.254 dev eth0."},
+         {"route del 10.9.0.0/16 via 192.168.1.253", 1, "there is no such route"},
+         {"route del 10.9.0.0/16 via 192.168.1.253 dev eth9", 1, "there is no interface eth9"}});
+}
+
+using Rules = Routing;
+
+TEST_F(Rules, AreChangedInTheKernelAndReadBack) {
+    ExpectAll({{"table add 100", 0, "pref 32765 from all table 100   added\n"},
+               {"table add 100", 0, "there is already pref 32765 from all table 100"},
+               {"table del 100", 0, "pref 32764 from all table 100   deleted\n"},
+               {"rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100", 0,
+                "pref 30 from 192.168.1.0/24 fwmark 0x10 table 100   added\n"},
+               {"rule show -4", 0, "30     192.168.1.0/24  16      100    inet\n"},
+               {"table del 100", 2, "the kernel would delete pref 30 from 192.168.1.0/24 fwmark 0x10 table 100"},
+               {"rule del from 192.168.2.0/24 pref 30 table 100", 2, "the kernel would delete pref 30 from 192.168.1"},
+               {"rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100", 1, "there is already pref 30"},
+               {"rule del from 192.168.2.0/24 table 100", 1, "there is no such rule"},
+               {"rule add from 2001:db8::/32 table 100", 2, "IPv4 rules only"},
+               {"table add 254 -n", 0, "table 254 is one of the kernel's own"}});
+    EXPECT_EQ(DocumentOf("rule del pref 30"), (Json{{"pref", 30},
+                                                    {"from", "192.168.1.0/24"},
+                                                    {"fwmark", 16},
+                                                    {"table", 100},
+                                                    {"family", "inet"},
+                                                    {"other_conditions", false}}));
+    EXPECT_THAT(OutputOf("ip rule"), testing::AllOf(HasSubstr("32765:\tfrom all lookup 100"), Not(HasSubstr("30:\t"))));
+}
+
+TEST(Routed, SuccessThatDidNotHappenIsNotApplied) {
+    StandInTools tools({"ip"});
+    const Daemon daemon;
+    ExpectAll({{"route add 10.1.0.0/16 via 192.168.1.254", 5, "answered success, but the kernel has no such route"},
+               {"table add 100", 5, "answered success, but no such rule was added"},
+               {"rule del pref 32767", 5, "answered success, but no rule is gone"},
+               {"gateway set 192.168.1.1 dev eth0", 5, "answered success, but eth0 has no gateway"}});
+    tools.Answer("ip -4 route show dev eth0 default", "default via 192.168.1.1 \n");
+    ExpectAll({{"gateway del dev eth0 -4", 5, "answered success, but eth0 still has 192.168.1.1"}});
+}
+
+}  // namespace

@@ -1,0 +1,193 @@
+// The settings as a document; files of them; changes that are taken back; what the daemon logs for a command.
+#include "client/ctl/state.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "client/ctl/format.h"
+#include "tests/ctl/tool.h"
+
+namespace tessel::test {
+
+using ctl::Joined;
+using ctl::StepsBetween;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// {"interfaces": [eth0]} with one member set, or another member of the document.
+Json State(const char* key, const char* value) {
+    Json state = Json::parse(R"({"interfaces": [{"interface": "eth0", "mtu": 1500, "mac": "02:00:00:00:00:01",
+        "addresses": ["192.168.1.20/24", "2001:db8::5/64"], "gateways": ["192.168.1.1"]}], "priorities": [],
+        "routes": [{"destination": "10.1.0.0/16", "gateway": "192.168.1.254", "interface": "eth0", "metric": 5}],
+        "rules": [{"pref": 30, "from": "192.168.1.0/24", "fwmark": 16, "table": 100}]})");
+    Json& place = state.contains(key) ? state : state["interfaces"][0];
+    place[key] = Json::parse(value);
+    return state;
+}
+
+TEST(StateTest, StepsLeadFromOneDocumentToAnother) {
+    struct Case {
+        const char* key;
+        const char* wanted;
+        std::vector<std::string> steps;
+    };
+    const Case cases[] = {
+        {"mtu", "1500", {}},
+        {"mtu", "1400", {"link set eth0 mtu 1400"}},
+        {"mac", R"("02:00:00:00:00:09")", {"link set eth0 mac 02:00:00:00:00:09"}},
+        {"addresses", R"(["2001:db8::5/64", "192.168.1.20/24"])", {}},
+        {"addresses",
+         R"(["192.168.1.20/24", "192.168.1.21/24", "2001:db8::5/64"])",
+         {"addr add 192.168.1.21/24 dev eth0"}},
+        // With its addresses the interface loses what goes through it.
+        {"addresses",
+         R"(["192.168.1.21/24", "2001:db8::5/64"])",
+         {"addr set dev eth0 -4 192.168.1.21/24", "gateway set 192.168.1.1 dev eth0",
+          "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5"}},
+        {"addresses", R"(["192.168.1.20/24"])", {"addr flush dev eth0 -6"}},
+        {"gateways", "[]", {"gateway del dev eth0 -4"}},
+        {"gateways",
+         R"(["192.168.1.2", "fe80::1"])",
+         {"gateway replace 192.168.1.2 dev eth0", "gateway set fe80::1 dev eth0"}},
+        {"priorities",
+         R"([{"interface": "eth0", "metric": 10}, {"interface": "eth1", "metric": 20}])",
+         {"priority set eth0 10 eth1 20"}},
+        {"routes", "[]", {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5"}},
+        {"routes",
+         R"([{"destination": "10.1.0.0/16", "gateway": "192.168.1.254", "interface": "eth0", "metric": 6}])",
+         {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5",
+          "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6"}},
+        {"rules",
+         R"([{"pref": 30, "from": "192.168.1.0/24", "fwmark": null, "table": 100}])",
+         {"rule del from 192.168.1.0/24 fwmark 16 pref 30 table 100",
+          "rule add from 192.168.1.0/24 pref 30 table 100"}},
+    };
+    for (const Case& one : cases) {
+        std::vector<std::string> lines;
+        for (const ctl::Step& step : StepsBetween(State("mtu", "1500"), State(one.key, one.wanted)))
+            lines.push_back(Joined(step, " "));
+        EXPECT_EQ(lines, one.steps) << one.key << " " << one.wanted;
+    }
+    EXPECT_THAT(StepsBetween(State("mtu", "1500"), Json::object()), IsEmpty()) << "what is not named is left alone";
+}
+
+// Real `ip`, and a device with settings of each kind.
+class DeviceStateTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        Prepare({"ip addr flush dev eth0", "ip addr flush dev eth1"});
+        for (const char* line : {"addr set dev eth0 192.168.1.20/24 2001:db8::5/64", "gateway set 192.168.1.1 dev eth0",
+                                 "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5",
+                                 "rule add from 192.168.1.0/24 pref 30 table 100"}) {
+            const ToolRun run = RunLine(line);
+            ASSERT_EQ(run.status, 0) << line << run.err;
+        }
+        before_ = Settings();
+    }
+    void TearDown() override {
+        (void)RunLine("try cancel");
+        (void)RunLine("rule del pref 30");
+    }
+    static Json Settings() {
+        return DocumentOf("export");
+    }
+    // The tool in a process of its own, as typed at a terminal that may end.
+    static pid_t Typed(const std::string& line) {
+        const pid_t child = fork();
+        if (child == 0) _exit(RunLine(line).status);
+        return child;
+    }
+    static int StatusOf(pid_t child) {
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    static bool IsWaiting() {
+        return RunLine("try status").out.find("waiting") != std::string::npos;
+    }
+
+    const Daemon daemon_;
+    Json before_;
+};
+
+TEST_F(DeviceStateTest, AFileBringsBackWhatWasExported) {
+    EXPECT_EQ(RunLine("export /tmp/state.json").status, 0);
+    ExpectAll({{"diff /tmp/state.json", 0, "no difference"},
+               {"export /tmp/state.json", 2, "would be replaced"},
+               {"addr set dev eth0 -4 192.168.1.77/24", 0, ""},
+               {"route add 10.2.0.0/16 via 192.168.1.254 dev eth0 metric 5", 0, ""},
+               {"link set eth0 mtu 1400", 0, ""},
+               {"diff /tmp/state.json", 1, "addr set dev eth0 -4 192.168.1.20/24"},
+               {"apply /tmp/state.json", 2, "would be run (--yes does it)"}});
+    EXPECT_NE(Settings(), before_);
+    ExpectAll({{"apply /tmp/state.json --yes", 0, "as wanted"}, {"apply /tmp/state.json", 0, "already"}});
+    EXPECT_EQ(Settings(), before_);
+}
+
+TEST_F(DeviceStateTest, AWrongFileIsRefusedWithThePlace) {
+    for (const auto& [text, problem] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"{", "line 1"},
+             {"[]", "{object} expected"},
+             {R"({"speed": 1})", R"(there is no setting "speed")"},
+             {R"({"interfaces": [{"mtu": 1400}]})", R"("interfaces[0].interface" is missing)"},
+             {R"({"interfaces": [{"interface": "eth9"}]})", "there is no interface eth9"},
+             {R"({"interfaces": [{"interface": "eth0", "mtu": 20}]})", "from 68 to 65536"},
+             {R"({"interfaces": [{"interface": "eth0", "addresses": ["192.168.1.300/24"]}]})", "addresses[0]"}}) {
+        WriteFile("/tmp/wrong.json", text);
+        ExpectAll({{"diff /tmp/wrong.json", 2, problem}, {"apply /tmp/wrong.json --yes", 2, "/tmp/wrong.json"}});
+    }
+}
+
+TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
+    const char* const kChange = " -- addr set dev eth0 -4 192.168.1.99/24";
+    ToolRun run = RunLine(std::string("try 1") + kChange);
+    EXPECT_EQ(run.status, 6);
+    EXPECT_THAT(run.out, HasSubstr("as before"));
+    EXPECT_THAT(run.err, HasSubstr("everything is as before"));
+    EXPECT_EQ(Settings(), before_) << "time-out";
+
+    const pid_t cancelled = Typed(std::string("try 60") + kChange);
+    ASSERT_TRUE(Eventually(&IsWaiting));
+    EXPECT_EQ(RunLine(std::string("try 60") + kChange).status, 2) << "one at a time";
+    EXPECT_EQ(RunLine("try cancel").status, 0);
+    EXPECT_EQ(StatusOf(cancelled), 6);
+    EXPECT_EQ(Settings(), before_) << "cancelled";
+
+    EXPECT_EQ(RunLine("try 60 -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0").status, 6) << "a failure";
+    EXPECT_EQ(RunLine("try 60 -- addr add x dev eth0").status, 2);
+    EXPECT_EQ(Settings(), before_);
+
+    const pid_t killed = Typed(std::string("try 2") + kChange);
+    ASSERT_TRUE(Eventually(&IsWaiting));
+    kill(killed, SIGKILL);
+    EXPECT_EQ(StatusOf(killed), -SIGKILL);
+    EXPECT_NE(Settings(), before_);
+    EXPECT_TRUE(Eventually([&] { return Settings() == before_; })) << "the guardian outlives the terminal";
+    ASSERT_TRUE(Eventually([] { return RunLine("try status").out.starts_with("nothing waits"); }));
+
+    const pid_t kept = Typed(std::string("--try 60 addr set dev eth0 -4 192.168.1.99/24"));
+    ASSERT_TRUE(Eventually(&IsWaiting));
+    EXPECT_EQ(RunLine("try confirm").status, 0);
+    EXPECT_EQ(StatusOf(kept), 0);
+    EXPECT_THAT(Settings().dump(), HasSubstr("192.168.1.99/24"));
+    ExpectAll({{"try confirm", 1, "nothing waits"}, {"try status", 0, "nothing waits"}});
+}
+
+TEST_F(DeviceStateTest, ATraceShowsWhatTheDaemonRan) {
+    ToolRun run = RunLine("trace -- addr show dev eth0 -4");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("GetIpaddrV4 cmd : ip ip -4 addr show dev eth0\n"));
+    EXPECT_THAT(run.out, HasSubstr("192.168.1.20/24"));
+    EXPECT_THAT(run.err, HasSubstr("cannot be read back"));
+    run = RunLine("trace -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0");
+    EXPECT_EQ(run.status, 1) << "the command's own";
+    EXPECT_THAT(run.out, HasSubstr("OneRouteAdd error!"));
+}
+
+}  // namespace
+
+}  // namespace tessel::test

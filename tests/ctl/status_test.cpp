@@ -1,0 +1,138 @@
+// What the tool finds out without changing anything: status, why, wait and monitor.
+#include <csignal>
+#include <thread>
+
+#include "client/ctl/time_text.h"
+#include "client/libtessel.h"
+#include "tests/ctl/tool.h"
+
+namespace {
+
+using namespace tessel;
+using namespace tessel::ctl;
+using namespace tessel::test;
+
+class Finding : public testing::Test {
+  protected:
+    void SetUp() override {
+        Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip addr add 192.168.2.20/24 dev eth1",
+                 "ip route add default via 192.168.1.1 metric 10", "ip route add default via 192.168.2.1 metric 5"});
+    }
+    void TearDown() override {
+        Prepare({"ip addr flush dev eth0", "ip addr flush dev eth1"});
+    }
+};
+
+TEST_F(Finding, StatusOfADaemonThatRuns) {
+    const Daemon daemon;
+    TNetPrioParamList list{.dwNum = 2,
+                           .atPrio = {{.achDevName = "eth1", .nPriority = 5}, {.achDevName = "eth2", .nPriority = 30}}};
+    ASSERT_EQ(tessel_priority_set(&list), TESSEL_OK);
+    Prepare({"ip link set eth2 down", "for i in 1 2 3 4 5; do ip addr add 10.0.$i.1/24 dev eth2; done"});
+    tessel_listener* listener = nullptr;
+    ASSERT_EQ(tessel_listener_open("ipc_dhcpc_eth0_801", 0, &listener), TESSEL_OK);
+    const std::string me = std::string(program_invocation_short_name) + " (pid " + std::to_string(getpid()) + ")";
+    ExpectAll({{"", 0, "running, pid " + std::to_string(daemon.Pid()) + ", since 20"},
+               {"status", 0, "gateway 192.168.2.1  metric 5  <- default route\n"},
+               {"status", 0, "gateway 192.168.1.1  metric 10\n"},
+               {"status", 0, "down"},
+               {"status", 0, "10.0.4.1/24  and 1 more"},
+               {"status", 0, "priority 30, not used: no link"},
+               {"status", 0, "listening  conflict: nobody   dhcp eth0: " + me},
+               {"status", 0, "firewall   inet off   inet6 off"},
+               {"status eth0 -g address", 0, "192.168.1.20"},
+               {"status eth9", 2, "there is no interface eth9"}});
+    tessel_listener_close(listener);
+    EXPECT_EQ(RunLine("status eth1").out.find("eth0"), std::string::npos);
+    const Json status = DocumentOf("status");
+    EXPECT_EQ(status["daemon"]["pid"], daemon.Pid());
+    EXPECT_EQ(status["daemon"]["other_pids"], Json::array());
+    EXPECT_EQ(status["interfaces"].back()["priority"], 30);
+    EXPECT_EQ(status["crash"], nullptr);
+    Prepare({"touch -d '2026-01-01 12:00:00 UTC' /usr/tessel_crash.log.0"});
+    EXPECT_EQ(DocumentOf("status")["crash"], nullptr);  // empty: nothing was reported
+    Prepare({"echo x > /usr/tessel_crash.log.0", "touch -d '2026-01-01 12:00:00 UTC' /usr/tessel_crash.log.0"});
+    EXPECT_EQ(DocumentOf("status")["crash"]["time"], "2026-01-01T12:00:00.000Z");
+    Prepare({"rm /usr/tessel_crash.log.0", "ip addr flush dev eth2", "ip link set eth2 up"});
+}
+
+TEST_F(Finding, StatusWithoutAnAnswerShowsTheRest) {
+    const ToolRun absent = RunLine("status");
+    EXPECT_EQ(absent.status, 3);
+    EXPECT_THAT(absent.out, HasSubstr("tessel_daemon   not running\n"));
+    EXPECT_THAT(absent.out, HasSubstr("gateway 192.168.2.1"));
+    const Daemon daemon;
+    kill(daemon.Pid(), SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    const ToolRun hangs = RunLine("status");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+    kill(daemon.Pid(), SIGCONT);
+    EXPECT_EQ(hangs.status, 4);
+    EXPECT_THAT(hangs.out, HasSubstr("not answering, pid " + std::to_string(daemon.Pid())));
+    EXPECT_THAT(hangs.out, HasSubstr("192.168.1.20/24"));
+}
+
+TEST_F(Finding, WhyShowsTheChoice) {
+    Prepare({"ip route add 10.1.0.0/16 via 192.168.1.9", "ip rule add pref 70 fwmark 7 table 70",
+             "ip route add default via 192.168.1.7 table 70"});
+    {
+        const Daemon daemon;
+        TNetPrioParamList list{.dwNum = 1, .atPrio = {{.achDevName = "eth1", .nPriority = 5}}};
+        ASSERT_EQ(tessel_priority_set(&list), TESSEL_OK);
+        EXPECT_THAT(RunLine("why 8.8.8.8").out, HasSubstr("lowest metric (priority eth1 = 5)"));
+    }
+    EXPECT_EQ(RunLine("why 8.8.8.8").out,
+              "8.8.8.8 leaves through eth1 via 192.168.2.1, source 192.168.2.20, table main\n"
+              "  rule 32766: from all lookup main            no earlier rule matches\n"
+              "  default via 192.168.2.1 dev eth1 metric 5   <- chosen: lowest metric\n"
+              "  default via 192.168.1.1 dev eth0 metric 10     next if eth1 loses its route\n");
+    ExpectAll({{"why 10.1.2.3", 0, "<- chosen: longest prefix"},
+               {"why 8.8.8.8 fwmark 7", 0, "rule 70: from all fwmark 7 lookup 70"},
+               {"why 192.168.2.9 fwmark 7 from 192.168.1.20", 0, "via 192.168.1.7, source 192.168.1.20, table 70"},
+               {"why 192.168.1.5", 0, "leaves through eth0, on the link, source 192.168.1.20"},
+               {"why 192.168.1.20", 0, "192.168.1.20 is an address of this device"},
+               {"why 8.8.8.8 from fe80::1", 2, "addresses of two families"},
+               {"why 2001:db8::1", 1, "no route leads there"}});
+    EXPECT_EQ(DocumentOf("why 10.1.2.3")["routes"][0]["chosen"], true);
+    Prepare({"ip rule del pref 70", "ip route flush table 70"});
+}
+
+TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
+    ExpectAll({{"wait daemon -t 1", 4, "wait daemon: the daemon is not running, after 1 s"},
+               {"wait link eth9 -t 1", 4, "wait link eth9: eth9 is not up, after 1 s"},
+               {"wait link eth0 -t 1", 0, "eth0"}});
+    const Daemon daemon;
+    ExpectAll({{"wait daemon -t 5", 0, std::to_string(daemon.Pid())},
+               {"wait addr eth1", 0, "192.168.2.20/24"},
+               {"wait addr eth1 -6 -t 1", 4, "eth1 has no address"},
+               {"wait gateway -t 5", 0, "192.168."},
+               {"wait gateway eth2 -t 1", 4, "eth2 has no gateway"}});
+    std::thread later([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        Prepare({"ip addr add 10.8.0.1/16 dev eth2"});
+    });
+    EXPECT_EQ(DocumentOf("wait addr eth2 -4 -t 20")["address"], "10.8.0.1");
+    later.join();
+    Prepare({"ip addr flush dev eth2"});
+}
+
+TEST_F(Finding, MonitorShowsTheKernelAndTakesOnlyWhatIsFree) {
+    const std::string tool = TESSEL_CTL_PATH;
+    const std::string shown =
+        OutputOf("(sleep 1.5; ip route add 10.4.0.0/16 via 192.168.1.4) & timeout --preserve-status -s INT 4 " + tool +
+                 " monitor -j; echo exit $?");
+    EXPECT_THAT(shown, HasSubstr("\"event\":\"route\",\"source\":\"kernel\""));
+    EXPECT_THAT(shown, HasSubstr("10.4.0.0/16"));
+    EXPECT_THAT(shown, HasSubstr("exit 130"));
+    tessel_listener* listener = nullptr;
+    ASSERT_EQ(tessel_listener_open("ipc_ntp", 0, &listener), TESSEL_OK);
+    const std::string planned = RunLine("monitor -n").out;
+    EXPECT_THAT(planned, HasSubstr("ipc_ntpv6"));
+    EXPECT_EQ(planned.find("ipc_ntp "), std::string::npos) << planned;
+    ExpectAll({{"monitor ntp", 2, "--take"},
+               {"monitor ping", 2, "nobody did (see \"ping\")"},
+               {"monitor nonsense", 2, "nonsense"}});
+    tessel_listener_close(listener);
+}
+
+}  // namespace

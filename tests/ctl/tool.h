@@ -1,0 +1,100 @@
+// The tool, run within this process against a daemon that really runs, and the lines that it is given.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/ctl/json.h"
+#include "client/ctl/tesselctl.h"
+#include "tests/support/daemon.h"
+#include "tests/support/far.h"
+#include "tests/support/files.h"
+
+namespace tessel::test {
+
+using ctl::Json;
+using testing::HasSubstr;
+
+struct ToolRun {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+inline std::string Contents(std::FILE* file) {
+    std::string text(static_cast<std::size_t>(ftell(file)), '\0');
+    rewind(file);
+    text.resize(fread(text.data(), 1, text.size(), file));
+    fclose(file);
+    return text;
+}
+
+// Words at blanks; 'several words' between single quotes are one.
+inline std::vector<std::string> WordsOf(const std::string& line) {
+    std::vector<std::string> words;
+    std::istringstream pieces(line);
+    for (std::string piece; std::getline(pieces, piece, '\'');) {
+        std::istringstream stream(piece);
+        words.insert(words.end(), std::istream_iterator<std::string>(stream), {});
+        if (std::getline(pieces, piece, '\'')) words.push_back(piece);
+    }
+    return words;
+}
+
+inline ToolRun RunLine(const std::string& line) {
+    std::FILE* out = tmpfile();
+    std::FILE* err = tmpfile();
+    const int status = ctl::RunTool(WordsOf(line), out, err);
+    return {status, Contents(out), Contents(err)};
+}
+
+// The document that a line prints with -j.
+inline Json DocumentOf(const std::string& line) {
+    const ToolRun run = RunLine(line + " -j");
+    EXPECT_TRUE(Json::accept(run.out)) << line << "\n" << run.out << run.err;
+    return Json::parse(run.out, nullptr, false);
+}
+
+struct Expected {
+    std::string line;
+    int status;
+    std::string text;  // in standard output or standard error
+};
+
+inline void ExpectAll(std::initializer_list<Expected> cases) {
+    for (const Expected& one : cases) {
+        const ToolRun run = RunLine(one.line);
+        EXPECT_EQ(run.status, one.status) << one.line << "\n" << run.out << run.err;
+        EXPECT_THAT(run.out + run.err, HasSubstr(one.text)) << one.line;
+    }
+}
+
+// Runs lines of the device's own tools in the sandbox that the tests live in.
+inline void Prepare(std::initializer_list<const char*> lines) {
+    for (const char* line : lines)
+        ASSERT_EQ(std::system(line), 0) << line;
+}
+
+// A remote session, as sshd(8) describes it.
+class RemoteSession {
+  public:
+    explicit RemoteSession(const char* peer = "192.168.1.77", const char* device = "192.168.1.20") {
+        setenv("SSH_CONNECTION", (std::string(peer) + " 50000 " + device + " 22").c_str(), 1);
+    }
+    ~RemoteSession() {
+        unsetenv("SSH_CONNECTION");
+    }
+    RemoteSession(const RemoteSession&) = delete;
+    RemoteSession& operator=(const RemoteSession&) = delete;
+};
+
+}  // namespace tessel::test

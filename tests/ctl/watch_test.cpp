@@ -1,0 +1,362 @@
+// What comes in notices: how it is shown, who may listen, and that everything started is ended again.
+#include <linux/if_ether.h>
+#include <pthread.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <thread>
+
+#include "client/ctl/events.h"
+#include "client/event_names.h"
+#include "core/ipc.h"
+#include "tests/ctl/tool.h"
+#include "tests/support/arp.h"
+#include "tests/support/conversation.h"
+#include "tests/support/dhcp.h"
+#include "tests/support/listener.h"
+
+namespace {
+
+using namespace tessel;
+using namespace tessel::ctl;
+using namespace tessel::test;
+using testing::ContainsRegex;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+
+const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
+
+std::optional<ShownEvent> Show(const char* socket, u32 type, std::string_view payload) {
+    const EventName name = FindEventName(socket, type);
+    tessel_event event{.kind = name.kind, .name = name.name, .type = type, .size = 0, .payload = {}};
+    event.size = static_cast<u32>(payload.copy(reinterpret_cast<char*>(event.payload), sizeof(event.payload)));
+    return ShowEvent(event, socket, WallTime{});
+}
+
+TEST(Events, EveryKindHasItsFieldsAndItsLine) {
+    const TNetPingResult echo{.nUserId = 7, .dwTtl = 64, .dwTime = 412, .dwSeq = 2, .dwLast = 1};
+    const TNetTracerouteResult probe{Address("10.1.0.2"), 3, 7, 12345, {}, 0};
+    const TNetTracerouteResult silent{{}, 3, 7, 5000000, {}, 1};
+    TNetDhcpcLease lease{"eth0", Address("10.0.0.7"), Address("10.0.0.1"), 24, 93600, 2, {}};
+    lease.atDns[0] = lease.atDns[1] = Address("10.0.0.1");
+    const TNetDhcpcLease none{"eth0", {}, {}, 0, 0, 0, {}};
+    const TNetConflictReport conflict{"eth0", Address("192.168.1.20"), {2, 0, 0, 0, 0, 1}};
+    TNetRouterNotify router{.achDevName = "eth0", .tIfaceIp = {}, .tGateway = Address("fe80::1")};
+    router.tIfaceIp.dwNum = 1;
+    router.tIfaceIp.atIp[0] = {4, 10, 0, {0x20, 1}, 64, 0, 0};
+    const TNetBandwidthReport bandwidth{{{12345678, 999, 1, 0}, {~u64{0}, 5, 1, 0}, {}}};
+    const i32 slow = -3;
+    const std::string unknown = "\"address\":null,\"prefix_length\":null,\"gateway\":null,\"lease_s\":null,\"dns\":[]}";
+    const struct {
+        const char* socket;
+        u32 type;
+        std::string_view payload;
+        std::string line;  // behind the clock
+        std::string fields;
+    } cases[] = {
+        {"ipc_ping_7", 0, Bytes(echo), "ping      id 7  seq 2  ttl 64  0.41 ms",
+         R"({"id":7,"seq":2,"ttl":64,"rtt_us":412,"last":true})"},
+        {"ipc_ping_7", 1, Bytes(echo), "ping      id 7  seq 2  no reply",
+         R"({"id":7,"seq":2,"ttl":null,"rtt_us":null,"last":true})"},
+        {"ipc_ping_7", 2, Bytes(echo), "ping      id 7  seq 2  ping printed nothing", ""},
+        {"ipc_ping_7", 3, Bytes(echo), "ping      id 7  seq 2  the network is unreachable", ""},
+        {"ipc_traceroute_7", 101, Bytes(silent), "trace     id 7  hop 3  not sent, or ", ""},
+        {"ipc_traceroute_7", 102, Bytes(silent), "trace     id 7  hop 3  no answer",
+         R"({"id":7,"hop":3,"address":null,"rtt_us":null,"last":true})"},
+        {"ipc_traceroute_7", 103, Bytes(probe), "trace     id 7  hop 3  10.1.0.2  12.3 ms",
+         R"({"id":7,"hop":3,"address":"10.1.0.2","rtt_us":12345,"last":false})"},
+        {"ipc_traceroute_7", 104, Bytes(probe), "trace     id 7  hop 3  10.1.0.2  12.3 ms  reached", ""},
+        {"ipc_traceroute_7", 105, Bytes(silent), "trace     id 7  hop 3  not sent: there is no route", ""},
+        {"ipc_traceroute_7", 106, Bytes(probe), "10.1.0.2  12.3 ms  the target cannot be reached", ""},
+        {"ipc_dhcpc_eth0_1", 0x505, Bytes(lease),
+         "dhcp      eth0  lease 10.0.0.7/24 gateway 10.0.0.1 dns 10.0.0.1 10.0.0.1 for 1d 2h",
+         R"({"interface":"eth0","family":"inet","address":"10.0.0.7","prefix_length":24,"gateway":"10.0.0.1",)"
+         R"("lease_s":93600,"dns":["10.0.0.1","10.0.0.1"]})"},
+        {"ipc_dhcpcv6_eth0_6_1", 0x506, Bytes(none), "dhcp      eth0  no inet6 lease, or it was refused",
+         R"({"interface":"eth0","family":"inet6",)" + unknown},
+        {"ipc_dhcpc_eth0_1", 0, Bytes(none), "dhcp      eth0  the inet lease has gone",
+         R"({"interface":"eth0","family":"inet",)" + unknown},
+        {"ipc_ntpv6", 1, Bytes(slow), "ntp       inet6: the clock was off by -3 s",
+         R"({"family":"inet6","deviation_s":-3})"},
+        {"ipc_ntp", 2, "", "ntp       inet: no useful answer", R"({"family":"inet","deviation_s":null})"},
+        {"ipc_ip_conflict", 1, Bytes(conflict),
+         "conflict  eth0  192.168.1.20 is used by another host (reported again every 5 s while it lasts)",
+         R"({"interface":"eth0","family":"inet","address":"192.168.1.20","interface_mac":"02:00:00:00:00:01"})"},
+        {"ipc_ipv6_conflict", 2, Bytes(conflict),
+         "conflict  eth0  its hardware address 02:00:00:00:00:01 is used by another host", ""},
+        {"ipc_router_notify_eth0_0_1", 0, Bytes(router), "ra        eth0  addresses 2001::/64 gateway fe80::1",
+         R"({"interface":"eth0","addresses":["2001::/64"],"gateway":"fe80::1"})"},
+        {"ipc_stat", 0, Bytes(bandwidth), "traffic   eth0 sends 12.3 Mbit/s, receives 999 bit/s",
+         R"({"interfaces":[{"interface":"eth0","send_bps":12345678,"receive_bps":999,"valid":true},)"
+         R"({"interface":"eth1","send_bps":null,"receive_bps":null,"valid":false},)"
+         R"({"interface":"eth2","send_bps":null,"receive_bps":null,"valid":false}]})"},
+    };
+    EXPECT_EQ(std::size(cases), std::size_t{TESSEL_EVENT_TRAFFIC});
+    int kind = 0;
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.line);
+        auto shown = Show(one.socket, one.type, one.payload);
+        ASSERT_TRUE(shown.has_value());
+        EXPECT_EQ(shown->kind, ++kind);
+        EXPECT_THAT(shown->line, HasSubstr(one.line));
+        EXPECT_EQ(shown->document["time"], "1970-01-01T00:00:00.000Z");
+        EXPECT_EQ(shown->document["source"], one.socket);
+        for (const char* key : {"time", "event", "source"})
+            shown->document.erase(key);
+        EXPECT_TRUE(one.fields.empty() || shown->document.dump() == one.fields) << shown->document;
+        EXPECT_FALSE(Show(one.socket, one.type, std::string(one.payload) + "x").has_value());
+    }
+    EXPECT_FALSE(Show("ipc_ip_conflict", 3, Bytes(conflict)).has_value());
+}
+
+TEST(Events, ChangesInTheKernel) {
+    const std::pair<const char*, std::string> cases[] = {
+        {R"({"event":"route","action":"added","destination":"default","gateway":"192.168.2.1","interface":"eth1",
+             "metric":5,"table":254,"source":null})",
+         "kernel    eth1  default via 192.168.2.1 metric 5 added"},
+        {R"({"event":"route","action":"removed","destination":"10.0.0.0/8","gateway":null,"metric":0,"table":7})",
+         "kernel    10.0.0.0/8 without metric table 7 removed"},
+        {R"({"event":"addr","action":"added","interface":"eth0","address":"fe80::1","prefix_length":64})",
+         "kernel    eth0  fe80::1/64 added"},
+        {R"({"event":"link","action":"added","interface":"eth0","state":"down","mtu":1400})", "eth0  down mtu 1400"},
+        {R"({"event":"rule","action":"added","pref":9,"from":"all","fwmark":3,"table":7})",
+         "kernel    rule 9 from all fwmark 3 table 7 added"},
+    };
+    for (const auto& [change, line] : cases) {
+        const ShownEvent shown = ShowKernelEvent(Json::parse(change), WallTime{});
+        EXPECT_THAT(shown.line, testing::EndsWith(line));
+        EXPECT_EQ(shown.document["source"], "kernel");
+    }
+}
+
+// The tool in a thread of its own, its output in a pipe.
+class Watching {
+  public:
+    explicit Watching(const std::string& line) {
+        int ends[2];
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        read_ = fdopen(ends[0], "r");
+        thread_ = std::thread([this, line, out = fdopen(ends[1], "w")] {
+            status_ = RunTool(WordsOf(line), out, err_);
+            fclose(out);
+        });
+    }
+    ~Watching() {
+        if (read_ != nullptr) fclose(read_);
+    }
+    Watching(const Watching&) = delete;
+    Watching& operator=(const Watching&) = delete;
+
+    [[nodiscard]] std::string Line() {
+        char line[512] = "";
+        return fgets(line, sizeof(line), read_) == nullptr ? "" : line;
+    }
+    void Signal(int signal) {
+        EXPECT_EQ(pthread_kill(thread_.native_handle(), signal), 0);
+    }
+    void StopReading() {
+        fclose(std::exchange(read_, nullptr));
+    }
+    // Standard error.
+    std::string EndsWith(int status) {
+        thread_.join();
+        EXPECT_EQ(status_, status);
+        return Contents(err_);
+    }
+
+  private:
+    std::FILE* read_;
+    std::FILE* err_ = tmpfile();
+    int status_ = -1;
+    std::thread thread_;
+};
+
+void PrepareLink() {
+    Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip -n far addr add 192.168.1.1/24 dev far0"});
+}
+
+bool IsThere(const std::string& name) {
+    return access(("/tmp/" + name).c_str(), F_OK) == 0;
+}
+
+TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
+    PrepareLink();
+    const Daemon daemon;
+    const ToolRun run = RunLine("ping 192.168.1.1 count 2");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, MatchesRegex("192.168.1.1: seq 0  ttl 64  [0-9.]+ ms\n192.168.1.1: seq 1  ttl 64  [0-9.]+ ms\n"
+                                      "2 sent, 2 answered, 0% lost, [0-9.]+ / [0-9.]+ / [0-9.]+ ms\n"));
+    ExpectAll({{"ping 192.168.1.9 count 1 timeout 1", 1, "1 sent, 0 answered, 100% lost\n"},
+               {"ping 203.0.113.1 count 1", 1, "the network is unreachable"},
+               {"ping 192.168.1.1 count 0", 2, "\"0\" is no number from 1"},
+               {"ping 192.168.1.300", 2, "no address"},
+               {"ping 192.168.1.1 count 1 -n", 0, "listens under ipc_ping_"},
+               {"ping stop 7", 0, "ping 7 stopped"}});
+    std::istringstream lines(RunLine("ping 192.168.1.1 count 1 -j").out);
+    std::string line;
+    EXPECT_EQ(Json::parse((std::getline(lines, line), line))["event"], "ping_reply");
+    EXPECT_EQ(Json::parse((std::getline(lines, line), line))["lost_percent"], 0);
+    EXPECT_EQ(RunLine("ping 192.168.1.1 count 2 -g seq").out, "0\n1\n");
+    // An interrupted one is stopped: the next one of the same id can start.
+    Watching watching("ping 192.168.1.9 count 100 timeout 1");
+    EXPECT_THAT(watching.Line(), HasSubstr("no reply"));
+    watching.Signal(SIGINT);
+    EXPECT_THAT(watching.EndsWith(128 + SIGINT), IsEmpty());
+    ExpectAll({{"ping 192.168.1.1 count 1", 0, "1 answered"}});
+    EXPECT_FALSE(IsThere("ipc_ping_" + std::to_string(getpid())));
+}
+
+TEST(Ping, GivesUpWhenTheDaemonReportsNothing) {
+    StandInTools tools({"ping"});
+    tools.Answer("ping -c 1 -s 56 -t 64 -W 1 192.168.1.1",
+                 "64 bytes from 192.168.1.1: icmp_seq=1 ttl=64 time=200000 ms\n");
+    const Daemon daemon;
+    ExpectAll({{"ping 192.168.1.1 count 1 timeout 1", 1, "0 sent, 0 answered\n"}});
+    EXPECT_EQ(tools.TakeRuns().size(), 1U);
+}
+
+TEST(Traceroute, ALineAHop) {
+    PrepareLink();
+    const Daemon daemon;
+    for (int i = 0; i < 2; ++i) {  // the id is free again
+        const ToolRun run = RunLine("traceroute 192.168.1.1");
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_THAT(run.out, MatchesRegex("  1  192.168.1.1  [0-9.]+ ms\n"));
+    }
+    ExpectAll({{"traceroute 203.0.113.1", 1, "  1  no route\n"}, {"traceroute stop 7", 0, "trace 7 stopped"}});
+    EXPECT_EQ(RunLine("traceroute 192.168.1.1 -g event").out, "trace_reached\n");
+}
+
+TEST(Traffic, IsShownAndSwitchedOff) {
+    const Daemon daemon;
+    const ToolRun run = RunLine("traffic watch count 2");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    EXPECT_THAT(run.out, ContainsRegex("  traffic   eth0 sends .*it/s, receives .*it/s   eth1"));
+    Listener listener("ipc_stat");
+    EXPECT_EQ(listener.Next(2000), 0) << "of the period that ran";
+    EXPECT_EQ(listener.Next(2000), -1);
+}
+
+TEST(Traffic, WhatSomebodyElseHasStartedGoesOn) {
+    const Daemon daemon;
+    Listener listener("ipc_stat");
+    ASSERT_EQ(tessel_traffic_start(2), TESSEL_OK);
+    ExpectAll({{"traffic watch count 1", 2, kThisProgram + " listens under ipc_stat (--take"},
+               {"traffic stop", 2, "would get no more"},
+               {"traffic watch count 2 --take", 0, "reports come every 2 s"},
+               {"traffic watch count 1 -g valid", 0, "true\ntrue\ntrue\n"},
+               {"traffic stop", 0, "reported no more"}});
+}
+
+// Somebody on the link who says that an address of the device is his.
+void Claim(const FarLink& link) {
+    link.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst)));
+}
+
+TEST(Conflict, IsReportedUntilInterrupted) {
+    PrepareLink();
+    const FarLink link("far0", ETH_P_ARP);
+    const Daemon daemon;
+    Watching watching("conflict watch -4");
+    ASSERT_TRUE(Eventually([] { return IsThere("ipc_ip_conflict"); }));
+    EXPECT_TRUE(IpcCallbackSendAndRecv("ipc_ip_conflict", 3, nullptr, 0, nullptr, 0) == 0);
+    std::thread claims([&] {
+        for (int i = 0; i < 3; ++i) {
+            Claim(link);
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        }
+    });
+    EXPECT_THAT(watching.Line(), ContainsRegex("  conflict  eth0  192.168.1.20 is used by another host"));
+    claims.join();
+    ExpectAll({{"conflict watch -4", 2, kThisProgram + " listens under ipc_ip_conflict (--take"},
+               {"conflict off", 2, kThisProgram + " listens for inet conflicts"}});
+    watching.Signal(SIGTERM);
+    EXPECT_THAT(watching.EndsWith(128 + SIGTERM), HasSubstr("connections that brought no event: 1"));
+    EXPECT_FALSE(IsThere("ipc_ip_conflict"));
+    // They are off again.
+    const auto listener = OpenListener("ipc_ip_conflict");
+    Claim(link);
+    tessel_event event;
+    EXPECT_EQ(tessel_listener_next(listener.get(), &event, 3000), TESSEL_E_TIMEOUT);
+    const Json on = DocumentOf("conflict on");
+    EXPECT_EQ(on[0]["listener"]["pid"], getpid());
+    EXPECT_EQ(on[1]["listener"], nullptr);
+    EXPECT_THAT(RunLine("conflict on -6").err, HasSubstr("nobody listens under ipc_ipv6_conflict"));
+    // With --take what somebody else has started goes on.
+    Watching taking("conflict watch -4 --take");
+    ASSERT_TRUE(Eventually([&] { return tessel_listener_has_name(listener.get()) == 0; }));
+    Claim(link);
+    EXPECT_THAT(taking.Line(), HasSubstr("192.168.1.20"));
+    taking.StopReading();
+    EXPECT_THAT(taking.EndsWith(128 + SIGPIPE), HasSubstr("nothing is started or stopped here"));
+    ExpectAll({{"conflict off --force", 0, "no more"}});
+}
+
+TEST(Watch, GoesOnWithTheNextDaemon) {
+    ExpectAll({{"conflict watch", 3, "not running"}, {"ping 10.0.0.1", 3, "not running"}});
+    auto daemon = std::make_unique<Daemon>();
+    Watching watching("traffic watch");
+    EXPECT_THAT(watching.Line(), HasSubstr("traffic"));
+    daemon.reset();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    daemon = std::make_unique<Daemon>();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_THAT(watching.Line(), HasSubstr("traffic"));
+    watching.Signal(SIGHUP);
+    EXPECT_THAT(watching.EndsWith(128 + SIGHUP),
+                MatchesRegex(".*the daemon has ended; waiting for the next one\nnote: a new daemon runs.*\n"));
+    // A ping does not go on.
+    PrepareLink();
+    Watching ping("ping 192.168.1.9 count 99 timeout 1");
+    EXPECT_THAT(ping.Line(), HasSubstr("no reply"));
+    daemon.reset();
+    EXPECT_THAT(ping.EndsWith(kExitNotRunning), HasSubstr("the daemon has ended\n"));
+}
+
+TEST(Routers, ReportsComeFromOneInterfaceToOneProgram) {
+    const Daemon daemon;
+    ExpectAll({{"ra watch eth9", 2, "there is no interface eth9"}, {"ra stop eth0", 0, "watched no more"}});
+    Watching watching("ra watch eth0 -j");
+    ASSERT_TRUE(Eventually([] { return IsThere("ipc_router_notify_eth0_0_" + std::to_string(getpid())); }));
+    AdvertiseRouter("far0", "2001:db8:1::");
+    const Json event = Json::parse(watching.Line());
+    EXPECT_EQ(event["event"], "ra_changed");
+    EXPECT_THAT(event["addresses"].dump(), HasSubstr("2001:db8:1:"));
+    ExpectAll({{"ra watch eth0", 2, kThisProgram + " gets the reports (tesselctl ra stop eth0 --force"},
+               {"ra stop eth0", 2, kThisProgram + " would get no more reports"}});
+    watching.Signal(SIGINT);
+    EXPECT_THAT(watching.EndsWith(128 + SIGINT), IsEmpty());
+}
+
+TEST(DhcpClient, LeasesGoToOneProgram) {
+    StandInClients clients;
+    const Daemon daemon;
+    ExpectAll({{"dhcp renew eth0", 2, "no DHCP client runs on eth0"},
+               {"dhcp renew eth0 native -4", 1, "always fails"},
+               {"dhcp start eth0 -4 notify-pid 4242", 0, "eth0: DHCP client started (inet)"}});
+    EXPECT_THAT(clients.Take(1), HasSubstr("udhcpc -i eth0"));
+    const std::string lease =
+        "leasesuccess\nlocal=10.0.0.7\nsubnet=255.255.255.0\nrouter=10.0.0.1\ndns=10.0.0.1\nleasetime=864\n";
+    Watching watching("dhcp watch eth0 -4");
+    EXPECT_THAT(clients.Take(1), HasSubstr("udhcpc eth0 USR1"));
+    WriteResult("/tmp/udhcpc.confeth0", lease);
+    EXPECT_THAT(watching.Line(), HasSubstr("dhcp      eth0  lease 10.0.0.7/24 gateway 10.0.0.1"));
+    ExpectAll({{"dhcp watch eth0 -4", 2, kThisProgram + " gets the leases of eth0 inet (--take"},
+               {"dhcp renew eth0 -4", 0, "asked to renew"},
+               {"dhcp start eth0 -4 dns off", 0, kThisProgram + " still gets the leases of eth0 inet"},
+               {"dhcp start eth0 -4 notify-pid 4242", 0, kThisProgram + " no longer gets the leases"}});
+    watching.Signal(SIGINT);
+    (void)watching.EndsWith(128 + SIGINT);
+    (void)clients.Take(3);
+    Watching waiting("dhcp start eth0 -4 wait-lease -j");
+    (void)clients.Take(1);
+    WriteResult("/tmp/udhcpc.confeth0", lease);
+    EXPECT_EQ(Json::parse(waiting.Line())["lease_s"], 864);
+    EXPECT_EQ(waiting.EndsWith(0), "");
+    ExpectAll({{"dhcp stop eth0 -4", 0, "eth0: no DHCP client (inet)"}});
+    EXPECT_EQ(StandInClients::PidOf("udhcpc", "eth0"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+// From words to commands: patterns, values, options, completion, help; and what every row of the tool has to have.
+#include <algorithm>
+
+#include "client/ctl/complete.h"
+#include "client/ctl/grammar.h"
+#include "client/ctl/help.h"
+#include "client/ctl/messages.h"
+#include "client/ctl/output.h"
+#include "core/startup/command_table.h"
+#include "tessel/ipc.h"
+#include "tests/ctl/tool.h"
+
+namespace {
+
+using namespace tessel;
+using namespace tessel::ctl;
+using namespace tessel::test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(Pattern, WordsFindTheirPlaces) {
+    const struct {
+        const char* pattern;
+        const char* words;
+        std::string expected;  // "key=value ...", or "!" and a part of what is wrong
+    } cases[] = {
+        {"[dev IF]", "", ""},
+        {"[dev IF]", "dev eth0", "dev=eth0"},
+        {"[dev IF]", "eth0", "dev=eth0"},
+        {"[dev IF]", "dev", "!dev IF is missing"},
+        {"[dev IF]", "dev a dev b", "!one word too many"},
+        {"IF mtu N:68-65536", "eth0 mtu 1400", "IF=eth0 mtu=1400"},
+        {"IF mtu N:68-65536", "mtu 1400 eth0", "IF=eth0 mtu=1400"},
+        {"IF mtu N:68-65536", "eth0 mtu 67", "!\"67\" is no number from 68 to 65536"},
+        {"IF mtu N", "eth0", "!mtu N is missing"},
+        {"IF mtu N", "eth0 mtu 4294967296", "!no number"},
+        {"IF mtu N", "sixteen-letters- mtu 1", "!is no name of an interface"},
+        {"A/L dev IF", "192.168.1.300/24 eth0", "!\"192.168.1.300/24\" is no address with its length"},
+        {"A/L via A [dev IF] [table N]", "10.0.0.0/8 table 7 via 10.1.1.1", "A/L=10.0.0.0/8 via=10.1.1.1 table=7"},
+        {"A", "0.0.0.0", "!is no address"},
+        {"L=on|off|N", "12", "L=12"},
+        {"L=on|off|N", "loud", "!none of on, off, N"},
+        {"X=A/L|A|A-A|M", "10.0.0.0/33", "!no address with its length"},
+        {"X=A/L|A|A-A|M", "02:00:00:00:00:zz", "!no hardware address"},
+        {"[P=tcp|udp] LIST", "1:2", "LIST=1:2"},
+        {"[P=tcp|udp] LIST", "udp 1:2", "LIST=1:2 P=udp"},
+        {"[IF]", ")", "IF=)"},
+        {"user U [persist] [every S]", "persist user x every 10m", "user=x persist= every=10m"},
+        {"IF... active IF", "eth0 eth1 active eth0", "IF=eth0 active=eth0"},
+        {"IF N [IF N]...", "eth0 1 eth1 2", "IF=eth0 N=1"},
+        {"range A A/L [dns A]...", "range 10.0.0.2 10.0.0.9/24 dns 10.0.0.1 dns 10.0.0.3",
+         "range=10.0.0.2 A/L=10.0.0.9/24 dns=10.0.0.1"},
+    };
+    for (const auto& [pattern, words, expected] : cases) {
+        SCOPED_TRACE(testing::Message() << pattern << " <- " << words);
+        const Match match = MatchWords(pattern, WordsOf(words));
+        EXPECT_EQ(match.isComplete, !expected.starts_with('!')) << match.problem;
+        if (!match.isComplete) {
+            EXPECT_THAT(match.problem, HasSubstr(expected.substr(1)));
+            continue;
+        }
+        for (const std::string& pair : WordsOf(expected)) {
+            const std::size_t equals = pair.find('=');
+            EXPECT_TRUE(match.words.Has(pair.substr(0, equals)));
+            EXPECT_EQ(match.words.Text(pair.substr(0, equals)), pair.substr(equals + 1)) << pair;
+        }
+    }
+    EXPECT_THAT(MatchWords("IF N [IF N]...", WordsOf("eth0 1 eth1 0x10")).words.All<u32>("N"), ElementsAre(1, 16));
+    EXPECT_EQ(UsageWords("LIST=on|off|N [P=tcp|udp] mtu N:68-65536 [A]"), "on|off|N [tcp|udp] mtu N [A]");
+}
+
+TEST(Grammar, ObjectsAndVerbsMayBeCut) {
+    // The command, or "!" and a part of the refusal.
+    const std::pair<const char*, std::string> cases[] = {
+        {"", "status"},
+        {"addr", "addr show"},
+        {"ad sh dev eth0", "addr show"},
+        {"addr list", "addr show"},
+        {"addr dev eth0", "addr show"},
+        {"lin se eth0 mtu 1400", "link set"},
+        {"li", "link show"},
+        {"lo f", "!file or follow"},
+        {"l", "!link or log"},
+        {"link eth0", "!no such verb"},
+        {"service", "!a verb is missing (stop)"},
+        {"foo", "!no such object"},
+        {"statu eth0", "status"},
+        {"link mtu", "!usage: tesselctl link mtu IF"},
+        {"route show )", "!one word too many"},
+    };
+    for (const auto& [words, expected] : cases) {
+        try {
+            const ParsedCommand parsed = ParseWords(WordsOf(words));
+            EXPECT_EQ(TitleOf(*parsed.object, *parsed.command), expected) << words;
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.exit, kExitRefused);
+            EXPECT_THAT("!" + failure.message, HasSubstr(expected.substr(1))) << words;
+        }
+    }
+}
+
+TEST(Options, AreReadWhereverTheyStand) {
+    const Options options = ParseOptions(WordsOf("addr -4j --get a,b --wait 1.5 show -vvt2 --color=never -- -n"));
+    EXPECT_THAT(options.words, ElementsAre("addr", "show", "-n"));
+    EXPECT_EQ(options.wordsBehindDashes, 1U);
+    EXPECT_TRUE(options.inet && options.json && !options.dryRun);
+    EXPECT_THAT(options.fields, ElementsAre("a", "b"));
+    EXPECT_EQ(options.waitMs, 1500);
+    EXPECT_EQ(options.timeoutMs, 2000);
+    EXPECT_EQ(options.verbosity, 2);
+    EXPECT_EQ(ParseOptions({"--wait", "addr"}).waitMs, 10000);
+    ExpectAll({{"--nonsense", 2, "--nonsense is not known"},
+               {"addr --get", 2, "--get has no value"},
+               {"-t 1e9 addr", 2, "is no time"},
+               {"--color loud", 2, "none of auto"},
+               {"--protect 300.1.1.1 addr", 2, "no address"},
+               {"link mtu eth0 -4", 2, "mean nothing here"},
+               {"addr -V", 0, "tesselctl "}});
+    EXPECT_TRUE(DocumentOf("-V").contains("version"));
+}
+
+TEST(Commands, EveryServedCodeHasANamedVerbAndEveryRowWhatItNeeds) {
+    std::vector<u32> codes;
+    for (const Object* object : Objects()) {
+        EXPECT_FALSE(object->commands.empty()) << object->name;
+        for (const Command& command : object->commands) {
+            const std::string title = TitleOf(*object, command);
+            codes.insert(codes.end(), command.codes.begin(), command.codes.end());
+            EXPECT_NE(command.run, nullptr) << title;
+            EXPECT_FALSE(command.summary.empty()) << title;
+            // An example is the command that it stands for.
+            const Options options = ParseOptions(WordsOf(std::string(command.example)));
+            EXPECT_EQ(ParseWords(options.words).command, &command) << title;
+            EXPECT_THAT(HelpText({std::string(object->name), std::string(command.verb)}), HasSubstr(command.summary));
+        }
+    }
+    for (const CommandRow& served : ServedCommands()) {
+        EXPECT_NE(FindMessage(served.type), nullptr) << std::hex << served.type;
+        EXPECT_NE(std::find(codes.begin(), codes.end(), served.type), codes.end()) << std::hex << served.type;
+    }
+}
+
+TEST(Commands, TheProtocolsPageHasTheFieldsOfEveryRequest) {
+    std::istringstream document(ReadFile(TESSEL_PROTOCOL_PAGE));
+    std::size_t rows = 0;
+    for (std::string line; std::getline(document, line);) {
+        if (!line.starts_with("| 0x")) continue;
+        const Message* message = FindMessage(static_cast<u32>(std::stoul(line.substr(2), nullptr, 16)));
+        ASSERT_NE(message, nullptr) << line;
+        ++rows;
+        std::vector<Field> fields(message->request.fields.begin(), message->request.fields.end());
+        std::stable_sort(fields.begin(), fields.end(), [](auto& a, auto& b) { return a.offset < b.offset; });
+        auto field = fields.begin();
+        std::replace(line.begin(), line.end(), ';', ' ');
+        for (const std::string& word : WordsOf(line.substr(0, line.rfind('|', line.size() - 2)))) {
+            if (!word.starts_with("char[") && word != "u16" && word != "u32" && word != "i32") continue;
+            field = std::find_if(field, fields.end(), [&](const Field& one) { return TypeText(one) == word; });
+            ASSERT_NE(field++, fields.end()) << word << " in " << line;
+        }
+    }
+    EXPECT_EQ(rows, ServedCommands().size());
+}
+
+TEST(Complete, OffersWhatMayComeNext) {
+    EXPECT_THAT(Complete({"pri"}), ElementsAre("priority"));
+    EXPECT_THAT(Complete({"link", "set", "e"}), ElementsAre("eth0", "eth1", "eth2"));
+    EXPECT_THAT(Complete({"firewall", "enable", ""}), ElementsAre("blacklist", "whitelist"));
+    EXPECT_THAT(Complete({"--color", "a"}), ElementsAre("always", "auto"));
+    EXPECT_THAT(Complete({"-t", ""}), IsEmpty());
+    EXPECT_THAT(Complete({"--dry"}), ElementsAre("--dry-run"));
+    EXPECT_THAT(Complete({"raw", "addr_f"}), ElementsAre("addr_flush"));
+    EXPECT_THAT(Complete({"nonsense", ""}), IsEmpty());
+}
+
+TEST(Output, TablesAndFieldsComeFromTheDocument) {
+    const Json document = Json::parse(R"([{"interface":"eth0","up":true,"inner":{"pid":7,"name":"x"},"list":[
+        {"address":"10.0.0.1","prefix_length":8,"dynamic":true,"tentative":false},
+        {"address":"fe80::1","prefix_length":64,"dynamic":false,"tentative":true}]},
+        {"interface":"ünï","up":false,"inner":{"pid":null,"name":null},"list":[]}])");
+    EXPECT_EQ(RenderTable(document, "NAME {interface}|ADDRESS {address}/{prefix_length}|MARKS {dynamic} {tentative}",
+                          true, false),
+              "NAME  ADDRESS     MARKS\neth0  10.0.0.1/8  dynamic\neth0  fe80::1/64  tentative\nünï\n");
+    EXPECT_EQ(RenderTable(document, "{interface}|{up}", true, true), "eth0  \x1b[32mup\x1b[0m\nünï\n");
+    EXPECT_EQ(RenderFields(document, {"interface", "inner.pid", "name"}), "eth0\t7\tx\nünï\t\t\n");
+    EXPECT_EQ(RenderFields(document, {"address", "interface"}).value(), "10.0.0.1\teth0\nfe80::1\teth0\n\tünï\n");
+    EXPECT_EQ(RenderFields(document, {"nonsense"}), std::nullopt);
+    EXPECT_EQ(RenderFields(Json::array(), {"interface"}), "");
+    EXPECT_EQ(HumanRate(999) + HumanRate(12345678) + HumanDuration(93600) + HumanKib(2150),
+              "999 bit/s12.3 Mbit/s1d 2h2.1 MiB");
+}
+
+}  // namespace

@@ -60,7 +60,7 @@ daemon:
 daemon:" libc
     done
     # The unstripped file has the same addresses.
-    HasInOrder "$(tesselctl crash show --symbols $built)" 'ioctl + 0x' 'ApidMtuGet(' 'TesselDaemonMain() + 0x'
+    HasInOrder "$(tesselctl crash show --symbols $built)" ioctl 'ApidMtuGet(' 'TesselDaemonMain()'
 }
 
 # The same daemon with its symbols, in a thread that an event of the kernel module reaches.
@@ -73,6 +73,6 @@ CrashOfAWorker() {
         HasInOrder "$(FunctionsOf "$method")" crash:ioctl ListInterfaces RebuildNetdevTable NetlinkInitThread
     done
     HasInOrder "$(tesselctl crash show)" 'signal 11 (Segmentation fault)' TesselSysNetlin \
-        'ioctl + 0x' 'tessel::RebuildNetdevTable() + 0x' 'NetlinkInitThread(void*) + 0x' 'registers  PC:0x'
+        ioctl 'tessel::RebuildNetdevTable()' 'NetlinkInitThread(void*)' 'PC:0x'
     Same "$(tesselctl -g signal crash list)" 11
 }

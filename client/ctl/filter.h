@@ -14,6 +14,8 @@
 
 namespace tessel::ctl {
 
+// What the save tools leave out for a table that nobody has touched.
+constexpr char kNoFilterRules[] = "*filter\n:INPUT ACCEPT [0:0]\n:FORWARD ACCEPT [0:0]\n:OUTPUT ACCEPT [0:0]\nCOMMIT\n";
 constexpr std::string_view kWhitelist = "whitelist";
 constexpr std::string_view kBlacklist = "blacklist";
 

@@ -54,10 +54,7 @@ Answer ComesFrom(const std::string& mac, const std::optional<Network>& host) {
 // Whether the device's side of the session is an address of this interface.
 Answer RunsOver(const std::string& interfaceName, const std::optional<Network>& device) {
     const Json link = device && !interfaceName.ends_with('+') ? KernelLink(interfaceName) : Json();
-    if (link.is_null()) return std::nullopt;
-    const Json& addresses = link["addresses"];
-    return std::any_of(addresses.begin(), addresses.end(),
-                       [&](const Json& address) { return TextOf(address, "address") == HostText(*device); });
+    return link.is_null() ? std::nullopt : Answer(LinkHas(link, *device));
 }
 
 Answer Meets(const std::string& option, const std::string& value, const Packet& packet) {

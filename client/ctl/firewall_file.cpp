@@ -1,5 +1,6 @@
 // Saving and restoring the rules: by the daemon, and on this side by the device's own tools. A file is what
 // iptables-save and ip6tables-save print, one after the other.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 #include "client/ctl/firewall.h"
@@ -16,6 +16,7 @@
 #include "client/ctl/read_file.h"
 #include "client/ctl/tool_output.h"
 #include "client/libtessel.h"
+#include "core/unique_fd.h"
 
 namespace tessel::ctl {
 
@@ -23,9 +24,6 @@ namespace {
 
 constexpr char kFirstLine[] = "# Rules exported by tesselctl\n";
 constexpr char kLastLine[] = "# End of the exported rules\n";
-// The tools print nothing for a table that nobody has touched.
-constexpr char kNoRules[] =
-    ": no rules\n*filter\n:INPUT ACCEPT [0:0]\n:FORWARD ACCEPT [0:0]\n:OUTPUT ACCEPT [0:0]\nCOMMIT\n";
 constexpr off_t kFileBytesMax = 4 << 20;
 
 std::string Heading(int family) {
@@ -119,7 +117,9 @@ std::string RulesText(const RuleFile& file) {
 std::string Saved(const std::string& asked, int family) {
     const CapturedTool tool = CaptureTool({ToolOf(family) + "-save"});
     if (!tool.isDone) throw Failed(asked, tool.problem);
-    return tool.text.find("*filter\n") == std::string::npos ? tool.text + Heading(family) + kNoRules : tool.text;
+    return tool.text.find("*filter\n") == std::string::npos
+               ? tool.text + Heading(family) + ": no rules\n" + kNoFilterRules
+               : tool.text;
 }
 
 std::string ReadText(const std::string& asked, const std::string& path) {
@@ -127,11 +127,10 @@ std::string ReadText(const std::string& asked, const std::string& path) {
     if (stat(path.c_str(), &status) != 0) throw Refused(asked, strerror(errno));
     if (!S_ISREG(status.st_mode) || status.st_size > kFileBytesMax)
         throw Refused(asked, "it is no plain file of moderate size");
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    if (!file) throw Refused(asked, strerror(errno));
-    return text.str();
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    auto text = file.IsOpen() ? ReadToEnd(file.Get()) : std::nullopt;
+    if (!text) throw Refused(asked, strerror(errno));
+    return std::move(*text);
 }
 
 bool Restore(int family, const std::string& text) {
@@ -242,7 +241,8 @@ Outcome FirewallImport(const Invocation& invocation) {
                                            .read = read,
                                            .done = Format("{}   replaced {}", path, change)});
     outcome.planned.push_back("replaces " + change);
-    if (options.dryRun && !WhyShutOut(invocation, plan).empty()) outcome.notes.push_back(WhyShutOut(invocation, plan));
+    const std::string cut = options.dryRun ? WhyShutOut(invocation, plan) : "";
+    if (!cut.empty()) outcome.notes.push_back(cut);
     return outcome;
 }
 

@@ -118,9 +118,7 @@ std::string CutsSessionOn(const std::string& interfaceName) {
     if (!own || !own->device) return "";
     if (interfaceName.empty()) return CutsSessionAt(*own->device);
     const Json link = KernelLink(interfaceName);
-    const bool isThere = !link.is_null() &&
-                         std::any_of(link["addresses"].begin(), link["addresses"].end(),
-                                     [&](const Json& one) { return TextOf(one, "address") == HostText(*own->device); });
+    const bool isThere = !link.is_null() && LinkHas(link, *own->device);
     return isThere ? CutsSessionAt(*own->device) : "";
 }
 

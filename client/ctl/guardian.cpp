@@ -45,8 +45,7 @@ std::optional<std::string> SavedFilter(int family) {
         }
         at = end + 1;
     }
-    constexpr char kNoRules[] = "*filter\n:INPUT ACCEPT [0:0]\n:FORWARD ACCEPT [0:0]\n:OUTPUT ACCEPT [0:0]\nCOMMIT\n";
-    return text.empty() ? kNoRules : text;
+    return text.empty() ? kNoFilterRules : text;
 }
 
 void Write(int file, const Json& document) {
@@ -55,7 +54,7 @@ void Write(int file, const Json& document) {
         syslog(LOG_ERR, "%s", strerror(errno));
 }
 
-Json Row(const std::string& setting, bool isAsBefore) {
+Json ResultRow(const std::string& setting, bool isAsBefore) {
     return {{"setting", setting},
             {"was", nullptr},
             {"wanted", nullptr},
@@ -69,7 +68,7 @@ Json TakeBack(const Invocation& outer, const Saved& saved, std::vector<std::stri
     for (const auto& [family, text] : saved.filters) {
         if (SavedFilter(family) == text) continue;
         (void)CaptureTool({ToolOf(family) + "-restore"}, text);
-        rows.push_back(Row("firewall " + FamilyName(family), SavedFilter(family) == text));
+        rows.push_back(ResultRow("firewall " + FamilyName(family), SavedFilter(family) == text));
     }
     // A daemon that is being restarted is waited for.
     constexpr int kTries = 30;
@@ -83,7 +82,7 @@ Json TakeBack(const Invocation& outer, const Saved& saved, std::vector<std::stri
             sleep(1);
         }
     }
-    rows.push_back(Row("everything else", false));
+    rows.push_back(ResultRow("everything else", false));
     return rows;
 }
 

@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -119,6 +120,12 @@ Json KernelLink(const std::string& name) {
         if (TextOf(link, "interface") == name) return std::move(link);
     }
     return {};
+}
+
+bool LinkHas(const Json& link, const Network& host) {
+    const Json& addresses = link["addresses"];
+    return std::any_of(addresses.begin(), addresses.end(),
+                       [&](const Json& one) { return TextOf(one, "address") == HostText(host); });
 }
 
 Json KernelRoutes(int family, u32 table) {

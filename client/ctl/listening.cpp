@@ -46,7 +46,24 @@ bool HasOpen(pid_t pid, const std::string& target) {
     return false;
 }
 
+constexpr NoticeSocket kNoticeSockets[] = {
+    {"ntp", false, TESSEL_SOCKET_NTP},
+    {"ntp", true, TESSEL_SOCKET_NTPV6},
+    {"traffic", false, TESSEL_SOCKET_STAT},
+    {"conflict", false, TESSEL_SOCKET_IP_CONFLICT},
+    {"conflict", true, TESSEL_SOCKET_IPV6_CONFLICT},
+    {"dhcp", false, TESSEL_SOCKET_DHCPC "_"},
+    {"dhcp", true, TESSEL_SOCKET_DHCPCV6 "_"},
+    {"ping", false, TESSEL_SOCKET_PING "_"},
+    {"traceroute", false, TESSEL_SOCKET_TRACEROUTE "_"},
+    {"ra", false, TESSEL_SOCKET_ROUTER_NOTIFY "_"},
+};
+
 }  // namespace
+
+std::span<const NoticeSocket> NoticeSockets() {
+    return kNoticeSockets;
+}
 
 std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName) {
     if (!SomebodyListens(socketName.c_str())) return std::nullopt;

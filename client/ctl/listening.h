@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,19 @@ struct ListeningProcess {
     std::optional<pid_t> pid;  // nothing: not visible from here, or not certain
     std::string name;
 };
+
+// A socket that the daemon sends notices to.
+struct NoticeSocket {
+    std::string_view kind;  // "dhcp"
+    bool isInet6;
+    std::string_view name;  // ends with '_': whoever has the notices sent adds words
+
+    [[nodiscard]] bool IsFixed() const {
+        return !name.ends_with('_');
+    }
+};
+// The fixed ones first.
+[[nodiscard]] std::span<const NoticeSocket> NoticeSockets();
 
 // Nothing: nobody listens under this name.
 [[nodiscard]] std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName);

@@ -12,29 +12,12 @@ namespace {
 
 constexpr std::string_view kKernel = "kernel";
 
-struct MonitoredSocket {
-    std::string_view kind;
-    std::string_view name;  // ends with '_': whoever had the notices sent to it has added words
-};
-
-constexpr MonitoredSocket kSockets[] = {
-    {"conflict", TESSEL_SOCKET_IP_CONFLICT},
-    {"conflict", TESSEL_SOCKET_IPV6_CONFLICT},
-    {"ntp", TESSEL_SOCKET_NTP},
-    {"ntp", TESSEL_SOCKET_NTPV6},
-    {"traffic", TESSEL_SOCKET_STAT},
-    {"dhcp", TESSEL_SOCKET_DHCPC "_"},
-    {"dhcp", TESSEL_SOCKET_DHCPCV6 "_"},
-    {"ping", TESSEL_SOCKET_PING "_"},
-    {"ra", TESSEL_SOCKET_ROUTER_NOTIFY "_"},
-};
-
 // The names under which a kind's notices come now.
 std::vector<std::string> NamesOf(std::string_view kind) {
     std::vector<std::string> names;
-    for (const MonitoredSocket& socket : kSockets) {
+    for (const NoticeSocket& socket : NoticeSockets()) {
         if (socket.kind != kind) continue;
-        if (!socket.name.ends_with('_')) {
+        if (socket.IsFixed()) {
             names.emplace_back(socket.name);
         } else {
             for (const std::string& name : ListenedNames(socket.name))
@@ -62,9 +45,9 @@ Outcome Monitor(const Invocation& invocation) {
             add(name);
     }
     watch.followsKernel = kinds.empty() || std::find(kinds.begin(), kinds.end(), kKernel) != kinds.end();
-    for (const MonitoredSocket& socket : kSockets) {
+    for (const NoticeSocket& socket : NoticeSockets()) {
         const std::string name(socket.name);
-        if (kinds.empty() && !name.ends_with('_') && !FindListeningProcess(name)) add(name);
+        if (kinds.empty() && socket.IsFixed() && !FindListeningProcess(name)) add(name);
     }
     return RunWatch(invocation, watch);
 }

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "client/ctl/format.h"
+#include "client/ctl/kernel.h"
 #include "client/libtessel.h"
 
 namespace tessel::ctl {
@@ -26,6 +27,11 @@ Outcome Perform(const Invocation& invocation, const Change& change) {
     } catch (Failure& failure) {
         failure.message = Format("{} (it was done, but cannot be read back)", failure.message);
         throw;
+    }
+    const std::string foreign = change.readsKernel ? ForeignKernel() : "";
+    if (!foreign.empty()) {
+        outcome.notes.push_back("not read back: " + foreign);
+        return outcome;
     }
     const std::string wrong = change.wrong ? change.wrong(outcome.document) : "";
     if (!wrong.empty()) outcome.failure = NotApplied(invocation.asked, "answered success, but " + wrong);

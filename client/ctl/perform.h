@@ -18,6 +18,8 @@ struct Change {
     std::function<Json()> read = {};
     // What did not happen, by what was read: "eth0 does not have 192.168.1.20/24". Empty: everything did.
     std::function<std::string(const Json& now)> wrong = {};
+    // What is read is the kernel's: where that is not the daemon's own, nothing is called wrong, and a note says so.
+    bool readsKernel = false;
     std::string done = {};  // "eth0   192.168.1.20/24 added"
 };
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "client/ctl/failure.h"
 #include "client/ctl/format.h"
@@ -14,15 +15,20 @@
 
 namespace tessel::ctl {
 
-std::string ReadWholeFile(std::string_view asked, const std::string& path) {
-    const UniqueFd file(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::optional<std::string> ReadToEnd(int fd) {
     std::string text;
     std::array<char, 4096> block;
-    ssize_t count = -1;
-    while (file.IsOpen() && (count = read(file.Get(), block.data(), block.size())) > 0)
+    ssize_t count = 0;
+    while ((count = read(fd, block.data(), block.size())) > 0)
         text.append(block.data(), static_cast<std::size_t>(count));
-    if (count < 0) throw Refused(asked, Format("cannot read {}: {}", path, strerror(errno)));
-    return text;
+    return count < 0 ? std::nullopt : std::optional(std::move(text));
+}
+
+std::string ReadWholeFile(std::string_view asked, const std::string& path) {
+    const UniqueFd file(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    auto text = file.IsOpen() ? ReadToEnd(file.Get()) : std::nullopt;
+    if (!text) throw Refused(asked, Format("cannot read {}: {}", path, strerror(errno)));
+    return std::move(*text);
 }
 
 void ReplaceFile(std::string_view asked, const std::string& path, const std::string& text) {

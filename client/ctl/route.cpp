@@ -132,16 +132,13 @@ std::string MeantRoute::WhyMissing() const {
 
 // Performs a change after which the route should be there.
 Outcome PerformSetRoute(const Invocation& invocation, const MeantRoute& meant, Change change) {
-    std::string foreign;
+    change.readsKernel = true;
     change.done = Format("{}   {}", RouteText(meant.route), invocation.words.Has("N") ? "set" : "added");
     change.read = [&] {
-        foreign = ForeignKernel();
-        return foreign.empty() ? FindIn(meant.Alike(), "metric", meant.route.at("metric")) : meant.route;
+        return ForeignKernel().empty() ? FindIn(meant.Alike(), "metric", meant.route.at("metric")) : meant.route;
     };
     change.wrong = [](const Json& now) { return now.is_null() ? "the kernel has no such route" : ""; };
-    Outcome outcome = Perform(invocation, change);
-    if (!foreign.empty()) outcome.notes.push_back("not read back: " + foreign);
-    return outcome;
+    return Perform(invocation, change);
 }
 
 Outcome AddRoute(const Invocation& invocation) {
@@ -169,7 +166,6 @@ Outcome DelRoute(const Invocation& invocation) {
     const MeantRoute meant(invocation, "metric");
     const auto before = meant.Alike();
     std::vector<Json> after;
-    std::string foreign;
     Change change{
         .send = [&] { return tessel_route_del(NameOrNull(meant.name), &meant.record, WireTable(meant.table)); }};
     change.guard = [&] {
@@ -179,19 +175,17 @@ Outcome DelRoute(const Invocation& invocation) {
                       NumberOf(before.front(), "metric"));
     };
     change.cause = [&] { return meant.WhyMissing(); };
+    change.readsKernel = true;
     change.read = [&] {
-        foreign = ForeignKernel();
         after = meant.Alike();
         return before.empty() ? meant.route : before.front();
     };
     change.wrong = [&](const Json& /*gone*/) {
-        const bool isThere = foreign.empty() && !after.empty() && after.size() >= before.size();
-        return isThere ? "the route is still there" : "";
+        return !after.empty() && after.size() >= before.size() ? "the route is still there" : "";
     };
     change.done = RouteText(before.empty() ? meant.route : before.front()) + "   deleted";
     Outcome outcome = Perform(invocation, change);
-    if (!foreign.empty()) outcome.notes.push_back("not read back: " + foreign);
-    if (!outcome.failure && foreign.empty()) NoteOthers(after, 0, outcome);
+    if (!outcome.failure && ForeignKernel().empty()) NoteOthers(after, 0, outcome);
     return outcome;
 }
 

@@ -111,32 +111,21 @@ Json Firewall() {
 
 // Who takes which notices: every name that is fixed, and those that somebody has made up for himself.
 Json Listeners() {
-    struct Topic {
-        std::string_view socket;
-        std::string_view text;
-    };
-    constexpr Topic kFixed[] = {{TESSEL_SOCKET_NTP, "ntp"},
-                                {TESSEL_SOCKET_NTPV6, "ntp inet6"},
-                                {TESSEL_SOCKET_STAT, "traffic"},
-                                {TESSEL_SOCKET_IP_CONFLICT, "conflict"},
-                                {TESSEL_SOCKET_IPV6_CONFLICT, "conflict inet6"}};
-    constexpr Topic kOthers[] = {{TESSEL_SOCKET_DHCPC "_", "dhcp"},
-                                 {TESSEL_SOCKET_DHCPCV6 "_", "dhcp inet6"},
-                                 {TESSEL_SOCKET_PING "_", "ping"},
-                                 {TESSEL_SOCKET_TRACEROUTE "_", "traceroute"},
-                                 {TESSEL_SOCKET_ROUTER_NOTIFY "_", "ra"}};
     Json listeners = Json::array();
     const auto add = [&](const std::string& name, std::string_view topic) {
         const auto process = FindListeningProcess(name);
         listeners.push_back({{"topic", topic}, {"socket", name}, {"listener", ListeningJson(process)}});
         listeners.back()["text"] = process ? ListeningText(*process) : "nobody";
     };
-    for (const Topic& topic : kFixed)
-        add(std::string(topic.socket), topic.text);
-    for (const Topic& topic : kOthers) {
-        for (const std::string& name : ListenedNames(topic.socket)) {
-            const std::string words = name.substr(topic.socket.size());
-            add(name, Format("{} {}", topic.text, words.substr(0, words.find('_'))));
+    for (const NoticeSocket& socket : NoticeSockets()) {
+        const std::string topic = Format("{}{}", socket.kind, socket.isInet6 ? " inet6" : "");
+        if (socket.IsFixed()) {
+            add(std::string(socket.name), topic);
+            continue;
+        }
+        for (const std::string& name : ListenedNames(socket.name)) {
+            const std::string words = name.substr(socket.name.size());
+            add(name, Format("{} {}", topic, words.substr(0, words.find('_'))));
         }
     }
     return listeners;

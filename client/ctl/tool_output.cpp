@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "client/ctl/format.h"
+#include "client/ctl/read_file.h"
 #include "core/unique_fd.h"
 
 namespace tessel::ctl {
@@ -23,14 +24,6 @@ std::string FindProgram(const std::string& name) {
         if (access(path.c_str(), X_OK) == 0) return path;
     }
     return name;
-}
-
-std::string ReadAll(int fd) {
-    std::string text;
-    std::array<char, 4096> buffer;
-    for (ssize_t count = 0; (count = read(fd, buffer.data(), buffer.size())) > 0;)
-        text.append(buffer.data(), static_cast<std::size_t>(count));
-    return text;
 }
 
 // A file without a name that holds `text`, to be read from its start. Unlike a pipe it takes any amount at once.
@@ -47,10 +40,10 @@ UniqueFd Holding(std::string_view text) {
 
 std::string TextOfFile(const UniqueFd& file) {
     lseek(file.Get(), 0, SEEK_SET);
-    return ReadAll(file.Get());
+    return ReadToEnd(file.Get()).value_or("");
 }
 
-// The first line, where the tools tell what is wrong; the next ones advise to read their manual.
+// The first line, where the tools say what is wrong; the next ones advise to read their manual.
 std::string ProblemOf(const std::string& name, const std::string& errors) {
     const std::string line = errors.substr(0, errors.find('\n'));
     if (line.empty()) return name + " failed";

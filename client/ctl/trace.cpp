@@ -87,7 +87,6 @@ constexpr Command kTraceCommands[] = {
     Row("", "COMMAND...", &TraceCommand, "run a command, and show what the daemon logs for it",
         "trace -- addr add 192.168.1.21/24 dev eth0")
         .Sends(TESSEL_CMD_LOG_LEVEL, TESSEL_CMD_LOG_FILE)
-        .Columns("KIND {kind}|FUNCTION {function}|TEXT {text}")
         .More("At the highest level; requests of others show as well. A log file of the daemon's is closed, and the "
               "level is 2 behind it. --dry-run of the command itself shows the lines of tools."),
 };

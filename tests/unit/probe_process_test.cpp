@@ -1,6 +1,7 @@
 // Ping and router watch with tools that really run: what they do to their worker, how both end, and storms of clients.
 #include <sys/stat.h>
 
+#include <barrier>
 #include <deque>
 #include <thread>
 
@@ -118,12 +119,14 @@ TEST_F(ProbeProcesses, StormsLeaveNothingBehind) {
     std::thread([] {}).join();  // with the first one come a sanitizer's own
     const std::ptrdiff_t threads = Threads();
     const std::ptrdiff_t descriptors = Descriptors();
-    const auto storm = [](unsigned seed) {
+    std::barrier bothDone(2);  // with the rounds that may be refused: they take the other thread's user, and every slot
+    const auto storm = [&](unsigned seed) {
         const auto own = static_cast<i32>(seed);
         for (int round = 0; round < 2000; ++round) {  // a stop while the worker frees the slot that both threads take
             EXPECT_EQ(Start(own, 0), 0);
             EXPECT_EQ(PingStop(own), 0);
         }
+        bothDone.arrive_and_wait();
         for (int round = 0; round < 200; ++round) {
             const i32 user = rand_r(&seed) % 12;
             const std::string name = "dev" + std::to_string(user % 6);

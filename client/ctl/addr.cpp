@@ -1,12 +1,7 @@
 // Addresses of interfaces. What the daemon answers and what the kernel has are two things: every change is read back.
-#include <algorithm>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

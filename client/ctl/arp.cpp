@@ -1,12 +1,7 @@
 // Static ARP entries, read back from the kernel, and the announcer.
-#include <cstring>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

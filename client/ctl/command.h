@@ -1,19 +1,8 @@
 // A command of the tool: its row, and what passes between the row's function and the rest.
 #pragma once
 
-#include <array>
-#include <cstdio>
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include "client/ctl/failure.h"
-#include "client/ctl/json.h"
 #include "client/ctl/options.h"
 #include "client/ctl/words.h"
-#include "core/types.h"
 
 namespace tessel::ctl {
 

@@ -1,10 +1,4 @@
-#include "client/ctl/complete.h"
-
-#include <algorithm>
-#include <cctype>
-
-#include "client/ctl/format.h"
-#include "client/ctl/grammar.h"
+#include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
 

@@ -1,10 +1,6 @@
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/listening.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/watch.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

@@ -2,11 +2,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "client/ctl/command.h"
 #include "client/ctl/crash_report.h"
-#include "client/ctl/format.h"
+#include "client/ctl/files.h"
 #include "client/ctl/output.h"
-#include "client/ctl/read_file.h"
 
 namespace tessel::ctl {
 

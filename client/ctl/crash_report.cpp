@@ -3,19 +3,12 @@
 #include <cxxabi.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <memory>
-#include <optional>
 #include <sstream>
 
-#include "client/ctl/format.h"
-#include "client/ctl/time_text.h"
-#include "client/ctl/tool_output.h"
-#include "client/ctl/values.h"
+#include "client/ctl/files.h"
 
 namespace tessel::ctl {
 

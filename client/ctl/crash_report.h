@@ -1,11 +1,7 @@
 // Crash reports as they stand in the daemon's crash files.
 #pragma once
 
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include "client/ctl/json.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

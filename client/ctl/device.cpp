@@ -1,12 +1,6 @@
 #include "client/ctl/device.h"
 
-#include <algorithm>
-
-#include "client/ctl/failure.h"
-#include "client/ctl/format.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/values.h"
-#include "client/libtessel.h"
 #include "core/text.h"
 
 namespace tessel::ctl {

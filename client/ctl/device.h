@@ -2,14 +2,7 @@
 // is no answer.
 #pragma once
 
-#include <functional>
-#include <string>
-#include <string_view>
-
-#include "client/ctl/command.h"
-#include "client/ctl/json.h"
 #include "client/ctl/kernel.h"
-#include "core/types.h"
 
 namespace tessel::ctl {
 

@@ -2,12 +2,9 @@
 // pid file are looked for as well.
 #include <unistd.h>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

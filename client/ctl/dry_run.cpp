@@ -1,20 +1,14 @@
-#include "client/ctl/dry_run.h"
-
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <iterator>
 #include <sstream>
 
 #include "client/call.h"
-#include "client/ctl/tool_output.h"
-#include "client/libtessel.h"
+#include "client/ctl/files.h"
+#include "client/ctl/requests.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
 #include "route/priority_table.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

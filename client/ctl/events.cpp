@@ -1,9 +1,5 @@
 #include "client/ctl/events.h"
 
-#include <algorithm>
-#include <iterator>
-
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/output.h"
 #include "client/ctl/records.h"

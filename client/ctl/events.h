@@ -1,13 +1,7 @@
 // Events as they are shown: notices of the daemon, and changes in the kernel.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
-
-#include "client/ctl/json.h"
-#include "client/ctl/time_text.h"
-#include "client/libtessel.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

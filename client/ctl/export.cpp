@@ -1,15 +1,12 @@
 // The settings as a file, and back.
 #include <unistd.h>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
+#include "client/ctl/files.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
-#include "client/ctl/read_file.h"
 #include "client/ctl/requests.h"
 #include "client/ctl/state.h"
 #include "client/ctl/tesselctl.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

@@ -1,12 +1,5 @@
 #include "client/ctl/failure.h"
 
-#include <cerrno>
-#include <cstring>
-
-#include "client/ctl/format.h"
-#include "client/ctl/json.h"
-#include "client/libtessel.h"
-
 namespace tessel::ctl {
 
 namespace {

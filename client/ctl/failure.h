@@ -3,8 +3,8 @@
 #pragma once
 
 #include <exception>
-#include <string>
-#include <string_view>
+
+#include "client/ctl/text.h"
 
 namespace tessel::ctl {
 

@@ -3,14 +3,9 @@
 // For client/ctl/records.h alone, which takes the macros out again.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <type_traits>
-#include <utility>
 
 #include "client/ctl/fields.h"
-#include "tessel/address.h"
-#include "tessel/gateway.h"
 
 namespace tessel::ctl {
 

@@ -2,14 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
-#include <cstring>
-#include <vector>
-
-#include "client/ctl/format.h"
-#include "client/ctl/values.h"
-#include "tessel/firewall.h"
-
 namespace tessel::ctl {
 
 namespace {

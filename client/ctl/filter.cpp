@@ -1,11 +1,8 @@
 #include "client/ctl/filter.h"
 
-#include <algorithm>
-#include <iterator>
 #include <sstream>
 
-#include "client/ctl/format.h"
-#include "client/ctl/tool_output.h"
+#include "client/ctl/files.h"
 
 namespace tessel::ctl {
 

@@ -2,15 +2,8 @@
 #pragma once
 
 #include <map>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "client/ctl/guard.h"
-#include "client/ctl/options.h"
-#include "client/ctl/values.h"
-#include "core/types.h"
 
 namespace tessel::ctl {
 

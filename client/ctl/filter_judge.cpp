@@ -1,6 +1,4 @@
 // What the packet filter makes of packets that are described before they come.
-#include <algorithm>
-
 #include "client/ctl/filter.h"
 #include "client/ctl/kernel.h"
 

@@ -1,10 +1,6 @@
 // The packet filter: its lists, echo requests, ports.
 #include "client/ctl/firewall.h"
 
-#include "client/ctl/format.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
-
 namespace tessel::ctl {
 
 namespace {

@@ -1,12 +1,8 @@
 // What the firewall's commands share.
 #pragma once
 
-#include <functional>
 #include <map>
-#include <string>
-#include <vector>
 
-#include "client/ctl/command.h"
 #include "client/ctl/filter.h"
 
 namespace tessel::ctl {

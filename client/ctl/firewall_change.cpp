@@ -1,10 +1,8 @@
 // The one sequence of every change to the packet filter.
 #include "client/ctl/firewall.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/requests.h"
-#include "tessel/firewall.h"
 
 namespace tessel::ctl {
 

@@ -4,18 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <sstream>
 
+#include "client/ctl/files.h"
 #include "client/ctl/firewall.h"
-#include "client/ctl/format.h"
 #include "client/ctl/perform.h"
-#include "client/ctl/read_file.h"
-#include "client/ctl/tool_output.h"
-#include "client/libtessel.h"
 #include "core/unique_fd.h"
 
 namespace tessel::ctl {

@@ -1,10 +1,8 @@
 // The whitelist has no rule for established connections: who answers the device has to be listed.
-#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 #include "client/ctl/firewall.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 
 namespace tessel::ctl {

@@ -1,10 +1,7 @@
 // What the packet filter is, and what becomes of the session in it.
-#include <algorithm>
 #include <fstream>
-#include <iterator>
 
 #include "client/ctl/firewall.h"
-#include "client/ctl/format.h"
 
 namespace tessel::ctl {
 

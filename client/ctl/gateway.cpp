@@ -1,12 +1,7 @@
 // Default gateways. The daemon reports the first default route of an interface only: the kernel knows the others.
-#include <algorithm>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

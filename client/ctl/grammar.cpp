@@ -1,8 +1,4 @@
-#include "client/ctl/grammar.h"
-
-#include <algorithm>
-
-#include "client/ctl/format.h"
+#include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
 

@@ -1,14 +1,8 @@
 #include "client/ctl/guard.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 
 namespace tessel::ctl {

@@ -1,12 +1,7 @@
 // Keeps a remote session from cutting itself off.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "client/ctl/options.h"
-#include "client/ctl/values.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

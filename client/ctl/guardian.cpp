@@ -8,22 +8,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-
+#include "client/ctl/files.h"
 #include "client/ctl/filter.h"
-#include "client/ctl/format.h"
 #include "client/ctl/state.h"
-#include "client/ctl/time_text.h"
-#include "client/ctl/tool_output.h"
 
 namespace tessel::ctl {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // In /tmp for those who may not write to /run.
 const char* LockFile() {

@@ -3,14 +3,8 @@
 #pragma once
 
 #include <csignal>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "client/ctl/command.h"
-#include "client/ctl/json.h"
-#include "core/types.h"
 #include "core/unique_fd.h"
 
 namespace tessel::ctl {

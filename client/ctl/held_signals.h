@@ -3,6 +3,7 @@
 
 #include <csignal>
 
+#include "client/ctl/command.h"
 #include "core/unique_fd.h"
 
 namespace tessel::ctl {

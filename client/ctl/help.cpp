@@ -1,13 +1,6 @@
-#include "client/ctl/help.h"
-
-#include <algorithm>
-
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
-#include "client/ctl/grammar.h"
-#include "client/ctl/messages.h"
+#include "client/ctl/fields.h"
 #include "client/ctl/output.h"
-#include "tessel/ipc.h"
+#include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
 

@@ -4,16 +4,7 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
-
-#include "client/ctl/failure.h"
-#include "client/ctl/format.h"
-#include "client/ctl/kernel_messages.h"
 #include "client/ctl/processes.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

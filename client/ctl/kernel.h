@@ -4,12 +4,8 @@
 #include <libmnl/libmnl.h>
 
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "client/ctl/json.h"
-#include "client/ctl/values.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 
@@ -77,5 +73,13 @@ class KernelFollower {
 // Why the kernel's answer here says nothing about the daemon that this thread's last call reached: it lives in another
 // network namespace, or may do so. Empty: it sees the interfaces that this process sees.
 [[nodiscard]] std::string ForeignKernel();
+
+// For kernel.cpp and kernel_messages.cpp.
+
+// What one header of the kernel's has in bytes, by the type of its messages. 0: not known here.
+[[nodiscard]] std::size_t HeaderBytes(u16 type);
+
+// A message of any action, as in kernel.h; routes of every type, with "source" and "local". Null: not known here.
+[[nodiscard]] Json DocumentOf(const nlmsghdr* message);
 
 }  // namespace tessel::ctl

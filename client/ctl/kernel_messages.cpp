@@ -1,5 +1,3 @@
-#include "client/ctl/kernel_messages.h"
-
 #include <arpa/inet.h>
 #include <linux/fib_rules.h>
 #include <linux/neighbour.h>
@@ -7,11 +5,6 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 
-#include <algorithm>
-#include <array>
-#include <cstring>
-
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 
 namespace tessel::ctl {

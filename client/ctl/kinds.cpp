@@ -1,12 +1,7 @@
 // The kinds of words: how each is read, and what is said of one that is none.
-#include <algorithm>
-
 #include "client/ctl/command.h"
-#include "client/ctl/format.h"
+#include "client/ctl/fields.h"
 #include "client/ctl/kernel.h"
-#include "client/ctl/messages.h"
-#include "client/ctl/values.h"
-#include "tessel/ipc.h"
 
 namespace tessel::ctl {
 

@@ -1,12 +1,7 @@
 // Interfaces: MTU and hardware address.
-#include <algorithm>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 #include "core/text.h"
 
 namespace tessel::ctl {

@@ -1,19 +1,13 @@
 // What stands on the links: PPPoE, the bond and the web server.
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
-#include <cstring>
 #include <fstream>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
+#include "client/ctl/files.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/read_file.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

@@ -1,15 +1,11 @@
 #include "client/ctl/listening.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "client/call.h"
-#include "client/ctl/format.h"
-#include "client/ctl/json.h"
 #include "client/ctl/processes.h"
-#include "tessel/ipc.h"
 
 namespace tessel::ctl {
 

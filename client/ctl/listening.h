@@ -3,13 +3,7 @@
 
 #include <sys/types.h>
 
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include "client/ctl/json.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

@@ -4,15 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <memory>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 #include "core/unique_fd.h"
 
 namespace tessel::ctl {

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <exception>
 
 #include "client/ctl/tesselctl.h"

@@ -1,10 +1,5 @@
-#include "client/ctl/messages.h"
-
-#include <algorithm>
-#include <iterator>
-
+#include "client/ctl/fields.h"
 #include "client/ctl/records.h"
-#include "tessel/command.h"
 
 // Declared one by one: they have no header, because the command table is their only other user.
 tessel::ctl::Handler ApidIpaddrAdd, ApidIpaddrDel, ApidIpaddrFlush, ApidIpaddrSet, ApidIpaddrGet,

@@ -1,8 +1,4 @@
 // Notices of the daemon and changes in the kernel in one stream. Nothing is switched on or off for it.
-#include <algorithm>
-
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/listening.h"
 #include "client/ctl/watch.h"
 

@@ -1,6 +1,4 @@
 // The NTP clients, one of each family.
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/watch.h"

@@ -1,6 +1,4 @@
 // Everything that the tool can do. A new object is a file with its rows, a line here and one in CMakeLists.txt.
-#include <array>
-
 #include "client/ctl/command.h"
 
 namespace tessel::ctl {

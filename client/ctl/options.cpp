@@ -2,14 +2,8 @@
 
 #include <getopt.h>
 
-#include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cmath>
-
-#include "client/ctl/failure.h"
-#include "client/ctl/format.h"
-#include "tessel/ipc.h"
 
 namespace tessel::ctl {
 

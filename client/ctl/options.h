@@ -1,14 +1,8 @@
 // The options, which may stand anywhere among the words, but not behind "--".
 #pragma once
 
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
-
+#include "client/ctl/failure.h"
 #include "client/ctl/values.h"
-#include "core/types.h"
 
 namespace tessel::ctl {
 

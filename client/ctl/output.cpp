@@ -1,11 +1,7 @@
 #include "client/ctl/output.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <map>
-
-#include "client/ctl/format.h"
 
 namespace tessel::ctl {
 

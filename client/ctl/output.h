@@ -1,12 +1,7 @@
 // How results look: a table for people, one JSON document, or chosen fields for scripts. All come from the document.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include "client/ctl/json.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

@@ -2,11 +2,7 @@
 
 #include <unistd.h>
 
-#include <array>
-
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

@@ -1,9 +1,6 @@
 // The one sequence of a change: guard, send, cause of a failure, read back.
 #pragma once
 
-#include <functional>
-#include <string>
-
 #include "client/ctl/command.h"
 
 namespace tessel::ctl {

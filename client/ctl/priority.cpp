@@ -1,12 +1,6 @@
 // Metrics of IPv4 default routes. The daemon always answers success: what it took is read back.
-#include <algorithm>
-#include <cstring>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

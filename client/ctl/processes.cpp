@@ -4,15 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
-
-#include "client/ctl/format.h"
-#include "client/ctl/values.h"
 
 namespace tessel::ctl {
 

@@ -4,10 +4,8 @@
 #include <sys/types.h>
 
 #include <ctime>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
+
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

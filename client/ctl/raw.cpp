@@ -1,11 +1,6 @@
 // Any request by its bytes.
-#include <cctype>
-
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
-#include "client/ctl/messages.h"
-#include "client/ctl/read_file.h"
-#include "client/libtessel.h"
+#include "client/ctl/fields.h"
+#include "client/ctl/files.h"
 
 namespace tessel::ctl {
 

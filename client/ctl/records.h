@@ -2,26 +2,6 @@
 #pragma once
 
 #include "client/ctl/field_table.h"
-#include "tessel/address.h"
-#include "tessel/bond.h"
-#include "tessel/broadcast_arp.h"
-#include "tessel/conflict.h"
-#include "tessel/dhcp.h"
-#include "tessel/firewall.h"
-#include "tessel/gateway.h"
-#include "tessel/log.h"
-#include "tessel/mac.h"
-#include "tessel/mtu.h"
-#include "tessel/ntp.h"
-#include "tessel/ping.h"
-#include "tessel/pppoe.h"
-#include "tessel/priority.h"
-#include "tessel/route.h"
-#include "tessel/router.h"
-#include "tessel/service.h"
-#include "tessel/traceroute.h"
-#include "tessel/traffic.h"
-#include "tessel/web.h"
 
 // In a namespace of their own: objects of the tool bear the same names (kGateway).
 namespace tessel::ctl::records {

@@ -1,12 +1,7 @@
 #include "client/ctl/requests.h"
 
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-
 #include "client/call.h"
-#include "client/ctl/format.h"
-#include "client/ctl/messages.h"
+#include "client/ctl/fields.h"
 #include "client/ctl/output.h"
 #include "client/ctl/wait_notice.h"
 
@@ -66,7 +61,6 @@ void Note(u32 code, std::span<const u8> bytes) {
 }
 
 int PassRequest(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
-    using Clock = std::chrono::steady_clock;
     const auto sent = BytesAt(request, size);
     if (g_passing.isDryRun || g_passing.isPlanning) {
         Note(code, sent);

@@ -1,16 +1,30 @@
-// Between the commands and the daemon: -v shows what passes, --dry-run keeps changes here.
+// Between the commands and the daemon: -v shows what passes, --dry-run keeps changes here and asks what would run.
 #pragma once
 
-#include <cstdio>
-#include <functional>
-#include <string>
-#include <vector>
+#include <map>
 
-#include "client/ctl/dry_run.h"
-#include "client/ctl/json.h"
-#include "core/types.h"
+#include "client/ctl/fields.h"
+#include "client/ctl/filter.h"
+#include "core/exec_note.h"
 
 namespace tessel::ctl {
+
+struct DryRunResult {
+    std::vector<std::string> lines;  // of the tools, in order
+    std::string note;                // what else there is to know; may be empty
+};
+
+// Lives through the requests of one command: what one would have changed counts for the next.
+class DryRun {
+  public:
+    // Changes nothing. Lines that only read are run; the daemon is asked for its priorities where they matter.
+    [[nodiscard]] DryRunResult Ask(const Message& message, std::span<const u8> request);
+
+  private:
+    [[nodiscard]] ToolAnswer Answer(const std::string& line);
+
+    std::map<int, Filter> filters_;  // by family, as they would be by now
+};
 
 struct PlannedRequest {
     u32 code;

@@ -1,12 +1,6 @@
 // Static routes. The daemon's listing holds only part of them: the kernel is asked whether a change happened.
-#include <algorithm>
-#include <cstring>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

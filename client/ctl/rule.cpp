@@ -1,13 +1,7 @@
 // Rules, and the rules without conditions that bring a table into play. The daemon makes them for IPv4 only and reports
 // none: the kernel is asked whether it happened.
-#include <algorithm>
-#include <functional>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/perform.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

@@ -1,13 +1,9 @@
 // Stopping services of the device by name.
-#include <algorithm>
 #include <fstream>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

@@ -1,10 +1,7 @@
 #include "client/ctl/state.h"
 
-#include <algorithm>
-
 #include "client/ctl/device.h"
 #include "client/ctl/filter.h"
-#include "client/ctl/format.h"
 #include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {

@@ -1,12 +1,7 @@
 // What can be read back of the device's settings, as one document, and the commands that lead from one to another.
 #pragma once
 
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "client/ctl/command.h"
-#include "client/ctl/json.h"
 
 namespace tessel::ctl {
 

@@ -2,20 +2,14 @@
 // so that a daemon that hangs costs two seconds and hides nothing.
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <ctime>
 
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
 #include "client/ctl/filter.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/listening.h"
 #include "client/ctl/output.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/time_text.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

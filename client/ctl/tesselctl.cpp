@@ -3,19 +3,10 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
-
-#include "client/ctl/complete.h"
-#include "client/ctl/format.h"
-#include "client/ctl/grammar.h"
-#include "client/ctl/help.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 #include "client/ctl/requests.h"
-#include "client/ctl/try.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 
@@ -47,7 +38,6 @@ int ShowFailure(const Failure& failure, bool asJson, std::FILE* err) {
 // A daemon that is starting, for as long as --wait says.
 void WaitForDaemon(const Options& options) {
     constexpr int kPollMs = 50;
-    using Clock = std::chrono::steady_clock;
     if (!options.waitMs || options.dryRun) return;
     const auto deadline = Clock::now() + std::chrono::milliseconds(*options.waitMs);
     while (tessel_daemon_is_listening() == 0) {

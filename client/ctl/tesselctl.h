@@ -1,9 +1,5 @@
-// The tool from its arguments to its exit status.
+// The tool from its arguments to its exit status: finding the command that words mean, help, completion, running it.
 #pragma once
-
-#include <cstdio>
-#include <string>
-#include <vector>
 
 #include "client/ctl/command.h"
 
@@ -19,5 +15,43 @@ namespace tessel::ctl {
 // What an outcome prints, by the options. Returns the exit status.
 [[nodiscard]] int ShowOutcome(const Outcome& outcome, const Command& command, const Options& options, std::FILE* out,
                               std::FILE* err);
+
+// The rows that words may mean, before their values are looked at.
+struct Selection {
+    const Object* object = nullptr;
+    bool hasVerb = false;  // false: the verb was left out, or the object has none
+    std::vector<const Command*> rows;
+    std::vector<std::string> rest;
+};
+
+// The object of this name, which may be cut where that is unambiguous. Throws a Failure.
+[[nodiscard]] const Object& FindObject(std::string_view word);
+
+// Objects and verbs may be cut where that is unambiguous. Throws a Failure.
+[[nodiscard]] Selection SelectCommand(const std::vector<std::string>& words);
+
+struct ParsedCommand {
+    const Object* object;
+    const Command* command;
+    Words words;
+};
+
+// Throws a Failure that says what is wrong with the row that fits best.
+[[nodiscard]] ParsedCommand ParseWords(const std::vector<std::string>& words);
+
+// "addr add", "status".
+[[nodiscard]] std::string TitleOf(const Object& object, const Command& command);
+
+// The verbs of an object, each once, in the order of its rows.
+[[nodiscard]] std::vector<std::string_view> VerbsOf(const Object& object);
+
+// On what the words name: everything, an object, or one command.
+[[nodiscard]] std::string HelpText(const std::vector<std::string>& words);
+
+// `words` are those behind "tesselctl", the last one being typed, perhaps empty. Nothing: let the shell offer files.
+[[nodiscard]] std::vector<std::string> Complete(const std::vector<std::string>& words);
+
+// Runs a command (its arguments as typed, without "tesselctl") and undoes it after `seconds` unless it is confirmed.
+[[nodiscard]] Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::string>& arguments);
 
 }  // namespace tessel::ctl

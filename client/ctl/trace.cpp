@@ -1,19 +1,10 @@
 // What the daemon logs while a command runs.
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
-#include "client/ctl/grammar.h"
+#include "client/ctl/files.h"
 #include "client/ctl/held_signals.h"
 #include "client/ctl/output.h"
-#include "client/ctl/read_file.h"
 #include "client/ctl/tesselctl.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

@@ -1,11 +1,7 @@
 #include <unistd.h>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/watch.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

@@ -1,12 +1,8 @@
 #include <cmath>
 
-#include "client/ctl/command.h"
-#include "client/ctl/format.h"
 #include "client/ctl/listening.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/watch.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 
@@ -15,7 +11,6 @@ namespace {
 constexpr u32 kIntervalSeconds = 1;
 
 Outcome WatchTraffic(const Invocation& invocation) {
-    using Clock = std::chrono::steady_clock;
     const u32 interval = invocation.words.Get<u32>("every", kIntervalSeconds);
     u32 left = invocation.words.Get<u32>("count", 0);
     std::optional<Clock::time_point> before;

@@ -1,29 +1,19 @@
 // A change that is taken back unless it is confirmed. What takes it back is the guardian, a process of its own.
-#include "client/ctl/try.h"
-
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <csignal>
-#include <iterator>
 
-#include "client/ctl/format.h"
-#include "client/ctl/grammar.h"
 #include "client/ctl/guardian.h"
 #include "client/ctl/held_signals.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/state.h"
 #include "client/ctl/tesselctl.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr int kPollMs = 100;
 

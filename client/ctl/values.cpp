@@ -2,14 +2,7 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
-#include <cctype>
 #include <charconv>
-#include <cstdio>
-#include <cstring>
-
-#include "client/ctl/format.h"
-#include "tessel/ipc.h"
 
 namespace tessel::ctl {
 

@@ -1,18 +1,10 @@
 // Typed values, and their text as people type and read it.
 #pragma once
 
-#include <array>
 #include <compare>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
 #include <variant>
-#include <vector>
 
-#include "core/types.h"
-#include "tessel/address.h"
-#include "tessel/gateway.h"
+#include "client/ctl/text.h"
 
 namespace tessel::ctl {
 

@@ -1,16 +1,8 @@
 // Waits until something is there, for scripts that start with the device; --timeout limits it.
 #include <poll.h>
 
-#include <algorithm>
-#include <chrono>
-#include <functional>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
-#include "client/libtessel.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 
@@ -19,7 +11,6 @@ namespace {
 // Looks again and again: `look` gives what it found, or null, or throws a Failure; `missing` is what is said in the
 // end.
 Outcome WaitFor(const Invocation& invocation, std::string missing, const std::function<Json()>& look) {
-    using Clock = std::chrono::steady_clock;
     using std::chrono::milliseconds;
     constexpr milliseconds kPause{200};
     constexpr milliseconds kAnswer{500};  // for the last look, too

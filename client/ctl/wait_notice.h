@@ -1,8 +1,9 @@
 // Tells the person at the terminal why nothing happens.
 #pragma once
 
-#include <cstdio>
 #include <thread>
+
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 

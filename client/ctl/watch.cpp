@@ -3,14 +3,9 @@
 #include <poll.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <memory>
 
-#include "client/ctl/format.h"
 #include "client/ctl/held_signals.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/listening.h"
@@ -21,7 +16,6 @@ namespace tessel::ctl {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kLook{1000};  // between looks at the daemon and at our names

@@ -2,14 +2,7 @@
 // the way out, also on SIGINT, SIGTERM and SIGHUP, or when nobody reads any more.
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <string>
-#include <vector>
-
-#include "client/ctl/command.h"
 #include "client/ctl/events.h"
-#include "client/libtessel.h"
 
 namespace tessel::ctl {
 

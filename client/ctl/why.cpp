@@ -1,14 +1,9 @@
 // Which way a packet would take, by the kernel's own lookup, and which other routes could have carried it.
 #include <linux/rtnetlink.h>
 
-#include <algorithm>
-
-#include "client/ctl/command.h"
 #include "client/ctl/device.h"
-#include "client/ctl/format.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/output.h"
-#include "tessel/command.h"
 
 namespace tessel::ctl {
 

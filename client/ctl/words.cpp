@@ -1,10 +1,5 @@
 #include "client/ctl/words.h"
 
-#include <algorithm>
-#include <cctype>
-
-#include "client/ctl/format.h"
-
 namespace tessel::ctl {
 
 namespace {

@@ -9,12 +9,6 @@
 //   [IF N]...        any number of these, together
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
 #include "client/ctl/values.h"
 
 namespace tessel::ctl {

@@ -5,8 +5,8 @@
 
 #include <filesystem>
 
-#include "client/ctl/format.h"
 #include "client/ctl/processes.h"
+#include "client/ctl/text.h"
 #include "tests/ctl/tool.h"
 
 // In no namespace: the name that the symbol table has is the one written here.

@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "client/ctl/format.h"
+#include "client/ctl/text.h"
 #include "tests/ctl/tool.h"
 
 namespace tessel::test {

@@ -2,7 +2,7 @@
 #include <csignal>
 #include <thread>
 
-#include "client/ctl/time_text.h"
+#include "client/ctl/text.h"
 #include "client/libtessel.h"
 #include "tests/ctl/tool.h"
 

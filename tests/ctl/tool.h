@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "client/ctl/json.h"
 #include "client/ctl/tesselctl.h"
+#include "client/ctl/text.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
 #include "tests/support/files.h"

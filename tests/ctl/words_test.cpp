@@ -1,11 +1,9 @@
 // From words to commands: patterns, values, options, completion, help; and what every row of the tool has to have.
 #include <algorithm>
 
-#include "client/ctl/complete.h"
-#include "client/ctl/grammar.h"
-#include "client/ctl/help.h"
-#include "client/ctl/messages.h"
+#include "client/ctl/fields.h"
 #include "client/ctl/output.h"
+#include "client/ctl/tesselctl.h"
 #include "core/startup/command_table.h"
 #include "tessel/ipc.h"
 #include "tests/ctl/tool.h"

@@ -1,8 +1,8 @@
-#include "client/ctl/time_text.h"
+#include "client/ctl/text.h"
+
+#include <fmt/format.h>
 
 #include <ctime>
-
-#include "client/ctl/format.h"
 
 namespace tessel::ctl {
 
@@ -35,6 +35,10 @@ std::string Part(WallTime time) {
 }
 
 }  // namespace
+
+std::string FormatArguments(fmt::string_view pattern, fmt::format_args arguments) {
+    return fmt::vformat(pattern, arguments);
+}
 
 std::string JsonTime(WallTime time) {
     const std::tm parts = Parts(time, false);

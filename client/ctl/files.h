@@ -1,9 +1,7 @@
-// Whole files.
+// Whole files, and what the tools of the device print.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 
@@ -15,5 +13,15 @@ namespace tessel::ctl {
 
 // The file is there whole, in the place of what was there before, or not at all. Throws a Failure.
 void ReplaceFile(std::string_view asked, const std::string& path, const std::string& text);
+
+struct CapturedTool {
+    bool isDone = false;  // ran, and exited with 0
+    std::string text;     // standard output
+    std::string problem;  // when not: one line, the tool's own where it said one
+};
+
+// `words` are the program, looked up in the sbin directories and along PATH, and its arguments; `input` is what it
+// reads. No shell is involved.
+[[nodiscard]] CapturedTool CaptureTool(const std::vector<std::string>& words, std::string_view input = {});
 
 }  // namespace tessel::ctl

@@ -1,0 +1,89 @@
+// Text, documents and points in time, with the headers that nearly every file of the tool needs.
+#pragma once
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "client/libtessel.h"
+#include "core/types.h"
+#include <nlohmann/json.hpp>
+
+namespace tessel::ctl {
+
+// Text by a pattern that the compiler checks against its arguments. The machinery behind it is compiled once, in
+// text.cpp: in every file it would double the time that the tool takes to build.
+[[nodiscard]] std::string FormatArguments(fmt::string_view pattern, fmt::format_args arguments);
+
+// Format("{} has {:02x}", name, byte)
+template <typename... Arguments>
+[[nodiscard]] std::string Format(fmt::format_string<Arguments...> pattern, Arguments&&... arguments) {
+    return FormatArguments(pattern, fmt::make_format_args(arguments...));
+}
+
+// "a, b, c"
+template <typename List>
+[[nodiscard]] std::string Joined(const List& list, std::string_view between) {
+    std::string text;
+    bool isFirst = true;
+    for (const auto& element : list) {
+        if (!isFirst) text += between;
+        isFirst = false;
+        text += element;
+    }
+    return text;
+}
+
+// Documents are what every command makes, and what tables, fields and JSON are rendered from. No key comes and goes:
+// what is missing is null.
+using Json = nlohmann::ordered_json;
+
+inline Json NullIfEmpty(const std::string& text) {
+    return text.empty() ? Json() : Json(text);
+}
+
+template <typename Value>
+Json OrNull(const std::optional<Value>& value) {
+    return value ? Json(*value) : Json();
+}
+
+// The text of a member; empty when it is missing or no text.
+inline std::string TextOf(const Json& record, const char* key) {
+    const auto found = record.find(key);
+    return found != record.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+// The number of a member; 0 when it is missing or no number.
+inline long long NumberOf(const Json& record, const char* key) {
+    const auto found = record.find(key);
+    return found != record.end() && found->is_number() ? found->get<long long>() : 0;
+}
+
+using Clock = std::chrono::steady_clock;
+using WallTime = std::chrono::system_clock::time_point;
+
+// RFC 3339 with milliseconds: "2026-11-21T10:04:11.204Z".
+[[nodiscard]] std::string JsonTime(WallTime time);
+
+// Where this process is: "2026-11-21 10:04:11", and "10:04:11.204" for what happens now.
+[[nodiscard]] std::string DateText(WallTime time);
+[[nodiscard]] std::string ClockText(WallTime time);
+
+}  // namespace tessel::ctl

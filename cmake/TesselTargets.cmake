@@ -51,3 +51,16 @@ function(tessel_library name)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC tessel_wire ${arg_LINKS} PRIVATE tessel_options)
 endfunction()
+
+# tessel_program(NAME)
+# What is installed of a release carries no symbols; the same file with them stays in symbols/, for "tesselctl crash show
+# --symbols".
+function(tessel_program name)
+  if(CMAKE_BUILD_TYPE STREQUAL "Release")
+    set_target_properties(${name} PROPERTIES TESSEL_KEEP_SYMBOLS ON)
+    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/symbols)
+    add_custom_command(TARGET ${name} POST_BUILD
+      COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:${name}> ${CMAKE_BINARY_DIR}/symbols/
+      COMMAND ${CMAKE_STRIP} $<TARGET_FILE:${name}>)
+  endif()
+endfunction()

@@ -29,20 +29,10 @@ std::vector<std::string> PlainWords(const std::vector<std::string>& words) {
     return plain;
 }
 
-void AddChoices(std::string_view choices, std::vector<std::string>& offers) {
-    while (!choices.empty()) {
-        const std::size_t bar = std::min(choices.find('|'), choices.size());
-        offers.emplace_back(choices.substr(0, bar));
-        choices.remove_prefix(std::min(bar + 1, choices.size()));
-    }
-}
-
 void AddToken(const Token& token, std::vector<std::string>& offers) {
     if (token.isKeyword) offers.emplace_back(token.name);
     for (const std::string_view choice : token.choices) {
-        const bool isTyped =
-            std::none_of(choice.begin(), choice.end(), [](unsigned char c) { return isupper(c) != 0; });
-        if (isTyped) offers.emplace_back(choice);
+        if (!IsKind(choice)) offers.emplace_back(choice);
     }
     const auto known = KnownValues(token.name);
     if (!token.isKeyword) offers.insert(offers.end(), known.begin(), known.end());
@@ -88,7 +78,8 @@ std::vector<std::string> Complete(const std::vector<std::string>& words) {
     const OptionRow* waiting = before.empty() ? nullptr : WaitingOption(before.back());
     std::vector<std::string> offers;
     if (waiting != nullptr) {
-        AddChoices(waiting->choices, offers);
+        const auto choices = Split(waiting->choices, '|');
+        offers.assign(choices.begin(), choices.end());
     } else {
         offers = last.starts_with('-') ? OptionNames() : Offers(PlainWords(before));
     }

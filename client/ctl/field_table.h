@@ -50,6 +50,9 @@ constexpr Field Position(std::string_view name, std::span<const Word> words) {
     }
 #define MEMBER(name, member)       KIND(name, KindOf<MEMBER_TYPE(member)>(), member, )
 #define WORDS(name, member, words) KIND(name, KindOf<MEMBER_TYPE(member)>(), member, 0, words)
+// What most records have.
+#define DEVICE         MEMBER("interface", achDevName)
+#define FAMILY(member) WORDS("family", member, kFamilies)
 #define LIST(name, member, count, ...)                                                                           \
     Field {                                                                                                      \
         name, #member, Kind::kList, offsetof(R, member), sizeof(std::declval<R&>().member[0]), count, {},        \

@@ -120,23 +120,6 @@ std::string ValueText(const Json& value) {
     return text;
 }
 
-std::string_view TypeName(Kind kind) {
-    switch (kind) {
-        case Kind::kAddress:
-        case Kind::kNetwork:
-            return "address";
-        case Kind::kFilterNetwork:
-        case Kind::kFilterRange:
-            return "IP filter";
-        case Kind::kPrefixed:
-            return "address with length";
-        case Kind::kMac:
-            return "u8[6]";
-        default:
-            return "record";
-    }
-}
-
 }  // namespace
 
 Json Decode(const Record& record, std::span<const u8> payload) {
@@ -156,6 +139,8 @@ std::string DescriptionText(const Json& description) {
 
 std::string TypeText(const Field& field) {
     constexpr std::size_t kByteBits = 8;
+    Field element = field;
+    element.kind = field.elementKind;
     switch (field.kind) {
         case Kind::kUnsigned:
         case Kind::kFlag:
@@ -168,10 +153,21 @@ std::string TypeText(const Field& field) {
         case Kind::kTail:
             return "text";
         case Kind::kList:
-            return Format("{} x {}", field.elements, TypeName(field.elementKind));
-        default:
-            return std::string(TypeName(field.kind));
+            return Format("{} x {}", field.elements, field.elementFields.empty() ? TypeText(element) : "record");
+        case Kind::kAddress:
+        case Kind::kNetwork:
+            return "address";
+        case Kind::kFilterNetwork:
+        case Kind::kFilterRange:
+            return "IP filter";
+        case Kind::kPrefixed:
+            return "address with length";
+        case Kind::kMac:
+            return "u8[6]";
+        case Kind::kPosition:
+            break;
     }
+    return "record";
 }
 
 void AddFields(const Record& record, std::string_view before, Rows& rows) {

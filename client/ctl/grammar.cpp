@@ -18,11 +18,6 @@ std::vector<std::string_view> NamesFor(std::string_view word, const std::vector<
     return found;
 }
 
-const Object& ObjectNamed(std::string_view name) {
-    const auto all = Objects();
-    return **std::find_if(all.begin(), all.end(), [&](const Object* object) { return object->name == name; });
-}
-
 std::vector<const Command*> RowsOf(const Object& object, std::string_view verb) {
     std::vector<const Command*> rows;
     for (const Command& command : object.commands) {
@@ -82,11 +77,11 @@ const Object& FindObject(std::string_view word) {
         objects.push_back(object->name);
     const auto found = NamesFor(word, objects);
     if (found.size() != 1) throw NotOne(word, "object", found, objects);
-    return ObjectNamed(found[0]);
+    return *Objects()[static_cast<std::size_t>(std::find(objects.begin(), objects.end(), found[0]) - objects.begin())];
 }
 
 Selection SelectCommand(const std::vector<std::string>& words) {
-    if (words.empty()) return SelectVerb(ObjectNamed(kDefaultObject), {std::string(kDefaultObject)});
+    if (words.empty()) return SelectVerb(FindObject(kDefaultObject), {std::string(kDefaultObject)});
     return SelectVerb(FindObject(words[0]), words);
 }
 
@@ -97,7 +92,11 @@ ParsedCommand ParseWords(const std::vector<std::string>& words) {
     Match nearestMatch;
     for (const Command* row : selection.rows) {
         Match match = MatchWords(row->words, selection.rest);
-        if (match.isComplete) return {selection.object, row, std::move(match.words)};
+        if (match.isComplete) {
+            const std::string line = Joined(selection.rest, " ");
+            return {selection.object, row, std::move(match.words),
+                    TitleOf(*selection.object, *row) + (line.empty() ? "" : " ") + line};
+        }
         if (nearest == nullptr || match.matchedWords > nearestMatch.matchedWords) {
             nearest = row;
             nearestMatch = std::move(match);

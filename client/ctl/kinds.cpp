@@ -12,19 +12,19 @@ std::optional<Value> Held(std::optional<T> value) {
     return value ? std::optional<Value>(std::move(*value)) : std::nullopt;
 }
 
-bool IsOneWord(const std::string& word, std::size_t longest) {
-    return !word.empty() && word.size() <= longest &&
-           std::none_of(word.begin(), word.end(), [](unsigned char c) { return c <= ' ' || c == 0x7f; });
+std::optional<Value> OneWord(const std::string& word, std::size_t longest) {
+    const bool isWord = !word.empty() && word.size() <= longest &&
+                        std::none_of(word.begin(), word.end(), [](unsigned char c) { return c <= ' ' || c == 0x7f; });
+    return isWord ? std::optional<Value>(word) : std::nullopt;
 }
 
 std::optional<Value> Name(const std::string& word) {
-    return IsOneWord(word, TESSEL_NAME_SIZE - 1) ? std::optional<Value>(word) : std::nullopt;
+    return OneWord(word, TESSEL_NAME_SIZE - 1);
 }
 
 // iptables(8) takes 28 characters.
 std::optional<Value> Chain(const std::string& word) {
-    constexpr std::size_t kLongest = 28;
-    return IsOneWord(word, kLongest) && word[0] != '-' ? std::optional<Value>(word) : std::nullopt;
+    return word.starts_with('-') ? std::nullopt : OneWord(word, 28);
 }
 
 std::optional<Value> Anything(const std::string& word) {
@@ -51,8 +51,7 @@ std::optional<Value> Ports(const std::string& word) {
 
 std::optional<Value> Code(const std::string& word) {
     const Message* named = FindMessage(word);
-    if (named != nullptr) return named->code;
-    return Held(ParseNumber(word));
+    return named != nullptr ? std::optional<Value>(named->code) : Held(ParseNumber(word));
 }
 
 std::vector<std::string> CodeNames() {
@@ -69,16 +68,12 @@ std::vector<std::string> ObjectNames() {
     return names;
 }
 
-std::vector<std::string> NoneKnown() {
-    return {};
-}
-
 struct WordKind {
     std::string_view name;
     std::string_view text;  // "no ... " and the example are said of a wrong word
     std::string_view example;
     std::optional<Value> (*parse)(const std::string& word);
-    std::vector<std::string> (*known)() = &NoneKnown;
+    std::vector<std::string> (*known)() = [] { return std::vector<std::string>(); };
 };
 
 constexpr WordKind kWordKinds[] = {
@@ -106,40 +101,22 @@ const WordKind& FindWordKind(std::string_view name) {
     return found == std::end(kWordKinds) ? kAnyWord : *found;
 }
 
-// "68-65536" behind the name.
-struct Bounds {
-    u32 least = 0;
-    u32 most = ~u32{0};
-};
-
-Bounds BoundsIn(std::string_view text) {
-    const std::size_t dash = text.find('-');
-    if (dash == std::string_view::npos) return {};
-    return {ParseNumber(text.substr(0, dash)).value_or(0), ParseNumber(text.substr(dash + 1)).value_or(~u32{0})};
-}
-
-std::string_view BeforeColon(std::string_view kind) {
-    return kind.substr(0, kind.find(':'));
-}
-
-std::string_view BehindColon(std::string_view kind) {
-    const std::size_t colon = kind.find(':');
-    return colon == std::string_view::npos ? std::string_view{} : kind.substr(colon + 1);
-}
-
 }  // namespace
 
 ParsedValue ParseValue(std::string_view kind, const std::string& word) {
-    const WordKind& found = FindWordKind(BeforeColon(kind));
-    const Bounds bounds = BoundsIn(BehindColon(kind));
+    const auto parts = Split(kind, ':');  // "N", "N:68-65536", "N:1-"
+    const auto bounds = Split(parts.size() > 1 ? parts[1] : "0-", '-');
+    const u32 least = ParseNumber(bounds[0]).value_or(0);
+    const u32 most = ParseNumber(bounds[1]).value_or(~u32{0});
+    const WordKind& found = FindWordKind(parts[0]);
     ParsedValue parsed{.value = found.parse(word), .problem = {}};
     const u32* number = parsed.value ? std::get_if<u32>(&*parsed.value) : nullptr;
-    if (number != nullptr && (*number < bounds.least || *number > bounds.most)) parsed.value.reset();
+    if (number != nullptr && (*number < least || *number > most)) parsed.value.reset();
     if (parsed.value) return parsed;
     if (word.empty()) {
         parsed.problem = "an empty word";
-    } else if (!BehindColon(kind).empty()) {
-        parsed.problem = Format("\"{}\" is no {} from {} to {}", word, found.text, bounds.least, bounds.most);
+    } else if (parts.size() > 1) {
+        parsed.problem = Format("\"{}\" is no {} from {} to {}", word, found.text, least, most);
     } else {
         parsed.problem = Format("\"{}\" is no {}, such as {}", word, found.text, found.example);
     }
@@ -147,23 +124,18 @@ ParsedValue ParseValue(std::string_view kind, const std::string& word) {
 }
 
 std::vector<std::string> KnownValues(std::string_view kind) {
-    return FindWordKind(BeforeColon(kind)).known();
+    return FindWordKind(kind.substr(0, kind.find(':'))).known();
 }
 
 std::vector<std::pair<std::string, std::string>> KindsIn(std::string_view pattern) {
+    std::string names(pattern);  // each between blanks, without the names of choices and the bounds of numbers
+    std::replace_if(
+        names.begin(), names.end(), [](char c) { return std::strchr("[]|.:", c) != nullptr; }, ' ');
+    names = Format(" {} ", UsageWords(names));
     std::vector<std::pair<std::string, std::string>> lines;
     for (const WordKind& kind : kWordKinds) {
-        std::string_view rest = pattern;
-        for (std::size_t at = 0; (at = rest.find(kind.name)) != std::string_view::npos; rest.remove_prefix(at + 1)) {
-            constexpr std::string_view kPart = "ABCDEFGHIJKLMNOPQRSTUVWXYZ/-";
-            const bool begins = at == 0 || kPart.find(rest[at - 1]) == std::string_view::npos;
-            const std::size_t end = at + kind.name.size();
-            const bool ends =
-                end == rest.size() || (kPart.find(rest[end]) == std::string_view::npos && rest[end] != '=');
-            if (!begins || !ends) continue;
+        if (names.find(Format(" {} ", kind.name)) != std::string::npos)
             lines.emplace_back(kind.name, Format("{}, such as {}", kind.text, kind.example));
-            break;
-        }
     }
     return lines;
 }

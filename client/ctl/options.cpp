@@ -21,14 +21,10 @@ int Milliseconds(const std::string& word) {
     return static_cast<int>(std::lround(seconds * kPerSecond));
 }
 
-std::vector<std::string> SplitAtCommas(const std::string& text) {
-    std::vector<std::string> pieces;
-    for (std::size_t at = 0; at <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', at), text.size());
-        if (comma > at) pieces.push_back(text.substr(at, comma - at));
-        at = comma + 1;
-    }
-    return pieces;
+void SetFields(Options& options, const std::string& word) {
+    const auto fields = Split(word, ',');
+    options.fields.assign(fields.begin(), fields.end());
+    std::erase(options.fields, "");
 }
 
 void SetTimeout(Options& options, const std::string& word) {
@@ -38,12 +34,6 @@ void SetTimeout(Options& options, const std::string& word) {
 void SetProtected(Options& options, const std::string& word) {
     options.protect = ParseHost(word);
     if (!options.protect) throw Refused("--protect", word + " is no address");
-}
-
-void SetColour(Options& options, const std::string& word) {
-    if (word != "auto" && word != "always" && word != "never")
-        throw Refused("--color", word + " is none of auto, always, never");
-    options.colour = word;
 }
 
 void SetReplyBytes(Options& options, const std::string& word) {
@@ -60,8 +50,7 @@ void SetTry(Options& options, const std::string& word) {
 
 constexpr OptionRow kRows[] = {
     {"json", 'j', "", "one JSON document, errors as well", [](Options& o, const std::string&) { o.json = true; }},
-    {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header",
-     [](Options& o, const std::string& word) { o.fields = SplitAtCommas(word); }},
+    {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header", &SetFields},
     {"", '4', "", "IPv4 only", [](Options& o, const std::string&) { o.inet = true; }},
     {"", '6', "", "IPv6 only", [](Options& o, const std::string&) { o.inet6 = true; }},
     {"timeout", 't', "S", "seconds to wait for the answer (60)", &SetTimeout},
@@ -74,7 +63,8 @@ constexpr OptionRow kRows[] = {
     {"quiet", 'q', "", "no words when it worked", [](Options& o, const std::string&) { o.quiet = true; }},
     {"no-header", 0, "", "no line with the names of the columns",
      [](Options& o, const std::string&) { o.noHeader = true; }},
-    {"color", 0, "WHEN", "auto, always or never", &SetColour, "auto|always|never"},
+    {"color", 0, "WHEN", "auto, always or never", [](Options& o, const std::string& word) { o.colour = word; },
+     "auto|always|never"},
     {"yes", 'y', "", "do not ask", [](Options& o, const std::string&) { o.yes = true; }},
     {"force", 0, "", "do it even if it ends the session it is typed in",
      [](Options& o, const std::string&) { o.force = true; }},
@@ -140,6 +130,9 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
         if (optarg == nullptr && ArgumentOf(*row) == optional_argument &&
             IsTime(argv[static_cast<std::size_t>(optind)]))
             value = argv[static_cast<std::size_t>(optind++)];
+        const auto choices = Split(row->choices, '|');
+        if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
+            throw Refused(Format("--{}", row->name), Format("{} is none of {}", value, Joined(choices, ", ")));
         row->apply(options, value);
     }
     options.wordsBehindDashes = static_cast<std::size_t>(argc - optind);

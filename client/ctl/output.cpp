@@ -37,27 +37,20 @@ bool IsListOfRecords(const Json& value) {
 }
 
 void WriteJson(const Json& value, std::string& text) {
-    if (IsListOfRecords(value)) {
-        text += "[";
-        for (std::size_t i = 0; i < value.size(); ++i) {
-            if (i > 0) text += ",\n ";
-            WriteJson(value[i], text);
-        }
-        text += "]";
-    } else if (value.is_object()) {
-        text += "{";
-        bool isFirst = true;
-        for (const auto& [key, member] : value.items()) {
-            if (!isFirst) text += ",";
-            isFirst = false;
-            text += Dumped(key) + ":";
-            if (IsListOfRecords(member)) text += "\n ";
-            WriteJson(member, text);
-        }
-        text += "}";
-    } else {
+    const bool isObject = value.is_object();
+    if (!isObject && !IsListOfRecords(value)) {
         text += Dumped(value);
+        return;
     }
+    const char* between = "";
+    text += isObject ? "{" : "[";
+    for (const auto& [key, member] : value.items()) {
+        text += between;
+        between = isObject ? "," : ",\n ";
+        if (isObject) text += Dumped(key) + (IsListOfRecords(member) ? ":\n " : ":");
+        WriteJson(member, text);
+    }
+    text += isObject ? "}" : "]";
 }
 
 // For scripts.
@@ -129,14 +122,10 @@ struct Column {
 
 std::vector<Column> ColumnsOf(std::string_view text) {
     std::vector<Column> columns;
-    while (!text.empty()) {
-        const std::size_t bar = std::min(text.find('|'), text.size());
-        const std::string_view column = text.substr(0, bar);
-        text.remove_prefix(std::min(bar + 1, text.size()));
-        const std::size_t brace = std::min(column.find('{'), column.size());
-        const std::size_t blank = column.rfind(' ', brace);
-        const std::size_t titleEnd = blank == std::string_view::npos ? 0 : blank;
-        columns.push_back({std::string(column.substr(0, titleEnd)), column.substr(std::min(blank + 1, column.size()))});
+    for (const std::string_view column : Split(text, '|')) {
+        const std::size_t blank = column.rfind(' ', column.find('{'));
+        const bool hasTitle = blank != std::string_view::npos;
+        columns.push_back({std::string(column.substr(0, hasTitle ? blank : 0)), column.substr(blank + 1)});
     }
     return columns;
 }
@@ -260,16 +249,16 @@ std::string HumanDuration(long seconds) {
 }
 
 std::string HumanRate(long long bitsPerSecond) {
-    constexpr double kStep = 1000;
-    double rate = static_cast<double>(bitsPerSecond);
-    const char* unit = "bit/s";
-    for (const char* next : {"kbit/s", "Mbit/s", "Gbit/s"}) {
+    constexpr int kStep = 1000;
+    if (bitsPerSecond < kStep) return Format("{} bit/s", bitsPerSecond);
+    double rate = static_cast<double>(bitsPerSecond) / kStep;
+    const char* unit = "kbit/s";
+    for (const char* next : {"Mbit/s", "Gbit/s"}) {
         if (rate < kStep) break;
         rate /= kStep;
         unit = next;
     }
-    return bitsPerSecond < static_cast<long long>(kStep) ? Format("{} bit/s", bitsPerSecond)
-                                                         : Format("{:.1f} {}", rate, unit);
+    return Format("{:.1f} {}", rate, unit);
 }
 
 }  // namespace tessel::ctl

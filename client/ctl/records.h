@@ -34,15 +34,11 @@ inline constexpr Record kNothing{"(none)", 0, {}};
 inline constexpr auto kStatus = RECORD(TNetStatusReply, MEMBER("result", nResult));
 
 // Addresses
-inline constexpr auto kAddrChange = RECORD(TNetIpaddrChangeReq, MEMBER("interface", achDevName), MEMBER("address", tIp),
-                                           WORDS("family", tIp.wSinFamily, kFamilies));
-inline constexpr auto kAddrGet =
-    RECORD(TNetIpaddrGetReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
-inline constexpr auto kAddrFlush =
-    RECORD(TNetIpaddrFlushReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
+inline constexpr auto kAddrChange = RECORD(TNetIpaddrChangeReq, DEVICE, MEMBER("address", tIp), FAMILY(tIp.wSinFamily));
+inline constexpr auto kAddrGet = RECORD(TNetIpaddrGetReq, DEVICE, FAMILY(wSinFamily));
+inline constexpr auto kAddrFlush = RECORD(TNetIpaddrFlushReq, DEVICE, FAMILY(wSinFamily));
 inline constexpr auto kAddrSet =
-    RECORD(TNetIpaddrSetReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies),
-           LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)));
+    RECORD(TNetIpaddrSetReq, DEVICE, FAMILY(wSinFamily), LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)));
 inline constexpr auto kAddrList = RECORD(TNetIpaddrGetReply, MEMBER("result", nResult),
                                          LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)));
 inline constexpr auto kShownAddress =
@@ -51,35 +47,32 @@ inline constexpr auto kShownAddress =
 inline constexpr auto kAddrInfo =
     RECORD(TNetIpaddrShowReply, MEMBER("result", nResult), MEMBER("mtu", tInfo.mtu), MEMBER("mac", tInfo.mac),
            LIST("addresses", tInfo.addr, offsetof(R, tInfo.num), kShownAddress.fields));
-inline constexpr auto kAddrShow = RECORD(TNetIpaddrShowReq, MEMBER("interface", achDevName));
-inline constexpr auto kMacSet = RECORD(TNetMacaddrSetReq, MEMBER("interface", achDevName), MEMBER("mac", abyMac));
-inline constexpr auto kMacGet = RECORD(TNetMacaddrGetReq, MEMBER("interface", achDevName));
+inline constexpr auto kAddrShow = RECORD(TNetIpaddrShowReq, DEVICE);
+inline constexpr auto kMacSet = RECORD(TNetMacaddrSetReq, DEVICE, MEMBER("mac", abyMac));
+inline constexpr auto kMacGet = RECORD(TNetMacaddrGetReq, DEVICE);
 inline constexpr auto kMac = RECORD(TNetMacaddrGetReply, MEMBER("result", nResult), MEMBER("mac", abyMac));
-inline constexpr auto kMtuSet = RECORD(TNetMtuSetReq, MEMBER("interface", achDevName), MEMBER("mtu", dwMtu));
-inline constexpr auto kMtuGet = RECORD(TNetMtuGetReq, MEMBER("interface", achDevName));
+inline constexpr auto kMtuSet = RECORD(TNetMtuSetReq, DEVICE, MEMBER("mtu", dwMtu));
+inline constexpr auto kMtuGet = RECORD(TNetMtuGetReq, DEVICE);
 inline constexpr auto kMtu = RECORD(TNetMtuGetReply, MEMBER("result", nResult), MEMBER("mtu", dwMtu));
 
 // Routing
-inline constexpr auto kGatewaySet =
-    RECORD(TNetGatewaySetReq, MEMBER("interface", achDevName), MEMBER("gateway", tGateway),
-           WORDS("family", tGateway.wSinFamily, kFamilies), WORDS("table", dwTable, kNoZero));
-inline constexpr auto kGatewayGet = RECORD(TNetGatewayReq, MEMBER("interface", achDevName),
-                                           WORDS("family", wSinFamily, kFamilies), WORDS("table", dwTable, kNoZero));
+inline constexpr auto kGatewaySet = RECORD(TNetGatewaySetReq, DEVICE, MEMBER("gateway", tGateway),
+                                           FAMILY(tGateway.wSinFamily), WORDS("table", dwTable, kNoZero));
+inline constexpr auto kGatewayGet =
+    RECORD(TNetGatewayReq, DEVICE, FAMILY(wSinFamily), WORDS("table", dwTable, kNoZero));
 inline constexpr auto kGateway = RECORD(TNetGatewayGetReply, MEMBER("result", nResult), MEMBER("gateway", tGateway),
                                         KIND("learnt", Kind::kFlag, nResult, TESSEL_RESULT_LEARNT));
-inline constexpr auto kPriority = RECORD(TNetPrioParam, MEMBER("interface", achDevName), MEMBER("metric", nPriority));
+inline constexpr auto kPriority = RECORD(TNetPrioParam, DEVICE, MEMBER("metric", nPriority));
 inline constexpr auto kPriorities =
     RECORD(TNetPrioParamList, MEMBER("entries", dwNum), LIST("priorities", atPrio, kNoCount, kPriority.fields));
 inline constexpr auto kRoute =
-    RECORD(TNetIpRouteParam, MEMBER("interface", achDevName),
-           KIND("destination", Kind::kNetwork, tDestIpNet, offsetof(R, nPrefixLen)), MEMBER("gateway", tGateway),
-           MEMBER("metric", nMetric), WORDS("family", tDestIpNet.wSinFamily, kFamilies));
+    RECORD(TNetIpRouteParam, DEVICE, KIND("destination", Kind::kNetwork, tDestIpNet, offsetof(R, nPrefixLen)),
+           MEMBER("gateway", tGateway), MEMBER("metric", nMetric), FAMILY(tDestIpNet.wSinFamily));
 inline constexpr auto kRouteChange =
-    RECORD(TNetRouteReq, MEMBER("interface", achDevName),
-           KIND("destination", Kind::kNetwork, tRoute.tDestIpNet, offsetof(R, tRoute.nPrefixLen)),
+    RECORD(TNetRouteReq, DEVICE, KIND("destination", Kind::kNetwork, tRoute.tDestIpNet, offsetof(R, tRoute.nPrefixLen)),
            MEMBER("gateway", tRoute.tGateway), MEMBER("metric", tRoute.nMetric), WORDS("table", dwTable, kNoZero),
-           WORDS("family", tRoute.tDestIpNet.wSinFamily, kFamilies));
-inline constexpr auto kRouteGetAll = RECORD(TNetRouteGetAllReq, WORDS("family", wSinFamily, kFamilies));
+           FAMILY(tRoute.tDestIpNet.wSinFamily));
+inline constexpr auto kRouteGetAll = RECORD(TNetRouteGetAllReq, FAMILY(wSinFamily));
 inline constexpr auto kRoutes = RECORD(TNetRouteGetAllReply, MEMBER("result", nResult),
                                        LIST("routes", tRoutes.atRoute, offsetof(R, tRoutes.dwNum), kRoute.fields));
 inline constexpr auto kTable = RECORD(TNetRouteTableReq, MEMBER("table", dwTable));
@@ -88,75 +81,64 @@ inline constexpr auto kRule = RECORD(TNetIpRule, KIND("from", Kind::kNetwork, tS
 inline constexpr auto kService = RECORD(TNetServiceStopReq, MEMBER("service", achServiceName));
 
 // Conflicts, DHCP, announcements by ARP
-inline constexpr auto kConflict = RECORD(TNetConflictReq, WORDS("family", wSinFamily, kFamilies));
-inline constexpr auto kConflictReport =
-    RECORD(TNetConflictReport, MEMBER("interface", achDevName), WORDS("family", tAddr.wSinFamily, kFamilies),
-           MEMBER("address", tAddr), MEMBER("interface_mac", abyMac));
-inline constexpr auto kDhcpcStart = RECORD(TNetDhcpcStartReq, MEMBER("interface", achDevName),
-                                           WORDS("family", wSinFamily, kFamilies), MEMBER("pid", nPid));
+inline constexpr auto kConflict = RECORD(TNetConflictReq, FAMILY(wSinFamily));
+inline constexpr auto kConflictReport = RECORD(TNetConflictReport, DEVICE, FAMILY(tAddr.wSinFamily),
+                                               MEMBER("address", tAddr), MEMBER("interface_mac", abyMac));
+inline constexpr auto kDhcpcStart = RECORD(TNetDhcpcStartReq, DEVICE, FAMILY(wSinFamily), MEMBER("pid", nPid));
 inline constexpr auto kDhcpcStartEx =
-    RECORD(TNetDhcpcStartExReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies),
-           MEMBER("dns", wDnsDynmic), MEMBER("pid", nPid));
-inline constexpr auto kDhcpc =
-    RECORD(TNetDhcpcReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
-inline constexpr auto kLease =
-    RECORD(TNetDhcpcLease, MEMBER("interface", achDevName), WORDS("family", tAddr.wSinFamily, kFamilies),
-           MEMBER("address", tAddr), MEMBER("prefix_length", dwPrefixLen), MEMBER("gateway", tRouter),
-           MEMBER("lease_s", dwLeaseTime), LIST("dns", atDns, offsetof(R, dwDnsNum)));
+    RECORD(TNetDhcpcStartExReq, DEVICE, FAMILY(wSinFamily), MEMBER("dns", wDnsDynmic), MEMBER("pid", nPid));
+inline constexpr auto kDhcpc = RECORD(TNetDhcpcReq, DEVICE, FAMILY(wSinFamily));
+inline constexpr auto kLease = RECORD(TNetDhcpcLease, DEVICE, FAMILY(tAddr.wSinFamily), MEMBER("address", tAddr),
+                                      MEMBER("prefix_length", dwPrefixLen), MEMBER("gateway", tRouter),
+                                      MEMBER("lease_s", dwLeaseTime), LIST("dns", atDns, offsetof(R, dwDnsNum)));
 inline constexpr auto kDhcpsStart =
-    RECORD(TNetDhcpsStartReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies),
-           MEMBER("first", tConf.tStart), MEMBER("last", tConf.tEnd), MEMBER("prefix_length", tConf.dwPrefixLen),
-           MEMBER("gateway", tConf.tRouter), LIST("dns", tConf.atDns, offsetof(R, tConf.dwDnsNum)));
-inline constexpr auto kDhcps =
-    RECORD(TNetDhcpsReq, MEMBER("interface", achDevName), WORDS("family", wSinFamily, kFamilies));
+    RECORD(TNetDhcpsStartReq, DEVICE, FAMILY(wSinFamily), MEMBER("first", tConf.tStart), MEMBER("last", tConf.tEnd),
+           MEMBER("prefix_length", tConf.dwPrefixLen), MEMBER("gateway", tConf.tRouter),
+           LIST("dns", tConf.atDns, offsetof(R, tConf.dwDnsNum)));
+inline constexpr auto kDhcps = RECORD(TNetDhcpsReq, DEVICE, FAMILY(wSinFamily));
 inline constexpr auto kAnnounce = RECORD(TNetBroadcastArpReq, KIND("address", Kind::kIpv4, dwTargetIp, ));
 
 // Time, links and the web server. A password is shown to nobody.
-inline constexpr auto kNtpcStart =
-    RECORD(TNetNtpcStartReq, MEMBER("address", tServer), WORDS("family", tServer.wSinFamily, kFamilies),
-           MEMBER("interval_s", dwSyncTimeInterval));
-inline constexpr auto kNtpcStop = RECORD(TNetNtpcStopReq, WORDS("family", wSinFamily, kFamilies));
-inline constexpr auto kNtpcCheck =
-    RECORD(TNetNtpcCheckReq, MEMBER("address", tServer), WORDS("family", tServer.wSinFamily, kFamilies));
+inline constexpr auto kNtpcStart = RECORD(TNetNtpcStartReq, MEMBER("address", tServer), FAMILY(tServer.wSinFamily),
+                                          MEMBER("interval_s", dwSyncTimeInterval));
+inline constexpr auto kNtpcStop = RECORD(TNetNtpcStopReq, FAMILY(wSinFamily));
+inline constexpr auto kNtpcCheck = RECORD(TNetNtpcCheckReq, MEMBER("address", tServer), FAMILY(tServer.wSinFamily));
 inline constexpr auto kNtpcSynced = RECORD(TNetNtpcSynced, MEMBER("deviation_s", nTimeDeviation));
 inline constexpr auto kPppoeStart =
-    RECORD(TNetPppoeStartReq, MEMBER("interface", tConf.achDevName), WORDS("family", wSinFamily, kFamilies),
-           MEMBER("user", tConf.achUser), MEMBER("service", tConf.achService), MEMBER("persist", tConf.dwPersist),
-           MEMBER("debug", tConf.dwDebug), MEMBER("holdoff_s", tConf.dwHoldoff),
-           MEMBER("echo_interval_s", tConf.dwLcpEchoInterval), MEMBER("echo_failure", tConf.dwLcpEchoFailure),
-           MEMBER("maxfail", tConf.dwMaxfail));
-inline constexpr auto kPppoeStop = RECORD(TNetPppoeStopReq, WORDS("family", wSinFamily, kFamilies));
+    RECORD(TNetPppoeStartReq, MEMBER("interface", tConf.achDevName), FAMILY(wSinFamily), MEMBER("user", tConf.achUser),
+           MEMBER("service", tConf.achService), MEMBER("persist", tConf.dwPersist), MEMBER("debug", tConf.dwDebug),
+           MEMBER("holdoff_s", tConf.dwHoldoff), MEMBER("echo_interval_s", tConf.dwLcpEchoInterval),
+           MEMBER("echo_failure", tConf.dwLcpEchoFailure), MEMBER("maxfail", tConf.dwMaxfail));
+inline constexpr auto kPppoeStop = RECORD(TNetPppoeStopReq, FAMILY(wSinFamily));
 inline constexpr Record kWebsStart{"TNetWebsStartReq", sizeof(TNetWebsStartReq), {}};
 inline constexpr auto kBondStart = RECORD(TNetBondStartHead, MEMBER("bytes", nSendLen), MEMBER("mode", dwBondMode),
                                           MEMBER("path_bytes", nBondPathLen));
 
 // Probes
 inline constexpr auto kPingStart =
-    RECORD(TNetPingStartReq, MEMBER("address", tTarget), WORDS("family", tTarget.wSinFamily, kFamilies),
-           MEMBER("size", dwPacketSize), MEMBER("timeout_s", dwTimeout), MEMBER("ttl", dwTtl), MEMBER("count", dwCount),
-           MEMBER("id", nUserId));
+    RECORD(TNetPingStartReq, MEMBER("address", tTarget), FAMILY(tTarget.wSinFamily), MEMBER("size", dwPacketSize),
+           MEMBER("timeout_s", dwTimeout), MEMBER("ttl", dwTtl), MEMBER("count", dwCount), MEMBER("id", nUserId));
 inline constexpr auto kPingStop = RECORD(TNetPingStopReq, MEMBER("id", nUserId));
 inline constexpr auto kPingResult =
     RECORD(TNetPingResult, MEMBER("id", nUserId), MEMBER("seq", dwSeq), MEMBER("ttl", dwTtl), MEMBER("rtt_us", dwTime),
            KIND("last", Kind::kFlag, dwLast, 1));
 inline constexpr auto kTraceStart =
-    RECORD(TNetTracerouteStartReq, MEMBER("address", tTarget), WORDS("family", tTarget.wSinFamily, kFamilies),
-           MEMBER("hops", dwMaxHops), MEMBER("id", nUserId));
+    RECORD(TNetTracerouteStartReq, MEMBER("address", tTarget), FAMILY(tTarget.wSinFamily), MEMBER("hops", dwMaxHops),
+           MEMBER("id", nUserId));
 inline constexpr auto kTraceStop = RECORD(TNetTracerouteStopReq, MEMBER("id", nUserId));
 inline constexpr auto kTraceResult =
     RECORD(TNetTracerouteResult, MEMBER("id", nUserId), MEMBER("hop", dwHop), MEMBER("address", tHop),
            MEMBER("rtt_us", dwTime), KIND("last", Kind::kFlag, dwLast, 1));
-inline constexpr auto kRouterStart =
-    RECORD(TNetRouterStartReq, MEMBER("interface", achDevName), MEMBER("id", nUserId), MEMBER("pid", nPid));
-inline constexpr auto kRouterStop = RECORD(TNetRouterStopReq, MEMBER("interface", achDevName));
+inline constexpr auto kRouterStart = RECORD(TNetRouterStartReq, DEVICE, MEMBER("id", nUserId), MEMBER("pid", nPid));
+inline constexpr auto kRouterStop = RECORD(TNetRouterStopReq, DEVICE);
 inline constexpr auto kRouterReport =
-    RECORD(TNetRouterNotify, MEMBER("interface", achDevName),
-           LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)), MEMBER("gateway", tGateway));
+    RECORD(TNetRouterNotify, DEVICE, LIST("addresses", tIfaceIp.atIp, offsetof(R, tIfaceIp.dwNum)),
+           MEMBER("gateway", tGateway));
 
 // Firewall
 inline constexpr auto kIpFilter =
     RECORD(TNetIpFilterReq, WORDS("list", eCmd, kListNames), WORDS("change", eCmd, kListChanges),
-           WORDS("target", eCmd, kListTargets), WORDS("family", tFilter.tStart.wSinFamily, kFamilies),
+           WORDS("target", eCmd, kListTargets), FAMILY(tFilter.tStart.wSinFamily),
            KIND("source", Kind::kFilterNetwork, tFilter, ), KIND("range", Kind::kFilterRange, tFilter, ));
 inline constexpr auto kMacFilter =
     RECORD(TNetMacFilterReq, WORDS("list", eCmd, kListNames), WORDS("change", eCmd, kListChanges),
@@ -177,8 +159,7 @@ inline constexpr auto kPort =
            WORDS("family", tFilter.eInet, kProtocols));
 inline constexpr auto kRuleFile =
     RECORD(TNetFirewallFileReq, Tail("path", sizeof(R)), WORDS("family", eIpType, kProtocols));
-inline constexpr auto kArp =
-    RECORD(ArpEntryInfo, MEMBER("address", achIp), MEMBER("mac", achMac), MEMBER("interface", achDevName));
+inline constexpr auto kArp = RECORD(ArpEntryInfo, MEMBER("address", achIp), MEMBER("mac", achMac), DEVICE);
 
 // Logs and statistics
 inline constexpr auto kLogFile = RECORD(LogFileCtl, WORDS("action", eCmd, kLogActions),
@@ -195,6 +176,8 @@ inline constexpr auto kBandwidthReport =
 #undef KIND
 #undef MEMBER
 #undef WORDS
+#undef DEVICE
+#undef FAMILY
 #undef LIST
 #undef RECORD
 

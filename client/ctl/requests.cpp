@@ -1,13 +1,32 @@
 #include "client/ctl/requests.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <map>
+#include <sstream>
+
 #include "client/call.h"
 #include "client/ctl/fields.h"
-#include "client/ctl/output.h"
+#include "client/ctl/files.h"
+#include "client/ctl/filter.h"
 #include "client/ctl/wait_notice.h"
+#include "core/exec_note.h"
+#include "core/log_state.h"
+#include "core/unique_fd.h"
+#include "route/priority_table.h"
 
 namespace tessel::ctl {
 
 namespace {
+
+// What the daemon would run for a request: its own operations, above tools that are only noted.
+struct PlannedRequest {
+    Message message;
+    std::vector<u8> bytes;
+    std::vector<std::string> lines = {};  // of the tools, in order
+    std::string note = {};                // what else there is to know; may be empty
+};
 
 struct Passage {
     int verbosity = 0;
@@ -15,133 +34,176 @@ struct Passage {
     bool isPlanning = false;  // nothing at all is sent
     std::FILE* err = nullptr;
     std::vector<PlannedRequest> planned;
-    DryRun operations;
+    std::map<int, Filter> filters;  // by family, as they would be by now: what one request changes counts for the next
 };
 Passage g_passing;
 
-std::string NameOf(u32 code) {
+// Of a code that nobody knows, too.
+Message MessageOf(u32 code) {
     const Message* message = FindMessage(code);
-    return Format("0x{:X} {}", code, message == nullptr ? "(no name)" : message->name);
+    return message != nullptr ? *message : Message{code, "", {}, {}, nullptr, "has no such request"};
 }
 
-Json DescribedRequest(u32 code, std::span<const u8> bytes) {
-    const Message* message = FindMessage(code);
-    return message == nullptr ? Json::object() : Decode(message->request, bytes);
+std::string NameOf(const Message& message) {
+    return Format("0x{:X} {}", message.code, message.name.empty() ? "(no name)" : message.name);
 }
 
-std::string RequestLine(u32 code, std::span<const u8> bytes) {
-    return Format("{}   {}, {} bytes", NameOf(code), DescriptionText(DescribedRequest(code, bytes)), bytes.size());
+std::string RequestLine(const Message& message, std::span<const u8> bytes) {
+    const std::string fields = DescriptionText(Decode(message.request, bytes));
+    return Format("{}{}{}, {} bytes", NameOf(message), fields.empty() ? "" : "   ", fields, bytes.size());
 }
 
 void ShowRequests(const std::string& line, std::span<const u8> bytes) {
-    if (g_passing.verbosity == 0) return;
     (void)std::fputs((line + "\n").c_str(), g_passing.err);
     if (g_passing.verbosity > 1) (void)std::fputs(HexDump(bytes.data(), bytes.size()).c_str(), g_passing.err);
 }
 
-std::string ReplyLine(u32 code, int error, std::span<const u8> bytes, double milliseconds) {
-    if (error != TESSEL_OK)
-        return Format("<- {}   {}, after {:.1f} ms", NameOf(code), tessel_strerror(error), milliseconds);
-    const Message* message = FindMessage(code);
-    const std::string text = message == nullptr ? "" : DescriptionText(Decode(message->reply, bytes));
-    return Format("<- {}   {}, {} bytes from pid {} in {:.1f} ms", NameOf(code), text, bytes.size(),
-                  tessel_daemon_pid(), milliseconds);
+std::string ReplyLine(const Message& message, int error, std::span<const u8> bytes, double milliseconds) {
+    const std::string name = NameOf(message);
+    if (error != TESSEL_OK) return Format("<- {}   {}, after {:.1f} ms", name, tessel_strerror(error), milliseconds);
+    return Format("<- {}   {}, {} bytes from pid {} in {:.1f} ms", name, DescriptionText(Decode(message.reply, bytes)),
+                  bytes.size(), tessel_daemon_pid(), milliseconds);
 }
 
 std::span<const u8> BytesAt(const void* data, std::size_t size) {
     return {static_cast<const u8*>(data), size};
 }
 
-// Asks the daemon's own operations what they would run.
-void Note(u32 code, std::span<const u8> bytes) {
-    const Message* message = FindMessage(code);
-    DryRunResult run;
-    if (message != nullptr) run = g_passing.operations.Ask(*message, bytes);
-    g_passing.planned.push_back({code, {bytes.begin(), bytes.end()}, std::move(run)});
+// "ip [-4|-6] OBJECT show ...": the verb's place counts, because an interface may have any name.
+bool IsShow(const std::vector<std::string>& words) {
+    if (words.empty() || words[0] != "ip") return false;
+    const auto object = std::find_if(words.begin() + 1, words.end(), [](const auto& word) { return word[0] != '-'; });
+    return std::distance(object, words.end()) > 1 && object[1] == "show";
+}
+
+// The table of priorities lives in the daemon. False: it is not known.
+bool TakeOverPriorities() {
+    TNetPrioParamList list{};
+    if (CallDaemon(TESSEL_CMD_PRIORITY_GET, nullptr, 0, &list, sizeof(list)) != TESSEL_OK) return false;
+    for (u32 i = 0; i < std::size(list.atPrio); ++i)
+        StorePriority(i, list.atPrio[i]);
+    g_nRoutedetectE = list.dwNum != 0 ? 1 : 0;
+    return true;
+}
+
+// What a handler answers first; 0 when it does not answer.
+i32 CallHandler(const Message& message, std::span<const u8> request) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) return -1;
+    const UniqueFd client(ends[0]);
+    const UniqueFd server(ends[1]);
+    std::array<u8, TESSEL_PAYLOAD_MAX> payload{};
+    const std::size_t size = std::min(request.size(), payload.size());
+    std::copy_n(request.begin(), size, payload.begin());
+    (void)message.handler(server.Get(), message.code, payload.data(), static_cast<i32>(size));
+    struct {
+        IpcMsgHead head;
+        i32 result;
+    } reply{};
+    return read(client.Get(), &reply, sizeof(reply)) == sizeof(reply) ? reply.result : 0;
+}
+
+// What a tool would answer. Lines that only read are run.
+ToolAnswer AnswerTool(const std::string& line) {
+    if (const auto change = ParseFilterLine(line)) {
+        auto& filters = g_passing.filters;
+        if (!filters.contains(change->family)) filters[change->family] = ReadFilter(change->family);
+        return {.output = "", .status = filters[change->family].Apply(*change) ? 0 : 1};
+    }
+    std::istringstream stream(line);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    if (!IsShow(words)) return {};
+    const CapturedTool shown = CaptureTool(words);
+    return {.output = shown.text + shown.problem, .status = shown.isDone ? 0 : 1};
+}
+
+PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
+    PlannedRequest planned{.message = message, .bytes = {bytes.begin(), bytes.end()}};
+    if (message.handler == nullptr) {
+        planned.note = Format("the daemon {}", message.inDaemon);
+        return planned;
+    }
+    const i32 level = g_logLevel.exchange(0);  // nothing happens that the system's log should know of
+    const bool usesPriorities = message.code == TESSEL_CMD_GATEWAY_SET || message.code == TESSEL_CMD_PRIORITY_SET;
+    if (usesPriorities && !TakeOverPriorities())
+        planned.note = "without the daemon's answer its priorities are not known: metrics may differ";
+    AnswerTools(&AnswerTool);
+    if (CallHandler(message, bytes) == TESSEL_RESULT_FAILED)
+        planned.note = "as far as can be seen from here, the daemon will answer -1";
+    AnswerTools({});
+    g_logLevel = level;
+    planned.lines = TakeToolLines();
+    return planned;
 }
 
 int PassRequest(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
     const auto sent = BytesAt(request, size);
+    const Message message = MessageOf(code);
     if (g_passing.isDryRun || g_passing.isPlanning) {
-        Note(code, sent);
-        const Message* message = FindMessage(code);
-        const bool isAsked = message != nullptr && message->IsQuery() && !g_passing.isPlanning;
+        g_passing.planned.push_back(Planned(message, sent));
+        const bool isAsked = message.IsQuery() && !g_passing.isPlanning;
         if (reply != nullptr) memset(reply, 0, replySize);
         if (!isAsked || tessel_daemon_is_listening() == 0) return TESSEL_OK;
         return CallDaemon(code, request, size, reply, replySize);
     }
     const bool isSecret = code == TESSEL_CMD_PPPOE_START;  // a password is shown to nobody
-    ShowRequests("-> " + RequestLine(code, sent), isSecret ? std::span<const u8>{} : sent);
+    if (g_passing.verbosity > 0)
+        ShowRequests("-> " + RequestLine(message, sent), isSecret ? std::span<const u8>{} : sent);
     const auto start = Clock::now();
     const WaitNotice notice(g_passing.err);
     const int error = CallDaemon(code, request, size, reply, replySize);
     const std::chrono::duration<double, std::milli> taken = Clock::now() - start;
     const int systemError = errno;
     const auto received = BytesAt(reply, error == TESSEL_OK ? replySize : 0);
-    if (g_passing.verbosity > 0) ShowRequests(ReplyLine(code, error, received, taken.count()), received);
+    if (g_passing.verbosity > 0) ShowRequests(ReplyLine(message, error, received, taken.count()), received);
     errno = systemError;
     return error;
-}
-
-Json PlanJson(const PlannedRequest& request) {
-    const Message* message = FindMessage(request.code);
-    return {{"code", Format("0x{:X}", request.code)},
-            {"name", message == nullptr ? Json() : Json(message->name)},
-            {"request", DescribedRequest(request.code, request.bytes)},
-            {"size", request.bytes.size()},
-            {"runs", request.run.lines},
-            {"note", NullIfEmpty(request.run.note)}};
 }
 
 }  // namespace
 
 void UseRequests(int verbosity, bool isDryRun, std::FILE* err) {
-    g_passing = {.verbosity = isDryRun ? 0 : verbosity,
-                 .isDryRun = isDryRun,
-                 .isPlanning = false,
-                 .err = err,
-                 .planned = {},
-                 .operations = {}};
+    g_passing = {};
+    g_passing.verbosity = isDryRun ? 0 : verbosity;
+    g_passing.isDryRun = isDryRun;
+    g_passing.err = err;
     UseTransport(&PassRequest);
 }
 
-const std::vector<PlannedRequest>& PlannedRequests() {
-    return g_passing.planned;
-}
-
 std::vector<std::string> PlannedLines(const std::function<int()>& send) {
-    std::vector<PlannedRequest> before = std::exchange(g_passing.planned, {});
-    const DryRun operations = std::exchange(g_passing.operations, {});
+    auto before = std::exchange(g_passing.planned, {});
+    auto filters = std::exchange(g_passing.filters, {});
     g_passing.isPlanning = true;
     (void)send();
     g_passing.isPlanning = false;
-    g_passing.operations = operations;
+    g_passing.filters = std::move(filters);
     std::vector<std::string> lines;
     for (const PlannedRequest& request : std::exchange(g_passing.planned, std::move(before)))
-        lines.insert(lines.end(), request.run.lines.begin(), request.run.lines.end());
+        lines.insert(lines.end(), request.lines.begin(), request.lines.end());
     return lines;
 }
 
-std::string RenderPlan(const std::vector<PlannedRequest>& requests, const std::vector<std::string>& local,
-                       const std::vector<std::string>& notes, bool asJson) {
-    if (asJson) {
-        Json document{{"requests", Json::array()}, {"local", local}, {"notes", notes}};
-        for (const PlannedRequest& request : requests)
-            document["requests"].push_back(PlanJson(request));
-        return RenderJson(document);
-    }
+std::string RenderPlan(const Outcome& outcome, bool asJson) {
+    Json document{{"requests", Json::array()}, {"local", outcome.planned}, {"notes", outcome.notes}};
     std::string text;
     const auto add = [&](const char* kind, const std::string& line) { text += Format("{:<8} {}\n", kind, line); };
-    for (const PlannedRequest& request : requests) {
-        add("request", RequestLine(request.code, request.bytes));
-        for (const std::string& line : request.run.lines)
+    for (const auto& [message, bytes, lines, note] : g_passing.planned) {
+        document["requests"].push_back({{"code", Format("0x{:X}", message.code)},
+                                        {"name", NullIfEmpty(std::string(message.name))},
+                                        {"request", Decode(message.request, bytes)},
+                                        {"size", bytes.size()},
+                                        {"runs", lines},
+                                        {"note", NullIfEmpty(note)}});
+        add("request", RequestLine(message, bytes));
+        for (const std::string& line : lines)
             add("runs", line);
-        if (!request.run.note.empty()) add("note", request.run.note);
+        if (!note.empty()) add("note", note);
     }
-    for (const std::string& line : local)
+    for (const std::string& line : outcome.planned)
         add("here", line);
-    for (const std::string& note : notes)
-        add("note", note);
+    for (const std::string& known : outcome.notes)
+        add("note", known);
+    if (asJson) return RenderJson(document);
     return text.empty() ? "nothing is sent\n" : text;
 }
 

@@ -49,29 +49,17 @@ void WaitForDaemon(const Options& options) {
 ParsedCommand ParseCommand(const Options& options) {
     ParsedCommand parsed = ParseWords(options.words);
     const bool hasFamily = options.inet || options.inet6;
-    if (hasFamily && !parsed.command->takesFamily)
-        throw Refused(TitleOf(*parsed.object, *parsed.command), "-4 and -6 mean nothing here");
+    if (hasFamily && !parsed.command->takesFamily) throw Refused(parsed.asked, "-4 and -6 mean nothing here");
     return parsed;
 }
 
-Outcome RunParsed(const ParsedCommand& parsed, const Options& options, std::FILE* out, std::FILE* err) {
-    const std::string line = parsed.words.Line();
-    const Invocation invocation{.words = parsed.words,
-                                .options = options,
-                                .asked = TitleOf(*parsed.object, *parsed.command) + (line.empty() ? "" : " " + line),
-                                .out = out,
-                                .err = err};
-    Outcome outcome = parsed.command->run(invocation);
+Outcome Run(const Command& command, const Invocation& invocation) {
+    Outcome outcome = command.run(invocation);
     const int daemon = tessel_daemon_pid();
     if (daemon != 0 && SharesOurNetwork(daemon) == false)
         outcome.notes.push_back(
             Format("the daemon (pid {}) has another network: its interfaces are not those of this shell", daemon));
     return outcome;
-}
-
-int ShowPlan(const Outcome& outcome, const Options& options, std::FILE* out) {
-    Print(out, RenderPlan(PlannedRequests(), outcome.planned, outcome.notes, options.json));
-    return kExitDone;
 }
 
 // The same arguments without --try, which is handled here.
@@ -91,14 +79,16 @@ int RunCommand(const Options& options, const std::vector<std::string>& arguments
     WaitForDaemon(options);
     (void)tessel_set_timeout_ms(options.timeoutMs);
     UseRequests(options.verbosity, options.dryRun, err);
-    if (options.trySeconds && !options.dryRun) {
-        const Words none;
-        const Invocation invocation{.words = none, .options = options, .asked = "try", .out = out, .err = err};
-        return ShowOutcome(TryCommand(invocation, *options.trySeconds, WithoutTry(arguments)), *parsed.command, options,
-                           out, err);
+    const Command& command = *parsed.command;
+    const Invocation invocation{
+        .words = parsed.words, .options = options, .asked = parsed.asked, .out = out, .err = err};
+    if (options.dryRun) {
+        Print(out, RenderPlan(Run(command, invocation), options.json));
+        return kExitDone;
     }
-    const Outcome outcome = RunParsed(parsed, options, out, err);
-    return options.dryRun ? ShowPlan(outcome, options, out) : ShowOutcome(outcome, *parsed.command, options, out, err);
+    return ShowOutcome(options.trySeconds ? TryCommand(invocation, *options.trySeconds, WithoutTry(arguments))
+                                          : Run(command, invocation),
+                       command, options, out, err);
 }
 
 }  // namespace
@@ -138,7 +128,9 @@ Outcome RunInner(const std::vector<std::string>& arguments, const Invocation& ou
         options.force = options.force || outer.options.force;
         options.quiet = options.quiet || outer.options.quiet;
         const ParsedCommand parsed = ParseCommand(options);
-        outcome = RunParsed(parsed, options, outer.out, outer.err);
+        outcome =
+            Run(*parsed.command,
+                {.words = parsed.words, .options = options, .asked = parsed.asked, .out = outer.out, .err = outer.err});
         if (outcome.text.empty() && outcome.done.empty() && !outcome.document.is_null())
             outcome.text = RenderTable(outcome.document, parsed.command->columns, !options.noHeader, false);
     } catch (const Failure& failure) {

@@ -34,6 +34,7 @@ struct ParsedCommand {
     const Object* object;
     const Command* command;
     Words words;
+    std::string asked;  // "addr add 192.168.1.20/24 dev eth0"
 };
 
 // Throws a Failure that says what is wrong with the row that fits best.

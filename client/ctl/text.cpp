@@ -8,24 +8,13 @@ namespace tessel::ctl {
 
 namespace {
 
-std::tm Parts(WallTime time, bool isLocal) {
+// "2026-11-21T10:04:11", in this place's time or in UTC.
+std::string TimeText(WallTime time, bool isLocal) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm parts{};
-    if (isLocal) {
-        localtime_r(&seconds, &parts);
-    } else {
-        gmtime_r(&seconds, &parts);
-    }
-    return parts;
-}
-
-std::string Date(const std::tm& parts) {
-    constexpr int kFirstYear = 1900;
-    return Format("{}-{:02}-{:02}", parts.tm_year + kFirstYear, parts.tm_mon + 1, parts.tm_mday);
-}
-
-std::string TimeOfDay(const std::tm& parts) {
-    return Format("{:02}:{:02}:{:02}", parts.tm_hour, parts.tm_min, parts.tm_sec);
+    (void)(isLocal ? localtime_r(&seconds, &parts) : gmtime_r(&seconds, &parts));
+    char text[sizeof("2026-11-21T10:04:11")];
+    return {text, strftime(text, sizeof(text), "%FT%T", &parts)};
 }
 
 // ".204", of the seconds.
@@ -40,18 +29,29 @@ std::string FormatArguments(fmt::string_view pattern, fmt::format_args arguments
     return fmt::vformat(pattern, arguments);
 }
 
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    for (std::size_t at = 0; at <= text.size() && !text.empty();) {
+        const std::size_t end = std::min(text.find(separator, at), text.size());
+        pieces.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return pieces;
+}
+
 std::string JsonTime(WallTime time) {
-    const std::tm parts = Parts(time, false);
-    return Format("{}T{}{}Z", Date(parts), TimeOfDay(parts), Part(time));
+    return TimeText(time, false) + Part(time) + "Z";
 }
 
 std::string DateText(WallTime time) {
-    const std::tm parts = Parts(time, true);
-    return Format("{} {}", Date(parts), TimeOfDay(parts));
+    std::string text = TimeText(time, true);
+    text[text.find('T')] = ' ';
+    return text;
 }
 
 std::string ClockText(WallTime time) {
-    return TimeOfDay(Parts(time, true)) + Part(time);
+    const std::string text = TimeText(time, true);
+    return text.substr(text.find('T') + 1) + Part(time);
 }
 
 }  // namespace tessel::ctl

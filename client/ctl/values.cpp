@@ -10,28 +10,15 @@ namespace {
 
 constexpr u32 kByteBits = 8;
 
-template <std::size_t kSize>
-std::optional<Network> ReadAddress(std::string_view text) {
-    Network network{.family = text.find(':') == std::string_view::npos ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6};
-    char word[kSize] = "";
-    if (text.size() >= sizeof(word)) return std::nullopt;
-    std::copy(text.begin(), text.end(), word);
-    const int family = network.family == TESSEL_FAMILY_INET ? AF_INET : AF_INET6;
-    if (inet_pton(family, word, network.bytes.data()) != 1) return std::nullopt;
-    network.length = network.FullLength();
-    return network;
-}
-
-std::optional<u32> ParsePort(std::string_view text, u32 otherwise) {
-    constexpr u32 kPortMax = 65535;
-    const auto port = text.empty() ? otherwise : ParseNumber(text);
-    return port && *port <= kPortMax ? port : std::nullopt;
-}
-
 }  // namespace
 
 std::optional<Network> ParseHost(std::string_view text) {
-    return ReadAddress<INET6_ADDRSTRLEN>(text);
+    const bool isIpv4 = text.find(':') == std::string_view::npos;
+    Network network{.family = isIpv4 ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6};
+    if (inet_pton(isIpv4 ? AF_INET : AF_INET6, std::string(text).c_str(), network.bytes.data()) != 1)
+        return std::nullopt;
+    network.length = network.FullLength();
+    return network;
 }
 
 std::optional<Network> ParseNetwork(std::string_view text) {
@@ -90,17 +77,15 @@ std::optional<u32> ParseSeconds(std::string_view text) {
 std::optional<PortList> ParsePorts(std::string_view text) {
     constexpr u32 kPortMax = 65535;
     PortList ports;
-    while (true) {
-        const std::string_view piece = text.substr(0, text.find(','));
+    for (const std::string_view piece : Split(text, ',')) {
         const std::size_t colon = piece.find(':');
         const bool isRange = colon != std::string_view::npos;
-        const auto first = isRange ? ParsePort(piece.substr(0, colon), 0) : ParseNumber(piece);
-        const auto last = isRange ? ParsePort(piece.substr(colon + 1), kPortMax) : first;
+        const auto first = isRange && colon == 0 ? 0 : ParseNumber(piece.substr(0, colon));
+        const auto last = isRange && colon + 1 == piece.size() ? kPortMax : ParseNumber(piece.substr(colon + 1));
         if (!first || !last || *first > *last || *last > kPortMax) return std::nullopt;
         ports.emplace_back(*first, *last);
-        if (piece.size() == text.size()) return ports;
-        text.remove_prefix(piece.size() + 1);
     }
+    return ports.empty() ? std::nullopt : std::optional(ports);
 }
 
 std::string HostText(const Network& network) {

@@ -18,75 +18,38 @@ struct Item {
     }
 };
 
-bool IsKind(std::string_view word) {
-    return std::any_of(word.begin(), word.end(), [](unsigned char c) { return std::isupper(c) != 0; });
-}
-
 std::string_view WithoutBounds(std::string_view kind) {
     return kind.substr(0, kind.find(':'));
 }
 
 Token ParseToken(std::string_view word) {
-    Token token{.name = word, .isKeyword = false, .choices = {}};
-    const std::size_t equals = word.find('=');
-    std::string_view choices = word;
-    if (equals != std::string_view::npos) {
-        token.name = word.substr(0, equals);
-        choices = word.substr(equals + 1);
-    }
-    if (choices.find('|') != std::string_view::npos) {
-        while (!choices.empty()) {
-            const std::size_t bar = std::min(choices.find('|'), choices.size());
-            token.choices.push_back(choices.substr(0, bar));
-            choices.remove_prefix(std::min(bar + 1, choices.size()));
-        }
-    }
+    const std::size_t equals = word.find('=');  // no name: the choices are everything
+    Token token{.name = word.substr(0, equals), .isKeyword = false, .choices = Split(word.substr(equals + 1), '|')};
+    if (token.choices.size() == 1) token.choices.clear();
     token.isKeyword = token.choices.empty() && !IsKind(word);
     return token;
-}
-
-// Cuts brackets and dots off a word of the pattern.
-struct Marks {
-    bool opens = false;
-    bool closes = false;
-    bool repeats = false;
-};
-
-Marks TakeMarks(std::string_view& word) {
-    Marks marks;
-    if (word.starts_with('[')) {
-        marks.opens = true;
-        word.remove_prefix(1);
-    }
-    if (word.ends_with("...")) {
-        marks.repeats = true;
-        word.remove_suffix(3);
-    }
-    if (word.ends_with(']')) {
-        marks.closes = true;
-        word.remove_suffix(1);
-    }
-    return marks;
 }
 
 std::vector<Item> ParsePattern(std::string_view pattern) {
     std::vector<Item> items;
     bool inBrackets = false;
     bool joins = false;  // the next value belongs to the item before
-    while (!pattern.empty()) {
-        const std::size_t blank = std::min(pattern.find(' '), pattern.size());
-        std::string_view word = pattern.substr(0, blank);
-        pattern.remove_prefix(std::min(blank + 1, pattern.size()));
-        const Marks marks = TakeMarks(word);
+    for (std::string_view word : Split(pattern, ' ')) {
+        const bool opens = word.starts_with('[');
+        const bool repeats = word.ends_with("...");
+        word.remove_prefix(opens ? 1 : 0);
+        word.remove_suffix(repeats ? 3 : 0);
+        const bool closes = word.ends_with(']');
+        word.remove_suffix(closes ? 1 : 0);
         const Token token = ParseToken(word);
-        if (marks.opens || (!inBrackets && token.isKeyword) || !joins) {
-            items.emplace_back().isOptional = marks.opens;
-            inBrackets = marks.opens;
+        if (opens || (!inBrackets && token.isKeyword) || !joins) {
+            items.emplace_back().isOptional = opens;
+            inBrackets = opens;
         }
         items.back().tokens.push_back(token);
-        items.back().repeats = marks.repeats;
-        if (marks.closes) inBrackets = false;
-        joins = inBrackets || (items.back().First().isKeyword && !marks.closes);
+        items.back().repeats = repeats;
+        if (closes) inBrackets = false;
+        joins = inBrackets || (items.back().First().isKeyword && !closes);
     }
     return items;
 }
@@ -138,7 +101,6 @@ class Matcher {
     Matcher(std::vector<Item> items, const std::vector<std::string>& words) : items_(std::move(items)), words_(words) {}
 
     Match Run() {
-        match_.words.SetLine(Joined(words_, " "));
         while (next_ < words_.size()) {
             Item* item = ItemFor(words_[next_]);
             if (item == nullptr) {
@@ -230,20 +192,21 @@ const Words::Entry* Words::Find(std::string_view key) const {
     return found == entries_.end() ? nullptr : &*found;
 }
 
+bool IsKind(std::string_view word) {
+    return std::any_of(word.begin(), word.end(), [](unsigned char c) { return std::isupper(c) != 0; });
+}
+
 std::string UsageWords(std::string_view pattern) {
-    std::string text;
-    while (!pattern.empty()) {
-        const std::size_t blank = std::min(pattern.find(' '), pattern.size());
-        std::string word(pattern.substr(0, blank));
-        pattern.remove_prefix(std::min(blank + 1, pattern.size()));
+    std::vector<std::string> words;
+    for (const std::string_view piece : Split(pattern, ' ')) {
+        std::string& word = words.emplace_back(piece);
         const std::size_t equals = word.find('=');
-        if (equals != std::string::npos)
-            word.erase(word.starts_with('[') ? 1 : 0, word.starts_with('[') ? equals : equals + 1);
+        const std::size_t name = word.starts_with('[') ? 1 : 0;
+        if (equals != std::string::npos) word.erase(name, equals + 1 - name);
         const std::size_t colon = word.find(':');
         if (colon != std::string::npos) word.erase(colon, word.find_first_not_of(":0123456789-", colon) - colon);
-        text += (text.empty() ? "" : " ") + word;
     }
-    return text;
+    return Joined(words, " ");
 }
 
 Match MatchWords(std::string_view pattern, const std::vector<std::string>& words) {

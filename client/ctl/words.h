@@ -60,13 +60,6 @@ class Words {
         }
         return all;
     }
-    // All of them in one line, as typed.
-    [[nodiscard]] std::string Line() const {
-        return line_;
-    }
-    void SetLine(std::string line) {
-        line_ = std::move(line);
-    }
 
   private:
     struct Entry {
@@ -77,7 +70,6 @@ class Words {
     [[nodiscard]] const Entry* Find(std::string_view key) const;
 
     std::vector<Entry> entries_;
-    std::string line_;
 };
 
 struct Match {
@@ -87,6 +79,9 @@ struct Match {
     std::string problem;          // when not complete: what is wrong or missing
     std::vector<Token> expected;  // what may come next
 };
+
+// Whether a word of a pattern, or one of its choices, stands for values; others are typed as they are.
+[[nodiscard]] bool IsKind(std::string_view word);
 
 // The pattern as people read it: choices without their names, numbers without their bounds.
 [[nodiscard]] std::string UsageWords(std::string_view pattern);

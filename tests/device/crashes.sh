@@ -60,12 +60,12 @@ daemon:
 daemon:" libc
     done
     # The unstripped file has the same addresses.
-    HasInOrder "$(tesselctl crash show --symbols $built)" ioctl 'ApidMtuGet(' 'TesselDaemonMain()'
+    HasInOrder "$(tesselctl crash show --symbols build/arm/symbols)" ioctl 'ApidMtuGet(' 'TesselDaemonMain()'
 }
 
 # The same daemon with its symbols, in a thread that an event of the kernel module reaches.
 CrashOfAWorker() {
-    Restart "$built/tessel_daemon"
+    Restart "build/arm/symbols/tessel_daemon"
     echo 1 >/proc/veltrac/event
     EndsBySignal 11
     grep -qx 'Thread name:TesselSysNetlin' "$crashFile"

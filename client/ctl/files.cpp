@@ -24,12 +24,9 @@ std::string FindProgram(const std::string& name) {
 // A file without a name that holds `text`, to be read from its start. Unlike a pipe it takes any amount at once.
 UniqueFd Holding(std::string_view text) {
     UniqueFd file(memfd_create("text", MFD_CLOEXEC));
-    while (file.IsOpen() && !text.empty()) {
-        const ssize_t count = write(file.Get(), text.data(), text.size());
-        if (count <= 0) return UniqueFd();
-        text.remove_prefix(static_cast<std::size_t>(count));
-    }
-    lseek(file.Get(), 0, SEEK_SET);
+    const auto size = static_cast<ssize_t>(text.size());
+    if (file.IsOpen() && (write(file.Get(), text.data(), text.size()) != size || lseek(file.Get(), 0, SEEK_SET) != 0))
+        file.Reset();
     return file;
 }
 

@@ -69,8 +69,7 @@ Selection SelectVerb(const Object& object, const std::vector<std::string>& words
     throw NotOne(Format("{} {}", object.name, word), "verb", found, verbs);
 }
 
-}  // namespace
-
+// The object of this name, which may be cut where that is unambiguous.
 const Object& FindObject(std::string_view word) {
     std::vector<std::string_view> objects;
     for (const Object* object : Objects())
@@ -79,6 +78,8 @@ const Object& FindObject(std::string_view word) {
     if (found.size() != 1) throw NotOne(word, "object", found, objects);
     return *Objects()[static_cast<std::size_t>(std::find(objects.begin(), objects.end(), found[0]) - objects.begin())];
 }
+
+}  // namespace
 
 Selection SelectCommand(const std::vector<std::string>& words) {
     if (words.empty()) return SelectVerb(FindObject(kDefaultObject), {std::string(kDefaultObject)});

@@ -84,36 +84,25 @@ void Collect(const Json& record, const std::string& path, Values& values) {
     }
 }
 
-// Every record of a document for which `take` has a use, outermost first: lists within a record are gone into only when
+// Every record of a document that has one of the fields, outermost first: lists within a record are gone into only when
 // it lacks a field that is wanted.
-class Records {
-  public:
-    explicit Records(std::vector<std::string> wanted) : wanted_(std::move(wanted)) {}
-
-    void Add(const Json& document, Values values = {}) {
-        if (document.is_array()) {
-            for (const Json& element : document)
-                Add(element, values);
-            return;
-        }
-        if (!document.is_object()) return;
-        Collect(document, "", values);
-        const auto isKnown = [&](const std::string& field) { return values.count(field) != 0; };
-        const std::size_t before = found.size();
-        if (!std::all_of(wanted_.begin(), wanted_.end(), isKnown)) {
-            for (const auto& [key, member] : document.items()) {
-                if (IsListOfRecords(member)) Add(member, values);
-            }
-        }
-        if (found.size() == before && std::any_of(wanted_.begin(), wanted_.end(), isKnown))
-            found.push_back(std::move(values));
+void FindRecords(const Json& document, const std::vector<std::string>& wanted, std::vector<Values>& found,
+                 Values values = {}) {
+    if (document.is_array()) {
+        for (const Json& element : document)
+            FindRecords(element, wanted, found, values);
     }
-
-    std::vector<Values> found;
-
-  private:
-    std::vector<std::string> wanted_;
-};
+    if (!document.is_object()) return;
+    Collect(document, "", values);
+    const auto isKnown = [&](const std::string& field) { return values.count(field) != 0; };
+    const std::size_t before = found.size();
+    const bool hasAll = std::all_of(wanted.begin(), wanted.end(), isKnown);
+    for (const Json& member : document) {
+        if (!hasAll && IsListOfRecords(member)) FindRecords(member, wanted, found, values);
+    }
+    if (found.size() == before && std::any_of(wanted.begin(), wanted.end(), isKnown))
+        found.push_back(std::move(values));
+}
 
 struct Column {
     std::string title;
@@ -190,12 +179,12 @@ std::string RenderTable(const Json& document, std::string_view columns, bool wit
     std::vector<std::string> titles;
     for (const Column& column : all)
         titles.push_back(column.title);
-    Records records(FieldsIn(columns));
-    records.Add(document);
+    std::vector<Values> records;
+    FindRecords(document, FieldsIn(columns), records);
     const bool hasTitles = std::any_of(titles.begin(), titles.end(), [](const auto& title) { return !title.empty(); });
     Rows rows;
-    if (withHeader && hasTitles && !records.found.empty()) rows.push_back(titles);
-    for (const Values& values : records.found) {
+    if (withHeader && hasTitles && !records.empty()) rows.push_back(titles);
+    for (const Values& values : records) {
         auto& row = rows.emplace_back();
         for (const Column& column : all)
             row.push_back(Filled(column.pattern, values));
@@ -210,12 +199,12 @@ std::string RenderJson(const Json& document) {
 }
 
 std::optional<std::string> RenderFields(const Json& document, const std::vector<std::string>& fields) {
-    Records records(fields);
-    records.Add(document);
+    std::vector<Values> records;
+    FindRecords(document, fields, records);
     const bool hasRecords = document.is_object() || IsListOfRecords(document);
-    if (records.found.empty() && hasRecords) return std::nullopt;
+    if (records.empty() && hasRecords) return std::nullopt;
     std::string text;
-    for (const Values& values : records.found) {
+    for (const Values& values : records) {
         std::vector<std::string> line;
         for (const std::string& field : fields) {
             const auto found = values.find(field);

@@ -53,9 +53,22 @@ std::string RequestLine(const Message& message, std::span<const u8> bytes) {
     return Format("{}{}{}, {} bytes", NameOf(message), fields.empty() ? "" : "   ", fields, bytes.size());
 }
 
+// Rows of 16 bytes, each with its offset.
+std::string HexDump(std::span<const u8> bytes) {
+    constexpr std::size_t kRowBytes = 16;
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += kRowBytes) {
+        text += Format("   {:04x} ", i);
+        for (std::size_t j = i; j < std::min(i + kRowBytes, bytes.size()); ++j)
+            text += Format(" {:02x}", bytes[j]);
+        text += "\n";
+    }
+    return text;
+}
+
 void ShowRequests(const std::string& line, std::span<const u8> bytes) {
     (void)std::fputs((line + "\n").c_str(), g_passing.err);
-    if (g_passing.verbosity > 1) (void)std::fputs(HexDump(bytes.data(), bytes.size()).c_str(), g_passing.err);
+    if (g_passing.verbosity > 1) (void)std::fputs(HexDump(bytes).c_str(), g_passing.err);
 }
 
 std::string ReplyLine(const Message& message, int error, std::span<const u8> bytes, double milliseconds) {
@@ -205,18 +218,6 @@ std::string RenderPlan(const Outcome& outcome, bool asJson) {
         add("note", known);
     if (asJson) return RenderJson(document);
     return text.empty() ? "nothing is sent\n" : text;
-}
-
-std::string HexDump(const u8* bytes, std::size_t size) {
-    constexpr std::size_t kRowBytes = 16;
-    std::string text;
-    for (std::size_t i = 0; i < size; i += kRowBytes) {
-        text += Format("   {:04x} ", i);
-        for (std::size_t j = i; j < std::min(i + kRowBytes, size); ++j)
-            text += Format(" {:02x}", bytes[j]);
-        text += "\n";
-    }
-    return text;
 }
 
 }  // namespace tessel::ctl

@@ -16,7 +16,4 @@ void UseRequests(int verbosity, bool isDryRun, std::FILE* err);
 // and what is worth knowing before.
 [[nodiscard]] std::string RenderPlan(const Outcome& outcome, bool asJson);
 
-// Rows of 16 bytes, each with its offset.
-[[nodiscard]] std::string HexDump(const u8* bytes, std::size_t size);
-
 }  // namespace tessel::ctl

@@ -74,25 +74,7 @@ std::vector<std::string> WithoutTry(const std::vector<std::string>& arguments) {
     return rest;
 }
 
-int RunCommand(const Options& options, const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err) {
-    const ParsedCommand parsed = ParseCommand(options);
-    WaitForDaemon(options);
-    (void)tessel_set_timeout_ms(options.timeoutMs);
-    UseRequests(options.verbosity, options.dryRun, err);
-    const Command& command = *parsed.command;
-    const Invocation invocation{
-        .words = parsed.words, .options = options, .asked = parsed.asked, .out = out, .err = err};
-    if (options.dryRun) {
-        Print(out, RenderPlan(Run(command, invocation), options.json));
-        return kExitDone;
-    }
-    return ShowOutcome(options.trySeconds ? TryCommand(invocation, *options.trySeconds, WithoutTry(arguments))
-                                          : Run(command, invocation),
-                       command, options, out, err);
-}
-
-}  // namespace
-
+// What an outcome prints, by the options. Returns the exit status.
 int ShowOutcome(const Outcome& outcome, const Command& command, const Options& options, std::FILE* out,
                 std::FILE* err) {
     const bool hasResult = !outcome.document.is_null();
@@ -117,6 +99,25 @@ int ShowOutcome(const Outcome& outcome, const Command& command, const Options& o
     if (outcome.failure) return ShowFailure(*outcome.failure, options.json, err);
     return outcome.signal == 0 ? kExitDone : kExitSignal + outcome.signal;
 }
+
+int RunCommand(const Options& options, const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err) {
+    const ParsedCommand parsed = ParseCommand(options);
+    WaitForDaemon(options);
+    (void)tessel_set_timeout_ms(options.timeoutMs);
+    UseRequests(options.verbosity, options.dryRun, err);
+    const Command& command = *parsed.command;
+    const Invocation invocation{
+        .words = parsed.words, .options = options, .asked = parsed.asked, .out = out, .err = err};
+    if (options.dryRun) {
+        Print(out, RenderPlan(Run(command, invocation), options.json));
+        return kExitDone;
+    }
+    return ShowOutcome(options.trySeconds ? TryCommand(invocation, *options.trySeconds, WithoutTry(arguments))
+                                          : Run(command, invocation),
+                       command, options, out, err);
+}
+
+}  // namespace
 
 Outcome RunInner(const std::vector<std::string>& arguments, const Invocation& outer) {
     Outcome outcome;

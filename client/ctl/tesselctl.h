@@ -12,10 +12,6 @@ namespace tessel::ctl {
 // time stay as they are. What fails stands in the outcome, and a table that it would show, as text.
 [[nodiscard]] Outcome RunInner(const std::vector<std::string>& arguments, const Invocation& outer);
 
-// What an outcome prints, by the options. Returns the exit status.
-[[nodiscard]] int ShowOutcome(const Outcome& outcome, const Command& command, const Options& options, std::FILE* out,
-                              std::FILE* err);
-
 // The rows that words may mean, before their values are looked at.
 struct Selection {
     const Object* object = nullptr;
@@ -23,9 +19,6 @@ struct Selection {
     std::vector<const Command*> rows;
     std::vector<std::string> rest;
 };
-
-// The object of this name, which may be cut where that is unambiguous. Throws a Failure.
-[[nodiscard]] const Object& FindObject(std::string_view word);
 
 // Objects and verbs may be cut where that is unambiguous. Throws a Failure.
 [[nodiscard]] Selection SelectCommand(const std::vector<std::string>& words);

@@ -107,16 +107,8 @@ std::string MacText(const Mac& mac) {
 }
 
 std::string FamilyName(int family) {
-    switch (family) {
-        case TESSEL_FAMILY_INET:
-            return "inet";
-        case TESSEL_FAMILY_INET6:
-            return "inet6";
-        case TESSEL_FAMILY_BOTH:
-            return "both";
-        default:
-            return Format("unknown ({})", family);
-    }
+    if (family == TESSEL_FAMILY_BOTH) return "both";
+    return family == TESSEL_FAMILY_INET6 ? "inet6" : "inet";
 }
 
 Network Masked(Network network) {

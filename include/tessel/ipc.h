@@ -10,6 +10,13 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#if !defined(__cplusplus) && (!defined(__STDC_VERSION__) || __STDC_VERSION__ < 201112L)
+#error "The headers of tessel need C11 or later, or C++ (gcc -std=c11)"
+#ifndef static_assert
+#define static_assert _Static_assert /* this one error is enough */
+#endif
+#endif
+
 /* Socket files live here; a path of 102 characters or more, directory included, is refused. */
 #define TESSEL_SOCKET_DIRECTORY "/tmp/"
 

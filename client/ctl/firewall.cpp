@@ -229,7 +229,7 @@ constexpr Command kFirewallCommands[] = {
         "firewall export /tmp/rules")
         .OfFamily()
         .More("Done here, by the tools of the device. The file is there whole or not at all."),
-    Row("import", "FILE", &FirewallImport, "replace the rules by those of a file; asks before",
+    Row("import", "FILE", &FirewallImport, "replace the rules by those of a file (-: standard input); asks before",
         "firewall import /tmp/rules")
         .OfFamily()
         .More("Takes what \"firewall export\" wrote and, with -4 or -6, what a save tool printed. Checked before "

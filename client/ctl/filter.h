@@ -3,7 +3,7 @@
 
 #include <map>
 
-#include "client/ctl/guard.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
 
@@ -21,54 +21,51 @@ struct FilterRule {
     [[nodiscard]] std::string Get(std::string_view option) const;
     [[nodiscard]] std::string Text() const;
 };
-
-// What a line of a tool does ("iptables -A whitelist -s 10.0.0.0/8 -j RETURN").
-struct FilterLine {
-    int family = 0;
-    std::string operation;  // "-A", "-I", "-D", "-C"; "-F" and "-N" have a chain alone
-    FilterRule rule;
-};
-// Nothing: a line of another tool.
-[[nodiscard]] std::optional<FilterLine> ParseFilterLine(const std::string& line);
+// As saved, perhaps with packets and bytes in front: "[12:3456] -A whitelist -s 10.0.0.0/8 -j RETURN". Nothing: no
+// rule.
+[[nodiscard]] std::optional<FilterRule> ParseRule(const std::string& line);
 
 struct Filter {
     int family = 0;
     std::map<std::string, std::string> policies;  // by chain; "-" for those that are not the kernel's own
-    std::vector<FilterRule> rules;
-    std::string problem;  // it could not be read: one line; everything else is empty then
+    std::vector<FilterRule> rules = {};
+    std::string problem = {};  // it could not be read: one line; everything else is empty then
 
-    [[nodiscard]] bool HasChain(std::string_view chain) const {
-        return policies.count(std::string(chain)) != 0;
+    // "inet whitelist".
+    [[nodiscard]] std::string NameOf(std::string_view chain) const {
+        return Format("{} {}", FamilyName(family), chain);
     }
     // Whether INPUT jumps to the chain.
     [[nodiscard]] bool IsHooked(std::string_view chain) const;
     // The rules of a list that are entries: RETURN of the whitelist, DROP of the blacklist.
     [[nodiscard]] std::vector<FilterRule> Entries(std::string_view list) const;
-
     // In whatever form it is written.
     [[nodiscard]] bool Has(const FilterRule& rule) const;
-
-    // As after this line; one of the other family changes nothing. False: the tool would refuse it, or, for "-C", the
-    // rule is not there.
-    bool Apply(const FilterLine& line);
+    // As after "-A", "-I", "-D" or "-C" with a rule, "-F" or "-N" with a chain alone. Returns why the tool refuses it.
+    [[nodiscard]] std::string Apply(const std::string& operation, const FilterRule& rule);
 };
 
-// From what iptables-save prints.
+// The filters of the families that a change is for, as they are and as they will be.
+struct FilterPlan {
+    std::map<int, Filter> now = {};
+    std::map<int, Filter> then = {};
+    std::string refusal = {};              // why the tool refuses the line that the daemon answers for: the last one
+    std::vector<std::string> losses = {};  // "3 entries of the inet blacklist would be deleted"
+
+    // As after a line such as "iptables -A whitelist -s 10.0.0.0/8 -j RETURN". False: the tool fails. Nothing: it is
+    // another tool's.
+    std::optional<bool> Apply(const std::string& line);
+};
+
+// From what iptables-save prints; the kernel's.
 [[nodiscard]] Filter ParseFilter(std::string_view text, int family);
-// The kernel's, of one family; of those that the options ask for.
 [[nodiscard]] Filter ReadFilter(int family);
-[[nodiscard]] std::vector<Filter> ReadFilters(const Options& options);
-
-// Whether the packets of a session reach the device (INPUT, destination port) and its answers leave it (OUTPUT, source
-// port). What cannot be judged does not match.
-[[nodiscard]] bool LetsThrough(const Filter& filter, const Session& session);
-
-// Whether a rule covers every address of a network, whatever else the packet is.
-[[nodiscard]] bool CoversNetwork(const FilterRule& rule, const Network& network);
 
 // "iptables", "ip6tables".
-[[nodiscard]] std::string ToolOf(int family);
+[[nodiscard]] inline std::string ToolOf(int family) {
+    return family == TESSEL_FAMILY_INET6 ? "ip6tables" : "iptables";
+}
 // A line of saved rules as words, quotes and backslashes undone; nothing: a quote is open.
-[[nodiscard]] std::optional<std::vector<std::string>> SplitSavedLine(std::string_view line);
+[[nodiscard]] std::optional<std::vector<std::string>> SplitSavedLine(const std::string& line);
 
 }  // namespace tessel::ctl

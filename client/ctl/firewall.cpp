@@ -1,55 +1,102 @@
 // The packet filter: its lists, echo requests, ports.
 #include "client/ctl/firewall.h"
 
+#include <fstream>
+
 namespace tessel::ctl {
 
 namespace {
 
-// TESSEL_FILTER_... and TESSEL_ICMP_...: IPv4's, IPv6's, both; of each, what allows and what refuses.
-int FilterType(const Options& options, bool refuses) {
-    return 2 * ProtocolsOf(options) - (refuses ? 0 : 1);
+bool IsPortRule(const FilterRule& rule) {
+    constexpr std::string_view kOptions[] = {"--sport", "--dport", "--sports", "--dports"};
+    return (rule.chain == "INPUT" || rule.chain == "OUTPUT") && rule.Get("-j") != "LOG" &&
+           std::find_first_of(rule.words.begin(), rule.words.end(), std::begin(kOptions), std::end(kOptions)) !=
+               rule.words.end();
 }
 
-std::vector<std::string> WhitelistWarnings(const std::vector<Filter>& filters) {
-    std::vector<std::string> lines{
-        "a whitelist keeps out answers to the device's own connections (NTP, DNS, DHCP), too"};
-    for (const Filter& filter : filters) {
-        if (filter.Entries(kWhitelist).empty())
-            lines.push_back(ChainText(filter.family, kWhitelist) + ": no entry, so that nothing but loopback gets in");
-        for (const std::string& missing : MissingEntries(filter))
-            lines.push_back(Format("{}: missing: {}", ChainText(filter.family, kWhitelist), missing));
+std::string EchoText(const Filter& filter) {
+    constexpr char kChain[] = "icmppacket";
+    const bool isInet = filter.family == TESSEL_FAMILY_INET;
+    std::ifstream file("/proc/sys/net/ipv4/icmp_echo_ignore_all");
+    int isIgnored = 0;
+    if (isInet && file >> isIgnored && isIgnored != 0) return "ignored by the kernel";
+    const auto rule =
+        ParseRule(Format("-A {} {} -j DROP", kChain, isInet ? "-p icmp --icmp-type 8" : "-p icmpv6 --icmpv6-type 128"));
+    return filter.IsHooked(kChain) && filter.Has(*rule) ? "dropped" : "answered";
+}
+
+Outcome Show(const Invocation& invocation) {
+    Outcome outcome;
+    outcome.document = Json::array();
+    const auto session = GuardedSession(invocation.options);
+    for (const int family : FamiliesOf(invocation.options)) {
+        const Filter filter = ReadFilter(family);
+        if (!filter.problem.empty()) throw Failed(invocation.asked, filter.problem);
+        const auto note = [&](const std::string& text) { outcome.notes.push_back(FamilyName(family) + ": " + text); };
+        const auto add = [](Json& rules, const FilterRule& rule) {
+            rules.push_back({{"chain", rule.chain}, {"rule", rule.Text()}, {"packets", rule.packets}});
+        };
+        Json shown{{"family", FamilyName(family)},
+                   {"list", "off"},
+                   {"policy", filter.policies.at("INPUT")},
+                   {"echo_requests", EchoText(filter)},
+                   {"entries", Json::array()},
+                   {"ports", Json::array()},
+                   {"session", nullptr}};
+        for (const std::string_view list : {kWhitelist, kBlacklist}) {
+            if (shown["list"] == "off" && filter.IsHooked(list)) shown["list"] = list;
+            for (const FilterRule& rule : filter.Entries(list))
+                add(shown["entries"], rule);
+        }
+        for (const FilterRule& rule : filter.rules)
+            if (IsPortRule(rule)) add(shown["ports"], rule);
+        if (session && session->peer.family == family) {
+            const bool passes = LetsThrough(filter, *session);
+            shown["session"] = {{"text", session->text}, {"peer", HostText(session->peer)}, {"let_through", passes}};
+            note(Format("{}, which {}", session->text,
+                        passes ? "the rules let through" : "no rule is known to let through in both directions"));
+        }
+        // What the rules do not say by themselves.
+        if (!shown["entries"].empty())
+            note(Format("RETURN is not ACCEPT: packets go on behind the list, and the policy of INPUT ({}) decides",
+                        TextOf(shown, "policy")));
+        if (filter.IsHooked(kWhitelist) && !shown["ports"].empty())
+            note("rules by port stand behind the whitelist and open nothing that it closes");
+        outcome.document.push_back(std::move(shown));
     }
-    return lines;
+    return outcome;
 }
 
-Outcome Enable(const Invocation& invocation) {
+// TESSEL_PROTOCOL_... for -4 and -6.
+int ProtocolsOf(const Options& options) {
+    return (HasFamily(options, TESSEL_FAMILY_INET) ? TESSEL_PROTOCOL_IPV4 : 0) +
+           (HasFamily(options, TESSEL_FAMILY_INET6) ? TESSEL_PROTOCOL_IPV6 : 0);
+}
+
+// TESSEL_FILTER_... and TESSEL_ICMP_...: of each of those, what lets in and what keeps out.
+int FilterType(const Options& options, bool keepsOut) {
+    return 2 * ProtocolsOf(options) - (keepsOut ? 0 : 1);
+}
+
+template <bool kEnables>
+Outcome SwitchList(const Invocation& invocation) {
     const std::string list = invocation.words.Text("LIST");
     const int type = FilterType(invocation.options, list == kBlacklist);
-    FilterChange change{
-        .send = [=] { return tessel_filter_enable(type); }, .done = list + "   enabled", .isEnabling = true};
-    if (list == kWhitelist) change.warnings = &WhitelistWarnings;
-    return PerformFilterChange(invocation, change);
-}
-
-Outcome Disable(const Invocation& invocation) {
-    const std::string list = invocation.words.Text("LIST");
-    const int type = FilterType(invocation.options, list == kBlacklist);
-    return PerformFilterChange(invocation,
-                               {.send = [=] { return tessel_filter_disable(type); }, .done = list + "   disabled"});
-}
-
-Outcome AddChain(const Invocation& invocation) {
-    const std::string name = invocation.words.Text("add");
-    const int protocols = ProtocolsOf(invocation.options);
-    return PerformFilterChange(invocation, {.send = [=] { return tessel_chain_add(protocols, name.c_str()); },
-                                            .done = "chain " + name + "   added"});
+    const auto send = [=] { return kEnables ? tessel_filter_enable(type) : tessel_filter_disable(type); };
+    return ChangeFilter(invocation, list + (kEnables ? "   enabled" : "   disabled"), send, kEnables ? list : "");
 }
 
 Outcome SwitchEchoes(const Invocation& invocation) {
     const std::string echo = invocation.words.Text("ECHO");
     const int type = FilterType(invocation.options, echo == "drop");
-    return PerformFilterChange(invocation,
-                               {.send = [=] { return tessel_icmp_filter(type); }, .done = "echo requests   " + echo});
+    return ChangeFilter(invocation, "echo requests   " + echo, [=] { return tessel_icmp_filter(type); });
+}
+
+Outcome AddChain(const Invocation& invocation) {
+    const std::string name = invocation.words.Text("add");
+    const int protocols = ProtocolsOf(invocation.options);
+    const auto send = [&] { return tessel_chain_add(protocols, name.c_str()); };
+    return ChangeFilter(invocation, "chain " + name + "   added", send);
 }
 
 // The shape of an entry chooses the request.
@@ -57,50 +104,40 @@ int SendEntry(const Words& words, int operation) {
     if (const Mac* mac = words.If<Mac>("M"))
         return tessel_ip_mac_filter(operation, mac->data(), HostText(words.Get<Network>("ENTRY")).c_str());
     if (const Mac* mac = words.If<Mac>("ENTRY")) return tessel_mac_filter(operation, mac->data());
+    const Range* range = words.If<Range>("ENTRY");
+    const Network& start = range == nullptr ? words.Get<Network>("ENTRY") : range->first;
     TNetIpFilter entry{};
-    if (const Range* range = words.If<Range>("ENTRY")) {
-        entry.tStart = GatewayOf(range->first);
-        entry.tEnd = GatewayOf(range->last);
-    } else {
-        const auto& network = words.Get<Network>("ENTRY");
-        entry.tStart = GatewayOf(network);
-        entry.dwPrefixLen = network.length;
-    }
+    entry.tStart = GatewayOf(start);
+    entry.tEnd = range == nullptr ? TNetGateway{} : GatewayOf(range->last);
+    entry.dwPrefixLen = range == nullptr ? start.length : 0;
     return tessel_ip_filter(operation, &entry);
 }
 
-Outcome ChangeList(const Invocation& invocation, bool isWhite, bool isAdd) {
+template <int kOperation>
+Outcome ChangeList(const Invocation& invocation) {
     const Words& words = invocation.words;
+    const bool hasMac = words.Has("M");
     const Network* network = words.If<Network>("ENTRY");
-    if (words.Has("M") && (network == nullptr || !network->IsHost()))
+    if (hasMac && (network == nullptr || !network->IsHost()))
         throw Refused(invocation.asked, "a MAC may stand behind the address of a host only");
     if (network != nullptr && Masked(*network) != *network) {
         throw Refused(invocation.asked, Format("{} is a host with a length: write {} or {}", NetworkText(*network),
                                                NetworkText(Masked(*network)), HostText(*network)));
     }
-    const int white = isAdd ? TESSEL_LIST_WHITE_ADD : TESSEL_LIST_WHITE_DEL;
-    const int black = isAdd ? TESSEL_LIST_BLACK_ADD : TESSEL_LIST_BLACK_DEL;
-    const std::string entry = words.Text("ENTRY") + (words.Has("M") ? " " + words.Text("M") : "");
-    const std::string_view list = isWhite ? kWhitelist : kBlacklist;
-    Outcome outcome =
-        PerformFilterChange(invocation, {.send = [&] { return SendEntry(words, isWhite ? white : black); },
-                                         .done = Format("{}   {} {}", list, entry, isAdd ? "added" : "deleted")});
-    if (words.Has("M") && network->family == TESSEL_FAMILY_INET6)
+    const bool isWhite = kOperation == TESSEL_LIST_WHITE_ADD || kOperation == TESSEL_LIST_WHITE_DEL;
+    const bool isAdd = kOperation == TESSEL_LIST_WHITE_ADD || kOperation == TESSEL_LIST_BLACK_ADD;
+    const std::string done = Format("{}   {}{} {}", isWhite ? kWhitelist : kBlacklist, words.Text("ENTRY"),
+                                    hasMac ? " " + words.Text("M") : "", isAdd ? "added" : "deleted");
+    Outcome outcome = ChangeFilter(invocation, done, [&] { return SendEntry(words, kOperation); });
+    if (hasMac && network->family == TESSEL_FAMILY_INET6)
         outcome.notes.emplace_back(
             "with an IPv6 address and a MAC the entry is for the whole /32 network of the address");
     return outcome;
 }
 
-Outcome Allow(const Invocation& invocation) {
-    return ChangeList(invocation, true, true);
-}
-
-Outcome Deny(const Invocation& invocation) {
-    return ChangeList(invocation, false, true);
-}
-
 Outcome Delete(const Invocation& invocation) {
-    return ChangeList(invocation, invocation.words.Text("LIST") == "allow", false);
+    const bool isWhite = invocation.words.Text("LIST") == "allow";
+    return isWhite ? ChangeList<TESSEL_LIST_WHITE_DEL>(invocation) : ChangeList<TESSEL_LIST_BLACK_DEL>(invocation);
 }
 
 Outcome ChangePort(const Invocation& invocation) {
@@ -113,19 +150,33 @@ Outcome ChangePort(const Invocation& invocation) {
     filter.eAction = static_cast<u32>(TESSEL_PORT_ACCEPT_IN + (words.Text("DIRECTION") == "out" ? 2 : 0) +
                                       (words.Text("ACTION") == "drop" ? 1 : 0));
     ports.copy(filter.achPorts, sizeof(filter.achPorts) - 1);
-    // One request for both transports would do, but ends at a TCP rule of IPv6 that is there already.
-    const auto send = [&] {
-        int error = TESSEL_OK;
-        for (const auto& [protocol, name] : {std::pair(TESSEL_PORT_TCP, "tcp"), {TESSEL_PORT_UDP, "udp"}}) {
-            filter.eProtocol = static_cast<u32>(protocol);
-            const bool isMeant = !words.Has("PROTOCOL") || words.Text("PROTOCOL") == name;
-            if (isMeant && error == TESSEL_OK)
-                error = tessel_port_filter(isAdd ? TESSEL_PORT_ADD : TESSEL_PORT_DEL, &filter);
-        }
-        return error;
+    const auto sendFor = [&](u32 protocol) {
+        filter.eProtocol = protocol;
+        return tessel_port_filter(isAdd ? TESSEL_PORT_ADD : TESSEL_PORT_DEL, &filter);
     };
-    return PerformFilterChange(invocation,
-                               {.send = send, .done = Format("ports {}   {}", ports, isAdd ? "added" : "deleted")});
+    // One request for both transports would do, but ends at a TCP rule of IPv6 that is there already.
+    const std::string only = words.Text("PROTOCOL");
+    const auto send = [&] {
+        const int error = only == "udp" ? TESSEL_OK : sendFor(TESSEL_PORT_TCP);
+        return error != TESSEL_OK || only == "tcp" ? error : sendFor(TESSEL_PORT_UDP);
+    };
+    return ChangeFilter(invocation, Format("ports {}   {}", ports, isAdd ? "added" : "deleted"), send);
+}
+
+// The daemon's tools refuse what it asks them for.
+template <bool kSaves>
+Outcome AskDaemon(const Invocation& invocation) {
+    const int protocols = ProtocolsOf(invocation.options);
+    const std::string path = invocation.words.Text("PATH");
+    const auto call = kSaves ? &tessel_firewall_save : &tessel_firewall_restore;
+    const std::string cause = Format(
+        "the tool refuses \">\" and \"<\" as words; no file was touched. \"tesselctl firewall {} FILE\" does it here",
+        kSaves ? "export" : "import");
+    const auto read = [&] { return Json{{"done", invocation.asked}}; };
+    return Perform(invocation, {.send = [&] { return call(protocols, path.c_str()); },
+                                .cause = [&] { return cause; },
+                                .read = read,
+                                .done = invocation.asked + "   done"});
 }
 
 constexpr std::string_view kListBackground =
@@ -138,30 +189,29 @@ constexpr Command kFirewallCommands[] = {
         .Sends(TESSEL_CMD_CHAIN_ADD)
         .OfFamily()
         .More("icmppacket is hooked at once, for both families."),
-    Row("show", "", &FirewallShow, "which list is hooked, entries, echo requests, ports, your session",
-        "firewall show -4")
+    Row("show", "", &Show, "which list is hooked, entries, echo requests, ports, your session", "firewall show -4")
         .OfFamily()
         .Columns("FAMILY {family}|LIST {list}|POLICY {policy}|ECHO REQUESTS {echo_requests}|CHAIN {chain}|PACKETS "
                  "{packets}|RULE {rule}")
         .More("The kernel is asked; that takes root."),
-    Row("allow", "ENTRY=A/L|A|A-A|M [M]", &Allow, "whitelist a host (and its MAC), a network, a range or a MAC",
-        "firewall allow 192.168.1.0/24")
+    Row("allow", "ENTRY=A/L|A|A-A|M [M]", &ChangeList<TESSEL_LIST_WHITE_ADD>,
+        "whitelist a host (and its MAC), a network, a range or a MAC", "firewall allow 192.168.1.0/24")
         .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER)
         .More(kListBackground),
-    Row("deny", "ENTRY=A/L|A|A-A|M [M]", &Deny, "blacklist one: its packets are logged and dropped",
-        "firewall deny 10.0.0.10-10.0.0.20")
+    Row("deny", "ENTRY=A/L|A|A-A|M [M]", &ChangeList<TESSEL_LIST_BLACK_ADD>,
+        "blacklist one: its packets are logged and dropped", "firewall deny 10.0.0.10-10.0.0.20")
         .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER)
         .More(kListBackground),
     Row("delete", "LIST=allow|deny ENTRY=A/L|A|A-A|M [M]", &Delete, "delete an entry of a list",
         "firewall delete allow 192.168.1.77 02:00:00:00:00:77")
         .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER),
-    Row("enable", "LIST=whitelist|blacklist", &Enable, "let packets pass through a list; empties the other one",
-        "firewall enable blacklist -4")
+    Row("enable", "LIST=whitelist|blacklist", &SwitchList<true>,
+        "let packets pass through a list; empties the other one", "firewall enable blacklist -4")
         .Sends(TESSEL_CMD_FILTER_ENABLE)
         .OfFamily()
         .More("The whitelist lets in its entries and loopback alone, not even answers to the device's own "
               "connections or IPv6 neighbour discovery: what is missing is listed before."),
-    Row("disable", "LIST=whitelist|blacklist", &Disable, "unhook a list, and empty it; asks before",
+    Row("disable", "LIST=whitelist|blacklist", &SwitchList<false>, "unhook a list, and empty it; asks before",
         "firewall disable blacklist -4")
         .Sends(TESSEL_CMD_FILTER_DISABLE)
         .OfFamily(),
@@ -179,18 +229,18 @@ constexpr Command kFirewallCommands[] = {
         "firewall export /tmp/rules")
         .OfFamily()
         .More("Done here, by the tools of the device. The file is there whole or not at all."),
-    Row("import", "FILE", &FirewallImport, "replace the rules by those of a file; asks before",
+    Row("import", "FILE", &FirewallImport, "replace the rules by those of a file (-: standard input); asks before",
         "firewall import /tmp/rules")
         .OfFamily()
         .More("Takes what \"firewall export\" wrote and, with -4 or -6, what a save tool printed. Checked before "
               "anything is changed; put back when a tool fails. Tables that the file does not have stay."),
-    Row("save", "PATH", &FirewallSave, "have the daemon save the rules, which fails: use export",
+    Row("save", "PATH", &AskDaemon<true>, "have the daemon save the rules, which fails: use export",
         "firewall save /tmp/rules")
         .Sends(TESSEL_CMD_FIREWALL_SAVE)
         .OfFamily()
         .Hidden()
         .More("The daemon hands \"> PATH-4\" to iptables-save as two words, which it refuses: -1, and no file."),
-    Row("restore", "PATH", &FirewallRestore, "have the daemon restore the rules, which fails: use import",
+    Row("restore", "PATH", &AskDaemon<false>, "have the daemon restore the rules, which fails: use import",
         "firewall restore /tmp/rules")
         .Sends(TESSEL_CMD_FIREWALL_RESTORE)
         .OfFamily()

@@ -1,44 +1,55 @@
 // The one sequence of every change to the packet filter.
+#include <fstream>
+#include <set>
+
+#include "client/ctl/device.h"
 #include "client/ctl/firewall.h"
-#include "client/ctl/kernel.h"
-#include "client/ctl/perform.h"
 #include "client/ctl/requests.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-std::string WhyRefused(const Filter& filter, const FilterLine& line) {
-    if (line.operation == "-N")
-        return Format("there is an {} chain already", ChainText(filter.family, line.rule.chain));
-    if (line.operation == "-D" && filter.HasChain(line.rule.chain)) {
-        return Format("the {} chain has no rule \"{}\"", ChainText(filter.family, line.rule.chain), line.rule.Text());
+// Who is to be heard, and for what: the whitelist has no rule for established connections.
+std::set<std::pair<Network, std::string>> Senders() {
+    constexpr std::pair<u32, const char*> kServices[] = {{53, "DNS"}, {67, "DHCP"}, {123, "NTP"}, {547, "DHCP"}};
+    std::set<std::pair<Network, std::string>> senders;
+    std::ifstream resolver("/etc/resolv.conf");
+    for (std::string word; resolver >> word;) {
+        if (word != "nameserver" || !(resolver >> word)) continue;
+        if (const auto host = ParseHost(word)) senders.emplace(*host, "DNS");
     }
-    const std::string missing = filter.HasChain(line.rule.chain) ? line.rule.Get("-j") : line.rule.chain;
-    return Format("there is no {} chain (tesselctl firewall chain add {})", ChainText(filter.family, missing), missing);
+    for (const char* protocol : {"udp", "tcp"}) {
+        for (const Session& connection : Connections(protocol)) {
+            for (const auto& [port, name] : kServices)
+                if (connection.peerPort == port) senders.emplace(connection.peer, name);
+        }
+    }
+    // Neighbour discovery (RFC 4861) runs over link-local addresses and over those that are looked for.
+    senders.emplace(*ParseNetwork("fe80::/10"), "neighbour discovery");
+    for (const Json& link : KernelLinks()) {
+        for (const Json& address : link["addresses"]) {
+            const Network network = Masked(*ParseNetwork(AddressText(address)));
+            const bool isOnLink = network.family == TESSEL_FAMILY_INET6 && TextOf(address, "scope") == "global";
+            if (isOnLink) senders.emplace(network, "neighbours on " + TextOf(link, "interface"));
+        }
+    }
+    return senders;
 }
 
-FilterPlan PlanOf(const std::function<int()>& send) {
-    FilterPlan plan;
-    for (const std::string& text : PlannedLines(send)) {
-        const auto line = ParseFilterLine(text);
-        if (!line) continue;
-        if (!plan.now.contains(line->family)) {
-            plan.now[line->family] = ReadFilter(line->family);
-            plan.then[line->family] = plan.now[line->family];
+std::vector<std::string> WhitelistWarnings(const FilterPlan& plan) {
+    std::vector<std::string> lines{"a whitelist keeps out answers to the device's own connections (NTP, DNS, DHCP)"};
+    for (const auto& [family, filter] : plan.now) {
+        const std::string name = filter.NameOf(kWhitelist);
+        if (filter.Entries(kWhitelist).empty())
+            lines.push_back(name + ": no entry, so that nothing but loopback gets in");
+        for (const auto& [network, what] : Senders()) {
+            const std::string text = network.IsHost() ? HostText(network) : NetworkText(network);
+            if (network.family == family && !IsListed(filter, network))
+                lines.push_back(Format("{}: missing: tesselctl firewall allow {}   for {}", name, text, what));
         }
-        Filter& filter = plan.then[line->family];
-        const std::size_t entries = filter.Entries(line->rule.chain).size();
-        const bool isList = line->rule.chain == kWhitelist || line->rule.chain == kBlacklist;
-        if (line->operation == "-F" && isList && entries > 0) {
-            plan.lost.push_back(Format("{} {} of the {}", entries, entries == 1 ? "entry" : "entries",
-                                       ChainText(filter.family, line->rule.chain)));
-        }
-        const std::string refusal = WhyRefused(filter, *line);
-        const bool isTaken = filter.Apply(*line);
-        if (line->operation != "-C") plan.refusal = isTaken ? "" : refusal;
     }
-    return plan;
+    return lines;
 }
 
 bool IsCut(const FilterPlan& plan, const Session& session) {
@@ -47,48 +58,44 @@ bool IsCut(const FilterPlan& plan, const Session& session) {
            !LetsThrough(plan.then.at(session.peer.family), session);
 }
 
-// Everything that somebody has to have agreed to.
-void AskAbout(const Invocation& invocation, const FilterPlan& plan, bool isEnabling) {
-    std::vector<std::string> losses;
-    for (const std::string& lost : plan.lost)
-        losses.push_back(lost + " would be deleted");
-    for (const Session& session : KnownSessions(invocation.options)) {
-        if (isEnabling && !invocation.options.force && IsCut(plan, session))
-            losses.push_back(session.text + " and would be shut out");
-    }
-    if (losses.empty()) return;
-    const std::string text = Joined(losses, ", ");
-    Agree(invocation, text + ". Go on", text);
+// "your session comes from 192.168.1.77, which would be shut out ..." Empty: it would not.
+std::string WhyShutOut(const Options& options, const FilterPlan& plan) {
+    const auto session = GuardedSession(options);
+    const auto now = session ? plan.now.find(session->peer.family) : plan.now.end();
+    if (now == plan.now.end()) return "";
+    if (!now->second.problem.empty())
+        return Format("{}, and whether that goes on is not known: {}", session->text, now->second.problem);
+    if (!IsCut(plan, *session)) return "";
+    const bool isListed = plan.then.at(session->peer.family).IsHooked(kWhitelist);
+    return Format(
+        "{}, which would be shut out: {}\"tesselctl try --\" in front undoes it in time", session->text,
+        isListed ? Format("\"tesselctl firewall allow {}\" before lets it in, ", HostText(session->peer)) : "");
 }
 
-// What is to be there, or no longer, beside what there is.
-void AddDifferences(Json& rules, const Filter& from, const Filter& to, const Filter& now, bool isWanted) {
-    const auto add = [&](const std::string& chain, const Json& rule, bool isPresent) {
-        rules.push_back({{"family", FamilyName(now.family)},
-                         {"chain", chain},
-                         {"rule", rule},
-                         {"wanted", isWanted},
-                         {"present", isPresent}});
-    };
-    for (const auto& [chain, policy] : to.policies) {
-        if (!from.HasChain(chain)) add(chain, nullptr, now.HasChain(chain));
-    }
-    for (const FilterRule& rule : to.rules) {
-        if (!from.Has(rule)) add(rule.chain, rule.Text(), now.Has(rule));
-    }
-}
-
-Json ReadBack(const Invocation& invocation, const FilterPlan& plan) {
-    Json document{
-        {"done", invocation.asked}, {"not_read_back", NullIfEmpty(ForeignKernel())}, {"rules", Json::array()}};
+// What was to come or to go, and whether it is there.
+Json ReadBack(const std::string& asked, const FilterPlan& plan) {
+    std::string problem = ForeignKernel();
+    Json rules = Json::array();
     for (const auto& [family, before] : plan.now) {
         const Filter now = ReadFilter(family);
-        if (!now.problem.empty()) document["not_read_back"] = now.problem;
-        if (!document["not_read_back"].is_null()) continue;
-        AddDifferences(document["rules"], before, plan.then.at(family), now, true);
-        AddDifferences(document["rules"], plan.then.at(family), before, now, false);
+        if (problem.empty()) problem = now.problem;
+        if (!problem.empty()) break;
+        const auto add = [&](const std::string& chain, const Json& rule, bool isWanted, bool isPresent) {
+            rules.push_back({{"family", FamilyName(now.family)},
+                             {"chain", chain},
+                             {"rule", rule},
+                             {"wanted", isWanted},
+                             {"present", isPresent}});
+        };
+        const Filter& then = plan.then.at(family);
+        for (const auto& [chain, policy] : then.policies)
+            if (!before.policies.contains(chain)) add(chain, nullptr, true, now.policies.contains(chain));
+        for (const FilterRule& rule : then.rules)
+            if (!before.Has(rule)) add(rule.chain, rule.Text(), true, now.Has(rule));
+        for (const FilterRule& rule : before.rules)
+            if (!then.Has(rule)) add(rule.chain, rule.Text(), false, now.Has(rule));
     }
-    return document;
+    return {{"done", asked}, {"not_read_back", NullIfEmpty(problem)}, {"rules", rules}};
 }
 
 std::string WrongIn(const Json& document) {
@@ -103,56 +110,42 @@ std::string WrongIn(const Json& document) {
 
 }  // namespace
 
-std::string WhyShutOut(const Invocation& invocation, const FilterPlan& plan) {
-    const auto session = GuardedSession(invocation.options);
-    const auto now = session ? plan.now.find(session->peer.family) : plan.now.end();
-    if (now == plan.now.end()) return "";
-    if (!now->second.problem.empty())
-        return Format("{}, and whether that goes on is not known: {}", session->text, now->second.problem);
-    if (!IsCut(plan, *session)) return "";
-    const bool isListed = plan.then.at(session->peer.family).IsHooked(kWhitelist);
-    const std::string entry =
-        isListed ? Format("\"tesselctl firewall allow {}\" before lets it in, ", HostText(session->peer)) : "";
-    return Format("{}, which would be shut out: {}\"tesselctl try --\" in front undoes it in time", session->text,
-                  entry);
-}
-
-int ProtocolsOf(const Options& options) {
-    if (FamilyOf(options) == TESSEL_FAMILY_BOTH) return TESSEL_PROTOCOL_BOTH;
-    return FamilyOf(options) == TESSEL_FAMILY_INET ? TESSEL_PROTOCOL_IPV4 : TESSEL_PROTOCOL_IPV6;
-}
-
-std::string ChainText(int family, std::string_view chain) {
-    return Format("{} {}", FamilyName(family), chain);
-}
-
-Outcome PerformFilterChange(const Invocation& invocation, const FilterChange& change) {
+Outcome PerformPlan(const Invocation& invocation, const FilterPlan& plan, Change change) {
     const Options& options = invocation.options;
-    const FilterPlan plan = PlanOf(change.send);
-    if (change.isEnabling && !plan.refusal.empty() && !options.force && !options.dryRun)
-        throw Refused(invocation.asked, plan.refusal);
-    std::vector<Filter> filters;
-    for (const auto& [family, filter] : plan.now)
-        filters.push_back(filter);
-    const auto warnings = change.warnings ? change.warnings(filters) : std::vector<std::string>();
-    const auto send = [&] {
-        for (const std::string& warning : warnings)
-            if (!options.dryRun) ShowNote(invocation, warning);  // before somebody is asked, and before it is too late
-        AskAbout(invocation, plan, change.isEnabling);
-        return change.send();
+    const std::string losses = Joined(plan.losses, ", ");
+    change.guard = [&] { return WhyShutOut(options, plan); };
+    change.send = [&, send = change.send] {
+        if (!losses.empty()) Agree(invocation, losses + ". Go on", losses);
+        return send();
     };
-    Outcome outcome = Perform(invocation, {.send = send,
-                                           .guard = [&] { return WhyShutOut(invocation, plan); },
-                                           .cause = [&] { return plan.refusal; },
-                                           .read = [&] { return ReadBack(invocation, plan); },
-                                           .wrong = &WrongIn,
-                                           .done = change.done});
+    Outcome outcome = Perform(invocation, change);
+    if (!options.dryRun) return outcome;
+    outcome.notes = plan.losses;
+    const std::string cut = change.guard();
+    if (!cut.empty()) outcome.notes.push_back(cut);
+    return outcome;
+}
+
+Outcome ChangeFilter(const Invocation& invocation, const std::string& done, const std::function<int()>& send,
+                     std::string_view enabledList) {
+    const Options& options = invocation.options;
+    FilterPlan plan = PlanFilters(send);
+    if (!enabledList.empty() && !options.force && !options.dryRun) {
+        if (!plan.refusal.empty()) throw Refused(invocation.asked, plan.refusal);
+        for (const Session& session : KnownSessions(options))
+            if (IsCut(plan, session)) plan.losses.push_back(session.text + " and would be shut out");
+    }
+    const auto warnings = enabledList == kWhitelist ? WhitelistWarnings(plan) : std::vector<std::string>();
+    for (const std::string& warning : warnings)
+        if (!options.dryRun) ShowNote(invocation, warning);  // before somebody is asked, and before it is too late
+    Outcome outcome = PerformPlan(invocation, plan,
+                                  {.send = send,
+                                   .cause = [&] { return plan.refusal; },
+                                   .read = [&] { return ReadBack(invocation.asked, plan); },
+                                   .wrong = &WrongIn,
+                                   .done = done});
     if (options.dryRun) {
-        outcome.notes = warnings;
-        for (const std::string& lost : plan.lost)
-            outcome.notes.push_back(lost + " would be deleted");
-        const std::string cut = WhyShutOut(invocation, plan);
-        if (!cut.empty()) outcome.notes.push_back(cut);
+        outcome.notes.insert(outcome.notes.begin(), warnings.begin(), warnings.end());
     } else if (!outcome.document["not_read_back"].is_null()) {
         outcome.notes.push_back("not read back: " + TextOf(outcome.document, "not_read_back"));
     } else if (outcome.document["rules"].empty()) {

@@ -1,7 +1,7 @@
 #include "client/ctl/guard.h"
 
+#include <bit>
 #include <fstream>
-#include <sstream>
 
 #include "client/ctl/kernel.h"
 
@@ -9,111 +9,189 @@ namespace tessel::ctl {
 
 namespace {
 
-constexpr u32 kInet6Bytes = 16;
-constexpr u32 kMappedBytes = 12;
-
-// A server for both families has IPv4 hosts as "::ffff:192.168.1.77".
-Network Unmapped(const Network& address) {
-    const Network mapped{
-        .family = TESSEL_FAMILY_INET6, .bytes = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, .length = kMappedBytes * 8};
-    if (!Covers(mapped, address)) return address;
-    Network inet{.family = TESSEL_FAMILY_INET, .length = 32};
-    std::copy(address.bytes.begin() + kMappedBytes, address.bytes.end(), inet.bytes.begin());
-    return inet;
-}
-
-// Link-local addresses carry their interface: "fe80::1%eth0".
-std::optional<Network> AddressIn(const std::string& word) {
-    const auto address = ParseHost(word.substr(0, word.find('%')));
-    return address ? std::optional(Unmapped(*address)) : std::nullopt;
+// Link-local addresses carry their interface ("fe80::1%eth0"), and a server for both families has IPv4 hosts as
+// "::ffff:192.168.1.77".
+std::optional<Network> AddressIn(std::string_view text) {
+    constexpr std::string_view kMapped = "::ffff:";
+    const std::string_view word = text.substr(0, text.find('%'));
+    const auto inet = word.starts_with(kMapped) ? ParseHost(word.substr(kMapped.size())) : std::nullopt;
+    return inet ? inet : ParseHost(word);
 }
 
 // SSH_CONNECTION: client's address and port, server's address and port.
 std::optional<Session> OwnSession() {
     const char* connection = getenv("SSH_CONNECTION");
-    std::istringstream words(connection == nullptr ? "" : connection);
-    std::array<std::string, 4> parts;
-    for (std::string& part : parts)
-        words >> part;
-    const auto address = AddressIn(parts[0]);
-    if (!address) return std::nullopt;
-    return Session{.text = "your session comes from " + HostText(*address),
-                   .peer = *address,
-                   .device = AddressIn(parts[2]),
-                   .devicePort = ParseNumber(parts[3])};
+    const auto parts = Split(connection == nullptr ? "" : connection, ' ');
+    const auto peer = parts.size() == 4 ? AddressIn(parts[0]) : std::nullopt;
+    if (!peer) return std::nullopt;
+    return Session{"your session comes from " + HostText(*peer), *peer, AddressIn(parts[2]), ParseNumber(parts[3])};
+}
+
+// proc(5): "0100007F", words of 4 bytes as this processor's numbers.
+Network HostInTable(const std::string& digits) {
+    std::array<u32, 4> words{};
+    (void)sscanf(digits.c_str(), "%8x%8x%8x%8x", &words[0], &words[1], &words[2], &words[3]);
+    Network host{.family = digits.size() > 8 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET,
+                 .bytes = std::bit_cast<std::array<u8, 16>>(words)};
+    host.length = host.FullLength();
+    return AddressIn(HostText(host)).value_or(host);
+}
+
+// Nothing: it cannot be judged.
+using Answer = std::optional<bool>;
+
+// One direction of a session, or whatever comes from a network. What is not known meets no condition.
+struct Packet {
+    std::string_view protocol = {};
+    std::optional<Network> source = {};
+    std::optional<Network> destination = {};
+    std::optional<u32> sourcePort = {};
+    std::optional<u32> destinationPort = {};
+};
+
+// Every address of a network or host, in "10.0.0.0/8" or "10.0.0.1-10.0.0.9".
+Answer IsIn(const std::string& text, const std::optional<Network>& network) {
+    if (!network) return std::nullopt;
+    if (const auto range = ParseRange(text)) {
+        return range->first.family == network->family && range->first.bytes <= Masked(*network).bytes &&
+               LastOf(*network).bytes <= range->last.bytes;
+    }
+    const auto outer = ParseNetwork(text);
+    return outer ? Answer(Covers(*outer, *network)) : std::nullopt;
+}
+
+Answer HasPort(const std::string& text, const std::optional<u32>& port) {
+    const auto ports = ParsePorts(text);
+    if (!ports || !port) return std::nullopt;
+    return std::any_of(ports->begin(), ports->end(),
+                       [&](const auto& range) { return range.first <= *port && *port <= range.second; });
+}
+
+// Only of neighbours.
+Answer ComesFrom(const std::string& mac, const std::optional<Network>& host) {
+    if (!host) return std::nullopt;
+    for (const Json& neighbour : KernelNeighbours(host->family)) {
+        if (TextOf(neighbour, "address") == HostText(*host) && neighbour["mac"].is_string())
+            return ParseMac(TextOf(neighbour, "mac")) == ParseMac(mac);
+    }
+    return std::nullopt;
+}
+
+// Whether the device's side of the session is an address of this interface: a packet's other end never is.
+Answer RunsOver(const std::string& interfaceName, const std::optional<Network>& end) {
+    const Json link = end ? KernelLink(interfaceName) : Json();
+    return link.is_null() ? std::nullopt : Answer(LinkHas(link, *end));
+}
+
+Answer Meets(const std::string& option, const std::string& value, const Packet& packet) {
+    if (option == "-m" || option == "--comment") return true;
+    if (option == "-p") return value == packet.protocol || value == "all";
+    if (option == "-s" || option == "--src-range") return IsIn(value, packet.source);
+    if (option == "-d" || option == "--dst-range") return IsIn(value, packet.destination);
+    if (option == "--sport" || option == "--sports") return HasPort(value, packet.sourcePort);
+    if (option == "--dport" || option == "--dports") return HasPort(value, packet.destinationPort);
+    if (option == "--mac-source") return ComesFrom(value, packet.source);
+    if (option == "-i") return RunsOver(value, packet.destination);
+    if (option == "-o") return RunsOver(value, packet.source);
+    return std::nullopt;
+}
+
+// Every condition up to the target has to be met.
+bool Matches(const std::vector<std::string>& words, const Packet& packet) {
+    for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
+        const bool isNegated = words[i] == "!";
+        if (isNegated && ++i + 1 == words.size()) return false;
+        if (words[i] == "-j" || words[i] == "-g") break;
+        const Answer answer = Meets(words[i], words[i + 1], packet);
+        if (!answer || *answer == isNegated) return false;
+    }
+    return true;
+}
+
+// Whether a chain accepts or drops. Nothing: packets come back from it.
+Answer Judge(const Filter& filter, const std::string& chain, const Packet& packet, int depth = 0) {
+    // No rule set of ours is deeper. The kernel refuses loops, a file may have some.
+    constexpr int kDepthMax = 16;
+    for (const FilterRule& rule : filter.rules) {
+        if (rule.chain != chain || !Matches(rule.words, packet)) continue;
+        const std::string after = rule.Get("-g");
+        const std::string target = after.empty() ? rule.Get("-j") : after;
+        if (target == "ACCEPT") return true;
+        if (target == "DROP" || target == "REJECT") return false;
+        if (target == "RETURN") return std::nullopt;
+        if (!filter.policies.contains(target) || depth == kDepthMax) continue;
+        const Answer answer = Judge(filter, target, packet, depth + 1);
+        if (answer || !after.empty()) return answer;
+    }
+    return std::nullopt;
 }
 
 }  // namespace
 
-// proc(5): the address in words of 4 bytes as this processor's numbers.
-Network AddressInTable(const std::string& word) {
-    constexpr std::size_t kDigits = 8;
-    const std::size_t digits = word.find(':');
-    const bool isInet6 = digits == 2 * kInet6Bytes;
-    Network address{.family = isInet6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET};
-    address.length = address.FullLength();
-    for (std::size_t at = 0; at + kDigits <= std::min<std::size_t>(digits, 2 * kInet6Bytes); at += kDigits) {
-        const auto part = static_cast<u32>(std::strtoul(word.substr(at, kDigits).c_str(), nullptr, 16));
-        std::memcpy(address.bytes.data() + at / 2, &part, sizeof(part));
+std::vector<Session> Connections(const std::string& protocol) {
+    constexpr u32 kEstablished = 1;
+    std::vector<Session> connections;
+    for (const std::string& table : {protocol, protocol + "6"}) {
+        std::ifstream file("/proc/net/" + table);
+        for (std::string line; std::getline(file, line);) {
+            char hosts[2][33];
+            u32 ports[2];
+            u32 state = 0;
+            (void)sscanf(line.c_str(), "%*u: %32[0-9A-F]:%x %32[0-9A-F]:%x %x", hosts[0], &ports[0], hosts[1],
+                         &ports[1], &state);
+            if (state == kEstablished)
+                connections.push_back({"", HostInTable(hosts[1]), HostInTable(hosts[0]), ports[0], ports[1]});
+        }
     }
-    return Unmapped(address);
+    return connections;
 }
-
-namespace {
-
-void AddConnections(const char* path, std::vector<Session>& sessions) {
-    constexpr const char* kEstablished = "01";
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream words(line);
-        const std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
-        if (fields.size() < 4 || fields[3] != kEstablished) continue;
-        const auto port = ParseNumber("0x" + fields[1].substr(fields[1].find(':') + 1));
-        if (port != 22U && port != 23U) continue;
-        const Network peer = AddressInTable(fields[2]);
-        const bool isKnown = std::any_of(sessions.begin(), sessions.end(), [&](const Session& one) {
-            return one.peer == peer && (!one.devicePort || one.devicePort == port);
-        });
-        if (isKnown) continue;
-        sessions.push_back({.text = Format("{} is connected to port {}", HostText(peer), *port),
-                            .peer = peer,
-                            .device = AddressInTable(fields[1]),
-                            .devicePort = port});
-    }
-}
-
-}  // namespace
 
 std::optional<Session> GuardedSession(const Options& options) {
     if (!options.protect) return OwnSession();
-    return Session{.text = "--protect names " + HostText(*options.protect),
-                   .peer = *options.protect,
-                   .device = std::nullopt,
-                   .devicePort = std::nullopt};
+    return Session{.text = "--protect names " + HostText(*options.protect), .peer = *options.protect};
 }
 
 std::vector<Session> KnownSessions(const Options& options) {
     std::vector<Session> sessions;
     if (const auto guarded = GuardedSession(options)) sessions.push_back(*guarded);
-    for (const char* path : {"/proc/net/tcp", "/proc/net/tcp6"})
-        AddConnections(path, sessions);
+    for (Session& one : Connections("tcp")) {
+        const u32 port = *one.devicePort;
+        const bool isKnown = std::any_of(sessions.begin(), sessions.end(), [&](const Session& known) {
+            return known.peer == one.peer && known.devicePort.value_or(port) == port;
+        });
+        if (isKnown || (port != 22 && port != 23)) continue;
+        one.text = Format("{} is connected to port {}", HostText(one.peer), port);
+        sessions.push_back(one);
+    }
     return sessions;
 }
 
 std::string CutsSessionAt(const Network& address) {
+    Network host = address;
+    host.length = host.FullLength();
     const auto own = OwnSession();
-    const bool isIt =
-        own && own->device && own->device->bytes == address.bytes && own->device->family == address.family;
-    return isIt ? "your session runs over " + HostText(address) : "";
+    return own && own->device == host ? "your session runs over " + HostText(host) : "";
 }
 
 std::string CutsSessionOn(const std::string& interfaceName) {
     const auto own = OwnSession();
     if (!own || !own->device) return "";
-    if (interfaceName.empty()) return CutsSessionAt(*own->device);
-    const Json link = KernelLink(interfaceName);
-    const bool isThere = !link.is_null() && LinkHas(link, *own->device);
-    return isThere ? CutsSessionAt(*own->device) : "";
+    const Json link = interfaceName.empty() ? Json() : KernelLink(interfaceName);
+    const bool isOnIt = interfaceName.empty() || (!link.is_null() && LinkHas(link, *own->device));
+    return isOnIt ? CutsSessionAt(*own->device) : "";
+}
+
+bool LetsThrough(const Filter& filter, const Session& session) {
+    const Packet in{"tcp", session.peer, session.device, session.peerPort, session.devicePort};
+    const Packet out{"tcp", session.device, session.peer, session.devicePort, session.peerPort};
+    return Judge(filter, "INPUT", in).value_or(filter.policies.at("INPUT") != "DROP") &&
+           Judge(filter, "OUTPUT", out).value_or(filter.policies.at("OUTPUT") != "DROP");
+}
+
+bool IsListed(const Filter& filter, const Network& network) {
+    const auto entries = filter.Entries(kWhitelist);
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const FilterRule& rule) { return Matches(rule.words, {.source = network}); });
 }
 
 }  // namespace tessel::ctl

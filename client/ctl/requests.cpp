@@ -3,13 +3,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <map>
 #include <sstream>
 
 #include "client/call.h"
 #include "client/ctl/fields.h"
 #include "client/ctl/files.h"
-#include "client/ctl/filter.h"
 #include "client/ctl/wait_notice.h"
 #include "core/exec_note.h"
 #include "core/log_state.h"
@@ -34,7 +32,7 @@ struct Passage {
     bool isPlanning = false;  // nothing at all is sent
     std::FILE* err = nullptr;
     std::vector<PlannedRequest> planned;
-    std::map<int, Filter> filters;  // by family, as they would be by now: what one request changes counts for the next
+    FilterPlan filters;  // what one request changes counts for the next
 };
 Passage g_passing;
 
@@ -118,11 +116,7 @@ i32 CallHandler(const Message& message, std::span<const u8> request) {
 
 // What a tool would answer. Lines that only read are run.
 ToolAnswer AnswerTool(const std::string& line) {
-    if (const auto change = ParseFilterLine(line)) {
-        auto& filters = g_passing.filters;
-        if (!filters.contains(change->family)) filters[change->family] = ReadFilter(change->family);
-        return {.output = "", .status = filters[change->family].Apply(*change) ? 0 : 1};
-    }
+    if (const auto isTaken = g_passing.filters.Apply(line)) return {.output = "", .status = *isTaken ? 0 : 1};
     std::istringstream stream(line);
     const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
     if (!IsShow(words)) return {};
@@ -183,17 +177,14 @@ void UseRequests(int verbosity, bool isDryRun, std::FILE* err) {
     UseTransport(&PassRequest);
 }
 
-std::vector<std::string> PlannedLines(const std::function<int()>& send) {
-    auto before = std::exchange(g_passing.planned, {});
-    auto filters = std::exchange(g_passing.filters, {});
+FilterPlan PlanFilters(const std::function<int()>& send) {
+    const auto planned = g_passing.planned;
+    const auto filters = std::exchange(g_passing.filters, {});
     g_passing.isPlanning = true;
     (void)send();
     g_passing.isPlanning = false;
-    g_passing.filters = std::move(filters);
-    std::vector<std::string> lines;
-    for (const PlannedRequest& request : std::exchange(g_passing.planned, std::move(before)))
-        lines.insert(lines.end(), request.lines.begin(), request.lines.end());
-    return lines;
+    g_passing.planned = planned;
+    return std::exchange(g_passing.filters, filters);
 }
 
 std::string RenderPlan(const Outcome& outcome, bool asJson) {

@@ -1,7 +1,7 @@
 // Between the commands and the daemon: -v shows what passes, --dry-run keeps changes here and asks what would run.
 #pragma once
 
-#include "client/ctl/command.h"
+#include "client/ctl/filter.h"
 
 namespace tessel::ctl {
 
@@ -9,8 +9,8 @@ namespace tessel::ctl {
 // is noted: requests that only ask are sent, where there is a daemon; others succeed here, with a reply of zeros.
 void UseRequests(int verbosity, bool isDryRun, std::FILE* err);
 
-// What the daemon would run for the requests that `send` makes, in order. None of them is sent.
-[[nodiscard]] std::vector<std::string> PlannedLines(const std::function<int()>& send);
+// What would become of the packet filter by the requests that `send` makes. None of them is sent.
+[[nodiscard]] FilterPlan PlanFilters(const std::function<int()>& send);
 
 // What was noted since UseRequests, for people or as JSON, with what the outcome says that this side would do itself
 // and what is worth knowing before.

@@ -2,7 +2,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "client/ctl/filter.h"
+#include "client/ctl/guard.h"
 #include "tests/ctl/tool.h"
 
 namespace tessel::test {
@@ -106,6 +106,7 @@ TEST_F(FirewallTest, TheSessionIsNotShutOut) {
     AddChains();
     const RemoteSession session;
     ExpectAll({{"firewall enable whitelist -4", 2, "your session comes from 192.168.1.77, which would be shut out"},
+               {"firewall enable whitelist -4", 2, "note: inet whitelist: no entry"},
                {"firewall enable whitelist -4", 2, "tesselctl firewall allow 192.168.1.77"},
                {"firewall port add tcp dport 22 in drop", 2, "would be shut out"},
                {"firewall port add tcp sport 20:23 out drop", 2, "would be shut out"},
@@ -173,11 +174,13 @@ TEST_F(FirewallTest, RulesGoToAFileAndBack) {
     EXPECT_THAT(RulesOf("iptables"), HasSubstr("-A whitelist -s 192.168.1.5/32 -j RETURN"));
     WriteFile("/tmp/cut", exported.substr(0, exported.size() / 2));
     WriteFile("/tmp/program", "*filter\n-A INPUT --modp=/tmp/evil -j DROP\nCOMMIT\n");
+    WriteFile("/tmp/counted", "*filter\n[0:0]\t--modprobe=/tmp/evil -A INPUT -j DROP\nCOMMIT\n");
     WriteFile("/tmp/bare", "*filter\n:INPUT DROP [0:0]\nCOMMIT\n");
     WriteFile("/tmp/wrong", "*filter\n:INPUT ACCEPT [0:0]\n-A INPUT -j nowhere\nCOMMIT\n");
     const RemoteSession session;
     ExpectAll({{"firewall import /tmp/cut --yes", 2, "cut off"},
                {"firewall import /tmp/program --yes -4", 2, "line 2 names a program"},
+               {"firewall import /tmp/counted --yes -4", 2, "line 2 is no line of saved rules"},
                {"firewall import /tmp/bare --yes", 2, "line 1 comes before the family"},
                {"firewall import /tmp/bare --yes -4", 2, "would be shut out"},
                {"firewall import /tmp/wrong --yes -4", 1, "The rules are as before"},

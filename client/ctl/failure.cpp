@@ -1,11 +1,12 @@
 #include "client/ctl/failure.h"
 
+#include <unistd.h>
+
 namespace tessel::ctl {
 
 namespace {
 
-constexpr char kNotRunning[] = "the daemon is not running (no socket " TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API
-                               "). Start it (tessel_daemon), or wait for it with --wait.";
+constexpr char kSocketPath[] = TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API;
 
 std::string Sentence(std::string_view asked, std::string_view why) {
     return Format("{}: {}", asked, why);
@@ -36,7 +37,10 @@ Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
             if (cause.empty()) return Failed(asked, "the daemon answered -1 (its log says why: tesselctl log follow)");
             return Failed(asked, Format("the daemon answered -1. Probable cause: {}.", cause));
         case TESSEL_E_NOT_RUNNING:
-            return {kExitNotRunning, "not_running", kNotRunning};
+            return {kExitNotRunning, "not_running",
+                    Format("the daemon is not running ({} {}). Start it (tessel_daemon), or wait for it with --wait.",
+                           access(kSocketPath, F_OK) == 0 ? "nobody listens on the stale socket" : "no socket",
+                           kSocketPath)};
         case TESSEL_E_TIMEOUT:
             return {kExitTimeout, "timeout",
                     Sentence(asked, "no answer in time (it may still be carried out; --timeout waits longer)")};

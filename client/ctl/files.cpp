@@ -3,8 +3,11 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <memory>
 
 #include "core/unique_fd.h"
 
@@ -76,14 +79,23 @@ std::string ReadWholeFile(std::string_view asked, const std::string& path) {
 }
 
 void ReplaceFile(std::string_view asked, const std::string& path, const std::string& text) {
-    std::string name = path + ".XXXXXX";
-    UniqueFd file(mkstemp(name.data()));
-    const bool isWritten = file.IsOpen() &&
-                           write(file.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                           fsync(file.Get()) == 0 && rename(name.c_str(), path.c_str()) == 0;
+    struct stat before = {};
+    const bool isThere = stat(path.c_str(), &before) == 0;
+    const bool isInPlace = isThere && !S_ISREG(before.st_mode);  // a device or a pipe stays what it is
+    const std::unique_ptr<char, decltype(&free)> target(isThere ? realpath(path.c_str(), nullptr) : nullptr, &free);
+    const std::string goal = target == nullptr ? path : target.get();  // of a link, the file that it leads to
+    std::string name = goal + ".XXXXXX";
+    const UniqueFd file(isInPlace ? open(goal.c_str(), O_WRONLY | O_CLOEXEC) : mkostemp(name.data(), O_CLOEXEC));
+    constexpr mode_t kNewMode = 0644;
+    bool isWritten = file.IsOpen() && write(file.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (isWritten && !isInPlace) {
+        (void)!fchown(file.Get(), isThere ? before.st_uid : geteuid(), isThere ? before.st_gid : getegid());
+        isWritten = fchmod(file.Get(), isThere ? before.st_mode : kNewMode) == 0 && fsync(file.Get()) == 0 &&
+                    rename(name.c_str(), goal.c_str()) == 0;
+    }
     if (isWritten) return;
     const int error = errno;
-    if (file.IsOpen()) unlink(name.c_str());
+    if (file.IsOpen() && !isInPlace) unlink(name.c_str());
     throw Failed(asked, Format("{}: {}", path, strerror(error)));
 }
 

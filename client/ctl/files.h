@@ -11,7 +11,8 @@ namespace tessel::ctl {
 // "-" is standard input. Throws a Failure, for "ASKED: ...", when it cannot be read.
 [[nodiscard]] std::string ReadWholeFile(std::string_view asked, const std::string& path);
 
-// The file is there whole, in the place of what was there before, or not at all. Throws a Failure.
+// The file is there whole, in the place of what was there before and with its owner and mode, or not at all. Links are
+// followed; devices and pipes are written to. Throws a Failure.
 void ReplaceFile(std::string_view asked, const std::string& path, const std::string& text);
 
 struct CapturedTool {

@@ -104,8 +104,10 @@ ParsedCommand ParseWords(const std::vector<std::string>& words) {
         }
     }
     const std::string title = TitleOf(*selection.object, *nearest);
-    throw Refused(title,
-                  Format("{} (usage: tesselctl {} {})", nearestMatch.problem, title, UsageWords(nearest->words)));
+    std::vector<std::string> usages;
+    for (const Command* row : selection.rows)
+        usages.push_back(Format("tesselctl {}{}{}", title, row->words.empty() ? "" : " ", UsageWords(row->words)));
+    throw Refused(title, Format("{} (usage: {})", nearestMatch.problem, Joined(usages, ", or ")));
 }
 
 std::string TitleOf(const Object& object, const Command& command) {

@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
     try {
         const int status = tessel::ctl::RunTool({argv + 1, argv + argc}, out, stderr);
         const bool isWritten = std::ferror(out) == 0 && std::fclose(out) == 0;
+        if (!isWritten) std::perror("tesselctl: standard output");
         return isWritten || status != 0 ? status : tessel::ctl::kExitFailed;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tesselctl: %s\n", error.what());

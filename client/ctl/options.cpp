@@ -118,7 +118,8 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
             continue;
         }
         if (found == '?' || found == ':') {
-            const std::string word = argv[static_cast<std::size_t>(optind) - 1];
+            const auto letter = static_cast<char>(optopt);  // of a cluster: 0 for a long option
+            const std::string word = letter == 0 ? argv[static_cast<std::size_t>(optind) - 1] : Format("-{}", letter);
             throw Refused("options", Format("{} {} (see tesselctl -h)", word,
                                             found == ':' ? "has no value" : "is not known, or has a value too many"));
         }

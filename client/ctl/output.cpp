@@ -84,24 +84,26 @@ void Collect(const Json& record, const std::string& path, Values& values) {
     }
 }
 
-// Every record of a document that has one of the fields, outermost first: lists within a record are gone into only when
-// it lacks a field that is wanted.
+// Every record of a document that has one of the fields itself, outermost first, with those of the records around it:
+// lists within a record are gone into only when it lacks a field that is wanted.
 void FindRecords(const Json& document, const std::vector<std::string>& wanted, std::vector<Values>& found,
-                 Values values = {}) {
+                 const std::string& path = "", const Values& outer = {}) {
     if (document.is_array()) {
         for (const Json& element : document)
-            FindRecords(element, wanted, found, values);
+            FindRecords(element, wanted, found, path, outer);
     }
     if (!document.is_object()) return;
-    Collect(document, "", values);
+    Values values;
+    Collect(document, path, values);
     const auto isKnown = [&](const std::string& field) { return values.count(field) != 0; };
+    const bool hasOwn = std::any_of(wanted.begin(), wanted.end(), isKnown);
+    values.insert(outer.begin(), outer.end());
     const std::size_t before = found.size();
     const bool hasAll = std::all_of(wanted.begin(), wanted.end(), isKnown);
-    for (const Json& member : document) {
-        if (!hasAll && IsListOfRecords(member)) FindRecords(member, wanted, found, values);
+    for (const auto& [key, member] : document.items()) {
+        if (!hasAll && IsListOfRecords(member)) FindRecords(member, wanted, found, path + key + ".", values);
     }
-    if (found.size() == before && std::any_of(wanted.begin(), wanted.end(), isKnown))
-        found.push_back(std::move(values));
+    if (found.size() == before && hasOwn) found.push_back(std::move(values));
 }
 
 struct Column {
@@ -202,7 +204,12 @@ std::optional<std::string> RenderFields(const Json& document, const std::vector<
     std::vector<Values> records;
     FindRecords(document, fields, records);
     const bool hasRecords = document.is_object() || IsListOfRecords(document);
-    if (records.empty() && hasRecords) return std::nullopt;
+    const bool hasEmptyList = Dumped(document).find("[]") != std::string::npos;  // whose records might have it
+    for (const std::string& field : fields) {
+        const bool isKnown =
+            std::any_of(records.begin(), records.end(), [&](auto& one) { return one.contains(field); });
+        if (!isKnown && hasRecords && (records.empty() || !hasEmptyList)) return std::nullopt;
+    }
     std::string text;
     for (const Values& values : records) {
         std::vector<std::string> line;

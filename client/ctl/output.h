@@ -17,7 +17,7 @@ using Rows = std::vector<std::vector<std::string>>;
 [[nodiscard]] std::string RenderJson(const Json& document);
 
 // The fields of each record, separated by tabs, a record a line, as for a table. "a.b" is a field of a nested record;
-// its own name does as well. Nothing when no record has one of the fields.
+// its own name does as well. Nothing when there is a field that no record has.
 [[nodiscard]] std::optional<std::string> RenderFields(const Json& document, const std::vector<std::string>& fields);
 
 // A record's template: see Command::columns.

@@ -8,14 +8,13 @@ namespace tessel::ctl {
 
 Outcome Perform(const Invocation& invocation, const Change& change) {
     const Options& options = invocation.options;
-    if (change.guard && !options.force && !options.dryRun) {
-        const std::string cut = change.guard();
-        if (!cut.empty()) throw Refused(invocation.asked, cut + " (--force does it)");
-    }
+    Outcome outcome;
+    const std::string cut = change.guard && !options.force ? change.guard() : "";
+    if (!cut.empty() && !options.dryRun) throw Refused(invocation.asked, cut + " (--force does it)");
+    if (!cut.empty()) outcome.notes.push_back("would be refused without --force: " + cut);
     const int error = change.send();
     if (error == TESSEL_E_FAILED && change.cause) throw CallFailed(invocation.asked, error, change.cause());
     Require(invocation.asked, error);
-    Outcome outcome;
     outcome.done = change.done;
     if (options.dryRun || !change.read) return outcome;
     try {

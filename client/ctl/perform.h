@@ -7,7 +7,7 @@ namespace tessel::ctl {
 
 struct Change {
     std::function<int()> send;  // calls of libtessel; the first error ends it
-    // Why it would end the session that it is typed in; empty: it does not. Not asked with --force or --dry-run.
+    // Why it would end the session that it is typed in; empty: it does not. Not asked with --force.
     std::function<std::string()> guard = {};
     // Why the daemon answered -1; empty: not known.
     std::function<std::string()> cause = {};

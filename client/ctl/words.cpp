@@ -128,7 +128,7 @@ class Matcher {
             if (item.First().isKeyword || (item.isUsed && !item.repeats)) continue;
             const ParsedValue value = ValueOf(item.First(), word);
             if (value.value || (!item.isUsed && !item.isOptional)) return &item;
-            if (problem_.empty() && !item.isUsed) problem_ = value.problem;
+            if (problem_.empty()) problem_ = value.problem;
         }
         for (Item& item : items_) {
             const bool isInterface = item.tokens.size() == 2 && item.First().name == kInterfaceKeyword;

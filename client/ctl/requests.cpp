@@ -1,9 +1,14 @@
 #include "client/ctl/requests.h"
 
+#include <unistd.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
 #include "client/call.h"
 #include "client/ctl/fields.h"
 #include "client/ctl/output.h"
-#include "client/ctl/wait_notice.h"
 
 namespace tessel::ctl {
 
@@ -60,6 +65,20 @@ void Note(u32 code, std::span<const u8> bytes) {
     g_passing.planned.push_back({code, {bytes.begin(), bytes.end()}, std::move(run)});
 }
 
+// While it lives longer than two seconds, a line says what is waited for, on a terminal. It is stopped, and joined, as
+// it is destroyed.
+std::jthread NoticeOfWaiting(std::FILE* err) {
+    if (isatty(fileno(err)) == 0) return {};
+    return std::jthread([err](const std::stop_token& stop) {
+        constexpr std::chrono::seconds kPatience{2};
+        std::mutex mutex;
+        std::unique_lock lock(mutex);
+        (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
+        if (stop.stop_requested()) return;
+        (void)std::fputs("note: still waiting: the daemon serves one request at a time (--timeout limits this)\n", err);
+    });
+}
+
 int PassRequest(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
     const auto sent = BytesAt(request, size);
     if (g_passing.isDryRun || g_passing.isPlanning) {
@@ -73,7 +92,7 @@ int PassRequest(u32 code, const void* request, std::size_t size, void* reply, st
     const bool isSecret = code == TESSEL_CMD_PPPOE_START;  // a password is shown to nobody
     ShowRequests("-> " + RequestLine(code, sent), isSecret ? std::span<const u8>{} : sent);
     const auto start = Clock::now();
-    const WaitNotice notice(g_passing.err);
+    const std::jthread notice = NoticeOfWaiting(g_passing.err);
     const int error = CallDaemon(code, request, size, reply, replySize);
     const std::chrono::duration<double, std::milli> taken = Clock::now() - start;
     const int systemError = errno;

@@ -28,7 +28,7 @@ constexpr char kFrameColumns[] =
 // What stands in the files.
 constexpr std::string_view kReportBegin = "=============== Exception Occur =================\n";
 constexpr std::string_view kRegisters = "=============CPU registers=============";
-constexpr std::string_view kTrace = "===========Call Trace(";
+constexpr std::string_view kCallTrace = "===========Call Trace(";
 constexpr std::string_view kMaps = "--------Process [";
 
 // ---- From a report to its document ----
@@ -85,7 +85,7 @@ Json ParseReport(const std::string& text) {
     bool areRegisters = false;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line) && !line.starts_with(kMaps);) {
-        if (line.starts_with(kTrace)) traces.push_back(Json::array());
+        if (line.starts_with(kCallTrace)) traces.push_back(Json::array());
         if (areRegisters) {
             std::istringstream words(line);
             for (std::string word; words >> word;)

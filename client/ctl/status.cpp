@@ -190,8 +190,8 @@ Outcome Status(const Invocation& invocation) {
 constexpr Command kStatusCommands[] = {
     Row("", "[IF]", &Status, "the daemon, the interfaces, the firewall, and who listens", "status eth0")
         .Sends(TESSEL_CMD_PRIORITY_GET, TESSEL_CMD_DHCPS_GET_STATUS)
-        .More("The daemon is asked for its priorities and DHCP servers and has two seconds; everything else is what "
-              "the kernel knows."),
+        .More("The daemon is asked for its priorities and DHCP servers (\"dhcpd show\" says which have ended by "
+              "themselves) and has two seconds; everything else is what the kernel knows."),
 };
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include "client/call.h"
 #include "client/ctl/kernel.h"
-#include "client/ctl/listening.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 #include "client/ctl/watch.h"

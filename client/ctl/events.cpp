@@ -1,8 +1,7 @@
-#include "client/ctl/events.h"
-
 #include "client/ctl/kernel.h"
 #include "client/ctl/output.h"
 #include "client/ctl/records.h"
+#include "client/ctl/watch.h"
 
 namespace tessel::ctl {
 
@@ -51,21 +50,6 @@ constexpr std::pair<std::string_view, std::string_view> kKernelTexts[] = {
     {"rule", "rule {pref} {:from} {:fwmark} {:table} {action}"},
     {"neighbour", "{address} {:at} {action}"}};
 
-Json TrafficFields(const tessel_event& event) {
-    tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES];
-    (void)tessel_event_traffic(&event, traffic);
-    Json interfaces = Json::array();
-    for (const Word& interface : kInterfaces) {
-        const tessel_traffic& one = traffic[interface.number];
-        const bool isValid = one.is_valid != 0 && one.has_restarted == 0;
-        interfaces.push_back({{"interface", interface.text},
-                              {"send_bps", isValid ? Json(one.sent_bits_per_second) : Json()},
-                              {"receive_bps", isValid ? Json(one.received_bits_per_second) : Json()},
-                              {"valid", isValid}});
-    }
-    return {{"interfaces", interfaces}};
-}
-
 // Records leave the family out, or have none: the socket knows it.
 std::string FamilyOf(std::string_view source) {
     const bool isInet6 = source == TESSEL_SOCKET_NTPV6 || source == TESSEL_SOCKET_IPV6_CONFLICT ||
@@ -74,19 +58,24 @@ std::string FamilyOf(std::string_view source) {
 }
 
 Json FieldsOf(const EventKind& kind, const tessel_event& event, std::string_view source) {
-    if (kind.kind == TESSEL_EVENT_TRAFFIC) return TrafficFields(event);
     Json fields = kind.topic == "ntp" ? Json{{"family", nullptr}, {"deviation_s", nullptr}} : Json::object();
     fields.update(Decode(kind.record, {event.payload, event.size}));
     if (fields.contains("family")) fields["family"] = FamilyOf(source);
     // Numbers that stand for nothing.
-    const auto clear = [&](bool isEmpty, std::initializer_list<const char*> keys) {
+    const auto clear = [](bool isEmpty, Json& record, std::initializer_list<const char*> keys) {
         for (const char* key : keys) {
-            if (isEmpty) fields[key] = nullptr;
+            if (isEmpty) record[key] = nullptr;
         }
     };
-    if (kind.topic == "ping") clear(kind.kind != TESSEL_EVENT_PING_REPLY, {"ttl", "rtt_us"});
-    if (kind.topic == "trace") clear(fields["address"].is_null(), {"rtt_us"});
-    if (kind.topic == "dhcp") clear(fields["address"].is_null(), {"prefix_length", "lease_s"});
+    if (kind.topic == "ping") clear(kind.kind != TESSEL_EVENT_PING_REPLY, fields, {"ttl", "rtt_us"});
+    if (kind.topic == "trace") clear(fields["address"].is_null(), fields, {"rtt_us"});
+    if (kind.topic == "dhcp") clear(fields["address"].is_null(), fields, {"prefix_length", "lease_s"});
+    if (kind.topic != "traffic") return fields;
+    for (Json& one : fields["interfaces"]) {
+        // A counter that began anew within the period makes what would be a negative rate.
+        if (NumberOf(one, "send_bps") < 0 || NumberOf(one, "receive_bps") < 0) one["valid"] = false;
+        clear(one["valid"] == false, one, {"send_bps", "receive_bps"});
+    }
     return fields;
 }
 
@@ -155,10 +144,7 @@ ShownEvent ShowKernelEvent(const Json& change, WallTime time) {
 }
 
 std::string MillisecondsText(long long microseconds, std::string_view unit) {
-    constexpr double kPerMillisecond = 1000;
-    constexpr long long kTwoDigitsBelow = 10000;
-    const double value = static_cast<double>(microseconds) / kPerMillisecond;
-    return microseconds < kTwoDigitsBelow ? Format("{:.2f}{}", value, unit) : Format("{:.1f}{}", value, unit);
+    return Format("{:.{}f}{}", static_cast<double>(microseconds) / 1000, microseconds < 10000 ? 2 : 1, unit);
 }
 
 }  // namespace tessel::ctl

@@ -4,8 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <memory>
+#include <sstream>
 
+#include "client/ctl/files.h"
 #include "client/ctl/perform.h"
 #include "core/unique_fd.h"
 
@@ -22,15 +23,13 @@ constexpr std::pair<std::string_view, u32> kLevels[] = {{"off", 0}, {"error", 2}
 
 Outcome SetLevel(const Invocation& invocation) {
     const u32* number = invocation.words.If<u32>("LEVEL");
-    const std::string word = invocation.words.Text("LEVEL");
-    const auto* const named =
-        std::find_if(std::begin(kLevels), std::end(kLevels), [&](const auto& level) { return level.first == word; });
-    const u32 level = number != nullptr ? *number : named->second;
+    u32 level = number != nullptr ? *number : 0;
+    for (const auto& [name, value] : kLevels) {
+        if (name == invocation.words.Text("LEVEL")) level = value;
+    }
+    const auto read = [&] { return Json{{"level", level}}; };
     return Perform(invocation, {.send = [&] { return tessel_log_level_set(static_cast<i32>(level)); },
-                                .read =
-                                    [&] {
-                                        return Json{{"level", level}};
-                                    },
+                                .read = read,
                                 .done = Format("log level {} (it cannot be read back)", level)});
 }
 
@@ -44,31 +43,25 @@ bool IsMissingForDaemon(const std::string& path) {
 
 Outcome SetFile(const Invocation& invocation) {
     const std::string path = invocation.words.Text("TARGET");
-    if (path == "off") {
-        return Perform(invocation, {.send = [] { return tessel_log_file(TESSEL_LOG_CLOSE_DAEMON, nullptr, nullptr); },
-                                    .read =
-                                        [] {
-                                            return Json{{"file", nullptr}};
-                                        },
-                                    .done = "no log file any more"});
-    }
-    if (!path.starts_with('/'))
+    const bool isOff = path == "off";
+    if (!isOff && !path.starts_with('/'))
         throw Refused(invocation.asked, "the daemon has a directory of its own: give the whole path");
     if (path.size() > kPathMax) throw Refused(invocation.asked, Format("longer than {} characters", kPathMax));
     struct stat status {};
-    if (stat(path.c_str(), &status) == 0 && status.st_size > 0) {
+    if (!isOff && stat(path.c_str(), &status) == 0 && status.st_size > 0) {
         Agree(invocation, Format("Empty {} ({} bytes)", path, status.st_size),
               Format("the file has {} bytes and would be emptied", status.st_size));
     }
-    return Perform(invocation,
-                   {.send = [&] { return tessel_log_file(TESSEL_LOG_OPEN_DAEMON, nullptr, path.c_str()); },
-                    .cause = [] { return "the daemon cannot create the file"; },
-                    .read =
-                        [&] {
-                            return Json{{"file", IsMissingForDaemon(path) ? Json() : Json(path)}};
-                        },
-                    .wrong = [](const Json& now) { return now["file"].is_null() ? "there is no such file" : ""; },
-                    .done = "the daemon logs to " + path});
+    Change change;
+    change.send = [&] {
+        return isOff ? tessel_log_file(TESSEL_LOG_CLOSE_DAEMON, nullptr, nullptr)
+                     : tessel_log_file(TESSEL_LOG_OPEN_DAEMON, nullptr, path.c_str());
+    };
+    change.cause = [&] { return isOff ? "" : "the daemon cannot create the file"; };
+    change.read = [&] { return Json{{"file", isOff || IsMissingForDaemon(path) ? Json() : Json(path)}}; };
+    change.wrong = [&](const Json& now) { return !isOff && now["file"].is_null() ? "there is no such file" : ""; };
+    change.done = isOff ? "no log file any more" : "the daemon logs to " + path;
+    return Perform(invocation, change);
 }
 
 // A file of this side: the daemon is not asked.
@@ -88,61 +81,39 @@ Outcome SetDebug(const Invocation& invocation) {
     return outcome;
 }
 
-// A log that grows, is emptied, or makes room for another file of its name.
-class GrowingLog {
-  public:
-    GrowingLog(std::string path, bool onlyDaemon) : path_(std::move(path)), onlyDaemon_(onlyDaemon) {}
-
-    [[nodiscard]] bool Open() {
-        file_.reset(fopen(path_.c_str(), "re"));
-        line_.clear();
-        return file_ != nullptr && fstat(fileno(file_.get()), &opened_) == 0;
-    }
-    void GoToEnd() {
-        fseek(file_.get(), 0, SEEK_END);
-    }
-    void PrintNewLines(std::FILE* out) {
-        struct stat now {};
-        const bool isThere = stat(path_.c_str(), &now) == 0;
-        const bool isAnother =
-            isThere && (file_ == nullptr || now.st_ino != opened_.st_ino || now.st_size < ftell(file_.get()));
-        if (isAnother) (void)Open();  // nobody may read it
-        if (file_ == nullptr) return;
-        clearerr(file_.get());
-        for (int c = 0; (c = getc(file_.get())) != EOF;) {
-            line_ += static_cast<char>(c);
-            if (c != '\n') continue;
-            if (!onlyDaemon_ || line_.find(kDaemonMark) != std::string::npos) fputs(line_.c_str(), out);
-            line_.clear();
-        }
-        fflush(out);
-    }
-
-  private:
-    std::string path_;
-    bool onlyDaemon_;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_{nullptr, &fclose};
-    struct stat opened_ {};
-    std::string line_;  // as far as it has been written
-};
-
 // Until a signal ends the process, or nobody reads any more.
 Outcome Follow(const Invocation& invocation) {
     constexpr int kPollMs = 200;
-    const bool hasOwnLog = access(kDaemonLog, F_OK) == 0;
-    const std::string named = invocation.words.Text("FILE");
-    const std::string path = !named.empty() ? named : hasOwnLog ? kDaemonLog : kSystemLog;
+    std::string path = invocation.words.Text("FILE");
+    if (path.empty()) path = access(kDaemonLog, F_OK) == 0 ? kDaemonLog : kSystemLog;
     Outcome outcome;
-    if (invocation.options.dryRun) {
-        outcome.planned = {"follows " + path};
-        return outcome;
-    }
-    GrowingLog log(path, path == kSystemLog);
-    if (!log.Open()) throw Failed(invocation.asked, Format("{}: {}", path, strerror(errno)));
+    outcome.planned = {"follows " + path};
+    if (invocation.options.dryRun) return outcome;
+    if (access(path.c_str(), R_OK) != 0) throw Failed(invocation.asked, Format("{}: {}", path, strerror(errno)));
+    struct stat seen {};  // of the log as far as it was read
+    // The whole lines that are new in a log that grows, is emptied, or makes room for another file of its name.
+    const auto newLines = [&] {
+        struct stat now {};
+        const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (fstat(file.Get(), &now) != 0) return std::string();
+        const bool isAnother = now.st_ino != seen.st_ino || now.st_size < seen.st_size;
+        now.st_size = lseek(file.Get(), isAnother ? 0 : seen.st_size, SEEK_SET);
+        std::string text = ReadToEnd(file.Get()).value_or("");
+        text.erase(text.rfind('\n') + 1);
+        now.st_size += static_cast<off_t>(text.size());
+        seen = now;
+        return text;
+    };
     // People want what happens from now on of a log that holds everybody's lines, and all of the daemon's own.
-    if (path == kSystemLog) log.GoToEnd();
+    const bool isEverybodys = path == kSystemLog;
+    if (isEverybodys) (void)newLines();
     while (ferror(invocation.out) == 0) {
-        log.PrintNewLines(invocation.out);
+        std::istringstream lines(newLines());
+        for (std::string line; std::getline(lines, line);) {
+            const bool isShown = !isEverybodys || line.find(kDaemonMark) != std::string::npos;
+            if (isShown) (void)std::fputs((line + "\n").c_str(), invocation.out);
+        }
+        (void)std::fflush(invocation.out);
         poll(nullptr, 0, kPollMs);
     }
     return outcome;

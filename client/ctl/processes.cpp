@@ -1,100 +1,98 @@
 #include "client/ctl/processes.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
+#include <glob.h>
 #include <unistd.h>
 
+#include <ctime>
+#include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
+
+#include "client/call.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-constexpr std::size_t kCommMax = 15;
+namespace fs = std::filesystem;
 
-// The number behind `key` at the start of a line.
-std::optional<long> NumberBehind(const std::string& path, std::string_view key) {
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with(key)) return std::strtol(line.c_str() + key.size(), nullptr, 10);
-    }
-    return std::nullopt;
+// The paths that a pattern of glob(7) stands for, as far as they may be seen.
+std::vector<std::string> Matching(const std::string& pattern) {
+    glob_t found{};
+    (void)glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found);
+    std::vector<std::string> paths(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    globfree(&found);
+    return paths;
 }
 
-// proc(5): ticks between boot and the start of the process are the 22nd field; the name, the 2nd, may hold anything.
-std::optional<long> StartTicks(pid_t pid) {
-    constexpr int kFieldsBetween = 19;
-    std::ifstream file(Format("/proc/{}/stat", pid));
-    std::string line;
-    std::getline(file, line);
-    const std::size_t nameEnd = line.rfind(')');
-    if (nameEnd == std::string::npos) return std::nullopt;
-    std::istringstream fields(line.substr(nameEnd + 1));
-    std::string skipped;
-    for (int i = 0; i < kFieldsBetween; ++i)
-        fields >> skipped;
-    long ticks = 0;
-    if (!(fields >> ticks)) return std::nullopt;
-    return ticks;
+pid_t PidIn(const std::string& path) {
+    return static_cast<pid_t>(std::strtol(path.c_str() + std::string_view("/proc/").size(), nullptr, 10));
 }
 
-// The arguments, a blank behind each.
-std::string CommandLine(pid_t pid) {
-    std::ifstream file(Format("/proc/{}/cmdline", pid));
-    std::string line{std::istreambuf_iterator<char>(file), {}};
-    std::replace(line.begin(), line.end(), '\0', ' ');
-    return line;
+// A file of "/proc/PID"; empty: the process has gone.
+std::string TextAbout(pid_t pid, const char* file) {
+    std::ifstream stream(Format("/proc/{}/{}", pid, file));
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-std::optional<bool> IsSameFile(const std::string& one, const std::string& other) {
-    struct stat first {};
-    struct stat second {};
-    if (stat(one.c_str(), &first) != 0 || stat(other.c_str(), &second) != 0) return std::nullopt;
-    return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+std::vector<std::string> WordsIn(const std::string& line) {
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
 }
+
+// A topic and the name of its socket; one that ends with '_' goes on with words of whoever has the notices sent.
+constexpr std::pair<std::string_view, std::string_view> kNoticeSockets[] = {
+    {"ntp", TESSEL_SOCKET_NTP},
+    {"ntp inet6", TESSEL_SOCKET_NTPV6},
+    {"traffic", TESSEL_SOCKET_STAT},
+    {"conflict", TESSEL_SOCKET_IP_CONFLICT},
+    {"conflict inet6", TESSEL_SOCKET_IPV6_CONFLICT},
+    {"dhcp", TESSEL_SOCKET_DHCPC "_"},
+    {"dhcp inet6", TESSEL_SOCKET_DHCPCV6 "_"},
+    {"ping", TESSEL_SOCKET_PING "_"},
+    {"traceroute", TESSEL_SOCKET_TRACEROUTE "_"},
+    {"ra", TESSEL_SOCKET_ROUTER_NOTIFY "_"},
+};
 
 }  // namespace
 
-ProcessFacts LookAtProcess(pid_t pid) {
-    ProcessFacts facts;
-    const auto bootTime = NumberBehind("/proc/stat", "btime ");
-    const auto ticks = StartTicks(pid);
-    if (bootTime && ticks) facts.since = static_cast<std::time_t>(*bootTime + *ticks / sysconf(_SC_CLK_TCK));
-    facts.residentKib = NumberBehind(Format("/proc/{}/status", pid), "VmRSS:");
-    facts.sharesOurNetwork = SharesOurNetwork(pid);
-    return facts;
+std::optional<ProcessFacts> LookAtProcess(pid_t pid) {
+    // proc(5): the start, in ticks since boot, is the 22nd field, the pages in memory the 24th; the name, the 2nd, may
+    // hold anything.
+    const std::string line = TextAbout(pid, "stat");
+    const auto words = WordsIn(line.substr(line.rfind(')') + 1));
+    if (words.size() < 22) return std::nullopt;
+    const auto number = [&](std::size_t field) { return std::strtol(words[field - 3].c_str(), nullptr, 10); };
+    timespec sinceBoot{};
+    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    const auto age = std::chrono::seconds(sinceBoot.tv_sec) + std::chrono::nanoseconds(sinceBoot.tv_nsec) -
+                     std::chrono::milliseconds(number(22) * 1000LL / sysconf(_SC_CLK_TCK));
+    return ProcessFacts{.since = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now() - age),
+                        .residentKib = number(24) * (sysconf(_SC_PAGESIZE) / 1024)};
 }
 
 std::optional<bool> SharesOurNetwork(pid_t pid) {
-    return IsSameFile("/proc/self/ns/net", Format("/proc/{}/ns/net", pid));
-}
-
-std::vector<pid_t> AllProcesses() {
-    std::vector<pid_t> found;
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc"), &closedir);
-    if (directory == nullptr) return found;
-    while (const dirent* entry = readdir(directory.get())) {
-        if (const auto pid = ParseNumber(entry->d_name)) found.push_back(static_cast<pid_t>(*pid));
-    }
-    return found;
+    std::error_code error;
+    const bool isSame = fs::equivalent("/proc/self/ns/net", Format("/proc/{}/ns/net", pid), error);
+    return error ? std::nullopt : std::optional(isSame);
 }
 
 std::string ProcessName(pid_t pid) {
-    std::ifstream file(Format("/proc/{}/comm", pid));
-    std::string name;
-    std::getline(file, name);
-    return name;
+    const std::string name = TextAbout(pid, "comm");
+    return name.substr(0, name.find('\n'));
 }
 
 std::vector<pid_t> FindProcesses(std::string_view name, std::string_view words) {
-    std::vector<pid_t> found = AllProcesses();
-    std::erase_if(found, [&](pid_t pid) {
-        if (ProcessName(pid) != name.substr(0, kCommMax)) return true;
-        const std::string line = CommandLine(pid);
-        return line.empty() || line.find(words) == std::string::npos;  // empty: dead, waiting for its parent
-    });
+    constexpr std::size_t kNameMax = 15;
+    std::vector<pid_t> found;
+    for (const std::string& path : Matching("/proc/[0-9]*")) {
+        const pid_t pid = PidIn(path);
+        if (ProcessName(pid) != name.substr(0, kNameMax)) continue;
+        std::string line = TextAbout(pid, "cmdline");
+        std::replace(line.begin(), line.end(), '\0', ' ');
+        // Without arguments it is dead, and waits for its parent.
+        if (!line.empty() && line.find(words) != std::string::npos) found.push_back(pid);
+    }
     return found;
 }
 
@@ -106,10 +104,63 @@ std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::
 }
 
 std::string PidsText(const std::vector<pid_t>& pids) {
-    if (pids.empty()) return "none runs";
-    std::vector<std::string> numbers(pids.size());
-    std::transform(pids.begin(), pids.end(), numbers.begin(), [](pid_t pid) { return std::to_string(pid); });
-    return Format("{} {}", pids.size() == 1 ? "pid" : "pids", Joined(numbers, ", "));
+    std::vector<std::string> numbers;
+    for (const pid_t pid : pids)
+        numbers.push_back(std::to_string(pid));
+    return pids.empty() ? "none runs" : Format("{} {}", pids.size() == 1 ? "pid" : "pids", Joined(numbers, ", "));
+}
+
+std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName) {
+    if (!SomebodyListens(socketName.c_str())) return std::nullopt;
+    constexpr std::string_view kAccepting = "00010000";  // __SO_ACCEPTCON of linux/net.h
+    std::vector<std::string> sockets;                    // one whose name somebody else took is still among them
+    std::ifstream table("/proc/net/unix");
+    for (std::string line; std::getline(table, line);) {
+        const auto words = WordsIn(line);  // number, references, protocol, flags, type, state, inode, path
+        if (words.size() == 8 && words[3] == kAccepting && words[7] == TESSEL_SOCKET_DIRECTORY + socketName)
+            sockets.push_back(Format("socket:[{}]", words[6]));
+    }
+    for (const std::string& file : Matching("/proc/[0-9]*/fd/*")) {
+        std::error_code error;
+        if (sockets.size() == 1 && fs::read_symlink(file, error) == sockets.front())
+            return ListeningProcess{.pid = PidIn(file), .name = ProcessName(PidIn(file))};
+    }
+    return ListeningProcess{};
+}
+
+std::string ListeningText(const std::optional<ListeningProcess>& process) {
+    return process && process->pid ? Format("{} (pid {})", process->name, *process->pid) : "another program";
+}
+
+std::vector<std::string> ListenedNames(std::string_view beginning) {
+    std::vector<std::string> names;
+    for (const std::string& path : Matching(TESSEL_SOCKET_DIRECTORY "*")) {
+        std::string name = path.substr(path.rfind('/') + 1);
+        if (name.starts_with(beginning) && SomebodyListens(name.c_str())) names.push_back(std::move(name));
+    }
+    return names;
+}
+
+Json NoticeListeners() {
+    Json listeners = Json::array();
+    const auto add = [&](std::string_view topic, const std::string& name) {
+        listeners.push_back({{"topic", topic}, {"socket", name}, {"listener", nullptr}, {"text", "nobody"}});
+        const auto process = FindListeningProcess(name);
+        if (!process) return;
+        listeners.back()["listener"] = {{"pid", OrNull(process->pid)}, {"process", NullIfEmpty(process->name)}};
+        listeners.back()["text"] = ListeningText(process);
+    };
+    for (const auto& [topic, beginning] : kNoticeSockets) {
+        if (!beginning.ends_with('_')) {
+            add(topic, std::string(beginning));
+            continue;
+        }
+        for (const std::string& name : ListenedNames(beginning)) {
+            const std::string words = name.substr(beginning.size());
+            add(Format("{} {}", topic, words.substr(0, words.find('_'))), name);
+        }
+    }
+    return listeners;
 }
 
 }  // namespace tessel::ctl

@@ -1,26 +1,23 @@
-// Processes, as "/proc" shows them.
+// Processes, as "/proc" shows them, and which of them take the daemon's notices.
 #pragma once
 
 #include <sys/types.h>
-
-#include <ctime>
 
 #include "client/ctl/command.h"
 
 namespace tessel::ctl {
 
 struct ProcessFacts {
-    std::optional<std::time_t> since;
-    std::optional<long> residentKib;
-    std::optional<bool> sharesOurNetwork;
+    WallTime since;
+    long residentKib;
 };
-[[nodiscard]] ProcessFacts LookAtProcess(pid_t pid);
+// Nothing: it has gone.
+[[nodiscard]] std::optional<ProcessFacts> LookAtProcess(pid_t pid);
 
 // Whether the process sees the interfaces that this one sees; nothing: not allowed to look.
 [[nodiscard]] std::optional<bool> SharesOurNetwork(pid_t pid);
 
-// Every process, and what one is called; empty: it has gone.
-[[nodiscard]] std::vector<pid_t> AllProcesses();
+// Empty: it has gone.
 [[nodiscard]] std::string ProcessName(pid_t pid);
 
 // The processes of this name whose command line has these words, one blank between two. The kernel keeps 15 characters
@@ -32,5 +29,23 @@ struct ProcessFacts {
 
 // "pid 12", "pids 12, 13", "none runs".
 [[nodiscard]] std::string PidsText(const std::vector<pid_t>& pids);
+
+struct ListeningProcess {
+    std::optional<pid_t> pid;  // nothing: not visible from here, or not certain
+    std::string name;
+};
+// Nothing: nobody listens under this name.
+[[nodiscard]] std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName);
+
+// "webui (pid 801)", "another program".
+[[nodiscard]] std::string ListeningText(const std::optional<ListeningProcess>& process);
+
+// The names of sockets with this beginning that somebody listens under.
+[[nodiscard]] std::vector<std::string> ListenedNames(std::string_view beginning);
+
+// Who takes which notices: under every name that is fixed, and under those that programs have made up for themselves.
+//   [{"topic": kind, family, interface or id: "conflict inet6", "dhcp eth0"; "socket",
+//     "listener": {"pid", "process"}, null when nobody listens; "text": "webui (pid 801)", "nobody"}]
+[[nodiscard]] Json NoticeListeners();
 
 }  // namespace tessel::ctl

@@ -3,12 +3,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <condition_variable>
+#include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "client/call.h"
 #include "client/ctl/fields.h"
 #include "client/ctl/files.h"
-#include "client/ctl/wait_notice.h"
 #include "core/exec_note.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
@@ -143,6 +145,20 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     return planned;
 }
 
+// While it lives longer than two seconds, a line says what is waited for, on a terminal. It is stopped, and joined, as
+// it is destroyed.
+std::jthread NoticeOfWaiting(std::FILE* err) {
+    if (isatty(fileno(err)) == 0) return {};
+    return std::jthread([err](const std::stop_token& stop) {
+        constexpr std::chrono::seconds kPatience{2};
+        std::mutex mutex;
+        std::unique_lock lock(mutex);
+        (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
+        if (stop.stop_requested()) return;
+        (void)std::fputs("note: still waiting: the daemon serves one request at a time (--timeout limits this)\n", err);
+    });
+}
+
 int PassRequest(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
     const auto sent = BytesAt(request, size);
     const Message message = MessageOf(code);
@@ -157,7 +173,7 @@ int PassRequest(u32 code, const void* request, std::size_t size, void* reply, st
     if (g_passing.verbosity > 0)
         ShowRequests("-> " + RequestLine(message, sent), isSecret ? std::span<const u8>{} : sent);
     const auto start = Clock::now();
-    const WaitNotice notice(g_passing.err);
+    const std::jthread notice = NoticeOfWaiting(g_passing.err);
     const int error = CallDaemon(code, request, size, reply, replySize);
     const std::chrono::duration<double, std::milli> taken = Clock::now() - start;
     const int systemError = errno;

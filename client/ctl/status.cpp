@@ -1,13 +1,9 @@
-// The daemon, the links and what listens, at a glance: what the kernel and /proc show, and one question to the daemon,
-// so that a daemon that hangs costs two seconds and hides nothing.
+// The daemon, the links and what listens, at a glance: what the kernel and /proc show, and short questions to the
+// daemon, so that one that hangs costs two seconds and hides nothing.
 #include <sys/stat.h>
-
-#include <ctime>
 
 #include "client/ctl/device.h"
 #include "client/ctl/filter.h"
-#include "client/ctl/kernel.h"
-#include "client/ctl/listening.h"
 #include "client/ctl/output.h"
 #include "client/ctl/processes.h"
 
@@ -20,109 +16,75 @@ constexpr int kPatienceMs = 2000;
 
 // ---- What there is ----
 
-// Daemons of this network beside the one that answered. A child that is about to become a tool has its name for a
-// moment.
-std::vector<pid_t> OtherDaemons(pid_t daemon) {
-    constexpr std::time_t kSettled = 2;
-    std::vector<pid_t> others = FindProcesses(kDaemonName);
-    std::erase_if(others, [&](pid_t pid) {
-        const auto since = LookAtProcess(pid).since;
-        return pid == daemon || SharesOurNetwork(pid) != true || !since || std::time(nullptr) - *since < kSettled;
-    });
-    return others;
+long SecondsSince(WallTime time) {
+    return std::chrono::duration_cast<std::chrono::duration<long>>(std::chrono::system_clock::now() - time).count();
 }
 
 Json DaemonJson(const std::string& state, pid_t pid) {
-    const ProcessFacts facts = pid == 0 ? ProcessFacts{} : LookAtProcess(pid);
-    Json since;
-    if (facts.since) since = JsonTime(std::chrono::system_clock::from_time_t(*facts.since));
-    return {{"state", state},
-            {"pid", pid == 0 ? Json() : Json(pid)},
-            {"since", since},
-            {"running_s", facts.since ? Json(std::max<long>(std::time(nullptr) - *facts.since, 0)) : Json()},
-            {"resident_kib", OrNull(facts.residentKib)},
-            {"same_network", OrNull(facts.sharesOurNetwork)},
-            {"other_pids", OtherDaemons(pid)}};
-}
-
-// Default routes of the main table, the one that is used first in each family "preferred".
-Json Gateways() {
-    Json gateways = Json::array();
-    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-        Json routes = Json::array();
-        for (Json& route : KernelRoutes(family)) {
-            if (TextOf(route, "destination") == "default") routes.push_back(std::move(route));
-        }
-        // Of equal ones the first counts.
-        const auto best = std::min_element(routes.begin(), routes.end(), [](const Json& one, const Json& other) {
-            return NumberOf(one, "metric") < NumberOf(other, "metric");
-        });
-        for (auto route = routes.begin(); route != routes.end(); ++route) {
-            (*route)["preferred"] = route == best;
-            gateways.push_back(*route);
-        }
+    Json daemon{
+        {"state", state},          {"pid", nullptr},          {"since", nullptr},           {"running_s", nullptr},
+        {"resident_kib", nullptr}, {"same_network", nullptr}, {"other_pids", Json::array()}};
+    if (pid != 0) daemon["pid"] = pid;
+    if (const auto facts = LookAtProcess(pid)) {
+        daemon["since"] = JsonTime(facts->since);
+        daemon["running_s"] = SecondsSince(facts->since);
+        daemon["resident_kib"] = facts->residentKib;
+        daemon["same_network"] = OrNull(SharesOurNetwork(pid));
     }
-    return gateways;
+    // Others of this network, which no request reaches. A child that is about to become a tool has the daemon's name
+    // for a moment.
+    for (const pid_t other : FindProcesses(kDaemonName)) {
+        const auto facts = LookAtProcess(other);
+        if (other != pid && SharesOurNetwork(other) == true && facts && SecondsSince(facts->since) >= 2)
+            daemon["other_pids"].push_back(other);
+    }
+    return daemon;
 }
 
-Json Interfaces(const std::string& named, const Json& priorities) {
+Json InterfacesJson(const std::string& named, const Json& priorities, bool answers) {
     Json interfaces = Json::array();
-    const Json gateways = Gateways();
+    const Json routes = KernelRoutes(TESSEL_FAMILY_BOTH);
     for (Json& link : KernelLinks()) {
         if (!named.empty() && link["interface"] != named) continue;
         link["gateways"] = Json::array();
-        for (const Json& gateway : gateways) {
-            if (gateway["interface"] != link["interface"]) continue;
-            link["gateways"].push_back({{"gateway", gateway["gateway"]},
-                                        {"family", gateway["family"]},
-                                        {"metric", gateway["metric"]},
-                                        {"learnt", gateway["learnt"]},
-                                        {"preferred", gateway["preferred"]}});
+        std::string family;  // the kernel lists the default route first that it uses
+        for (const Json& route : routes) {
+            if (route["destination"] != "default") continue;
+            const bool isFirst = route["family"] != std::exchange(family, TextOf(route, "family"));
+            if (route["interface"] != link["interface"]) continue;
+            link["gateways"].push_back({{"gateway", route["gateway"]},
+                                        {"family", route["family"]},
+                                        {"metric", route["metric"]},
+                                        {"learnt", route["learnt"]},
+                                        {"preferred", isFirst}});
         }
         const Json priority = FindIn(priorities, "interface", link["interface"]);
         link["priority"] = priority.is_null() ? Json() : priority["metric"];
+        int isServing = 0;  // a daemon that hangs is not asked again
+        answers = answers && tessel_dhcpd_status(TextOf(link, "interface").c_str(), &isServing) == TESSEL_OK;
+        link["dhcp_server"] = answers ? Json(isServing != 0) : Json();
         interfaces.push_back(std::move(link));
     }
     return interfaces;
 }
 
 // Which list each family's packets pass.
-Json Firewall() {
+Json FirewallJson() {
     Json families = Json::array();
     for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
         const Filter filter = ReadFilter(family);
-        Json entry{{"family", FamilyName(family)}, {"list", nullptr}, {"entries", nullptr}};
+        Json entry{{"family", FamilyName(family)},
+                   {"list", nullptr},
+                   {"entries", nullptr},
+                   {"problem", NullIfEmpty(filter.problem)}};
         for (const std::string_view list : {kWhitelist, kBlacklist}) {
             if (!filter.IsHooked(list)) continue;
             entry["list"] = list;
             entry["entries"] = filter.Entries(list).size();
         }
-        entry["problem"] = NullIfEmpty(filter.problem);
         families.push_back(std::move(entry));
     }
     return families;
-}
-
-// Who takes which notices: every name that is fixed, and those that somebody has made up for himself.
-Json Listeners() {
-    Json listeners = Json::array();
-    const auto add = [&](const std::string& name, std::string_view topic) {
-        const auto process = FindListeningProcess(name);
-        listeners.push_back({{"topic", topic}, {"socket", name}, {"listener", ListeningJson(process)}});
-        listeners.back()["text"] = process ? ListeningText(*process) : "nobody";
-    };
-    for (const NoticeSocket& socket : NoticeSockets()) {
-        const std::string topic = Format("{}{}", socket.kind, socket.isInet6 ? " inet6" : "");
-        if (socket.IsFixed()) {
-            add(std::string(socket.name), topic);
-            continue;
-        }
-        for (const std::string& name : ListenedNames(socket.name)) {
-            const std::string words = name.substr(socket.name.size());
-            add(name, Format("{} {}", topic, words.substr(0, words.find('_'))));
-        }
-    }
-    return listeners;
 }
 
 // When the last report was written; null: there is none.
@@ -138,16 +100,14 @@ Json CrashJson() {
 // ---- How it looks ----
 
 std::string DaemonText(const Json& daemon) {
-    std::string text = Format("{}   {}", kDaemonName, TextOf(daemon, "state"));
-    if (!daemon["pid"].is_null()) text += ", pid " + daemon["pid"].dump();
+    std::string text = TextOf(daemon, "state") + FillTemplate(", pid {pid}", daemon);
     if (!daemon["since"].is_null()) {
-        const long seconds = daemon["running_s"].get<long>();
-        text += Format(", since {} ({})", DateText(std::chrono::system_clock::now() - std::chrono::seconds(seconds)),
-                       HumanDuration(seconds));
+        const std::chrono::seconds running(NumberOf(daemon, "running_s"));
+        text += Format(", since {} ({}), {}", DateText(std::chrono::system_clock::now() - running),
+                       HumanDuration(running.count()), HumanKib(NumberOf(daemon, "resident_kib")));
     }
-    if (!daemon["resident_kib"].is_null()) text += ", " + HumanKib(daemon["resident_kib"].get<long>());
     if (daemon["same_network"] == false) text += ", in another network namespace";
-    text += "\n";
+    text = Format("{}   {}\n", kDaemonName, text);
     for (const Json& pid : daemon["other_pids"])
         text += Format("{}   another one runs, pid {}: requests do not reach it\n", kDaemonName, pid.dump());
     return text;
@@ -155,35 +115,31 @@ std::string DaemonText(const Json& daemon) {
 
 std::vector<std::string> LinkRow(const Json& link) {
     constexpr std::size_t kShown = 4;
+    const Json& all = link["addresses"];
     std::vector<std::string> addresses;
-    for (const Json& address : link["addresses"])
-        addresses.push_back(AddressText(address));
-    if (addresses.size() > kShown) {
-        const std::string rest = Format("and {} more", addresses.size() - kShown);
-        addresses.resize(kShown);
-        addresses.push_back(rest);
-    }
-    std::vector<std::string> uplinks;
+    for (std::size_t i = 0; i < std::min(all.size(), kShown); ++i)
+        addresses.push_back(AddressText(all[i]));
+    if (all.size() > kShown) addresses.push_back(Format("and {} more", all.size() - kShown));
+    std::vector<std::string> uses;
     for (const Json& gateway : link["gateways"]) {
-        uplinks.push_back(FillTemplate("gateway {gateway}", gateway) + FillTemplate("  metric {metric}", gateway));
-        if (gateway["preferred"] == true) uplinks.push_back("<- default route");
+        uses.push_back(FillTemplate("gateway {gateway}", gateway) + FillTemplate("  metric {metric}", gateway));
+        if (gateway["preferred"] == true) uses.emplace_back("<- default route");
     }
-    if (uplinks.empty() && !link["priority"].is_null())
-        uplinks.push_back(Format("priority {}, not used: {}", NumberOf(link, "priority"),
-                                 link["state"] == "up" ? "no gateway" : "no link"));
-    return {TextOf(link, "interface"), TextOf(link, "state"), Joined(addresses, "  "), Joined(uplinks, "  ")};
+    if (uses.empty() && !link["priority"].is_null())
+        uses.push_back(Format("priority {}, not used: {}", NumberOf(link, "priority"),
+                              link["state"] == "up" ? "no gateway" : "no link"));
+    if (link["dhcp_server"] == true) uses.emplace_back("DHCP server");
+    return {TextOf(link, "interface"), TextOf(link, "state"), Joined(addresses, "  "), Joined(uses, "  ")};
 }
 
 std::string FirewallText(const Json& families) {
     std::vector<std::string> texts;
     for (const Json& family : families) {
-        std::string text = TextOf(family, "family") + " off";
-        if (!family["problem"].is_null()) text = FillTemplate("{family} not known: {problem}", family);
-        const bool isOne = family["entries"] == 1;
-        if (!family["list"].is_null())
-            text =
-                FillTemplate(isOne ? "{family} {list} on (1 entry)" : "{family} {list} on ({entries} entries)", family);
-        texts.push_back(text);
+        const char* pattern = "{family} {list} on ({entries} entries)";
+        if (family["entries"] == 1) pattern = "{family} {list} on (1 entry)";
+        if (family["list"].is_null()) pattern = "{family} off";
+        if (!family["problem"].is_null()) pattern = "{family} not known: {problem}";
+        texts.push_back(FillTemplate(pattern, family));
     }
     return "firewall   " + Joined(texts, "   ") + "\n";
 }
@@ -215,15 +171,15 @@ Outcome Status(const Invocation& invocation) {
                 invocation.asked + ": no answer in time: this is what is known without the daemon";
     }
     Json& document = outcome.document;
-    document = {{"daemon", DaemonJson(state, tessel_daemon_pid())}, {"interfaces", Interfaces(named, priorities)}};
-    outcome.text = DaemonText(document["daemon"]);
+    document = {{"daemon", DaemonJson(state, tessel_daemon_pid())},
+                {"interfaces", InterfacesJson(named, priorities, !outcome.failure)},
+                {"firewall", named.empty() ? FirewallJson() : Json()},
+                {"listeners", named.empty() ? NoticeListeners() : Json()},
+                {"crash", CrashJson()}};
     Rows rows;
     for (const Json& link : document["interfaces"])
         rows.push_back(LinkRow(link));
-    outcome.text += RenderRows(rows);
-    document["firewall"] = named.empty() ? Firewall() : Json();
-    document["listeners"] = named.empty() ? Listeners() : Json();
-    document["crash"] = CrashJson();
+    outcome.text = DaemonText(document["daemon"]) + RenderRows(rows);
     if (!named.empty()) return outcome;
     outcome.text += FirewallText(document["firewall"]) + ListenersText(document["listeners"]);
     if (!document["crash"].is_null())
@@ -233,8 +189,9 @@ Outcome Status(const Invocation& invocation) {
 
 constexpr Command kStatusCommands[] = {
     Row("", "[IF]", &Status, "the daemon, the interfaces, the firewall, and who listens", "status eth0")
-        .Sends(TESSEL_CMD_PRIORITY_GET)
-        .More("The daemon is asked for its priorities and has two seconds; everything else is what the kernel knows."),
+        .Sends(TESSEL_CMD_PRIORITY_GET, TESSEL_CMD_DHCPS_GET_STATUS)
+        .More("The daemon is asked for its priorities and DHCP servers (\"dhcpd show\" says which have ended by "
+              "themselves) and has two seconds; everything else is what the kernel knows."),
 };
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <poll.h>
 
 #include "client/ctl/device.h"
-#include "client/ctl/kernel.h"
 
 namespace tessel::ctl {
 
@@ -10,27 +9,25 @@ namespace {
 
 // Looks again and again: `look` gives what it found, or null, or throws a Failure; `missing` is what is said in the
 // end.
-Outcome WaitFor(const Invocation& invocation, std::string missing, const std::function<Json()>& look) {
+Outcome WaitFor(const Invocation& invocation, const std::string& missing, const std::function<Json()>& look) {
     using std::chrono::milliseconds;
-    constexpr milliseconds kPause{200};
-    constexpr milliseconds kAnswer{500};  // for the last look, too
     const auto end = Clock::now() + milliseconds(invocation.options.timeoutMs);
+    Outcome outcome;
     while (true) {
-        const auto left = std::max(std::chrono::ceil<milliseconds>(end - Clock::now()), milliseconds(1));
-        (void)tessel_set_timeout_ms(static_cast<int>(std::max(left, kAnswer).count()));
+        const auto leftMs = static_cast<int>(std::chrono::ceil<milliseconds>(end - Clock::now()).count());
+        (void)tessel_set_timeout_ms(std::max(leftMs, 500));  // for the last look, too
         std::string problem = missing;
         try {
-            Outcome outcome;
             outcome.document = look();
             if (!outcome.document.is_null()) return outcome;
         } catch (const Failure& failure) {
             if (failure.exit == kExitNotRunning) problem = "the daemon is not running";
             if (failure.exit == kExitTimeout) problem = "the daemon does not answer";
         }
-        if (Clock::now() >= end)
+        if (leftMs <= 0)
             throw Failure(kExitTimeout, "timeout",
                           Format("{}: {}, after {} s", invocation.asked, problem, invocation.options.timeoutMs / 1000));
-        poll(nullptr, 0, static_cast<int>(std::min(kPause, left).count()));
+        poll(nullptr, 0, std::min(leftMs, 200));
     }
 }
 
@@ -42,7 +39,7 @@ Outcome WaitDaemon(const Invocation& invocation) {
 }
 
 Outcome WaitLink(const Invocation& invocation) {
-    const auto name = invocation.words.Get<std::string>("IF");
+    const std::string name = invocation.words.Text("IF");
     return WaitFor(invocation, name + " is not up", [&] {
         Json link = KernelLink(name);
         return !link.is_null() && link["state"] == "up" ? link : Json();
@@ -51,16 +48,16 @@ Outcome WaitLink(const Invocation& invocation) {
 
 // One that is ready to be used, and more than what every link gives itself.
 Outcome WaitAddr(const Invocation& invocation) {
-    const auto name = invocation.words.Get<std::string>("IF");
+    const std::string name = invocation.words.Text("IF");
     return WaitFor(invocation, name + " has no address", [&] {
         const Json answer = DaemonAddresses("", name, FamilyOf(invocation.options));
+        Json found;
         for (const Json& address : answer["addresses"]) {
-            if (address["scope"] == "link" || address["tentative"] == true) continue;
-            Json found{{"interface", name}};
+            if (!found.is_null() || address["scope"] == "link" || address["tentative"] == true) continue;
+            found["interface"] = name;
             found.update(address);
-            return found;
         }
-        return Json();
+        return found;
     });
 }
 

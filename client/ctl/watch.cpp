@@ -3,14 +3,13 @@
 #include <poll.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <memory>
 
 #include "client/ctl/held_signals.h"
 #include "client/ctl/kernel.h"
-#include "client/ctl/listening.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
+#include "client/ctl/processes.h"
 
 namespace tessel::ctl {
 
@@ -22,13 +21,9 @@ constexpr milliseconds kLook{1000};  // between looks at the daemon and at our n
 
 struct Source {
     const WatchedSocket& socket;
-    std::optional<ListeningProcess> takenFrom = {};  // what is sent was started by that one
-    std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)> listener{nullptr, &tessel_listener_close};
+    std::optional<ListeningProcess> takenFrom;  // what is sent was started by that one
+    std::unique_ptr<tessel_listener, decltype(&tessel_listener_close)> listener;
     bool isStarted = false;  // perhaps
-
-    [[nodiscard]] bool HasItsName() const {
-        return tessel_listener_has_name(listener.get()) != 0;
-    }
 };
 
 // The daemon that runs, by its socket; nothing: none does. What was switched on in one daemon is off in the next.
@@ -41,14 +36,26 @@ std::optional<std::array<long, 3>> DaemonNow() {
 
 class Watcher {
   public:
+    // Listens: under all names or none.
     Watcher(const Invocation& invocation, const Watch& watch) : invocation_(invocation), watch_(watch) {
-        for (const WatchedSocket& socket : watch.sockets)
-            sources_.push_back({.socket = socket, .takenFrom = FindListeningProcess(socket.name)});
+        for (const WatchedSocket& socket : watch.sockets) {
+            if (socket.start && !daemon_) throw CallFailed(invocation.asked, TESSEL_E_NOT_RUNNING);
+            const auto other = FindListeningProcess(socket.name);
+            tessel_listener* listener = nullptr;
+            const int error = tessel_listener_open(
+                socket.name.c_str(), invocation.options.take ? unsigned{TESSEL_LISTEN_TAKE} : 0, &listener);
+            if (error == TESSEL_E_IN_USE) {
+                throw Refused(invocation.asked,
+                              Format("{} listens under {} (--take listens in its place: it gets no events any more)",
+                                     ListeningText(other), socket.name));
+            }
+            Require(Format("{}, {}", invocation.asked, socket.name), error);
+            sources_.push_back({socket, other, {listener, &tessel_listener_close}});
+        }
         if (watch.followsKernel) kernel_.emplace();
     }
 
     Outcome Run() {
-        Listen();
         Outcome outcome;
         try {
             SwitchOn();
@@ -64,28 +71,12 @@ class Watcher {
     }
 
   private:
-    // All or none.
-    void Listen() {
-        const unsigned flags = invocation_.options.take ? static_cast<unsigned>(TESSEL_LISTEN_TAKE) : 0;
-        for (Source& source : sources_) {
-            tessel_listener* listener = nullptr;
-            const int error = tessel_listener_open(source.socket.name.c_str(), flags, &listener);
-            if (error == TESSEL_E_IN_USE) {
-                throw Refused(invocation_.asked,
-                              Format("{} listens under {} (--take listens in its place: it gets no events any more)",
-                                     ListeningText(source.takenFrom.value_or(ListeningProcess{})), source.socket.name));
-            }
-            Require(Format("{}, {}", invocation_.asked, source.socket.name), error);
-            source.listener.reset(listener);
-        }
-    }
-
     void SwitchOn() {
         for (Source& source : sources_) {
             if (!source.socket.start) continue;
             if (source.takenFrom) {
                 ShowNote(invocation_, Format("{} listened under {}: nothing is started or stopped here",
-                                             ListeningText(*source.takenFrom), source.socket.name));
+                                             ListeningText(source.takenFrom), source.socket.name));
                 continue;
             }
             source.isStarted = true;
@@ -97,11 +88,10 @@ class Watcher {
     int Follow() {
         // The output is asked for nothing: poll(2) reports that its reader has gone, even before there is something to
         // write.
-        std::vector<pollfd> waited = {{.fd = signals_.Fd(), .events = POLLIN, .revents = 0},
-                                      {.fd = fileno(invocation_.out), .events = 0, .revents = 0}};
+        std::vector<pollfd> waited = {{signals_.Fd(), POLLIN, 0}, {fileno(invocation_.out), 0, 0}};
         for (const Source& source : sources_)
-            waited.push_back({.fd = tessel_listener_fd(source.listener.get()), .events = POLLIN, .revents = 0});
-        if (kernel_) waited.push_back({.fd = kernel_->Fd(), .events = POLLIN, .revents = 0});
+            waited.push_back({tessel_listener_fd(source.listener.get()), POLLIN, 0});
+        if (kernel_) waited.push_back({kernel_->Fd(), POLLIN, 0});
         lastEvent_ = Clock::now();
         while (true) {
             Look();
@@ -109,11 +99,7 @@ class Watcher {
             milliseconds wait = kLook;
             if (watch_.deadline.count() > 0) {
                 wait = std::min(wait, std::chrono::ceil<milliseconds>(lastEvent_ + watch_.deadline - Clock::now()));
-                if (wait.count() <= 0) {
-                    if (!watch_.onDeadline || !watch_.onDeadline()) return 0;
-                    lastEvent_ = Clock::now();
-                    continue;
-                }
+                if (wait.count() <= 0) return 0;
             }
             (void)poll(waited.data(), waited.size(), static_cast<int>(wait.count()));
             if (const int signal = signals_.Take(); signal != 0) return signal;
@@ -131,45 +117,36 @@ class Watcher {
             const auto shown = ShowEvent(event, source.socket.name, std::chrono::system_clock::now());
             if (!shown) {
                 ++notEvents_;
-            } else if (!Show(*shown)) {
-                return false;
+                continue;
             }
+            lastEvent_ = Clock::now();
+            if (!watch_.onEvent) ShowLine(invocation_, *shown);
+            if (watch_.onEvent && !watch_.onEvent(*shown)) return false;
         }
         if (!kernel_) return true;
         bool isCut = false;
-        for (const Json& change : kernel_->Next(isCut)) {
-            if (!Show(ShowKernelEvent(change, std::chrono::system_clock::now()))) return false;
-        }
+        for (const Json& change : kernel_->Next(isCut))
+            ShowLine(invocation_, ShowKernelEvent(change, std::chrono::system_clock::now()));
         if (isCut) ShowNote(invocation_, "changes in the kernel came too fast: some are missing here");
-        return true;
-    }
-
-    bool Show(const ShownEvent& event) {
-        lastEvent_ = Clock::now();
-        if (watch_.onEvent) return watch_.onEvent(event);
-        ShowLine(invocation_, event);
         return true;
     }
 
     void Look() {
         for (const Source& source : sources_) {
-            if (source.HasItsName()) continue;
-            const auto other = FindListeningProcess(source.socket.name).value_or(ListeningProcess{});
+            if (tessel_listener_has_name(source.listener.get()) != 0) continue;
             throw Failed(invocation_.asked,
-                         Format("{} listens under {} now", ListeningText(other), source.socket.name));
+                         Format("{} listens under {} now", ListeningText(FindListeningProcess(source.socket.name)),
+                                source.socket.name));
         }
         const auto daemon = DaemonNow();
         if (daemon == daemon_) return;
         daemon_ = daemon;
-        const auto ended = [&](std::string_view then) {
-            return Failure{kExitNotRunning, "not_running",
-                           Format("{}: the daemon has ended{}", invocation_.asked, then)};
-        };
-        if (!watch_.survivesTheDaemon) throw ended("");
+        const std::string then = watch_.survivesTheDaemon ? "; waiting for the next one" : "";
+        const Failure ended(kExitNotRunning, "not_running", invocation_.asked + ": the daemon has ended" + then);
+        if (!watch_.survivesTheDaemon) throw ended;
         if (!daemon) {
             // Nothing has ended here, so this is no result.
-            const Failure failure = ended("; waiting for the next one");
-            (void)std::fputs(RenderFailure(failure, invocation_.options.json).c_str(), invocation_.err);
+            (void)std::fputs(RenderFailure(ended, invocation_.options.json).c_str(), invocation_.err);
             return;
         }
         // Whatever somebody else had started, the new daemon knows nothing of it.
@@ -179,11 +156,13 @@ class Watcher {
         ShowNote(invocation_, "a new daemon runs; this goes on with it");
     }
 
-    // Nothing that somebody else has started for itself. The sockets stay open until everything was answered.
+    // Nothing that somebody else has started for itself and lives on. The sockets stay open until everything was
+    // answered.
     void SwitchOff(Outcome& outcome) {
         for (const Source& source : sources_) {
-            const bool isOurs = source.takenFrom ? !MayStillRun(*source.takenFrom) : source.isStarted;
-            if (!source.socket.stop || !isOurs || !source.HasItsName()) continue;
+            const auto& other = source.takenFrom;
+            const bool isOurs = other ? other->pid && ProcessName(*other->pid) != other->name : source.isStarted;
+            if (!source.socket.stop || !isOurs || tessel_listener_has_name(source.listener.get()) == 0) continue;
             const int error = source.socket.stop();
             if (error == TESSEL_OK || error == TESSEL_E_NOT_RUNNING || outcome.failure) continue;
             outcome.failure = CallFailed(Format("{}, switching off", invocation_.asked), error);
@@ -200,7 +179,10 @@ class Watcher {
     unsigned long notEvents_ = 0;
 };
 
-Outcome Plan(const Watch& watch) {
+}  // namespace
+
+Outcome RunWatch(const Invocation& invocation, const Watch& watch) {
+    if (!invocation.options.dryRun) return Watcher(invocation, watch).Run();
     Outcome outcome;
     for (const WatchedSocket& socket : watch.sockets) {
         outcome.planned.push_back(Format("listens under {}", socket.name));
@@ -211,16 +193,6 @@ Outcome Plan(const Watch& watch) {
     }
     if (watch.followsKernel) outcome.planned.emplace_back("follows the kernel");
     return outcome;
-}
-
-}  // namespace
-
-Outcome RunWatch(const Invocation& invocation, const Watch& watch) {
-    if (invocation.options.dryRun) return Plan(watch);
-    const bool needsDaemon = std::any_of(watch.sockets.begin(), watch.sockets.end(),
-                                         [](const WatchedSocket& socket) { return static_cast<bool>(socket.start); });
-    if (needsDaemon && tessel_daemon_is_listening() == 0) throw CallFailed(invocation.asked, TESSEL_E_NOT_RUNNING);
-    return Watcher(invocation, watch).Run();
 }
 
 void ShowLine(const Invocation& invocation, const ShownEvent& event) {

@@ -2,9 +2,26 @@
 // the way out, also on SIGINT, SIGTERM and SIGHUP, or when nobody reads any more.
 #pragma once
 
-#include "client/ctl/events.h"
+#include "client/ctl/command.h"
 
 namespace tessel::ctl {
+
+// A notice of the daemon, or a change in the kernel.
+struct ShownEvent {
+    Json document;     // time, event, source, and the fields
+    std::string line;  // "10:04:11.204  conflict  eth0  ..."
+    std::string text;  // what stands behind the interface or the id there: "seq 0  ttl 64  0.41 ms"
+    int kind = 0;      // enum tessel_event_kind; 0: the kernel's
+};
+
+// Nothing: the message is no event of a known kind, or too short.
+[[nodiscard]] std::optional<ShownEvent> ShowEvent(const tessel_event& event, std::string_view source, WallTime time);
+
+// A change in the kernel, as FromKernel gives it.
+[[nodiscard]] ShownEvent ShowKernelEvent(const Json& change, WallTime time);
+
+// "0.41 ms", "12.3 ms"; "0.41" for lists of them.
+[[nodiscard]] std::string MillisecondsText(long long microseconds, std::string_view unit = " ms");
 
 // One socket of the daemon's notices, and the requests that switch them on and off (both may be empty: only listening).
 struct WatchedSocket {
@@ -18,8 +35,7 @@ struct Watch {
     bool followsKernel = false;
     // A notice, decoded. False: that was the last one. Without it every event is shown by ShowLine.
     std::function<bool(const ShownEvent& event)> onEvent = {};
-    std::chrono::milliseconds deadline{0};  // without an event; 0: none. onDeadline then says whether to go on
-    std::function<bool()> onDeadline = {};
+    std::chrono::milliseconds deadline{0};  // without an event, which ends it; 0: none
     // What is switched on is switched on again when the daemon was started anew meanwhile. Not for ping and traceroute.
     bool survivesTheDaemon = true;
 };

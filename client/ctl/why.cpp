@@ -2,7 +2,6 @@
 #include <linux/rtnetlink.h>
 
 #include "client/ctl/device.h"
-#include "client/ctl/kernel.h"
 #include "client/ctl/output.h"
 
 namespace tessel::ctl {
@@ -31,21 +30,22 @@ Json RuleFor(const Network& target, const Network* from, u32 mark, const Json& r
     return {};
 }
 
-// The metric that the daemon gives to an interface's default route; empty: none, or nobody is there to ask.
-std::string PriorityText(const Json& route) {
-    if (TextOf(route, "destination") != "default" || TextOf(route, "family") != "inet") return "";
+// Why a route is used rather than the next one; with the daemon's priority, if it made the metric and can be asked.
+std::string WhyBefore(const Json& route, const Json& next) {
+    if (LengthOf(route) != LengthOf(next)) return ": longest prefix";
+    std::string why = ": lowest metric";
+    if (TextOf(route, "destination") != "default" || TextOf(route, "family") != "inet") return why;
     try {
         const Json priority = FindIn(DaemonPriorities(""), "interface", route["interface"]);
-        if (priority.is_null()) return "";
-        return Format(" (priority {} = {})", TextOf(route, "interface"), NumberOf(priority, "metric"));
+        if (!priority.is_null()) why += FillTemplate(" (priority {interface} = {metric})", priority);
     } catch (const Failure&) {
-        return "";
     }
+    return why;
 }
 
 // What leads to the target in the table of its route, the best one first, each with "note": why it is or is not used.
 Json RoutesTo(const Network& target, const Json& route) {
-    std::vector<Json> routes;
+    Json routes = Json::array();
     for (Json& one : KernelRoutes(target.family, static_cast<u32>(NumberOf(route, "table")))) {
         const auto network = ParseNetwork(TextOf(one, "destination"));
         if (!network || Covers(*network, target)) routes.push_back(std::move(one));
@@ -53,20 +53,18 @@ Json RoutesTo(const Network& target, const Json& route) {
     const auto rank = [](const Json& one) { return std::pair(-LengthOf(one), NumberOf(one, "metric")); };
     std::stable_sort(routes.begin(), routes.end(),
                      [&](const Json& one, const Json& other) { return rank(one) < rank(other); });
-    const auto chosen = std::find_if(routes.begin(), routes.end(), [&](const Json& one) {
-        return one["interface"] == route["interface"] && one["gateway"] == route["gateway"];
-    });
-    for (auto one = routes.begin(); one != routes.end(); ++one) {
-        (*one)["chosen"] = one == chosen;
-        (*one)["note"] = nullptr;
-        const bool isAlone = routes.size() == 1 || one + 1 == routes.end();
-        if (one == chosen) {
-            const bool isLongest = !isAlone && LengthOf(*one) != LengthOf(one[1]);
-            const std::string why = isAlone ? "" : isLongest ? ": longest prefix" : ": lowest metric";
-            (*one)["note"] = "chosen" + why + (isAlone || isLongest ? "" : PriorityText(*one));
-        } else if (one != routes.begin() && one - 1 == chosen) {
-            (*one)["note"] = Format("next if {} loses its route", TextOf(route, "interface"));
-        }
+    const Json* chosen = nullptr;
+    for (std::size_t i = 0; i < routes.size(); ++i) {
+        Json& one = routes[i];
+        const bool isNext = chosen != nullptr && chosen == &routes[i - 1];
+        const bool isChosen =
+            chosen == nullptr && one["interface"] == route["interface"] && one["gateway"] == route["gateway"];
+        one["chosen"] = isChosen;
+        one["note"] = nullptr;
+        if (isNext) one["note"] = Format("next if {} loses its route", TextOf(route, "interface"));
+        if (!isChosen) continue;
+        one["note"] = "chosen" + (i + 1 < routes.size() ? WhyBefore(one, routes[i + 1]) : "");
+        chosen = &one;
     }
     return routes;
 }
@@ -80,14 +78,12 @@ std::string WayText(const Json& way) {
     if (way["local"] == true) return target + " is an address of this device\n";
     std::string text = target + FillTemplate(" leaves through {interface}", way);
     text += way["gateway"].is_null() ? ", on the link" : " via " + TextOf(way, "gateway");
-    if (!way["source"].is_null()) text += ", source " + TextOf(way, "source");
-    text += ", table " + TableText(NumberOf(way, "table")) + "\n";
+    text += FillTemplate(", source {source}", way) + ", table " + TableText(NumberOf(way, "table")) + "\n";
     Rows rows;
     if (const Json& rule = way["rule"]; !rule.is_null()) {
-        std::string words = FillTemplate("  rule {pref}: from {from}", rule);
-        if (!rule["fwmark"].is_null()) words += FillTemplate(" fwmark {fwmark}", rule);
-        words += " lookup " + TableText(NumberOf(rule, "table"));
-        rows.push_back({words, TextOf(rule, "note")});
+        const std::string words = FillTemplate("  rule {pref}: from {from}", rule);
+        rows.push_back({words + FillTemplate(" fwmark {fwmark}", rule) + " lookup " + TableText(rule["table"]),
+                        TextOf(rule, "note")});
     }
     for (const Json& route : way["routes"])
         rows.push_back(

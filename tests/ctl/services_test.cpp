@@ -30,6 +30,8 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
         {"dhcpd show", 0, "eth2"},
         {start, 0, "192.168.2.100 to 192.168.2.150/24 are handed out"},
         {start, 2, "it is served already (dhcpd stop eth1)"},
+        {"status eth1", 0, "  DHCP server\n"},
+        {"status lo -g dhcp_server", 0, "false\n"},
         {"dhcpd start eth2 range 192.168.3.1 192.168.3.9/24 router 192.168.3.1", 5, "no udhcpd runs for it any more"},
     });
     EXPECT_THAT(ReadFile("/usr/etc/udhcpd4_eth1.conf"),

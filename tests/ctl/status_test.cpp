@@ -61,6 +61,7 @@ TEST_F(Finding, StatusWithoutAnAnswerShowsTheRest) {
     EXPECT_EQ(absent.status, 3);
     EXPECT_THAT(absent.out, HasSubstr("tessel_daemon   not running\n"));
     EXPECT_THAT(absent.out, HasSubstr("gateway 192.168.2.1"));
+    EXPECT_EQ(DocumentOf("status eth0")["interfaces"][0]["dhcp_server"], nullptr);
     const Daemon daemon;
     kill(daemon.Pid(), SIGSTOP);
     const auto start = std::chrono::steady_clock::now();

@@ -1,4 +1,6 @@
 // What comes in notices: how it is shown, who may listen, and that everything started is ended again.
+#include "client/ctl/watch.h"
+
 #include <linux/if_ether.h>
 #include <pthread.h>
 #include <sys/wait.h>
@@ -6,7 +8,6 @@
 #include <csignal>
 #include <thread>
 
-#include "client/ctl/events.h"
 #include "client/event_names.h"
 #include "core/ipc.h"
 #include "tests/ctl/tool.h"
@@ -271,7 +272,7 @@ TEST(Conflict, IsReportedUntilInterrupted) {
     EXPECT_THAT(watching.Line(), ContainsRegex("  conflict  eth0  192.168.1.20 is used by another host"));
     claims.join();
     ExpectAll({{"conflict watch -4", 2, kThisProgram + " listens under ipc_ip_conflict (--take"},
-               {"conflict off", 2, kThisProgram + " listens for inet conflicts"}});
+               {"conflict off", 2, kThisProgram + " listens under ipc_ip_conflict and would"}});
     watching.Signal(SIGTERM);
     EXPECT_THAT(watching.EndsWith(128 + SIGTERM), HasSubstr("connections that brought no event: 1"));
     EXPECT_FALSE(IsThere("ipc_ip_conflict"));
@@ -325,7 +326,7 @@ TEST(Routers, ReportsComeFromOneInterfaceToOneProgram) {
     EXPECT_EQ(event["event"], "ra_changed");
     EXPECT_THAT(event["addresses"].dump(), HasSubstr("2001:db8:1:"));
     ExpectAll({{"ra watch eth0", 2, kThisProgram + " gets the reports (tesselctl ra stop eth0 --force"},
-               {"ra stop eth0", 2, kThisProgram + " would get no more reports"}});
+               {"ra stop eth0", 2, kThisProgram + " listens under ipc_router_notify_eth0_0_"}});
     watching.Signal(SIGINT);
     EXPECT_THAT(watching.EndsWith(128 + SIGINT), IsEmpty());
 }

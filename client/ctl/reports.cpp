@@ -1,0 +1,229 @@
+// What the daemon reports to one program at a time, whoever that is: address conflicts, router advertisements and
+// traffic; and "monitor", which shows whatever is reported, with changes in the kernel, and switches nothing on or off.
+#include <unistd.h>
+
+#include <cmath>
+
+#include "client/ctl/device.h"
+#include "client/ctl/perform.h"
+#include "client/ctl/processes.h"
+#include "client/ctl/watch.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+// Whom it would silence to end the reports to this socket; empty: nobody listens.
+std::string WhoIsSilenced(const std::string& socket) {
+    const auto listening = FindListeningProcess(socket);
+    return listening ? Format("{} listens under {} and would get no more reports", ListeningText(listening), socket)
+                     : "";
+}
+
+// ---- Conflicts: one switch and one socket a family ----
+
+std::string ConflictSocket(int family) {
+    return family == TESSEL_FAMILY_INET6 ? TESSEL_SOCKET_IPV6_CONFLICT : TESSEL_SOCKET_IP_CONFLICT;
+}
+
+template <bool isOn>
+Outcome SwitchConflicts(const Invocation& invocation) {
+    const auto families = FamiliesOf(invocation.options);
+    const Json listeners = NoticeListeners();
+    Json document = Json::array();
+    std::vector<std::string> names;
+    std::vector<std::string> notes;
+    std::string silenced;
+    for (const int family : families) {
+        const std::string socket = ConflictSocket(family);
+        const Json listener = FindIn(listeners, "socket", socket)["listener"];
+        names.push_back(FamilyName(family));
+        document.push_back({{"family", names.back()}, {"reporting", isOn}, {"listener", listener}});
+        if (!isOn && !listener.is_null()) silenced = WhoIsSilenced(socket);
+        if (!isOn || !listener.is_null()) continue;
+        notes.push_back(
+            Format("nobody listens under {}: each report will hold conflict detection up for 5 to 8 s (listen: "
+                   "tesselctl conflict watch -{})",
+                   socket, family == TESSEL_FAMILY_INET6 ? 6 : 4));
+    }
+    const auto send = [&] {
+        int error = TESSEL_OK;
+        for (const int family : families) {
+            if (error == TESSEL_OK) error = isOn ? tessel_conflict_start(family) : tessel_conflict_stop(family);
+        }
+        return error;
+    };
+    Outcome outcome = Perform(
+        invocation, {.send = send,
+                     .guard = [&] { return silenced; },
+                     .read = [&] { return document; },
+                     .done = Format("{}: conflicts are reported{}", Joined(names, ", "), isOn ? "" : " no more")});
+    outcome.notes.insert(outcome.notes.end(), notes.begin(), notes.end());
+    return outcome;
+}
+
+Outcome WatchConflicts(const Invocation& invocation) {
+    Watch watch;
+    for (const int family : FamiliesOf(invocation.options)) {
+        watch.sockets.push_back({.name = ConflictSocket(family),
+                                 .start = [=] { return tessel_conflict_start(family); },
+                                 .stop = [=] { return tessel_conflict_stop(family); }});
+    }
+    std::string note = "the other host's hardware address is only in the daemon's log (tesselctl log follow)";
+    watch.onEvent = [&](const ShownEvent& event) {
+        ShowLine(invocation, event);
+        if (!note.empty()) ShowNote(invocation, std::exchange(note, ""));
+        return true;
+    };
+    return RunWatch(invocation, watch);
+}
+
+constexpr Command kConflictCommands[] = {
+    Row("on", "", &SwitchConflicts<true>, "have conflicts reported to the program that listens", "conflict on")
+        .Sends(TESSEL_CMD_CONFLICT_START)
+        .OfFamily()
+        .More(
+            "Addresses are watched and defended either way. Reports go to the sockets /tmp/ipc_ip_conflict (IPv4) and "
+            "/tmp/ipc_ipv6_conflict; while nobody listens there, each holds conflict detection up for 5 to 8 s."),
+    Row("off", "", &SwitchConflicts<false>, "have conflicts reported no more", "conflict off -4")
+        .Sends(TESSEL_CMD_CONFLICT_STOP)
+        .OfFamily()
+        .More("There is one switch a family for all programs: refused while one listens, unless --force."),
+    Row("watch", "", &WatchConflicts, "show conflicts as they are reported, until interrupted", "conflict watch")
+        .Sends(TESSEL_CMD_CONFLICT_START, TESSEL_CMD_CONFLICT_STOP)
+        .OfFamily()
+        .More(
+            "Switches the reports on, and off again in the end. One program a family can listen: refused while another "
+            "does, unless --take; the switch then stays as that one has left it. Reports carry the device's own "
+            "hardware address; that of the other host is in the daemon's log."),
+};
+
+// ---- Router advertisements ----
+
+// Of every tesselctl, so that the next one goes on with what another has left behind: an interface keeps its first one.
+constexpr i32 kUser = 0;
+
+// Of whoever gets the reports of an interface; empty: nobody does.
+std::string RouterSocket(const std::string& interface) {
+    const auto names = ListenedNames(Format("{}_{}_", TESSEL_SOCKET_ROUTER_NOTIFY, interface));
+    return names.empty() ? "" : names.front();
+}
+
+Outcome WatchRouters(const Invocation& invocation) {
+    const std::string interface = invocation.words.Text("IF");
+    const std::string missing = MissingInterface(interface);
+    if (!missing.empty()) throw Refused(invocation.asked, missing);
+    if (const std::string other = RouterSocket(interface); !other.empty()) {
+        throw Refused(invocation.asked, Format("{} gets the reports (tesselctl ra stop {} --force ends them)",
+                                               ListeningText(FindListeningProcess(other)), interface));
+    }
+    const auto start = [&] {
+        const int error = tessel_router_start(interface.c_str(), kUser, getpid());
+        if (error != TESSEL_E_FAILED) return error;
+        throw CallFailed(invocation.asked, error, Format("{} interfaces are watched", int{TESSEL_ROUTER_WATCHES_MAX}));
+    };
+    const std::string name = Format("{}_{}_{}_{}", TESSEL_SOCKET_ROUTER_NOTIFY, interface, kUser, getpid());
+    return RunWatch(
+        invocation,
+        {.sockets = {{.name = name, .start = start, .stop = [&] { return tessel_router_stop(interface.c_str()); }}}});
+}
+
+Outcome StopRouters(const Invocation& invocation) {
+    const std::string interface = invocation.words.Text("IF");
+    return Perform(invocation, {.send = [&] { return tessel_router_stop(interface.c_str()); },
+                                .guard = [&] { return WhoIsSilenced(RouterSocket(interface)); },
+                                .done = interface + ": routers are watched no more"});
+}
+
+constexpr Command kRaCommands[] = {
+    Row("watch", "IF", &WatchRouters, "ask for router advertisements, and show what is learnt from them",
+        "ra watch eth0")
+        .Sends(TESSEL_CMD_ROUTER_ADVERTISE_START, TESSEL_CMD_ROUTER_ADVERTISE_STOP)
+        .More("Addresses and gateway, whenever the addresses change; that the gateway alone has gone is no change."),
+    Row("stop", "IF", &StopRouters, "end the watch of whatever program has started it", "ra stop eth0")
+        .Sends(TESSEL_CMD_ROUTER_ADVERTISE_STOP),
+};
+
+// ---- Traffic ----
+
+Outcome WatchTraffic(const Invocation& invocation) {
+    const u32 interval = invocation.words.Get<u32>("every", 1);
+    const u32 count = invocation.words.Get<u32>("count", 0);
+    u32 shown = 0;
+    Clock::time_point before;
+    const auto onEvent = [&](const ShownEvent& event) {
+        ShowLine(invocation, event);
+        const auto now = Clock::now();
+        // A second start keeps the interval of the first one: what is really used shows between two reports.
+        const long long measured = std::llround(std::chrono::duration<double>(now - before).count());
+        if (++shown == 2 && measured != interval) {
+            ShowNote(invocation, Format("reports come every {} s: somebody had started them with that interval "
+                                        "(tesselctl traffic stop ends them)",
+                                        measured));
+        }
+        before = now;
+        return shown != count;
+    };
+    return RunWatch(invocation, {.sockets = {{.name = TESSEL_SOCKET_STAT,
+                                              .start = [=] { return tessel_traffic_start(interval); },
+                                              .stop = &tessel_traffic_stop}},
+                                 .onEvent = onEvent});
+}
+
+Outcome StopTraffic(const Invocation& invocation) {
+    return Perform(invocation, {.send = &tessel_traffic_stop,
+                                .guard = [] { return WhoIsSilenced(TESSEL_SOCKET_STAT); },
+                                .done = "traffic is reported no more, once the period that runs has ended"});
+}
+
+constexpr Command kTrafficCommands[] = {
+    Row("watch", "[every S:1-86400] [count N:1-1000000]", &WatchTraffic,
+        "show what eth0, eth1 and eth2 send and receive", "traffic watch every 5 count 3")
+        .Sends(TESSEL_CMD_STAT_START, TESSEL_CMD_STAT_STOP)
+        .More("Every second unless said otherwise, until interrupted. The daemon reports to one program, and "
+              "keeps the interval of the first start until a stop."),
+    Row("stop", "", &StopTraffic, "end the reports of whatever program has started them", "traffic stop")
+        .Sends(TESSEL_CMD_STAT_STOP),
+};
+
+// ---- Everything ----
+
+Outcome Monitor(const Invocation& invocation) {
+    const auto kinds = invocation.words.All<std::string>("KIND");
+    auto missing = kinds;
+    std::erase(missing, "kernel");
+    Watch watch{.sockets = {}, .followsKernel = kinds.empty() || missing.size() < kinds.size()};
+    for (const Json& one : NoticeListeners()) {
+        const std::string topic = TextOf(one, "topic");
+        const std::string kind = topic.substr(0, topic.find(' '));
+        const bool isAsked = std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
+        if (isAsked || (kinds.empty() && one["listener"].is_null())) watch.sockets.push_back({TextOf(one, "socket")});
+        std::erase(missing, kind);
+    }
+    if (!missing.empty()) {
+        throw Refused(invocation.asked, Format("{0} notices go to whoever asked for them, and nobody did (see \"{0}\")",
+                                               missing.front()));
+    }
+    return RunWatch(invocation, watch);
+}
+
+constexpr Command kMonitorCommands[] = {
+    Row("", "[KIND=ping|dhcp|ntp|conflict|ra|traffic|kernel]...", &Monitor,
+        "notices and changes in the kernel as they come", "monitor conflict ntp kernel")
+        .More("It only listens: \"conflict on\", \"ntp start\" and the like have notices sent. Those of ping, dhcp and "
+              "ra go to the program that asked for them, and --take takes them from it. Without a kind: the kernel, "
+              "and what nobody else listens for."),
+};
+
+}  // namespace
+
+extern const Object kConflict = {
+    .name = "conflict", .summary = "other hosts that use the device's addresses", .commands = kConflictCommands};
+extern const Object kRa = {
+    .name = "ra", .summary = "what is learnt from IPv6 router advertisements", .commands = kRaCommands};
+extern const Object kTraffic = {
+    .name = "traffic", .summary = "what the device's interfaces send and receive", .commands = kTrafficCommands};
+extern const Object kMonitor = {
+    .name = "monitor", .summary = "what the daemon and the kernel report", .commands = kMonitorCommands};
+
+}  // namespace tessel::ctl

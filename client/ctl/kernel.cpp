@@ -172,7 +172,7 @@ std::string WhyUnreachable(const Network& gateway, const std::string& interfaceN
             networks.push_back(NetworkText(*own));
         }
     }
-    const std::string missing = MissingInterface(interfaceName);
+    std::string missing = MissingInterface(interfaceName);
     if (!missing.empty() || isOnEveryLink) return missing;
     return Format("{} is in no network of {} ({})", HostText(gateway), isNamed ? interfaceName : "any interface",
                   networks.empty() ? "it has no address" : Joined(networks, ", "));

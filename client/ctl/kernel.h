@@ -1,11 +1,10 @@
 // What the kernel knows without the daemon, by rtnetlink: documents with the keys that every command uses.
 #pragma once
 
-#include <libmnl/libmnl.h>
-
-#include <memory>
-
 #include "client/ctl/command.h"
+#include "core/unique_fd.h"
+
+struct nlmsghdr;
 
 namespace tessel::ctl {
 
@@ -40,26 +39,25 @@ constexpr u32 kMainTable = 254;
 [[nodiscard]] Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark,
                                  std::string& problem);
 
-// A message of rtnetlink as such a document with "event" ("link", "addr", "route", "rule", "neighbour") and "action"
-// ("added", "removed") in front. Null: of a kind that is not shown.
-[[nodiscard]] Json FromKernel(const nlmsghdr* message);
+// A message of rtnetlink as such a document; of one that is no part of a list, with "event" ("link", "addr", "route",
+// "rule", "neighbour") and "action" ("added", "removed") in front. Null: of a kind that is not shown. With isWay:
+// routes of every type, as KernelRouteTo has them.
+[[nodiscard]] Json FromKernel(const nlmsghdr* message, bool isWay);
 
 // Follows links, addresses, routes and rules.
 class KernelFollower {
   public:
     KernelFollower();
-    [[nodiscard]] int Fd() const;
-    // What there is to read now, without waiting; `isCut` becomes true when changes were lost.
-    [[nodiscard]] std::vector<Json> Next(bool& isCut);
+    [[nodiscard]] int Fd() const {
+        return socket_.Get();
+    }
+    // The changes that there are to read now, without waiting; `isCut` becomes true when some were lost.
+    [[nodiscard]] Json Next(bool& isCut);
 
   private:
-    struct CloseSocket {
-        void operator()(mnl_socket* socket) const;
-    };
-    std::unique_ptr<mnl_socket, CloseSocket> socket_;
+    UniqueFd socket_;
 };
 
-// The names of the interfaces.
 [[nodiscard]] std::vector<std::string> InterfaceNames();
 
 // "there is no interface eth9"; empty when there is one, or none was named.
@@ -73,13 +71,5 @@ class KernelFollower {
 // Why the kernel's answer here says nothing about the daemon that this thread's last call reached: it lives in another
 // network namespace, or may do so. Empty: it sees the interfaces that this process sees.
 [[nodiscard]] std::string ForeignKernel();
-
-// For kernel.cpp and kernel_messages.cpp.
-
-// What one header of the kernel's has in bytes, by the type of its messages. 0: not known here.
-[[nodiscard]] std::size_t HeaderBytes(u16 type);
-
-// A message of any action, as in kernel.h; routes of every type, with "source" and "local". Null: not known here.
-[[nodiscard]] Json DocumentOf(const nlmsghdr* message);
 
 }  // namespace tessel::ctl

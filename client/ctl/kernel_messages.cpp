@@ -1,9 +1,11 @@
 #include <arpa/inet.h>
+#include <libmnl/libmnl.h>
 #include <linux/fib_rules.h>
-#include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <net/if_arp.h>
+
+#include <bit>
 
 #include "client/ctl/kernel.h"
 
@@ -32,16 +34,13 @@ const Structure* StructureIn(const nlattr* attribute) {
     return isWhole ? static_cast<const Structure*>(mnl_attr_get_payload(attribute)) : nullptr;
 }
 
-// Empty: not of the size that the family's addresses have.
-std::string AddressText(int family, const void* bytes, std::size_t size) {
+// Behind `skipped` bytes. Empty: not of the size that the family's addresses have.
+std::string AddressText(int family, const nlattr* attribute, std::size_t skipped = 0) {
     char text[INET6_ADDRSTRLEN] = "";
-    if (size == (family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr))) inet_ntop(family, bytes, text, sizeof(text));
+    const std::size_t size = skipped + (family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr));
+    if (attribute != nullptr && mnl_attr_get_payload_len(attribute) == size)
+        inet_ntop(family, static_cast<const u8*>(mnl_attr_get_payload(attribute)) + skipped, text, sizeof(text));
     return text;
-}
-
-std::string AddressText(int family, const nlattr* attribute) {
-    if (attribute == nullptr) return "";
-    return AddressText(family, mnl_attr_get_payload(attribute), mnl_attr_get_payload_len(attribute));
 }
 
 // "10.1.0.0/16", or the word that stands for everything.
@@ -59,20 +58,15 @@ Json InterfaceAt(u32 index) {
     return index != 0 && if_indextoname(index, name) != nullptr ? Json(name) : Json();
 }
 
-std::string StateOf(u32 flags) {
-    if ((flags & IFF_UP) == 0) return "down";
-    return (flags & IFF_RUNNING) != 0 ? "up" : "no carrier";
-}
-
-// Other families than AF_UNSPEC repeat a link for bridges and IPv6.
 Json LinkFields(const void* from, const Attributes& attributes) {
     const auto& header = *static_cast<const ifinfomsg*>(from);
-    if (header.ifi_family != AF_UNSPEC || attributes[IFLA_IFNAME] == nullptr) return {};
+    if (attributes[IFLA_IFNAME] == nullptr) return {};
     Attributes info{};
     if (attributes[IFLA_LINKINFO] != nullptr) mnl_attr_parse_nested(attributes[IFLA_LINKINFO], &StoreAttribute, &info);
     const nlattr* kind = info[IFLA_INFO_KIND];
+    const char* const carrier = (header.ifi_flags & IFF_RUNNING) != 0 ? "up" : "no carrier";
     return {{"interface", mnl_attr_get_str(attributes[IFLA_IFNAME])},
-            {"state", StateOf(header.ifi_flags)},
+            {"state", (header.ifi_flags & IFF_UP) == 0 ? "down" : carrier},
             {"mtu", U32Of(attributes[IFLA_MTU])},
             {"mac", header.ifi_type == ARPHRD_ETHER ? MacIn(attributes[IFLA_ADDRESS]) : Json()},
             {"kind", kind == nullptr ? Json() : Json(mnl_attr_get_str(kind))}};
@@ -88,26 +82,13 @@ Json AddressFields(const void* from, const Attributes& attributes) {
     const auto& header = *static_cast<const ifaddrmsg*>(from);
     // On a link between two hosts IFA_ADDRESS is the other one's.
     const nlattr* own = attributes[IFA_LOCAL] != nullptr ? attributes[IFA_LOCAL] : attributes[IFA_ADDRESS];
-    const u32 flags = attributes[IFA_FLAGS] != nullptr ? U32Of(attributes[IFA_FLAGS]) : header.ifa_flags;
-    return {{"interface", InterfaceAt(header.ifa_index)}, {"address", AddressText(header.ifa_family, own)},
-            {"prefix_length", header.ifa_prefixlen},      {"family", FamilyName(header.ifa_family)},
-            {"scope", ScopeText(header.ifa_scope)},       {"dynamic", (flags & IFA_F_PERMANENT) == 0},
-            {"tentative", (flags & IFA_F_TENTATIVE) != 0}};
-}
-
-// A gateway of the route's own family, or of another: RFC 5549 has IPv4 routes through IPv6 neighbours.
-std::string GatewayText(int family, const Attributes& attributes) {
-    const auto* via = StructureIn<rtvia>(attributes[RTA_VIA]);
-    if (via == nullptr) return AddressText(family, attributes[RTA_GATEWAY]);
-    return AddressText(via->rtvia_family, static_cast<const void*>(via->rtvia_addr),
-                       mnl_attr_get_payload_len(attributes[RTA_VIA]) - sizeof(rtvia));
-}
-
-// The kernel gives a remaining time to what router advertisements brought, and to nothing else that lasts.
-bool IsLearnt(const rtmsg& header, const Attributes& attributes) {
-    const auto* cache = StructureIn<rta_cacheinfo>(attributes[RTA_CACHEINFO]);
-    return header.rtm_protocol == RTPROT_RA || U32Of(attributes[RTA_EXPIRES]) != 0 ||
-           (cache != nullptr && cache->rta_expires != 0);
+    return {{"interface", InterfaceAt(header.ifa_index)},
+            {"address", AddressText(header.ifa_family, own)},
+            {"prefix_length", header.ifa_prefixlen},
+            {"family", FamilyName(header.ifa_family)},
+            {"scope", ScopeText(header.ifa_scope)},
+            {"dynamic", (header.ifa_flags & IFA_F_PERMANENT) == 0},
+            {"tentative", (header.ifa_flags & IFA_F_TENTATIVE) != 0}};
 }
 
 Json RouteFields(const void* from, const Attributes& attributes) {
@@ -121,31 +102,35 @@ Json RouteFields(const void* from, const Attributes& attributes) {
                              first->rtnh_len <= mnl_attr_get_payload_len(attributes[RTA_MULTIPATH]);
         if (isWhole) mnl_attr_parse_payload(first + 1, first->rtnh_len - sizeof(rtnexthop), &StoreAttribute, &hop);
     }
+    // A gateway may be of another family: RFC 5549 has IPv4 routes through IPv6 neighbours.
+    const auto* via = StructureIn<rtvia>(hop[RTA_VIA]);
+    const std::string gateway = via == nullptr ? AddressText(header.rtm_family, hop[RTA_GATEWAY])
+                                               : AddressText(via->rtvia_family, hop[RTA_VIA], sizeof(rtvia));
+    // What router advertisements brought ends by itself, and nothing else that lasts does.
+    const auto* cache = StructureIn<rta_cacheinfo>(attributes[RTA_CACHEINFO]);
+    const bool isLearnt = header.rtm_protocol == RTPROT_RA || (cache != nullptr && cache->rta_expires != 0);
     return {{"destination", NetworkText(header.rtm_family, attributes[RTA_DST], header.rtm_dst_len, "default")},
-            {"gateway", NullIfEmpty(GatewayText(header.rtm_family, hop))},
+            {"gateway", NullIfEmpty(gateway)},
             {"interface", InterfaceAt(interfaceIndex)},
             {"metric", U32Of(attributes[RTA_PRIORITY])},
             {"table", attributes[RTA_TABLE] != nullptr ? U32Of(attributes[RTA_TABLE]) : header.rtm_table},
             {"family", FamilyName(header.rtm_family)},
-            {"learnt", IsLearnt(header, attributes)},
+            {"learnt", isLearnt},
             {"source", NullIfEmpty(AddressText(header.rtm_family, attributes[RTA_PREFSRC]))},
             {"local", header.rtm_type == RTN_LOCAL}};
 }
 
 Json NeighbourFields(const void* from, const Attributes& attributes) {
-    static constexpr std::pair<u16, const char*> kStates[] = {
-        {NUD_PERMANENT, "permanent"}, {NUD_REACHABLE, "reachable"},   {NUD_STALE, "stale"},  {NUD_DELAY, "delay"},
-        {NUD_PROBE, "probe"},         {NUD_INCOMPLETE, "incomplete"}, {NUD_FAILED, "failed"}};
+    // By their bits. Multicast and loopback addresses need no neighbour: they have none of these states.
+    constexpr std::array<const char*, 17> kStates = {"incomplete", "reachable", "stale", "delay",
+                                                     "probe",      "failed",    nullptr, "permanent"};
     const auto& header = *static_cast<const ndmsg*>(from);
-    const auto* const state = std::find_if(std::begin(kStates), std::end(kStates),
-                                           [&](const auto& one) { return (header.ndm_state & one.first) != 0; });
-    // Multicast and loopback addresses need no neighbour: they have none of these states.
-    const bool isInet = header.ndm_family == AF_INET || header.ndm_family == AF_INET6;
-    if (state == std::end(kStates) || !isInet || (header.ndm_flags & NTF_PROXY) != 0) return {};
+    const char* const state = kStates[static_cast<std::size_t>(std::countr_zero(header.ndm_state))];
+    if (state == nullptr || (header.ndm_flags & NTF_PROXY) != 0) return {};
     return {{"address", AddressText(header.ndm_family, attributes[NDA_DST])},
             {"mac", MacIn(attributes[NDA_LLADDR])},
             {"interface", InterfaceAt(static_cast<u32>(header.ndm_ifindex))},
-            {"state", state->second},
+            {"state", state},
             {"family", FamilyName(header.ndm_family)}};
 }
 
@@ -167,61 +152,44 @@ Json RuleFields(const void* from, const Attributes& attributes) {
             {"other_conditions", hasOthers}};
 }
 
-// Messages come in kinds of four types: new, gone, asked for, set.
-constexpr u16 kActions = 3;
-constexpr u16 kGone = 1;
-constexpr u16 kAskedFor = 2;
-
-struct MessageKind {
-    u16 type;
-    const char* event;
-    std::size_t headerBytes;
-    Json (*fields)(const void* header, const Attributes& attributes);
-};
-
-constexpr MessageKind kMessageKinds[] = {
-    {RTM_NEWLINK, "link", sizeof(ifinfomsg), &LinkFields},
-    {RTM_NEWADDR, "addr", sizeof(ifaddrmsg), &AddressFields},
-    {RTM_NEWROUTE, "route", sizeof(rtmsg), &RouteFields},
-    {RTM_NEWNEIGH, "neighbour", sizeof(ndmsg), &NeighbourFields},
-    {RTM_NEWRULE, "rule", sizeof(fib_rule_hdr), &RuleFields},
-};
-
-const MessageKind* FindMessageKind(u16 type) {
-    const auto* const found = std::find_if(std::begin(kMessageKinds), std::end(kMessageKinds),
-                                           [&](const MessageKind& kind) { return kind.type == (type & ~kActions); });
-    return found == std::end(kMessageKinds) ? nullptr : found;
-}
-
 }  // namespace
 
-std::size_t HeaderBytes(u16 type) {
-    const MessageKind* kind = FindMessageKind(type);
-    return kind == nullptr ? 0 : kind->headerBytes;
-}
-
-Json DocumentOf(const nlmsghdr* message) {
-    const MessageKind* kind = FindMessageKind(message->nlmsg_type);
-    if (kind == nullptr || mnl_nlmsg_get_payload_len(message) < kind->headerBytes) return {};
-    Attributes attributes{};
-    mnl_attr_parse(message, static_cast<unsigned>(kind->headerBytes), &StoreAttribute, &attributes);
-    return kind->fields(mnl_nlmsg_get_payload(message), attributes);
-}
-
-Json FromKernel(const nlmsghdr* message) {
-    const u16 action = message->nlmsg_type & kActions;
-    const MessageKind* kind = FindMessageKind(message->nlmsg_type);
-    Json fields = DocumentOf(message);
-    if (fields.is_null() || action >= kAskedFor) return {};
-    if (kind->type == RTM_NEWROUTE) {
-        const auto& header = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
-        if (header.rtm_type != RTN_UNICAST || (header.rtm_flags & RTM_F_CLONED) != 0) return {};
-        fields.erase("source");
-        fields.erase("local");
+Json FromKernel(const nlmsghdr* message, bool isWay) {
+    // Each type is followed by the one of what is gone.
+    static constexpr struct {
+        u16 type;
+        const char* event;
+        std::size_t headerBytes;
+        Json (*fields)(const void* header, const Attributes& attributes);
+    } kKinds[] = {{RTM_NEWLINK, "link", sizeof(ifinfomsg), &LinkFields},
+                  {RTM_NEWADDR, "addr", sizeof(ifaddrmsg), &AddressFields},
+                  {RTM_NEWROUTE, "route", sizeof(rtmsg), &RouteFields},
+                  {RTM_NEWNEIGH, "neighbour", sizeof(ndmsg), &NeighbourFields},
+                  {RTM_NEWRULE, "rule", sizeof(fib_rule_hdr), &RuleFields}};
+    for (const auto& [type, event, headerBytes, fields] : kKinds) {
+        const bool isGone = message->nlmsg_type == type + 1;
+        if (message->nlmsg_type != type && !isGone) continue;
+        if (mnl_nlmsg_get_payload_len(message) < headerBytes) break;
+        const void* header = mnl_nlmsg_get_payload(message);
+        // Every header begins with the family. Bridges and multicast routing have entries of their own.
+        const u8 family = *static_cast<const u8*>(header);
+        if (family != AF_INET && family != AF_INET6 && (family != AF_UNSPEC || type != RTM_NEWLINK)) break;
+        Attributes attributes{};
+        mnl_attr_parse(message, static_cast<unsigned>(headerBytes), &StoreAttribute, &attributes);
+        Json document = fields(header, attributes);
+        if (document.is_null() || isWay) return document;
+        if (type == RTM_NEWROUTE) {
+            const auto& route = *static_cast<const rtmsg*>(header);
+            if (route.rtm_type != RTN_UNICAST || (route.rtm_flags & RTM_F_CLONED) != 0) break;
+            document.erase("source");
+            document.erase("local");
+        }
+        if ((message->nlmsg_flags & NLM_F_MULTI) != 0) return document;
+        Json change{{"event", event}, {"action", isGone ? "removed" : "added"}};
+        change.update(document);
+        return change;
     }
-    Json event{{"event", kind->event}, {"action", action == kGone ? "removed" : "added"}};
-    event.update(fields);
-    return event;
+    return {};
 }
 
 }  // namespace tessel::ctl

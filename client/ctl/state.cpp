@@ -1,169 +1,134 @@
 #include "client/ctl/state.h"
 
+#include <sstream>
+
 #include "client/ctl/device.h"
+#include "client/ctl/files.h"
 #include "client/ctl/filter.h"
+#include "client/ctl/output.h"
 #include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-// "link" "eth0 mtu", "addr" "eth0 -4", "priority" "eth0", "gateway" "eth0 -6"; of routes and rules the words that add
-// them, with the value "there".
-struct Setting {
-    std::string object;
-    std::string subject;
-    Step values;
-};
-using Settings = std::vector<Setting>;
-
-struct Difference {
-    Setting wanted;
-    Step had;
-
-    [[nodiscard]] std::string Interface() const {
-        return wanted.subject.substr(0, wanted.subject.find(' '));
-    }
-};
-
-bool IsInet6(const std::string& text) {
-    return text.find(':') != std::string::npos;
-}
-
-bool HasText(const Step& texts, const std::string& text) {
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
-
-bool Contains(const Step& texts, const Step& others) {
-    return std::all_of(others.begin(), others.end(), [&](const std::string& text) { return HasText(texts, text); });
-}
-
-std::string RuleWords(const Json& rule) {
-    const std::string mark = rule.at("fwmark").is_null() ? "" : Format("fwmark {} ", NumberOf(rule, "fwmark"));
-    return Format("from {} {}pref {} table {}", TextOf(rule, "from"), mark, NumberOf(rule, "pref"),
-                  NumberOf(rule, "table"));
-}
-
-// In the order in which they are to be made.
-Settings SettingsOf(const Json& state) {
-    Settings settings;
-    const auto list = [&](const char* key) { return state.value(key, Json::array()); };
-    const auto addFamilies = [&](const char* object, const Json& link, const char* key) {
-        for (const bool inet6 : {false, true}) {
-            if (!link.contains(key)) continue;
-            Setting setting{object, TextOf(link, "interface") + (inet6 ? " -6" : " -4"), {}};
-            for (const std::string text : link.at(key)) {
-                if (IsInet6(text) == inet6) setting.values.push_back(text);
-            }
-            settings.push_back(setting);
-        }
-    };
-    for (const Json& link : list("interfaces")) {
+// Texts by "link eth0 mtu", "priority eth0", "gateway dev eth0 -6"; of addresses, routes and rules by the words that
+// add them, with the text "there". In the order in which they are to be made.
+Json SettingsOf(const Json& state) {
+    Json settings = Json::object();
+    const auto list = [](const Json& record, const char* key) { return record.value(key, Json::array()); };
+    for (const Json& link : list(state, "interfaces")) {
         const std::string name = TextOf(link, "interface");
-        if (!TextOf(link, "mac").empty()) settings.push_back({"link", name + " mac", {TextOf(link, "mac")}});
-        if (link.contains("mtu")) settings.push_back({"link", name + " mtu", {link.at("mtu").dump()}});
-        addFamilies("addr", link, "addresses");
+        if (!TextOf(link, "mac").empty()) settings["link " + name + " mac"] = link.at("mac");
+        if (link.contains("mtu")) settings["link " + name + " mtu"] = link.at("mtu").dump();
+        for (const std::string address : list(link, "addresses"))
+            settings[Format("addr {} dev {}", address, name)] = "there";
     }
-    for (const Json& entry : list("priorities"))
-        settings.push_back({"priority", TextOf(entry, "interface"), {entry.at("metric").dump()}});
-    for (const Json& link : list("interfaces"))
-        addFamilies("gateway", link, "gateways");
-    for (const Json& route : list("routes"))
-        settings.push_back({"route",
-                            Format("{} via {} dev {} metric {}", TextOf(route, "destination"), TextOf(route, "gateway"),
-                                   TextOf(route, "interface"), NumberOf(route, "metric")),
-                            {"there"}});
-    for (const Json& rule : list("rules"))
-        settings.push_back({"rule", RuleWords(rule), {"there"}});
+    for (const Json& entry : list(state, "priorities"))
+        settings["priority " + TextOf(entry, "interface")] = entry.at("metric").dump();
+    for (const Json& link : list(state, "interfaces")) {
+        for (const std::string gateway : list(link, "gateways")) {
+            const int family = gateway.find(':') == std::string::npos ? 4 : 6;
+            settings[Format("gateway dev {} -{}", TextOf(link, "interface"), family)] = gateway;
+        }
+    }
+    for (const Json& route : list(state, "routes"))
+        settings[FillTemplate("route {destination} via {gateway} dev {interface} metric {metric}", route)] = "there";
+    for (const Json& rule : list(state, "rules")) {
+        const char* const mark = rule.at("fwmark").is_null() ? "" : "fwmark {fwmark} ";
+        settings[FillTemplate(Format("rule from {{from}} {}pref {{pref}} table {{table}}", mark), rule)] = "there";
+    }
     return settings;
 }
 
-Step ValuesOf(const Settings& settings, const Setting& named) {
-    const auto found = std::find_if(settings.begin(), settings.end(), [&](const Setting& one) {
-        return one.object == named.object && one.subject == named.subject;
-    });
-    return found == settings.end() ? Step{} : found->values;
-}
+// The lists that settings of each object stand in.
+constexpr std::pair<std::string_view, const char*> kLists[] = {
+    {"addr", "addresses"}, {"gateway", "gateways"}, {"priority", "priorities"}, {"route", "routes"}, {"rule", "rules"}};
 
-// First what is not wanted any more of the lists that `wanted` has.
-std::vector<Difference> Differences(const Settings& now, const Json& wanted) {
-    std::vector<Difference> found;
-    const Settings settings = SettingsOf(wanted);
-    const auto isListed = [&](const std::string& object) {
-        return (object == "priority" && wanted.contains("priorities")) ||
-               ((object == "route" || object == "rule") && wanted.contains(object + "s"));
-    };
-    for (const Setting& one : now) {
-        if (isListed(one.object) && ValuesOf(settings, one).empty())
-            found.push_back({{one.object, one.subject, {}}, one.values});
-    }
-    for (const Setting& one : settings) {
-        const Step had = ValuesOf(now, one);
-        if (!Contains(had, one.values) || !Contains(one.values, had)) found.push_back({one, had});
-    }
-    return found;
-}
-
-Step Split(const std::string& line) {
-    return SplitSavedLine(line).value();
-}
-
-void AddSteps(std::vector<Step>& steps, const Difference& difference) {
-    const auto& [object, subject, values] = difference.wanted;
-    const std::string device = " dev " + difference.Interface();
-    std::string line;
-    if (object == "link") {
-        line = Format("link set {} {}", subject, values[0]);
-    } else if (object == "priority") {
-        if (values.empty()) return;  // there is no command for it
-        // One command for all: the first one since the daemon's start fixes the interfaces.
-        line = Format("priority set {} {}", subject, values[0]);
-        if (!steps.empty() && steps.back()[0] == object) {
-            line = Format("{} {} {}", Joined(steps.back(), " "), subject, values[0]);
-            steps.pop_back();
+// What there is to be: first, empty, what `now` has and the lists of `wanted` leave out.
+Json AimsOf(const Json& now, const Json& wanted) {
+    Json aims = Json::object();
+    const Json settings = SettingsOf(wanted);
+    for (const auto& [name, text] : now.items()) {
+        const Step words = *SplitSavedLine(name);
+        const auto dev = std::find(words.begin(), words.end(), "dev");
+        const Json link =
+            dev == words.end() ? Json() : FindIn(wanted.value("interfaces", Json::array()), "interface", dev[1]);
+        for (const auto& [object, list] : kLists) {
+            const bool isListed = words[0] == object && (wanted.contains(list) || link.contains(list));
+            if (isListed && !settings.contains(name)) aims[name] = "";
         }
-    } else if (object == "addr" && Contains(values, difference.had)) {
-        for (const std::string& text : values) {
-            if (!HasText(difference.had, text)) steps.push_back(Split("addr add " + text + device));
-        }
-        return;
-    } else if (object == "addr") {
-        line =
-            values.empty() ? "addr flush dev " + subject : Format("addr set dev {} {}", subject, Joined(values, " "));
-    } else if (object == "gateway") {
-        const std::string_view verb = difference.had.empty() ? "set " : "replace ";
-        line = values.empty() ? "gateway del dev " + subject : Format("gateway {}{}{}", verb, values[0], device);
-    } else {
-        line = Format("{} {} {}", object, values.empty() ? "del" : "add", subject);
     }
-    steps.push_back(Split(line));
+    aims.update(settings);
+    return aims;
+}
+
+void AddStep(std::vector<Step>& steps, const std::string& name, const std::string& had, const std::string& wanted) {
+    const std::string object = name.substr(0, name.find(' '));
+    const std::string subject = name.substr(object.size() + 1);
+    std::string line = Format("{} {} {}", object, wanted.empty() ? "del" : "add", subject);
+    if (object == "link") line = Format("link set {} {}", subject, wanted);
+    if (object == "gateway" && !wanted.empty()) {
+        const std::string device = subject.substr(0, subject.rfind(' '));
+        line = Format("gateway {} {} {}", had.empty() ? "set" : "replace", wanted, device);
+    }
+    if (object == "priority") {
+        // One command for all: the first one since the daemon's start fixes the interfaces. There is none to remove it.
+        if (wanted.empty()) return;
+        const bool isFurther = !steps.empty() && steps.back()[0] == object;
+        line = Format("{} {} {}", isFurther ? Joined(steps.back(), " ") : "priority set", subject, wanted);
+        if (isFurther) steps.pop_back();
+    }
+    steps.push_back(*SplitSavedLine(line));
+}
+
+// A row of BringTo's document.
+Json ResultRow(const std::string& name, const std::string& was, const std::string& wanted, const std::string& now,
+               bool isDone, std::string_view word) {
+    return {{"setting", name},
+            {"was", NullIfEmpty(was)},
+            {"wanted", NullIfEmpty(wanted)},
+            {"now", NullIfEmpty(now)},
+            {"result", Format("{}as {}", isDone ? "" : "not ", word)}};
+}
+
+// By the tool that saves it, without what changes by itself: comments and counters. A kernel without rules may have no
+// table to show. Empty: it cannot be read.
+std::string SavedFilter(int family) {
+    const CapturedTool tool = CaptureTool({ToolOf(family) + "-save", "-t", "filter"});
+    std::string text;
+    std::istringstream lines(tool.text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with(':')) line = line.substr(0, line.find('[')) + "[0:0]";
+        if (!line.starts_with('#')) text += line + "\n";
+    }
+    return tool.isDone && text.empty() ? kNoFilterRules : text;
 }
 
 }  // namespace
 
-Json ReadState(const std::string& asked) {
-    Json interfaces = Json::array();
-    for (const Json& link : KernelLinks()) {
-        const std::string name = TextOf(link, "interface");
-        if (name == "lo" || TextOf(link, "kind") == "ppp") continue;
-        Json addresses = Json::array();
-        Json gateways = Json::array();
-        for (const Json& address : link.at("addresses")) {
-            if (address.at("scope") != "link" && !address.at("dynamic")) addresses.push_back(AddressText(address));
-        }
-        for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-            const Json gateway = DaemonGateway(asked, name, family);
-            if (!gateway.at("gateway").is_null() && !gateway.at("learnt")) gateways.push_back(gateway.at("gateway"));
-        }
-        interfaces.push_back({{"interface", name}, {"mtu", link.at("mtu")}, {"mac", link.at("mac")}});
-        interfaces.back().update({{"addresses", addresses}, {"gateways", gateways}});
-    }
+Json ReadState(const std::string& asked, bool withFirewall) {
     const auto chosen = [](const Json& record, std::initializer_list<const char*> keys) {
         Json entry;
         for (const char* key : keys)
             entry[key] = record.at(key);
         return entry;
     };
+    Json interfaces = Json::array();
+    for (const Json& link : KernelLinks()) {
+        if (link.at("interface") == "lo" || link.at("kind") == "ppp") continue;
+        Json& entry = interfaces.emplace_back(chosen(link, {"interface", "mtu", "mac"}));
+        entry.update({{"addresses", Json::array()}, {"gateways", Json::array()}});
+        for (const Json& address : link.at("addresses")) {
+            if (address.at("scope") != "link" && !address.at("dynamic"))
+                entry["addresses"].push_back(AddressText(address));
+        }
+        for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
+            const Json gateway = DaemonGateway(asked, link.at("interface"), family);
+            if (!gateway.at("gateway").is_null() && !gateway.at("learnt"))
+                entry["gateways"].push_back(gateway.at("gateway"));
+        }
+    }
     Json routes = Json::array();
     for (const Json& route : KernelRoutes(TESSEL_FAMILY_BOTH)) {
         const bool isPlain = !route.at("gateway").is_null() && !route.at("interface").is_null();
@@ -178,65 +143,74 @@ Json ReadState(const std::string& asked) {
         if (!isKernels && !rule.at("other_conditions") && NumberOf(rule, "table") != 0)
             rules.push_back(chosen(rule, {"pref", "from", "fwmark", "table"}));
     }
-    return {{"interfaces", interfaces}, {"priorities", DaemonPriorities(asked)}, {"routes", routes}, {"rules", rules}};
+    Json state{
+        {"interfaces", interfaces}, {"priorities", DaemonPriorities(asked)}, {"routes", routes}, {"rules", rules}};
+    if (withFirewall) state["firewall"] = {SavedFilter(TESSEL_FAMILY_INET), SavedFilter(TESSEL_FAMILY_INET6)};
+    return state;
 }
 
 std::vector<Step> StepsBetween(const Json& now, const Json& wanted) {
-    Settings present = SettingsOf(now);
-    for (const Difference& one : Differences(present, wanted)) {
-        const Setting& setting = one.wanted;
-        if (setting.object != "addr" || setting.subject.ends_with("6") || Contains(setting.values, one.had)) continue;
-        // The interface loses its addresses for a moment, and with them its IPv4 routes: they are to be made anew.
-        std::erase_if(present, [&](const Setting& other) {
-            const bool isThere = other.subject.find(" dev " + one.Interface() + " ") != std::string::npos;
-            return (other.object == "route" && isThere && !IsInet6(other.subject)) ||
-                   (other.object == "gateway" && other.subject == setting.subject);
-        });
-    }
+    const Json settings = SettingsOf(now);
+    const Json aims = AimsOf(settings, wanted);
     std::vector<Step> steps;
-    const auto differences = Differences(present, wanted);
-    for (const bool removes : {true, false}) {
-        for (const Difference& one : differences) {
-            if ((one.wanted.values.empty() && one.wanted.object != "addr") == removes) AddSteps(steps, one);
-        }
+    for (const auto& [name, text] : aims.items()) {
+        const std::string had = TextOf(settings, name.c_str());
+        if (had != text) AddStep(steps, name, had, text);
     }
     return steps;
 }
 
-Json BringTo(const Json& wanted, const Invocation& outer, const Step& options, std::string_view word,
-             std::vector<std::string>& problems) {
+Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word) {
     constexpr int kRounds = 2;
-    const Json before = ReadState(outer.asked);
-    Json now = before;
+    Json now = ReadState(outer.asked);
+    const Json before = SettingsOf(now);
+    Outcome outcome;
     for (int round = 0; round < kRounds; ++round) {
-        problems.clear();
+        outcome.notes.clear();
         for (Step step : StepsBetween(now, wanted)) {
-            step.insert(step.end(), options.begin(), options.end());
-            const Outcome outcome = RunInner(step, outer);
-            if (outcome.failure) problems.push_back(outcome.failure->message);
+            step.emplace_back("--yes");
+            const Outcome inner = RunInner(step, outer);
+            if (inner.failure) outcome.notes.push_back(inner.failure->message);
         }
         now = ReadState(outer.asked);
     }
-    auto differences = Differences(SettingsOf(before), wanted);
-    const Settings settings = SettingsOf(now);
-    for (const Difference& one : Differences(settings, wanted)) {
-        const bool isKnown = std::any_of(differences.begin(), differences.end(), [&](const Difference& other) {
-            return other.wanted.object == one.wanted.object && other.wanted.subject == one.wanted.subject;
-        });
-        if (!isKnown) differences.push_back({one.wanted, one.wanted.values});
+    const Json after = SettingsOf(now);
+    Json either = before;
+    either.update(after);
+    const Json aims = AimsOf(either, wanted);
+    outcome.document = Json::array();
+    for (const auto& [name, text] : aims.items()) {
+        const std::string was = TextOf(before, name.c_str());
+        const std::string is = TextOf(after, name.c_str());
+        if (was != text || is != text) outcome.document.push_back(ResultRow(name, was, text, is, is == text, word));
     }
+    if (!IsAllAs(outcome.document)) outcome.failure = NotApplied(outer.asked, Format("not everything is as {}", word));
+    return outcome;
+}
+
+Outcome TakeBack(const Json& state, const Invocation& outer) {
+    Outcome outcome;
     Json rows = Json::array();
-    const auto text = [](const Step& values) { return NullIfEmpty(Joined(values, " ")); };
-    for (const auto& [setting, had] : differences) {
-        const Step has = ValuesOf(settings, setting);
-        const bool isSame = Contains(has, setting.values) && Contains(setting.values, has);
-        rows.push_back({{"setting", setting.object + " " + setting.subject},
-                        {"was", text(had)},
-                        {"wanted", text(setting.values)},
-                        {"now", text(has)},
-                        {"result", Format("{}as {}", isSame ? "" : "not ", word)}});
+    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
+        const std::string text = state.at("firewall").at(family == TESSEL_FAMILY_INET ? 0 : 1);
+        if (text.empty() || SavedFilter(family) == text) continue;
+        (void)CaptureTool({ToolOf(family) + "-restore"}, text);
+        rows.push_back(ResultRow("firewall " + FamilyName(family), {}, {}, {}, SavedFilter(family) == text, "before"));
     }
-    return rows;
+    // A daemon that is being restarted is waited for.
+    for (int tries = 30; tries > 0 && outcome.document.is_null(); --tries) {
+        try {
+            outcome = BringTo(state, outer, "before");
+        } catch (const Failure& failure) {
+            outcome.notes = {failure.message};
+            sleep(1);
+        }
+    }
+    if (outcome.document.is_null()) rows.push_back(ResultRow("everything else", {}, {}, {}, false, "before"));
+    for (const Json& row : outcome.document)
+        rows.push_back(row);
+    outcome.document = rows;
+    return outcome;
 }
 
 bool IsAllAs(const Json& rows) {

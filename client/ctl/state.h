@@ -9,8 +9,8 @@ namespace tessel::ctl {
 //  "priorities": [{"interface", "metric"}], "routes": [{"destination", "gateway", "interface", "metric"}],
 //  "rules": [{"pref", "from", "fwmark" or null, "table"}]}
 // Without what comes by itself: link-local and learnt addresses, learnt routes, routes and rules of the kernel's own.
-// Throws a Failure.
-[[nodiscard]] Json ReadState(const std::string& asked);
+// With `withFirewall` also "firewall": the packet filters of IPv4 and IPv6, as the tools save them. Throws a Failure.
+[[nodiscard]] Json ReadState(const std::string& asked, bool withFirewall = false);
 
 // A step is a command's words: {"addr", "set", "dev", "eth0", "192.168.1.20/24"}.
 using Step = std::vector<std::string>;
@@ -18,12 +18,14 @@ using Step = std::vector<std::string>;
 // What is to be run, in order, so that `now` becomes `wanted`. What `wanted` does not name is left alone.
 [[nodiscard]] std::vector<Step> StepsBetween(const Json& now, const Json& wanted);
 
-// Runs those steps, each with the further words `options`, and reads back; once again where a step undid another's
-// work. Returns a row for each setting that was not, or is not, as `wanted`:
+// Runs those steps, without asking, and reads back; once again where a step undid another's work. The document has a
+// row for each setting that was not, or is not, as `wanted`:
 //   {"setting", "was", "wanted", "now", "result": "as before" or "not as before"}, "before" being `word` here.
-// `problems` gets what went wrong with single steps.
-[[nodiscard]] Json BringTo(const Json& wanted, const Invocation& outer, const Step& options, std::string_view word,
-                           std::vector<std::string>& problems);
+// The notes say what went wrong with single steps.
+[[nodiscard]] Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word);
+
+// Brings a state back as BringTo does, and its packet filters: a row for each that was another.
+[[nodiscard]] Outcome TakeBack(const Json& state, const Invocation& outer);
 
 // Whether every row is "as ...".
 [[nodiscard]] bool IsAllAs(const Json& rows);

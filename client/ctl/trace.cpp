@@ -1,6 +1,4 @@
 // What the daemon logs while a command runs.
-#include <unistd.h>
-
 #include "client/ctl/files.h"
 #include "client/ctl/held_signals.h"
 #include "client/ctl/output.h"
@@ -10,33 +8,24 @@ namespace tessel::ctl {
 
 namespace {
 
-constexpr i32 kEverything = 5;
-constexpr i32 kAtStart = 2;  // the daemon's level until somebody sets another
-constexpr char kTraceBegin[] = "[TESSEL_";
-
 // Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".
-Json LineJson(std::string_view line) {
-    const auto between = [&](std::string_view before, char end) {
-        const std::size_t at = line.find(before);
-        if (at == std::string_view::npos) return std::string_view{};
-        const std::string_view rest = line.substr(at + before.size());
-        return rest.substr(0, rest.find(end));
-    };
-    const std::size_t text = line.find("): ");
-    return {{"kind", between("_", ']')},
-            {"function", between(":[", ']')},
-            {"text", text == std::string_view::npos ? line : line.substr(text + 3)}};
+Json LineJson(const std::string& line) {
+    char kind[16] = "";
+    char function[64] = "";
+    int text = 0;
+    (void)sscanf(line.c_str(), "[TESSEL_%15[A-Z]]%*[^T]TID[%*d]:[%63[^]]](%*d): %n", kind, function, &text);
+    return {{"kind", kind}, {"function", function}, {"text", line.substr(static_cast<std::size_t>(text))}};
 }
 
 // The lines of a log; text may go on for several ones. How requests come in and answers go out is left out.
 Json LinesOf(std::string_view log) {
     Json lines = Json::array();
     while (!log.empty()) {
-        const std::size_t next = log.find(std::string("\n") + kTraceBegin);
-        const Json line = LineJson(log.substr(0, next));
+        const std::size_t end = std::min(log.find("\n[TESSEL_"), log.size() - 1);
+        const Json line = LineJson(std::string(log.substr(0, end)));
         const std::string function = TextOf(line, "function");
         if (!function.starts_with("Ipc") && function != "ServeConnection") lines.push_back(line);
-        log.remove_prefix(next == std::string_view::npos ? log.size() : next + 1);
+        log.remove_prefix(end + 1);
     }
     return lines;
 }
@@ -53,9 +42,9 @@ Outcome TraceCommand(const Invocation& invocation) {
     std::string log;
     int error = tessel_log_file(TESSEL_LOG_OPEN_DAEMON, nullptr, path.c_str());
     if (error == TESSEL_OK) {
-        error = tessel_log_level_set(kEverything);
+        error = tessel_log_level_set(5);  // everything
         outcome = RunInner(arguments, invocation);
-        (void)tessel_log_level_set(kAtStart);
+        (void)tessel_log_level_set(2);  // the level of a daemon that was just started
         (void)tessel_log_file(TESSEL_LOG_CLOSE_DAEMON, nullptr, nullptr);
         if (access(path.c_str(), R_OK) == 0) log = ReadWholeFile(asked, path);
     }
@@ -68,9 +57,8 @@ Outcome TraceCommand(const Invocation& invocation) {
                    (outcome.done.empty() ? outcome.text : outcome.done + "\n");
     outcome.document = {{"lines", lines}, {"outcome", outcome.document}};
     outcome.notes.push_back(
-        Format("the log level is {} now, as after the daemon's start: it cannot be read back. A log "
-               "file of the daemon's is not continued (see \"log file\")",
-               kAtStart));
+        "the log level is 2 now, as after the daemon's start: it cannot be read back. A log file of the daemon's is "
+        "not continued (see \"log file\")");
     return outcome;
 }
 

@@ -1,10 +1,12 @@
-// A change that is taken back unless it is confirmed. What takes it back is the guardian, a process of its own.
+// A change that is taken back unless it is confirmed: by the guardian, a process of its own, which outlives the session
+// that the change may cut.
+#include <fcntl.h>
 #include <poll.h>
-#include <unistd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <syslog.h>
 
-#include <csignal>
-
-#include "client/ctl/guardian.h"
+#include "client/ctl/files.h"
 #include "client/ctl/held_signals.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
@@ -15,121 +17,193 @@ namespace tessel::ctl {
 
 namespace {
 
-constexpr int kPollMs = 100;
-
-void Say(const Invocation& outer, const std::string& text) {
-    if (outer.options.json || outer.options.quiet) return;
-    fputs(text.c_str(), outer.err);
-    fflush(outer.err);
+const char* RestText(const Json& rows) {
+    return IsAllAs(rows) ? "everything is as before" : "not everything is as before";
 }
 
-// What stays whatever happens: said before.
-std::string WhatStays(const Saved& saved, const std::string& object) {
-    constexpr std::string_view kSettings[] = {"addr",  "apply", "link",  "gateway", "priority",
-                                              "route", "rule",  "table", "firewall"};
-    const bool isSetting = std::any_of(std::begin(kSettings), std::end(kSettings),
-                                       [&](std::string_view name) { return name.starts_with(object); });
-    if (!isSetting) return Format("only settings are taken back: what \"{}\" starts or ends stays so", object);
-    if (object[0] != 'p' || !saved.state.at("priorities").empty()) return "";
-    return "the first priorities since the daemon's start cannot be taken back, only changed";
+// What the guardian is sent.
+constexpr int kKeep = SIGUSR1;
+constexpr int kTakeBack = SIGUSR2;
+constexpr int kBegin = SIGALRM;  // the command is through
+
+// The guardian's file, on which it holds a lock as long as it lives:
+//   {"pid", "command", "state": "running", "waiting", "kept" or "taken back", "until" or null, "results" and
+//    "problems": the rows and notes of TakeBack}
+// One for each user; in /tmp for those who may not write to /run. Closed: it cannot be opened, or is another user's.
+UniqueFd OpenGuardian(int flags) {
+    const char* const directory = access("/run", W_OK) == 0 ? "/run" : "/tmp";
+    const std::string path = Format("{}/tesselctl-try.{}.lock", directory, geteuid());
+    UniqueFd file(open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    struct stat status {};
+    if (fstat(file.Get(), &status) != 0 || status.st_uid != geteuid()) file.Reset();
+    return file;
+}
+
+bool IsOver(const UniqueFd& guardian) {
+    const int fd = guardian.Get();
+    return !guardian.IsOpen() || (flock(fd, LOCK_SH | LOCK_NB) == 0 && flock(fd, LOCK_UN) == 0);
+}
+
+Json DocumentIn(const UniqueFd& guardian) {
+    (void)lseek(guardian.Get(), 0, SEEK_SET);
+    return Json::parse(ReadToEnd(guardian.Get()).value_or(""), nullptr, false);
+}
+
+void WriteDocument(const UniqueFd& guardian, const Json& document) {
+    const std::string text = document.dump() + "\n";
+    (void)(ftruncate(guardian.Get(), 0) == 0 && pwrite(guardian.Get(), text.data(), text.size(), 0) > 0);
+}
+
+void Send(const UniqueFd& guardian, int order) {
+    const auto pid = static_cast<pid_t>(NumberOf(DocumentIn(guardian), "pid"));
+    if (pid > 0 && !IsOver(guardian)) (void)kill(pid, order);
+}
+
+// The guardian's life. Every signal is blocked.
+[[noreturn]] void Guard(const Invocation& outer, const Json& saved, u32 seconds, const UniqueFd& file, Json document) {
+    setsid();
+    constexpr int kFdsMax = 1024;
+    const int nowhere = open("/dev/null", O_RDWR);
+    for (int fd = 0; fd < kFdsMax; ++fd) {
+        if (fd != file.Get()) (void)(fd <= STDERR_FILENO ? dup2(nowhere, fd) : close(fd));
+    }
+    openlog("tesselctl", LOG_PID, LOG_DAEMON);
+    document["pid"] = getpid();
+    sigset_t orders;
+    sigemptyset(&orders);
+    for (const int order : {kKeep, kTakeBack, kBegin})
+        sigaddset(&orders, order);
+    timespec limit{.tv_sec = outer.options.timeoutMs / 1000 + static_cast<time_t>(seconds), .tv_nsec = 0};
+    int order = sigtimedwait(&orders, nullptr, &limit);
+    if (order == kBegin) {
+        document["state"] = "waiting";
+        document["until"] = JsonTime(std::chrono::system_clock::now() + std::chrono::seconds(seconds));
+        WriteDocument(file, document);
+        limit.tv_sec = seconds;
+        order = sigtimedwait(&orders, nullptr, &limit);
+    }
+    document["state"] = "kept";
+    if (order != kKeep) {
+        const Outcome outcome = TakeBack(saved, outer);
+        document.update({{"state", "taken back"}, {"results", outcome.document}, {"problems", outcome.notes}});
+        syslog(LOG_NOTICE, "%s: taken back, %s", TextOf(document, "command").c_str(), RestText(outcome.document));
+    }
+    WriteDocument(file, document);
+    _exit(kExitDone);
+}
+
+// Takes everything back `seconds` after kBegin, in any case after the time for an answer and those.
+UniqueFd StartGuardian(const Invocation& outer, const Json& saved, u32 seconds, const std::string& command) {
+    const UniqueFd file = OpenGuardian(O_RDWR | O_CREAT);
+    if (!file.IsOpen()) throw Failed(outer.asked, "the guardian's file cannot be opened, or is another user's");
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        throw Refused(outer.asked, Format("\"{}\" waits to be confirmed (tesselctl try confirm, or try cancel)",
+                                          TextOf(DocumentIn(file), "command")));
+    }
+    Json document{{"pid", nullptr},   {"command", command},       {"state", "running"},
+                  {"until", nullptr}, {"results", Json::array()}, {"problems", Json::array()}};
+    WriteDocument(file, document);
+    (void)fflush(nullptr);
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &previous);  // what is sent to the guardian before it looks is not lost
+    const pid_t child = fork();
+    if (child == 0) Guard(outer, saved, seconds, file, document);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (child < 0) throw Failed(outer.asked, "no process can be started that would take it back");
+    document["pid"] = child;
+    WriteDocument(file, document);
+    return OpenGuardian(O_RDONLY);
+}
+
+void Say(const Invocation& outer, const std::string& text) {
+    if (!outer.options.json && !outer.options.quiet) (void)fputs(text.c_str(), outer.err);
 }
 
 // Until the guardian has ended. Returns the signal that ended the wait instead.
-int AwaitDecision(const Invocation& outer, const Guardian& guardian, const HeldSignals& signals, u32 seconds) {
+int AwaitDecision(const Invocation& outer, const UniqueFd& guardian, const HeldSignals& signals, u32 seconds) {
+    constexpr int kPollMs = 100;
     const bool isTerminal = isatty(fileno(outer.err)) != 0;
-    int input = isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1;
-    Say(outer, input >= 0 ? "Keep it? Enter here, or \"tesselctl try confirm\" from any session.\n"
-                          : "Keep it? \"tesselctl try confirm\" does.\n");
+    pollfd waits[] = {{.fd = isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0},
+                      {.fd = signals.Fd(), .events = POLLIN, .revents = 0}};
+    Say(outer, waits[0].fd >= 0 ? "Keep it? Enter here, or \"tesselctl try confirm\" from any session.\n"
+                                : "Keep it? \"tesselctl try confirm\" does.\n");
     const auto deadline = Clock::now() + std::chrono::seconds(seconds);
-    long long shown = -1;
-    while (!guardian.IsOver()) {
-        const long long left = std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now()).count();
-        if (isTerminal && left >= 0 && left != shown) Say(outer, Format("\r{:>5} s ", shown = left));
-        pollfd waits[] = {{.fd = input, .events = POLLIN, .revents = 0},
-                          {.fd = signals.Fd(), .events = POLLIN, .revents = 0}};
-        if (poll(waits, std::size(waits), kPollMs) <= 0) continue;
-        if (waits[0].revents != 0) {
+    while (!IsOver(guardian)) {
+        const auto left = std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now()).count();
+        if (isTerminal && left >= 0) Say(outer, Format("\r{:>5} s ", left));
+        if (poll(waits, std::size(waits), kPollMs) > 0 && waits[0].revents != 0) {
             char line[256];
-            if (read(input, line, sizeof(line)) > 0) guardian.Send(Guardian::kKeep);
-            input = -1;
+            if (read(waits[0].fd, line, sizeof(line)) > 0) Send(guardian, kKeep);
+            waits[0].fd = -1;
         }
         const int signal = signals.Take();
         if (signal == SIGHUP) return signal;  // another session may confirm it
-        if (signal != 0) guardian.Send(Guardian::kTakeBack);
+        if (signal != 0) Send(guardian, kTakeBack);
     }
     if (isTerminal) Say(outer, "\r");
     return 0;
 }
 
-// What the guardian left behind, as an outcome.
-Outcome EndOf(const Invocation& invocation, const Json& document, const std::string& before) {
+// Waits for the guardian's end. What it left behind, as an outcome.
+Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std::string& before) {
+    (void)flock(guardian.Get(), LOCK_SH);
     Outcome outcome;
-    const std::string state = TextOf(document, "state");
-    if (state == kKept) {
-        outcome.document = document;
-        outcome.done = TextOf(document, "command") + "   kept";
-        return outcome;
-    }
-    if (state != kTakenBack) throw Failed(invocation.asked, "the process that was to take it back has ended");
-    const Json& rows = outcome.document = document.at("results");
-    outcome.notes = document.at("problems");
-    outcome.text = RenderTable(rows, " {setting}| {now}| {result}", false, false);
-    const std::string_view rest = IsAllAs(rows) ? "everything is as before" : "not everything is as before";
-    outcome.failure = Failure(kExitUndone, "undone", Format("{}taken back, {}", before, rest));
+    outcome.document = DocumentIn(guardian);
+    const std::string state = TextOf(outcome.document, "state");
+    outcome.done = TextOf(outcome.document, "command") + "   kept";
+    if (state == "kept") return outcome;
+    if (state != "taken back") throw Failed(invocation.asked, "the process that was to take it back has ended");
+    outcome.notes = outcome.document.at("problems");
+    outcome.document = Json(outcome.document.at("results"));
+    outcome.text = RenderTable(outcome.document, " {setting}| {now}| {result}", false, false);
+    outcome.failure = Failure(kExitUndone, "undone", Format("{}taken back, {}", before, RestText(outcome.document)));
     return outcome;
 }
 
 Outcome Try(const Invocation& invocation) {
     constexpr u32 kSeconds = 60;
-    const Options& options = invocation.options;
-    const std::size_t before = options.words.size() - options.wordsBehindDashes;
-    if (options.wordsBehindDashes == 0 || before > 2)
-        throw Refused(invocation.asked, R"(the command stands behind "--": try 60 -- link set eth0 mtu 1400)");
-    return TryCommand(
-        invocation, before == 2 ? invocation.words.Get<u32>("S") : kSeconds,
-        {options.words.end() - static_cast<std::ptrdiff_t>(options.wordsBehindDashes), options.words.end()});
+    const auto& [words, options, asked, out, err] = invocation;
+    const auto behind = static_cast<std::ptrdiff_t>(options.wordsBehindDashes);
+    const auto before = std::ssize(options.words) - behind;
+    if (behind == 0 || before > 2)
+        throw Refused(asked, R"(the command stands behind "--": try 60 -- link set eth0 mtu 1400)");
+    return TryCommand(invocation, before == 2 ? words.Get<u32>("S") : kSeconds,
+                      Step(options.words.end() - behind, options.words.end()));
 }
 
 Outcome ShowStatus(const Invocation& /*invocation*/) {
-    const auto guardian = Guardian::Find();
+    const UniqueFd guardian = OpenGuardian(O_RDONLY);
     Outcome outcome;
-    outcome.document = guardian ? guardian->Document() : Json::array();
-    if (!guardian) outcome.done = "nothing waits to be confirmed";
+    outcome.document = IsOver(guardian) ? Json::array() : DocumentIn(guardian);
+    if (outcome.document.empty()) outcome.done = "nothing waits to be confirmed";
     return outcome;
 }
 
-Outcome Decide(const Invocation& invocation, Guardian::Order order) {
-    auto guardian = Guardian::Find();
-    if (!guardian) throw Failed(invocation.asked, "nothing waits to be confirmed");
-    if (invocation.options.dryRun) return ShowStatus(invocation);
-    guardian->Send(order);
-    return EndOf(invocation, guardian->LastDocument(),
-                 invocation.asked + (order == Guardian::kKeep ? ": too late, " : ": "));
-}
-
-Outcome Confirm(const Invocation& invocation) {
-    return Decide(invocation, Guardian::kKeep);
-}
-
-Outcome Cancel(const Invocation& invocation) {
-    Outcome outcome = Decide(invocation, Guardian::kTakeBack);
-    // It was asked for.
-    if (outcome.failure && IsAllAs(outcome.document)) outcome.failure.reset();
+Outcome Decide(const Invocation& invocation, int order) {
+    const UniqueFd guardian = OpenGuardian(O_RDONLY);
+    if (IsOver(guardian)) throw Failed(invocation.asked, "nothing waits to be confirmed");
+    if (invocation.options.dryRun) return {};
+    Send(guardian, order);
+    Outcome outcome = EndOf(invocation, guardian, invocation.asked + (order == kKeep ? ": too late, " : ": "));
+    if (order == kTakeBack && outcome.failure && IsAllAs(outcome.document)) outcome.failure.reset();
     return outcome;
 }
-
-constexpr char kWhatIsTakenBack[] =
-    "The command stands behind \"--\". Taken back are addresses, MTU, hardware addresses, gateways, priorities, "
-    "routes, rules and the packet filter, also when the session ends: exit status 6. The guard of remote sessions does "
-    "not hold here.";
 
 constexpr Command kTryCommands[] = {
     Row("", "[S] COMMAND...", &Try, "run a command, and take it back after S seconds (60) unless somebody keeps it",
         "try 60 -- gateway replace 192.168.1.254 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
-        .More(kWhatIsTakenBack),
-    Row("confirm", "", &Confirm, "keep it, from any session", "try confirm"),
-    Row("cancel", "", &Cancel, "take it back now", "try cancel"),
+        .More("The command stands behind \"--\". Taken back are addresses, MTU, hardware addresses, gateways, "
+              "priorities, routes, rules and the packet filter, also when the session ends: exit status 6. The guard "
+              "of remote sessions does not hold here."),
+    Row(
+        "confirm", "", [](const Invocation& invocation) { return Decide(invocation, kKeep); },
+        "keep it, from any session", "try confirm"),
+    Row(
+        "cancel", "", [](const Invocation& invocation) { return Decide(invocation, kTakeBack); }, "take it back now",
+        "try cancel"),
     Row("status", "", &ShowStatus, "what waits to be confirmed", "try status")
         .Columns("COMMAND {command}|STATE {state}|UNTIL {until}|PID {pid}"),
 };
@@ -137,40 +211,41 @@ constexpr Command kTryCommands[] = {
 }  // namespace
 
 Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::string>& arguments) {
-    std::vector<std::string> forced = {"--force"};  // instead of the guard there is the guardian
-    forced.insert(forced.end(), arguments.begin(), arguments.end());
-    (void)ParseWords(ParseOptions(arguments).words);
-    if (outer.options.dryRun) {
-        Outcome outcome = RunInner(forced, outer);
+    constexpr std::string_view kSettings = " addr apply link gateway priority route rule table firewall ";
+    const std::string_view object = ParseWords(ParseOptions(arguments).words).object->name;
+    Options options = outer.options;
+    options.force = true;  // instead of the guard there is the guardian
+    const Invocation forced{outer.words, options, outer.asked, outer.out, outer.err};
+    if (options.dryRun) {
+        Outcome outcome = RunInner(arguments, forced);
         outcome.planned.push_back(Format("takes it back after {} s unless it is confirmed", seconds));
         return outcome;
     }
-    const Saved saved = SaveSettings(outer.asked);
-    Say(outer, Format("saved: {} interfaces, {} priorities, {} routes, {} rules{}\n", saved.state["interfaces"].size(),
-                      saved.state["priorities"].size(), saved.state["routes"].size(), saved.state["rules"].size(),
-                      saved.filters.empty() ? "" : ", firewall"));
-    const auto object = std::find_if(arguments.begin(), arguments.end(), [](const auto& one) { return one[0] != '-'; });
-    const std::string stays = object == arguments.end() ? "" : WhatStays(saved, *object);
-    if (!stays.empty()) ShowNote(outer, stays);
-    Guardian guardian = Guardian::Start(outer, saved, seconds, Joined(arguments, " "));
+    const Json saved = ReadState(outer.asked, true);
+    Say(outer,
+        Format("saved: {} interfaces, {} priorities, {} routes, {} rules, firewall\n", saved.at("interfaces").size(),
+               saved.at("priorities").size(), saved.at("routes").size(), saved.at("rules").size()));
+    if (kSettings.find(Format(" {} ", object)) == std::string_view::npos)
+        ShowNote(outer, Format("only settings are taken back: what \"{}\" starts or ends stays so", object));
+    if (object == "priority" && saved.at("priorities").empty())
+        ShowNote(outer, "the first priorities since the daemon's start cannot be taken back, only changed");
+    const UniqueFd guardian = StartGuardian(forced, saved, seconds, Joined(arguments, " "));
     const HeldSignals signals;
-    const Outcome inner = RunInner(forced, outer);
-    if (inner.failure) {
+    Outcome outcome = RunInner(arguments, forced);
+    if (outcome.failure) {
         // What was refused has changed nothing.
-        const bool wasRefused = inner.failure->exit == kExitRefused;
-        guardian.Send(wasRefused ? Guardian::kKeep : Guardian::kTakeBack);
-        const Json& document = guardian.LastDocument();
-        return wasRefused ? inner : EndOf(outer, document, inner.failure->message + "; ");
+        const bool wasRefused = outcome.failure->exit == kExitRefused;
+        Send(guardian, wasRefused ? kKeep : kTakeBack);
+        const Outcome end = EndOf(outer, guardian, outcome.failure->message + "; ");
+        return wasRefused ? outcome : end;
     }
-    guardian.Send(Guardian::kBegin);
-    Say(outer, inner.done.empty() ? inner.text : inner.done + "\n");
-    for (const std::string& note : inner.notes)
+    Send(guardian, kBegin);
+    Say(outer, outcome.done.empty() ? outcome.text : outcome.done + "\n");
+    for (const std::string& note : outcome.notes)
         ShowNote(outer, note);
-    const int signal = AwaitDecision(outer, guardian, signals, seconds);
-    if (signal == 0) return EndOf(outer, guardian.LastDocument(), Joined(arguments, " ") + ": not kept, ");
-    Outcome outcome;
-    outcome.signal = signal;
-    return outcome;
+    outcome = Outcome();
+    outcome.signal = AwaitDecision(outer, guardian, signals, seconds);
+    return outcome.signal != 0 ? outcome : EndOf(outer, guardian, Joined(arguments, " ") + ": not kept, ");
 }
 
 extern const Object kTry = {

@@ -43,12 +43,9 @@ TEST(StateTest, StepsLeadFromOneDocumentToAnother) {
         {"addresses",
          R"(["192.168.1.20/24", "192.168.1.21/24", "2001:db8::5/64"])",
          {"addr add 192.168.1.21/24 dev eth0"}},
-        // With its addresses the interface loses what goes through it.
         {"addresses",
          R"(["192.168.1.21/24", "2001:db8::5/64"])",
-         {"addr set dev eth0 -4 192.168.1.21/24", "gateway set 192.168.1.1 dev eth0",
-          "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5"}},
-        {"addresses", R"(["192.168.1.20/24"])", {"addr flush dev eth0 -6"}},
+         {"addr del 192.168.1.20/24 dev eth0", "addr add 192.168.1.21/24 dev eth0"}},
         {"gateways", "[]", {"gateway del dev eth0 -4"}},
         {"gateways",
          R"(["192.168.1.2", "fe80::1"])",
@@ -121,7 +118,7 @@ TEST_F(DeviceStateTest, AFileBringsBackWhatWasExported) {
                {"addr set dev eth0 -4 192.168.1.77/24", 0, ""},
                {"route add 10.2.0.0/16 via 192.168.1.254 dev eth0 metric 5", 0, ""},
                {"link set eth0 mtu 1400", 0, ""},
-               {"diff /tmp/state.json", 1, "addr set dev eth0 -4 192.168.1.20/24"},
+               {"diff /tmp/state.json", 1, "addr add 192.168.1.20/24 dev eth0"},
                {"apply /tmp/state.json", 2, "would be run (--yes does it)"}});
     EXPECT_NE(Settings(), before_);
     ExpectAll({{"apply /tmp/state.json --yes", 0, "as wanted"}, {"apply /tmp/state.json", 0, "already"}});
@@ -133,7 +130,7 @@ TEST_F(DeviceStateTest, AWrongFileIsRefusedWithThePlace) {
              {"{", "line 1"},
              {"[]", "{object} expected"},
              {R"({"speed": 1})", R"(there is no setting "speed")"},
-             {R"({"interfaces": [{"mtu": 1400}]})", R"("interfaces[0].interface" is missing)"},
+             {R"({"interfaces": [{"mtu": 1400}]})", R"(interfaces[0]: "interface" is missing)"},
              {R"({"interfaces": [{"interface": "eth9"}]})", "there is no interface eth9"},
              {R"({"interfaces": [{"interface": "eth0", "mtu": 20}]})", "from 68 to 65536"},
              {R"({"interfaces": [{"interface": "eth0", "addresses": ["192.168.1.300/24"]}]})", "addresses[0]"}}) {

@@ -83,7 +83,7 @@ Outcome Export(const Invocation& invocation) {
         if (access(path.c_str(), F_OK) == 0)
             Agree(invocation, "Replace " + path, path + " is there and would be replaced");
         ReplaceFile(invocation.asked, path, text);
-        outcome.done = Format("{}   {} interfaces, {} routes, {} rules", path, outcome.document["interfaces"].size(),
+        outcome.done = Format("{}   interfaces: {}, routes: {}, rules: {}", path, outcome.document["interfaces"].size(),
                               outcome.document["routes"].size(), outcome.document["rules"].size());
     }
     return outcome;

@@ -120,6 +120,9 @@ std::optional<bool> FilterPlan::Apply(const std::string& line) {
         losses.push_back(Format("{} {} of the {} would be deleted", entries, entries == 1 ? "entry" : "entries",
                                 filter.NameOf(rule.chain)));
     }
+    if (operation == "-F" && isList && !filter.problem.empty())
+        losses.push_back(Format("which entries of the {} would be deleted is not known ({})", filter.NameOf(rule.chain),
+                                filter.problem));
     const std::string refused = filter.Apply(operation, rule);
     if (operation != "-C") refusal = refused;
     return refused.empty();

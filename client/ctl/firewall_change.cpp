@@ -41,11 +41,11 @@ std::vector<std::string> WhitelistWarnings(const FilterPlan& plan) {
     std::vector<std::string> lines{"a whitelist keeps out answers to the device's own connections (NTP, DNS, DHCP)"};
     for (const auto& [family, filter] : plan.now) {
         const std::string name = filter.NameOf(kWhitelist);
-        if (filter.Entries(kWhitelist).empty())
+        if (filter.problem.empty() && filter.Entries(kWhitelist).empty())
             lines.push_back(name + ": no entry, so that nothing but loopback gets in");
         for (const auto& [network, what] : Senders()) {
             const std::string text = network.IsHost() ? HostText(network) : NetworkText(network);
-            if (network.family == family && !IsListed(filter, network))
+            if (network.family == family && filter.problem.empty() && !IsListed(filter, network))
                 lines.push_back(Format("{}: missing: tesselctl firewall allow {}   for {}", name, text, what));
         }
     }

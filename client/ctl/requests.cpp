@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -145,17 +146,32 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     return planned;
 }
 
-// While it lives longer than two seconds, a line says what is waited for, on a terminal. It is stopped, and joined, as
-// it is destroyed.
+// While it lives longer than two seconds, a line says what is waited for, on a terminal, and signals that are held back
+// (HeldSignals) end the process: without the daemon nothing can be put in order. It is stopped, and joined, as it is
+// destroyed.
 std::jthread NoticeOfWaiting(std::FILE* err) {
-    if (isatty(fileno(err)) == 0) return {};
-    return std::jthread([err](const std::stop_token& stop) {
+    const bool isForPeople = isatty(fileno(err)) != 0;
+    sigset_t blocked;
+    sigset_t held;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    sigemptyset(&held);
+    for (const int ending : {SIGINT, SIGTERM, SIGHUP}) {
+        if (sigismember(&blocked, ending) == 1) sigaddset(&held, ending);
+    }
+    if (!isForPeople && sigisemptyset(&held) != 0) return {};
+    return std::jthread([=](const std::stop_token& stop) {
         constexpr std::chrono::seconds kPatience{2};
+        constexpr timespec kStep{0, 100'000'000};
         std::mutex mutex;
         std::unique_lock lock(mutex);
         (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
-        if (stop.stop_requested()) return;
-        (void)std::fputs("note: still waiting: the daemon serves one request at a time (--timeout limits this)\n", err);
+        if (isForPeople && !stop.stop_requested())
+            (void)std::fputs("note: still waiting: the daemon serves one request at a time (--timeout limits this)\n",
+                             err);
+        while (sigisemptyset(&held) == 0 && !stop.stop_requested()) {
+            const int signal = sigtimedwait(&held, nullptr, &kStep);
+            if (signal > 0) _exit(kExitSignal + signal);
+        }
     });
 }
 

@@ -32,6 +32,8 @@ TEST(Addresses, AreChangedInTheKernelAndReadBack) {
     ExpectAll({{"addr add 192.168.1.21/24 eth0", 0, "eth0   192.168.1.21/24 added\n"},
                {"addr add 2001:db8::5/64 dev eth0 -q", 0, ""},
                {"-g address,scope addr show dev eth0 -4", 0, "192.168.1.20\tglobal\n192.168.1.21\tglobal\n"},
+               {"-g addresses.address addr show dev eth0 -4", 0, "192.168.1.20\n192.168.1.21\n"},
+               {"-g interface,nonsense addr show dev eth0", 2, "no such field"},
                {"addr show", 0, "INTERFACE  ADDRESS"},
                {"addr show", 0, "\neth1       fe80::ff:fe00:1/64  link"},
                {"addr del 192.168.1.21/24 dev eth0", 0, "eth0   192.168.1.21/24 deleted\n"}});

@@ -1,6 +1,7 @@
 // The settings as a document; files of them; changes that are taken back; what the daemon logs for a command.
 #include "client/ctl/state.h"
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -113,13 +114,16 @@ class DeviceStateTest : public testing::Test {
 
 TEST_F(DeviceStateTest, AFileBringsBackWhatWasExported) {
     EXPECT_EQ(RunLine("export /tmp/state.json").status, 0);
+    ASSERT_EQ(chmod("/tmp/state.json", 0604) | symlink("state.json", "/tmp/link.json"), 0);
     ExpectAll({{"diff /tmp/state.json", 0, "no difference"},
                {"export /tmp/state.json", 2, "would be replaced"},
+               {"export /tmp/link.json -y", 0, "/tmp/link.json"},
                {"addr set dev eth0 -4 192.168.1.77/24", 0, ""},
                {"route add 10.2.0.0/16 via 192.168.1.254 dev eth0 metric 5", 0, ""},
                {"link set eth0 mtu 1400", 0, ""},
                {"diff /tmp/state.json", 1, "addr add 192.168.1.20/24 dev eth0"},
                {"apply /tmp/state.json", 2, "would be run (--yes does it)"}});
+    EXPECT_EQ(OutputOf("readlink /tmp/link.json; stat -c %a /tmp/state.json"), "state.json\n604\n");
     EXPECT_NE(Settings(), before_);
     ExpectAll({{"apply /tmp/state.json --yes", 0, "as wanted"}, {"apply /tmp/state.json", 0, "already"}});
     EXPECT_EQ(Settings(), before_);

@@ -217,6 +217,14 @@ TEST(Ping, GivesUpWhenTheDaemonReportsNothing) {
     EXPECT_EQ(tools.TakeRuns().size(), 1U);
 }
 
+TEST(Ping, AHangingDaemonHoldsNobody) {
+    const Daemon daemon;
+    kill(daemon.Pid(), SIGSTOP);
+    EXPECT_EQ(OutputOf("timeout --preserve-status -s INT -k 9 1 " TESSEL_CTL_PATH " ping 192.168.1.1; echo $?"),
+              "130\n");
+    kill(daemon.Pid(), SIGCONT);
+}
+
 TEST(Traceroute, ALineAHop) {
     PrepareLink();
     const Daemon daemon;

@@ -43,6 +43,7 @@ TEST(Pattern, WordsFindTheirPlaces) {
         {"[P=tcp|udp] LIST", "1:2", "LIST=1:2"},
         {"[P=tcp|udp] LIST", "udp 1:2", "LIST=1:2 P=udp"},
         {"[IF]", ")", "IF=)"},
+        {"[K=a|b]...", "a c", "!\"c\" is none of a, b"},
         {"user U [persist] [every S]", "persist user x every 10m", "user=x persist= every=10m"},
         {"IF... active IF", "eth0 eth1 active eth0", "IF=eth0 active=eth0"},
         {"IF N [IF N]...", "eth0 1 eth1 2", "IF=eth0 N=1"},
@@ -84,7 +85,8 @@ TEST(Grammar, ObjectsAndVerbsMayBeCut) {
         {"foo", "!no such object"},
         {"statu eth0", "status"},
         {"link mtu", "!usage: tesselctl link mtu IF"},
-        {"route show )", "!one word too many"},
+        {"route show )", "!one word too many (usage: tesselctl route show)"},
+        {"link set eth0 up", "!(usage: tesselctl link set IF mac M, or tesselctl link set IF mtu N)"},
     };
     for (const auto& [words, expected] : cases) {
         try {
@@ -108,6 +110,7 @@ TEST(Options, AreReadWhereverTheyStand) {
     EXPECT_EQ(options.verbosity, 2);
     EXPECT_EQ(ParseOptions({"--wait", "addr"}).waitMs, 10000);
     ExpectAll({{"--nonsense", 2, "--nonsense is not known"},
+               {"addr show -jxy", 2, "-x is not known"},
                {"addr --get", 2, "--get has no value"},
                {"-t 1e9 addr", 2, "is no time"},
                {"--color loud", 2, "none of auto"},

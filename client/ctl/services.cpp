@@ -1,0 +1,252 @@
+// What stands on the links: PPPoE and the bond; and the device's services, the web server among them.
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+
+#include "client/ctl/device.h"
+#include "client/ctl/files.h"
+#include "client/ctl/guard.h"
+#include "client/ctl/perform.h"
+#include "client/ctl/processes.h"
+
+namespace tessel::ctl {
+
+namespace {
+
+constexpr char kPppd[] = "pppd";
+constexpr char kWebServer[] = "lighttpd";
+
+// Never a word of the command: those are in the shell's history, and everybody sees them.
+std::string PasswordOf(const Invocation& invocation) {
+    const std::string path = invocation.words.Text("password-file");
+    if (!path.empty()) {
+        const std::string text = ReadWholeFile(invocation.asked, path);
+        return text.substr(0, text.find('\n'));
+    }
+    if (invocation.options.dryRun) return "";
+    if (isatty(STDIN_FILENO) == 0) throw Refused(invocation.asked, "without a terminal, password-file is needed");
+    const char* const typed = getpass("Password: ");
+    return typed == nullptr ? "" : typed;
+}
+
+// Said here: the daemon would answer -1 to what cannot be handed over, and not why.
+template <std::size_t kBytes>
+void StoreText(const Invocation& invocation, const char* what, const std::string& text, bool isPlain,
+               char (&field)[kBytes]) {
+    const auto isAllowed = [&](char c) {
+        if (!isPlain) return iscntrl(static_cast<u8>(c)) == 0;
+        return isalnum(static_cast<u8>(c)) != 0 || strchr("._@%+=:,/-", c) != nullptr;
+    };
+    std::string why;
+    if (!std::all_of(text.begin(), text.end(), isAllowed))
+        why = isPlain ? "other characters than letters, digits and ._@%+=:,/-" : "a control character";
+    if (isPlain && text.starts_with('-')) why = "- in front";
+    if (text.size() >= kBytes) why = Format("more than {} bytes", kBytes - 1);
+    if (!why.empty()) throw Refused(invocation.asked, Format("the {} has {}", what, why));
+    memcpy(field, text.data(), text.size());
+}
+
+// A change after which processes of this name run, or none.
+Change ProcessChange(std::function<int()> send, const char* process, bool shouldRun) {
+    Change change{.send = std::move(send)};
+    change.read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; };
+    change.wrong = [=](const Json& now) {
+        if (now["pids"].empty() != shouldRun) return std::string();
+        return shouldRun ? Format("no {} runs (any more): its log says why", process) : "one still runs";
+    };
+    return change;
+}
+
+Outcome PppoeStart(const Invocation& invocation) {
+    const Words& words = invocation.words;
+    const std::string name = words.Text("IF");
+    const std::string missing = MissingInterface(name);
+    if (!missing.empty()) throw Refused(invocation.asked, missing);
+    TNetPppoeConf conf{};
+    StoreText(invocation, "interface", name, true, conf.achDevName);
+    StoreText(invocation, "service", words.Text("service"), true, conf.achService);
+    StoreText(invocation, "user", words.Text("user"), false, conf.achUser);
+    StoreText(invocation, "password", PasswordOf(invocation), false, conf.achPassword);
+    conf.dwPersist = words.Has("persist") ? 1 : 0;
+    conf.dwDebug = words.Has("debug") ? 1 : 0;
+    conf.dwHoldoff = words.Get<u32>("holdoff", 0);
+    conf.dwLcpEchoInterval = words.Get<u32>("echo-interval", 0);
+    conf.dwLcpEchoFailure = words.Get<u32>("echo-failure", 0);
+    conf.dwMaxfail = words.Get<u32>("maxfail", 0);
+    Change change = ProcessChange([&] { return tessel_pppoe_start(FamilyOf(invocation.options), &conf); }, kPppd, true);
+    change.done = name + "   pppd dials; whether the link comes up is not waited for";
+    return Perform(invocation, change);
+}
+
+Outcome PppoeStop(const Invocation& invocation) {
+    const auto before = FindProcesses(kPppd);
+    Change change{.send = [&] { return tessel_pppoe_stop(FamilyOf(invocation.options)); }};
+    change.read = [] { return Json{{"pids", FindProcesses(kPppd)}}; };
+    change.done = Format("one link ended, if one was of this family (pppd had {})", PidsText(before));
+    if (before.empty()) change.done = "no link was dialled";
+    return Perform(invocation, change);
+}
+
+// The bonding driver's text: "KEY: VALUE" lines, of the bond and then of each member. Null: there is no bond.
+Json ReadBond() {
+    std::ifstream file("/proc/net/bonding/bond0");
+    if (!file) return nullptr;
+    Json bond = {{"interface", "bond0"}, {"mode", nullptr}, {"active", nullptr}, {"members", Json::array()}};
+    Json& members = bond["members"];
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t colon = std::min(line.find(": "), line.size());
+        const std::string key = line.substr(0, colon);
+        const std::string value = line.substr(std::min(colon + 2, line.size()));
+        if (key == "Bonding Mode") bond["mode"] = value;
+        if (key == "Currently Active Slave" && value != "None") bond["active"] = value;
+        if (key == "Slave Interface") members.push_back({{"member", value}, {"link", nullptr}, {"mac", nullptr}});
+        if (members.empty()) continue;
+        if (key == "MII Status") members.back()["link"] = value;
+        if (key == "Permanent HW addr") members.back()["mac"] = value;
+    }
+    return bond;
+}
+
+Outcome BondShow(const Invocation& /*invocation*/) {
+    const Json bond = ReadBond();
+    if (bond.is_null()) return {.document = Json::object(), .notes = {"there is no bond"}};
+    return {.document = bond};
+}
+
+Outcome BondStart(const Invocation& invocation) {
+    const auto names = invocation.words.All<std::string>("IF");
+    const std::string active = invocation.words.Text("active");
+    const auto firstReason = [&](const std::function<std::string(const std::string&)>& why) {
+        std::string reason;
+        for (const std::string& name : names)
+            reason = reason.empty() ? why(name) : reason;
+        return reason;
+    };
+    std::string why = firstReason([&](const std::string& name) {
+        const std::string missing = MissingInterface(name);
+        const bool isLeftOut = missing.empty() && name != active && name.starts_with(active);
+        return isLeftOut ? name + " would be left out: its name begins as the active one's" : missing;
+    });
+    if (names.size() > TESSEL_BOND_INTERFACES_MAX) why = "a bond has four interfaces at most";
+    if (std::find(names.begin(), names.end(), active) == names.end()) why = active + " has to be one of them";
+    if (!why.empty()) throw Refused(invocation.asked, why);
+    std::vector<const char*> texts;
+    for (const std::string& name : names)
+        texts.push_back(name.c_str());
+    const u32 mode = invocation.words.Get<u32>("mode", 1);
+    Change change{.send = [&] { return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr); }};
+    change.guard = [&] { return firstReason(&CutsSessionOn); };
+    change.cause = [] { return ReadBond().is_null() ? "" : "there is a bond already (bond stop)"; };
+    change.read = &ReadBond;
+    change.wrong = [&](const Json& bond) {
+        return firstReason([&](const std::string& name) {
+            const bool isMember = !bond.is_null() && !FindIn(bond["members"], "member", name).is_null();
+            return isMember ? "" : name + " is not part of bond0";
+        });
+    };
+    change.done = Format("bond0   {}, active {}; their addresses are gone", Joined(names, ", "), active);
+    return Perform(invocation, change);
+}
+
+Outcome BondStop(const Invocation& invocation) {
+    Change change{.send = &tessel_bond_stop};
+    change.guard = [] { return CutsSessionOn("bond0"); };
+    change.read = &ReadBond;
+    change.wrong = [](const Json& bond) {
+        return bond.is_null() || bond["members"].empty() ? "" : "bond0 still has members";
+    };
+    change.done = ReadBond().is_null() ? "there was no bond" : "bond0 undone; its interfaces are up, without addresses";
+    return Perform(invocation, change);
+}
+
+template <bool kRuns>
+Outcome SwitchWeb(const Invocation& invocation) {
+    const auto before = FindProcesses(kWebServer);
+    const std::string pids = PidsText(before);
+    Change change = ProcessChange(kRuns ? &tessel_web_start : &tessel_web_stop, kWebServer, kRuns);
+    change.cause = [&] {
+        if (before.empty() == kRuns) return std::string();
+        return kRuns ? Format("it runs already ({})", pids) : Format("no {} runs here", kWebServer);
+    };
+    change.done = kRuns ? "the web server runs" : Format("every {} ended ({})", kWebServer, pids);
+    return Perform(invocation, change);
+}
+
+Outcome StopService(const Invocation& invocation) {
+    const std::string service = invocation.words.Text("SERVICE");
+    std::ifstream file("/etc/issue");
+    const std::string issue{std::istreambuf_iterator<char>(file), {}};
+    const bool isDesktop = issue.find("ubuntu") != std::string::npos || issue.find("Ubuntu") != std::string::npos;
+    // What the daemon kills: on a development machine, and on the device.
+    const std::map<std::string, std::array<std::string, 2>> killed = {
+        {"ssh", {"sshd", "dropbear"}}, {"telnetd", {"in.telnetd", "telnetd"}}, {"ftpd", {"vsftpd", "ftpd"}}};
+    const auto known = killed.find(service);
+    const std::string process = known == killed.end() ? service : known->second[isDesktop ? 0 : 1];
+    const auto pids = FindProcesses(process);
+    if (known == killed.end()) {
+        const std::string what = Format("every process called {} ({})", process, PidsText(pids));
+        Agree(invocation, "Kill " + what, "it would kill " + what);
+    }
+    Change change{.send = [&] { return tessel_service_stop(service.c_str()); }};
+    change.guard = [&] {
+        const bool carriesIt = process == "sshd" || process == "dropbear";
+        const auto session = carriesIt ? GuardedSession(invocation.options) : std::nullopt;
+        return session ? Format("it would kill every {}, and {}", process, session->text) : "";
+    };
+    change.cause = [&] {
+        if (process == "tessel_daemon") return std::string("the daemon never stops itself");
+        return pids.empty() ? Format("no process {} runs here", process) : "";
+    };
+    change.read = [&] { return Json{{"service", service}, {"process", process}, {"pids", pids}}; };
+    change.done = Format("{} stopped ({}, {})", service, process, PidsText(pids));
+    return Perform(invocation, change);
+}
+
+constexpr Command kPppoeCommands[] = {
+    FamilyRow("start",
+              "IF user USER [password-file FILE] [service SERVICE] [persist] [holdoff S] [maxfail N] [echo-interval S] "
+              "[echo-failure N] [debug]",
+              &PppoeStart, "dial a link", "pppoe start eth1 user me@provider password-file /etc/pppoe.password persist")
+        .Sends(TESSEL_CMD_PPPOE_START)
+        .More("The password is asked for without a password-file, of which the first line counts (-: standard "
+              "input). While the link is up it stands on a command line that ps shows, and in the daemon's log at "
+              "level 4 and above. Without -4 or -6 the link carries both families."),
+    FamilyRow("stop", "", &PppoeStop, "end a link", "pppoe stop")
+        .Sends(TESSEL_CMD_PPPOE_STOP)
+        .More("One of several, of the family that it was started with."),
+};
+
+constexpr Command kBondCommands[] = {
+    Row("show", "", &BondShow, "bond0 and its interfaces, from the kernel", "bond show")
+        .Columns("BOND {interface}|MODE {mode}|ACTIVE {active}|MEMBER {member}|LINK {link}|MAC {mac}"),
+    Row("start", "IF... active IF [mode N:0-6]", &BondStart, "join up to four interfaces into bond0",
+        "bond start eth1 eth2 active eth1")
+        .Sends(TESSEL_CMD_BOND_START)
+        .More("They lose their addresses. The active one carries the traffic as long as its link is up. What a start "
+              "that fails has done stays done."),
+    Row("stop", "", &BondStop, "undo bond0", "bond stop")
+        .Sends(TESSEL_CMD_BOND_STOP)
+        .More("Its interfaces are up then, without addresses."),
+};
+
+constexpr Command kWebCommands[] = {
+    Row("start", "", &SwitchWeb<true>, "start the device's web server", "web start").Sends(TESSEL_CMD_WEBS_START),
+    Row("stop", "", &SwitchWeb<false>, "kill every lighttpd", "web stop").Sends(TESSEL_CMD_WEBS_STOP),
+};
+
+constexpr Command kServiceCommands[] = {
+    Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill every process of a service",
+        "service stop telnetd")
+        .Sends(TESSEL_CMD_SERVICE_STOP)
+        .More("Signal 9, by process name; others may start it again. Asks first when it is none of the three."),
+};
+
+}  // namespace
+
+extern const Object kPppoe = {.name = "pppoe", .summary = "dialled links", .commands = kPppoeCommands};
+extern const Object kBond = {.name = "bond", .summary = "several interfaces as one", .commands = kBondCommands};
+extern const Object kWeb = {.name = "web", .summary = "the device's web server", .commands = kWebCommands};
+extern const Object kService = {.name = "service", .summary = "services of the device", .commands = kServiceCommands};
+
+}  // namespace tessel::ctl

@@ -218,7 +218,7 @@ constexpr Command kPriorityCommands[] = {
 }  // namespace
 
 extern const Object kLink = {
-    .name = "link", .summary = "state, MTU, hardware address of interfaces (no up or down)", .commands = kLinkCommands};
+    .name = "link", .summary = "state, MTU, hardware address (switches none up or down)", .commands = kLinkCommands};
 extern const Object kPriority = {
     .name = "priority", .summary = "which uplink is preferred", .commands = kPriorityCommands};
 

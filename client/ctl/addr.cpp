@@ -129,13 +129,13 @@ Outcome SetAddr(const Invocation& invocation) {
     const auto send = [&] {
         const int error = tessel_addr_set(name.c_str(), family, &list);
         if (error != TESSEL_E_FAILED || !MissingInterface(name).empty()) return error;
-        Failure failure = CallFailed(invocation.asked, error);
+        const Failure failure = CallFailed(invocation.asked, error);
         std::vector<std::string> left;
         const Json now = DaemonAddresses(invocation.asked, name, family);
         for (const Json& address : now.at("addresses"))
             left.push_back(AddressText(address));
-        failure.message += Format(". {} has {} now", name, left.empty() ? "no such address" : Joined(left, "  "));
-        throw failure;
+        const std::string has = left.empty() ? "no such address" : Joined(left, "  ");
+        throw Failure(failure.exit, failure.error, Format("{}. {} has {} now", failure.message, name, has));
     };
     const std::string done = Format("{}   set to {}", name, Joined(texts, "  "));
     return PerformOn(invocation, {.send = send, .done = done}, texts, PassingBeside(texts, family));

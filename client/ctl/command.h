@@ -17,7 +17,7 @@ struct Invocation {
 
 // What it returns. A document with a failure beside it is shown as well: it is the part that worked.
 struct Outcome {
-    Json document = {};                     // null: nothing to show
+    Json document;                          // null: nothing to show
     std::string text = {};                  // for people, instead of the document's columns; with its line ends
     std::string done = {};                  // or one line, left out with --quiet or a failure
     std::vector<std::string> notes = {};    // one line each, on standard error, for people

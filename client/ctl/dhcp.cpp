@@ -29,7 +29,7 @@ struct Client {
         return tessel_dhcpc_start(family, interface.c_str(), withDns, receiver);
     }
     [[nodiscard]] std::string WhyNotStarted() const {
-        const std::string missing = MissingInterface(interface);
+        std::string missing = MissingInterface(interface);
         const char* const other = family == TESSEL_FAMILY_INET6 ? ", or there is no link-local address" : "";
         if (!missing.empty()) return missing;
         return Format("no {} client came up on {} within some seconds{}", FamilyName(family), interface, other);

@@ -101,12 +101,12 @@ Outcome SetGateway(const Invocation& invocation) {
         if (!old.empty()) Require(invocation.asked, place.Delete(gateway.family));
         const int error = place.Set(gateway);
         if (error == TESSEL_OK || old.empty()) return error;
-        Failure failure = CallFailed(invocation.asked, error, WhyNotSet(place, gateway));
+        const Failure failure = CallFailed(invocation.asked, error, WhyNotSet(place, gateway));
         // Without an answer it is not certain what there is now.
         const bool isBack = error == TESSEL_E_FAILED && place.Set(*ParseHost(old)) == TESSEL_OK;
-        failure.message += failure.message.ends_with('.') ? " " : ". ";
-        failure.message += isBack ? Format("The old gateway {} is set again", old) : old + " was deleted before";
-        throw failure;
+        const std::string left = isBack ? Format("The old gateway {} is set again", old) : old + " was deleted before";
+        const char* const stop = failure.message.ends_with('.') ? "" : ".";
+        throw Failure(failure.exit, failure.error, Format("{}{} {}", failure.message, stop, left));
     };
     change.done = Format("{}   gateway {} set", place.owner, text);
     change.guard = [&] { return CutsSessionOn(place.name); };

@@ -78,7 +78,7 @@ struct MeantRoute {
     }
     // Why the daemon's -1 when the kernel has none that goes this way.
     [[nodiscard]] std::string WhyMissing() const {
-        const std::string missing = MissingInterface(name);
+        std::string missing = MissingInterface(name);
         const Json other = FindIn(Kernel(), "destination", way.at("destination"));
         if (!missing.empty()) return missing;
         return other.is_null() ? "there is no such route" : "there is only " + RouteText(other);

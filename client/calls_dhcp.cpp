@@ -8,20 +8,36 @@
 using tessel::CallForStatus;
 using tessel::StoreName;
 
-int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t pid) {
-    TNetDhcpcStartExReq request{};
+namespace {
+
+// Each of these requests has a family and a name among its fields.
+template <typename Request>
+int Send(u32 code, int family, const char* interface, Request request) {
     if (!tessel::IsFamily(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
     request.wSinFamily = static_cast<u16>(family);
+    return CallForStatus(code, request);
+}
+
+}  // namespace
+
+int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t pid) {
+    if (with_dns < 0) {
+        TNetDhcpcStartReq request{};
+        request.nPid = pid;
+        return Send(TESSEL_CMD_DHCPC_START, family, interface, request);
+    }
+    TNetDhcpcStartExReq request{};
     request.wDnsDynmic = with_dns != 0 ? 1 : 0;
     request.nPid = pid;
-    return CallForStatus(TESSEL_CMD_DHCPC_START_EX, request);
+    return Send(TESSEL_CMD_DHCPC_START_EX, family, interface, request);
+}
+
+int tessel_dhcpc_renew(int family, const char* interface) {
+    return Send(TESSEL_CMD_DHCPC_RENEW, family, interface, TNetDhcpcReq{});
 }
 
 int tessel_dhcpc_stop(int family, const char* interface) {
-    TNetDhcpcReq request{};
-    if (!tessel::IsFamily(family) || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
-    request.wSinFamily = static_cast<u16>(family);
-    return CallForStatus(TESSEL_CMD_DHCPC_STOP, request);
+    return Send(TESSEL_CMD_DHCPC_STOP, family, interface, TNetDhcpcReq{});
 }
 
 int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease) {

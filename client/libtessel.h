@@ -227,8 +227,12 @@ TESSEL_API int tessel_traffic_stop(void);
 /* Starts a DHCP client on an interface, or takes over the one that runs and has it renew its lease. Leases come to the
  * socket of the process `pid`: TESSEL_SOCKET_DHCPC with the interface and the pid behind it ("ipc_dhcpc_eth0_1234"),
  * for IPv6 TESSEL_SOCKET_DHCPCV6 with the interface, 6 and the pid ("ipc_dhcpcv6_eth0_6_1234"). Takes some seconds when
- * the client does not come up. Without `with_dns` no DNS servers are asked for. */
+ * the client does not come up. `with_dns` says whether DNS servers are asked for (1 or 0); below 0 it is left to the
+ * daemon, which asks for them. */
 TESSEL_API int tessel_dhcpc_start(int family, const char* interface, int with_dns, int32_t pid);
+/* The request that is meant for renewing a lease. The daemon answers it with TESSEL_E_FAILED and does nothing: start
+ * the client again. */
+TESSEL_API int tessel_dhcpc_renew(int family, const char* interface);
 /* TESSEL_E_FAILED also for an IPv4 client that has died meanwhile. */
 TESSEL_API int tessel_dhcpc_stop(int family, const char* interface);
 /* Serves IPv4 addresses by DHCP on an interface, whose own address lies in the network that is served: `conf` has the

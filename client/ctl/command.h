@@ -17,12 +17,12 @@ struct Invocation {
 
 // What it returns. A document with a failure beside it is shown as well: it is the part that worked.
 struct Outcome {
-    Json document;                     // null: nothing to show
-    std::string text;                  // for people, instead of the document's columns; with its line ends
-    std::string done;                  // or one line, left out with --quiet or a failure
-    std::vector<std::string> notes;    // one line each, on standard error, for people
-    std::vector<std::string> planned;  // with --dry-run: what this side would do itself
-    std::optional<Failure> failure;
+    Json document;                          // null: nothing to show
+    std::string text = {};                  // for people, instead of the document's columns; with its line ends
+    std::string done = {};                  // or one line, left out with --quiet or a failure
+    std::vector<std::string> notes = {};    // one line each, on standard error, for people
+    std::vector<std::string> planned = {};  // with --dry-run: what this side would do itself
+    std::optional<Failure> failure = {};
     int signal = 0;  // what ended a command that goes on until interrupted
 };
 
@@ -72,6 +72,12 @@ struct Command {
 constexpr Command Row(std::string_view verb, std::string_view words, Outcome (*run)(const Invocation&),
                       std::string_view summary, std::string_view example) {
     return {verb, words, run, summary, example};
+}
+
+// The same of a command for which -4 and -6 mean something.
+template <typename... Parts>
+constexpr Command FamilyRow(Parts... parts) {
+    return Row(parts...).OfFamily();
 }
 
 // Everything that stands behind one word; each lies in a file of its own, listed in objects.cpp.

@@ -1,41 +1,22 @@
 #include "client/ctl/device.h"
 
+#include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
-#include "core/text.h"
 
 namespace tessel::ctl {
 
-namespace {
-
-const char* ScopeName(u32 scope) {
-    switch (scope) {
-        case TESSEL_SCOPE_HOST:
-            return "host";
-        case TESSEL_SCOPE_LINK:
-            return "link";
-        case TESSEL_SCOPE_SITE:
-            return "site";
-        default:
-            return "global";
-    }
-}
-
-}  // namespace
-
 Json DaemonAddresses(std::string_view asked, const std::string& interfaceName, int family) {
+    constexpr const char* kScopes[] = {"global", "host", "link", "site"};  // TESSEL_SCOPE_...
     TNetIfaceIp list{};
-    const int error = tessel_addr_get(interfaceName.c_str(), family, &list);
-    if (error != TESSEL_OK) throw CallFailed(asked, error, MissingInterface(interfaceName));
+    Require(asked, tessel_addr_get(interfaceName.c_str(), family, &list), MissingInterface(interfaceName));
     Json addresses = Json::array();
     for (u32 i = 0; i < list.dwNum; ++i) {
         const TNetIpAddr& entry = list.atIp[i];
-        Network host = NetworkOf(entry);
-        host.length = host.FullLength();
-        const std::string text = NetworkText(host);
+        const std::string text = NetworkText(NetworkOf(entry));
         addresses.push_back({{"address", text.substr(0, text.find('/'))},
                              {"prefix_length", u32{entry.dwPrefixLen}},
                              {"family", FamilyName(entry.wSinFamily)},
-                             {"scope", ScopeName(entry.dwScope)},
+                             {"scope", kScopes[entry.dwScope < std::size(kScopes) ? entry.dwScope : 0]},
                              {"dynamic", entry.bDynamic != 0},
                              {"tentative", entry.bTentative != 0}});
     }
@@ -46,10 +27,10 @@ Json DaemonGateway(std::string_view asked, const std::string& interfaceName, int
     TNetGateway gateway{};
     int learnt = 0;
     const int error = tessel_gateway_get(NameOrNull(interfaceName), family, WireTable(table), &gateway, &learnt);
-    const std::string missing = error == TESSEL_E_FAILED ? MissingInterface(interfaceName) : "";
+    const std::string missing = MissingInterface(interfaceName);
     // The tool fails on a table without routes.
     const bool isEmptyTable = error == TESSEL_E_FAILED && WireTable(table) != 0 && missing.empty();
-    if (error != TESSEL_OK && !isEmptyTable) throw CallFailed(asked, error, missing);
+    if (!isEmptyTable) Require(asked, error, missing);
     return {{"interface", NullIfEmpty(interfaceName)},
             {"family", FamilyName(family)},
             {"gateway", NullIfEmpty(HostText(HostOf(gateway)))},
@@ -60,37 +41,17 @@ Json DaemonGateway(std::string_view asked, const std::string& interfaceName, int
 Json DaemonPriorities(std::string_view asked) {
     TNetPrioParamList list{};
     Require(asked, tessel_priority_get(&list));
-    Json priorities = Json::array();
-    for (const TNetPrioParam& entry : list.atPrio) {
-        const FieldText name(entry.achDevName);
-        if (!name.IsEmpty()) priorities.push_back({{"interface", name.Get()}, {"metric", i32{entry.nPriority}}});
-    }
-    return priorities;
-}
-
-Json DaemonRoutes(std::string_view asked, int family) {
-    TNetAllRouteInfo list{};
-    Require(asked, tessel_route_get_all(family, &list));
-    Json routes = Json::array();
-    for (u32 i = 0; i < list.dwNum; ++i) {
-        const TNetIpRouteParam& route = list.atRoute[i];
-        routes.push_back({{"destination", NetworkText(NetworkOf(route.tDestIpNet, route.nPrefixLen))},
-                          {"gateway", NullIfEmpty(HostText(HostOf(route.tGateway)))},
-                          {"interface", NullIfEmpty(FieldText(route.achDevName).Get())},
-                          {"metric", i32{route.nMetric}},
-                          {"table", kMainTable},
-                          {"family", FamilyName(route.tDestIpNet.wSinFamily)}});
-    }
-    return {{"routes", routes}, {"truncated", list.dwNum == TESSEL_ROUTES_MAX}};
+    return Decoded(TESSEL_CMD_PRIORITY_GET, list)["priorities"];
 }
 
 Json DefaultRoutes(const std::string& interfaceName, int family, u32 table) {
     Json found = Json::array();
     const int daemon = tessel_daemon_pid();
     if (daemon != 0 && SharesOurNetwork(daemon) == false) return found;
+    Json members{{"destination", "default"}};
+    if (!interfaceName.empty()) members["interface"] = interfaceName;
     for (const Json& route : KernelRoutes(family, table)) {
-        const bool isThere = interfaceName.empty() || TextOf(route, "interface") == interfaceName;
-        if (isThere && TextOf(route, "destination") == "default") found.push_back(route);
+        if (HasAll(route, members)) found.push_back(route);
     }
     return found;
 }
@@ -107,9 +68,14 @@ void ForEachInterface(const std::string& named, Outcome& outcome, const std::fun
     }
 }
 
-Json FindIn(const Json& list, const char* key, const Json& value) {
-    const auto found =
-        std::find_if(list.begin(), list.end(), [&](const Json& element) { return element.at(key) == value; });
+bool HasAll(const Json& record, const Json& members) {
+    const auto pairs = members.items();
+    return std::all_of(pairs.begin(), pairs.end(),
+                       [&](const auto& one) { return record.at(one.key()) == one.value(); });
+}
+
+Json FindIn(const Json& list, const Json& members) {
+    const auto found = std::find_if(list.begin(), list.end(), [&](const Json& one) { return HasAll(one, members); });
     return found == list.end() ? Json() : *found;
 }
 
@@ -117,25 +83,52 @@ std::string AddressText(const Json& address) {
     return Format("{}/{}", TextOf(address, "address"), NumberOf(address, "prefix_length"));
 }
 
-std::string AddressesText(const Json& addresses) {
-    std::vector<std::string> texts;
-    for (const Json& address : addresses)
-        texts.push_back(AddressText(address));
-    return Joined(texts, "  ");
-}
-
 std::string RouteText(const Json& route) {
     std::string text = TextOf(route, "destination");
-    if (!route.at("gateway").is_null()) text += " via " + TextOf(route, "gateway");
-    if (!route.at("interface").is_null()) text += " dev " + TextOf(route, "interface");
+    if (!TextOf(route, "gateway").empty()) text += " via " + TextOf(route, "gateway");
+    if (!TextOf(route, "interface").empty()) text += " dev " + TextOf(route, "interface");
     if (NumberOf(route, "metric") != 0) text += Format(" metric {}", NumberOf(route, "metric"));
-    if (NumberOf(route, "table") != kMainTable) text += Format(" table {}", NumberOf(route, "table"));
+    if (WireTable(static_cast<u32>(NumberOf(route, "table"))) != 0)
+        text += Format(" table {}", NumberOf(route, "table"));
     return text;
 }
 
-void AddSentence(Failure& failure, std::string_view sentence) {
-    if (sentence.empty()) return;
-    failure.message += Format("{}{}", failure.message.ends_with('.') ? " " : ". ", sentence);
+Outcome PerformEntry(const Invocation& invocation, const EntryChange& entry) {
+    const Json before = entry.list();
+    const Json present = FindIn(before, entry.matched);
+    const std::string already = present.is_null() ? "" : "there is already " + entry.text(present);
+    Change change{.send = entry.send};
+    change.guard = [&] {
+        const bool isIt = entry.isAdded || present.is_null() || HasAll(present, entry.meant);
+        return isIt ? "" : "the kernel would delete " + entry.text(present);
+    };
+    change.cause = [&] {
+        if (!ForeignKernel().empty()) return std::string();
+        if (!present.is_null()) return entry.isAdded ? already : "";
+        const std::string why = entry.cause ? entry.cause() : "";
+        return why.empty() && !entry.isAdded ? Format("there is no such {}", entry.what) : why;
+    };
+    change.readsKernel = true;
+    change.read = [&]() -> Json {
+        // The kernel may have the same rule more than once.
+        const Json now = entry.list();
+        const Json& more = entry.isAdded ? now : before;
+        const Json& less = entry.isAdded ? before : now;
+        for (const Json& one : more) {
+            const bool isBeyond = std::count(more.begin(), more.end(), one) > std::count(less.begin(), less.end(), one);
+            if (isBeyond && HasAll(one, entry.isAdded ? entry.meant : entry.matched)) return one;
+        }
+        return nullptr;
+    };
+    change.wrong = [&](const Json& one) {
+        if (!one.is_null()) return std::string();
+        return entry.isAdded ? Format("no such {} was added", entry.what) : Format("no {} is gone", entry.what);
+    };
+    Outcome outcome = Perform(invocation, change);
+    const std::string done = outcome.document.is_null() ? "" : entry.text(outcome.document);
+    outcome.done = done.empty() ? invocation.asked + "   done" : done + (entry.isAdded ? "   added" : "   deleted");
+    if (entry.isAdded && !already.empty() && ForeignKernel().empty()) outcome.notes.push_back(already);
+    return outcome;
 }
 
 }  // namespace tessel::ctl

@@ -2,6 +2,7 @@
 // is no answer.
 #pragma once
 
+#include "client/ctl/fields.h"
 #include "client/ctl/kernel.h"
 
 namespace tessel::ctl {
@@ -18,10 +19,6 @@ namespace tessel::ctl {
 // [{"interface", "metric"}]: the metrics of IPv4 default routes.
 [[nodiscard]] Json DaemonPriorities(std::string_view asked);
 
-// {"routes": [{"destination": "10.1.0.0/16", "gateway" or null, "interface" or null, "metric", "table", "family"}],
-//  "truncated"}; `family` may be both.
-[[nodiscard]] Json DaemonRoutes(std::string_view asked, int family);
-
 // The kernel's default routes of a family through an interface (or whatever one, when the name is empty), in its order.
 // None also when the daemon is known to live in another network.
 [[nodiscard]] Json DefaultRoutes(const std::string& interfaceName, int family, u32 table = kMainTable);
@@ -30,17 +27,39 @@ namespace tessel::ctl {
 // answers -1 for, as it goes away meanwhile, leaves its failure in the outcome and does not hide the others.
 void ForEachInterface(const std::string& named, Outcome& outcome, const std::function<void(const std::string&)>& add);
 
-// The element of a list whose member has this value; null: there is none.
-[[nodiscard]] Json FindIn(const Json& list, const char* key, const Json& value);
+// A reply to this code as a document, by its field table.
+template <typename Reply>
+[[nodiscard]] Json Decoded(u32 code, const Reply& reply) {
+    const void* const bytes = &reply;
+    return Decode(FindMessage(code)->reply, {static_cast<const u8*>(bytes), sizeof(reply)});
+}
 
-// "192.168.1.20/24"; "192.168.1.20/24  2001:db8::5/64"; "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5", with the
-// table unless it is the main one.
+// Whether a record has these members: {{"interface", "eth0"}, {"metric", 5}}.
+[[nodiscard]] bool HasAll(const Json& record, const Json& members);
+
+// The first record of a list that has them; null: none has, and [] finds nulls in it, too.
+[[nodiscard]] Json FindIn(const Json& list, const Json& members);
+[[nodiscard]] inline Json FindIn(const Json& list, const char* key, const Json& value) {
+    return FindIn(list, {{key, value}});
+}
+
+// "192.168.1.20/24"; "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5", with the table unless it is the main one.
 [[nodiscard]] std::string AddressText(const Json& address);
-[[nodiscard]] std::string AddressesText(const Json& addresses);
 [[nodiscard]] std::string RouteText(const Json& route);
 
-// Adds what there is to know beside a failure; empty: nothing.
-void AddSentence(Failure& failure, std::string_view sentence);
+// A change after which the kernel has one entry more, or one less, of a list that the daemon does not report whole.
+struct EntryChange {
+    bool isAdded;
+    const char* what;            // "route"
+    std::function<Json()> list;  // the kernel's, in its order
+    std::string (*text)(const Json& entry);
+    std::function<int()> send;
+    Json meant;    // members of the entry that the words describe
+    Json matched;  // of what is in the way, or of what the kernel takes for it: the first such entry goes
+    std::function<std::string()> cause = {};  // of a failure with none of these
+};
+// The document is the entry that came or went; null: none did, or the kernel's answer says nothing.
+[[nodiscard]] Outcome PerformEntry(const Invocation& invocation, const EntryChange& entry);
 
 // On the wire, 0 is the main table.
 [[nodiscard]] inline u32 WireTable(u32 table) {

@@ -1,11 +1,11 @@
+// DHCP clients, whose leases go to one process each, and the NTP clients, one of each family.
 #include <unistd.h>
 
-#include "client/call.h"
 #include "client/ctl/kernel.h"
+#include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 #include "client/ctl/watch.h"
-#include "client/request_fields.h"
 
 namespace tessel::ctl {
 
@@ -15,100 +15,79 @@ struct Client {
     int family;
     std::string interface;
     std::string sockets;                             // how the names of its sockets begin; a pid follows
+    int withDns;                                     // as tessel_dhcpc_start() takes it
     std::optional<ListeningProcess> listening = {};  // who gets the leases
     i32 pid = getpid();                              // of that one, as its socket's name has it
 
-    [[nodiscard]] bool IsInet6() const {
-        return family == TESSEL_FAMILY_INET6;
-    }
-    [[nodiscard]] std::string Title() const {
-        return Format("{} {}", interface, FamilyName(family));
-    }
     [[nodiscard]] bool Runs() const {
-        return !FindProcesses(IsInet6() ? "udhcpc6" : "udhcpc", Format("-i {} -s", interface)).empty();
+        const char* const program = family == TESSEL_FAMILY_INET6 ? "udhcpc6" : "udhcpc";
+        return !FindProcesses(program, Format("-i {} -s", interface)).empty();
     }
-    // Starts it, or has it renew its lease; `dns` is "on", "off" or empty.
-    [[nodiscard]] int Start(const std::string& dns, i32 receiver) const {
-        if (!dns.empty()) return tessel_dhcpc_start(family, interface.c_str(), dns == "on" ? 1 : 0, receiver);
-        return Send(TESSEL_CMD_DHCPC_START, TNetDhcpcStartReq{.wSinFamily = 0, .achDevName = {}, .nPid = receiver});
+    // Starts it, or has it renew its lease.
+    [[nodiscard]] int Start(i32 receiver) const {
+        return tessel_dhcpc_start(family, interface.c_str(), withDns, receiver);
     }
-    template <typename Request>
-    [[nodiscard]] int Send(u32 code, Request request) const {
-        request.wSinFamily = static_cast<u16>(family);
-        if (!StoreName(request.achDevName, interface.c_str())) return TESSEL_E_ARGUMENT;
-        return CallForStatus(code, request);
-    }
-    // Why it did not start.
-    [[nodiscard]] std::string Cause() const {
-        const std::string missing = MissingInterface(interface);
+    [[nodiscard]] std::string WhyNotStarted() const {
+        std::string missing = MissingInterface(interface);
+        const char* const other = family == TESSEL_FAMILY_INET6 ? ", or there is no link-local address" : "";
         if (!missing.empty()) return missing;
-        return Format("no {} client came up on {} within some seconds{}", FamilyName(family), interface,
-                      IsInet6() ? ", or there is no link-local address" : "");
+        return Format("no {} client came up on {} within some seconds{}", FamilyName(family), interface, other);
     }
 };
 
-std::vector<Client> ClientsOf(const Invocation& invocation) {
+// With `haveToRun`, those that do, and a Failure when there are none.
+std::vector<Client> ClientsOf(const Invocation& invocation, bool haveToRun) {
     const std::string interface = invocation.words.Text("IF");
+    const std::string dns = invocation.words.Text("dns");
     std::vector<Client> clients;
     for (const int family : FamiliesOf(invocation.options)) {
-        Client client{.family = family, .interface = interface, .sockets = {}};
-        client.sockets = client.IsInet6() ? Format("{}_{}_6_", TESSEL_SOCKET_DHCPCV6, interface)
-                                          : Format("{}_{}_", TESSEL_SOCKET_DHCPC, interface);
+        Client client{.family = family,
+                      .interface = interface,
+                      .sockets = Format("{}_{}_", TESSEL_SOCKET_DHCPC, interface),
+                      .withDns = dns.empty() ? -1 : static_cast<int>(dns == "on")};
+        if (family == TESSEL_FAMILY_INET6) client.sockets = Format("{}_{}_6_", TESSEL_SOCKET_DHCPCV6, interface);
         for (const std::string& name : ListenedNames(client.sockets)) {
             const auto pid = ParseNumber(std::string_view(name).substr(client.sockets.size()));
             if (!pid) continue;
             client.pid = static_cast<i32>(*pid);
             client.listening = FindListeningProcess(name);
         }
-        clients.push_back(std::move(client));
+        if (!haveToRun || invocation.options.force || client.Runs()) clients.push_back(std::move(client));
     }
-    return clients;
-}
-
-std::vector<Client> RunningClientsOf(const Invocation& invocation) {
-    auto clients = ClientsOf(invocation);
-    if (!invocation.options.force) std::erase_if(clients, [](const Client& client) { return !client.Runs(); });
     if (!clients.empty()) return clients;
-    const std::string interface = invocation.words.Text("IF");
     throw Refused(invocation.asked,
                   Format("no DHCP client runs on {} (start one: tesselctl dhcp start {})", interface, interface));
 }
 
-// One request after the other; a failure's cause is that of the one that failed.
+// One request after the other.
 Outcome PerformEach(const Invocation& invocation, const std::vector<Client>& clients, const std::string& done,
                     const std::function<int(const Client&)>& send,
                     const std::function<std::string(const Client&)>& cause) {
-    const Client* last = nullptr;
-    const std::string families = clients.size() == 1 ? FamilyName(clients.front().family) : "inet, inet6";
     const auto sendAll = [&] {
-        int error = TESSEL_OK;
-        for (const Client& client : clients) {
-            if (error == TESSEL_OK) error = send(*(last = &client));
-        }
-        return error;
+        for (const Client& client : clients)
+            Require(invocation.asked, send(client), cause(client));
+        return int{TESSEL_OK};
     };
-    return Perform(invocation, {.send = sendAll,
-                                .cause = [&] { return cause(*last); },
-                                .done = Format("{}: {} ({})", clients.front().interface, done, families)});
+    const std::string families = clients.size() == 1 ? FamilyName(clients.front().family) : "inet, inet6";
+    const std::string& interface = clients.front().interface;
+    return Perform(invocation, {.send = sendAll, .done = Format("{}: {} ({})", interface, done, families)});
 }
 
 Outcome WatchLeases(const Invocation& invocation, const std::vector<Client>& clients) {
-    const std::string dns = invocation.words.Text("dns");
     Watch watch;
     for (const Client& client : clients) {
         if (client.listening && !invocation.options.take) {
-            throw Refused(invocation.asked, Format("{} gets the leases of {} (--take has them sent here meanwhile)",
-                                                   ListeningText(*client.listening), client.Title()));
+            throw Refused(invocation.asked,
+                          Format("{} gets the leases of {} {} (--take has them sent here meanwhile)",
+                                 ListeningText(*client.listening), client.interface, FamilyName(client.family)));
         }
         const auto start = [&] {
-            const int error = client.Start(dns, getpid());
-            if (error == TESSEL_E_FAILED) throw CallFailed(invocation.asked, error, client.Cause());
-            return error;
+            Require(invocation.asked, client.Start(getpid()), client.WhyNotStarted());
+            return int{TESSEL_OK};
         };
-        WatchedSocket socket{.name = Format("{}{}", client.sockets, getpid()), .start = start};
+        watch.sockets.push_back({.name = Format("{}{}", client.sockets, getpid()), .start = start});
         // The client stays; its leases go back to where they went before.
-        if (client.listening) socket.stop = [&] { return client.Start(dns, client.pid); };
-        watch.sockets.push_back(std::move(socket));
+        if (client.listening) watch.sockets.back().stop = [&] { return client.Start(client.pid); };
     }
     if (!invocation.words.Has("wait-lease")) return RunWatch(invocation, watch);
     bool hasLease = false;
@@ -125,72 +104,138 @@ Outcome WatchLeases(const Invocation& invocation, const std::vector<Client>& cli
 }
 
 Outcome StartDhcp(const Invocation& invocation) {
-    const auto clients = ClientsOf(invocation);
+    const auto clients = ClientsOf(invocation, false);
     const Words& words = invocation.words;
     if (words.Has("watch") || words.Has("wait-lease")) return WatchLeases(invocation, clients);
     const auto receiver = [&](const Client& client) {
         return static_cast<i32>(words.Get<u32>("notify-pid", static_cast<u32>(client.pid)));
     };
-    std::vector<std::string> notes;
+    const auto send = [&](const Client& client) { return client.Start(receiver(client)); };
+    Outcome outcome = PerformEach(invocation, clients, "DHCP client started", send, &Client::WhyNotStarted);
     for (const Client& client : clients) {
         if (!client.listening) continue;
-        notes.push_back(Format("{} {} the leases of {}", ListeningText(*client.listening),
-                               receiver(client) == client.pid ? "still gets" : "no longer gets", client.Title()));
+        const bool isKept = receiver(client) == client.pid;
+        outcome.notes.push_back(Format("{} {} the leases of {} {}", ListeningText(*client.listening),
+                                       isKept ? "still gets" : "no longer gets", client.interface,
+                                       FamilyName(client.family)));
     }
-    Outcome outcome = PerformEach(
-        invocation, clients, "DHCP client started",
-        [&](const Client& client) { return client.Start(words.Text("dns"), receiver(client)); },
-        [](const Client& client) { return client.Cause(); });
-    outcome.notes = std::move(notes);
     return outcome;
 }
 
 Outcome StopDhcp(const Invocation& invocation) {
     return PerformEach(
-        invocation, ClientsOf(invocation), "no DHCP client",
+        invocation, ClientsOf(invocation, false), "no DHCP client",
         [](const Client& client) { return tessel_dhcpc_stop(client.family, client.interface.c_str()); },
         [](const Client& client) { return Format("the {} client had ended by itself", FamilyName(client.family)); });
 }
 
-Outcome Renew(const Invocation& invocation) {
+Outcome RenewDhcp(const Invocation& invocation) {
     const bool isNative = invocation.words.Has("native");
-    return PerformEach(
-        invocation, isNative ? ClientsOf(invocation) : RunningClientsOf(invocation), "asked to renew its lease",
-        [&](const Client& client) {
-            return isNative ? client.Send(TESSEL_CMD_DHCPC_RENEW, TNetDhcpcReq{}) : client.Start("", client.pid);
-        },
-        [&](const Client& client) {
-            return isNative ? "this request does nothing, and always fails (leave \"native\" out)" : client.Cause();
-        });
+    const auto send = [&](const Client& client) {
+        return isNative ? tessel_dhcpc_renew(client.family, client.interface.c_str()) : client.Start(client.pid);
+    };
+    const auto cause = [&](const Client& client) {
+        return isNative ? "this request does nothing, and always fails (leave \"native\" out)" : client.WhyNotStarted();
+    };
+    return PerformEach(invocation, ClientsOf(invocation, !isNative), "asked to renew its lease", send, cause);
 }
 
-Outcome WatchRunning(const Invocation& invocation) {
-    return WatchLeases(invocation, RunningClientsOf(invocation));
+Outcome WatchDhcp(const Invocation& invocation) {
+    return WatchLeases(invocation, ClientsOf(invocation, true));
+}
+
+std::string SocketOf(int family) {
+    return family == TESSEL_FAMILY_INET6 ? TESSEL_SOCKET_NTPV6 : TESSEL_SOCKET_NTP;
+}
+
+Outcome StartNtp(const Invocation& invocation) {
+    const auto& server = invocation.words.Get<Network>("A");
+    const u32 interval = invocation.words.Get<u32>("every");
+    const TNetGateway record = GatewayOf(server);
+    const auto send = [&] { return tessel_ntp_start(&record, interval); };
+    if (invocation.words.Has("watch"))
+        return RunWatch(invocation, {.sockets = {{.name = SocketOf(server.family), .start = send}}});
+    Change change{.send = send};
+    change.cause = [&] {
+        const int digit = server.family == TESSEL_FAMILY_INET6 ? 6 : 4;
+        return Format("an NTP client of {} runs already (ntp stop -{})", FamilyName(server.family), digit);
+    };
+    change.read = [&] { return Json{{"address", HostText(server)}, {"interval_s", interval}}; };
+    change.done = Format("{} is asked for the time every {} (\"ntp watch\" shows the answers)", HostText(server),
+                         HumanDuration(interval));
+    return Perform(invocation, change);
+}
+
+Outcome StopNtp(const Invocation& invocation) {
+    std::vector<std::string> names;
+    const auto send = [&] {
+        for (const int family : FamiliesOf(invocation.options)) {
+            Require(invocation.asked, tessel_ntp_stop(family));
+            names.push_back(FamilyName(family));
+        }
+        return int{TESSEL_OK};
+    };
+    Outcome outcome = Perform(invocation, {.send = send, .read = [&] { return Json{{"stopped", names}}; }});
+    outcome.done = Format("no server of {} is asked any more", Joined(names, ", "));
+    return outcome;
+}
+
+// Not Perform: that nobody answered is the answer.
+Outcome CheckServer(const Invocation& invocation) {
+    const auto& server = invocation.words.Get<Network>("A");
+    const TNetGateway record = GatewayOf(server);
+    const int error = tessel_ntp_check(&record);
+    if (error != TESSEL_E_FAILED) Require(invocation.asked, error);
+    Outcome outcome{.document = {{"address", HostText(server)}, {"answered", error == TESSEL_OK}},
+                    .done = HostText(server) + " answers"};
+    if (error != TESSEL_OK) {
+        outcome.failure = Failure(kExitFailed, "no_answer",
+                                  invocation.asked + ": no answer within 100 ms (a slow server fails this check)");
+    }
+    return outcome;
+}
+
+Outcome WatchNtp(const Invocation& invocation) {
+    Watch watch;
+    for (const int family : FamiliesOf(invocation.options))
+        watch.sockets.push_back({.name = SocketOf(family)});
+    return RunWatch(invocation, watch);
 }
 
 constexpr Command kDhcpCommands[] = {
-    Row("start", "IF [dns SWITCH=on|off] [watch] [wait-lease] [notify-pid N:1-4194304]", &StartDhcp,
-        "start a DHCP client, or take over the one that runs", "dhcp start eth0 -4 wait-lease")
+    FamilyRow("start", "IF [dns SWITCH=on|off] [watch] [wait-lease] [notify-pid N:1-4194304]", &StartDhcp,
+              "start a DHCP client, or take over the one that runs", "dhcp start eth0 -4 wait-lease")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_START_EX)
-        .OfFamily()
-        .More("Of both families without -4 and -6. Leases are reported to one process: the one that listens, "
-              "tesselctl itself with \"watch\" (until interrupted) and \"wait-lease\" (until there is one, or "
-              "--timeout is over), or the one that \"notify-pid\" names."),
-    Row("stop", "IF", &StopDhcp, "end the DHCP client of an interface", "dhcp stop eth0")
-        .Sends(TESSEL_CMD_DHCPC_STOP)
-        .OfFamily(),
-    Row("renew", "IF [native]", &Renew, "have the client that runs renew its lease", "dhcp renew eth0 -4")
+        .More("Leases are reported to one process: the one that listens, the one that \"notify-pid\" names, or "
+              "tesselctl with \"watch\" (until interrupted) or \"wait-lease\" (until the first, or --timeout)."),
+    FamilyRow("stop", "IF", &StopDhcp, "end the DHCP client of an interface", "dhcp stop eth0")
+        .Sends(TESSEL_CMD_DHCPC_STOP),
+    FamilyRow("renew", "IF [native]", &RenewDhcp, "have the client that runs renew its lease", "dhcp renew eth0 -4")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_RENEW)
-        .OfFamily()
         .More("Repeats the start, which is what works; \"native\" sends the request that is meant for it."),
-    Row("watch", "IF", &WatchRunning, "show the leases of the client that runs, until interrupted", "dhcp watch eth0")
+    FamilyRow("watch", "IF", &WatchDhcp, "show the leases of the client that runs", "dhcp watch eth0")
         .Sends(TESSEL_CMD_DHCPC_START)
-        .OfFamily()
-        .More("Repeats the start: the client renews its lease, and reports come here."),
+        .More("Repeats the start: the client renews its lease, and its leases are reported here."),
+};
+
+constexpr Command kNtpCommands[] = {
+    Row("start", "A every S:1- [watch]", &StartNtp, "keep the clock in step", "ntp start 192.168.1.5 every 1h")
+        .Sends(TESSEL_CMD_NTPC_START)
+        .More("Sets the system's clock and the hardware's, at once and then every so often. There is one client of "
+              "each family, which goes on when \"watch\" ends."),
+    FamilyRow("stop", "", &StopNtp, "leave the clock alone", "ntp stop")
+        .Sends(TESSEL_CMD_NTPC_STOP)
+        .More("Takes up to 11 seconds while a server is waited for."),
+    Row("check", "A", &CheckServer, "ask a server once, without setting the clock", "ntp check 192.168.1.5")
+        .Sends(TESSEL_CMD_NTPC_CHECK)
+        .More("A server that needs more than 100 ms counts as one that does not answer."),
+    FamilyRow("watch", "", &WatchNtp, "show each answer as it comes, and each failure", "ntp watch")
+        .More("Starts and stops nothing."),
 };
 
 }  // namespace
 
 extern const Object kDhcp = {.name = "dhcp", .summary = "DHCP clients", .commands = kDhcpCommands};
+extern const Object kNtp = {.name = "ntp", .summary = "the clock, by NTP", .commands = kNtpCommands};
 
 }  // namespace tessel::ctl

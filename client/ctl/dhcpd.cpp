@@ -16,8 +16,8 @@ constexpr char kFiles[] = "/usr/etc/udhcpd4_";  // the daemon's, with the interf
 Json StatusOf(const std::string& asked, const std::string& name) {
     int isServing = 0;
     Require(asked, tessel_dhcpd_status(name.c_str(), &isServing));
-    const auto pids = FindProcesses(kServer, Format("{}{}.conf", kFiles, name));
-    const std::string pidFile = Format("{}{}.pid", kFiles, name);
+    const auto pids = FindProcesses(kServer, kFiles + name + ".conf");
+    const std::string pidFile = kFiles + name + ".pid";
     std::string remark;
     if (isServing != 0 && pids.empty()) remark = "its server has ended by itself: \"dhcpd stop\" before the next start";
     if (isServing == 0 && !pids.empty()) remark = "not known to the daemon";
@@ -36,8 +36,7 @@ void RequireInterface(const std::string& asked, const std::string& name) {
 
 Outcome ShowDhcpd(const Invocation& invocation) {
     const std::string only = invocation.words.Text("IF");
-    Outcome outcome;
-    outcome.document = Json::array();
+    Outcome outcome{.document = Json::array()};
     for (const std::string& name : only.empty() ? InterfaceNames() : std::vector{only}) {
         if (name != "lo") outcome.document.push_back(StatusOf(invocation.asked, name));
     }
@@ -45,43 +44,34 @@ Outcome ShowDhcpd(const Invocation& invocation) {
     return outcome;
 }
 
-// What is handed out. Throws a Failure when it cannot be.
-TNetDhcpsConf ConfigurationOf(const Invocation& invocation) {
-    const auto first = invocation.words.Get<Network>("range");
-    const auto last = invocation.words.Get<Network>("A/L");
-    const auto router = invocation.words.Get<Network>("router");
-    const auto dns = invocation.words.All<Network>("dns");
-    std::vector<Network> all = dns;
-    all.insert(all.end(), {first, last, router});
-    for (const Network& address : all) {
-        if (address.family != TESSEL_FAMILY_INET) throw Refused(invocation.asked, "there is no server for IPv6");
-    }
-    if (!Covers(Masked(last), first) || first.bytes > last.bytes) {
-        throw Refused(invocation.asked,
-                      Format("{} to {} is no range within one network", HostText(first), NetworkText(last)));
-    }
-    if (dns.size() > TESSEL_DHCP_DNS_MAX) throw Refused(invocation.asked, "more than 64 DNS servers");
+Outcome StartDhcpd(const Invocation& invocation) {
+    const Words& words = invocation.words;
+    const std::string name = words.Text("IF");
+    const auto first = words.Get<Network>("range");
+    const auto last = words.Get<Network>("A/L");
+    auto servers = words.All<Network>("dns");
+    if (servers.size() > TESSEL_DHCP_DNS_MAX) throw Refused(invocation.asked, "more than 64 DNS servers");
     TNetDhcpsConf conf{};
+    for (const Network& server : servers)
+        conf.atDns[conf.dwDnsNum++] = GatewayOf(server);
     conf.tStart = GatewayOf(first);
     conf.tEnd = GatewayOf(last);
     conf.dwPrefixLen = last.length;
-    conf.tRouter = GatewayOf(router);
-    for (const Network& server : dns)
-        conf.atDns[conf.dwDnsNum++] = GatewayOf(server);
-    return conf;
-}
-
-Outcome StartDhcpd(const Invocation& invocation) {
-    const std::string name = invocation.words.Text("IF");
-    const TNetDhcpsConf conf = ConfigurationOf(invocation);
+    conf.tRouter = GatewayOf(words.Get<Network>("router"));
+    servers.insert(servers.end(), {first, last, words.Get<Network>("router")});
+    for (const Network& address : servers) {
+        if (address.family != TESSEL_FAMILY_INET) throw Refused(invocation.asked, "there is no server for IPv6");
+    }
+    const std::string range = Format("{} to {}", HostText(first), NetworkText(last));
+    if (!Covers(Masked(last), first) || first.bytes > last.bytes)
+        throw Refused(invocation.asked, range + " is no range within one network");
     const Json before = StatusOf(invocation.asked, name);
     RequireInterface(invocation.asked, name);
     if (before["serving"]) throw Refused(invocation.asked, Format("it is served already (dhcpd stop {})", name));
-    Change change;
-    change.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); };
+    Change change{.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); }};
     change.read = [&] {
         constexpr useconds_t kSettleUs = 300 * 1000;  // a server that cannot use its configuration ends
-        (void)AwaitProcesses(kServer, true, Format("{}{}.conf", kFiles, name));
+        (void)AwaitProcesses(kServer, true, kFiles + name + ".conf");
         usleep(kSettleUs);
         return StatusOf(invocation.asked, name);
     };
@@ -90,8 +80,7 @@ Outcome StartDhcpd(const Invocation& invocation) {
         return Format("no {} runs for it any more: has {} an address? (dhcpd stop {} before the next start)", kServer,
                       name, name);
     };
-    change.done =
-        Format("{}   {} to {} are handed out", name, invocation.words.Text("range"), invocation.words.Text("A/L"));
+    change.done = Format("{}   {} are handed out", name, range);
     return Perform(invocation, change);
 }
 
@@ -101,8 +90,7 @@ Outcome StopAll(const Invocation& invocation) {
         const std::string what = Format("every {} ({}), also those of others", kServer, PidsText(pids));
         Agree(invocation, "Kill " + what, "it would kill " + what);
     }
-    Change change;
-    change.send = &tessel_dhcpd_stop_all;
+    Change change{.send = &tessel_dhcpd_stop_all};
     change.read = [] { return Json{{"pids", AwaitProcesses(kServer, false)}}; };
     change.wrong = [](const Json& now) { return now["pids"].empty() ? "" : "one still runs"; };
     change.done = Format("every {} ended ({})", kServer, PidsText(pids));
@@ -112,12 +100,10 @@ Outcome StopAll(const Invocation& invocation) {
 Outcome StopDhcpd(const Invocation& invocation) {
     const std::string name = invocation.words.Text("SERVER");
     if (name == "all") return StopAll(invocation);
-    Change change;
-    change.send = [&] { return tessel_dhcpd_stop(name.c_str()); };
-    change.read = [&] { return StatusOf(invocation.asked, name); };
-    change.wrong = [](const Json& now) { return now["serving"] ? "it is still served" : ""; };
-    change.done = name + "   not served any more";
-    return Perform(invocation, change);
+    return Perform(invocation, {.send = [&] { return tessel_dhcpd_stop(name.c_str()); },
+                                .read = [&] { return StatusOf(invocation.asked, name); },
+                                .wrong = [](const Json& now) { return now["serving"] ? "it is still served" : ""; },
+                                .done = name + "   not served any more"});
 }
 
 constexpr Command kDhcpdCommands[] = {
@@ -127,8 +113,7 @@ constexpr Command kDhcpdCommands[] = {
     Row("start", "IF range A A/L router A [dns A]...", &StartDhcpd, "hand out IPv4 addresses on an interface",
         "dhcpd start eth1 range 192.168.2.100 192.168.2.150/24 router 192.168.2.1 dns 192.168.2.1")
         .Sends(TESSEL_CMD_DHCPS_START)
-        .More("The interface needs an address of its own in that network. Leases last a day. Without dns clients "
-              "are given 8.8.8.8."),
+        .More("It needs an address of its own in that network. Leases last a day. Without dns, 8.8.8.8 is given."),
     Row("stop", "SERVER=all|IF", &StopDhcpd, "hand out no more on an interface, or on any", "dhcpd stop eth1")
         .Sends(TESSEL_CMD_DHCPS_STOP, TESSEL_CMD_DHCPS_STOP_ALL)
         .More("\"all\" kills every udhcpd of the device, whoever started it. Leases are kept."),

@@ -60,8 +60,8 @@ Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
     }
 }
 
-void Require(std::string_view asked, int error) {
-    if (error != TESSEL_OK) throw CallFailed(asked, error);
+void Require(std::string_view asked, int error, std::string_view cause) {
+    if (error != TESSEL_OK) throw CallFailed(asked, error, cause);
 }
 
 std::string RenderFailure(const Failure& failure, bool asJson) {

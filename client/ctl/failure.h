@@ -40,7 +40,7 @@ struct Failure : std::exception {
 [[nodiscard]] Failure CallFailed(std::string_view asked, int error, std::string_view cause = {});
 
 // Throws CallFailed unless `error` is TESSEL_OK.
-void Require(std::string_view asked, int error);
+void Require(std::string_view asked, int error, std::string_view cause = {});
 
 // The line for standard error.
 [[nodiscard]] std::string RenderFailure(const Failure& failure, bool asJson);

@@ -7,16 +7,10 @@ namespace tessel::ctl {
 
 namespace {
 
-// Where a default route is meant to be, and through which gateway.
+// Where a default route is meant to be.
 struct Place {
-    explicit Place(const Invocation& invocation)
-        : asked(invocation.asked),
-          name(invocation.words.Text("dev")),
-          owner(name.empty() ? "the device" : name),
-          table(invocation.words.Get<u32>("table", kMainTable)) {}
-
     [[nodiscard]] Json Ask(int family) const {
-        return DaemonGateway(asked, name, family, table);
+        return DaemonGateway(invocation.asked, name, family, table);
     }
     [[nodiscard]] Json Kernel(int family) const {
         return DefaultRoutes(name, family, table);
@@ -25,50 +19,50 @@ struct Place {
         const TNetGateway record = GatewayOf(gateway);
         return tessel_gateway_set(NameOrNull(name), &record, WireTable(table));
     }
+    [[nodiscard]] int Delete(int family) const {
+        return tessel_gateway_del(NameOrNull(name), family, WireTable(table));
+    }
 
-    std::string asked;
-    std::string name;  // empty: whichever interface
-    std::string owner;
-    u32 table;
+    const Invocation& invocation;
+    std::string name = invocation.words.Text("dev");  // empty: whichever interface
+    u32 table = invocation.words.Get<u32>("table", kMainTable);
+    std::string owner = name.empty() ? "the device" : name;
 };
 
-// An interface's default routes of one family: the one that the daemon reports, then the kernel's further ones.
-void AddGateways(const Place& place, int family, const Json& priorities, bool showsNone, Json& document) {
-    const Json reported = place.Ask(family);
-    const Json routes = place.Kernel(family);
-    const Json entry = family == TESSEL_FAMILY_INET ? FindIn(priorities, "interface", place.name) : Json();
-    const Json priority = entry.is_null() ? entry : entry.at("metric");
-    const Json none{{"metric", nullptr}, {"learnt", reported.at("learnt")}};
-    const auto add = [&](const Json& gateway, const Json& route, const Json& problem) {
-        document.push_back({{"interface", place.name},
-                            {"family", FamilyName(family)},
-                            {"gateway", gateway},
-                            {"metric", route.at("metric")},
-                            {"priority", priority},
-                            {"table", place.table},
-                            {"learnt", route.at("learnt")},
-                            {"problem", problem}});
-    };
-    const Json& gateway = reported.at("gateway");
-    const Json own = gateway.is_null() ? Json() : FindIn(routes, "gateway", gateway);
-    const bool differs = !own.is_null() && !priority.is_null() && own.at("metric") != priority;
-    if (!gateway.is_null() || (showsNone && routes.empty()))
-        add(gateway, own.is_null() ? none : own, differs ? Json("its priority is not in effect") : Json());
-    for (const Json& route : routes) {
-        if (route != own) add(route.at("gateway"), route, "a further default route: the daemon does not report it");
-    }
-}
-
+// Of each interface and family the default route that the daemon reports, then the kernel's further ones.
 Outcome ShowGateway(const Invocation& invocation) {
-    const Place asked(invocation);
+    Place place{invocation};
+    const bool isNamed = !place.name.empty();
     const Json priorities = DaemonPriorities(invocation.asked);
-    Outcome outcome;
-    outcome.document = Json::array();
-    ForEachInterface(asked.name, outcome, [&](const std::string& name) {
-        Place place = asked;
+    Outcome outcome{.document = Json::array()};
+    const auto add = [&](int family, const Json& route, const Json& priority, const Json& problem) {
+        outcome.document.push_back({{"interface", place.name},
+                                    {"family", FamilyName(family)},
+                                    {"gateway", route.at("gateway")},
+                                    {"metric", route.value("metric", Json())},
+                                    {"priority", priority},
+                                    {"table", place.table},
+                                    {"learnt", route.at("learnt")},
+                                    {"problem", problem}});
+    };
+    ForEachInterface(place.name, outcome, [&](const std::string& name) {
         place.name = name;
-        for (const int family : FamiliesOf(invocation.options))
-            AddGateways(place, family, priorities, !asked.name.empty(), outcome.document);
+        for (const int family : FamiliesOf(invocation.options)) {
+            const Json reported = place.Ask(family);
+            const Json routes = place.Kernel(family);
+            const bool isInet = family == TESSEL_FAMILY_INET;
+            const Json priority = isInet ? FindIn(priorities, "interface", name)["metric"] : Json();
+            const bool hasOne = !reported.at("gateway").is_null();
+            const Json own = hasOne ? FindIn(routes, "gateway", reported.at("gateway")) : Json();
+            const bool differs = !own.is_null() && !priority.is_null() && own.at("metric") != priority;
+            if (hasOne || (isNamed && routes.empty()))
+                add(family, own.is_null() ? reported : own, priority,
+                    differs ? Json("its priority is not in effect") : Json());
+            for (const Json& route : routes) {
+                if (route != own)
+                    add(family, route, priority, "a further default route: the daemon does not report it");
+            }
+        }
     });
     return outcome;
 }
@@ -77,28 +71,46 @@ Outcome ShowGateway(const Invocation& invocation) {
 // reached, then whether the route is new.
 std::string WhyNotSet(const Place& place, const Network& gateway) {
     std::string why = WhyUnreachable(gateway, place.name);
-    if (!why.empty()) return why;
     // What the daemon runs for IPv6 in the main table takes the place of what is there.
-    if (gateway.family == TESSEL_FAMILY_INET6 && place.table == kMainTable) return "";
+    const bool isInet6 = gateway.family == TESSEL_FAMILY_INET6;
+    if (!why.empty() || (isInet6 && place.table == kMainTable)) return why;
     const Json own = place.Kernel(gateway.family);
     if (!own.empty()) {
         const std::string old = TextOf(own[0], "gateway");
         return Format("{} already has {} (\"gateway replace\" takes its place)", place.owner,
                       old.empty() ? "a default route" : old);
     }
-    const Json priority = FindIn(DaemonPriorities(place.asked), "interface", place.name);
-    const Json metric = priority.is_null() ? Json(0) : priority.at("metric");
+    const auto metric = NumberOf(FindIn(DaemonPriorities(place.invocation.asked), "interface", place.name), "metric");
     const Json other = FindIn(DefaultRoutes("", gateway.family, place.table), "metric", metric);
-    if (gateway.family == TESSEL_FAMILY_INET6 || other.is_null()) return "";
+    if (isInet6 || other.is_null()) return "";
     return Format("the default route of {} has the same metric {} (see \"priority\")", TextOf(other, "interface"),
-                  metric.get<int>());
+                  metric);
 }
 
-// Completes a change whose `send` sets a gateway, and performs it.
-Outcome PerformSetGateway(const Invocation& invocation, const Place& place, const Network& gateway, Change change) {
+template <bool kReplaces>
+Outcome SetGateway(const Invocation& invocation) {
+    const Place place{invocation};
+    const auto& gateway = invocation.words.Get<Network>("A");
     const std::string text = HostText(gateway);
+    const bool isInet6 = gateway.family == TESSEL_FAMILY_INET6;
+    if (isInet6 && place.name.empty()) throw Refused(invocation.asked, "an IPv6 gateway needs its interface (dev IF)");
+    const std::string old = kReplaces ? TextOf(place.Ask(gateway.family), "gateway") : "";
+    const std::string why = !kReplaces && invocation.options.dryRun ? WhyNotSet(place, gateway) : "";
+    Change change;
+    change.send = [&] {
+        if (!old.empty()) Require(invocation.asked, place.Delete(gateway.family));
+        const int error = place.Set(gateway);
+        if (error == TESSEL_OK || old.empty()) return error;
+        const Failure failure = CallFailed(invocation.asked, error, WhyNotSet(place, gateway));
+        // Without an answer it is not certain what there is now.
+        const bool isBack = error == TESSEL_E_FAILED && place.Set(*ParseHost(old)) == TESSEL_OK;
+        const std::string left = isBack ? Format("The old gateway {} is set again", old) : old + " was deleted before";
+        const char* const stop = failure.message.ends_with('.') ? "" : ".";
+        throw Failure(failure.exit, failure.error, Format("{}{} {}", failure.message, stop, left));
+    };
     change.done = Format("{}   gateway {} set", place.owner, text);
     change.guard = [&] { return CutsSessionOn(place.name); };
+    change.cause = [&] { return WhyNotSet(place, gateway); };
     change.read = [&] {
         Json now = place.Ask(gateway.family);
         if (!FindIn(place.Kernel(gateway.family), "gateway", text).is_null()) now["gateway"] = text;
@@ -107,83 +119,38 @@ Outcome PerformSetGateway(const Invocation& invocation, const Place& place, cons
     change.wrong = [&](const Json& now) {
         const std::string has = TextOf(now, "gateway");
         if (has == text) return std::string();
-        const bool isMistaken = gateway.family == TESSEL_FAMILY_INET6 && has.starts_with(text);
-        return Format("{} has {}{}", place.owner, has.empty() ? "no gateway" : has,
-                      isMistaken ? R"(, which the daemon takes for the same ("gateway replace" does it))" : "");
+        const std::string other = Format("{} has {}", place.owner, has.empty() ? "no gateway" : has);
+        const bool isMistaken = isInet6 && has.starts_with(text);
+        return isMistaken ? other + R"(, which the daemon takes for the same ("gateway replace" does it))" : other;
     };
     Outcome outcome = Perform(invocation, change);
     const std::size_t routes = place.Kernel(gateway.family).size();
+    if (!why.empty()) outcome.notes.push_back("it will fail: " + why);
+    if (!old.empty()) outcome.notes.push_back(Format("two steps: {} is deleted, then {} added", old, text));
     if (routes > 1 && !place.name.empty())
         outcome.notes.push_back(Format("{} has {} default routes of this family now", place.name, routes));
     return outcome;
 }
 
-Outcome SetGateway(const Invocation& invocation) {
-    const Place place(invocation);
-    const auto& gateway = invocation.words.Get<Network>("A");
-    if (gateway.family == TESSEL_FAMILY_INET6 && place.name.empty())
-        throw Refused(invocation.asked, "an IPv6 gateway needs its interface (dev IF)");
-    const std::string why = invocation.options.dryRun ? WhyNotSet(place, gateway) : "";
-    Change change{.send = [&] { return place.Set(gateway); }};
-    change.cause = [&] { return WhyNotSet(place, gateway); };
-    Outcome outcome = PerformSetGateway(invocation, place, gateway, std::move(change));
-    if (!why.empty()) outcome.notes.push_back("it will fail: " + why);
-    return outcome;
-}
-
-Outcome ReplaceGateway(const Invocation& invocation) {
-    const Place place(invocation);
-    const auto& gateway = invocation.words.Get<Network>("A");
-    const std::string old = TextOf(place.Ask(gateway.family), "gateway");
-    std::string why;
-    std::string left;
-    Change change;
-    change.send = [&] {
-        int error = old.empty() ? TESSEL_OK
-                                : tessel_gateway_del(NameOrNull(place.name), gateway.family, WireTable(place.table));
-        if (error != TESSEL_OK) return error;
-        error = place.Set(gateway);
-        if (error == TESSEL_OK) return error;
-        why = WhyNotSet(place, gateway);
-        left = old.empty() ? "" : old + " was deleted before";
-        // Without an answer it is not certain what there is now.
-        if (error == TESSEL_E_FAILED && !old.empty() && place.Set(*ParseHost(old)) == TESSEL_OK)
-            left = Format("The old gateway {} is set again", old);
-        return error;
-    };
-    change.cause = [&] { return why; };
-    try {
-        Outcome outcome = PerformSetGateway(invocation, place, gateway, std::move(change));
-        if (!old.empty())
-            outcome.notes.push_back(Format("two steps: {} is deleted, then {} added", old, HostText(gateway)));
-        return outcome;
-    } catch (Failure& failure) {
-        AddSentence(failure, left);
-        throw;
-    }
-}
-
 Outcome DelGateway(const Invocation& invocation) {
-    const Place place(invocation);
-    Outcome all;
-    all.document = Json::array();
+    const Place place{invocation};
+    Outcome all{.document = Json::array()};
     std::vector<std::string> deleted;
     for (const int family : FamiliesOf(invocation.options)) {
         const std::string old = TextOf(place.Ask(family), "gateway");
         if (old.empty() && place.Kernel(family).empty()) continue;
-        Change change{
-            .send = [&] { return tessel_gateway_del(NameOrNull(place.name), family, WireTable(place.table)); }};
+        Change change{.send = [&] { return place.Delete(family); }};
         change.guard = [&] { return CutsSessionOn(place.name); };
         change.read = [&] { return place.Ask(family); };
         change.wrong = [&](const Json& now) {
-            const bool isThere = !old.empty() && TextOf(now, "gateway") == old;
+            const bool isThere = !old.empty() && now.at("gateway") == old;
             return isThere ? Format("{} still has {}", place.owner, old) : "";
         };
         const Outcome one = Perform(invocation, change);
         if (one.failure) all.failure = one.failure;
         all.document.push_back(one.document);
         deleted.push_back(old.empty() ? "default route" : "gateway " + old);
-        const std::string left = one.document.is_null() ? "" : TextOf(one.document, "gateway");
+        const std::string left = TextOf(one.document, "gateway");
         if (!left.empty() && left != old)
             all.notes.push_back(Format("{} has another default route still, via {}", place.owner, left));
     }
@@ -193,24 +160,20 @@ Outcome DelGateway(const Invocation& invocation) {
 }
 
 constexpr Command kGatewayCommands[] = {
-    Row("show", "[dev IF] [table N:1-2147483647]", &ShowGateway, "default gateways, with the metrics of their routes",
-        "gateway show dev eth0 -4")
+    FamilyRow("show", "[dev IF] [table N:1-2147483647]", &ShowGateway,
+              "default gateways, with the metrics of their routes", "gateway show dev eth0 -4")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
-        .OfFamily()
         .Columns("INTERFACE {interface}|FAMILY {family}|GATEWAY {gateway}|METRIC {metric}|MARKS {learnt} {problem}")
-        .More("The daemon reports the first default route of an interface only; the kernel's further ones are "
-              "marked. Metrics are the kernel's."),
-    Row("set", "A [dev IF] [table N:1-2147483647]", &SetGateway, "add a default route, and read it back",
+        .More("Metrics are the kernel's, and so are further default routes: the daemon reports the first only."),
+    Row("set", "A [dev IF] [table N:1-2147483647]", &SetGateway<false>, "add a default route, and read it back",
         "gateway set 192.168.1.1 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_SET, TESSEL_CMD_GATEWAY_GET)
         .More("IPv4 fails where there is one of the same metric: use \"gateway replace\". The metric is the "
               "interface's priority. IPv6 needs the interface and takes the place of the one in the main table."),
-    Row("del", "[dev IF] [table N:1-2147483647]", &DelGateway, "delete the default route of one family or both",
-        "gateway del dev eth0 -4")
+    FamilyRow("del", "[dev IF] [table N:1-2147483647]", &DelGateway, "delete default routes", "gateway del dev eth0 -4")
         .Sends(TESSEL_CMD_GATEWAY_DEL, TESSEL_CMD_GATEWAY_GET)
-        .OfFamily()
         .More("Without an interface: the first IPv4 one, and all IPv6 ones."),
-    Row("replace", "A dev IF [table N:1-2147483647]", &ReplaceGateway,
+    Row("replace", "A dev IF [table N:1-2147483647]", &SetGateway<true>,
         "delete the default route of an interface, then add this one", "gateway replace 192.168.1.1 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_DEL, TESSEL_CMD_GATEWAY_SET, TESSEL_CMD_GATEWAY_GET)
         .More("Two steps, with no default route in between. When the second one fails, the old gateway is set again."),

@@ -1,4 +1,5 @@
-// Static routes. The daemon's listing holds only part of them: the kernel is asked whether a change happened.
+// Static routes; rules, and those without conditions that bring a table into play (the daemon makes them for IPv4
+// only). The daemon lists few routes and no rules: the kernel is asked whether a change happened.
 #include "client/ctl/device.h"
 #include "client/ctl/perform.h"
 
@@ -6,228 +7,261 @@ namespace tessel::ctl {
 
 namespace {
 
-bool IsSame(const Json& one, const Json& other, std::initializer_list<const char*> keys) {
-    return std::all_of(keys.begin(), keys.end(), [&](const char* key) { return one.at(key) == other.at(key); });
+// As much of the kernel's routes as the daemon reports of its own. Those to one destination come by their metrics.
+Json RoutesIn(int family, u32 table) {
+    Json routes = KernelRoutes(family, table);
+    for (Json& route : routes)
+        route.erase("learnt");
+    return routes;
 }
 
-// As much of a route of the kernel as the daemon reports of its own.
-Json Known(const Json& route) {
-    Json known;
-    for (const char* key : {"destination", "gateway", "interface", "metric", "table", "family"})
-        known[key] = route.at(key);
-    return known;
-}
-
-// The daemon reads no gateway of the other family (RFC 5549), and reports none then.
-bool IsReported(const Json& route, const Json& reported) {
-    return std::any_of(reported.begin(), reported.end(), [&](const Json& one) {
-        return IsSame(one, route, {"destination", "interface", "metric", "family"}) &&
-               (one.at("gateway").is_null() || one.at("gateway") == route.at("gateway"));
-    });
-}
-
+// {"routes": [{"interface" or null, "destination", "gateway" or null, "metric", "family", "table", "reported_by"}],
+//  "truncated"}
 Outcome ShowRoute(const Invocation& invocation) {
     const int family = FamilyOf(invocation.options);
-    Outcome outcome;
-    outcome.document = DaemonRoutes(invocation.asked, family);
-    Json& routes = outcome.document["routes"];
+    TNetRouteGetAllReply reply{};
+    Require(invocation.asked, tessel_route_get_all(family, &reply.tRoutes));
+    Json routes = Decoded(TESSEL_CMD_ROUTE_GET_ALL, reply)["routes"];
     for (Json& route : routes)
-        route["reported_by"] = "daemon";
+        route.update({{"table", kMainTable}, {"reported_by", "daemon"}});
+    Outcome outcome;
+    bool isCut = routes.size() == TESSEL_ROUTES_MAX;
     const std::string foreign = invocation.options.kernel ? ForeignKernel() : "";
     if (!foreign.empty()) outcome.notes.push_back("the kernel was not asked: " + foreign);
     if (invocation.options.kernel && foreign.empty()) {
         const Json reported = routes;
-        for (const Json& route : KernelRoutes(family)) {
-            if (IsReported(route, reported)) continue;
-            routes.push_back(Known(route));
-            routes.back()["reported_by"] = "kernel";
+        for (Json& route : RoutesIn(family, kMainTable)) {
+            // The daemon reads no gateway of the other family (RFC 5549), and reports none then.
+            Json withoutGateway = route;
+            withoutGateway["gateway"] = nullptr;
+            if (!FindIn(reported, route).is_null() || !FindIn(reported, withoutGateway).is_null()) continue;
+            route["reported_by"] = "kernel";
+            routes.push_back(route);
         }
-        outcome.document["truncated"] = false;
+        isCut = false;
     }
-    if (outcome.document["truncated"] == true)
-        outcome.notes.emplace_back("10 routes are shown, there may be more (--kernel shows all)");
+    if (isCut) outcome.notes.emplace_back("10 routes are shown, there may be more (--kernel shows all)");
+    outcome.document = {{"routes", routes}, {"truncated", isCut}};
     return outcome;
 }
 
-// The route that the words describe, as a record and as the kernel would show it; a null interface: whichever.
+// The route that the words describe.
 struct MeantRoute {
-    MeantRoute(const Invocation& invocation, const char* metricKey);
-
-    // The kernel's routes to the destination, and those that go the same way: they differ by their metric only, and the
-    // lowest one comes first, as the kernel takes them.
-    [[nodiscard]] std::vector<Json> ToDestination() const;
-    [[nodiscard]] std::vector<Json> Alike() const;
-    [[nodiscard]] bool IsSameWay(const Json& other) const {
-        return IsSame(route, other, {"gateway"}) && (name.empty() || IsSame(route, other, {"interface"}));
+    explicit MeantRoute(const Invocation& invocation)
+        : name(invocation.words.Text("dev")),
+          table(invocation.words.Get<u32>("table", kMainTable)),
+          gateway(invocation.words.Get<Network>("via")) {
+        constexpr u32 kInet6Default = 1024;  // IPv6 has none of 0 (IP6_RT_PRIO_USER)
+        const auto& network = invocation.words.Get<Network>("A/L");
+        const std::string text = NetworkText(network);
+        u32 metric = invocation.words.Get<u32>(invocation.words.Has("N") ? "N" : "metric", 0);
+        if (gateway.family != network.family)
+            throw Refused(invocation.asked, "destination and gateway are of two families");
+        if (Masked(network) != network) {
+            const std::string meant = NetworkText(Masked(network));
+            throw Refused(invocation.asked, Format("{} is no network but an address in {}", text, meant));
+        }
+        memcpy(record.achDevName, name.data(), name.size());
+        record.tDestIpNet = GatewayOf(network);
+        record.tGateway = GatewayOf(gateway);
+        record.nPrefixLen = static_cast<i32>(network.length);
+        record.nMetric = static_cast<i32>(metric);
+        if (network.family == TESSEL_FAMILY_INET6 && metric == 0) metric = kInet6Default;
+        way = {{"destination", network.length == 0 ? "default" : text}, {"gateway", HostText(gateway)}};
+        inTheWay = {{"destination", way["destination"]}, {"metric", metric}};
+        if (!name.empty()) way["interface"] = name;
+        itself = way;
+        itself["metric"] = metric;
     }
-    // The kernel has one route to a destination of each metric, whatever its gateway (net/ipv4/fib_trie.c); null: none.
-    [[nodiscard]] Json InTheWay() const {
-        return FindIn(ToDestination(), "metric", route.at("metric"));
+    [[nodiscard]] Json Kernel() const {
+        return RoutesIn(gateway.family, table);
     }
-    [[nodiscard]] std::string WhyMissing() const;
+    // Why the daemon's -1 when the kernel has none that goes this way.
+    [[nodiscard]] std::string WhyMissing() const {
+        std::string missing = MissingInterface(name);
+        const Json other = FindIn(Kernel(), "destination", way.at("destination"));
+        if (!missing.empty()) return missing;
+        return other.is_null() ? "there is no such route" : "there is only " + RouteText(other);
+    }
 
     TNetIpRouteParam record{};
     std::string name;
     u32 table;
     Network gateway;
-    Json route;
+    Json way;       // members of routes that differ by their metric only
+    Json itself;    // with the metric
+    Json inTheWay;  // the kernel has one route to a destination of each metric (net/ipv4/fib_trie.c)
 };
 
-MeantRoute::MeantRoute(const Invocation& invocation, const char* metricKey)
-    : name(invocation.words.Text("dev")),
-      table(invocation.words.Get<u32>("table", kMainTable)),
-      gateway(invocation.words.Get<Network>("via")) {
-    constexpr u32 kInet6Default = 1024;  // IPv6 has none of 0 (IP6_RT_PRIO_USER)
-    const auto& network = invocation.words.Get<Network>("A/L");
-    const auto metric = invocation.words.Get<u32>(metricKey, 0);
-    if (gateway.family != network.family)
-        throw Refused(invocation.asked, "destination and gateway are of two families");
-    if (Masked(network) != network)
-        throw Refused(invocation.asked, Format("{} is no network but an address in {}", NetworkText(network),
-                                               NetworkText(Masked(network))));
-    memcpy(record.achDevName, name.data(), name.size());
-    record.tDestIpNet = GatewayOf(network);
-    record.tGateway = GatewayOf(gateway);
-    record.nPrefixLen = static_cast<i32>(network.length);
-    record.nMetric = static_cast<i32>(metric);
-    route = {{"destination", network.length == 0 ? "default" : NetworkText(network)},
-             {"gateway", HostText(gateway)},
-             {"interface", NullIfEmpty(name)},
-             {"metric", network.family == TESSEL_FAMILY_INET6 && metric == 0 ? kInet6Default : metric},
-             {"table", table},
-             {"family", FamilyName(network.family)}};
-}
-
-std::vector<Json> MeantRoute::ToDestination() const {
-    std::vector<Json> routes;
-    for (const Json& one : KernelRoutes(gateway.family, table)) {
-        if (IsSame(route, one, {"destination"})) routes.push_back(Known(one));
-    }
-    return routes;
-}
-
-std::vector<Json> MeantRoute::Alike() const {
-    auto routes = ToDestination();
-    std::erase_if(routes, [&](const Json& one) { return !IsSameWay(one); });
-    std::stable_sort(routes.begin(), routes.end(), [](const Json& one, const Json& other) {
-        return NumberOf(one, "metric") < NumberOf(other, "metric");
-    });
-    return routes;
-}
-
-// Why the daemon's -1 to a change of a route that is not there; empty: not known.
-std::string MeantRoute::WhyMissing() const {
-    if (!ForeignKernel().empty() || !Alike().empty()) return "";
-    std::string missing = MissingInterface(name);
-    if (!missing.empty()) return missing;
-    const auto others = ToDestination();
-    return others.empty() ? "there is no such route" : "there is only " + RouteText(others.front());
-}
-
-// Performs a change after which the route should be there.
-Outcome PerformSetRoute(const Invocation& invocation, const MeantRoute& meant, Change change) {
-    change.readsKernel = true;
-    change.done = Format("{}   {}", RouteText(meant.route), invocation.words.Has("N") ? "set" : "added");
-    change.read = [&] {
-        return ForeignKernel().empty() ? FindIn(meant.Alike(), "metric", meant.route.at("metric")) : meant.route;
-    };
-    change.wrong = [](const Json& now) { return now.is_null() ? "the kernel has no such route" : ""; };
-    return Perform(invocation, change);
-}
-
-Outcome AddRoute(const Invocation& invocation) {
-    const MeantRoute meant(invocation, "metric");
-    Change change{
-        .send = [&] { return tessel_route_add(NameOrNull(meant.name), &meant.record, WireTable(meant.table)); }};
-    change.cause = [&] {
-        if (!ForeignKernel().empty()) return std::string();
-        const Json inTheWay = meant.InTheWay();
-        if (!inTheWay.is_null()) return "there is already " + RouteText(inTheWay);
-        return WhyUnreachable(meant.gateway, meant.name);
-    };
-    return PerformSetRoute(invocation, meant, std::move(change));
-}
-
-// The further ones, which a change of the first leaves alone.
-void NoteOthers(const std::vector<Json>& routes, std::size_t first, Outcome& outcome) {
+// A change of one of several that go the same way leaves the others alone.
+void NoteOthers(const MeantRoute& meant, Outcome& outcome) {
+    if (outcome.failure || outcome.document.is_null()) return;
     std::vector<std::string> texts;
-    for (std::size_t i = first; i < routes.size(); ++i)
-        texts.push_back(RouteText(routes[i]));
+    for (const Json& route : meant.Kernel()) {
+        if (HasAll(route, meant.way) && route != outcome.document) texts.push_back(RouteText(route));
+    }
     if (!texts.empty()) outcome.notes.push_back("still there: " + Joined(texts, ", "));
 }
 
-Outcome DelRoute(const Invocation& invocation) {
-    const MeantRoute meant(invocation, "metric");
-    const auto before = meant.Alike();
-    std::vector<Json> after;
-    Change change{
-        .send = [&] { return tessel_route_del(NameOrNull(meant.name), &meant.record, WireTable(meant.table)); }};
-    change.guard = [&] {
-        const bool isFirst = before.empty() || IsSame(before.front(), meant.route, {"metric"});
-        if (isFirst || !invocation.words.Has("metric")) return std::string();
-        return Format("the daemon names no metric, and the kernel would delete the one of metric {}",
-                      NumberOf(before.front(), "metric"));
+template <bool kIsAdded>
+Outcome ChangeRoute(const Invocation& invocation) {
+    const MeantRoute meant(invocation);
+    const bool isExact = kIsAdded || invocation.words.Has("metric");
+    const auto list = [&] { return meant.Kernel(); };
+    const auto send = [&] {
+        const char* const name = NameOrNull(meant.name);
+        return (kIsAdded ? tessel_route_add : tessel_route_del)(name, &meant.record, WireTable(meant.table));
     };
-    change.cause = [&] { return meant.WhyMissing(); };
-    change.readsKernel = true;
-    change.read = [&] {
-        after = meant.Alike();
-        return before.empty() ? meant.route : before.front();
-    };
-    change.wrong = [&](const Json& /*gone*/) {
-        return !after.empty() && after.size() >= before.size() ? "the route is still there" : "";
-    };
-    change.done = RouteText(before.empty() ? meant.route : before.front()) + "   deleted";
-    Outcome outcome = Perform(invocation, change);
-    if (!outcome.failure && ForeignKernel().empty()) NoteOthers(after, 0, outcome);
+    const auto cause = [&] { return kIsAdded ? WhyUnreachable(meant.gateway, meant.name) : meant.WhyMissing(); };
+    Outcome outcome =
+        PerformEntry(invocation, {kIsAdded, "route", list, &RouteText, send, isExact ? meant.itself : meant.way,
+                                  kIsAdded ? meant.inTheWay : meant.way, cause});
+    if (!kIsAdded) NoteOthers(meant, outcome);
     return outcome;
 }
 
 Outcome SetMetric(const Invocation& invocation) {
-    const MeantRoute meant(invocation, "N");
-    const auto before = meant.Alike();
+    const MeantRoute meant(invocation);
+    const Json before = FindIn(meant.Kernel(), meant.way);
     Change change{.send = [&] { return tessel_route_metric_set(&meant.record); }};
     change.guard = [&] {
-        const Json inTheWay = meant.InTheWay();
-        if (inTheWay.is_null() || before.empty() || before.front() == inTheWay) return std::string();
-        return Format("there is {}: the route would be deleted and not added again", RouteText(inTheWay));
+        const Json other = FindIn(meant.Kernel(), meant.inTheWay);
+        if (other.is_null() || before.is_null() || before == other) return std::string();
+        return Format("there is {}: the route would be deleted and not added again", RouteText(other));
     };
     change.cause = [&] {
-        const bool isLost = ForeignKernel().empty() && meant.Alike().size() < before.size();
-        return isLost ? "the route was deleted and could not be added again" : meant.WhyMissing();
+        if (!ForeignKernel().empty()) return std::string();
+        if (before.is_null()) return meant.WhyMissing();
+        const bool isLost = FindIn(meant.Kernel(), before).is_null();
+        return std::string(isLost ? "the route was deleted and could not be added again" : "");
     };
-    Outcome outcome = PerformSetRoute(invocation, meant, std::move(change));
-    NoteOthers(before, 1, outcome);
+    change.readsKernel = true;
+    change.read = [&] { return FindIn(meant.Kernel(), meant.itself); };
+    change.wrong = [](const Json& now) { return now.is_null() ? "the kernel has no such route" : ""; };
+    change.done = RouteText(meant.itself) + "   set";
+    Outcome outcome = Perform(invocation, change);
+    NoteOthers(meant, outcome);
     return outcome;
 }
 
+// "pref 30 from 192.168.1.0/24 fwmark 0x10 table 100"
+std::string RuleText(const Json& rule) {
+    std::string text = Format("pref {} from {}", NumberOf(rule, "pref"), TextOf(rule, "from"));
+    if (!rule.at("fwmark").is_null()) text += Format(" fwmark {:#x}", NumberOf(rule, "fwmark"));
+    if (rule.at("other_conditions") == true) text += " and more";
+    return NumberOf(rule, "table") == 0 ? text : Format("{} table {}", text, NumberOf(rule, "table"));
+}
+
+Json Ipv4Rules() {
+    return KernelRules(TESSEL_FAMILY_INET);
+}
+
+// Of the catch-all rule of a table.
+template <bool kIsAdded>
+Outcome ChangeTable(const Invocation& invocation) {
+    const auto table = invocation.words.Get<u32>("N");
+    const auto send = [&] { return (kIsAdded ? tessel_route_table_add : tessel_route_table_del)(table); };
+    const Json rule{{"from", "all"}, {"fwmark", nullptr}, {"table", table}, {"other_conditions", false}};
+    const Json matched = kIsAdded ? rule : Json{{"table", table}};
+    Outcome outcome = PerformEntry(invocation, {kIsAdded, "rule", &Ipv4Rules, &RuleText, send, rule, matched});
+    if (table >= kMainTable - 1 && table <= kMainTable + 1)
+        outcome.notes.push_back(
+            Format("table {} is one of the kernel's own (253 default, 254 main, 255 local)", table));
+    return outcome;
+}
+
+Outcome ShowRule(const Invocation& invocation) {
+    const Options& options = invocation.options;
+    Outcome outcome{.document = KernelRules(FamilyOf(options))};
+    if (options.json || !options.fields.empty()) return outcome;
+    for (Json& rule : outcome.document) {
+        if (!rule["fwmark"].is_null()) rule["fwmark"] = Format("{:#x}", NumberOf(rule, "fwmark"));
+    }
+    return outcome;
+}
+
+template <bool kIsAdded>
+Outcome ChangeRule(const Invocation& invocation) {
+    const Words& words = invocation.words;
+    const auto source = words.Get<Network>("from", Network{.family = TESSEL_FAMILY_INET});
+    const auto mark = words.Get<u32>("fwmark", 0);
+    const auto preference = words.Get<u32>("pref", 0);
+    const auto table = words.Get<u32>("table", 0);
+    if (source.family != TESSEL_FAMILY_INET)
+        throw Refused(invocation.asked, "the daemon makes and deletes IPv4 rules only");
+    TNetIpRule record{};
+    record.tSrcIpNet = GatewayOf(source);
+    record.nPrefixLen = static_cast<i32>(source.length);
+    record.nPref = static_cast<i32>(preference);
+    record.nTable = static_cast<i32>(table);
+    record.nFwmark = static_cast<i32>(mark);
+    Json meant = Json::object();
+    if (words.Has("from")) meant = {{"from", source.length == 0 ? "all" : NetworkText(source)}, {"table", table}};
+    if (mark != 0) meant["fwmark"] = mark;
+    // The kernel compares no source of length 0.
+    Json matched = meant;
+    if (source.length == 0) matched.erase("from");
+    if (preference != 0) meant["pref"] = preference;
+    // A preference is sent alone.
+    if (preference != 0) matched = {{"pref", preference}};
+    // A rule with a mark or further conditions is another one.
+    if (kIsAdded) meant.update({{"fwmark", mark == 0 ? Json() : Json(mark)}, {"other_conditions", false}});
+    if (kIsAdded) matched = meant;
+    const auto send = [&] { return (kIsAdded ? tessel_rule_add : tessel_rule_del)(&record); };
+    return PerformEntry(invocation, {kIsAdded, "rule", &Ipv4Rules, &RuleText, send, meant, matched});
+}
+
 constexpr Command kRouteCommands[] = {
-    Row("show", "", &ShowRoute, "routes through a gateway, default routes left out", "route show -4")
+    FamilyRow("show", "", &ShowRoute, "routes through a gateway, default routes left out", "route show -4")
         .Sends(TESSEL_CMD_ROUTE_GET_ALL)
-        .OfFamily()
         .Columns("DESTINATION {destination}|GATEWAY {gateway}|INTERFACE {interface}|METRIC {metric}|REPORTED BY "
                  "{reported_by}")
         .More("The daemon reports 10 routes of the main table at most, IPv4 first; a full list is marked. --kernel "
               "adds the others: further ones, default routes, and networks on the link."),
-    Row("add", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &AddRoute,
+    Row("add", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &ChangeRoute<true>,
         "add a route, and look for it in the kernel", "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5")
         .Sends(TESSEL_CMD_ROUTE_ADD)
-        .More("Without a metric it is 0, which the kernel makes 1024 for IPv6. There may be one route to a "
-              "destination of each metric."),
+        .More("The metric is 0 unless it is given (IPv6: 1024). A destination may have one route of each."),
     Row("metric", "A/L N:0-2147483647 via A dev IF", &SetMetric, "delete a route and add it again with this metric",
         "route metric 10.1.0.0/16 via 192.168.1.254 dev eth0 30")
         .Sends(TESSEL_CMD_ROUTE_METRIC_SET)
         .More("Of several such routes that of the lowest metric is meant. Main table only."),
-    Row("del", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &DelRoute, "delete a route",
-        "route del 10.1.0.0/16 via 192.168.1.254 dev eth0")
+    Row("del", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &ChangeRoute<false>,
+        "delete a route", "route del 10.1.0.0/16 via 192.168.1.254 dev eth0")
         .Sends(TESSEL_CMD_ROUTE_DEL)
-        .More("The metric is not sent: of several such routes that of the lowest metric goes. A metric typed here "
-              "only makes sure that this is the one."),
+        .More("Of several such routes that of the lowest metric goes; a metric typed here makes sure which it is."),
+};
+
+constexpr Command kTableCommands[] = {
+    Row("add", "N:1-2147483647", &ChangeTable<true>, "let all IPv4 traffic ask a routing table", "table add 100")
+        .Sends(TESSEL_CMD_ROUTE_TABLE_ADD)
+        .More("A rule without conditions, in front of those that are there. 253 to 255 are the kernel's tables."),
+    Row("del", "N:1-2147483647", &ChangeTable<false>, "delete the rule that \"table add\" made", "table del 100")
+        .Sends(TESSEL_CMD_ROUTE_TABLE_DEL)
+        .More("The routes of the table stay. Nothing leaves a device whose rule for table 254 was deleted."),
+};
+
+constexpr Command kRuleCommands[] = {
+    FamilyRow("show", "", &ShowRule, "the kernel's rules, in the order in which they are asked", "rule show -4")
+        .Columns("PREF {pref}|FROM {from}|FWMARK {fwmark}|TABLE {table}|FAMILY {family}|MARKS {other_conditions}")
+        .More("The daemon is not asked: it reports no rules."),
+    Row("add", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<true>,
+        "let a source network ask a routing table", "rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100")
+        .Sends(TESSEL_CMD_RULE_ADD)
+        .More("IPv4 only. Without fwmark, or with fwmark 0, the rule holds whatever the mark: the kernel compares "
+              "no bits of a mark of 0. Without pref the kernel puts it in front of the rules that are there."),
+    Row("del", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<false>,
+        "delete a rule by its words", "rule del from 192.168.2.0/24 table 100")
+        .Sends(TESSEL_CMD_RULE_DEL)
+        .More("The first rule with these words goes, whatever else it has; with pref, the first of that preference."),
+    Row("del", "pref N:1-2147483647", &ChangeRule<false>, "delete a rule by its preference", "rule del pref 30")
+        .Sends(TESSEL_CMD_RULE_DEL),
 };
 
 }  // namespace
 
-extern const Object kRoute = {
-    .name = "route", .summary = "static routes through a gateway", .commands = kRouteCommands};
+extern const Object kRoute = {.name = "route", .summary = "routes through a gateway", .commands = kRouteCommands};
+extern const Object kTable = {.name = "table", .summary = "tables that all traffic asks", .commands = kTableCommands};
+extern const Object kRule = {.name = "rule", .summary = "rules that choose a routing table", .commands = kRuleCommands};
 
 }  // namespace tessel::ctl

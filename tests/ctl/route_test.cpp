@@ -101,7 +101,8 @@ TEST_F(Routes, AreChangedInTheKernelAndReadBack) {
                {"route show --kernel", 0, "192.168.1.0/24                  eth0       0       kernel\n"},
                {"route metric 10.1.0.0/16 6 via 192.168.1.254 dev eth0", 2, "would be deleted and not added again"},
                {"route metric 10.1.0.0/16 30 via 192.168.1.254 dev eth0", 0, "still there: 10.1.0.0/16 via"},
-               {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 30", 2, "would delete the one of metric 6"},
+               {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 30", 2,
+                "the kernel would delete 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6 (--force"},
                {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6", 0, "metric 6   deleted\n"},
                {"route del 10.3.0.0/16 via 192.168.1.254 dev eth0 table 7", 0, "deleted"}});
     EXPECT_EQ(OutputOf("ip route show 10.0.0.0/8; ip route show table 7; ip route show 10.1.0.0/16"),
@@ -132,7 +133,8 @@ TEST_F(Rules, AreChangedInTheKernelAndReadBack) {
                {"table del 100", 0, "pref 32764 from all table 100   deleted\n"},
                {"rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100", 0,
                 "pref 30 from 192.168.1.0/24 fwmark 0x10 table 100   added\n"},
-               {"rule show -4", 0, "30     192.168.1.0/24  16      100    inet\n"},
+               {"rule show -4", 0, "30     192.168.1.0/24  0x10    100    inet\n"},
+               {"rule show -4 -g pref,fwmark", 0, "\n30\t16\n"},
                {"table del 100", 2, "the kernel would delete pref 30 from 192.168.1.0/24 fwmark 0x10 table 100"},
                {"rule del from 192.168.2.0/24 pref 30 table 100", 2, "the kernel would delete pref 30 from 192.168.1"},
                {"rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100", 1, "there is already pref 30"},
@@ -151,7 +153,7 @@ TEST_F(Rules, AreChangedInTheKernelAndReadBack) {
 TEST(Routed, SuccessThatDidNotHappenIsNotApplied) {
     StandInTools tools({"ip"});
     const Daemon daemon;
-    ExpectAll({{"route add 10.1.0.0/16 via 192.168.1.254", 5, "answered success, but the kernel has no such route"},
+    ExpectAll({{"route add 10.1.0.0/16 via 192.168.1.254", 5, "answered success, but no such route was added"},
                {"table add 100", 5, "answered success, but no such rule was added"},
                {"rule del pref 32767", 5, "answered success, but no rule is gone"},
                {"gateway set 192.168.1.1 dev eth0", 5, "answered success, but eth0 has no gateway"}});

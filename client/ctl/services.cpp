@@ -1,11 +1,12 @@
-// What stands on the links: PPPoE, the bond and the web server.
+// What stands on the links: PPPoE and the bond; and the device's services, the web server among them.
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 
+#include "client/ctl/device.h"
 #include "client/ctl/files.h"
 #include "client/ctl/guard.h"
-#include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 
@@ -15,11 +16,6 @@ namespace {
 
 constexpr char kPppd[] = "pppd";
 constexpr char kWebServer[] = "lighttpd";
-
-// Of the processes of this name, once there is one, or none.
-Json PidsOf(const char* process, bool isOneWanted) {
-    return {{"pids", AwaitProcesses(process, isOneWanted)}};
-}
 
 // Never a word of the command: those are in the shell's history, and everybody sees them.
 std::string PasswordOf(const Invocation& invocation) {
@@ -43,13 +39,23 @@ void StoreText(const Invocation& invocation, const char* what, const std::string
         return isalnum(static_cast<u8>(c)) != 0 || strchr("._@%+=:,/-", c) != nullptr;
     };
     std::string why;
-    if (!std::all_of(text.begin(), text.end(), isAllowed)) {
+    if (!std::all_of(text.begin(), text.end(), isAllowed))
         why = isPlain ? "other characters than letters, digits and ._@%+=:,/-" : "a control character";
-    }
     if (isPlain && text.starts_with('-')) why = "- in front";
     if (text.size() >= kBytes) why = Format("more than {} bytes", kBytes - 1);
     if (!why.empty()) throw Refused(invocation.asked, Format("the {} has {}", what, why));
     memcpy(field, text.data(), text.size());
+}
+
+// A change after which processes of this name run, or none.
+Change ProcessChange(std::function<int()> send, const char* process, bool shouldRun) {
+    Change change{.send = std::move(send)};
+    change.read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; };
+    change.wrong = [=](const Json& now) {
+        if (now["pids"].empty() != shouldRun) return std::string();
+        return shouldRun ? Format("no {} runs (any more): its log says why", process) : "one still runs";
+    };
+    return change;
 }
 
 Outcome PppoeStart(const Invocation& invocation) {
@@ -68,24 +74,17 @@ Outcome PppoeStart(const Invocation& invocation) {
     conf.dwLcpEchoInterval = words.Get<u32>("echo-interval", 0);
     conf.dwLcpEchoFailure = words.Get<u32>("echo-failure", 0);
     conf.dwMaxfail = words.Get<u32>("maxfail", 0);
-    Change change;
-    change.send = [&] { return tessel_pppoe_start(FamilyOf(invocation.options), &conf); };
-    change.read = [] { return PidsOf(kPppd, true); };
-    change.wrong = [](const Json& now) {
-        return now["pids"].empty() ? "no pppd runs (any more): its log says why" : "";
-    };
+    Change change = ProcessChange([&] { return tessel_pppoe_start(FamilyOf(invocation.options), &conf); }, kPppd, true);
     change.done = name + "   pppd dials; whether the link comes up is not waited for";
     return Perform(invocation, change);
 }
 
 Outcome PppoeStop(const Invocation& invocation) {
     const auto before = FindProcesses(kPppd);
-    Change change;
-    change.send = [&] { return tessel_pppoe_stop(FamilyOf(invocation.options)); };
+    Change change{.send = [&] { return tessel_pppoe_stop(FamilyOf(invocation.options)); }};
     change.read = [] { return Json{{"pids", FindProcesses(kPppd)}}; };
-    change.done = "no link was dialled";
-    if (!before.empty())
-        change.done = Format("one link ended, if one was of this family (pppd had {})", PidsText(before));
+    change.done = Format("one link ended, if one was of this family (pppd had {})", PidsText(before));
+    if (before.empty()) change.done = "no link was dialled";
     return Perform(invocation, change);
 }
 
@@ -110,52 +109,40 @@ Json ReadBond() {
 }
 
 Outcome BondShow(const Invocation& /*invocation*/) {
-    Outcome outcome;
-    outcome.document = ReadBond();
-    if (!outcome.document.is_null()) return outcome;
-    outcome.document = Json::object();
-    outcome.notes = {"there is no bond"};
-    return outcome;
-}
-
-// The first thing that `why` has to say of one of the interfaces.
-std::string FirstReason(const std::vector<std::string>& names,
-                        const std::function<std::string(const std::string&)>& why) {
-    for (const std::string& name : names) {
-        std::string text = why(name);
-        if (!text.empty()) return text;
-    }
-    return "";
+    const Json bond = ReadBond();
+    if (bond.is_null()) return {.document = Json::object(), .notes = {"there is no bond"}};
+    return {.document = bond};
 }
 
 Outcome BondStart(const Invocation& invocation) {
     const auto names = invocation.words.All<std::string>("IF");
     const std::string active = invocation.words.Text("active");
-    std::string why = FirstReason(names, &MissingInterface);
-    const auto isLeftOut = [&](const std::string& name) {
-        return name != active && name.starts_with(active)
-                   ? name + " would be left out: its name begins as the active one's"
-                   : "";
+    const auto firstReason = [&](const std::function<std::string(const std::string&)>& why) {
+        std::string reason;
+        for (const std::string& name : names)
+            reason = reason.empty() ? why(name) : reason;
+        return reason;
     };
-    if (why.empty()) why = FirstReason(names, isLeftOut);
+    std::string why = firstReason([&](const std::string& name) {
+        const std::string missing = MissingInterface(name);
+        const bool isLeftOut = missing.empty() && name != active && name.starts_with(active);
+        return isLeftOut ? name + " would be left out: its name begins as the active one's" : missing;
+    });
     if (names.size() > TESSEL_BOND_INTERFACES_MAX) why = "a bond has four interfaces at most";
     if (std::find(names.begin(), names.end(), active) == names.end()) why = active + " has to be one of them";
     if (!why.empty()) throw Refused(invocation.asked, why);
     std::vector<const char*> texts;
     for (const std::string& name : names)
         texts.push_back(name.c_str());
-    Change change;
-    change.send = [&] {
-        const u32 mode = invocation.words.Get<u32>("mode", 1);
-        return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr);
-    };
-    change.guard = [&] { return FirstReason(names, &CutsSessionOn); };
+    const u32 mode = invocation.words.Get<u32>("mode", 1);
+    Change change{.send = [&] { return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr); }};
+    change.guard = [&] { return firstReason(&CutsSessionOn); };
     change.cause = [] { return ReadBond().is_null() ? "" : "there is a bond already (bond stop)"; };
     change.read = &ReadBond;
     change.wrong = [&](const Json& bond) {
-        return FirstReason(names, [&](const std::string& name) {
-            const std::string members = bond.is_null() ? "" : bond["members"].dump();
-            return members.find('"' + name + '"') == std::string::npos ? name + " is not part of bond0" : "";
+        return firstReason([&](const std::string& name) {
+            const bool isMember = !bond.is_null() && !FindIn(bond["members"], "member", name).is_null();
+            return isMember ? "" : name + " is not part of bond0";
         });
     };
     change.done = Format("bond0   {}, active {}; their addresses are gone", Joined(names, ", "), active);
@@ -163,8 +150,7 @@ Outcome BondStart(const Invocation& invocation) {
 }
 
 Outcome BondStop(const Invocation& invocation) {
-    Change change;
-    change.send = &tessel_bond_stop;
+    Change change{.send = &tessel_bond_stop};
     change.guard = [] { return CutsSessionOn("bond0"); };
     change.read = &ReadBond;
     change.wrong = [](const Json& bond) {
@@ -174,41 +160,60 @@ Outcome BondStop(const Invocation& invocation) {
     return Perform(invocation, change);
 }
 
-Outcome WebStart(const Invocation& invocation) {
+template <bool kRuns>
+Outcome SwitchWeb(const Invocation& invocation) {
     const auto before = FindProcesses(kWebServer);
-    Change change;
-    change.send = &tessel_web_start;
-    change.cause = [&] { return before.empty() ? "" : Format("it runs already ({})", PidsText(before)); };
-    change.read = [] { return PidsOf(kWebServer, true); };
-    change.wrong = [](const Json& now) { return now["pids"].empty() ? "no lighttpd runs (any more)" : ""; };
-    change.done = "the web server runs";
+    const std::string pids = PidsText(before);
+    Change change = ProcessChange(kRuns ? &tessel_web_start : &tessel_web_stop, kWebServer, kRuns);
+    change.cause = [&] {
+        if (before.empty() == kRuns) return std::string();
+        return kRuns ? Format("it runs already ({})", pids) : Format("no {} runs here", kWebServer);
+    };
+    change.done = kRuns ? "the web server runs" : Format("every {} ended ({})", kWebServer, pids);
     return Perform(invocation, change);
 }
 
-Outcome WebStop(const Invocation& invocation) {
-    const auto before = FindProcesses(kWebServer);
-    Change change;
-    change.send = &tessel_web_stop;
-    change.cause = [&] { return before.empty() ? "no lighttpd runs here" : ""; };
-    change.read = [] { return PidsOf(kWebServer, false); };
-    change.wrong = [](const Json& now) { return now["pids"].empty() ? "" : "one still runs"; };
-    change.done = Format("every lighttpd ended ({})", PidsText(before));
+Outcome StopService(const Invocation& invocation) {
+    const std::string service = invocation.words.Text("SERVICE");
+    std::ifstream file("/etc/issue");
+    const std::string issue{std::istreambuf_iterator<char>(file), {}};
+    const bool isDesktop = issue.find("ubuntu") != std::string::npos || issue.find("Ubuntu") != std::string::npos;
+    // What the daemon kills: on a development machine, and on the device.
+    const std::map<std::string, std::array<std::string, 2>> killed = {
+        {"ssh", {"sshd", "dropbear"}}, {"telnetd", {"in.telnetd", "telnetd"}}, {"ftpd", {"vsftpd", "ftpd"}}};
+    const auto known = killed.find(service);
+    const std::string process = known == killed.end() ? service : known->second[isDesktop ? 0 : 1];
+    const auto pids = FindProcesses(process);
+    if (known == killed.end()) {
+        const std::string what = Format("every process called {} ({})", process, PidsText(pids));
+        Agree(invocation, "Kill " + what, "it would kill " + what);
+    }
+    Change change{.send = [&] { return tessel_service_stop(service.c_str()); }};
+    change.guard = [&] {
+        const bool carriesIt = process == "sshd" || process == "dropbear";
+        const auto session = carriesIt ? GuardedSession(invocation.options) : std::nullopt;
+        return session ? Format("it would kill every {}, and {}", process, session->text) : "";
+    };
+    change.cause = [&] {
+        if (process == "tessel_daemon") return std::string("the daemon never stops itself");
+        return pids.empty() ? Format("no process {} runs here", process) : "";
+    };
+    change.read = [&] { return Json{{"service", service}, {"process", process}, {"pids", pids}}; };
+    change.done = Format("{} stopped ({}, {})", service, process, PidsText(pids));
     return Perform(invocation, change);
 }
 
 constexpr Command kPppoeCommands[] = {
-    Row("start",
-        "IF user USER [password-file FILE] [service SERVICE] [persist] [holdoff S] [maxfail N] [echo-interval S] "
-        "[echo-failure N] [debug]",
-        &PppoeStart, "dial a link", "pppoe start eth1 user me@provider password-file /etc/pppoe.password persist")
+    FamilyRow("start",
+              "IF user USER [password-file FILE] [service SERVICE] [persist] [holdoff S] [maxfail N] [echo-interval S] "
+              "[echo-failure N] [debug]",
+              &PppoeStart, "dial a link", "pppoe start eth1 user me@provider password-file /etc/pppoe.password persist")
         .Sends(TESSEL_CMD_PPPOE_START)
-        .OfFamily()
         .More("The password is asked for without a password-file, of which the first line counts (-: standard "
               "input). While the link is up it stands on a command line that ps shows, and in the daemon's log at "
               "level 4 and above. Without -4 or -6 the link carries both families."),
-    Row("stop", "", &PppoeStop, "end a link", "pppoe stop")
+    FamilyRow("stop", "", &PppoeStop, "end a link", "pppoe stop")
         .Sends(TESSEL_CMD_PPPOE_STOP)
-        .OfFamily()
         .More("One of several, of the family that it was started with."),
 };
 
@@ -226,8 +231,15 @@ constexpr Command kBondCommands[] = {
 };
 
 constexpr Command kWebCommands[] = {
-    Row("start", "", &WebStart, "start the device's web server", "web start").Sends(TESSEL_CMD_WEBS_START),
-    Row("stop", "", &WebStop, "kill every lighttpd", "web stop").Sends(TESSEL_CMD_WEBS_STOP),
+    Row("start", "", &SwitchWeb<true>, "start the device's web server", "web start").Sends(TESSEL_CMD_WEBS_START),
+    Row("stop", "", &SwitchWeb<false>, "kill every lighttpd", "web stop").Sends(TESSEL_CMD_WEBS_STOP),
+};
+
+constexpr Command kServiceCommands[] = {
+    Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill every process of a service",
+        "service stop telnetd")
+        .Sends(TESSEL_CMD_SERVICE_STOP)
+        .More("Signal 9, by process name; others may start it again. Asks first when it is none of the three."),
 };
 
 }  // namespace
@@ -235,5 +247,6 @@ constexpr Command kWebCommands[] = {
 extern const Object kPppoe = {.name = "pppoe", .summary = "dialled links", .commands = kPppoeCommands};
 extern const Object kBond = {.name = "bond", .summary = "several interfaces as one", .commands = kBondCommands};
 extern const Object kWeb = {.name = "web", .summary = "the device's web server", .commands = kWebCommands};
+extern const Object kService = {.name = "service", .summary = "services of the device", .commands = kServiceCommands};
 
 }  // namespace tessel::ctl

@@ -19,6 +19,11 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^
   set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
 endif()
 
+# Of debug builds the sanitizers' traces need lines and no more; a debugger wants -DTESSEL_DEBUG_INFO=-g, which takes longer.
+set(TESSEL_DEBUG_INFO -g1 CACHE STRING "What debug builds say of themselves")
+set(CMAKE_CXX_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
+set(CMAKE_C_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
+
 set(TESSEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
 add_library(tessel_options INTERFACE)
@@ -28,7 +33,7 @@ target_compile_options(tessel_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wconversion -Wnon-virtual-dtor -Woverloaded-virtual>
   -fno-omit-frame-pointer -funwind-tables -fvisibility=hidden
   $<$<CONFIG:Release>:-ffunction-sections -fdata-sections>
-  $<$<CONFIG:Debug>:-g -Og>)
+  $<$<CONFIG:Debug>:-Og>)
 target_link_options(tessel_options INTERFACE
   $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:TESSEL_KEEP_SYMBOLS>>>>:-s>
   $<$<CONFIG:Release>:-Wl,--gc-sections -Wl,--as-needed -Wl,-O1>

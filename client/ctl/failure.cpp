@@ -8,26 +8,22 @@ namespace {
 
 constexpr char kSocketPath[] = TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API;
 
-std::string Sentence(std::string_view asked, std::string_view why) {
-    return Format("{}: {}", asked, why);
-}
-
-Failure Broken(std::string word, std::string_view asked, std::string_view why) {
-    return {kExitFailed, std::move(word), Sentence(asked, why)};
+Failure With(Exit status, const char* error, std::string_view asked, std::string_view why) {
+    return {status, error, Format("{}: {}", asked, why)};
 }
 
 }  // namespace
 
 Failure Refused(std::string_view asked, std::string_view why) {
-    return {kExitRefused, "refused", Sentence(asked, why)};
+    return With(kExitRefused, "refused", asked, why);
 }
 
 Failure NotApplied(std::string_view asked, std::string_view why) {
-    return {kExitNotApplied, "not_applied", Sentence(asked, why)};
+    return With(kExitNotApplied, "not_applied", asked, why);
 }
 
 Failure Failed(std::string_view asked, std::string_view why) {
-    return Broken("failed", asked, why);
+    return With(kExitFailed, "failed", asked, why);
 }
 
 Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
@@ -42,21 +38,20 @@ Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
                            access(kSocketPath, F_OK) == 0 ? "nobody listens on the stale socket" : "no socket",
                            kSocketPath)};
         case TESSEL_E_TIMEOUT:
-            return {kExitTimeout, "timeout",
-                    Sentence(asked, "no answer in time (it may still be carried out; --timeout waits longer)")};
+            return With(kExitTimeout, "timeout", asked,
+                        "no answer in time (it may still be carried out; --timeout waits longer)");
         case TESSEL_E_NO_REPLY:
-            return Broken("no_reply", asked,
-                          "the daemon closed the connection without an answer (it does not know this request, or "
-                          "ended)");
+            return With(kExitFailed, "no_reply", asked,
+                        "the daemon closed the connection without an answer (an unknown request, or it ended)");
         case TESSEL_E_PROTOCOL:
-            return Broken("protocol", asked,
-                          "the answer was cut or of another size (daemon and tesselctl differ in version?)");
+            return With(kExitFailed, "protocol", asked,
+                        "the answer was cut or of another size (daemon and tesselctl differ in version?)");
         case TESSEL_E_ARGUMENT:
             return Refused(asked, "these values cannot be sent");
         case TESSEL_E_SYSTEM:
-            return Broken("system", asked, strerror(systemError));
+            return With(kExitFailed, "system", asked, strerror(systemError));
         default:
-            return Broken("system", asked, tessel_strerror(error));
+            return With(kExitFailed, "system", asked, tessel_strerror(error));
     }
 }
 

@@ -2,8 +2,6 @@
 // it is found and caught once, where a command is run (tesselctl.cpp).
 #pragma once
 
-#include <exception>
-
 #include "client/ctl/text.h"
 
 namespace tessel::ctl {
@@ -19,13 +17,7 @@ enum Exit : int {
     kExitSignal = 128     // and the signal's number: ended by it, after everything was put in order
 };
 
-struct Failure : std::exception {
-    Failure(Exit status, std::string word, std::string sentence)
-        : exit(status), error(std::move(word)), message(std::move(sentence)) {}
-    [[nodiscard]] const char* what() const noexcept override {
-        return message.c_str();
-    }
-
+struct Failure {
     Exit exit;
     std::string error;    // "not_running", for programs
     std::string message;  // one line without "tesselctl: "

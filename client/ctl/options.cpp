@@ -49,36 +49,31 @@ void SetTry(Options& options, const std::string& word) {
 }
 
 constexpr OptionRow kRows[] = {
-    {"json", 'j', "", "one JSON document, errors as well", [](Options& o, const std::string&) { o.json = true; }},
-    {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header", &SetFields},
-    {"", '4', "", "IPv4 only", [](Options& o, const std::string&) { o.inet = true; }},
-    {"", '6', "", "IPv6 only", [](Options& o, const std::string&) { o.inet6 = true; }},
-    {"timeout", 't', "S", "seconds to wait for the answer (60)", &SetTimeout},
-    {"wait", 0, "[S]", "wait for a daemon that is starting (10 s)",
+    {"json", 'j', "", "one JSON document, errors as well", &Options::json},
+    {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header", nullptr, &SetFields},
+    {"", '4', "", "IPv4 only", &Options::inet},
+    {"", '6', "", "IPv6 only", &Options::inet6},
+    {"timeout", 't', "S", "seconds to wait for the answer (60)", nullptr, &SetTimeout},
+    {"wait", 0, "[S]", "wait for a daemon that is starting (10 s)", nullptr,
      [](Options& o, const std::string& word) { o.waitMs = Milliseconds(word.empty() ? "10" : word); }},
-    {"dry-run", 'n', "", "show the request and what the daemon would run; change nothing",
-     [](Options& o, const std::string&) { o.dryRun = true; }},
-    {"verbose", 'v', "", "show request and reply; -vv with their bytes",
+    {"dry-run", 'n', "", "show the request and what the daemon would run; change nothing", &Options::dryRun},
+    {"verbose", 'v', "", "show request and reply; -vv with their bytes", nullptr,
      [](Options& o, const std::string&) { ++o.verbosity; }},
-    {"quiet", 'q', "", "no words when it worked", [](Options& o, const std::string&) { o.quiet = true; }},
-    {"no-header", 0, "", "no line with the names of the columns",
-     [](Options& o, const std::string&) { o.noHeader = true; }},
-    {"color", 0, "WHEN", "auto, always or never", [](Options& o, const std::string& word) { o.colour = word; },
+    {"quiet", 'q', "", "no words when it worked", &Options::quiet},
+    {"no-header", 0, "", "no line with the names of the columns", &Options::noHeader},
+    {"color", 0, "WHEN", "auto, always or never", nullptr, [](Options& o, const std::string& word) { o.colour = word; },
      "auto|always|never"},
-    {"yes", 'y', "", "do not ask", [](Options& o, const std::string&) { o.yes = true; }},
-    {"force", 0, "", "do it even if it ends the session it is typed in",
-     [](Options& o, const std::string&) { o.force = true; }},
-    {"protect", 0, "A", "do not shut out this host, instead of the SSH client", &SetProtected},
-    {"try", 0, "[S]", "undo it after S seconds (60) unless it is confirmed", &SetTry},
-    {"take", 0, "", "listen in the place of a program that does already",
-     [](Options& o, const std::string&) { o.take = true; }},
-    {"kernel", 0, "", "add what the kernel knows and the daemon does not report",
-     [](Options& o, const std::string&) { o.kernel = true; }},
-    {"reply", 0, "N", "bytes of the reply to \"raw\"; 0: wait for none", &SetReplyBytes},
-    {"symbols", 0, "DIR", "unstripped files that \"crash show\" takes names of functions from",
+    {"yes", 'y', "", "do not ask", &Options::yes},
+    {"force", 0, "", "do it even if it ends the session it is typed in", &Options::force},
+    {"protect", 0, "A", "do not shut out this host, instead of the SSH client", nullptr, &SetProtected},
+    {"try", 0, "[S]", "undo it after S seconds (60) unless it is confirmed", nullptr, &SetTry},
+    {"take", 0, "", "listen in the place of a program that does already", &Options::take},
+    {"kernel", 0, "", "add what the kernel knows and the daemon does not report", &Options::kernel},
+    {"reply", 0, "N", "bytes of the reply to \"raw\"; 0: wait for none", nullptr, &SetReplyBytes},
+    {"symbols", 0, "DIR", "unstripped files that \"crash show\" takes names of functions from", nullptr,
      [](Options& o, const std::string& word) { o.symbols = word; }},
-    {"help", 'h', "", "help on the words before it", [](Options& o, const std::string&) { o.help = true; }},
-    {"version", 'V', "", "the version", [](Options& o, const std::string&) { o.version = true; }},
+    {"help", 'h', "", "help on the words before it", &Options::help},
+    {"version", 'V', "", "the version", &Options::version},
 };
 
 int ArgumentOf(const OptionRow& row) {
@@ -134,7 +129,8 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
         const auto choices = Split(row->choices, '|');
         if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
             throw Refused(Format("--{}", row->name), Format("{} is none of {}", value, Joined(choices, ", ")));
-        row->apply(options, value);
+        if (row->flag != nullptr) options.*row->flag = true;
+        if (row->apply != nullptr) row->apply(options, value);
     }
     options.wordsBehindDashes = static_cast<std::size_t>(argc - optind);
     for (; optind < argc; ++optind)

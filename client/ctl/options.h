@@ -44,8 +44,9 @@ struct OptionRow {
     char letter;             // 0: none
     std::string_view value;  // "S"; "[S]": may be left out; empty: takes none
     std::string_view summary;
-    void (*apply)(Options& options, const std::string& value);  // may throw a Failure
-    std::string_view choices = {};                              // "auto|always|never", for completion
+    bool Options::*flag;                                                  // what it sets
+    void (*apply)(Options& options, const std::string& value) = nullptr;  // may throw a Failure
+    std::string_view choices = {};                                        // "auto|always|never", for completion
 };
 [[nodiscard]] std::span<const OptionRow> OptionRows();
 

@@ -18,16 +18,14 @@ void Print(std::FILE* file, const std::string& text) {
     (void)std::fputs(text.c_str(), file);
 }
 
-bool IsSet(const char* variable) {
-    const char* value = getenv(variable);
-    return value != nullptr && value[0] != '\0' && std::string_view(value) != "0";
-}
-
 bool WantsColour(const Options& options, std::FILE* out) {
+    const auto value = [](const char* variable) {
+        return std::string(getenv(variable) != nullptr ? getenv(variable) : "");
+    };
     if (options.colour != "auto") return options.colour == "always";
-    const char* noColour = getenv("NO_COLOR");
-    if (noColour != nullptr && noColour[0] != '\0') return false;
-    return IsSet("CLICOLOR_FORCE") || isatty(fileno(out)) != 0;
+    if (!value("NO_COLOR").empty()) return false;
+    const std::string forced = value("CLICOLOR_FORCE");
+    return (!forced.empty() && forced != "0") || isatty(fileno(out)) != 0;
 }
 
 int ShowFailure(const Failure& failure, bool asJson, std::FILE* err) {

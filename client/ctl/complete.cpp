@@ -6,14 +6,12 @@ namespace {
 
 // The option that waits for a value behind this word. Not one whose value may be left out.
 const OptionRow* WaitingOption(const std::string& word) {
-    const auto rows = OptionRows();
-    const auto found = std::find_if(rows.begin(), rows.end(), [&](const OptionRow& row) {
-        const bool isLong = !row.name.empty() && word == Format("--{}", row.name);
-        const bool isShort =
-            row.letter != 0 && word.size() > 1 && word[0] == '-' && word[1] != '-' && word.back() == row.letter;
-        return !row.value.empty() && row.value[0] != '[' && (isLong || isShort);
-    });
-    return found == rows.end() ? nullptr : &*found;
+    const bool isShort = word.size() > 1 && word[0] == '-' && word[1] != '-';
+    for (const OptionRow& row : OptionRows()) {
+        if (row.value.empty() || row.value[0] == '[') continue;
+        if (word == Format("--{}", row.name) || (isShort && word.back() == row.letter)) return &row;
+    }
+    return nullptr;
 }
 
 // The words without options and their values.
@@ -41,12 +39,9 @@ void AddToken(const Token& token, std::vector<std::string>& offers) {
 std::vector<std::string> Offers(const std::vector<std::string>& before) {
     std::vector<std::string> offers;
     if (before.empty()) return KnownValues("OBJECT");
-    if (before.size() == 1) {
-        for (const Object* object : Objects()) {
-            if (object->name != before[0]) continue;
-            for (const std::string_view verb : VerbsOf(*object))
-                offers.emplace_back(verb);
-        }
+    for (const Object* object : Objects()) {
+        const auto verbs = VerbsOf(*object);
+        if (before.size() == 1 && object->name == before[0]) offers.assign(verbs.begin(), verbs.end());
     }
     try {
         const Selection selection = SelectCommand(before);
@@ -83,7 +78,7 @@ std::vector<std::string> Complete(const std::vector<std::string>& words) {
     } else {
         offers = last.starts_with('-') ? OptionNames() : Offers(PlainWords(before));
     }
-    std::sort(offers.begin(), offers.end());
+    std::ranges::sort(offers);
     offers.erase(std::unique(offers.begin(), offers.end()), offers.end());
     std::erase_if(offers, [&](const std::string& offer) { return !offer.starts_with(last); });
     return offers;

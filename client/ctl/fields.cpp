@@ -1,7 +1,5 @@
 #include "client/ctl/fields.h"
 
-#include <arpa/inet.h>
-
 namespace tessel::ctl {
 
 namespace {
@@ -20,19 +18,16 @@ u64 NumberAt(ByteSpan bytes, std::size_t offset, std::size_t width) {
     return width == sizeof(u64) ? Read<u64>(bytes, offset) : Read<u32>(bytes, offset);
 }
 
-Json WordOf(std::span<const Word> words, u64 number, const Json& otherwise) {
-    const auto found =
-        std::find_if(words.begin(), words.end(), [&](const Word& word) { return word.number == number; });
-    return found == words.end() ? otherwise : NullIfEmpty(std::string(found->text));
+// A number's word, or the number where it has none.
+template <typename Number>
+Json WordOf(std::span<const Word> words, Number number) {
+    const auto found = std::ranges::find(words, static_cast<u32>(number), &Word::number);
+    return found == words.end() ? Json(number) : NullIfEmpty(std::string(found->text));
 }
 
 std::string TextAt(ByteSpan bytes, std::size_t offset, std::size_t limit) {
     const ByteSpan text = bytes.subspan(offset, std::min(limit, bytes.size() - offset));
     return {text.begin(), std::find(text.begin(), text.end(), u8{0})};
-}
-
-Network HostAt(ByteSpan bytes, std::size_t offset) {
-    return HostOf(Read<TNetGateway>(bytes, offset));
 }
 
 Json FilterValue(TNetIpFilter filter, Kind kind) {
@@ -43,48 +38,16 @@ Json FilterValue(TNetIpFilter filter, Kind kind) {
     return NullIfEmpty(last.empty() ? NetworkText(NetworkOf(filter.tStart, static_cast<i32>(filter.dwPrefixLen))) : "");
 }
 
-Json DecodeFields(std::span<const Field> fields, ByteSpan bytes, std::size_t position);
+Json ValueAt(const Field& field, Kind kind, ByteSpan bytes, std::size_t offset, std::size_t position);
 
-// A list of records keeps its places when it has no count: those whose first value is missing are none.
-Json ListValue(const Field& field, ByteSpan bytes);
-
-Json ValueAt(const Field& field, Kind kind, ByteSpan bytes, std::size_t offset, std::size_t position) {
-    switch (kind) {
-        case Kind::kUnsigned: {
-            const u64 number = NumberAt(bytes, offset, field.bytes);
-            return WordOf(field.words, number, number);
-        }
-        case Kind::kSigned: {
-            const auto number = Read<i32>(bytes, offset);
-            return WordOf(field.words, static_cast<u32>(number), number);
-        }
-        case Kind::kText:
-            return NullIfEmpty(TextAt(bytes, offset, field.bytes));
-        case Kind::kTail:
-            return NullIfEmpty(TextAt(bytes, offset, bytes.size()));
-        case Kind::kFlag:
-            return NumberAt(bytes, offset, field.bytes) == field.other;
-        case Kind::kAddress:
-            return NullIfEmpty(HostText(HostAt(bytes, offset)));
-        case Kind::kNetwork:
-            return NetworkText(NetworkOf(Read<TNetGateway>(bytes, offset), Read<i32>(bytes, field.other)));
-        case Kind::kFilterNetwork:
-        case Kind::kFilterRange:
-            return FilterValue(Read<TNetIpFilter>(bytes, offset), kind);
-        case Kind::kPrefixed:
-            return NetworkText(NetworkOf(Read<TNetIpAddr>(bytes, offset)));
-        case Kind::kIpv4:
-            return Format("{}.{}.{}.{}", bytes[offset], bytes[offset + 1], bytes[offset + 2], bytes[offset + 3]);
-        case Kind::kMac:
-            return MacText(Read<Mac>(bytes, offset));
-        case Kind::kList:
-            return ListValue(field, bytes);
-        case Kind::kPosition:
-            return WordOf(field.words, position, position);
-    }
-    return nullptr;
+Json DecodeFields(std::span<const Field> fields, ByteSpan bytes, std::size_t position) {
+    Json values = Json::object();
+    for (const Field& field : fields)
+        values[std::string(field.name)] = ValueAt(field, field.kind, bytes, field.offset, position);
+    return values;
 }
 
+// A list of records keeps its places when it has no count: those whose first value is missing are none.
 Json ListValue(const Field& field, ByteSpan bytes) {
     Json list = Json::array();
     const bool isCounted = field.other != kNoCount;
@@ -100,11 +63,37 @@ Json ListValue(const Field& field, ByteSpan bytes) {
     return list;
 }
 
-Json DecodeFields(std::span<const Field> fields, ByteSpan bytes, std::size_t position) {
-    Json values = Json::object();
-    for (const Field& field : fields)
-        values[std::string(field.name)] = ValueAt(field, field.kind, bytes, field.offset, position);
-    return values;
+Json ValueAt(const Field& field, Kind kind, ByteSpan bytes, std::size_t offset, std::size_t position) {
+    switch (kind) {
+        case Kind::kUnsigned:
+            return WordOf(field.words, NumberAt(bytes, offset, field.bytes));
+        case Kind::kSigned:
+            return WordOf(field.words, Read<i32>(bytes, offset));
+        case Kind::kText:
+            return NullIfEmpty(TextAt(bytes, offset, field.bytes));
+        case Kind::kTail:
+            return NullIfEmpty(TextAt(bytes, offset, bytes.size()));
+        case Kind::kFlag:
+            return NumberAt(bytes, offset, field.bytes) == field.other;
+        case Kind::kAddress:
+            return NullIfEmpty(HostText(HostOf(Read<TNetGateway>(bytes, offset))));
+        case Kind::kNetwork:
+            return NetworkText(NetworkOf(Read<TNetGateway>(bytes, offset), Read<i32>(bytes, field.other)));
+        case Kind::kFilterNetwork:
+        case Kind::kFilterRange:
+            return FilterValue(Read<TNetIpFilter>(bytes, offset), kind);
+        case Kind::kPrefixed:
+            return NetworkText(NetworkOf(Read<TNetIpAddr>(bytes, offset)));
+        case Kind::kIpv4:
+            return Format("{}.{}.{}.{}", bytes[offset], bytes[offset + 1], bytes[offset + 2], bytes[offset + 3]);
+        case Kind::kMac:
+            return MacText(Read<Mac>(bytes, offset));
+        case Kind::kList:
+            return ListValue(field, bytes);
+        case Kind::kPosition:
+            return WordOf(field.words, position);
+    }
+    return nullptr;
 }
 
 // Of a record within a list the values alone.
@@ -138,36 +127,18 @@ std::string DescriptionText(const Json& description) {
 }
 
 std::string TypeText(const Field& field) {
-    constexpr std::size_t kByteBits = 8;
+    // By kind. Of numbers and texts the size follows.
+    constexpr std::string_view kNames[] = {"u",       "i",       "char",      "text",      "u",
+                                           "address", "address", "IP filter", "IP filter", "address with length",
+                                           "u",       "u8[6]",   "",          "record"};
+    static_assert(std::size(kNames) == static_cast<std::size_t>(Kind::kPosition) + 1);
+    const std::string_view name = kNames[static_cast<std::size_t>(field.kind)];
+    if (name == "u" || name == "i") return Format("{}{}", name, field.bytes * 8);
+    if (field.kind == Kind::kText) return Format("{}[{}]", name, field.bytes);
+    if (field.kind != Kind::kList) return std::string(name);
     Field element = field;
     element.kind = field.elementKind;
-    switch (field.kind) {
-        case Kind::kUnsigned:
-        case Kind::kFlag:
-        case Kind::kIpv4:
-            return Format("u{}", field.bytes * kByteBits);
-        case Kind::kSigned:
-            return Format("i{}", field.bytes * kByteBits);
-        case Kind::kText:
-            return Format("char[{}]", field.bytes);
-        case Kind::kTail:
-            return "text";
-        case Kind::kList:
-            return Format("{} x {}", field.elements, field.elementFields.empty() ? TypeText(element) : "record");
-        case Kind::kAddress:
-        case Kind::kNetwork:
-            return "address";
-        case Kind::kFilterNetwork:
-        case Kind::kFilterRange:
-            return "IP filter";
-        case Kind::kPrefixed:
-            return "address with length";
-        case Kind::kMac:
-            return "u8[6]";
-        case Kind::kPosition:
-            break;
-    }
-    return "record";
+    return Format("{} x {}", field.elements, field.elementFields.empty() ? TypeText(element) : "record");
 }
 
 void AddFields(const Record& record, std::string_view before, Rows& rows) {

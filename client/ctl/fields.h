@@ -31,7 +31,6 @@ struct Word {
 
 struct Field {
     std::string_view name;  // for people and in documents
-    std::string_view member;
     Kind kind;
     std::size_t offset;
     std::size_t bytes;  // of a list: of one element

@@ -4,10 +4,6 @@ namespace tessel::ctl {
 
 namespace {
 
-constexpr std::string_view kDefaultObject = "status";
-constexpr std::string_view kDefaultVerb = "show";
-constexpr std::string_view kSameAsShow[] = {"list", "status"};
-
 // The names that `word` may stand for: the one that it is, else all that begin with it.
 std::vector<std::string_view> NamesFor(std::string_view word, const std::vector<std::string_view>& names) {
     std::vector<std::string_view> found;
@@ -32,40 +28,32 @@ Failure NotOne(std::string_view word, std::string_view what, const std::vector<s
     return Refused(word, "may be " + Joined(found, " or "));
 }
 
-std::vector<std::string> From(const std::vector<std::string>& words, std::size_t first) {
-    return {words.begin() + static_cast<std::ptrdiff_t>(std::min(first, words.size())), words.end()};
-}
-
 bool IsKeywordOf(const std::vector<const Command*>& rows, const std::string& word) {
-    return std::any_of(rows.begin(), rows.end(), [&](const Command* row) {
-        const Match match = MatchWords(row->words, {});
-        return std::any_of(match.expected.begin(), match.expected.end(),
-                           [&](const Token& token) { return token.isKeyword && token.name == word; });
+    return std::ranges::any_of(rows, [&](const Command* row) {
+        const auto expected = MatchWords(row->words, {}).expected;
+        return std::ranges::any_of(expected, [&](const Token& token) { return token.isKeyword && token.name == word; });
     });
 }
 
 Selection SelectVerb(const Object& object, const std::vector<std::string>& words) {
     const auto verbs = VerbsOf(object);
-    auto verbless = RowsOf(object, "");
-    const auto shown = RowsOf(object, kDefaultVerb);
+    const auto verbless = RowsOf(object, "");
+    const auto shown = RowsOf(object, "show");
+    const auto selected = [&](bool hasVerb, const std::vector<const Command*>& rows, int used) {
+        return Selection{&object, hasVerb, rows, {words.begin() + used, words.end()}};
+    };
     if (words.size() == 1 && !verbs.empty() && verbless.empty()) {
         if (shown.empty()) throw Refused(object.name, Format("a verb is missing ({})", Joined(verbs, ", ")));
-        return {.object = &object, .hasVerb = false, .rows = shown, .rest = {}};
+        return selected(false, shown, 1);
     }
-    if (verbs.empty() || words.size() == 1)
-        return {.object = &object, .hasVerb = true, .rows = std::move(verbless), .rest = From(words, 1)};
+    if (verbs.empty() || words.size() == 1) return selected(true, verbless, 1);
     const std::string& word = words[1];
     const auto found = NamesFor(word, verbs);
-    if (found.size() == 1)
-        return {.object = &object, .hasVerb = true, .rows = RowsOf(object, found[0]), .rest = From(words, 2)};
-    if (!shown.empty()) {
-        const bool isAlias = std::find(std::begin(kSameAsShow), std::end(kSameAsShow), word) != std::end(kSameAsShow);
-        if (isAlias) return {.object = &object, .hasVerb = true, .rows = shown, .rest = From(words, 2)};
-        if (IsKeywordOf(shown, word))
-            return {.object = &object, .hasVerb = false, .rows = shown, .rest = From(words, 1)};
-    }
-    if (found.empty() && !verbless.empty())
-        return {.object = &object, .hasVerb = true, .rows = std::move(verbless), .rest = From(words, 1)};
+    if (found.size() == 1) return selected(true, RowsOf(object, found[0]), 2);
+    const bool isSameAsShow = word == "list" || word == "status";
+    if (isSameAsShow && !shown.empty()) return selected(true, shown, 2);
+    if (IsKeywordOf(shown, word)) return selected(false, shown, 1);
+    if (found.empty() && !verbless.empty()) return selected(true, verbless, 1);
     throw NotOne(Format("{} {}", object.name, word), "verb", found, verbs);
 }
 
@@ -76,13 +64,13 @@ const Object& FindObject(std::string_view word) {
         objects.push_back(object->name);
     const auto found = NamesFor(word, objects);
     if (found.size() != 1) throw NotOne(word, "object", found, objects);
-    return *Objects()[static_cast<std::size_t>(std::find(objects.begin(), objects.end(), found[0]) - objects.begin())];
+    return **std::ranges::find(Objects(), found[0], &Object::name);
 }
 
 }  // namespace
 
 Selection SelectCommand(const std::vector<std::string>& words) {
-    if (words.empty()) return SelectVerb(FindObject(kDefaultObject), {std::string(kDefaultObject)});
+    if (words.empty()) return SelectCommand({"status"});
     return SelectVerb(FindObject(words[0]), words);
 }
 

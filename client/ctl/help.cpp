@@ -25,10 +25,8 @@ std::string UsageOf(const Object& object, const Command& command) {
 }
 
 std::string KindsOf(std::string_view patterns) {
-    Rows rows;
-    for (const auto& [kind, text] : KindsIn(patterns))
-        rows.push_back({kind, text});
-    return rows.empty() ? "" : "\nwords\n" + Indented(std::move(rows));
+    const Rows rows = KindsIn(patterns);
+    return rows.empty() ? "" : "\nwords\n" + Indented(rows);
 }
 
 std::string HelpOnEverything() {
@@ -76,25 +74,20 @@ std::string HelpOnCommand(const Object& object, const Command& command) {
     if (!command.background.empty()) text += Format("{}\n", command.background);
     Rows messages;
     for (const u32 code : command.codes) {
-        const Message* message = FindMessage(code);
-        if (message != nullptr) AddMessage(*message, messages);
+        if (const Message* message = FindMessage(code)) AddMessage(*message, messages);
     }
     if (!messages.empty()) text += "\nrequests\n" + Indented(std::move(messages));
-    text += KindsOf(command.words);
-    return text + (command.example.empty() ? "" : Format("\nexample\n  tesselctl {}\n", command.example));
+    return text + KindsOf(command.words) + Format("\nexample\n  tesselctl {}\n", command.example);
 }
 
-Outcome TextHelp(std::string text) {
-    Outcome outcome;
-    outcome.text = std::move(text);
-    outcome.document = outcome.text;
-    return outcome;
+Outcome TextHelp(const std::string& text) {
+    return {.document = text, .text = text};
 }
 
 Outcome HelpOn(const Invocation& invocation) {
     if (!invocation.words.Has("OBJECT")) return TextHelp(HelpOnEverything());
-    const std::string object = invocation.words.Text("OBJECT");
-    return TextHelp(HelpText({std::string(SelectCommand({object, "show"}).object->name)}));
+    const Object* object = SelectCommand({invocation.words.Text("OBJECT"), "show"}).object;
+    return TextHelp(HelpText({std::string(object->name)}));
 }
 
 Outcome HelpOnExit(const Invocation&) {
@@ -103,14 +96,11 @@ Outcome HelpOnExit(const Invocation&) {
 
 Outcome HelpOnProtocol(const Invocation& invocation) {
     Rows rows;
-    if (invocation.words.Has("CODE")) {
-        const Message* message = FindMessage(invocation.words.Get<u32>("CODE"));
-        if (message == nullptr) throw Refused(invocation.asked, "no request with a name has this code");
-        AddMessage(*message, rows);
-    } else {
-        for (const Message& message : Messages())
-            AddMessage(message, rows);
+    const u32* code = invocation.words.If<u32>("CODE");
+    for (const Message& message : Messages()) {
+        if (code == nullptr || *code == message.code) AddMessage(message, rows);
     }
+    if (rows.empty()) throw Refused(invocation.asked, "no request with a name has this code");
     return TextHelp(RenderRows(rows));
 }
 
@@ -136,7 +126,7 @@ std::string HelpText(const std::vector<std::string>& words) {
     } catch (const Failure&) {
         // A wrong or missing verb still names its object.
         const auto all = Objects();
-        const auto found = std::find_if(all.begin(), all.end(), [&](const Object* o) { return o->name == words[0]; });
+        const auto found = std::ranges::find(all, words[0], &Object::name);
         return found == all.end() ? HelpOnEverything() : HelpOnObject(**found);
     }
 }

@@ -7,9 +7,9 @@ namespace tessel::ctl {
 
 namespace {
 
-template <typename T>
-std::optional<Value> Held(std::optional<T> value) {
-    return value ? std::optional<Value>(std::move(*value)) : std::nullopt;
+template <auto kParse>
+std::optional<Value> Parsed(const std::string& word) {
+    return kParse(word);
 }
 
 std::optional<Value> OneWord(const std::string& word, std::size_t longest) {
@@ -34,7 +34,7 @@ std::optional<Value> Anything(const std::string& word) {
 // A gateway, a server, a peer: the zero address is none.
 std::optional<Value> Host(const std::string& word) {
     const auto host = ParseHost(word);
-    return host && !HostText(*host).empty() ? Held(host) : std::nullopt;
+    return host && !HostText(*host).empty() ? std::optional<Value>(*host) : std::nullopt;
 }
 
 // The kernel's xt_multiport takes 15 numbers, two for a range. Neither end of a range is left out.
@@ -51,20 +51,14 @@ std::optional<Value> Ports(const std::string& word) {
 
 std::optional<Value> Code(const std::string& word) {
     const Message* named = FindMessage(word);
-    return named != nullptr ? std::optional<Value>(named->code) : Held(ParseNumber(word));
+    return named != nullptr ? std::optional<Value>(named->code) : ParseNumber(word);
 }
 
-std::vector<std::string> CodeNames() {
+template <typename List, typename Element>
+std::vector<std::string> NamesOf(const List& list, std::string_view Element::*name) {
     std::vector<std::string> names;
-    for (const Message& message : Messages())
-        names.emplace_back(message.name);
-    return names;
-}
-
-std::vector<std::string> ObjectNames() {
-    std::vector<std::string> names;
-    for (const Object* object : Objects())
-        names.emplace_back(object->name);
+    for (const auto& element : list)
+        names.emplace_back(std::invoke(name, element));
     return names;
 }
 
@@ -80,24 +74,21 @@ constexpr WordKind kWordKinds[] = {
     {"IF", "name of an interface (1 to 15 characters)", "eth0", &Name, &InterfaceNames},
     {"NAME", "name (1 to 15 characters)", "dropbear", &Name},
     {"CHAIN", "name of a chain (1 to 28 characters)", "whitelist", &Chain},
-    {"N", "number", "100", [](const std::string& word) { return Held(ParseNumber(word)); }},
-    {"S", "time in seconds", "90, 10m or 1h", [](const std::string& word) { return Held(ParseSeconds(word)); }},
-    {"CODE", "code or name of a request", "addr_get", &Code, &CodeNames},
-    {"OBJECT", "object", "addr", &Anything, &ObjectNames},
-    {"A/L", "address with its length", "192.168.1.20/24",
-     [](const std::string& word) { return Held(ParseNetwork(word)); }},
+    {"N", "number", "100", &Parsed<ParseNumber>},
+    {"S", "time in seconds", "90, 10m or 1h", &Parsed<ParseSeconds>},
+    {"CODE", "code or name of a request", "addr_get", &Code, [] { return NamesOf(Messages(), &Message::name); }},
+    {"OBJECT", "object", "addr", &Anything, [] { return NamesOf(Objects(), &Object::name); }},
+    {"A/L", "address with its length", "192.168.1.20/24", &Parsed<ParseNetwork>},
     {"A", "address", "192.168.1.1 or fe80::1", &Host},
-    {"A-A", "range of addresses", "192.168.1.10-192.168.1.20",
-     [](const std::string& word) { return Held(ParseRange(word)); }},
-    {"M", "hardware address", "02:00:00:00:00:01", [](const std::string& word) { return Held(ParseMac(word)); }},
+    {"A-A", "range of addresses", "192.168.1.10-192.168.1.20", &Parsed<ParseRange>},
+    {"M", "hardware address", "02:00:00:00:00:01", &Parsed<ParseMac>},
     {"PORTS", "list of at most 15 ports", "80,443 or 1000:2000", &Ports},
 };
 
 constexpr WordKind kAnyWord{"", "word", "", &Anything};
 
 const WordKind& FindWordKind(std::string_view name) {
-    const auto* const found = std::find_if(std::begin(kWordKinds), std::end(kWordKinds),
-                                           [&](const WordKind& kind) { return kind.name == name; });
+    const auto* const found = std::ranges::find(kWordKinds, name, &WordKind::name);
     return found == std::end(kWordKinds) ? kAnyWord : *found;
 }
 
@@ -113,13 +104,9 @@ ParsedValue ParseValue(std::string_view kind, const std::string& word) {
     const u32* number = parsed.value ? std::get_if<u32>(&*parsed.value) : nullptr;
     if (number != nullptr && (*number < least || *number > most)) parsed.value.reset();
     if (parsed.value) return parsed;
-    if (word.empty()) {
-        parsed.problem = "an empty word";
-    } else if (parts.size() > 1) {
-        parsed.problem = Format("\"{}\" is no {} from {} to {}", word, found.text, least, most);
-    } else {
-        parsed.problem = Format("\"{}\" is no {}, such as {}", word, found.text, found.example);
-    }
+    parsed.problem = parts.size() > 1 ? Format("\"{}\" is no {} from {} to {}", word, found.text, least, most)
+                                      : Format("\"{}\" is no {}, such as {}", word, found.text, found.example);
+    if (word.empty()) parsed.problem = "an empty word";
     return parsed;
 }
 
@@ -127,17 +114,17 @@ std::vector<std::string> KnownValues(std::string_view kind) {
     return FindWordKind(kind.substr(0, kind.find(':'))).known();
 }
 
-std::vector<std::pair<std::string, std::string>> KindsIn(std::string_view pattern) {
+std::vector<std::vector<std::string>> KindsIn(std::string_view pattern) {
     std::string names(pattern);  // each between blanks, without the names of choices and the bounds of numbers
-    std::replace_if(
-        names.begin(), names.end(), [](char c) { return std::strchr("[]|.:", c) != nullptr; }, ' ');
+    std::ranges::replace_if(
+        names, [](char c) { return std::strchr("[]|.:", c) != nullptr; }, ' ');
     names = Format(" {} ", UsageWords(names));
-    std::vector<std::pair<std::string, std::string>> lines;
+    std::vector<std::vector<std::string>> rows;
     for (const WordKind& kind : kWordKinds) {
         if (names.find(Format(" {} ", kind.name)) != std::string::npos)
-            lines.emplace_back(kind.name, Format("{}, such as {}", kind.text, kind.example));
+            rows.push_back({std::string(kind.name), Format("{}, such as {}", kind.text, kind.example)});
     }
-    return lines;
+    return rows;
 }
 
 }  // namespace tessel::ctl

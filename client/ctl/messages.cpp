@@ -56,17 +56,14 @@ constexpr Message kMessages[] = {
     {TESSEL_CMD_ARP_ADD, "arp_add", kArp, kStatus, &ApidAddArp},
     {TESSEL_CMD_ARP_DEL, "arp_del", kArp, kStatus, &ApidDelArp},
     // Services
-    {TESSEL_CMD_SERVICE_STOP, "service_stop", kService, kStatus, nullptr,
-     "kills every process of that name (signal 9)"},
+    {TESSEL_CMD_SERVICE_STOP, "service_stop", kService, kStatus, nullptr, "kills every process of that name"},
     {TESSEL_CMD_CONFLICT_START, "conflict_start", kConflict, kStatus, nullptr, "switches reports on"},
     {TESSEL_CMD_CONFLICT_STOP, "conflict_stop", kConflict, kStatus, nullptr, "switches reports off"},
-    {TESSEL_CMD_DHCPC_START, "dhcpc_start", kDhcpcStart, kStatus, nullptr, "starts a DHCP client, or asks it to renew"},
-    {TESSEL_CMD_DHCPC_START_EX, "dhcpc_start_ex", kDhcpcStartEx, kStatus, nullptr,
-     "starts a DHCP client, or asks it to renew"},
+    {TESSEL_CMD_DHCPC_START, "dhcpc_start", kDhcpcStart, kStatus, nullptr, "starts a DHCP client, or renews"},
+    {TESSEL_CMD_DHCPC_START_EX, "dhcpc_start_ex", kDhcpcStartEx, kStatus, nullptr, "starts a DHCP client, or renews"},
     {TESSEL_CMD_DHCPC_STOP, "dhcpc_stop", kDhcpc, kStatus, nullptr, "ends the DHCP client"},
     {TESSEL_CMD_DHCPC_RENEW, "dhcpc_renew", kDhcpc, kStatus, nullptr, "does nothing"},
-    {TESSEL_CMD_DHCPS_START, "dhcps_start", kDhcpsStart, kStatus, nullptr,
-     "writes a configuration and starts a DHCP server"},
+    {TESSEL_CMD_DHCPS_START, "dhcps_start", kDhcpsStart, kStatus, nullptr, "configures and starts a DHCP server"},
     {TESSEL_CMD_DHCPS_STOP, "dhcps_stop", kDhcps, kStatus, nullptr, "ends the DHCP server"},
     {TESSEL_CMD_DHCPS_GET_STATUS, "dhcps_get_status", kDhcps, kStatus, nullptr, "looks at its own list"},
     {TESSEL_CMD_DHCPS_STOP_ALL, "dhcps_stop_all", kNothing, kStatus, nullptr, "kills every udhcpd"},
@@ -94,12 +91,6 @@ constexpr Message kMessages[] = {
     {TESSEL_CMD_STAT_STOP, "stat_stop", kNothing, kStatus, nullptr, "ends counting"},
 };
 
-template <typename Predicate>
-const Message* FindIf(Predicate matches) {
-    const auto* const found = std::find_if(std::begin(kMessages), std::end(kMessages), matches);
-    return found == std::end(kMessages) ? nullptr : found;
-}
-
 }  // namespace
 
 std::span<const Message> Messages() {
@@ -107,11 +98,13 @@ std::span<const Message> Messages() {
 }
 
 const Message* FindMessage(u32 code) {
-    return FindIf([&](const Message& message) { return message.code == code; });
+    const auto* const found = std::ranges::find(kMessages, code, &Message::code);
+    return found == std::end(kMessages) ? nullptr : found;
 }
 
 const Message* FindMessage(std::string_view name) {
-    return FindIf([&](const Message& message) { return message.name == name; });
+    const auto* const found = std::ranges::find(kMessages, name, &Message::name);
+    return found == std::end(kMessages) ? nullptr : found;
 }
 
 }  // namespace tessel::ctl

@@ -1,25 +1,18 @@
 #include "client/ctl/output.h"
 
-#include <cmath>
 #include <map>
 
 namespace tessel::ctl {
 
 namespace {
 
-// Words that stand for a state.
-struct Colour {
-    std::string_view word;
-    std::string_view code;
-};
-constexpr Colour kColours[] = {{"up", "32"},   {"on", "32"},           {"running", "32"},   {"down", "31"},
-                               {"off", "2"},   {"no carrier", "31"},   {"tentative", "31"}, {"failed", "31"},
-                               {"dead", "31"}, {"not answering", "31"}};
-
+// Words that stand for a state show it by their colour.
 std::string Coloured(const std::string& text) {
-    const auto* const found = std::find_if(std::begin(kColours), std::end(kColours),
-                                           [&](const Colour& colour) { return colour.word == text; });
-    return found == std::end(kColours) ? text : Format("\x1b[{}m{}\x1b[0m", found->code, text);
+    static const std::map<std::string_view, std::string_view> kColours = {
+        {"up", "32"},         {"on", "32"},        {"running", "32"}, {"down", "31"}, {"off", "2"},
+        {"no carrier", "31"}, {"tentative", "31"}, {"failed", "31"},  {"dead", "31"}, {"not answering", "31"}};
+    const auto found = kColours.find(text);
+    return found == kColours.end() ? text : Format("\x1b[{}m{}\x1b[0m", found->second, text);
 }
 
 // Columns are counted in characters: continuation bytes of UTF-8 take no room.
@@ -106,21 +99,6 @@ void FindRecords(const Json& document, const std::vector<std::string>& wanted, s
     if (found.size() == before && hasOwn) found.push_back(std::move(values));
 }
 
-struct Column {
-    std::string title;
-    std::string_view pattern;
-};
-
-std::vector<Column> ColumnsOf(std::string_view text) {
-    std::vector<Column> columns;
-    for (const std::string_view column : Split(text, '|')) {
-        const std::size_t blank = column.rfind(' ', column.find('{'));
-        const bool hasTitle = blank != std::string_view::npos;
-        columns.push_back({std::string(column.substr(0, hasTitle ? blank : 0)), column.substr(blank + 1)});
-    }
-    return columns;
-}
-
 // The names in braces.
 std::vector<std::string> FieldsIn(std::string_view pattern) {
     std::vector<std::string> fields;
@@ -129,8 +107,8 @@ std::vector<std::string> FieldsIn(std::string_view pattern) {
     return fields;
 }
 
-// Nothing when none of the fields has text. Blanks beside an empty field go with it.
-std::string Filled(std::string_view pattern, const Values& values) {
+// Nothing when none of the fields has text. Blanks beside an empty field go with it. A field that is missing is null.
+std::string Filled(std::string_view pattern, Values& values) {
     std::string text;
     bool hasText = false;
     while (!pattern.empty()) {
@@ -140,8 +118,7 @@ std::string Filled(std::string_view pattern, const Values& values) {
         const std::size_t close = pattern.find('}', open);
         const std::string name(pattern.substr(open + 1, close - open - 1));
         pattern.remove_prefix(close + 1);
-        const auto found = values.find(name);
-        const std::string value = found == values.end() ? "" : ShownText(name, found->second);
+        const std::string value = ShownText(name, values[name]);
         hasText = hasText || !value.empty();
         text += value;
         if (value.empty() && pattern.starts_with(' ')) pattern.remove_prefix(1);
@@ -153,7 +130,6 @@ std::string Filled(std::string_view pattern, const Values& values) {
 }  // namespace
 
 std::string RenderRows(const Rows& rows, bool withColour) {
-    constexpr std::size_t kGap = 2;
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {
         if (row.size() > widths.size()) widths.resize(row.size(), 0);
@@ -169,7 +145,7 @@ std::string RenderRows(const Rows& rows, bool withColour) {
                 pending = 0;
                 text += withColour ? Coloured(row[i]) : row[i];
             }
-            if (widths[i] > 0) pending += widths[i] - WidthOf(row[i]) + kGap;
+            if (widths[i] > 0) pending += widths[i] - WidthOf(row[i]) + 2;
         }
         text += "\n";
     }
@@ -177,20 +153,18 @@ std::string RenderRows(const Rows& rows, bool withColour) {
 }
 
 std::string RenderTable(const Json& document, std::string_view columns, bool withHeader, bool withColour) {
-    const auto all = ColumnsOf(columns);
-    std::vector<std::string> titles;
-    for (const Column& column : all)
-        titles.push_back(column.title);
     std::vector<Values> records;
     FindRecords(document, FieldsIn(columns), records);
-    const bool hasTitles = std::any_of(titles.begin(), titles.end(), [](const auto& title) { return !title.empty(); });
-    Rows rows;
-    if (withHeader && hasTitles && !records.empty()) rows.push_back(titles);
-    for (const Values& values : records) {
-        auto& row = rows.emplace_back();
-        for (const Column& column : all)
-            row.push_back(Filled(column.pattern, values));
+    std::vector<std::string> titles;
+    Rows rows(records.size());
+    for (const std::string_view column : Split(columns, '|')) {
+        const std::size_t blank = column.rfind(' ', column.find('{'));
+        titles.emplace_back(column.substr(0, blank == std::string_view::npos ? 0 : blank));
+        for (std::size_t i = 0; i < rows.size(); ++i)
+            rows[i].push_back(Filled(column.substr(blank + 1), records[i]));
     }
+    const bool hasTitles = !Joined(titles, "").empty();
+    if (withHeader && hasTitles && !rows.empty()) rows.insert(rows.begin(), titles);
     return RenderRows(rows, withColour);
 }
 
@@ -206,17 +180,14 @@ std::optional<std::string> RenderFields(const Json& document, const std::vector<
     const bool hasRecords = document.is_object() || IsListOfRecords(document);
     const bool hasEmptyList = Dumped(document).find("[]") != std::string::npos;  // whose records might have it
     for (const std::string& field : fields) {
-        const bool isKnown =
-            std::any_of(records.begin(), records.end(), [&](auto& one) { return one.contains(field); });
+        const bool isKnown = std::ranges::any_of(records, [&](auto& one) { return one.contains(field); });
         if (!isKnown && hasRecords && (records.empty() || !hasEmptyList)) return std::nullopt;
     }
     std::string text;
-    for (const Values& values : records) {
+    for (Values& values : records) {
         std::vector<std::string> line;
-        for (const std::string& field : fields) {
-            const auto found = values.find(field);
-            line.push_back(found == values.end() ? "" : PlainText(found->second));
-        }
+        for (const std::string& field : fields)
+            line.push_back(PlainText(values[field]));
         text += Joined(line, "\t") + "\n";
     }
     return text;
@@ -229,9 +200,7 @@ std::string FillTemplate(std::string_view text, const Json& record) {
 }
 
 std::string HumanKib(long kib) {
-    constexpr long kKibPerMib = 1024;
-    if (kib < kKibPerMib) return Format("{} KiB", kib);
-    return Format("{:.1f} MiB", static_cast<double>(kib) / kKibPerMib);
+    return kib < 1024 ? Format("{} KiB", kib) : Format("{:.1f} MiB", static_cast<double>(kib) / 1024);
 }
 
 std::string HumanDuration(long seconds) {
@@ -245,16 +214,11 @@ std::string HumanDuration(long seconds) {
 }
 
 std::string HumanRate(long long bitsPerSecond) {
-    constexpr int kStep = 1000;
-    if (bitsPerSecond < kStep) return Format("{} bit/s", bitsPerSecond);
-    double rate = static_cast<double>(bitsPerSecond) / kStep;
-    const char* unit = "kbit/s";
-    for (const char* next : {"Mbit/s", "Gbit/s"}) {
-        if (rate < kStep) break;
-        rate /= kStep;
-        unit = next;
-    }
-    return Format("{:.1f} {}", rate, unit);
+    const auto rate = static_cast<double>(bitsPerSecond);
+    if (rate < 1e3) return Format("{} bit/s", bitsPerSecond);
+    if (rate < 1e6) return Format("{:.1f} kbit/s", rate / 1e3);
+    if (rate < 1e9) return Format("{:.1f} Mbit/s", rate / 1e6);
+    return Format("{:.1f} Gbit/s", rate / 1e9);
 }
 
 }  // namespace tessel::ctl

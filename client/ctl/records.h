@@ -20,19 +20,19 @@ constexpr Kind KindOf() {
 
 // Text up to the payload's end.
 constexpr Field Tail(std::string_view name, std::size_t recordBytes) {
-    return {.name = name, .member = {}, .kind = Kind::kTail, .offset = recordBytes, .bytes = 0};
+    return {.name = name, .kind = Kind::kTail, .offset = recordBytes, .bytes = 0};
 }
 
 // The interface that an element of a list is about, by its place.
 constexpr Field Position(std::string_view name, std::span<const Word> words) {
-    return {.name = name, .member = {}, .kind = Kind::kPosition, .offset = 0, .bytes = 0, .other = 0, .words = words};
+    return {.name = name, .kind = Kind::kPosition, .offset = 0, .bytes = 0, .other = 0, .words = words};
 }
 
 // Offsets and sizes are those of the records' own declarations. R is the record that RECORD stands for.
 #define MEMBER_TYPE(member) decltype(std::declval<R&>().member)
-#define KIND(name, kind, member, ...)                                                      \
-    Field {                                                                                \
-        name, #member, kind, offsetof(R, member), sizeof(MEMBER_TYPE(member)), __VA_ARGS__ \
+#define KIND(name, kind, member, ...)                                             \
+    Field {                                                                       \
+        name, kind, offsetof(R, member), sizeof(MEMBER_TYPE(member)), __VA_ARGS__ \
     }
 #define MEMBER(name, member)       KIND(name, KindOf<MEMBER_TYPE(member)>(), member, )
 #define WORDS(name, member, words) KIND(name, KindOf<MEMBER_TYPE(member)>(), member, 0, words)
@@ -41,7 +41,7 @@ constexpr Field Position(std::string_view name, std::span<const Word> words) {
 #define FAMILY(member) WORDS("family", member, kFamilies)
 #define LIST(name, member, count, ...)                                                                           \
     Field {                                                                                                      \
-        name, #member, Kind::kList, offsetof(R, member), sizeof(std::declval<R&>().member[0]), count, {},        \
+        name, Kind::kList, offsetof(R, member), sizeof(std::declval<R&>().member[0]), count, {},                 \
             std::extent_v<MEMBER_TYPE(member)>, KindOf<std::remove_extent_t<MEMBER_TYPE(member)>>(), __VA_ARGS__ \
     }
 #define RECORD(table, record, ...)                        \

@@ -6,12 +6,6 @@
 
 namespace tessel::ctl {
 
-namespace {
-
-constexpr u32 kByteBits = 8;
-
-}  // namespace
-
 std::optional<Network> ParseHost(std::string_view text) {
     const bool isIpv4 = text.find(':') == std::string_view::npos;
     Network network{.family = isIpv4 ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6};
@@ -63,11 +57,9 @@ std::optional<u32> ParseNumber(std::string_view text) {
 }
 
 std::optional<u32> ParseSeconds(std::string_view text) {
-    constexpr u32 kMinute = 60;
-    constexpr u32 kHour = 60 * kMinute;
     u32 unit = 1;
-    if (text.ends_with('m')) unit = kMinute;
-    if (text.ends_with('h')) unit = kHour;
+    if (text.ends_with('m')) unit = 60;
+    if (text.ends_with('h')) unit = 60 * 60;
     if (unit != 1 || text.ends_with('s')) text.remove_suffix(1);
     const auto number = ParseNumber(text);
     if (!number || *number > ~u32{0} / unit) return std::nullopt;
@@ -112,22 +104,21 @@ std::string FamilyName(int family) {
 }
 
 Network Masked(Network network) {
-    for (u32 bit = network.length; bit < network.bytes.size() * kByteBits; ++bit)
-        network.bytes[bit / kByteBits] &= static_cast<u8>(~(0x80U >> bit % kByteBits));
+    for (u32 bit = network.length; bit < network.bytes.size() * 8; ++bit)
+        network.bytes[bit / 8] &= static_cast<u8>(~(0x80U >> bit % 8));
     return network;
 }
 
 Network LastOf(Network network) {
     for (u32 bit = network.length; bit < network.FullLength(); ++bit)
-        network.bytes[bit / kByteBits] |= static_cast<u8>(0x80U >> bit % kByteBits);
+        network.bytes[bit / 8] |= static_cast<u8>(0x80U >> bit % 8);
     return network;
 }
 
-bool Covers(const Network& outer, const Network& inner) {
+bool Covers(const Network& outer, Network inner) {
     if (outer.family != inner.family || outer.length > inner.length) return false;
-    Network cut = inner;
-    cut.length = outer.length;
-    return Masked(cut).bytes == Masked(outer).bytes;
+    inner.length = outer.length;
+    return Masked(inner) == Masked(outer);
 }
 
 TNetGateway GatewayOf(const Network& network) {

@@ -57,7 +57,7 @@ using PortList = std::vector<std::pair<u32, u32>>;
 [[nodiscard]] Network Masked(Network network);
 [[nodiscard]] Network LastOf(Network network);
 // True when every address of `inner` is one of `outer`.
-[[nodiscard]] bool Covers(const Network& outer, const Network& inner);
+[[nodiscard]] bool Covers(const Network& outer, Network inner);
 
 // Between values and records of include/tessel/. An IPv4 address whose family a record leaves out is one all the same.
 [[nodiscard]] TNetGateway GatewayOf(const Network& network);
@@ -80,7 +80,7 @@ struct ParsedValue {
 // Values worth offering in completion, as far as they can be listed.
 [[nodiscard]] std::vector<std::string> KnownValues(std::string_view kind);
 
-// A line on each kind that occurs in `pattern`, for help: "A/L  an address with its length, such as 192.168.1.20/24".
-[[nodiscard]] std::vector<std::pair<std::string, std::string>> KindsIn(std::string_view pattern);
+// A row on each kind that occurs in `pattern`, for help: "A/L", "address with its length, such as 192.168.1.20/24".
+[[nodiscard]] std::vector<std::vector<std::string>> KindsIn(std::string_view pattern);
 
 }  // namespace tessel::ctl

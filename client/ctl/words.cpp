@@ -4,8 +4,6 @@ namespace tessel::ctl {
 
 namespace {
 
-constexpr std::string_view kInterfaceKeyword = "dev";
-
 // Words that come together: a keyword with its values, or a single value.
 struct Item {
     std::vector<Token> tokens;
@@ -56,20 +54,18 @@ std::vector<Item> ParsePattern(std::string_view pattern) {
 
 // How well a wrong word fits a kind: the message names the one that fits best.
 int Likeness(std::string_view kind, const std::string& word) {
-    const bool hasSlash = word.find('/') != std::string::npos;
-    const bool hasDot = word.find('.') != std::string::npos;
-    const bool hasDash = word.find('-') != std::string::npos;
+    const auto has = [&](char c) { return word.find(c) != std::string::npos; };
     const auto colons = std::count(word.begin(), word.end(), ':');
-    if (kind == "A/L") return hasSlash ? 3 : 0;
-    if (kind == "M") return colons == 5 && !hasDot && !hasSlash ? 2 : 0;
-    if (kind == "A-A") return hasDash && hasDot ? 2 : 0;
-    return kind == "A" && (hasDot || colons > 1) ? 1 : 0;
+    if (kind == "A/L") return has('/') ? 3 : 0;
+    if (kind == "M") return colons == 5 && !has('.') && !has('/') ? 2 : 0;
+    if (kind == "A-A") return has('-') && has('.') ? 2 : 0;
+    return kind == "A" && (has('.') || colons > 1) ? 1 : 0;
 }
 
 ParsedValue ValueOf(const Token& token, const std::string& word) {
     if (token.choices.empty()) return ParseValue(token.name, word);
     std::vector<std::string_view> names = token.choices;
-    std::transform(names.begin(), names.end(), names.begin(), &WithoutBounds);
+    std::ranges::transform(names, names.begin(), &WithoutBounds);
     ParsedValue wrong{.value = std::nullopt, .problem = Format("\"{}\" is none of {}", word, Joined(names, ", "))};
     int best = 0;
     for (const std::string_view choice : token.choices) {
@@ -88,12 +84,10 @@ ParsedValue ValueOf(const Token& token, const std::string& word) {
 }
 
 std::string Described(const Item& item) {
-    std::string text;
-    for (const Token& token : item.tokens) {
-        if (!text.empty()) text += ' ';
-        text += token.choices.empty() ? std::string(WithoutBounds(token.name)) : Joined(token.choices, "|");
-    }
-    return text;
+    std::vector<std::string> texts;
+    for (const Token& token : item.tokens)
+        texts.push_back(token.choices.empty() ? std::string(WithoutBounds(token.name)) : Joined(token.choices, "|"));
+    return Joined(texts, " ");
 }
 
 class Matcher {
@@ -103,15 +97,12 @@ class Matcher {
     Match Run() {
         while (next_ < words_.size()) {
             Item* item = ItemFor(words_[next_]);
-            if (item == nullptr) {
-                (void)Stop(problem_.empty() ? Format("\"{}\" is one word too many", words_[next_]) : problem_);
-                return std::move(match_);
-            }
-            if (!Take(*item)) return std::move(match_);
+            if (problem_.empty()) problem_ = Format("\"{}\" is one word too many", words_[next_]);
+            const bool isTaken = item == nullptr ? Stop(problem_) : Take(*item);
+            if (!isTaken) return std::move(match_);
         }
         NoteExpected();
-        const auto missing = std::find_if(items_.begin(), items_.end(),
-                                          [](const Item& item) { return !item.isUsed && !item.isOptional; });
+        const auto missing = std::ranges::find_if(items_, [](auto& item) { return !item.isUsed && !item.isOptional; });
         match_.isComplete = missing == items_.end();
         if (!match_.isComplete) (void)Stop(Described(*missing) + " is missing");
         return std::move(match_);
@@ -131,7 +122,7 @@ class Matcher {
             if (problem_.empty()) problem_ = value.problem;
         }
         for (Item& item : items_) {
-            const bool isInterface = item.tokens.size() == 2 && item.First().name == kInterfaceKeyword;
+            const bool isInterface = item.tokens.size() == 2 && item.First().name == "dev";
             if (isInterface && !item.isUsed && ParseValue(item.tokens[1].name, word).value) return &item;
         }
         return nullptr;
@@ -187,13 +178,12 @@ class Matcher {
 }  // namespace
 
 const Words::Entry* Words::Find(std::string_view key) const {
-    const auto found =
-        std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) { return entry.key == key; });
+    const auto found = std::ranges::find(entries_, key, &Entry::key);
     return found == entries_.end() ? nullptr : &*found;
 }
 
 bool IsKind(std::string_view word) {
-    return std::any_of(word.begin(), word.end(), [](unsigned char c) { return std::isupper(c) != 0; });
+    return std::ranges::any_of(word, [](unsigned char c) { return std::isupper(c) != 0; });
 }
 
 std::string UsageWords(std::string_view pattern) {

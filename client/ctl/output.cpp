@@ -199,14 +199,14 @@ std::string FillTemplate(std::string_view text, const Json& record) {
     return Filled(text, values);
 }
 
-std::string HumanKib(long kib) {
+std::string HumanKib(long long kib) {
     return kib < 1024 ? Format("{} KiB", kib) : Format("{:.1f} MiB", static_cast<double>(kib) / 1024);
 }
 
-std::string HumanDuration(long seconds) {
-    constexpr long kMinute = 60;
-    constexpr long kHour = 60 * kMinute;
-    constexpr long kDay = 24 * kHour;
+std::string HumanDuration(long long seconds) {
+    constexpr long long kMinute = 60;
+    constexpr long long kHour = 60 * kMinute;
+    constexpr long long kDay = 24 * kHour;
     if (seconds >= kDay) return Format("{}d {}h", seconds / kDay, seconds % kDay / kHour);
     if (seconds >= kHour) return Format("{}h {}m", seconds / kHour, seconds % kHour / kMinute);
     if (seconds >= kMinute) return Format("{}m {}s", seconds / kMinute, seconds % kMinute);

@@ -24,8 +24,8 @@ using Rows = std::vector<std::vector<std::string>>;
 [[nodiscard]] std::string FillTemplate(std::string_view text, const Json& record);
 
 // "12.3 MiB", "1d 2h", "12.3 Mbit/s".
-[[nodiscard]] std::string HumanKib(long kib);
-[[nodiscard]] std::string HumanDuration(long seconds);
+[[nodiscard]] std::string HumanKib(long long kib);
+[[nodiscard]] std::string HumanDuration(long long seconds);
 [[nodiscard]] std::string HumanRate(long long bitsPerSecond);
 
 }  // namespace tessel::ctl

@@ -12,7 +12,6 @@ bool HasAddress(const Json& addresses, const std::string& text) {
     return std::any_of(addresses.begin(), addresses.end(), [&](const Json& one) { return AddressText(one) == text; });
 }
 
-// Completes an interface's document by the addresses that the daemon did not report.
 void AddFromKernel(Json& document, int family, Outcome& outcome) {
     const std::string name = TextOf(document, "interface");
     const std::string foreign = ForeignKernel();
@@ -53,8 +52,7 @@ Outcome PerformOn(const Invocation& invocation, Change change, const std::vector
         Json link = KernelLink(name);
         std::string cut;
         for (const Json& address : link["addresses"]) {
-            const auto own = ParseNetwork(AddressText(address));
-            if (cut.empty() && own && isUnwanted(address)) cut = CutsSessionAt(*own);
+            if (cut.empty() && isUnwanted(address)) cut = CutsSessionAt(*ParseNetwork(AddressText(address)));
         }
         return cut;
     };
@@ -193,8 +191,7 @@ Outcome Announce(const Invocation& invocation) {
     memcpy(&number, target.bytes.data(), sizeof(number));
     Change change{.send = [&] { return isStop ? tessel_arp_announce_stop() : tessel_arp_announce_start(number); }};
     change.read = [&] { return Json{{"address", NullIfEmpty(text)}}; };
-    change.done =
-        Format("eth0 asks for {} every 3 to 4 minutes, unless it does so for another (arp announce stop)", text);
+    change.done = Format("eth0 asks for {} every 3 to 4 minutes, or goes on for another (arp announce stop)", text);
     if (isStop) change.done = "nothing is announced any more";
     return Perform(invocation, change);
 }
@@ -208,13 +205,11 @@ constexpr Command kAddrCommands[] = {
         .Sends(TESSEL_CMD_IPADDR_ADD, TESSEL_CMD_IPADDR_GET),
     Row("del", "A/L dev IF", &ChangeOne<false>, "delete an address", "addr del 192.168.1.21/24 dev eth0")
         .Sends(TESSEL_CMD_IPADDR_DEL, TESSEL_CMD_IPADDR_GET),
-    FamilyRow("set", "A/L... dev IF", &SetAddr, "replace the addresses of a family",
-              "addr set dev eth0 192.168.1.20/24")
+    FamilyRow("set", "A/L... dev IF", &SetAddr, "replace a family's addresses", "addr set dev eth0 192.168.1.20/24")
         .Sends(TESSEL_CMD_IPADDR_SET, TESSEL_CMD_IPADDR_GET)
         .More("Of the families of the addresses. IPv6 addresses that are link-local or learnt stay."),
-    FamilyRow("flush", "dev IF", &Flush, "remove all addresses of one family or both", "addr flush dev eth0 -6")
-        .Sends(TESSEL_CMD_IPADDR_FLUSH, TESSEL_CMD_IPADDR_GET)
-        .More("IPv6 link-local addresses stay."),
+    FamilyRow("flush", "dev IF", &Flush, "remove addresses (IPv6: not link-local ones)", "addr flush dev eth0 -6")
+        .Sends(TESSEL_CMD_IPADDR_FLUSH, TESSEL_CMD_IPADDR_GET),
 };
 
 constexpr Command kArpCommands[] = {

@@ -48,10 +48,9 @@ Json DefaultRoutes(const std::string& interfaceName, int family, u32 table) {
     Json found = Json::array();
     const int daemon = tessel_daemon_pid();
     if (daemon != 0 && SharesOurNetwork(daemon) == false) return found;
-    Json members{{"destination", "default"}};
-    if (!interfaceName.empty()) members["interface"] = interfaceName;
     for (const Json& route : KernelRoutes(family, table)) {
-        if (HasAll(route, members)) found.push_back(route);
+        const bool isThere = interfaceName.empty() || route.at("interface") == interfaceName;
+        if (isThere && route.at("destination") == "default") found.push_back(route);
     }
     return found;
 }
@@ -97,7 +96,7 @@ Outcome PerformEntry(const Invocation& invocation, const EntryChange& entry) {
     const Json before = entry.list();
     const Json present = FindIn(before, entry.matched);
     const std::string already = present.is_null() ? "" : "there is already " + entry.text(present);
-    Change change{.send = entry.send};
+    Change change{.send = entry.send, .readsKernel = true};
     change.guard = [&] {
         const bool isIt = entry.isAdded || present.is_null() || HasAll(present, entry.meant);
         return isIt ? "" : "the kernel would delete " + entry.text(present);
@@ -108,7 +107,6 @@ Outcome PerformEntry(const Invocation& invocation, const EntryChange& entry) {
         const std::string why = entry.cause ? entry.cause() : "";
         return why.empty() && !entry.isAdded ? Format("there is no such {}", entry.what) : why;
     };
-    change.readsKernel = true;
     change.read = [&]() -> Json {
         // The kernel may have the same rule more than once.
         const Json now = entry.list();

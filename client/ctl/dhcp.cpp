@@ -18,6 +18,7 @@ struct Client {
     int withDns;                                     // as tessel_dhcpc_start() takes it
     std::optional<ListeningProcess> listening = {};  // who gets the leases
     i32 pid = getpid();                              // of that one, as its socket's name has it
+    std::string before = {};                         // what to say of the client that is asked before this one
 
     [[nodiscard]] bool Runs() const {
         const char* const program = family == TESSEL_FAMILY_INET6 ? "udhcpc6" : "udhcpc";
@@ -28,10 +29,11 @@ struct Client {
         return tessel_dhcpc_start(family, interface.c_str(), withDns, receiver);
     }
     [[nodiscard]] std::string WhyNotStarted() const {
-        std::string missing = MissingInterface(interface);
         const char* const other = family == TESSEL_FAMILY_INET6 ? ", or there is no link-local address" : "";
-        if (!missing.empty()) return missing;
-        return Format("no {} client came up on {} within some seconds{}", FamilyName(family), interface, other);
+        std::string why = MissingInterface(interface);
+        if (why.empty())
+            why = Format("no {} client came up on {} within some seconds", FamilyName(family), interface) + other;
+        return why + before;
     }
 };
 
@@ -52,14 +54,13 @@ std::vector<Client> ClientsOf(const Invocation& invocation, bool haveToRun) {
             client.pid = static_cast<i32>(*pid);
             client.listening = FindListeningProcess(name);
         }
+        if (!clients.empty()) client.before = "; the inet client was started and goes on";
         if (!haveToRun || invocation.options.force || client.Runs()) clients.push_back(std::move(client));
     }
     if (!clients.empty()) return clients;
-    throw Refused(invocation.asked,
-                  Format("no DHCP client runs on {} (start one: tesselctl dhcp start {})", interface, interface));
+    throw Refused(invocation.asked, Format("no DHCP client runs on {0} (dhcp start {0})", interface));
 }
 
-// One request after the other.
 Outcome PerformEach(const Invocation& invocation, const std::vector<Client>& clients, const std::string& done,
                     const std::function<int(const Client&)>& send,
                     const std::function<std::string(const Client&)>& cause) {
@@ -107,26 +108,31 @@ Outcome StartDhcp(const Invocation& invocation) {
     const auto clients = ClientsOf(invocation, false);
     const Words& words = invocation.words;
     if (words.Has("watch") || words.Has("wait-lease")) return WatchLeases(invocation, clients);
-    const auto receiver = [&](const Client& client) {
-        return static_cast<i32>(words.Get<u32>("notify-pid", static_cast<u32>(client.pid)));
-    };
-    const auto send = [&](const Client& client) { return client.Start(receiver(client)); };
+    const auto named = static_cast<i32>(words.Get<u32>("notify-pid", 0));
+    const auto send = [&](const Client& client) { return client.Start(named != 0 ? named : client.pid); };
     Outcome outcome = PerformEach(invocation, clients, "DHCP client started", send, &Client::WhyNotStarted);
     for (const Client& client : clients) {
         if (!client.listening) continue;
-        const bool isKept = receiver(client) == client.pid;
-        outcome.notes.push_back(Format("{} {} the leases of {} {}", ListeningText(*client.listening),
-                                       isKept ? "still gets" : "no longer gets", client.interface,
-                                       FamilyName(client.family)));
+        const char* const gets = named == 0 || named == client.pid ? "still gets" : "no longer gets";
+        outcome.notes.push_back(Format("{} {} the leases of {} {}", ListeningText(*client.listening), gets,
+                                       client.interface, FamilyName(client.family)));
     }
     return outcome;
 }
 
 Outcome StopDhcp(const Invocation& invocation) {
-    return PerformEach(
-        invocation, ClientsOf(invocation, false), "no DHCP client",
-        [](const Client& client) { return tessel_dhcpc_stop(client.family, client.interface.c_str()); },
-        [](const Client& client) { return Format("the {} client had ended by itself", FamilyName(client.family)); });
+    std::vector<std::string> families;
+    const auto send = [&](const Client& client) {
+        if (client.Runs()) families.push_back(FamilyName(client.family));
+        return tessel_dhcpc_stop(client.family, client.interface.c_str());
+    };
+    const auto cause = [](const Client& client) {
+        return FamilyName(client.family) + ": its client had ended by itself";
+    };
+    Outcome outcome = PerformEach(invocation, ClientsOf(invocation, false), "no DHCP client ran", send, cause);
+    if (!families.empty())
+        outcome.done = Format("{}: DHCP client stopped ({})", invocation.words.Text("IF"), Joined(families, ", "));
+    return outcome;
 }
 
 Outcome RenewDhcp(const Invocation& invocation) {
@@ -155,12 +161,11 @@ Outcome StartNtp(const Invocation& invocation) {
     const auto send = [&] { return tessel_ntp_start(&record, interval); };
     if (invocation.words.Has("watch"))
         return RunWatch(invocation, {.sockets = {{.name = SocketOf(server.family), .start = send}}});
-    Change change{.send = send};
+    Change change{.send = send, .read = [&] { return Json{{"address", HostText(server)}, {"interval_s", interval}}; }};
     change.cause = [&] {
         const int digit = server.family == TESSEL_FAMILY_INET6 ? 6 : 4;
         return Format("an NTP client of {} runs already (ntp stop -{})", FamilyName(server.family), digit);
     };
-    change.read = [&] { return Json{{"address", HostText(server)}, {"interval_s", interval}}; };
     change.done = Format("{} is asked for the time every {} (\"ntp watch\" shows the answers)", HostText(server),
                          HumanDuration(interval));
     return Perform(invocation, change);
@@ -188,10 +193,8 @@ Outcome CheckServer(const Invocation& invocation) {
     if (error != TESSEL_E_FAILED) Require(invocation.asked, error);
     Outcome outcome{.document = {{"address", HostText(server)}, {"answered", error == TESSEL_OK}},
                     .done = HostText(server) + " answers"};
-    if (error != TESSEL_OK) {
-        outcome.failure = Failure(kExitFailed, "no_answer",
-                                  invocation.asked + ": no answer within 100 ms (a slow server fails this check)");
-    }
+    if (error != TESSEL_OK)
+        outcome.failure = Failure(kExitFailed, "no_answer", invocation.asked + ": no answer within 100 ms");
     return outcome;
 }
 
@@ -206,10 +209,9 @@ constexpr Command kDhcpCommands[] = {
     FamilyRow("start", "IF [dns SWITCH=on|off] [watch] [wait-lease] [notify-pid N:1-4194304]", &StartDhcp,
               "start a DHCP client, or take over the one that runs", "dhcp start eth0 -4 wait-lease")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_START_EX)
-        .More("Leases are reported to one process: the one that listens, the one that \"notify-pid\" names, or "
-              "tesselctl with \"watch\" (until interrupted) or \"wait-lease\" (until the first, or --timeout)."),
-    FamilyRow("stop", "IF", &StopDhcp, "end the DHCP client of an interface", "dhcp stop eth0")
-        .Sends(TESSEL_CMD_DHCPC_STOP),
+        .More("One process gets the leases: the one that listens, the one that \"notify-pid\" names, or tesselctl "
+              "with \"watch\" (until interrupted) or \"wait-lease\" (until the first, or --timeout)."),
+    FamilyRow("stop", "IF", &StopDhcp, "end the DHCP client", "dhcp stop eth0").Sends(TESSEL_CMD_DHCPC_STOP),
     FamilyRow("renew", "IF [native]", &RenewDhcp, "have the client that runs renew its lease", "dhcp renew eth0 -4")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_RENEW)
         .More("Repeats the start, which is what works; \"native\" sends the request that is meant for it."),
@@ -221,16 +223,14 @@ constexpr Command kDhcpCommands[] = {
 constexpr Command kNtpCommands[] = {
     Row("start", "A every S:1- [watch]", &StartNtp, "keep the clock in step", "ntp start 192.168.1.5 every 1h")
         .Sends(TESSEL_CMD_NTPC_START)
-        .More("Sets the system's clock and the hardware's, at once and then every so often. There is one client of "
-              "each family, which goes on when \"watch\" ends."),
+        .More("Sets the system's clock and the hardware's. Each family has one client; it outlives \"watch\"."),
     FamilyRow("stop", "", &StopNtp, "leave the clock alone", "ntp stop")
         .Sends(TESSEL_CMD_NTPC_STOP)
         .More("Takes up to 11 seconds while a server is waited for."),
     Row("check", "A", &CheckServer, "ask a server once, without setting the clock", "ntp check 192.168.1.5")
         .Sends(TESSEL_CMD_NTPC_CHECK)
         .More("A server that needs more than 100 ms counts as one that does not answer."),
-    FamilyRow("watch", "", &WatchNtp, "show each answer as it comes, and each failure", "ntp watch")
-        .More("Starts and stops nothing."),
+    FamilyRow("watch", "", &WatchNtp, "only show answers and failures as they come", "ntp watch"),
 };
 
 }  // namespace

@@ -77,8 +77,7 @@ Outcome StartDhcpd(const Invocation& invocation) {
     };
     change.wrong = [&](const Json& now) {
         if (!now["pid"].is_null()) return std::string();
-        return Format("no {} runs for it any more: has {} an address? (dhcpd stop {} before the next start)", kServer,
-                      name, name);
+        return Format("no {0} runs for it any more: has {1} an address? (dhcpd stop {1} first)", kServer, name);
     };
     change.done = Format("{}   {} are handed out", name, range);
     return Perform(invocation, change);
@@ -90,11 +89,13 @@ Outcome StopAll(const Invocation& invocation) {
         const std::string what = Format("every {} ({}), also those of others", kServer, PidsText(pids));
         Agree(invocation, "Kill " + what, "it would kill " + what);
     }
-    Change change{.send = &tessel_dhcpd_stop_all};
-    change.read = [] { return Json{{"pids", AwaitProcesses(kServer, false)}}; };
-    change.wrong = [](const Json& now) { return now["pids"].empty() ? "" : "one still runs"; };
-    change.done = Format("every {} ended ({})", kServer, PidsText(pids));
-    return Perform(invocation, change);
+    return Perform(invocation, {.send = &tessel_dhcpd_stop_all,
+                                .read =
+                                    [] {
+                                        return Json{{"pids", AwaitProcesses(kServer, false)}};
+                                    },
+                                .wrong = [](const Json& now) { return now["pids"].empty() ? "" : "one still runs"; },
+                                .done = Format("every {} ended ({})", kServer, PidsText(pids))});
 }
 
 Outcome StopDhcpd(const Invocation& invocation) {

@@ -7,7 +7,6 @@ namespace tessel::ctl {
 
 namespace {
 
-// Where a default route is meant to be.
 struct Place {
     [[nodiscard]] Json Ask(int family) const {
         return DaemonGateway(invocation.asked, name, family, table);
@@ -96,8 +95,7 @@ Outcome SetGateway(const Invocation& invocation) {
     if (isInet6 && place.name.empty()) throw Refused(invocation.asked, "an IPv6 gateway needs its interface (dev IF)");
     const std::string old = kReplaces ? TextOf(place.Ask(gateway.family), "gateway") : "";
     const std::string why = !kReplaces && invocation.options.dryRun ? WhyNotSet(place, gateway) : "";
-    Change change;
-    change.send = [&] {
+    const auto send = [&] {
         if (!old.empty()) Require(invocation.asked, place.Delete(gateway.family));
         const int error = place.Set(gateway);
         if (error == TESSEL_OK || old.empty()) return error;
@@ -105,11 +103,10 @@ Outcome SetGateway(const Invocation& invocation) {
         // Without an answer it is not certain what there is now.
         const bool isBack = error == TESSEL_E_FAILED && place.Set(*ParseHost(old)) == TESSEL_OK;
         const std::string left = isBack ? Format("The old gateway {} is set again", old) : old + " was deleted before";
-        const char* const stop = failure.message.ends_with('.') ? "" : ".";
-        throw Failure(failure.exit, failure.error, Format("{}{} {}", failure.message, stop, left));
+        throw Failure(failure.exit, failure.error, Format("{} ({})", failure.message, left));
     };
+    Change change{.send = send, .guard = [&] { return CutsSessionOn(place.name); }};
     change.done = Format("{}   gateway {} set", place.owner, text);
-    change.guard = [&] { return CutsSessionOn(place.name); };
     change.cause = [&] { return WhyNotSet(place, gateway); };
     change.read = [&] {
         Json now = place.Ask(gateway.family);
@@ -139,8 +136,7 @@ Outcome DelGateway(const Invocation& invocation) {
     for (const int family : FamiliesOf(invocation.options)) {
         const std::string old = TextOf(place.Ask(family), "gateway");
         if (old.empty() && place.Kernel(family).empty()) continue;
-        Change change{.send = [&] { return place.Delete(family); }};
-        change.guard = [&] { return CutsSessionOn(place.name); };
+        Change change{.send = [&] { return place.Delete(family); }, .guard = [&] { return CutsSessionOn(place.name); }};
         change.read = [&] { return place.Ask(family); };
         change.wrong = [&](const Json& now) {
             const bool isThere = !old.empty() && now.at("gateway") == old;
@@ -168,8 +164,8 @@ constexpr Command kGatewayCommands[] = {
     Row("set", "A [dev IF] [table N:1-2147483647]", &SetGateway<false>, "add a default route, and read it back",
         "gateway set 192.168.1.1 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_SET, TESSEL_CMD_GATEWAY_GET)
-        .More("IPv4 fails where there is one of the same metric: use \"gateway replace\". The metric is the "
-              "interface's priority. IPv6 needs the interface and takes the place of the one in the main table."),
+        .More("The metric is the interface's priority: IPv4 fails where another has it (\"gateway replace\"). IPv6 "
+              "needs the interface and takes the place of the one in the main table."),
     FamilyRow("del", "[dev IF] [table N:1-2147483647]", &DelGateway, "delete default routes", "gateway del dev eth0 -4")
         .Sends(TESSEL_CMD_GATEWAY_DEL, TESSEL_CMD_GATEWAY_GET)
         .More("Without an interface: the first IPv4 one, and all IPv6 ones."),

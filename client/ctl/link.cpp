@@ -42,8 +42,7 @@ Outcome SetMtu(const Invocation& invocation) {
     constexpr u32 kInet6Least = 1280;  // RFC 8200
     const std::string name = invocation.words.Text("IF");
     const auto mtu = invocation.words.Get<u32>("mtu");
-    Change change{.send = [&] { return tessel_mtu_set(name.c_str(), mtu); }};
-    change.done = Format("{}   mtu {}", name, mtu);
+    Change change{.send = [&] { return tessel_mtu_set(name.c_str(), mtu); }, .done = Format("{}   mtu {}", name, mtu)};
     change.guard = [&] {
         const auto session = GuardedSession(invocation.options);
         const bool isInet6 = session && session->peer.family == TESSEL_FAMILY_INET6;
@@ -54,9 +53,7 @@ Outcome SetMtu(const Invocation& invocation) {
         return missing.empty() ? name + " does not take this size" : missing;
     };
     change.read = [&] { return ShowMtu(invocation).document; };
-    change.wrong = [&](const Json& now) {
-        return now.at("mtu") == mtu ? "" : Format("the MTU is {}", NumberOf(now, "mtu"));
-    };
+    change.wrong = [&](const Json& now) { return now["mtu"] == mtu ? "" : Format("it is {}", NumberOf(now, "mtu")); };
     return Perform(invocation, change);
 }
 
@@ -83,11 +80,10 @@ Outcome SetMac(const Invocation& invocation) {
     if ((mac[0] & 1) != 0) why = "is a multicast address (its first byte is odd)";
     if (text == "ff:ff:ff:ff:ff:ff") why = "is the broadcast address";
     if (!why.empty()) throw Refused(invocation.asked, Format("{} {}: no interface can have it", text, why));
-    Change change{.send = [&] { return tessel_mac_set(name.c_str(), mac.data()); }};
+    Change change{.send = [&] { return tessel_mac_set(name.c_str(), mac.data()); }, .readsKernel = true};
     change.done = Format("{}   mac {}", name, text);
     change.guard = [&] { return CutsSessionOn(name); };
     change.cause = [&] { return MissingInterface(name); };
-    change.readsKernel = true;
     change.read = [&] { return Json{{"interface", name}, {"mac", TextOf(KernelLink(name), "mac")}}; };
     change.wrong = [&](const Json& now) { return now.at("mac") == text ? "" : "the address is " + TextOf(now, "mac"); };
     return Perform(invocation, change);
@@ -108,10 +104,8 @@ Outcome ShowPriority(const Invocation& invocation) {
     return outcome;
 }
 
-// Throws unless the list may be sent.
 void CheckNames(const Invocation& invocation, const std::vector<std::string>& names, const Json& before) {
-    if (names.size() > TESSEL_PRIORITIES_MAX)
-        throw Refused(invocation.asked, Format("{} interfaces at most", int{TESSEL_PRIORITIES_MAX}));
+    if (names.size() > TESSEL_PRIORITIES_MAX) throw Refused(invocation.asked, "10 interfaces at most");
     for (const std::string& name : names) {
         if (std::count(names.begin(), names.end(), name) > 1) throw Refused(invocation.asked, name + " is named twice");
         const auto first = std::find_if(before.begin(), before.end(), [&](const Json& entry) {
@@ -151,9 +145,8 @@ Outcome SetPriority(const Invocation& invocation) {
     Change change{.send = [&] { return tessel_priority_set(&list); }};
     change.guard = [&] {
         std::string missing;
-        for (const std::string& name : names) {
-            if (before.empty() && missing.empty()) missing = MissingInterface(name);
-        }
+        for (const std::string& name : names)
+            missing = before.empty() && missing.empty() ? MissingInterface(name) : missing;
         return missing.empty() ? "" : missing + ", and the first list fixes the interfaces until the daemon restarts";
     };
     change.read = [&] {
@@ -162,12 +155,11 @@ Outcome SetPriority(const Invocation& invocation) {
         for (std::size_t i = 0; i < names.size(); ++i) {
             const Json priority = FindIn(after, "interface", names[i])["metric"];
             const Json route = DefaultRoutes(names[i], TESSEL_FAMILY_INET)[0];
-            const std::string remark = RemarkOn(priority, metrics[i], routes[i], route);
             results.push_back({{"interface", names[i]},
                                {"previous", FindIn(before, "interface", names[i])["metric"]},
                                {"priority", priority},
                                {"taken", priority == metrics[i]},
-                               {"remark", NullIfEmpty(remark)}});
+                               {"remark", NullIfEmpty(RemarkOn(priority, metrics[i], routes[i], route))}});
         }
         return results;
     };
@@ -188,15 +180,11 @@ constexpr Command kLinkCommands[] = {
     Row("show", "[IF]", &ShowLink, "state, MTU and hardware address", "link show eth0")
         .Sends(TESSEL_CMD_IPADDR_SHOW, TESSEL_CMD_MTU_GET)
         .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}")
-        .More("Of interfaces without an Ethernet address (lo, ppp0) the daemon reports the MTU only; the rest comes "
-              "from the kernel. There is no \"link set eth0 up\" or \"down\": the daemon switches no interface."),
+        .More("Without an Ethernet address (lo, ppp0) all but the MTU is the kernel's. Nothing switches one off."),
     Row("mtu", "IF", &ShowMtu, "the largest packet in bytes", "link mtu eth0")
         .Sends(TESSEL_CMD_MTU_GET)
         .Columns(" {mtu}"),
-    Row("mac", "IF", &ShowMac, "the hardware address", "link mac eth0")
-        .Sends(TESSEL_CMD_MACADDR_GET)
-        .Columns(" {mac}")
-        .More("The daemon cannot read one whose first byte is 22."),
+    Row("mac", "IF", &ShowMac, "the hardware address", "link mac eth0").Sends(TESSEL_CMD_MACADDR_GET).Columns(" {mac}"),
     Row("set", "IF mac M", &SetMac, "set the hardware address, and read it back", "link set eth0 mac 02:00:00:00:00:01")
         .Sends(TESSEL_CMD_MACADDR_SET),
     Row("set", "IF mtu N:68-65536", &SetMtu, "set the largest packet, and read it back", "link set eth0 mtu 1400")
@@ -211,15 +199,12 @@ constexpr Command kPriorityCommands[] = {
         "set metrics of interfaces (lower wins), and read them back", "priority set eth0 10 eth1 20")
         .Sends(TESSEL_CMD_PRIORITY_SET, TESSEL_CMD_PRIORITY_GET)
         .Columns("INTERFACE {interface}|BEFORE {previous}|NOW {priority}|REMARK {remark}")
-        .More("The first time since the daemon's start fixes the set of interfaces. IPv4 default routes move to "
-              "their new metric at once; for a moment there is none."),
+        .More("The first list fixes the interfaces until the daemon restarts. IPv4 default routes move at once."),
 };
 
 }  // namespace
 
-extern const Object kLink = {
-    .name = "link", .summary = "state, MTU, hardware address (switches none up or down)", .commands = kLinkCommands};
-extern const Object kPriority = {
-    .name = "priority", .summary = "which uplink is preferred", .commands = kPriorityCommands};
+extern const Object kLink = {.name = "link", .summary = "state, MTU and hardware address", .commands = kLinkCommands};
+extern const Object kPriority = {.name = "priority", .summary = "the preferred uplink", .commands = kPriorityCommands};
 
 }  // namespace tessel::ctl

@@ -48,10 +48,8 @@ Outcome Send(const Invocation& invocation) {
 }
 
 constexpr Command kRawCommands[] = {
-    Row("", "CODE [DATA]", &Send, "send any request and show the bytes of the reply",
-        "raw mtu_get 65746830000000000000000000000000")
-        .More("A code is a number or a name (help protocol). Data are hexadecimal digits, @FILE or - for standard "
-              "input. For codes without a name, --reply says how long the reply is."),
+    Row("", "CODE [DATA]", &Send, "send any request, show the reply", "raw mtu_get 65746830000000000000000000000000")
+        .More("CODE: a number or a name (help protocol). DATA: hex digits, @FILE or -. A number may need --reply."),
 };
 
 }  // namespace

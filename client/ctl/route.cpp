@@ -25,27 +25,24 @@ Outcome ShowRoute(const Invocation& invocation) {
     for (Json& route : routes)
         route.update({{"table", kMainTable}, {"reported_by", "daemon"}});
     Outcome outcome;
-    bool isCut = routes.size() == TESSEL_ROUTES_MAX;
+    const Json reported = routes;
     const std::string foreign = invocation.options.kernel ? ForeignKernel() : "";
     if (!foreign.empty()) outcome.notes.push_back("the kernel was not asked: " + foreign);
-    if (invocation.options.kernel && foreign.empty()) {
-        const Json reported = routes;
-        for (Json& route : RoutesIn(family, kMainTable)) {
-            // The daemon reads no gateway of the other family (RFC 5549), and reports none then.
-            Json withoutGateway = route;
-            withoutGateway["gateway"] = nullptr;
-            if (!FindIn(reported, route).is_null() || !FindIn(reported, withoutGateway).is_null()) continue;
-            route["reported_by"] = "kernel";
-            routes.push_back(route);
-        }
-        isCut = false;
+    const bool isWhole = invocation.options.kernel && foreign.empty();
+    const bool isCut = !isWhole && reported.size() == TESSEL_ROUTES_MAX;
+    for (Json& route : isWhole ? RoutesIn(family, kMainTable) : Json::array()) {
+        // The daemon reads no gateway of the other family (RFC 5549), and reports none then.
+        Json withoutGateway = route;
+        withoutGateway["gateway"] = nullptr;
+        if (!FindIn(reported, route).is_null() || !FindIn(reported, withoutGateway).is_null()) continue;
+        route["reported_by"] = "kernel";
+        routes.push_back(route);
     }
     if (isCut) outcome.notes.emplace_back("10 routes are shown, there may be more (--kernel shows all)");
     outcome.document = {{"routes", routes}, {"truncated", isCut}};
     return outcome;
 }
 
-// The route that the words describe.
 struct MeantRoute {
     explicit MeantRoute(const Invocation& invocation)
         : name(invocation.words.Text("dev")),
@@ -54,13 +51,11 @@ struct MeantRoute {
         constexpr u32 kInet6Default = 1024;  // IPv6 has none of 0 (IP6_RT_PRIO_USER)
         const auto& network = invocation.words.Get<Network>("A/L");
         const std::string text = NetworkText(network);
+        const std::string meant = NetworkText(Masked(network));
         u32 metric = invocation.words.Get<u32>(invocation.words.Has("N") ? "N" : "metric", 0);
-        if (gateway.family != network.family)
-            throw Refused(invocation.asked, "destination and gateway are of two families");
-        if (Masked(network) != network) {
-            const std::string meant = NetworkText(Masked(network));
+        if (gateway.family != network.family) throw Refused(invocation.asked, "route and gateway are of two families");
+        if (meant != text)
             throw Refused(invocation.asked, Format("{} is no network but an address in {}", text, meant));
-        }
         memcpy(record.achDevName, name.data(), name.size());
         record.tDestIpNet = GatewayOf(network);
         record.tGateway = GatewayOf(gateway);
@@ -79,8 +74,8 @@ struct MeantRoute {
     // Why the daemon's -1 when the kernel has none that goes this way.
     [[nodiscard]] std::string WhyMissing() const {
         std::string missing = MissingInterface(name);
-        const Json other = FindIn(Kernel(), "destination", way.at("destination"));
         if (!missing.empty()) return missing;
+        const Json other = FindIn(Kernel(), "destination", way.at("destination"));
         return other.is_null() ? "there is no such route" : "there is only " + RouteText(other);
     }
 
@@ -96,11 +91,10 @@ struct MeantRoute {
 // A change of one of several that go the same way leaves the others alone.
 void NoteOthers(const MeantRoute& meant, Outcome& outcome) {
     if (outcome.failure || outcome.document.is_null()) return;
-    std::vector<std::string> texts;
     for (const Json& route : meant.Kernel()) {
-        if (HasAll(route, meant.way) && route != outcome.document) texts.push_back(RouteText(route));
+        const bool isOther = HasAll(route, meant.way) && route != outcome.document;
+        if (isOther) outcome.notes.push_back("still there: " + RouteText(route));
     }
-    if (!texts.empty()) outcome.notes.push_back("still there: " + Joined(texts, ", "));
 }
 
 template <bool kIsAdded>
@@ -123,7 +117,7 @@ Outcome ChangeRoute(const Invocation& invocation) {
 Outcome SetMetric(const Invocation& invocation) {
     const MeantRoute meant(invocation);
     const Json before = FindIn(meant.Kernel(), meant.way);
-    Change change{.send = [&] { return tessel_route_metric_set(&meant.record); }};
+    Change change{.send = [&] { return tessel_route_metric_set(&meant.record); }, .readsKernel = true};
     change.guard = [&] {
         const Json other = FindIn(meant.Kernel(), meant.inTheWay);
         if (other.is_null() || before.is_null() || before == other) return std::string();
@@ -135,7 +129,6 @@ Outcome SetMetric(const Invocation& invocation) {
         const bool isLost = FindIn(meant.Kernel(), before).is_null();
         return std::string(isLost ? "the route was deleted and could not be added again" : "");
     };
-    change.readsKernel = true;
     change.read = [&] { return FindIn(meant.Kernel(), meant.itself); };
     change.wrong = [](const Json& now) { return now.is_null() ? "the kernel has no such route" : ""; };
     change.done = RouteText(meant.itself) + "   set";
@@ -156,7 +149,6 @@ Json Ipv4Rules() {
     return KernelRules(TESSEL_FAMILY_INET);
 }
 
-// Of the catch-all rule of a table.
 template <bool kIsAdded>
 Outcome ChangeTable(const Invocation& invocation) {
     const auto table = invocation.words.Get<u32>("N");
@@ -165,15 +157,13 @@ Outcome ChangeTable(const Invocation& invocation) {
     const Json matched = kIsAdded ? rule : Json{{"table", table}};
     Outcome outcome = PerformEntry(invocation, {kIsAdded, "rule", &Ipv4Rules, &RuleText, send, rule, matched});
     if (table >= kMainTable - 1 && table <= kMainTable + 1)
-        outcome.notes.push_back(
-            Format("table {} is one of the kernel's own (253 default, 254 main, 255 local)", table));
+        outcome.notes.push_back(Format("table {} is one of the kernel's own (253 to 255)", table));
     return outcome;
 }
 
 Outcome ShowRule(const Invocation& invocation) {
-    const Options& options = invocation.options;
-    Outcome outcome{.document = KernelRules(FamilyOf(options))};
-    if (options.json || !options.fields.empty()) return outcome;
+    Outcome outcome{.document = KernelRules(FamilyOf(invocation.options))};
+    if (invocation.options.json || !invocation.options.fields.empty()) return outcome;
     for (Json& rule : outcome.document) {
         if (!rule["fwmark"].is_null()) rule["fwmark"] = Format("{:#x}", NumberOf(rule, "fwmark"));
     }
@@ -187,8 +177,7 @@ Outcome ChangeRule(const Invocation& invocation) {
     const auto mark = words.Get<u32>("fwmark", 0);
     const auto preference = words.Get<u32>("pref", 0);
     const auto table = words.Get<u32>("table", 0);
-    if (source.family != TESSEL_FAMILY_INET)
-        throw Refused(invocation.asked, "the daemon makes and deletes IPv4 rules only");
+    if (source.family != TESSEL_FAMILY_INET) throw Refused(invocation.asked, "the daemon makes IPv4 rules only");
     TNetIpRule record{};
     record.tSrcIpNet = GatewayOf(source);
     record.nPrefixLen = static_cast<i32>(source.length);
@@ -216,8 +205,7 @@ constexpr Command kRouteCommands[] = {
         .Sends(TESSEL_CMD_ROUTE_GET_ALL)
         .Columns("DESTINATION {destination}|GATEWAY {gateway}|INTERFACE {interface}|METRIC {metric}|REPORTED BY "
                  "{reported_by}")
-        .More("The daemon reports 10 routes of the main table at most, IPv4 first; a full list is marked. --kernel "
-              "adds the others: further ones, default routes, and networks on the link."),
+        .More("Ten of the main table at most, IPv4 first. --kernel adds further ones, default routes and links."),
     Row("add", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &ChangeRoute<true>,
         "add a route, and look for it in the kernel", "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5")
         .Sends(TESSEL_CMD_ROUTE_ADD)
@@ -243,13 +231,11 @@ constexpr Command kTableCommands[] = {
 
 constexpr Command kRuleCommands[] = {
     FamilyRow("show", "", &ShowRule, "the kernel's rules, in the order in which they are asked", "rule show -4")
-        .Columns("PREF {pref}|FROM {from}|FWMARK {fwmark}|TABLE {table}|FAMILY {family}|MARKS {other_conditions}")
-        .More("The daemon is not asked: it reports no rules."),
+        .Columns("PREF {pref}|FROM {from}|FWMARK {fwmark}|TABLE {table}|FAMILY {family}|MARKS {other_conditions}"),
     Row("add", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<true>,
         "let a source network ask a routing table", "rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100")
         .Sends(TESSEL_CMD_RULE_ADD)
-        .More("IPv4 only. Without fwmark, or with fwmark 0, the rule holds whatever the mark: the kernel compares "
-              "no bits of a mark of 0. Without pref the kernel puts it in front of the rules that are there."),
+        .More("IPv4 only. Without fwmark, or with 0, it holds whatever the mark; without pref it comes first."),
     Row("del", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<false>,
         "delete a rule by its words", "rule del from 192.168.2.0/24 table 100")
         .Sends(TESSEL_CMD_RULE_DEL)

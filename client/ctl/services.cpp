@@ -47,10 +47,8 @@ void StoreText(const Invocation& invocation, const char* what, const std::string
     memcpy(field, text.data(), text.size());
 }
 
-// A change after which processes of this name run, or none.
 Change ProcessChange(std::function<int()> send, const char* process, bool shouldRun) {
-    Change change{.send = std::move(send)};
-    change.read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; };
+    Change change{.send = std::move(send), .read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; }};
     change.wrong = [=](const Json& now) {
         if (now["pids"].empty() != shouldRun) return std::string();
         return shouldRun ? Format("no {} runs (any more): its log says why", process) : "one still runs";
@@ -150,9 +148,7 @@ Outcome BondStart(const Invocation& invocation) {
 }
 
 Outcome BondStop(const Invocation& invocation) {
-    Change change{.send = &tessel_bond_stop};
-    change.guard = [] { return CutsSessionOn("bond0"); };
-    change.read = &ReadBond;
+    Change change{.send = &tessel_bond_stop, .guard = [] { return CutsSessionOn("bond0"); }, .read = &ReadBond};
     change.wrong = [](const Json& bond) {
         return bond.is_null() || bond["members"].empty() ? "" : "bond0 still has members";
     };
@@ -209,9 +205,8 @@ constexpr Command kPppoeCommands[] = {
               "[echo-failure N] [debug]",
               &PppoeStart, "dial a link", "pppoe start eth1 user me@provider password-file /etc/pppoe.password persist")
         .Sends(TESSEL_CMD_PPPOE_START)
-        .More("The password is asked for without a password-file, of which the first line counts (-: standard "
-              "input). While the link is up it stands on a command line that ps shows, and in the daemon's log at "
-              "level 4 and above. Without -4 or -6 the link carries both families."),
+        .More("The password: the file's first line (-: standard input), or asked for. While the link is up, ps shows "
+              "it, and the daemon's log from level 4. Without -4 or -6 the link carries both families."),
     FamilyRow("stop", "", &PppoeStop, "end a link", "pppoe stop")
         .Sends(TESSEL_CMD_PPPOE_STOP)
         .More("One of several, of the family that it was started with."),
@@ -223,11 +218,8 @@ constexpr Command kBondCommands[] = {
     Row("start", "IF... active IF [mode N:0-6]", &BondStart, "join up to four interfaces into bond0",
         "bond start eth1 eth2 active eth1")
         .Sends(TESSEL_CMD_BOND_START)
-        .More("They lose their addresses. The active one carries the traffic as long as its link is up. What a start "
-              "that fails has done stays done."),
-    Row("stop", "", &BondStop, "undo bond0", "bond stop")
-        .Sends(TESSEL_CMD_BOND_STOP)
-        .More("Its interfaces are up then, without addresses."),
+        .More("They lose their addresses, also when the start fails. The active one carries the traffic while up."),
+    Row("stop", "", &BondStop, "undo bond0; its interfaces have no addresses", "bond stop").Sends(TESSEL_CMD_BOND_STOP),
 };
 
 constexpr Command kWebCommands[] = {
@@ -236,8 +228,7 @@ constexpr Command kWebCommands[] = {
 };
 
 constexpr Command kServiceCommands[] = {
-    Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill every process of a service",
-        "service stop telnetd")
+    Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill a service's processes", "service stop telnetd")
         .Sends(TESSEL_CMD_SERVICE_STOP)
         .More("Signal 9, by process name; others may start it again. Asks first when it is none of the three."),
 };

@@ -364,8 +364,11 @@ TEST(DhcpClient, LeasesGoToOneProgram) {
     WriteResult("/tmp/udhcpc.confeth0", lease);
     EXPECT_EQ(Json::parse(waiting.Line())["lease_s"], 864);
     EXPECT_EQ(waiting.EndsWith(0), "");
-    ExpectAll({{"dhcp stop eth0 -4", 0, "eth0: no DHCP client (inet)"}});
+    ExpectAll({{"dhcp stop eth0", 0, "eth0: DHCP client stopped (inet)\n"}});
     EXPECT_EQ(StandInClients::PidOf("udhcpc", "eth0"), 0);
+    WriteFile("/proc/sys/net/ipv6/conf/eth0/disable_ipv6", "1");
+    ExpectAll({{"dhcp stop eth0 -4", 0, "eth0: no DHCP client ran (inet)"},
+               {"dhcp start eth0 watch", 1, "no link-local address; the inet client was started and goes on."}});
 }
 
 }  // namespace

@@ -180,11 +180,16 @@ constexpr Command kLinkCommands[] = {
     Row("show", "[IF]", &ShowLink, "state, MTU and hardware address", "link show eth0")
         .Sends(TESSEL_CMD_IPADDR_SHOW, TESSEL_CMD_MTU_GET)
         .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}")
-        .More("Without an Ethernet address (lo, ppp0) all but the MTU is the kernel's. Nothing switches one off."),
+        .More("Without an Ethernet address (lo, ppp0) all but the MTU is the kernel's. There is no \"link set eth0 "
+              "up\" or "
+              "\"down\": the daemon switches no interface."),
     Row("mtu", "IF", &ShowMtu, "the largest packet in bytes", "link mtu eth0")
         .Sends(TESSEL_CMD_MTU_GET)
         .Columns(" {mtu}"),
-    Row("mac", "IF", &ShowMac, "the hardware address", "link mac eth0").Sends(TESSEL_CMD_MACADDR_GET).Columns(" {mac}"),
+    Row("mac", "IF", &ShowMac, "the hardware address", "link mac eth0")
+        .Sends(TESSEL_CMD_MACADDR_GET)
+        .Columns(" {mac}")
+        .More("The daemon cannot read one whose first byte is 22."),
     Row("set", "IF mac M", &SetMac, "set the hardware address, and read it back", "link set eth0 mac 02:00:00:00:00:01")
         .Sends(TESSEL_CMD_MACADDR_SET),
     Row("set", "IF mtu N:68-65536", &SetMtu, "set the largest packet, and read it back", "link set eth0 mtu 1400")
@@ -199,7 +204,8 @@ constexpr Command kPriorityCommands[] = {
         "set metrics of interfaces (lower wins), and read them back", "priority set eth0 10 eth1 20")
         .Sends(TESSEL_CMD_PRIORITY_SET, TESSEL_CMD_PRIORITY_GET)
         .Columns("INTERFACE {interface}|BEFORE {previous}|NOW {priority}|REMARK {remark}")
-        .More("The first list fixes the interfaces until the daemon restarts. IPv4 default routes move at once."),
+        .More("The first list fixes the interfaces until the daemon restarts. IPv4 default routes move to their new "
+              "metric at once; for a moment there is none."),
 };
 
 }  // namespace

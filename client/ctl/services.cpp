@@ -218,7 +218,8 @@ constexpr Command kBondCommands[] = {
     Row("start", "IF... active IF [mode N:0-6]", &BondStart, "join up to four interfaces into bond0",
         "bond start eth1 eth2 active eth1")
         .Sends(TESSEL_CMD_BOND_START)
-        .More("They lose their addresses, also when the start fails. The active one carries the traffic while up."),
+        .More("They lose their addresses. The active one carries the traffic while its link is up. What a start that "
+              "fails has done stays done."),
     Row("stop", "", &BondStop, "undo bond0; its interfaces have no addresses", "bond stop").Sends(TESSEL_CMD_BOND_STOP),
 };
 

@@ -5,7 +5,6 @@
 //       [{"frame", "function": null where the module has no symbols, "source": null, "module": path, null outside of
 //         any, "offset": into the function, or into the module, "address"}], "file"}
 #include <cxxabi.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -161,8 +160,7 @@ std::string NameFunction(const std::string& directory, Json& frame) {
 // ---- The commands ----
 
 Outcome ListCrashes(const Invocation& invocation) {
-    Outcome outcome;
-    outcome.document = CrashReports(invocation.asked, "");
+    Outcome outcome{.document = CrashReports(invocation.asked, "")};
     for (Json& report : outcome.document) {
         const Json first = report["frames"].empty() ? Json::object() : report["frames"][0];
         const std::string function = TextOf(first, "function");
@@ -177,17 +175,12 @@ Outcome ListCrashes(const Invocation& invocation) {
 Outcome ShowCrash(const Invocation& invocation) {
     const std::string file = invocation.words.Text("FILE");
     const std::string& symbols = invocation.options.symbols;
-    struct stat status {};
-    if (!symbols.empty() && (stat(symbols.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)))
+    if (!symbols.empty() && access((symbols + "/").c_str(), F_OK) != 0)
         throw Refused("--symbols " + symbols, "it is no directory");
     const Json reports = CrashReports(invocation.asked, file);
     if (!file.empty() && reports.empty()) throw Failed(invocation.asked, "the file has no report");
-    Outcome outcome;
-    outcome.document = reports.empty() ? Json::object() : reports.back();
-    if (reports.empty()) {
-        outcome.notes = {kNoCrash};
-        return outcome;
-    }
+    if (reports.empty()) return {.document = Json::object(), .notes = {kNoCrash}};
+    Outcome outcome{.document = reports.back()};
     Json& report = outcome.document;
     for (Json& frame : report["frames"]) {
         if (symbols.empty() || !frame["function"].is_null() || frame["module"].is_null()) continue;
@@ -197,13 +190,12 @@ Outcome ShowCrash(const Invocation& invocation) {
     }
     outcome.text = FillTemplate("{local_time}\nsignal {signal} ({signal_name})\nthread {thread_id} {thread}\n", report);
     outcome.text += "\n" + RenderTable(report["frames"], kFrameColumns, !invocation.options.noHeader, false);
-    constexpr std::size_t kInARow = 3;
-    for (std::size_t i = 0; i < report["registers"].size(); ++i)
-        outcome.text += (i % kInARow != 0 ? "  "
-                         : i == 0         ? "registers  "
-                                          : "\n           ") +
-                        report["registers"][i].get<std::string>();
-    outcome.text += "\n";
+    Rows rows;
+    for (std::size_t i = 0; i < report["registers"].size(); ++i) {
+        if (i % 3 == 0) rows.push_back({i == 0 ? "registers" : ""});
+        rows.back().push_back(report["registers"][i].get<std::string>());
+    }
+    outcome.text += RenderRows(rows);
     return outcome;
 }
 

@@ -35,10 +35,9 @@ Outcome SetLevel(const Invocation& invocation) {
 
 // Seen through the daemon's own root directory, which may be another.
 bool IsMissingForDaemon(const std::string& path) {
-    struct stat status {};
     const std::string root = Format("/proc/{}/root", tessel_daemon_pid());
-    if (stat((root + "/").c_str(), &status) != 0) return false;
-    return stat((root + path).c_str(), &status) != 0 && errno == ENOENT;
+    if (access((root + "/").c_str(), F_OK) != 0) return false;
+    return access((root + path).c_str(), F_OK) != 0 && errno == ENOENT;
 }
 
 Outcome SetFile(const Invocation& invocation) {
@@ -67,8 +66,7 @@ Outcome SetFile(const Invocation& invocation) {
 // A file of this side: the daemon is not asked.
 Outcome SetDebug(const Invocation& invocation) {
     const bool isOn = invocation.words.Text("SWITCH") == "on";
-    Outcome outcome;
-    outcome.document = {{"debug", isOn}, {"file", kDebugSwitchFile}};
+    Outcome outcome{.document = {{"debug", isOn}, {"file", kDebugSwitchFile}}};
     outcome.done = isOn ? "every program that uses libtessel logs everything" : "debug lines are off";
     if (invocation.options.dryRun) {
         outcome.planned = {Format("{} {}", isOn ? "creates" : "removes", kDebugSwitchFile)};
@@ -86,9 +84,7 @@ Outcome Follow(const Invocation& invocation) {
     constexpr int kPollMs = 200;
     std::string path = invocation.words.Text("FILE");
     if (path.empty()) path = access(kDaemonLog, F_OK) == 0 ? kDaemonLog : kSystemLog;
-    Outcome outcome;
-    outcome.planned = {"follows " + path};
-    if (invocation.options.dryRun) return outcome;
+    if (invocation.options.dryRun) return {.document = nullptr, .planned = {"follows " + path}};
     if (access(path.c_str(), R_OK) != 0) throw Failed(invocation.asked, Format("{}: {}", path, strerror(errno)));
     struct stat seen {};  // of the log as far as it was read
     // The whole lines that are new in a log that grows, is emptied, or makes room for another file of its name.
@@ -104,19 +100,19 @@ Outcome Follow(const Invocation& invocation) {
         seen = now;
         return text;
     };
-    // People want what happens from now on of a log that holds everybody's lines, and all of the daemon's own.
-    const bool isEverybodys = path == kSystemLog;
-    if (isEverybodys) (void)newLines();
-    while (ferror(invocation.out) == 0) {
-        std::istringstream lines(newLines());
-        for (std::string line; std::getline(lines, line);) {
-            const bool isShown = !isEverybodys || line.find(kDaemonMark) != std::string::npos;
-            if (isShown) (void)std::fputs((line + "\n").c_str(), invocation.out);
+    // What has just happened, and then everything.
+    for (std::ptrdiff_t most = 10; ferror(invocation.out) == 0; most = PTRDIFF_MAX) {
+        std::vector<std::string> lines;
+        std::istringstream text(newLines());
+        for (std::string line; std::getline(text, line);) {
+            if (path != kSystemLog || line.find(kDaemonMark) != std::string::npos) lines.push_back(line + "\n");
         }
+        lines.erase(lines.begin(), lines.end() - std::min(std::ssize(lines), most));
+        (void)std::fputs(Joined(lines, "").c_str(), invocation.out);
         (void)std::fflush(invocation.out);
         poll(nullptr, 0, kPollMs);
     }
-    return outcome;
+    return {};
 }
 
 constexpr Command kLogCommands[] = {
@@ -130,9 +126,8 @@ constexpr Command kLogCommands[] = {
     Row("debug", "SWITCH=on|off", &SetDebug,
         "everything into the log at any level, of every program that uses libtessel", "log debug on")
         .More("Creates or removes /tmp/tesseldebug, which every log line looks for."),
-    Row("follow", "[FILE]", &Follow, "show the daemon's log as it grows", "log follow")
-        .More("/tmp/tessel_daemon.log if it exists, else the daemon's lines of /var/log/messages; until "
-              "interrupted."),
+    Row("follow", "[FILE]", &Follow, "show the end of the daemon's log, and what comes", "log follow")
+        .More("/tmp/tessel_daemon.log if it exists, else the daemon's lines of /var/log/messages; the last 10 first."),
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <numeric>
 
+#include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/watch.h"
 
@@ -53,18 +54,14 @@ Outcome Ping(const Invocation& invocation) {
                                    .dwTtl = words.Get<u32>("ttl", 64),
                                    .dwCount = words.Get<u32>("count", 4),
                                    .nUserId = getpid()};
-    const auto start = [&] {
-        const int error = tessel_ping_start(&request);
-        if (error != TESSEL_E_FAILED) return error;
-        throw CallFailed(invocation.asked, error, Format("{} pings run already", int{TESSEL_PINGS_MAX}));
-    };
     // Nothing comes of an echo whose reply cannot be read, perhaps of the last one either.
     const auto timeFor = [&](long long echoes) {
         return std::chrono::seconds(echoes * (request.dwTimeout + 2LL) + 8LL);
     };
     Watch watch{.sockets = {{.name = Format("{}_{}", TESSEL_SOCKET_PING, request.nUserId),
-                             .start = start,
-                             .stop = [&] { return tessel_ping_stop(request.nUserId); }}},
+                             .start = [&] { return tessel_ping_start(&request); },
+                             .stop = [&] { return tessel_ping_stop(request.nUserId); },
+                             .cause = Format("{} pings run already", int{TESSEL_PINGS_MAX})}},
                 .deadline = timeFor(request.dwCount),
                 .survivesTheDaemon = false};
     long long sent = 0;
@@ -112,10 +109,11 @@ std::string ProbeText(const ShownEvent& event) {
     return event.kind == TESSEL_EVENT_TRACE_REFUSED ? time + " refused" : time;
 }
 
-// How it ended, by the last event that says so.
-std::string WhyNotReached(int end) {
-    if (end == TESSEL_EVENT_TRACE_UNREACHABLE) return "there is no route";
-    if (end == TESSEL_EVENT_TRACE_REFUSED) return "the last one reports that the target cannot be reached";
+// By the last event that says how it ended.
+std::string WhyNotReached(const ShownEvent& end) {
+    if (end.kind == TESSEL_EVENT_TRACE_UNREACHABLE) return "there is no route";
+    if (end.kind == TESSEL_EVENT_TRACE_REFUSED)
+        return FillTemplate("hop {hop}, {address}, reports that the target cannot be reached", end.document);
     return "the target was not reached";
 }
 
@@ -123,13 +121,11 @@ Outcome TraceRoute(const Invocation& invocation) {
     const u32 hops = invocation.words.Get<u32>("hops", 30);
     const i32 id = getpid();
     const TNetGateway target = GatewayOf(invocation.words.Get<Network>("A"));
-    const auto start = [&] {
-        const int error = tessel_traceroute_start(&target, hops, id);
-        if (error != TESSEL_E_FAILED) return error;
-        throw CallFailed(
-            invocation.asked, error,
-            Format("{} traces run, or were not stopped (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX}));
-    };
+    const WatchedSocket socket{
+        .name = Format("{}_{}", TESSEL_SOCKET_TRACEROUTE, id),
+        .start = [&] { return tessel_traceroute_start(&target, hops, id); },
+        .stop = [=] { return tessel_traceroute_stop(id); },
+        .cause = Format("{} traces run or were left (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX})};
     const bool isForPeople = !invocation.options.json && invocation.options.fields.empty();
     long long hop = 0;  // of the line that is open: one a hop, which grows with each of its probes
     std::string address;
@@ -145,27 +141,20 @@ Outcome TraceRoute(const Invocation& invocation) {
         (void)std::fputs((text + "  " + ProbeText(event)).c_str(), invocation.out);
         (void)std::fflush(invocation.out);
     };
-    int end = 0;
+    ShownEvent end;
     const auto onEvent = [&](const ShownEvent& event) {
-        if (isForPeople) {
-            addToLine(event);
-        } else {
-            ShowLine(invocation, event);
-        }
-        if (event.kind >= TESSEL_EVENT_TRACE_REACHED) end = event.kind;
+        if (isForPeople) addToLine(event);
+        if (!isForPeople) ShowLine(invocation, event);
+        if (event.kind >= TESSEL_EVENT_TRACE_REACHED) end = event;
         // Without a route the daemon would go on, 15 s a hop.
-        return event.document["last"] != true && end != TESSEL_EVENT_TRACE_UNREACHABLE;
+        return event.document["last"] != true && end.kind != TESSEL_EVENT_TRACE_UNREACHABLE;
     };
     // Each probe is answered, or given up, within 5 s.
     constexpr std::chrono::seconds kPatience{TESSEL_TRACE_PROBES * 15};
-    Outcome outcome = RunWatch(invocation, {.sockets = {{.name = Format("{}_{}", TESSEL_SOCKET_TRACEROUTE, id),
-                                                         .start = start,
-                                                         .stop = [=] { return tessel_traceroute_stop(id); }}},
-                                            .onEvent = onEvent,
-                                            .deadline = kPatience,
-                                            .survivesTheDaemon = false});
+    Outcome outcome = RunWatch(
+        invocation, {.sockets = {socket}, .onEvent = onEvent, .deadline = kPatience, .survivesTheDaemon = false});
     if (hop != 0) outcome.text = "\n";
-    const bool isDone = invocation.options.dryRun || outcome.signal != 0 || end == TESSEL_EVENT_TRACE_REACHED;
+    const bool isDone = invocation.options.dryRun || outcome.signal != 0 || end.kind == TESSEL_EVENT_TRACE_REACHED;
     if (!isDone && !outcome.failure) outcome.failure = Failed(invocation.asked, WhyNotReached(end));
     return outcome;
 }

@@ -56,19 +56,23 @@ constexpr std::pair<std::string_view, std::string_view> kNoticeSockets[] = {
 
 }  // namespace
 
-std::optional<ProcessFacts> LookAtProcess(pid_t pid) {
+Json LookAtProcess(pid_t pid) {
+    using std::chrono::seconds;
     // proc(5): the start, in ticks since boot, is the 22nd field, the pages in memory the 24th; the name, the 2nd, may
     // hold anything.
     const std::string line = TextAbout(pid, "stat");
     const auto words = WordsIn(line.substr(line.rfind(')') + 1));
-    if (words.size() < 22) return std::nullopt;
+    if (words.size() < 22) return {{"since", nullptr}, {"running_s", nullptr}, {"resident_kib", nullptr}};
     const auto number = [&](std::size_t field) { return std::strtol(words[field - 3].c_str(), nullptr, 10); };
     timespec sinceBoot{};
     clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
-    const auto age = std::chrono::seconds(sinceBoot.tv_sec) + std::chrono::nanoseconds(sinceBoot.tv_nsec) -
+    const auto age = seconds(sinceBoot.tv_sec) + std::chrono::nanoseconds(sinceBoot.tv_nsec) -
                      std::chrono::milliseconds(number(22) * 1000LL / sysconf(_SC_CLK_TCK));
-    return ProcessFacts{.since = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now() - age),
-                        .residentKib = number(24) * (sysconf(_SC_PAGESIZE) / 1024)};
+    const auto now = std::chrono::system_clock::now();
+    const auto since = std::chrono::floor<seconds>(now - age);
+    return {{"since", JsonTime(since)},
+            {"running_s", std::chrono::floor<seconds>(now - since).count()},
+            {"resident_kib", number(24) * (sysconf(_SC_PAGESIZE) / 1024)}};
 }
 
 std::optional<bool> SharesOurNetwork(pid_t pid) {
@@ -143,21 +147,15 @@ std::vector<std::string> ListenedNames(std::string_view beginning) {
 
 Json NoticeListeners() {
     Json listeners = Json::array();
-    const auto add = [&](std::string_view topic, const std::string& name) {
-        listeners.push_back({{"topic", topic}, {"socket", name}, {"listener", nullptr}, {"text", "nobody"}});
-        const auto process = FindListeningProcess(name);
-        if (!process) return;
-        listeners.back()["listener"] = {{"pid", OrNull(process->pid)}, {"process", NullIfEmpty(process->name)}};
-        listeners.back()["text"] = ListeningText(process);
-    };
     for (const auto& [topic, beginning] : kNoticeSockets) {
-        if (!beginning.ends_with('_')) {
-            add(topic, std::string(beginning));
-            continue;
-        }
-        for (const std::string& name : ListenedNames(beginning)) {
-            const std::string words = name.substr(beginning.size());
-            add(Format("{} {}", topic, words.substr(0, words.find('_'))), name);
+        const bool isWhole = !beginning.ends_with('_');
+        for (const std::string& name : isWhole ? std::vector{std::string(beginning)} : ListenedNames(beginning)) {
+            const std::string words = (isWhole ? "" : " ") + name.substr(beginning.size());
+            listeners.push_back({{"topic", std::string(topic) + words.substr(0, words.find('_'))}, {"socket", name}});
+            const auto process = FindListeningProcess(name);
+            Json& listener = listeners.back()["listener"];
+            if (process) listener = {{"pid", OrNull(process->pid)}, {"process", NullIfEmpty(process->name)}};
+            listeners.back()["text"] = process ? ListeningText(process) : "nobody";
         }
     }
     return listeners;

@@ -7,12 +7,8 @@
 
 namespace tessel::ctl {
 
-struct ProcessFacts {
-    WallTime since;
-    long residentKib;
-};
-// Nothing: it has gone.
-[[nodiscard]] std::optional<ProcessFacts> LookAtProcess(pid_t pid);
+// {"since", "running_s", "resident_kib"}; each null: it has gone.
+[[nodiscard]] Json LookAtProcess(pid_t pid);
 
 // Whether the process sees the interfaces that this one sees; nothing: not allowed to look.
 [[nodiscard]] std::optional<bool> SharesOurNetwork(pid_t pid);

@@ -42,16 +42,14 @@ Outcome SwitchConflicts(const Invocation& invocation) {
         if (!isOn && !listener.is_null()) silenced = WhoIsSilenced(socket);
         if (!isOn || !listener.is_null()) continue;
         notes.push_back(
-            Format("nobody listens under {}: each report will hold conflict detection up for 5 to 8 s (listen: "
-                   "tesselctl conflict watch -{})",
-                   socket, family == TESSEL_FAMILY_INET6 ? 6 : 4));
+            Format("nobody listens under {}, as \"conflict watch\" does: each report will hold conflict "
+                   "detection up for 5 to 8 s",
+                   socket));
     }
     const auto send = [&] {
-        int error = TESSEL_OK;
-        for (const int family : families) {
-            if (error == TESSEL_OK) error = isOn ? tessel_conflict_start(family) : tessel_conflict_stop(family);
-        }
-        return error;
+        for (const int family : families)
+            Require(invocation.asked, isOn ? tessel_conflict_start(family) : tessel_conflict_stop(family));
+        return int{TESSEL_OK};
     };
     Outcome outcome = Perform(
         invocation, {.send = send,
@@ -82,9 +80,8 @@ constexpr Command kConflictCommands[] = {
     Row("on", "", &SwitchConflicts<true>, "have conflicts reported to the program that listens", "conflict on")
         .Sends(TESSEL_CMD_CONFLICT_START)
         .OfFamily()
-        .More(
-            "Addresses are watched and defended either way. Reports go to the sockets /tmp/ipc_ip_conflict (IPv4) and "
-            "/tmp/ipc_ipv6_conflict; while nobody listens there, each holds conflict detection up for 5 to 8 s."),
+        .More("Addresses are watched and defended either way. Reports go to /tmp/ipc_ip_conflict (IPv4) and "
+              "/tmp/ipc_ipv6_conflict; while nobody listens there, each holds conflict detection up for 5 to 8 s."),
     Row("off", "", &SwitchConflicts<false>, "have conflicts reported no more", "conflict off -4")
         .Sends(TESSEL_CMD_CONFLICT_STOP)
         .OfFamily()
@@ -92,10 +89,8 @@ constexpr Command kConflictCommands[] = {
     Row("watch", "", &WatchConflicts, "show conflicts as they are reported, until interrupted", "conflict watch")
         .Sends(TESSEL_CMD_CONFLICT_START, TESSEL_CMD_CONFLICT_STOP)
         .OfFamily()
-        .More(
-            "Switches the reports on, and off again in the end. One program a family can listen: refused while another "
-            "does, unless --take; the switch then stays as that one has left it. Reports carry the device's own "
-            "hardware address; that of the other host is in the daemon's log."),
+        .More("Switches the reports on, and off again in the end. One program a family can listen: refused while "
+              "another does, unless --take; the switch then stays as that one has left it."),
 };
 
 // ---- Router advertisements ----
@@ -111,21 +106,17 @@ std::string RouterSocket(const std::string& interface) {
 
 Outcome WatchRouters(const Invocation& invocation) {
     const std::string interface = invocation.words.Text("IF");
-    const std::string missing = MissingInterface(interface);
-    if (!missing.empty()) throw Refused(invocation.asked, missing);
+    if (const std::string why = MissingInterface(interface); !why.empty()) throw Refused(invocation.asked, why);
     if (const std::string other = RouterSocket(interface); !other.empty()) {
         throw Refused(invocation.asked, Format("{} gets the reports (tesselctl ra stop {} --force ends them)",
                                                ListeningText(FindListeningProcess(other)), interface));
     }
-    const auto start = [&] {
-        const int error = tessel_router_start(interface.c_str(), kUser, getpid());
-        if (error != TESSEL_E_FAILED) return error;
-        throw CallFailed(invocation.asked, error, Format("{} interfaces are watched", int{TESSEL_ROUTER_WATCHES_MAX}));
-    };
-    const std::string name = Format("{}_{}_{}_{}", TESSEL_SOCKET_ROUTER_NOTIFY, interface, kUser, getpid());
-    return RunWatch(
-        invocation,
-        {.sockets = {{.name = name, .start = start, .stop = [&] { return tessel_router_stop(interface.c_str()); }}}});
+    const char* const name = interface.c_str();
+    const WatchedSocket socket{.name = Format("{}_{}_{}_{}", TESSEL_SOCKET_ROUTER_NOTIFY, interface, kUser, getpid()),
+                               .start = [=] { return tessel_router_start(name, kUser, getpid()); },
+                               .stop = [=] { return tessel_router_stop(name); },
+                               .cause = Format("{} interfaces are watched", int{TESSEL_ROUTER_WATCHES_MAX})};
+    return RunWatch(invocation, {.sockets = {socket}});
 }
 
 Outcome StopRouters(const Invocation& invocation) {
@@ -157,9 +148,8 @@ Outcome WatchTraffic(const Invocation& invocation) {
         // A second start keeps the interval of the first one: what is really used shows between two reports.
         const long long measured = std::llround(std::chrono::duration<double>(now - before).count());
         if (++shown == 2 && measured != interval) {
-            ShowNote(invocation, Format("reports come every {} s: somebody had started them with that interval "
-                                        "(tesselctl traffic stop ends them)",
-                                        measured));
+            ShowNote(invocation,
+                     Format("reports come every {} s, as first started (tesselctl traffic stop ends them)", measured));
         }
         before = now;
         return shown != count;

@@ -16,27 +16,16 @@ constexpr int kPatienceMs = 2000;
 
 // ---- What there is ----
 
-long SecondsSince(WallTime time) {
-    return std::chrono::duration_cast<std::chrono::duration<long>>(std::chrono::system_clock::now() - time).count();
-}
-
 Json DaemonJson(const std::string& state, pid_t pid) {
-    Json daemon{
-        {"state", state},          {"pid", nullptr},          {"since", nullptr},           {"running_s", nullptr},
-        {"resident_kib", nullptr}, {"same_network", nullptr}, {"other_pids", Json::array()}};
-    if (pid != 0) daemon["pid"] = pid;
-    if (const auto facts = LookAtProcess(pid)) {
-        daemon["since"] = JsonTime(facts->since);
-        daemon["running_s"] = SecondsSince(facts->since);
-        daemon["resident_kib"] = facts->residentKib;
-        daemon["same_network"] = OrNull(SharesOurNetwork(pid));
-    }
+    Json daemon{{"state", state}, {"pid", pid == 0 ? Json() : Json(pid)}};
+    daemon.update(LookAtProcess(pid));
+    daemon["same_network"] = daemon["since"].is_null() ? Json() : OrNull(SharesOurNetwork(pid));
+    daemon["other_pids"] = Json::array();
     // Others of this network, which no request reaches. A child that is about to become a tool has the daemon's name
     // for a moment.
     for (const pid_t other : FindProcesses(kDaemonName)) {
-        const auto facts = LookAtProcess(other);
-        if (other != pid && SharesOurNetwork(other) == true && facts && SecondsSince(facts->since) >= 2)
-            daemon["other_pids"].push_back(other);
+        const bool hasStayed = NumberOf(LookAtProcess(other), "running_s") >= 2;
+        if (other != pid && hasStayed && SharesOurNetwork(other) == true) daemon["other_pids"].push_back(other);
     }
     return daemon;
 }
@@ -125,9 +114,8 @@ std::vector<std::string> LinkRow(const Json& link) {
         uses.push_back(FillTemplate("gateway {gateway}", gateway) + FillTemplate("  metric {metric}", gateway));
         if (gateway["preferred"] == true) uses.emplace_back("<- default route");
     }
-    if (uses.empty() && !link["priority"].is_null())
-        uses.push_back(Format("priority {}, not used: {}", NumberOf(link, "priority"),
-                              link["state"] == "up" ? "no gateway" : "no link"));
+    const std::string priority = FillTemplate("priority {priority}, not used: no", link);
+    if (uses.empty() && !priority.empty()) uses.push_back(priority + (link["state"] == "up" ? " gateway" : " link"));
     if (link["dhcp_server"] == true) uses.emplace_back("DHCP server");
     return {TextOf(link, "interface"), TextOf(link, "state"), Joined(addresses, "  "), Joined(uses, "  ")};
 }
@@ -167,8 +155,7 @@ Outcome Status(const Invocation& invocation) {
         outcome.failure = failure;
         state = failure.exit == kExitNotRunning ? "not running" : "not answering";
         if (failure.exit == kExitTimeout)
-            outcome.failure->message =
-                invocation.asked + ": no answer in time: this is what is known without the daemon";
+            outcome.failure->message = invocation.asked + ": no answer in time: what is known without one is shown";
     }
     Json& document = outcome.document;
     document = {{"daemon", DaemonJson(state, tessel_daemon_pid())},
@@ -182,8 +169,7 @@ Outcome Status(const Invocation& invocation) {
     outcome.text = DaemonText(document["daemon"]) + RenderRows(rows);
     if (!named.empty()) return outcome;
     outcome.text += FirewallText(document["firewall"]) + ListenersText(document["listeners"]);
-    if (!document["crash"].is_null())
-        outcome.text += FillTemplate("crash      reported at {time} (see \"crash show\")\n", document["crash"]);
+    outcome.text += FillTemplate("crash      reported at {time} (see \"crash show\")\n", document["crash"]);
     return outcome;
 }
 

@@ -7,8 +7,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// Looks again and again: `look` gives what it found, or null, or throws a Failure; `missing` is what is said in the
-// end.
+// Looks again and again until `look`, which may throw a Failure, gives something; `missing` is said if it never does.
 Outcome WaitFor(const Invocation& invocation, const std::string& missing, const std::function<Json()>& look) {
     using std::chrono::milliseconds;
     const auto end = Clock::now() + milliseconds(invocation.options.timeoutMs);

@@ -17,8 +17,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kLook{1000};  // between looks at the daemon and at our names
-
 struct Source {
     const WatchedSocket& socket;
     std::optional<ListeningProcess> takenFrom;  // what is sent was started by that one
@@ -45,9 +43,8 @@ class Watcher {
             const int error = tessel_listener_open(
                 socket.name.c_str(), invocation.options.take ? unsigned{TESSEL_LISTEN_TAKE} : 0, &listener);
             if (error == TESSEL_E_IN_USE) {
-                throw Refused(invocation.asked,
-                              Format("{} listens under {} (--take listens in its place: it gets no events any more)",
-                                     ListeningText(other), socket.name));
+                const std::string who = Format("{} listens under {}", ListeningText(other), socket.name);
+                throw Refused(invocation.asked, who + " (--take listens in its place: it gets no events any more)");
             }
             Require(Format("{}, {}", invocation.asked, socket.name), error);
             sources_.push_back({socket, other, {listener, &tessel_listener_close}});
@@ -80,7 +77,7 @@ class Watcher {
                 continue;
             }
             source.isStarted = true;
-            Require(invocation_.asked, source.socket.start());
+            Require(invocation_.asked, source.socket.start(), source.socket.cause);
         }
     }
 
@@ -96,7 +93,7 @@ class Watcher {
         while (true) {
             Look();
             if (!ShowNext()) return 0;
-            milliseconds wait = kLook;
+            milliseconds wait{1000};  // at most, between looks at the daemon and at our names
             if (watch_.deadline.count() > 0) {
                 wait = std::min(wait, std::chrono::ceil<milliseconds>(lastEvent_ + watch_.deadline - Clock::now()));
                 if (wait.count() <= 0) return 0;
@@ -197,12 +194,11 @@ Outcome RunWatch(const Invocation& invocation, const Watch& watch) {
 
 void ShowLine(const Invocation& invocation, const ShownEvent& event) {
     std::string text = event.line + "\n";
+    if (invocation.options.json) text = event.document.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
     if (!invocation.options.fields.empty()) {
         const auto fields = RenderFields(event.document, invocation.options.fields);
         if (!fields) throw Refused("--get", "no such field (--json shows them)");
         text = *fields;
-    } else if (invocation.options.json) {
-        text = event.document.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";  // one line
     }
     // Whether somebody reads is looked at before the next wait.
     const bool isWritten = std::fputs(text.c_str(), invocation.out) >= 0 && std::fflush(invocation.out) == 0;

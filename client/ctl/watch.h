@@ -28,6 +28,7 @@ struct WatchedSocket {
     std::string name;  // "ipc_ntp"
     std::function<int()> start = {};
     std::function<int()> stop = {};
+    std::string cause = {};  // why the daemon may answer -1 to the start
 };
 
 struct Watch {

@@ -48,23 +48,22 @@ Json RoutesTo(const Network& target, const Json& route) {
     Json routes = Json::array();
     for (Json& one : KernelRoutes(target.family, static_cast<u32>(NumberOf(route, "table")))) {
         const auto network = ParseNetwork(TextOf(one, "destination"));
-        if (!network || Covers(*network, target)) routes.push_back(std::move(one));
+        if (network && !Covers(*network, target)) continue;
+        one.update({{"chosen", false}, {"note", nullptr}});
+        routes.push_back(std::move(one));
     }
     const auto rank = [](const Json& one) { return std::pair(-LengthOf(one), NumberOf(one, "metric")); };
     std::stable_sort(routes.begin(), routes.end(),
                      [&](const Json& one, const Json& other) { return rank(one) < rank(other); });
-    const Json* chosen = nullptr;
-    for (std::size_t i = 0; i < routes.size(); ++i) {
-        Json& one = routes[i];
-        const bool isNext = chosen != nullptr && chosen == &routes[i - 1];
-        const bool isChosen =
-            chosen == nullptr && one["interface"] == route["interface"] && one["gateway"] == route["gateway"];
-        one["chosen"] = isChosen;
-        one["note"] = nullptr;
-        if (isNext) one["note"] = Format("next if {} loses its route", TextOf(route, "interface"));
-        if (!isChosen) continue;
-        one["note"] = "chosen" + (i + 1 < routes.size() ? WhyBefore(one, routes[i + 1]) : "");
-        chosen = &one;
+    const auto chosen = std::find_if(routes.begin(), routes.end(), [&](const Json& one) {
+        return one["interface"] == route["interface"] && one["gateway"] == route["gateway"];
+    });
+    if (chosen == routes.end()) return routes;
+    (*chosen)["chosen"] = true;
+    (*chosen)["note"] = "chosen";
+    if (const auto next = chosen + 1; next != routes.end()) {
+        (*chosen)["note"] = "chosen" + WhyBefore(*chosen, *next);
+        (*next)["note"] = Format("next if {} loses its route", TextOf(route, "interface"));
     }
     return routes;
 }
@@ -105,10 +104,7 @@ Outcome Why(const Invocation& invocation) {
     if (from != nullptr) way["source"] = HostText(*from);
     way["rule"] = RuleFor(target, from, mark, route);
     way["routes"] = RoutesTo(target, route);
-    Outcome outcome;
-    outcome.text = WayText(way);
-    outcome.document = std::move(way);
-    return outcome;
+    return {.document = way, .text = WayText(way)};
 }
 
 constexpr Command kWhyCommands[] = {

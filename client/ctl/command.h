@@ -57,11 +57,6 @@ struct Command {
         row.background = text;
         return row;
     }
-    [[nodiscard]] constexpr Command OfFamily() const {
-        Command row = *this;
-        row.takesFamily = true;
-        return row;
-    }
     [[nodiscard]] constexpr Command Hidden() const {
         Command row = *this;
         row.isHidden = true;
@@ -77,7 +72,9 @@ constexpr Command Row(std::string_view verb, std::string_view words, Outcome (*r
 // The same of a command for which -4 and -6 mean something.
 template <typename... Parts>
 constexpr Command FamilyRow(Parts... parts) {
-    return Row(parts...).OfFamily();
+    Command row = Row(parts...);
+    row.takesFamily = true;
+    return row;
 }
 
 // Everything that stands behind one word; each lies in a file of its own, listed in objects.cpp.

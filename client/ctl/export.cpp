@@ -31,13 +31,12 @@ Json Checked(const std::string& where, const Json& value, const Json& schema) {
     if (schema.is_string()) return CheckedValue(where, value, schema.get<std::string>());
     if (value.type() != schema.type())
         throw Refused(where, schema.is_array() ? "[list] expected" : "{object} expected");
-    Json result = value;
+    Json result(schema.type());
     if (schema.is_array()) {
         for (std::size_t i = 0; i < value.size(); ++i)
-            result[i] = Checked(Format("{}[{}]", where, i), value[i], schema[0]);
+            result.push_back(Checked(Format("{}[{}]", where, i), value[i], schema[0]));
         return result;
     }
-    result.clear();
     for (const auto& [key, ignored] : value.items()) {
         if (!schema.contains(key)) throw Refused(where, Format("there is no setting \"{}\"", key));
     }
@@ -68,30 +67,17 @@ Json WantedOf(const Invocation& invocation) {
 }
 
 Outcome Export(const Invocation& invocation) {
-    Outcome outcome;
-    outcome.document = ReadState(invocation.asked);
+    Json state = ReadState(invocation.asked);
     // A file is for other devices, too, and two of one hardware address disturb each other.
-    for (Json& link : outcome.document["interfaces"])
+    for (Json& link : state["interfaces"])
         link.erase("mac");
-    const std::string text = outcome.document.dump(2) + "\n";
-    const std::string path = invocation.words.Text("FILE");
-    if (path.empty() || path == "-") {
-        outcome.text = text;
-    } else if (invocation.options.dryRun) {
-        outcome.planned = {Format("writes {} ({} bytes)", path, text.size())};
-    } else {
-        if (access(path.c_str(), F_OK) == 0)
-            Agree(invocation, "Replace " + path, path + " is there and would be replaced");
-        ReplaceFile(invocation.asked, path, text);
-        outcome.done = Format("{}   interfaces: {}, routes: {}, rules: {}", path, outcome.document["interfaces"].size(),
-                              outcome.document["routes"].size(), outcome.document["rules"].size());
-    }
-    return outcome;
+    const std::string summary = Format("interfaces: {}, routes: {}, rules: {}", state["interfaces"].size(),
+                                       state["routes"].size(), state["rules"].size());
+    return ExportText(invocation, state.dump(2) + "\n", summary, state);
 }
 
 Outcome Diff(const Invocation& invocation) {
-    Outcome outcome;
-    outcome.document = Json::array();
+    Outcome outcome{.document = Json::array()};
     const Json wanted = WantedOf(invocation);
     for (const Step& step : StepsBetween(ReadState(invocation.asked), wanted))
         outcome.document.push_back({{"command", Joined(step, " ")}});
@@ -105,10 +91,8 @@ Outcome Apply(const Invocation& invocation) {
     const Options& options = invocation.options;
     const Json wanted = WantedOf(invocation);
     const auto steps = StepsBetween(ReadState(invocation.asked), wanted);
-    Outcome outcome;
-    outcome.document = Json::array();
-    if (steps.empty()) outcome.done = "everything is as wanted already";
-    if (steps.empty()) return outcome;
+    if (steps.empty()) return {.document = Json::array(), .done = "everything is as wanted already"};
+    Outcome outcome{.document = Json::array()};
     if (options.dryRun) UseRequests(0, true, invocation.err);  // forgets what was asked until here
     for (const Step& step : steps) {
         if (options.dryRun) {
@@ -151,8 +135,7 @@ constexpr Command kApplyCommands[] = {
 }  // namespace
 
 extern const Object kExport = {.name = "export", .summary = "the settings as one file", .commands = kExportCommands};
-extern const Object kDiff = {
-    .name = "diff", .summary = "how a file differs from the settings", .commands = kDiffCommands};
+extern const Object kDiff = {.name = "diff", .summary = "how a file differs from settings", .commands = kDiffCommands};
 extern const Object kApply = {.name = "apply", .summary = "settings from a file", .commands = kApplyCommands};
 
 }  // namespace tessel::ctl

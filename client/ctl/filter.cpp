@@ -18,8 +18,7 @@ std::string Canonical(const std::string& word) {
     return word == "notice" ? "5" : word;
 }
 
-// What a rule consists of, in an order and a form in which two of them can be compared: the tools' own differ from
-// those in which it was typed.
+// What a rule consists of, in an order and a form that can be compared: those of the tools differ from those typed.
 std::vector<std::string> PiecesOf(const FilterRule& rule) {
     std::vector<std::string> pieces;
     for (const std::string& word : rule.words) {
@@ -77,9 +76,8 @@ bool Filter::IsHooked(std::string_view chain) const {
 
 std::vector<FilterRule> Filter::Entries(std::string_view list) const {
     const std::string_view target = list == kWhitelist ? "RETURN" : "DROP";
-    std::vector<FilterRule> entries;
-    std::copy_if(rules.begin(), rules.end(), std::back_inserter(entries),
-                 [&](const FilterRule& rule) { return rule.chain == list && rule.Get("-j") == target; });
+    std::vector<FilterRule> entries = rules;
+    std::erase_if(entries, [&](const auto& rule) { return rule.chain != list || rule.Get("-j") != target; });
     return entries;
 }
 
@@ -114,15 +112,13 @@ std::optional<bool> FilterPlan::Apply(const std::string& line) {
     const FilterRule rule{.chain = words[2], .words = {words.begin() + 3, words.end()}};
     if (!now.contains(family)) then[family] = now[family] = ReadFilter(family);
     Filter& filter = then[family];
-    const bool isList = rule.chain == kWhitelist || rule.chain == kBlacklist;
-    const std::size_t entries = operation == "-F" && isList ? filter.Entries(rule.chain).size() : 0;
-    if (entries > 0) {
-        losses.push_back(Format("{} {} of the {} would be deleted", entries, entries == 1 ? "entry" : "entries",
-                                filter.NameOf(rule.chain)));
-    }
-    if (operation == "-F" && isList && !filter.problem.empty())
-        losses.push_back(Format("which entries of the {} would be deleted is not known ({})", filter.NameOf(rule.chain),
-                                filter.problem));
+    const bool isEmptied = operation == "-F" && (rule.chain == kWhitelist || rule.chain == kBlacklist);
+    const std::size_t entries = filter.Entries(rule.chain).size();
+    const std::string list = filter.NameOf(rule.chain);
+    if (isEmptied && entries > 0)
+        losses.push_back(Format("{} {} of the {} would be deleted", entries, entries == 1 ? "entry" : "entries", list));
+    if (isEmptied && !filter.problem.empty())
+        losses.push_back(Format("which entries of the {} would be deleted is not known ({})", list, filter.problem));
     const std::string refused = filter.Apply(operation, rule);
     if (operation != "-C") refusal = refused;
     return refused.empty();
@@ -143,7 +139,6 @@ std::optional<std::vector<std::string>> SplitSavedLine(const std::string& line) 
 }
 
 Filter ParseFilter(std::string_view text, int family) {
-    // The tools leave out a table that nobody has touched.
     Filter filter{.family = family, .policies = {{"INPUT", "ACCEPT"}, {"FORWARD", "ACCEPT"}, {"OUTPUT", "ACCEPT"}}};
     std::istringstream lines{std::string(text)};
     bool isFilter = false;

@@ -21,8 +21,7 @@ struct FilterRule {
     [[nodiscard]] std::string Get(std::string_view option) const;
     [[nodiscard]] std::string Text() const;
 };
-// As saved, perhaps with packets and bytes in front: "[12:3456] -A whitelist -s 10.0.0.0/8 -j RETURN". Nothing: no
-// rule.
+// As saved, perhaps with packets and bytes: "[12:3456] -A whitelist -s 10.0.0.0/8 -j RETURN". Nothing: no rule.
 [[nodiscard]] std::optional<FilterRule> ParseRule(const std::string& line);
 
 struct Filter {
@@ -52,8 +51,7 @@ struct FilterPlan {
     std::string refusal = {};              // why the tool refuses the line that the daemon answers for: the last one
     std::vector<std::string> losses = {};  // "3 entries of the inet blacklist would be deleted"
 
-    // As after a line such as "iptables -A whitelist -s 10.0.0.0/8 -j RETURN". False: the tool fails. Nothing: it is
-    // another tool's.
+    // As after a line such as "iptables -A whitelist -j RETURN". False: the tool fails. Nothing: it is another tool's.
     std::optional<bool> Apply(const std::string& line);
 };
 
@@ -61,7 +59,6 @@ struct FilterPlan {
 [[nodiscard]] Filter ParseFilter(std::string_view text, int family);
 [[nodiscard]] Filter ReadFilter(int family);
 
-// "iptables", "ip6tables".
 [[nodiscard]] inline std::string ToolOf(int family) {
     return family == TESSEL_FAMILY_INET6 ? "ip6tables" : "iptables";
 }

@@ -8,26 +8,23 @@ namespace tessel::ctl {
 namespace {
 
 bool IsPortRule(const FilterRule& rule) {
-    constexpr std::string_view kOptions[] = {"--sport", "--dport", "--sports", "--dports"};
+    constexpr const char* kOptions[] = {"--sport", "--dport", "--sports", "--dports"};
     return (rule.chain == "INPUT" || rule.chain == "OUTPUT") && rule.Get("-j") != "LOG" &&
-           std::find_first_of(rule.words.begin(), rule.words.end(), std::begin(kOptions), std::end(kOptions)) !=
-               rule.words.end();
+           std::any_of(std::begin(kOptions), std::end(kOptions), [&](auto one) { return !rule.Get(one).empty(); });
 }
 
 std::string EchoText(const Filter& filter) {
     constexpr char kChain[] = "icmppacket";
     const bool isInet = filter.family == TESSEL_FAMILY_INET;
     std::ifstream file("/proc/sys/net/ipv4/icmp_echo_ignore_all");
-    int isIgnored = 0;
-    if (isInet && file >> isIgnored && isIgnored != 0) return "ignored by the kernel";
-    const auto rule =
-        ParseRule(Format("-A {} {} -j DROP", kChain, isInet ? "-p icmp --icmp-type 8" : "-p icmpv6 --icmpv6-type 128"));
+    if (isInet && file.peek() > '0') return "ignored by the kernel";
+    const char* const request = isInet ? "-p icmp --icmp-type 8" : "-p icmpv6 --icmpv6-type 128";
+    const auto rule = ParseRule(Format("-A {} {} -j DROP", kChain, request));
     return filter.IsHooked(kChain) && filter.Has(*rule) ? "dropped" : "answered";
 }
 
 Outcome Show(const Invocation& invocation) {
-    Outcome outcome;
-    outcome.document = Json::array();
+    Outcome outcome{.document = Json::array()};
     const auto session = GuardedSession(invocation.options);
     for (const int family : FamiliesOf(invocation.options)) {
         const Filter filter = ReadFilter(family);
@@ -120,18 +117,15 @@ Outcome ChangeList(const Invocation& invocation) {
     const Network* network = words.If<Network>("ENTRY");
     if (hasMac && (network == nullptr || !network->IsHost()))
         throw Refused(invocation.asked, "a MAC may stand behind the address of a host only");
-    if (network != nullptr && Masked(*network) != *network) {
-        throw Refused(invocation.asked, Format("{} is a host with a length: write {} or {}", NetworkText(*network),
-                                               NetworkText(Masked(*network)), HostText(*network)));
-    }
+    if (network != nullptr && Masked(*network) != *network)
+        throw Refused(invocation.asked, Format("write {} or {}", NetworkText(Masked(*network)), HostText(*network)));
     const bool isWhite = kOperation == TESSEL_LIST_WHITE_ADD || kOperation == TESSEL_LIST_WHITE_DEL;
     const bool isAdd = kOperation == TESSEL_LIST_WHITE_ADD || kOperation == TESSEL_LIST_BLACK_ADD;
     const std::string done = Format("{}   {}{} {}", isWhite ? kWhitelist : kBlacklist, words.Text("ENTRY"),
                                     hasMac ? " " + words.Text("M") : "", isAdd ? "added" : "deleted");
     Outcome outcome = ChangeFilter(invocation, done, [&] { return SendEntry(words, kOperation); });
     if (hasMac && network->family == TESSEL_FAMILY_INET6)
-        outcome.notes.emplace_back(
-            "with an IPv6 address and a MAC the entry is for the whole /32 network of the address");
+        outcome.notes.emplace_back("with a MAC, an IPv6 entry is for the whole /32 network of the address");
     return outcome;
 }
 
@@ -169,9 +163,9 @@ Outcome AskDaemon(const Invocation& invocation) {
     const int protocols = ProtocolsOf(invocation.options);
     const std::string path = invocation.words.Text("PATH");
     const auto call = kSaves ? &tessel_firewall_save : &tessel_firewall_restore;
-    const std::string cause = Format(
-        "the tool refuses \">\" and \"<\" as words; no file was touched. \"tesselctl firewall {} FILE\" does it here",
-        kSaves ? "export" : "import");
+    const std::string cause =
+        Format("the tool refuses \">\" and \"<\" as words; \"tesselctl firewall {} FILE\" does it",
+               kSaves ? "export" : "import");
     const auto read = [&] { return Json{{"done", invocation.asked}}; };
     return Perform(invocation, {.send = [&] { return call(protocols, path.c_str()); },
                                 .cause = [&] { return cause; },
@@ -184,13 +178,11 @@ constexpr std::string_view kListBackground =
     "and its policy decide. A MAC goes to both families; an IPv6 address with a MAC stands for its whole /32 network.";
 
 constexpr Command kFirewallCommands[] = {
-    Row("chain", "add CHAIN", &AddChain, "create a chain: whitelist, blacklist, icmppacket; comes first",
-        "firewall chain add whitelist")
+    FamilyRow("chain", "add CHAIN", &AddChain, "create a chain: whitelist, blacklist, icmppacket; comes first",
+              "firewall chain add whitelist")
         .Sends(TESSEL_CMD_CHAIN_ADD)
-        .OfFamily()
         .More("icmppacket is hooked at once, for both families."),
-    Row("show", "", &Show, "which list is hooked, entries, echo requests, ports, your session", "firewall show -4")
-        .OfFamily()
+    FamilyRow("show", "", &Show, "which list is hooked, entries, echo requests, ports, session", "firewall show -4")
         .Columns("FAMILY {family}|LIST {list}|POLICY {policy}|ECHO REQUESTS {echo_requests}|CHAIN {chain}|PACKETS "
                  "{packets}|RULE {rule}")
         .More("The kernel is asked; that takes root."),
@@ -205,47 +197,37 @@ constexpr Command kFirewallCommands[] = {
     Row("delete", "LIST=allow|deny ENTRY=A/L|A|A-A|M [M]", &Delete, "delete an entry of a list",
         "firewall delete allow 192.168.1.77 02:00:00:00:00:77")
         .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER),
-    Row("enable", "LIST=whitelist|blacklist", &SwitchList<true>,
-        "let packets pass through a list; empties the other one", "firewall enable blacklist -4")
+    FamilyRow("enable", "LIST=whitelist|blacklist", &SwitchList<true>,
+              "let packets pass through a list; empties the other one", "firewall enable blacklist -4")
         .Sends(TESSEL_CMD_FILTER_ENABLE)
-        .OfFamily()
         .More("The whitelist lets in its entries and loopback alone, not even answers to the device's own "
               "connections or IPv6 neighbour discovery: what is missing is listed before."),
-    Row("disable", "LIST=whitelist|blacklist", &SwitchList<false>, "unhook a list, and empty it; asks before",
-        "firewall disable blacklist -4")
-        .Sends(TESSEL_CMD_FILTER_DISABLE)
-        .OfFamily(),
-    Row("icmp", "ECHO=allow|drop", &SwitchEchoes, "what becomes of echo requests; needs the chain icmppacket",
-        "firewall icmp allow -4")
-        .Sends(TESSEL_CMD_ICMP_FILTER)
-        .OfFamily(),
-    Row("port", "CHANGE=add|del [PROTOCOL=tcp|udp] KIND=sport|dport PORTS DIRECTION=in|out ACTION=accept|drop",
-        &ChangePort, "add or delete rules by port, of tcp and udp unless one is named",
-        "firewall port add tcp dport 80,443 in drop -4")
+    FamilyRow("disable", "LIST=whitelist|blacklist", &SwitchList<false>, "unhook a list, and empty it; asks before",
+              "firewall disable blacklist -4")
+        .Sends(TESSEL_CMD_FILTER_DISABLE),
+    FamilyRow("icmp", "ECHO=allow|drop", &SwitchEchoes, "what becomes of echo requests; needs the chain icmppacket",
+              "firewall icmp allow -4")
+        .Sends(TESSEL_CMD_ICMP_FILTER),
+    FamilyRow("port", "CHANGE=add|del [PROTOCOL=tcp|udp] KIND=sport|dport PORTS DIRECTION=in|out ACTION=accept|drop",
+              &ChangePort, "add or delete rules by port, of tcp and udp unless one is named",
+              "firewall port add tcp dport 80,443 in drop -4")
         .Sends(TESSEL_CMD_PORT_FILTER)
-        .OfFamily()
         .More("Appended behind the jump to a list: \"accept\" opens no port that the whitelist closes."),
-    Row("export", "FILE", &FirewallExport, "write the rules of every table to a file; - is standard output",
-        "firewall export /tmp/rules")
-        .OfFamily()
+    FamilyRow("export", "FILE", &FirewallExport, "write the rules of every table to a file; - is standard output",
+              "firewall export /tmp/rules")
         .More("Done here, by the tools of the device. The file is there whole or not at all."),
-    Row("import", "FILE", &FirewallImport, "replace the rules by those of a file (-: standard input); asks before",
-        "firewall import /tmp/rules")
-        .OfFamily()
+    FamilyRow("import", "FILE", &FirewallImport,
+              "replace the rules by those of a file (-: standard input); asks before", "firewall import /tmp/rules")
         .More("Takes what \"firewall export\" wrote and, with -4 or -6, what a save tool printed. Checked before "
               "anything is changed; put back when a tool fails. Tables that the file does not have stay."),
-    Row("save", "PATH", &AskDaemon<true>, "have the daemon save the rules, which fails: use export",
-        "firewall save /tmp/rules")
+    FamilyRow("save", "PATH", &AskDaemon<true>, "have the daemon save the rules, which fails: use export",
+              "firewall save /tmp/rules")
         .Sends(TESSEL_CMD_FIREWALL_SAVE)
-        .OfFamily()
-        .Hidden()
-        .More("The daemon hands \"> PATH-4\" to iptables-save as two words, which it refuses: -1, and no file."),
-    Row("restore", "PATH", &AskDaemon<false>, "have the daemon restore the rules, which fails: use import",
-        "firewall restore /tmp/rules")
+        .Hidden(),
+    FamilyRow("restore", "PATH", &AskDaemon<false>, "have the daemon restore the rules, which fails: use import",
+              "firewall restore /tmp/rules")
         .Sends(TESSEL_CMD_FIREWALL_RESTORE)
-        .OfFamily()
-        .Hidden()
-        .More("\"<\" reaches the tool as a word, as with \"firewall save\"."),
+        .Hidden(),
 };
 
 }  // namespace

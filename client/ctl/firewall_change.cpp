@@ -29,9 +29,8 @@ std::set<std::pair<Network, std::string>> Senders() {
     senders.emplace(*ParseNetwork("fe80::/10"), "neighbour discovery");
     for (const Json& link : KernelLinks()) {
         for (const Json& address : link["addresses"]) {
-            const Network network = Masked(*ParseNetwork(AddressText(address)));
-            const bool isOnLink = network.family == TESSEL_FAMILY_INET6 && TextOf(address, "scope") == "global";
-            if (isOnLink) senders.emplace(network, "neighbours on " + TextOf(link, "interface"));
+            if (!HasAll(address, {{"family", "inet6"}, {"scope", "global"}})) continue;
+            senders.emplace(Masked(*ParseNetwork(AddressText(address))), "neighbours on " + TextOf(link, "interface"));
         }
     }
     return senders;
@@ -113,16 +112,15 @@ std::string WrongIn(const Json& document) {
 Outcome PerformPlan(const Invocation& invocation, const FilterPlan& plan, Change change) {
     const Options& options = invocation.options;
     const std::string losses = Joined(plan.losses, ", ");
-    change.guard = [&] { return WhyShutOut(options, plan); };
+    const std::string cut = WhyShutOut(options, plan);
+    change.guard = [&] { return options.dryRun ? "" : cut; };
     change.send = [&, send = change.send] {
         if (!losses.empty()) Agree(invocation, losses + ". Go on", losses);
         return send();
     };
     Outcome outcome = Perform(invocation, change);
-    if (!options.dryRun) return outcome;
-    outcome.notes = plan.losses;
-    const std::string cut = change.guard();
-    if (!cut.empty()) outcome.notes.push_back(cut);
+    if (options.dryRun) outcome.notes = plan.losses;
+    if (options.dryRun && !cut.empty()) outcome.notes.push_back(cut);
     return outcome;
 }
 

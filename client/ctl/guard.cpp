@@ -3,7 +3,7 @@
 #include <bit>
 #include <fstream>
 
-#include "client/ctl/kernel.h"
+#include "client/ctl/device.h"
 
 namespace tessel::ctl {
 
@@ -69,18 +69,16 @@ Answer HasPort(const std::string& text, const std::optional<u32>& port) {
 
 // Only of neighbours.
 Answer ComesFrom(const std::string& mac, const std::optional<Network>& host) {
-    if (!host) return std::nullopt;
-    for (const Json& neighbour : KernelNeighbours(host->family)) {
-        if (TextOf(neighbour, "address") == HostText(*host) && neighbour["mac"].is_string())
-            return ParseMac(TextOf(neighbour, "mac")) == ParseMac(mac);
-    }
-    return std::nullopt;
+    const Json neighbour = host ? FindIn(KernelNeighbours(host->family), "address", HostText(*host)) : Json();
+    const auto known = ParseMac(TextOf(neighbour, "mac"));
+    return known ? Answer(known == ParseMac(mac)) : std::nullopt;
 }
 
 // Whether the device's side of the session is an address of this interface: a packet's other end never is.
 Answer RunsOver(const std::string& interfaceName, const std::optional<Network>& end) {
     const Json link = end ? KernelLink(interfaceName) : Json();
-    return link.is_null() ? std::nullopt : Answer(LinkHas(link, *end));
+    if (link.is_null()) return std::nullopt;
+    return !FindIn(link.at("addresses"), "address", HostText(*end)).is_null();
 }
 
 Answer Meets(const std::string& option, const std::string& value, const Packet& packet) {
@@ -167,17 +165,15 @@ std::vector<Session> KnownSessions(const Options& options) {
 }
 
 std::string CutsSessionAt(const Network& address) {
-    Network host = address;
-    host.length = host.FullLength();
     const auto own = OwnSession();
-    return own && own->device == host ? "your session runs over " + HostText(host) : "";
+    const bool isIt = own && own->device && HostText(*own->device) == HostText(address);
+    return isIt ? "your session runs over " + HostText(address) : "";
 }
 
 std::string CutsSessionOn(const std::string& interfaceName) {
     const auto own = OwnSession();
     if (!own || !own->device) return "";
-    const Json link = interfaceName.empty() ? Json() : KernelLink(interfaceName);
-    const bool isOnIt = interfaceName.empty() || (!link.is_null() && LinkHas(link, *own->device));
+    const bool isOnIt = interfaceName.empty() || RunsOver(interfaceName, own->device) == true;
     return isOnIt ? CutsSessionAt(*own->device) : "";
 }
 

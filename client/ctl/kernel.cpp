@@ -86,10 +86,6 @@ Json KernelLink(const std::string& name) {
     return FindIn(KernelLinks(), "interface", name);
 }
 
-bool LinkHas(const Json& link, const Network& host) {
-    return !FindIn(link.at("addresses"), "address", HostText(host)).is_null();
-}
-
 Json KernelRoutes(int family, u32 table) {
     Json routes = Json::array();
     for (Json& route : Dump(RTM_GETROUTE, family)) {

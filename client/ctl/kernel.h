@@ -18,9 +18,6 @@ constexpr u32 kMainTable = 254;
 // One of them; null: there is none of this name.
 [[nodiscard]] Json KernelLink(const std::string& name);
 
-// Whether such a link has this address, whatever its length.
-[[nodiscard]] bool LinkHas(const Json& link, const Network& host);
-
 // Unicast routes of a family (or of both: IPv4 first) in a table, in the kernel's order:
 //   {"destination": "10.1.0.0/16" or "default", "gateway" or null, "interface" or null, "metric", "table", "family",
 //    "learnt": from a router advertisement}

@@ -1,5 +1,6 @@
 #include "client/ctl/processes.h"
 
+#include <fcntl.h>
 #include <glob.h>
 #include <unistd.h>
 
@@ -9,6 +10,8 @@
 #include <sstream>
 
 #include "client/call.h"
+#include "client/ctl/files.h"
+#include "core/unique_fd.h"
 
 namespace tessel::ctl {
 
@@ -31,8 +34,8 @@ pid_t PidIn(const std::string& path) {
 
 // A file of "/proc/PID"; empty: the process has gone.
 std::string TextAbout(pid_t pid, const char* file) {
-    std::ifstream stream(Format("/proc/{}/{}", pid, file));
-    return {std::istreambuf_iterator<char>(stream), {}};
+    const UniqueFd opened(open(Format("/proc/{}/{}", pid, file).c_str(), O_RDONLY | O_CLOEXEC));
+    return opened.IsOpen() ? ReadToEnd(opened.Get()).value_or("") : "";  // it may end while it is read
 }
 
 std::vector<std::string> WordsIn(const std::string& line) {

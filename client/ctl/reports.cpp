@@ -77,18 +77,15 @@ Outcome WatchConflicts(const Invocation& invocation) {
 }
 
 constexpr Command kConflictCommands[] = {
-    Row("on", "", &SwitchConflicts<true>, "have conflicts reported to the program that listens", "conflict on")
+    FamilyRow("on", "", &SwitchConflicts<true>, "have conflicts reported to the program that listens", "conflict on")
         .Sends(TESSEL_CMD_CONFLICT_START)
-        .OfFamily()
         .More("Addresses are watched and defended either way. Reports go to /tmp/ipc_ip_conflict (IPv4) and "
               "/tmp/ipc_ipv6_conflict; while nobody listens there, each holds conflict detection up for 5 to 8 s."),
-    Row("off", "", &SwitchConflicts<false>, "have conflicts reported no more", "conflict off -4")
+    FamilyRow("off", "", &SwitchConflicts<false>, "have conflicts reported no more", "conflict off -4")
         .Sends(TESSEL_CMD_CONFLICT_STOP)
-        .OfFamily()
         .More("There is one switch a family for all programs: refused while one listens, unless --force."),
-    Row("watch", "", &WatchConflicts, "show conflicts as they are reported, until interrupted", "conflict watch")
+    FamilyRow("watch", "", &WatchConflicts, "show conflicts as they are reported, until interrupted", "conflict watch")
         .Sends(TESSEL_CMD_CONFLICT_START, TESSEL_CMD_CONFLICT_STOP)
-        .OfFamily()
         .More("Switches the reports on, and off again in the end. One program a family can listen: refused while "
               "another does, unless --take; the switch then stays as that one has left it."),
 };

@@ -1,11 +1,14 @@
 #include "client/ctl/state.h"
 
+#include <sys/stat.h>
+
 #include <sstream>
 
 #include "client/ctl/device.h"
 #include "client/ctl/files.h"
 #include "client/ctl/filter.h"
 #include "client/ctl/output.h"
+#include "client/ctl/perform.h"
 #include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
@@ -82,7 +85,6 @@ void AddStep(std::vector<Step>& steps, const std::string& name, const std::strin
     steps.push_back(*SplitSavedLine(line));
 }
 
-// A row of BringTo's document.
 Json ResultRow(const std::string& name, const std::string& was, const std::string& wanted, const std::string& now,
                bool isDone, std::string_view word) {
     return {{"setting", name},
@@ -114,10 +116,13 @@ Json ReadState(const std::string& asked, bool withFirewall) {
             entry[key] = record.at(key);
         return entry;
     };
-    Json interfaces = Json::array();
+    Json state{{"interfaces", Json::array()},
+               {"priorities", DaemonPriorities(asked)},
+               {"routes", Json::array()},
+               {"rules", Json::array()}};
     for (const Json& link : KernelLinks()) {
         if (link.at("interface") == "lo" || link.at("kind") == "ppp") continue;
-        Json& entry = interfaces.emplace_back(chosen(link, {"interface", "mtu", "mac"}));
+        Json& entry = state["interfaces"].emplace_back(chosen(link, {"interface", "mtu", "mac"}));
         entry.update({{"addresses", Json::array()}, {"gateways", Json::array()}});
         for (const Json& address : link.at("addresses")) {
             if (address.at("scope") != "link" && !address.at("dynamic"))
@@ -129,22 +134,18 @@ Json ReadState(const std::string& asked, bool withFirewall) {
                 entry["gateways"].push_back(gateway.at("gateway"));
         }
     }
-    Json routes = Json::array();
     for (const Json& route : KernelRoutes(TESSEL_FAMILY_BOTH)) {
         const bool isPlain = !route.at("gateway").is_null() && !route.at("interface").is_null();
         if (isPlain && !route.at("learnt") && route.at("destination") != "default")
-            routes.push_back(chosen(route, {"destination", "gateway", "interface", "metric"}));
+            state["routes"].push_back(chosen(route, {"destination", "gateway", "interface", "metric"}));
     }
-    Json rules = Json::array();
     for (Json rule : KernelRules(TESSEL_FAMILY_INET)) {
         const auto pref = NumberOf(rule, "pref");
         const bool isKernels = pref == 0 || pref == 32766 || pref == 32767;  // ip-rule(8)
         if (rule.at("from") == "all") rule["from"] = "0.0.0.0/0";
         if (!isKernels && !rule.at("other_conditions") && NumberOf(rule, "table") != 0)
-            rules.push_back(chosen(rule, {"pref", "from", "fwmark", "table"}));
+            state["rules"].push_back(chosen(rule, {"pref", "from", "fwmark", "table"}));
     }
-    Json state{
-        {"interfaces", interfaces}, {"priorities", DaemonPriorities(asked)}, {"routes", routes}, {"rules", rules}};
     if (withFirewall) state["firewall"] = {SavedFilter(TESSEL_FAMILY_INET), SavedFilter(TESSEL_FAMILY_INET6)};
     return state;
 }
@@ -207,15 +208,27 @@ Outcome TakeBack(const Json& state, const Invocation& outer) {
         }
     }
     if (outcome.document.is_null()) rows.push_back(ResultRow("everything else", {}, {}, {}, false, "before"));
-    for (const Json& row : outcome.document)
-        rows.push_back(row);
+    rows.insert(rows.end(), outcome.document.begin(), outcome.document.end());
     outcome.document = rows;
     return outcome;
 }
 
+Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what,
+                   const Json& document) {
+    const std::string path = invocation.words.Text("FILE");
+    if (path.empty() || path == "-") return {.document = document, .text = text};
+    if (invocation.options.dryRun)
+        return {.document = document, .planned = {Format("writes {} ({} bytes)", path, text.size())}};
+    struct stat there {};
+    if (stat(path.c_str(), &there) == 0 && there.st_size > 0)
+        Agree(invocation, Format("Replace {} ({} bytes)", path, there.st_size),
+              Format("{} would be replaced: it has {} bytes", path, there.st_size));
+    ReplaceFile(invocation.asked, path, text);
+    return {.document = document, .done = Format("{}   {}", path, what)};
+}
+
 bool IsAllAs(const Json& rows) {
-    return std::all_of(rows.begin(), rows.end(),
-                       [](const Json& row) { return TextOf(row, "result").starts_with("as "); });
+    return std::all_of(rows.begin(), rows.end(), [](auto& row) { return TextOf(row, "result").starts_with("as "); });
 }
 
 }  // namespace tessel::ctl

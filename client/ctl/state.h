@@ -27,6 +27,10 @@ using Step = std::vector<std::string>;
 // Brings a state back as BringTo does, and its packet filters: a row for each that was another.
 [[nodiscard]] Outcome TakeBack(const Json& state, const Invocation& outer);
 
+// Of the commands that write `text` to their FILE: standard output without one or for "-". `what` says what is in it.
+[[nodiscard]] Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what,
+                                 const Json& document);
+
 // Whether every row is "as ...".
 [[nodiscard]] bool IsAllAs(const Json& rows);
 

@@ -56,9 +56,8 @@ Outcome TraceCommand(const Invocation& invocation) {
     outcome.text = RenderTable(lines, " {kind}| {function}| {text}", false, false) +
                    (outcome.done.empty() ? outcome.text : outcome.done + "\n");
     outcome.document = {{"lines", lines}, {"outcome", outcome.document}};
-    outcome.notes.push_back(
-        "the log level is 2 now, as after the daemon's start: it cannot be read back. A log file of the daemon's is "
-        "not continued (see \"log file\")");
+    outcome.notes.emplace_back(
+        "the log level is 2 now: it cannot be read back. The daemon's log file is closed (see \"log file\")");
     return outcome;
 }
 
@@ -66,8 +65,7 @@ constexpr Command kTraceCommands[] = {
     Row("", "COMMAND...", &TraceCommand, "run a command, and show what the daemon logs for it",
         "trace -- addr add 192.168.1.21/24 dev eth0")
         .Sends(TESSEL_CMD_LOG_LEVEL, TESSEL_CMD_LOG_FILE)
-        .More("At the highest level; requests of others show as well. A log file of the daemon's is closed, and the "
-              "level is 2 behind it. --dry-run of the command itself shows the lines of tools."),
+        .More("Requests of others show as well. --dry-run of the command itself shows the lines of tools."),
 };
 
 }  // namespace

@@ -1,5 +1,4 @@
-// A change that is taken back unless it is confirmed: by the guardian, a process of its own, which outlives the session
-// that the change may cut.
+// A change that is taken back unless it is confirmed: by the guardian, a process that outlives the session it may cut.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
@@ -149,8 +148,7 @@ int AwaitDecision(const Invocation& outer, const UniqueFd& guardian, const HeldS
 // Waits for the guardian's end. What it left behind, as an outcome.
 Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std::string& before) {
     (void)flock(guardian.Get(), LOCK_SH);
-    Outcome outcome;
-    outcome.document = DocumentIn(guardian);
+    Outcome outcome{.document = DocumentIn(guardian)};
     const std::string state = TextOf(outcome.document, "state");
     outcome.done = TextOf(outcome.document, "command") + "   kept";
     if (state == "kept") return outcome;
@@ -164,30 +162,27 @@ Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std:
 
 Outcome Try(const Invocation& invocation) {
     constexpr u32 kSeconds = 60;
-    const auto& [words, options, asked, out, err] = invocation;
-    const auto behind = static_cast<std::ptrdiff_t>(options.wordsBehindDashes);
-    const auto before = std::ssize(options.words) - behind;
-    if (behind == 0 || before > 2)
-        throw Refused(asked, R"(the command stands behind "--": try 60 -- link set eth0 mtu 1400)");
-    return TryCommand(invocation, before == 2 ? words.Get<u32>("S") : kSeconds,
-                      Step(options.words.end() - behind, options.words.end()));
+    const Step command = invocation.words.All<std::string>("COMMAND");
+    if (command.size() != invocation.options.wordsBehindDashes)
+        throw Refused(invocation.asked, R"(the command stands behind "--": try 60 -- link set eth0 mtu 1400)");
+    return TryCommand(invocation, invocation.words.Get<u32>("S", kSeconds), command);
 }
 
 Outcome ShowStatus(const Invocation& /*invocation*/) {
     const UniqueFd guardian = OpenGuardian(O_RDONLY);
-    Outcome outcome;
-    outcome.document = IsOver(guardian) ? Json::array() : DocumentIn(guardian);
+    Outcome outcome{.document = IsOver(guardian) ? Json::array() : DocumentIn(guardian)};
     if (outcome.document.empty()) outcome.done = "nothing waits to be confirmed";
     return outcome;
 }
 
-Outcome Decide(const Invocation& invocation, int order) {
+template <int kOrder>
+Outcome Decide(const Invocation& invocation) {
     const UniqueFd guardian = OpenGuardian(O_RDONLY);
     if (IsOver(guardian)) throw Failed(invocation.asked, "nothing waits to be confirmed");
     if (invocation.options.dryRun) return {};
-    Send(guardian, order);
-    Outcome outcome = EndOf(invocation, guardian, invocation.asked + (order == kKeep ? ": too late, " : ": "));
-    if (order == kTakeBack && outcome.failure && IsAllAs(outcome.document)) outcome.failure.reset();
+    Send(guardian, kOrder);
+    Outcome outcome = EndOf(invocation, guardian, invocation.asked + (kOrder == kKeep ? ": too late, " : ": "));
+    if (kOrder == kTakeBack && outcome.failure && IsAllAs(outcome.document)) outcome.failure.reset();
     return outcome;
 }
 
@@ -198,12 +193,8 @@ constexpr Command kTryCommands[] = {
         .More("The command stands behind \"--\". Taken back are addresses, MTU, hardware addresses, gateways, "
               "priorities, routes, rules and the packet filter, also when the session ends: exit status 6. The guard "
               "of remote sessions does not hold here."),
-    Row(
-        "confirm", "", [](const Invocation& invocation) { return Decide(invocation, kKeep); },
-        "keep it, from any session", "try confirm"),
-    Row(
-        "cancel", "", [](const Invocation& invocation) { return Decide(invocation, kTakeBack); }, "take it back now",
-        "try cancel"),
+    Row("confirm", "", &Decide<kKeep>, "keep it, from any session", "try confirm"),
+    Row("cancel", "", &Decide<kTakeBack>, "take it back now", "try cancel"),
     Row("status", "", &ShowStatus, "what waits to be confirmed", "try status")
         .Columns("COMMAND {command}|STATE {state}|UNTIL {until}|PID {pid}"),
 };
@@ -222,9 +213,7 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
         return outcome;
     }
     const Json saved = ReadState(outer.asked, true);
-    Say(outer,
-        Format("saved: {} interfaces, {} priorities, {} routes, {} rules, firewall\n", saved.at("interfaces").size(),
-               saved.at("priorities").size(), saved.at("routes").size(), saved.at("rules").size()));
+    Say(outer, "saved: interfaces, gateways, priorities, routes, rules, firewall\n");
     if (kSettings.find(Format(" {} ", object)) == std::string_view::npos)
         ShowNote(outer, Format("only settings are taken back: what \"{}\" starts or ends stays so", object));
     if (object == "priority" && saved.at("priorities").empty())
@@ -236,19 +225,18 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
         // What was refused has changed nothing.
         const bool wasRefused = outcome.failure->exit == kExitRefused;
         Send(guardian, wasRefused ? kKeep : kTakeBack);
-        const Outcome end = EndOf(outer, guardian, outcome.failure->message + "; ");
+        const std::string& why = outcome.failure->message;
+        const Outcome end = EndOf(outer, guardian, why.substr(0, why.find_last_not_of('.') + 1) + "; ");
         return wasRefused ? outcome : end;
     }
     Send(guardian, kBegin);
     Say(outer, outcome.done.empty() ? outcome.text : outcome.done + "\n");
     for (const std::string& note : outcome.notes)
         ShowNote(outer, note);
-    outcome = Outcome();
-    outcome.signal = AwaitDecision(outer, guardian, signals, seconds);
+    outcome = {.document = nullptr, .signal = AwaitDecision(outer, guardian, signals, seconds)};
     return outcome.signal != 0 ? outcome : EndOf(outer, guardian, Joined(arguments, " ") + ": not kept, ");
 }
 
-extern const Object kTry = {
-    .name = "try", .summary = "a change that is taken back unless it is confirmed", .commands = kTryCommands};
+extern const Object kTry = {.name = "try", .summary = "a change, taken back unless kept", .commands = kTryCommands};
 
 }  // namespace tessel::ctl

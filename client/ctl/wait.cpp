@@ -77,13 +77,11 @@ constexpr Command kWaitCommands[] = {
         .Columns("daemon {pid}"),
     Row("link", "IF", &WaitLink, "until an interface is up and has a carrier", "wait link eth0 --timeout 10")
         .Columns("INTERFACE {interface}|STATE {state}"),
-    Row("addr", "IF", &WaitAddr, "until an interface has an address that can be used", "wait addr eth0 -4")
+    FamilyRow("addr", "IF", &WaitAddr, "until an interface has an address that can be used", "wait addr eth0 -4")
         .Sends(TESSEL_CMD_IPADDR_GET)
-        .OfFamily()
         .Columns("INTERFACE {interface}|ADDRESS {address}/{prefix_length}"),
-    Row("gateway", "[IF]", &WaitGateway, "until there is a default route", "wait gateway eth0")
+    FamilyRow("gateway", "[IF]", &WaitGateway, "until there is a default route", "wait gateway eth0")
         .Sends(TESSEL_CMD_GATEWAY_GET)
-        .OfFamily()
         .Columns("INTERFACE {interface}|GATEWAY {gateway}"),
 };
 

@@ -50,7 +50,11 @@ TEST(Addresses, AreChangedInTheKernelAndReadBack) {
 }
 
 TEST(Addresses, FailuresSayWhy) {
-    ExpectAll({{"addr show", 3, "the daemon is not running"}, {"-n addr flush dev eth0 -6", 0, "runs"}});
+    EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " -V 2>&1 >/dev/full; echo $?"),
+              "tesselctl: standard output: No space left on device\n1\n");
+    ExpectAll({{"addr show", 3, "the daemon is not running (no socket"}, {"-n addr flush dev eth0 -6", 0, "runs"}});
+    { const Daemon ended; }
+    ExpectAll({{"addr show", 3, "the daemon is not running (nobody listens on the stale socket"}});
     const Daemon daemon;
     Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
     ExpectAll(
@@ -96,6 +100,7 @@ TEST(Addresses, TheSessionIsKept) {
     const RemoteSession session;
     ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 2, "your session runs over 192.168.1.20"},
                {"addr flush dev eth0", 2, "your session runs over"},
+               {"addr flush dev eth0 -n", 0, "would be refused without --force: your session runs over"},
                {"addr set dev eth0 10.0.0.1/8", 2, "(--force does it)"},
                {"link set eth0 mac 02:00:00:00:00:09", 2, "your session runs over"},
                {"addr flush dev eth0 -6", 0, "flushed"},

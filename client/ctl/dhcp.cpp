@@ -194,7 +194,7 @@ Outcome CheckServer(const Invocation& invocation) {
     Outcome outcome{.document = {{"address", HostText(server)}, {"answered", error == TESSEL_OK}},
                     .done = HostText(server) + " answers"};
     if (error != TESSEL_OK)
-        outcome.failure = Failure(kExitFailed, "no_answer", invocation.asked + ": no answer within 100 ms");
+        outcome.failure = Failure{kExitFailed, "no_answer", invocation.asked + ": no answer within 100 ms"};
     return outcome;
 }
 

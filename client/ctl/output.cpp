@@ -21,6 +21,19 @@ std::size_t WidthOf(const std::string& text) {
         std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
+// The bytes of the first `width` characters. Neither continuation bytes of UTF-8 nor colours take room.
+std::size_t BytesWithin(std::string_view text, std::size_t width) {
+    std::size_t at = 0;
+    for (std::size_t count = 0; at < text.size(); ++at) {
+        if (text[at] == '\x1b') {
+            at = std::min(text.find('m', at), text.size() - 1);
+        } else if ((static_cast<unsigned char>(text[at]) & 0xC0) != 0x80 && count++ == width) {
+            break;
+        }
+    }
+    return at;
+}
+
 std::string Dumped(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
@@ -150,6 +163,23 @@ std::string RenderRows(const Rows& rows, bool withColour) {
         text += "\n";
     }
     return text;
+}
+
+std::string Wrapped(const std::string& text, std::size_t width) {
+    std::vector<std::string> lines;
+    for (const std::string_view line : Split(text, '\n')) {
+        std::string rest(line);
+        const std::size_t gap = rest.rfind("  ");
+        const std::size_t column = gap == std::string::npos || gap + 2 > width / 2 ? 4 : gap + 2;
+        for (std::size_t end = 0; (end = BytesWithin(rest, width)) < rest.size();) {
+            const std::size_t blank = rest.rfind(' ', end);
+            if (blank == std::string::npos || blank <= column) break;  // one long word
+            lines.push_back(rest.substr(0, blank));
+            rest = std::string(column, ' ') + rest.substr(blank + 1);
+        }
+        lines.push_back(rest);
+    }
+    return Joined(lines, "\n");
 }
 
 std::string RenderTable(const Json& document, std::string_view columns, bool withHeader, bool withColour) {

@@ -1,6 +1,7 @@
 #include "client/ctl/tesselctl.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "client/ctl/output.h"
@@ -16,6 +17,13 @@ constexpr char kCompleteWord[] = "__complete";
 
 void Print(std::FILE* file, const std::string& text) {
     (void)std::fputs(text.c_str(), file);
+}
+
+// For people: as wide as their terminal.
+void PrintText(std::FILE* file, const std::string& text) {
+    winsize size{};
+    const bool isTerminal = ioctl(fileno(file), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    Print(file, isTerminal ? Wrapped(text, size.ws_col) : text);
 }
 
 bool WantsColour(const Options& options, std::FILE* out) {
@@ -84,11 +92,11 @@ int ShowOutcome(const Outcome& outcome, const Command& command, const Options& o
     } else if (options.json && hasResult) {
         Print(out, RenderJson(outcome.document));
     } else if (!isForPrograms && !outcome.text.empty()) {
-        Print(out, outcome.text);
+        PrintText(out, outcome.text);
     } else if (!isForPrograms && !outcome.done.empty()) {
-        if (!options.quiet && !outcome.failure) Print(out, outcome.done + "\n");
+        if (!options.quiet && !outcome.failure) PrintText(out, outcome.done + "\n");
     } else if (!isForPrograms && hasResult) {
-        Print(out, RenderTable(outcome.document, command.columns, !options.noHeader, WantsColour(options, out)));
+        PrintText(out, RenderTable(outcome.document, command.columns, !options.noHeader, WantsColour(options, out)));
     }
     (void)std::fflush(out);
     const Words none;
@@ -151,7 +159,7 @@ int RunTool(const std::vector<std::string>& arguments, std::FILE* out, std::FILE
             return kExitDone;
         }
         if (options.help) {
-            Print(out, HelpText(options.words));
+            PrintText(out, HelpText(options.words));
             return kExitDone;
         }
         return RunCommand(options, arguments, out, err);

@@ -156,7 +156,7 @@ Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std:
     outcome.notes = outcome.document.at("problems");
     outcome.document = Json(outcome.document.at("results"));
     outcome.text = RenderTable(outcome.document, " {setting}| {now}| {result}", false, false);
-    outcome.failure = Failure(kExitUndone, "undone", Format("{}taken back, {}", before, RestText(outcome.document)));
+    outcome.failure = Failure{kExitUndone, "undone", Format("{}taken back, {}", before, RestText(outcome.document))};
     return outcome;
 }
 

@@ -139,7 +139,7 @@ class Watcher {
         if (daemon == daemon_) return;
         daemon_ = daemon;
         const std::string then = watch_.survivesTheDaemon ? "; waiting for the next one" : "";
-        const Failure ended(kExitNotRunning, "not_running", invocation_.asked + ": the daemon has ended" + then);
+        const Failure ended{kExitNotRunning, "not_running", invocation_.asked + ": the daemon has ended" + then};
         if (!watch_.survivesTheDaemon) throw ended;
         if (!daemon) {
             // Nothing has ended here, so this is no result.

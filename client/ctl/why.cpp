@@ -97,7 +97,7 @@ Outcome Why(const Invocation& invocation) {
     if (from != nullptr && from->family != target.family) throw Refused(invocation.asked, "addresses of two families");
     std::string problem;
     const Json route = KernelRouteTo(target, from, mark == 0 ? std::nullopt : std::optional(mark), problem);
-    if (route.is_null()) throw Failure(kExitFailed, "unreachable", invocation.asked + ": " + problem);
+    if (route.is_null()) throw Failure{kExitFailed, "unreachable", invocation.asked + ": " + problem};
     Json way{{"target", HostText(target)}};
     for (const char* key : {"interface", "gateway", "source", "table", "family", "local"})
         way[key] = route[key];

@@ -186,6 +186,9 @@ TEST(Output, TablesAndFieldsComeFromTheDocument) {
     EXPECT_EQ(RenderFields(document, {"address", "interface"}).value(), "10.0.0.1\teth0\nfe80::1\teth0\n\tünï\n");
     EXPECT_EQ(RenderFields(document, {"nonsense"}), std::nullopt);
     EXPECT_EQ(RenderFields(Json::array(), {"interface"}), "");
+    EXPECT_EQ(RenderFields(document, {"list.address"}).value(), "10.0.0.1\nfe80::1\n");
+    EXPECT_EQ(Wrapped("name  one two three\n  ünï \x1b[32mup\x1b[0m and a-long-word\nfits\n", 13),
+              "name  one two\n      three\n  ünï \x1b[32mup\x1b[0m and\n  a-long-word\nfits\n");
     EXPECT_EQ(HumanRate(999) + HumanRate(12345678) + HumanDuration(93600) + HumanKib(2150),
               "999 bit/s12.3 Mbit/s1d 2h2.1 MiB");
 }

@@ -187,6 +187,11 @@ TEST_F(DeviceStateTest, ATraceShowsWhatTheDaemonRan) {
     run = RunLine("trace -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0");
     EXPECT_EQ(run.status, 1) << "the command's own";
     EXPECT_THAT(run.out, HasSubstr("OneRouteAdd error!"));
+    // Nothing of it stays: no file, none that the daemon has open, and the level.
+    EXPECT_EQ(OutputOf("ls -d /tmp/tesselctl-trace* 2>/dev/null"), "");
+    EXPECT_EQ(OutputOf("ls -l /proc/" + std::to_string(daemon_.Pid()) + "/fd | grep tesselctl-trace"), "");
+    ExpectAll({{"log file /tmp/level.log", 0, ""}, {"addr show dev eth0", 0, ""}, {"log file off", 0, ""}});
+    EXPECT_THAT(ReadFile("/tmp/level.log"), testing::Not(HasSubstr("GetIpaddrV4")));
 }
 
 }  // namespace

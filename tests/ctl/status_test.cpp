@@ -114,7 +114,13 @@ TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
     });
     EXPECT_EQ(DocumentOf("wait addr eth2 -4 -t 20")["address"], "10.8.0.1");
     later.join();
-    Prepare({"ip addr flush dev eth2"});
+    // Not before nobody else can have it.
+    Prepare({"ip addr add 2001:db8:7::1/64 dev eth2"});
+    ExpectAll({{"wait addr eth2 -6 -t 20", 0, "2001:db8:7::1/64"}});
+    EXPECT_EQ(OutputOf("ip -6 addr show dev eth2 tentative scope global"), "");
+    Prepare({"ip addr flush dev eth2", "ip link set eth2 down"});
+    ExpectAll({{"wait link eth2 -t 1", 4, "eth2 is not up"}});
+    Prepare({"ip link set eth2 up"});
 }
 
 TEST_F(Finding, MonitorShowsTheKernelAndTakesOnlyWhatIsFree) {

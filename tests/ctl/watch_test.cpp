@@ -233,11 +233,16 @@ TEST(Traceroute, ALineAHop) {
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_THAT(run.out, MatchesRegex("  1  192.168.1.1  [0-9.]+ ms\n"));
     }
-    ExpectAll({{"traceroute 203.0.113.1", 1, "  1  no route\n"}, {"traceroute stop 7", 0, "trace 7 stopped"}});
+    ExpectAll({{"traceroute 203.0.113.1", 1, "  1  no route\n"},
+               {"traceroute 203.0.113.1", 1, ": there is no route\n"},
+               {"traceroute stop 7", 0, "trace 7 stopped"}});
     EXPECT_EQ(RunLine("traceroute 192.168.1.1 -g event").out, "trace_reached\n");
-    Prepare({"ip route add 10.9.0.0/16 via 192.168.1.1", "ip -n far route add unreachable 10.9.0.0/16",
+    Prepare({"ip route add 10.0.0.0/8 via 192.168.1.1", "ip -n far route add unreachable 10.9.0.0/16",
+             "ip -n far route add blackhole 10.10.0.0/16",
              "ip netns exec far sh -c 'echo 1 > /proc/sys/net/ipv4/ip_forward'"});
-    ExpectAll({{"traceroute 10.9.0.1", 1, "hop 1, 192.168.1.1, reports that the target cannot be reached"}});
+    ExpectAll({{"traceroute 10.10.0.1 hops 1", 1, "  1  *  *  *\n"},
+               {"traceroute 10.9.0.1", 1, " ms refused\n"},
+               {"traceroute 10.9.0.1", 1, "hop 1, 192.168.1.1, reports that the target cannot be reached"}});
 }
 
 TEST(Traffic, IsShownAndSwitchedOff) {

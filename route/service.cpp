@@ -27,17 +27,18 @@ constexpr ServiceProcess kServiceProcesses[] = {
 
 constexpr char kOwnProcess[] = "tessel_daemon";
 
+}  // namespace
+
 const char* ProcessOfService(const char* serviceName) {
     const auto* const found = std::find_if(std::begin(kServiceProcesses), std::end(kServiceProcesses),
                                            [&](const auto& row) { return strcmp(row.service, serviceName) == 0; });
-    if (found == std::end(kServiceProcesses)) return serviceName;
+    if (found == std::end(kServiceProcesses)) return nullptr;
     return IsUbuntuHost() == 1 ? found->onDesktop : found->onDevice;
 }
 
-}  // namespace
-
 i32 ServiceStop(const char* serviceName) {
-    const char* const processName = ProcessOfService(serviceName);
+    const char* const known = ProcessOfService(serviceName);
+    const char* const processName = known != nullptr ? known : serviceName;
     if (!tessel::IsLineWord(processName)) return -1;
     // killall takes a name with '/' for a program file, which could be this daemon's. It never ends itself: nobody
     // would answer.

@@ -2,13 +2,13 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <map>
 
 #include "client/ctl/device.h"
 #include "client/ctl/files.h"
 #include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
+#include "route/service.h"
 
 namespace tessel::ctl {
 
@@ -171,16 +171,10 @@ Outcome SwitchWeb(const Invocation& invocation) {
 
 Outcome StopService(const Invocation& invocation) {
     const std::string service = invocation.words.Text("SERVICE");
-    std::ifstream file("/etc/issue");
-    const std::string issue{std::istreambuf_iterator<char>(file), {}};
-    const bool isDesktop = issue.find("ubuntu") != std::string::npos || issue.find("Ubuntu") != std::string::npos;
-    // What the daemon kills: on a development machine, and on the device.
-    const std::map<std::string, std::array<std::string, 2>> killed = {
-        {"ssh", {"sshd", "dropbear"}}, {"telnetd", {"in.telnetd", "telnetd"}}, {"ftpd", {"vsftpd", "ftpd"}}};
-    const auto known = killed.find(service);
-    const std::string process = known == killed.end() ? service : known->second[isDesktop ? 0 : 1];
+    const char* const known = ProcessOfService(service.c_str());
+    const std::string process = known != nullptr ? known : service;
     const auto pids = FindProcesses(process);
-    if (known == killed.end()) {
+    if (known == nullptr) {
         const std::string what = Format("every process called {} ({})", process, PidsText(pids));
         Agree(invocation, "Kill " + what, "it would kill " + what);
     }

@@ -12,6 +12,10 @@ bool HasAddress(const Json& addresses, const std::string& text) {
     return std::any_of(addresses.begin(), addresses.end(), [&](const Json& one) { return AddressText(one) == text; });
 }
 
+bool IsOf(const Json& address, int family) {
+    return family == TESSEL_FAMILY_BOTH || address.at("family") == FamilyName(family);
+}
+
 void AddFromKernel(Json& document, int family, Outcome& outcome) {
     const std::string name = TextOf(document, "interface");
     const std::string foreign = ForeignKernel();
@@ -19,8 +23,7 @@ void AddFromKernel(Json& document, int family, Outcome& outcome) {
     std::vector<std::string> added;
     Json link = KernelLink(name);
     for (const Json& address : link["addresses"]) {
-        const bool isMeant = family == TESSEL_FAMILY_BOTH || address.at("family") == FamilyName(family);
-        if (!isMeant || HasAddress(document.at("addresses"), AddressText(address))) continue;
+        if (!IsOf(address, family) || HasAddress(document.at("addresses"), AddressText(address))) continue;
         document["addresses"].push_back(address);
         added.push_back(AddressText(address));
     }
@@ -95,9 +98,8 @@ Outcome ChangeOne(const Invocation& invocation) {
 Predicate PassingBeside(const std::vector<std::string>& wanted, int family) {
     return [=](const Json& address) {
         const bool isOwn = address.at("scope") == "link" || address.at("dynamic") == true;
-        const bool isMeant = family == TESSEL_FAMILY_BOTH || address.at("family") == FamilyName(family);
         const bool stays = isOwn && address.at("family") == "inet6";
-        return isMeant && !stays && std::count(wanted.begin(), wanted.end(), AddressText(address)) == 0;
+        return IsOf(address, family) && !stays && std::count(wanted.begin(), wanted.end(), AddressText(address)) == 0;
     };
 }
 

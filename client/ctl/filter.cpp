@@ -103,8 +103,7 @@ std::string Filter::Apply(const std::string& operation, const FilterRule& rule) 
 }
 
 std::optional<bool> FilterPlan::Apply(const std::string& line) {
-    std::istringstream stream(line);
-    std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    auto words = WordsIn(line);
     if (words.size() > 2 && words[1] == "-t") words.erase(words.begin() + 1, words.begin() + 3);
     if (words.size() < 3 || (words[0] != "iptables" && words[0] != "ip6tables")) return std::nullopt;
     const int family = words[0] == "iptables" ? TESSEL_FAMILY_INET : TESSEL_FAMILY_INET6;

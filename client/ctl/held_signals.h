@@ -9,7 +9,10 @@
 
 namespace tessel::ctl {
 
-// While one lives, SIGINT, SIGTERM and SIGHUP wait in a descriptor: none is lost between a look and a wait. Those that
+// What ends the tool from outside.
+inline constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+// While one lives, those wait in a descriptor: none is lost between a look and a wait. Those that
 // the caller of the tool had ignored (nohup does) stay so. SIGPIPE is ignored from then on: writes fail instead.
 class HeldSignals {
   public:
@@ -17,7 +20,7 @@ class HeldSignals {
         (void)signal(SIGPIPE, SIG_IGN);
         sigset_t held;
         sigemptyset(&held);
-        for (const int ending : {SIGINT, SIGTERM, SIGHUP}) {
+        for (const int ending : kEndingSignals) {
             // The kernel keeps a blocked signal even if it is ignored, and would hand it to the descriptor.
             struct sigaction action {};
             if (sigaction(ending, nullptr, &action) != 0 || action.sa_handler != SIG_IGN) sigaddset(&held, ending);

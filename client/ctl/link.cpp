@@ -181,8 +181,7 @@ constexpr Command kLinkCommands[] = {
         .Sends(TESSEL_CMD_IPADDR_SHOW, TESSEL_CMD_MTU_GET)
         .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}")
         .More("Without an Ethernet address (lo, ppp0) all but the MTU is the kernel's. There is no \"link set eth0 "
-              "up\" or "
-              "\"down\": the daemon switches no interface."),
+              "up\" or \"down\": the daemon switches no interface."),
     Row("mtu", "IF", &ShowMtu, "the largest packet in bytes", "link mtu eth0")
         .Sends(TESSEL_CMD_MTU_GET)
         .Columns(" {mtu}"),

@@ -7,7 +7,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "client/call.h"
 #include "client/ctl/files.h"
@@ -36,11 +35,6 @@ pid_t PidIn(const std::string& path) {
 std::string TextAbout(pid_t pid, const char* file) {
     const UniqueFd opened(open(Format("/proc/{}/{}", pid, file).c_str(), O_RDONLY | O_CLOEXEC));
     return opened.IsOpen() ? ReadToEnd(opened.Get()).value_or("") : "";  // it may end while it is read
-}
-
-std::vector<std::string> WordsIn(const std::string& line) {
-    std::istringstream words(line);
-    return {std::istream_iterator<std::string>(words), {}};
 }
 
 // A topic and the name of its socket; one that ends with '_' goes on with words of whoever has the notices sent.
@@ -139,6 +133,10 @@ std::string ListeningText(const std::optional<ListeningProcess>& process) {
     return process && process->pid ? Format("{} (pid {})", process->name, *process->pid) : "another program";
 }
 
+Json ListenerJson(const std::optional<ListeningProcess>& process) {
+    return process ? Json{{"pid", OrNull(process->pid)}, {"process", NullIfEmpty(process->name)}} : Json();
+}
+
 std::vector<std::string> ListenedNames(std::string_view beginning) {
     std::vector<std::string> names;
     for (const std::string& path : Matching(TESSEL_SOCKET_DIRECTORY "*")) {
@@ -156,8 +154,7 @@ Json NoticeListeners() {
             const std::string words = (isWhole ? "" : " ") + name.substr(beginning.size());
             listeners.push_back({{"topic", std::string(topic) + words.substr(0, words.find('_'))}, {"socket", name}});
             const auto process = FindListeningProcess(name);
-            Json& listener = listeners.back()["listener"];
-            if (process) listener = {{"pid", OrNull(process->pid)}, {"process", NullIfEmpty(process->name)}};
+            listeners.back()["listener"] = ListenerJson(process);
             listeners.back()["text"] = process ? ListeningText(process) : "nobody";
         }
     }

@@ -36,12 +36,15 @@ struct ListeningProcess {
 // "webui (pid 801)", "another program".
 [[nodiscard]] std::string ListeningText(const std::optional<ListeningProcess>& process);
 
+// {"pid", "process"}; null: nobody listens.
+[[nodiscard]] Json ListenerJson(const std::optional<ListeningProcess>& process);
+
 // The names of sockets with this beginning that somebody listens under.
 [[nodiscard]] std::vector<std::string> ListenedNames(std::string_view beginning);
 
 // Who takes which notices: under every name that is fixed, and under those that programs have made up for themselves.
 //   [{"topic": kind, family, interface or id: "conflict inet6", "dhcp eth0"; "socket",
-//     "listener": {"pid", "process"}, null when nobody listens; "text": "webui (pid 801)", "nobody"}]
+//     "listener": as above; "text": "webui (pid 801)", "nobody"}]
 [[nodiscard]] Json NoticeListeners();
 
 }  // namespace tessel::ctl

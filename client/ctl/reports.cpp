@@ -29,14 +29,13 @@ std::string ConflictSocket(int family) {
 template <bool isOn>
 Outcome SwitchConflicts(const Invocation& invocation) {
     const auto families = FamiliesOf(invocation.options);
-    const Json listeners = NoticeListeners();
     Json document = Json::array();
     std::vector<std::string> names;
     std::vector<std::string> notes;
     std::string silenced;
     for (const int family : families) {
         const std::string socket = ConflictSocket(family);
-        const Json listener = FindIn(listeners, "socket", socket)["listener"];
+        const Json listener = ListenerJson(FindListeningProcess(socket));
         names.push_back(FamilyName(family));
         document.push_back({{"family", names.back()}, {"reporting", isOn}, {"listener", listener}});
         if (!isOn && !listener.is_null()) silenced = WhoIsSilenced(socket);

@@ -6,12 +6,12 @@
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 #include "client/call.h"
 #include "client/ctl/fields.h"
 #include "client/ctl/files.h"
+#include "client/ctl/held_signals.h"
 #include "core/exec_note.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
@@ -120,8 +120,7 @@ i32 CallHandler(const Message& message, std::span<const u8> request) {
 // What a tool would answer. Lines that only read are run.
 ToolAnswer AnswerTool(const std::string& line) {
     if (const auto isTaken = g_passing.filters.Apply(line)) return {.output = "", .status = *isTaken ? 0 : 1};
-    std::istringstream stream(line);
-    const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+    const auto words = WordsIn(line);
     if (!IsShow(words)) return {};
     const CapturedTool shown = CaptureTool(words);
     return {.output = shown.text + shown.problem, .status = shown.isDone ? 0 : 1};
@@ -155,7 +154,7 @@ std::jthread NoticeOfWaiting(std::FILE* err) {
     sigset_t held;
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     sigemptyset(&held);
-    for (const int ending : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int ending : kEndingSignals) {
         if (sigismember(&blocked, ending) == 1) sigaddset(&held, ending);
     }
     if (!isForPeople && sigisemptyset(&held) != 0) return {};

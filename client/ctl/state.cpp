@@ -53,7 +53,7 @@ Json AimsOf(const Json& now, const Json& wanted) {
     Json aims = Json::object();
     const Json settings = SettingsOf(wanted);
     for (const auto& [name, text] : now.items()) {
-        const Step words = *SplitSavedLine(name);
+        const Step words = WordsIn(name);
         const auto dev = std::find(words.begin(), words.end(), "dev");
         const Json link =
             dev == words.end() ? Json() : FindIn(wanted.value("interfaces", Json::array()), "interface", dev[1]);
@@ -82,7 +82,7 @@ void AddStep(std::vector<Step>& steps, const std::string& name, const std::strin
         line = Format("{} {} {}", isFurther ? Joined(steps.back(), " ") : "priority set", subject, wanted);
         if (isFurther) steps.pop_back();
     }
-    steps.push_back(*SplitSavedLine(line));
+    steps.push_back(WordsIn(line));
 }
 
 Json ResultRow(const std::string& name, const std::string& was, const std::string& wanted, const std::string& now,

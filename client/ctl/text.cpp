@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <ctime>
+#include <sstream>
 
 namespace tessel::ctl {
 
@@ -37,6 +38,11 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
         at = end + 1;
     }
     return pieces;
+}
+
+std::vector<std::string> WordsIn(const std::string& line) {
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
 }
 
 std::string JsonTime(WallTime time) {

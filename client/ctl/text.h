@@ -54,6 +54,9 @@ template <typename List>
 // "a|b" at '|': "a", "b". Nothing for an empty text; empty pieces are kept.
 [[nodiscard]] std::vector<std::string_view> Split(std::string_view text, char separator);
 
+// "a  b" at blanks of any kind: "a", "b".
+[[nodiscard]] std::vector<std::string> WordsIn(const std::string& line);
+
 // Documents are what every command makes, and what tables, fields and JSON are rendered from. No key comes and goes:
 // what is missing is null.
 using Json = nlohmann::ordered_json;

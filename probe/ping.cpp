@@ -64,7 +64,8 @@ void Report(const TNetPingStartReq& ping, TNetPingResult result, const char* out
 }
 
 // All echoes of a session. 0, or -1 when it ended before the last.
-i32 SendEchoes(const Worker& self, const TNetPingStartReq& ping, const CommandLine& command) {
+i32 SendEchoes(const Worker& self, const TNetPingStartReq& ping, CommandLine command) {
+    if (!tessel::ComposePing(command, ping)) return -1;
     TESSEL_PRT_AT(command.where, "pchCmd : %s", strchr(command.text, ' ') + 1);
     for (u32 i = 0; i < ping.dwCount; ++i) {
         tessel::ToolOutput output(kPingOutputBytes);
@@ -81,25 +82,11 @@ i32 SendEchoes(const Worker& self, const TNetPingStartReq& ping, const CommandLi
 }
 
 i32 Ping4(const Worker& self, const TNetPingStartReq& ping) {
-    CommandLine command;
-    if (!ComposeCommand(command, kPing4, Signed(ping.dwPacketSize), Signed(ping.dwTtl), Signed(ping.dwTimeout),
-                        AddressText(ping.tTarget).text)) {
-        return -1;
-    }
-    return SendEchoes(self, ping, command);
+    return SendEchoes(self, ping, CommandLine());
 }
 
 i32 Ping6(const Worker& self, const TNetPingStartReq& ping) {
-    const AddressText target(ping.tTarget);
-    const i32 packetSize = Signed(ping.dwPacketSize);
-    const i32 ttl = Signed(ping.dwTtl);
-    const i32 timeout = Signed(ping.dwTimeout);
-    CommandLine command;
-    if (!(IsUbuntuHost() == 1 ? ComposeCommand(command, kPing6OfDesktop, packetSize, ttl, timeout, target.text)
-                              : ComposeCommand(command, kPing6, packetSize, ttl, timeout, target.text))) {
-        return -1;
-    }
-    return SendEchoes(self, ping, command);
+    return SendEchoes(self, ping, CommandLine());
 }
 
 bool PingThread(const Worker& self, TNetPingStartReq& ping) {
@@ -138,7 +125,7 @@ i32 PingStart(const TNetGateway* target, u32 packetSize, u32 timeout, u32 ttl, u
         return -1;
     }
     *ping = {.tTarget = *target,
-             .dwPacketSize = std::max(packetSize, kPacketBytesMin),
+             .dwPacketSize = packetSize,
              .dwTimeout = timeout,
              .dwTtl = ttl,
              .dwCount = count,
@@ -176,6 +163,17 @@ i32 PingBufToMsg(const char* output, TNetPingResult* result) {
 }
 
 namespace tessel {
+
+bool ComposePing(CommandLine& command, const TNetPingStartReq& ping) {
+    const AddressText target(ping.tTarget);
+    const i32 packetSize = Signed(std::max(ping.dwPacketSize, kPacketBytesMin));
+    const i32 ttl = Signed(ping.dwTtl);
+    const i32 timeout = Signed(ping.dwTimeout);
+    if (ping.tTarget.wSinFamily == TESSEL_FAMILY_INET)
+        return ComposeCommand(command, kPing4, packetSize, ttl, timeout, target.text);
+    return IsUbuntuHost() == 1 ? ComposeCommand(command, kPing6OfDesktop, packetSize, ttl, timeout, target.text)
+                               : ComposeCommand(command, kPing6, packetSize, ttl, timeout, target.text);
+}
 
 u32 PingClass(const char* output) {
     if (output[0] == '\0') return TESSEL_PING_NO_OUTPUT;

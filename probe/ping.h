@@ -5,6 +5,7 @@
 // more and has to be stopped.
 #pragma once
 
+#include "core/exec.h"
 #include "core/types.h"
 #include "tessel/ping.h"
 
@@ -31,6 +32,10 @@ i32 PingStop(i32 userId);
 [[nodiscard]] i32 PingBufToMsg(const char* output, TNetPingResult* result);
 
 namespace tessel {
+
+// The line of one echo to a target of family 2 or 10; less than 56 data bytes count as 56. False, with a log line, when
+// it is too long.
+[[nodiscard]] bool ComposePing(CommandLine& command, const TNetPingStartReq& ping);
 
 // How an echo ended, by what the tool printed: TESSEL_PING_...
 [[nodiscard]] u32 PingClass(const char* output);

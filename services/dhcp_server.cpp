@@ -129,7 +129,8 @@ bool IsConfiguration(const TNetDhcpsConf& conf, tessel::CallSite where = tessel:
 }
 
 i32 StartDhcpServer4(const char* interfaceName, const TNetDhcpsConf& conf) {
-    if (!tessel::IsInterfaceName(interfaceName) || !IsConfiguration(conf)) return -1;
+    CommandLine command;
+    if (!tessel::ComposeDhcpServer(command, interfaceName, conf)) return -1;
     if (!tessel::OpenRegularFile(kLeaseFile, O_RDWR | O_CREAT, kFileMode).IsOpen()) {
         TESSEL_ERR("open file %s failed", kLeaseFile);
         TESSEL_PERROR("fopen error");
@@ -140,8 +141,6 @@ i32 StartDhcpServer4(const char* interfaceName, const TNetDhcpsConf& conf) {
         TESSEL_ERR("DHCPS write into configure ERROR!");
         return -1;
     }
-    CommandLine command;
-    if (!ComposeCommand(command, kStart, files.configuration)) return -1;
     return StartDetached(command, {SIGUSR1, SIGUSR2, SIGTERM});
 }
 
@@ -164,24 +163,9 @@ tessel::InterfaceProcess ServerOf(const ServerFiles& files) {
 }
 
 i32 DhcpsStop4(const char* interfaceName) {
-    const ServerFiles files(interfaceName);
-    const tessel::InterfaceProcess server = ServerOf(files);
-    const pid_t pid = server.Find();
-    if (pid <= 0) {
-        TESSEL_PRT("*****not found udhcpd process, remove pid_file:%s,  config_file:%s*****", files.pid,
-                   files.configuration);
-        files.Remove();
-        return 0;
-    }
-    TESSEL_PRT("*****found udhcpd process, pid_file:%s, config_file:%s, will kill process %d*****", files.pid,
-               files.configuration, pid);
-    const i32 status = server.Kill(pid);
-    if (status != 0) {
-        TESSEL_ERR("the child process error:ret=%d!", status);
-        return status;
-    }
-    files.Remove();
-    return 0;
+    const i32 status = tessel::EndDhcpServer(interfaceName, tessel::CallSite::Current());
+    if (status == 0) ServerFiles(interfaceName).Remove();
+    return status;
 }
 
 i32 DhcpsStop6() {
@@ -266,3 +250,28 @@ const char* PrefixToString(u16 family, u32 prefixBits, char* buffer, u32 size) {
     const u32 mask = htonl(static_cast<u32>(~u64{0} << (32 - prefixBits)));
     return inet_ntop(family, &mask, buffer, size);
 }
+
+namespace tessel {
+
+bool ComposeDhcpServer(CommandLine& line, const char* interfaceName, const TNetDhcpsConf& conf) {
+    return IsInterfaceName(interfaceName, line.where) && IsConfiguration(conf, line.where) &&
+           ComposeCommand(line, kStart, ServerFiles(interfaceName).configuration);
+}
+
+i32 EndDhcpServer(const char* interfaceName, CallSite where) {
+    const ServerFiles files(interfaceName);
+    const InterfaceProcess server = ServerOf(files);
+    const pid_t pid = server.Find();
+    if (pid <= 0) {
+        TESSEL_PRT_AT(where, "*****not found udhcpd process, remove pid_file:%s,  config_file:%s*****", files.pid,
+                      files.configuration);
+        return 0;
+    }
+    TESSEL_PRT_AT(where, "*****found udhcpd process, pid_file:%s, config_file:%s, will kill process %d*****", files.pid,
+                  files.configuration, pid);
+    const i32 status = server.Kill(pid);
+    if (status != 0) TESSEL_ERR_AT(where, "the child process error:ret=%d!", status);
+    return status;
+}
+
+}  // namespace tessel

@@ -3,6 +3,7 @@
 // An interface is served from a successful start to a stop: of a server that ended by itself nothing is noticed.
 #pragma once
 
+#include "core/exec.h"
 #include "core/types.h"
 #include "tessel/dhcp.h"
 
@@ -35,3 +36,13 @@ i32 DhcpsGetStatus(const char* interfaceName, u16 family, i32* status);
 // Writes the mask of a prefix length up to 32 as text ("255.255.255.0") into `buffer` and returns that. Null, with a
 // log line, for another family than 2.
 const char* PrefixToString(u16 family, u32 prefixBits, char* buffer, u32 size);
+
+namespace tessel {
+
+// The line that starts the interface's server. False, with a log line, for what no server is started for.
+[[nodiscard]] bool ComposeDhcpServer(CommandLine& line, const char* interfaceName, const TNetDhcpsConf& conf);
+
+// Kills the interface's server. 0, also when none runs; else, with a log line, what the tool that kills answered.
+[[nodiscard]] i32 EndDhcpServer(const char* interfaceName, CallSite where = CallSite::Current());
+
+}  // namespace tessel

@@ -170,6 +170,11 @@ void DhcpcProcessThread(tessel::Worker& self, void* session) {
 
 namespace tessel {
 
+bool ComposeClientV4(CommandLine& line, const char* interfaceName, u16 wDnsDynmic) {
+    return wDnsDynmic != 0 ? ComposeCommand(line, kStart, interfaceName, kScript, interfaceName)
+                           : ComposeCommand(line, kStartWithoutDns, interfaceName, kScript, interfaceName);
+}
+
 void ReadResultV4(LineReader& lines, TNetDhcpcLease& lease, u32& event) {
     lease.dwDnsNum = 0;
     bool hasEvent = false;
@@ -228,10 +233,7 @@ i32 LinuxDhcpcStart(const char* achDevName, u16 wDnsDynmic) {
     }
     if (!tessel::HasScript(kScript)) return -1;
     tessel::CommandLine command;
-    const bool isComposed = wDnsDynmic != 0
-                                ? ComposeCommand(command, kStart, achDevName, kScript, achDevName)
-                                : ComposeCommand(command, kStartWithoutDns, achDevName, kScript, achDevName);
-    if (!isComposed) return -1;
+    if (!tessel::ComposeClientV4(command, achDevName, wDnsDynmic)) return -1;
     TESSEL_DBG("%s", command.text);
     return tessel::StartClient(command);
 }

@@ -41,6 +41,10 @@ namespace tessel {
     return {.pattern = "udhcpc -i", .word = interfaceName};
 }
 
+// The line that starts it. DNS servers are asked for unless wDnsDynmic is 0. False, with a log line, when it is too
+// long.
+[[nodiscard]] bool ComposeClientV4(CommandLine& line, const char* interfaceName, u16 wDnsDynmic);
+
 // Reads the lines of a result file.
 void ReadResultV4(LineReader& lines, TNetDhcpcLease& lease, u32& event);
 

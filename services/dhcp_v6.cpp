@@ -199,6 +199,15 @@ void DhcpcProcessThreadV6(tessel::Worker& self, void* session) {
 
 }  // namespace
 
+namespace tessel {
+
+bool ComposeClientV6(CommandLine& line, const char* interfaceName, u16 wDnsDynmic) {
+    return wDnsDynmic != 0 ? ComposeCommand(line, kStart, interfaceName, kScript, interfaceName)
+                           : ComposeCommand(line, kStartWithoutDns, interfaceName, kScript, interfaceName);
+}
+
+}  // namespace tessel
+
 // NOLINTNEXTLINE(readability-non-const-parameter): it is written through the reference in Reading
 i32 ParseAddr(char* line, TNetDhcpcLease* lease, u32* pnMsgType) {
     if (line == nullptr) {
@@ -260,10 +269,7 @@ i32 LinuxDhcpcStartV6(const char* achDevName, u16 wDnsDynmic) {
         return 0;
     }
     tessel::CommandLine command;
-    const bool isComposed = wDnsDynmic != 0
-                                ? ComposeCommand(command, kStart, achDevName, kScript, achDevName)
-                                : ComposeCommand(command, kStartWithoutDns, achDevName, kScript, achDevName);
-    if (!isComposed) return -1;
+    if (!tessel::ComposeClientV6(command, achDevName, wDnsDynmic)) return -1;
     TESSEL_PRT("LinuxDhcpcStartV6 cmd : %s", command.text);
     if (tessel::StartClient(command) != 0) return -1;
     if (!tessel::AwaitClient(client, kLooks)) return -1;

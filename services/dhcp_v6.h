@@ -33,4 +33,8 @@ namespace tessel {
     return {.pattern = "udhcpc6", .word = interfaceName};
 }
 
+// The line that starts it. DNS servers are asked for unless wDnsDynmic is 0. False, with a log line, when it is too
+// long.
+[[nodiscard]] bool ComposeClientV6(CommandLine& line, const char* interfaceName, u16 wDnsDynmic);
+
 }  // namespace tessel

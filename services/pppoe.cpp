@@ -89,9 +89,10 @@ class ShellWord {
     char text_[sizeof(TNetPppoeConf::achUser) * (sizeof(kQuote) - 1) + sizeof("''")] = {};
 };
 
-// A line that grows. What has no room any more makes it too long, and nothing is added behind that.
+// Fills a line bit by bit. What has no room any more makes it too long, and nothing is added behind that.
 class GrowingLine {
   public:
+    explicit GrowingLine(char (&text)[tessel::kCommandLineBytes]) : text_(text) {}
     [[gnu::format(printf, 2, 3)]] void Add(const char* format, ...) {
         if (isTooLong_) return;
         va_list arguments;
@@ -111,12 +112,9 @@ class GrowingLine {
     [[nodiscard]] bool IsTooLong() const {
         return isTooLong_;
     }
-    [[nodiscard]] const char* Get() const {
-        return text_;
-    }
 
   private:
-    char text_[tessel::kCommandLineBytes] = {};
+    char (&text_)[tessel::kCommandLineBytes];
     std::size_t length_ = 0;
     bool isTooLong_ = false;
 };
@@ -180,22 +178,30 @@ void DaemonPppoeInit() {
     }
 }
 
-i32 PppoeClientStart(u16 wSinFamily, const TNetPppoeConf& conf) {
+namespace tessel {
+
+bool ComposePppoe(CommandLine& line, u16 wSinFamily, const TNetPppoeConf& conf) {
     const Texts texts(conf);
     if (const char* const unusable = texts.FindUnusable()) {
-        TESSEL_ERR("the pppoe %s is invalid!", unusable);  // not what it is: it may be a password
-        return -1;
+        TESSEL_ERR_AT(line.where, "the pppoe %s is invalid!", unusable);  // not what it is: it may be a password
+        return false;
     }
-    GrowingLine line;
-    AddLink(line, wSinFamily, conf, texts);
-    if (line.IsTooLong()) {
-        TESSEL_ERR("the cmd is too long!");
-        TESSEL_ERR("%s", line.Get());
-        return -1;
-    }
-    TESSEL_PRT("PppoeClientStart cmd: [%s]", line.Get());
+    GrowingLine growing(line.text);
+    AddLink(growing, wSinFamily, conf, texts);
+    if (!growing.IsTooLong()) return true;
+    TESSEL_ERR_AT(line.where, "the cmd is too long!");
+    TESSEL_ERR_AT(line.where, "%s", line.text);
+    return false;
+}
+
+}  // namespace tessel
+
+i32 PppoeClientStart(u16 wSinFamily, const TNetPppoeConf& conf) {
+    CommandLine line;
+    if (!tessel::ComposePppoe(line, wSinFamily, conf)) return -1;
+    TESSEL_PRT("PppoeClientStart cmd: [%s]", line.text);
     (void)unlink(kScriptsFile);  // what an earlier link's scripts may have left there
-    return tessel::StartDetachedShell(line.Get());
+    return tessel::StartDetachedShell(line.text);
 }
 
 i32 PppoeClientStop(u16 wSinFamily) {

@@ -3,6 +3,7 @@
 // No state is kept: a link is up while its pppd runs, which a stop finds by a word of its command line.
 #pragma once
 
+#include "core/exec.h"
 #include "core/types.h"
 #include "tessel/pppoe.h"
 
@@ -25,3 +26,11 @@ void DaemonPppoeInit();
 // Kills a pppd of the family, one of both families perhaps one of IPv6 alone. 0, also when there is none or it cannot
 // be killed, which is logged; -1 with a log line for another family.
 [[nodiscard]] i32 PppoeClientStop(u16 wSinFamily);
+
+namespace tessel {
+
+// The shell's line that dials such a link. False, with a log line, for a text that cannot be handed over or a line that
+// is too long.
+[[nodiscard]] bool ComposePppoe(CommandLine& line, u16 wSinFamily, const TNetPppoeConf& conf);
+
+}  // namespace tessel

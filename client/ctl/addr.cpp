@@ -1,7 +1,6 @@
 // Addresses of interfaces; static ARP entries, and the announcer. What the daemon answers and what the kernel has are
 // two things: every change is read back.
 #include "client/ctl/device.h"
-#include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
 
 namespace tessel::ctl {

@@ -1,5 +1,7 @@
 #include "client/ctl/device.h"
 
+#include <fstream>
+
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 
@@ -127,6 +129,25 @@ Outcome PerformEntry(const Invocation& invocation, const EntryChange& entry) {
     outcome.done = done.empty() ? invocation.asked + "   done" : done + (entry.isAdded ? "   added" : "   deleted");
     if (entry.isAdded && !already.empty() && ForeignKernel().empty()) outcome.notes.push_back(already);
     return outcome;
+}
+
+Json ReadBond() {
+    std::ifstream file("/proc/net/bonding/bond0");
+    if (!file) return nullptr;
+    Json bond = {{"interface", "bond0"}, {"mode", nullptr}, {"active", nullptr}, {"members", Json::array()}};
+    Json& members = bond["members"];
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t colon = std::min(line.find(": "), line.size());
+        const std::string key = line.substr(0, colon);
+        const std::string value = line.substr(std::min(colon + 2, line.size()));
+        if (key == "Bonding Mode") bond["mode"] = value;
+        if (key == "Currently Active Slave" && value != "None") bond["active"] = value;
+        if (key == "Slave Interface") members.push_back({{"member", value}, {"link", nullptr}, {"mac", nullptr}});
+        if (members.empty()) continue;
+        if (key == "MII Status") members.back()["link"] = value;
+        if (key == "Permanent HW addr") members.back()["mac"] = value;
+    }
+    return bond;
 }
 
 }  // namespace tessel::ctl

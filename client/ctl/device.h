@@ -27,6 +27,10 @@ namespace tessel::ctl {
 // answers -1 for, as it goes away meanwhile, leaves its failure in the outcome and does not hide the others.
 void ForEachInterface(const std::string& named, Outcome& outcome, const std::function<void(const std::string&)>& add);
 
+// What the bonding driver says: {"interface": "bond0", "mode", "active", "members": [{"member", "link", "mac"}]}; null:
+// there is no bond.
+[[nodiscard]] Json ReadBond();
+
 // A reply to this code as a document, by its field table.
 template <typename Reply>
 [[nodiscard]] Json Decoded(u32 code, const Reply& reply) {

@@ -69,10 +69,10 @@ struct Message {
     std::string_view name;  // in "raw" and in what -v shows
     Record request;
     Record reply;
-    // For --dry-run: it runs above tools that are only noted. Null unless tools do all that it changes: then it is
-    // never called here, and people read what the daemon does instead.
+    // For --dry-run: what runs the request's tools, above tools that are only noted, and nothing else. Null: there are
+    // none.
     Handler* handler = nullptr;
-    std::string_view inDaemon = {};
+    std::string_view inDaemon = {};  // what the daemon does beside or instead
 
     // Changes nothing: --dry-run asks all the same.
     [[nodiscard]] bool IsQuery() const {

@@ -1,7 +1,8 @@
 // The packet filter: its lists, echo requests, ports.
-#include "client/ctl/firewall.h"
-
 #include <fstream>
+
+#include "client/ctl/filter.h"
+#include "client/ctl/perform.h"
 
 namespace tessel::ctl {
 

@@ -3,8 +3,8 @@
 #include <set>
 
 #include "client/ctl/device.h"
-#include "client/ctl/firewall.h"
-#include "client/ctl/requests.h"
+#include "client/ctl/filter.h"
+#include "client/ctl/perform.h"
 
 namespace tessel::ctl {
 

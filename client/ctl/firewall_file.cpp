@@ -2,7 +2,8 @@
 #include <set>
 
 #include "client/ctl/files.h"
-#include "client/ctl/firewall.h"
+#include "client/ctl/filter.h"
+#include "client/ctl/perform.h"
 #include "client/ctl/state.h"
 
 namespace tessel::ctl {
@@ -112,7 +113,8 @@ Outcome FirewallExport(const Invocation& invocation) {
         text += Saved(invocation.asked, family);
     text += kLastLine;
     const RuleFile file = ParseRules(invocation.asked, text, 0);
-    const Json document{{"file", invocation.words.Text("FILE")}, {"families", FamiliesJson(file)}};
+    Json document{{"file", invocation.words.Text("FILE")}, {"families", FamiliesJson(file)}, {"rules", nullptr}};
+    if (document["file"] == "-") document["rules"] = text;
     return ExportText(invocation, text, RulesText(file), document);
 }
 

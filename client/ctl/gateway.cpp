@@ -1,6 +1,5 @@
 // Default gateways. The daemon reports the first default route of an interface only: the kernel knows the others.
 #include "client/ctl/device.h"
-#include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
 
 namespace tessel::ctl {

@@ -1,6 +1,14 @@
+// Everything that the tool can do, and which of it a line asks for. A new object is a file with its rows, and a name in
+// the two lists here.
+#include "client/ctl/command.h"
 #include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
+
+// Each is defined in the file of its name.
+extern const Object kStatusObject, kAddr, kLink, kGateway, kPriority, kRoute, kTable, kRule, kDhcp, kDhcpd, kNtp,
+    kPppoe, kBond, kWeb, kFirewall, kArp, kConflict, kPing, kTraceroute, kRa, kTraffic, kWhy, kMonitor, kWait, kExport,
+    kDiff, kApply, kTry, kTrace, kService, kLog, kCrash, kRaw, kHelp;
 
 namespace {
 
@@ -67,6 +75,12 @@ const Object& FindObject(std::string_view word) {
     return **std::ranges::find(Objects(), found[0], &Object::name);
 }
 
+constexpr std::array kObjects = {&kStatusObject, &kAddr,    &kLink,     &kGateway, &kPriority,   &kRoute, &kTable,
+                                 &kRule,         &kDhcp,    &kDhcpd,    &kNtp,     &kPppoe,      &kBond,  &kWeb,
+                                 &kFirewall,     &kArp,     &kConflict, &kPing,    &kTraceroute, &kRa,    &kTraffic,
+                                 &kWhy,          &kMonitor, &kWait,     &kExport,  &kDiff,       &kApply, &kTry,
+                                 &kTrace,        &kService, &kLog,      &kCrash,   &kRaw,        &kHelp};
+
 }  // namespace
 
 Selection SelectCommand(const std::vector<std::string>& words) {
@@ -109,6 +123,10 @@ std::vector<std::string_view> VerbsOf(const Object& object) {
         if (!command.verb.empty() && isNew) verbs.push_back(command.verb);
     }
     return verbs;
+}
+
+std::span<const Object* const> Objects() {
+    return kObjects;
 }
 
 }  // namespace tessel::ctl

@@ -1,9 +1,8 @@
-#include "client/ctl/guard.h"
-
 #include <bit>
 #include <fstream>
 
 #include "client/ctl/device.h"
+#include "client/ctl/perform.h"
 
 namespace tessel::ctl {
 

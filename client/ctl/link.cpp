@@ -1,7 +1,6 @@
 // Interfaces: MTU, hardware address, and the metrics of their IPv4 default routes. The daemon always answers success to
 // those: what it took is read back.
 #include "client/ctl/device.h"
-#include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
 #include "core/text.h"
 

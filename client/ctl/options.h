@@ -1,8 +1,8 @@
 // The options, which may stand anywhere among the words, but not behind "--".
 #pragma once
 
-#include "client/ctl/failure.h"
-#include "client/ctl/values.h"
+#include "client/ctl/text.h"
+#include "client/ctl/words.h"
 
 namespace tessel::ctl {
 

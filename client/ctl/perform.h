@@ -1,7 +1,10 @@
-// The one sequence of a change: guard, send, cause of a failure, read back.
+// The one sequence of a change: guard, send, cause of a failure, read back. With what judges it before, so that a
+// remote session does not cut itself off, and what stands between the commands and the daemon: -v shows what passes,
+// --dry-run keeps changes here and asks what would run.
 #pragma once
 
 #include "client/ctl/command.h"
+#include "client/ctl/filter.h"
 
 namespace tessel::ctl {
 
@@ -28,5 +31,59 @@ void Agree(const Invocation& invocation, const std::string& question, const std:
 
 // On standard error at once, for people alone; what can wait belongs into Outcome::notes.
 void ShowNote(const Invocation& invocation, const std::string& note);
+
+// A host that is not to be shut out, and as far as known the connection that it has to the device.
+struct Session {
+    std::string text;  // "your session comes from 192.168.1.77"
+    Network peer;
+    std::optional<Network> device = {};
+    std::optional<u32> devicePort = {};
+    std::optional<u32> peerPort = {};
+};
+
+// Of --protect's host, else of the one that this is typed from (SSH_CONNECTION); nothing: there is neither.
+[[nodiscard]] std::optional<Session> GuardedSession(const Options& options);
+
+// That one, and every host with an established TCP connection to port 22 or 23, as the kernel knows them.
+[[nodiscard]] std::vector<Session> KnownSessions(const Options& options);
+
+// The established connections of "tcp" or "udp", without a text.
+[[nodiscard]] std::vector<Session> Connections(const std::string& protocol);
+
+// Why losing this address, or every address of this interface (of any, when it is empty), would end the session that
+// this is typed in: "your session runs over 192.168.1.20". Empty: it would not.
+[[nodiscard]] std::string CutsSessionAt(const Network& address);
+[[nodiscard]] std::string CutsSessionOn(const std::string& interfaceName);
+
+// Whether the packets of a session reach the device (INPUT, destination port) and its answers leave it (OUTPUT, source
+// port). What cannot be judged does not match.
+[[nodiscard]] bool LetsThrough(const Filter& filter, const Session& session);
+
+// Whether an entry of the whitelist covers every address of a network, whatever else the packet is.
+[[nodiscard]] bool IsListed(const Filter& filter, const Network& network);
+
+// From now on every call of libtessel in this process is shown on `err` (verbosity 1; 2 with bytes). With isDryRun it
+// is noted: requests that only ask are sent, where there is a daemon; others succeed here, with a reply of zeros.
+void UseRequests(int verbosity, bool isDryRun, std::FILE* err);
+
+// What would become of the packet filter by the requests that `send` makes. None of them is sent.
+[[nodiscard]] FilterPlan PlanFilters(const std::function<int()>& send);
+
+// What was noted since UseRequests, for people or as JSON, with what the outcome says that this side would do itself
+// and what is worth knowing before.
+[[nodiscard]] std::string RenderPlan(const Outcome& outcome, bool asJson);
+
+// What the daemon would run is applied to the filters first: the guard judges what comes of it, entries that would be
+// lost are asked about, and what the kernel has in the end is compared with it. A list that is enabled is refused when
+// it cannot be, and asked about when somebody else than the guarded session would be shut out.
+[[nodiscard]] Outcome ChangeFilter(const Invocation& invocation, const std::string& done,
+                                   const std::function<int()>& send, std::string_view enabledList = {});
+
+// As Perform, guarded by what comes of the plan; its losses are asked about. With --dry-run both become notes.
+[[nodiscard]] Outcome PerformPlan(const Invocation& invocation, const FilterPlan& plan, Change change);
+
+// Their rows are in firewall.cpp.
+[[nodiscard]] Outcome FirewallExport(const Invocation& invocation);
+[[nodiscard]] Outcome FirewallImport(const Invocation& invocation);
 
 }  // namespace tessel::ctl

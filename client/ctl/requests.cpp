@@ -1,5 +1,3 @@
-#include "client/ctl/requests.h"
-
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,11 +9,13 @@
 #include "client/call.h"
 #include "client/ctl/fields.h"
 #include "client/ctl/files.h"
-#include "client/ctl/held_signals.h"
+#include "client/ctl/perform.h"
+#include "client/ctl/watch.h"
 #include "core/exec_note.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
 #include "route/priority_table.h"
+#include "services/dhcp_server.h"
 
 namespace tessel::ctl {
 
@@ -128,10 +128,9 @@ ToolAnswer AnswerTool(const std::string& line) {
 
 PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     PlannedRequest planned{.message = message, .bytes = {bytes.begin(), bytes.end()}};
-    if (message.handler == nullptr) {
-        planned.note = Format("the daemon {}", message.inDaemon);
-        return planned;
-    }
+    if (!message.inDaemon.empty()) planned.note = Format("the daemon {}", message.inDaemon);
+    if (message.handler == nullptr) return planned;
+    if (g_ptDaeDhcpSInfo == nullptr) DaemonDhcpsInit();
     const i32 level = g_logLevel.exchange(0);  // nothing happens that the system's log should know of
     const bool usesPriorities = message.code == TESSEL_CMD_GATEWAY_SET || message.code == TESSEL_CMD_PRIORITY_SET;
     if (usesPriorities && !TakeOverPriorities())

@@ -7,6 +7,14 @@ namespace tessel::ctl {
 
 namespace {
 
+// The network as text. Throws a Failure for what has bits behind its length.
+std::string RequireNetwork(const Invocation& invocation, const Network& network) {
+    const std::string text = NetworkText(network);
+    const std::string meant = NetworkText(Masked(network));
+    if (meant != text) throw Refused(invocation.asked, Format("{} is no network but an address in {}", text, meant));
+    return text;
+}
+
 // As much of the kernel's routes as the daemon reports of its own. Those to one destination come by their metrics.
 Json RoutesIn(int family, u32 table) {
     Json routes = KernelRoutes(family, table);
@@ -50,12 +58,9 @@ struct MeantRoute {
           gateway(invocation.words.Get<Network>("via")) {
         constexpr u32 kInet6Default = 1024;  // IPv6 has none of 0 (IP6_RT_PRIO_USER)
         const auto& network = invocation.words.Get<Network>("A/L");
-        const std::string text = NetworkText(network);
-        const std::string meant = NetworkText(Masked(network));
+        const std::string text = RequireNetwork(invocation, network);
         u32 metric = invocation.words.Get<u32>(invocation.words.Has("N") ? "N" : "metric", 0);
         if (gateway.family != network.family) throw Refused(invocation.asked, "route and gateway are of two families");
-        if (meant != text)
-            throw Refused(invocation.asked, Format("{} is no network but an address in {}", text, meant));
         memcpy(record.achDevName, name.data(), name.size());
         record.tDestIpNet = GatewayOf(network);
         record.tGateway = GatewayOf(gateway);
@@ -178,6 +183,7 @@ Outcome ChangeRule(const Invocation& invocation) {
     const auto preference = words.Get<u32>("pref", 0);
     const auto table = words.Get<u32>("table", 0);
     if (source.family != TESSEL_FAMILY_INET) throw Refused(invocation.asked, "the daemon makes IPv4 rules only");
+    const std::string from = kIsAdded ? RequireNetwork(invocation, source) : NetworkText(source);
     TNetIpRule record{};
     record.tSrcIpNet = GatewayOf(source);
     record.nPrefixLen = static_cast<i32>(source.length);
@@ -185,7 +191,7 @@ Outcome ChangeRule(const Invocation& invocation) {
     record.nTable = static_cast<i32>(table);
     record.nFwmark = static_cast<i32>(mark);
     Json meant = Json::object();
-    if (words.Has("from")) meant = {{"from", source.length == 0 ? "all" : NetworkText(source)}, {"table", table}};
+    if (words.Has("from")) meant = {{"from", source.length == 0 ? "all" : from}, {"table", table}};
     if (mark != 0) meant["fwmark"] = mark;
     // The kernel compares no source of length 0.
     Json matched = meant;

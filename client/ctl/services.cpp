@@ -1,11 +1,8 @@
 // What stands on the links: PPPoE and the bond; and the device's services, the web server among them.
 #include <unistd.h>
 
-#include <fstream>
-
 #include "client/ctl/device.h"
 #include "client/ctl/files.h"
-#include "client/ctl/guard.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 #include "route/service.h"
@@ -84,26 +81,6 @@ Outcome PppoeStop(const Invocation& invocation) {
     change.done = Format("one link ended, if one was of this family (pppd had {})", PidsText(before));
     if (before.empty()) change.done = "no link was dialled";
     return Perform(invocation, change);
-}
-
-// The bonding driver's text: "KEY: VALUE" lines, of the bond and then of each member. Null: there is no bond.
-Json ReadBond() {
-    std::ifstream file("/proc/net/bonding/bond0");
-    if (!file) return nullptr;
-    Json bond = {{"interface", "bond0"}, {"mode", nullptr}, {"active", nullptr}, {"members", Json::array()}};
-    Json& members = bond["members"];
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t colon = std::min(line.find(": "), line.size());
-        const std::string key = line.substr(0, colon);
-        const std::string value = line.substr(std::min(colon + 2, line.size()));
-        if (key == "Bonding Mode") bond["mode"] = value;
-        if (key == "Currently Active Slave" && value != "None") bond["active"] = value;
-        if (key == "Slave Interface") members.push_back({{"member", value}, {"link", nullptr}, {"mac", nullptr}});
-        if (members.empty()) continue;
-        if (key == "MII Status") members.back()["link"] = value;
-        if (key == "Permanent HW addr") members.back()["mac"] = value;
-    }
-    return bond;
 }
 
 Outcome BondShow(const Invocation& /*invocation*/) {

@@ -220,7 +220,7 @@ Outcome ExportText(const Invocation& invocation, const std::string& text, const 
     if (invocation.options.dryRun)
         return {.document = document, .planned = {Format("writes {} ({} bytes)", path, text.size())}};
     struct stat there {};
-    if (stat(path.c_str(), &there) == 0 && there.st_size > 0)
+    if (stat(path.c_str(), &there) == 0 && S_ISREG(there.st_mode) && there.st_size > 0)
         Agree(invocation, Format("Replace {} ({} bytes)", path, there.st_size),
               Format("{} would be replaced: it has {} bytes", path, there.st_size));
     ReplaceFile(invocation.asked, path, text);

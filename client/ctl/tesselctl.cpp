@@ -7,7 +7,6 @@
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
-#include "client/ctl/requests.h"
 
 namespace tessel::ctl {
 
@@ -89,8 +88,8 @@ int ShowOutcome(const Outcome& outcome, const Command& command, const Options& o
         const auto lines = RenderFields(outcome.document, options.fields);
         if (!lines) throw Refused("--get", "no such field (--json shows them)");
         Print(out, *lines);
-    } else if (options.json && hasResult) {
-        Print(out, RenderJson(outcome.document));
+    } else if (options.json && (hasResult || !outcome.done.empty())) {
+        Print(out, RenderJson(hasResult ? outcome.document : Json::object()));
     } else if (!isForPrograms && !outcome.text.empty()) {
         PrintText(out, outcome.text);
     } else if (!isForPrograms && !outcome.done.empty()) {
@@ -159,7 +158,7 @@ int RunTool(const std::vector<std::string>& arguments, std::FILE* out, std::FILE
             return kExitDone;
         }
         if (options.help) {
-            PrintText(out, HelpText(options.words));
+            PrintText(out, options.json ? RenderJson({{"help", HelpText(options.words)}}) : HelpText(options.words));
             return kExitDone;
         }
         return RunCommand(options, arguments, out, err);

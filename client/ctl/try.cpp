@@ -6,11 +6,11 @@
 #include <syslog.h>
 
 #include "client/ctl/files.h"
-#include "client/ctl/held_signals.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/state.h"
 #include "client/ctl/tesselctl.h"
+#include "client/ctl/watch.h"
 
 namespace tessel::ctl {
 
@@ -170,7 +170,7 @@ Outcome Try(const Invocation& invocation) {
 
 Outcome ShowStatus(const Invocation& /*invocation*/) {
     const UniqueFd guardian = OpenGuardian(O_RDONLY);
-    Outcome outcome{.document = IsOver(guardian) ? Json::array() : DocumentIn(guardian)};
+    Outcome outcome{.document = IsOver(guardian) ? Json::array() : Json::array({DocumentIn(guardian)})};
     if (outcome.document.empty()) outcome.done = "nothing waits to be confirmed";
     return outcome;
 }
@@ -187,7 +187,7 @@ Outcome Decide(const Invocation& invocation) {
 }
 
 constexpr Command kTryCommands[] = {
-    Row("", "[S] COMMAND...", &Try, "run a command, and take it back after S seconds (60) unless somebody keeps it",
+    Row("", "[S:1-] COMMAND...", &Try, "run a command, and take it back after S seconds (60) unless somebody keeps it",
         "try 60 -- gateway replace 192.168.1.254 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .More("The command stands behind \"--\". Taken back are addresses, MTU, hardware addresses, gateways, "

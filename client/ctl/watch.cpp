@@ -5,7 +5,6 @@
 
 #include <memory>
 
-#include "client/ctl/held_signals.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"

@@ -2,7 +2,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "client/ctl/guard.h"
+#include "client/ctl/perform.h"
 #include "tests/ctl/tool.h"
 
 namespace tessel::test {

@@ -5,7 +5,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "client/ctl/guard.h"
+#include "client/ctl/perform.h"
 #include "core/unique_fd.h"
 #include "tests/ctl/tool.h"
 

@@ -98,6 +98,7 @@ TEST(CtlPppoe, HandsThePasswordOverAndShowsItToNobody) {
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_THAT(run.out + run.err, testing::AllOf(Not(HasSubstr("ge 'heim")), Not(HasSubstr("67 65 20 27 68"))));
     }
+    ExpectAll({{start + "/tmp/password -n", 0, "user me password PASSWORD +ipv6 &\n"}});
     const std::string lines = programs.Take(2);
     EXPECT_THAT(lines, HasSubstr("user me password ge 'heim +ipv6"));
     EXPECT_THAT(lines, HasSubstr("-S isp"));
@@ -138,6 +139,7 @@ TEST(CtlBond, IsReadBackFromTheDriver) {
     ExpectAll({
         {"bond -g active,member,link,mac", 0, "eth1\teth1\tup\t02:00:00:00:00:01\neth1\teth2\tdown\t02:00:00:00:00:02"},
         {"bond start eth1 eth2 active eth1", 1, "Probable cause: there is a bond already (bond stop)"},
+        {"bond stop -n", 0, "runs     ifenslave -d bond0 eth1 eth2\nruns     ip addr flush dev bond0\n"},
         {"bond stop", 5, "bond0 still has members"},
         {"bond start eth1 eth0 active eth1", 5, "eth0 is not part of bond0"},
         {"bond stop", 5, "bond0 still has members"},
@@ -145,6 +147,44 @@ TEST(CtlBond, IsReadBackFromTheDriver) {
     });
     EXPECT_EQ(DocumentOf("bond show")["mode"], "fault-tolerance (active-backup)");
     EXPECT_EQ(umount(net.c_str()), 0);
+}
+
+// The lines that the next command would run, without those of the shell.
+std::vector<std::string> PlannedLines(const std::string& command) {
+    std::vector<std::string> lines;
+    const Json plan = DocumentOf(command + " -n");
+    for (const Json& request : plan["requests"]) {
+        for (std::string line : request["runs"]) {
+            if (line.ends_with(" &")) line.resize(line.size() - 2);
+            if (!line.starts_with("sh -c ")) lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+TEST(CtlDryRun, ShowsTheLinesThatThenRun) {
+    StandInTools tools({"ifconfig", "ifenslave", "ip", "iptables", "killall", "lighttpd", "ping", "udhcpc", "udhcpd"});
+    const Daemon daemon;
+    (void)tools.TakeRuns();
+    WriteFile("/etc/scripts/udhcpc.script", "");
+    tools.Answer("iptables -C whitelist -s 192.0.2.3/32 -j RETURN", "", 1);
+    for (const char* command :
+         {"web start", "web stop", "service stop telnetd", "bond start eth1 eth2 active eth1 mode 3",
+          "dhcpd start eth1 range 192.168.2.1 192.168.2.9/24 router 192.168.2.1", "dhcpd stop all --yes",
+          "dhcp start eth1 -4", "ping 192.0.2.1 count 1 size 100 ttl 9", "addr add 192.168.1.9/24 dev eth0",
+          "rule add from 10.1.0.0/16 table 7", "link set eth0 mac 02:00:00:00:00:09", "firewall allow 192.0.2.3"}) {
+        const auto planned = PlannedLines(command);
+        EXPECT_FALSE(planned.empty()) << command;
+        EXPECT_TRUE(tools.TakeRuns().empty()) << command;
+        (void)RunLine(command);
+        std::vector<std::string> lines;
+        EXPECT_TRUE(Eventually([&] {  // what was started is not waited for
+            std::ranges::copy(tools.TakeRuns(), std::back_inserter(lines));
+            return lines.size() >= planned.size();
+        })) << command;
+        lines.resize(std::min(lines.size(), planned.size()));  // what is read back comes behind
+        EXPECT_EQ(lines, planned) << command;
+    }
 }
 
 TEST(CtlWeb, KnowsWhatRuns) {

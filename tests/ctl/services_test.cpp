@@ -41,6 +41,7 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
     EXPECT_EQ(shown["serving"], true);
     EXPECT_EQ(shown["pid_file"], "/usr/etc/udhcpd4_eth1.pid");
     ASSERT_TRUE(shown["pid"].is_number());
+    ExpectAll({{"dhcpd stop eth1 -n", 0, "runs     kill -9 " + shown["pid"].dump()}});
     kill(shown["pid"], SIGKILL);
     Prepare({"cp /bin/sleep /tmp/udhcpd", "/tmp/udhcpd 100 &"});
     EXPECT_TRUE(Eventually([] { return ctl::FindProcesses("udhcpd", "100").size() == 1; }));

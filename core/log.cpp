@@ -11,6 +11,7 @@
 #include <ctime>
 #include <memory>
 
+#include "core/folder_watch.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
 
@@ -35,6 +36,8 @@ struct LogSwitch {
 thread_local LogSwitch t_consoleSwitch{.path = "/tmp/tessellog"};
 thread_local LogSwitch t_debugSwitch{.path = "/tmp/tesseldebug"};
 thread_local bool t_remembersSwitches = false;
+thread_local FolderWatch* t_switchWatch = nullptr;  // may be null
+thread_local u64 t_watchedAtTick = 0;               // when it was asked; 0: not in this LogSwitchMemory's time
 
 constexpr i32 kErrorAbove = 1;
 constexpr i32 kPrintAbove = 3;
@@ -65,10 +68,20 @@ u64 CurrentTick() {
     return static_cast<u64>(now.tv_sec) * 1000 + static_cast<u64>(now.tv_nsec) / 1000000 + 1;
 }
 
+void ForgetSwitches() {
+    t_consoleSwitch.seenAtTick = 0;
+    t_debugSwitch.seenAtTick = 0;
+}
+
 bool IsOn(LogSwitch& logSwitch) {
     if (!t_remembersSwitches) return access(logSwitch.path, F_OK) == 0;
     const u64 tick = CurrentTick();
-    if (logSwitch.seenAtTick != tick) {
+    if (t_switchWatch != nullptr && t_watchedAtTick != tick) {
+        if (!t_switchWatch->IsUnchanged(tick)) ForgetSwitches();
+        t_watchedAtTick = tick;
+    }
+    const bool isKnown = t_switchWatch != nullptr ? logSwitch.seenAtTick != 0 : logSwitch.seenAtTick == tick;
+    if (!isKnown) {
         logSwitch.exists = access(logSwitch.path, F_OK) == 0;
         logSwitch.seenAtTick = tick;
     }
@@ -141,10 +154,11 @@ void Emit(LogKind kind, const Line& line) {
 
 }  // namespace
 
-LogSwitchMemory::LogSwitchMemory() : outerRemembers_(t_remembersSwitches) {
+LogSwitchMemory::LogSwitchMemory(FolderWatch* watch) : outerRemembers_(t_remembersSwitches) {
     if (outerRemembers_) return;
-    t_consoleSwitch.seenAtTick = 0;
-    t_debugSwitch.seenAtTick = 0;
+    if (watch == nullptr) ForgetSwitches();
+    t_switchWatch = watch;
+    t_watchedAtTick = 0;
     t_remembersSwitches = true;
 }
 

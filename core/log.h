@@ -15,17 +15,22 @@
 
 namespace tessel {
 
+class FolderWatch;
+
+constexpr char kLogSwitchFolder[] = "/tmp";
+
 enum class LogKind { kError, kPrint, kDebug };
 
 // True when a line of this kind reaches at least one destination now. Keeps errno.
 [[nodiscard]] bool LogWanted(LogKind kind);
 
 // While one lives, its thread looks each switch file up once, and again after every tick of the system's clock, instead
-// of once a line: a request that logs a dozen lines to nowhere costs two look-ups. The server holds one for each
-// request.
+// of once a line: a request that logs a dozen lines to nowhere costs two look-ups. With a watch over kLogSwitchFolder,
+// which is this thread's alone and lives as long as the thread, it asks that instead: what it knew when the last one
+// ended is good until the watch has noticed something. The server holds one for each request.
 class LogSwitchMemory {
   public:
-    LogSwitchMemory();
+    explicit LogSwitchMemory(FolderWatch* watch = nullptr);
     ~LogSwitchMemory();
     LogSwitchMemory(const LogSwitchMemory&) = delete;
     LogSwitchMemory& operator=(const LogSwitchMemory&) = delete;

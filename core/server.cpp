@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "core/folder_watch.h"
 #include "core/ipc.h"
 #include "core/log.h"
 #include "core/registry.h"
@@ -57,8 +58,12 @@ static_assert(sizeof(Request) == sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, "read 
 // One read of what the client has written or is about to write. False with a log line.
 bool ReadRequest(int connection, Request& request) {
     request = {};
-    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof(kRequestTimeout));
-    const ssize_t count = read(connection, &request, sizeof(request));
+    // Nearly always it is there already.
+    ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
+    if (count < 0 && errno == EAGAIN) {
+        setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof(kRequestTimeout));
+        count = read(connection, &request, sizeof(request));
+    }
     if (count < 0 && errno == EAGAIN) {
         TESSEL_ERR("no request within %ld seconds!", static_cast<long>(kRequestTimeout.tv_sec));
         return false;
@@ -78,8 +83,8 @@ bool ReadRequest(int connection, Request& request) {
     return true;
 }
 
-void ServeConnection(int connection, Request& request) {
-    const tessel::LogSwitchMemory switchMemory;
+void ServeConnection(int connection, Request& request, tessel::FolderWatch& logSwitches) {
+    const tessel::LogSwitchMemory switchMemory(&logSwitches);
     if (!ReadRequest(connection, request)) return;
     TESSEL_DBG("%s:%d:type=%x", __func__, __LINE__, request.head.type);
     const IpcApiNode* node = IpcApiFindNode(&g_tIpcApiCommonHead, request.head.type);
@@ -111,6 +116,7 @@ i32 IpcApiDaemonInit() {
     UniqueFd listener = MakeListener();
     if (!listener.IsOpen()) return -1;
     Request request;
+    tessel::FolderWatch logSwitches(tessel::kLogSwitchFolder);
     TESSEL_ERR("[TESSEL_DAEMON]: api daemon start");
 
     bool isRebuilt = false;
@@ -118,7 +124,7 @@ i32 IpcApiDaemonInit() {
         const UniqueFd connection = AcceptClient(listener.Get());
         if (connection.IsOpen()) {
             isRebuilt = false;
-            ServeConnection(connection.Get(), request);
+            ServeConnection(connection.Get(), request, logSwitches);
             continue;
         }
         TESSEL_PERROR("accept error");

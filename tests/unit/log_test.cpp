@@ -13,12 +13,18 @@
 #include <string>
 #include <thread>
 
+#include "core/folder_watch.h"
 #include "core/log_control.h"
 #include "tests/support/files.h"
 #include "tests/support/proc.h"
 
 namespace {
 
+using tessel::FolderWatch;
+using tessel::kLogSwitchFolder;
+using tessel::LogKind;
+using tessel::LogSwitchMemory;
+using tessel::LogWanted;
 using tessel::test::Eventually;
 using tessel::test::ReadFile;
 using tessel::test::WriteFile;
@@ -52,6 +58,40 @@ std::string FormsIn(const std::string& text, const std::string& mark) {
         forms += text.find(line) == std::string::npos ? '-' : line[0] == mark[0] ? 'P' : line[0];
     }
     return forms;
+}
+
+TEST(FolderWatch, NoticesEveryNameThatComesOrGoes) {
+    std::filesystem::create_directory("/tmp/watched");
+    FolderWatch watch("/tmp/watched");
+    const auto isNoticedOnce = [&](u64 tick) { return !watch.IsUnchanged(tick) && watch.IsUnchanged(tick); };
+    EXPECT_TRUE(isNoticedOnce(1)) << "nothing is known yet";
+    WriteFile("/tmp/watched/one", "");
+    EXPECT_TRUE(isNoticedOnce(1));
+    WriteFile("/tmp/watched/one", "more");
+    EXPECT_TRUE(watch.IsUnchanged(2)) << "its names are the same";
+    EXPECT_EQ(rename("/tmp/watched/one", "/tmp/watched/two"), 0);
+    EXPECT_TRUE(isNoticedOnce(2));
+    EXPECT_EQ(unlink("/tmp/watched/two"), 0);
+    EXPECT_TRUE(isNoticedOnce(2));
+    EXPECT_TRUE(watch.IsUnchanged(1001));
+    EXPECT_TRUE(isNoticedOnce(1002)) << "another file system may be in its place";
+    EXPECT_EQ(rmdir("/tmp/watched"), 0);
+    EXPECT_FALSE(watch.IsUnchanged(1002));
+    EXPECT_FALSE(watch.IsUnchanged(1002)) << "there is nothing to be watched";
+}
+
+TEST(Log, ASwitchCountsAtOnceAlsoWhereItsFolderIsWatched) {
+    FolderWatch watch(kLogSwitchFolder);
+    for (int round = 0; round < 3; ++round) {
+        WriteFile("/tmp/tesseldebug", "");
+        {
+            const LogSwitchMemory memory(&watch);
+            EXPECT_TRUE(LogWanted(LogKind::kDebug)) << round;
+        }
+        EXPECT_EQ(unlink("/tmp/tesseldebug"), 0);
+        const LogSwitchMemory memory(&watch);
+        EXPECT_FALSE(LogWanted(LogKind::kDebug)) << round;
+    }
 }
 
 TEST(Log, GoesWhereLevelAndSwitchFilesSay) {

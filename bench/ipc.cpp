@@ -80,7 +80,7 @@ void CompareSingleRequests(const std::string& mtuRequest) {
     PrintLatencies("bare echo", echo);
     PrintLatencies("daemon, bare client", daemon);
     PrintLatencies("daemon, IpcApiSendAndRecv", library);
-    printf("  ratio of medians to the bare echo  %.2f, with IpcApiSendAndRecv %.2f   (aim: 1.5)\n\n",
+    printf("  ratio of medians to the bare echo  %.2f, with IpcApiSendAndRecv %.2f   (aim: 1.18)\n\n",
            daemon.Percentile(0.5) / echo.Percentile(0.5), library.Percentile(0.5) / echo.Percentile(0.5));
 }
 
@@ -121,7 +121,7 @@ void CompareManyClients(const std::string& mtuRequest) {
     printf("0x112, 16 clients\n");
     printf("  %-34s %9.0f requests/s\n", "bare echo", echoMedian);
     printf("  %-34s %9.0f requests/s\n", "daemon", daemonMedian);
-    printf("  ratio of medians                   %.2f   (aim: at least 0.65)\n\n", daemonMedian / echoMedian);
+    printf("  ratio of medians                   %.2f   (aim: at least 0.85)\n\n", daemonMedian / echoMedian);
 }
 
 // The same tool run as directly as can be, its output read to the end.
@@ -170,7 +170,7 @@ void CompareToolRuns(const char* interfaceName, int addresses) {
     PrintLatencies("`ip` run directly", tool);
     PrintLatencies("bare echo", echo);
     PrintLatencies("daemon", daemon);
-    printf("  daemon / (tool + echo), medians    %.3f   (aim: 1.06)\n\n",
+    printf("  daemon / (tool + echo), medians    %.3f   (aim: 1.04)\n\n",
            daemon.Percentile(0.5) / (tool.Percentile(0.5) + echo.Percentile(0.5)));
 }
 
@@ -184,7 +184,9 @@ long WakeupsOf(pid_t pid) {
 }
 
 void PrintIdleCosts(pid_t pid) {
-    constexpr int kSeconds = 10;
+    constexpr int kSettleSeconds = 3;  // what changes at the start is looked at for a while
+    constexpr int kSeconds = 20;
+    std::this_thread::sleep_for(std::chrono::seconds(kSettleSeconds));
     const long before = WakeupsOf(pid);
     std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
     const long wakeups = WakeupsOf(pid) - before;
@@ -194,8 +196,8 @@ void PrintIdleCosts(pid_t pid) {
         ProcessField(pid, "smaps_rollup", "Private_Clean:") + ProcessField(pid, "smaps_rollup", "Private_Dirty:");
     printf("Idle daemon\n");
     printf("  resident memory                    %ld KiB   (aim: under 3277)\n", ProcessField(pid, "status", "VmRSS:"));
-    printf("  of it private                      %ld KiB   (aim: under 600)\n", privateKib);
-    printf("  wake-ups                           %.2f a second   (aim: under 0.3)\n",
+    printf("  of it private                      %ld KiB   (aim: under 650)\n", privateKib);
+    printf("  wake-ups                           %.2f a second   (aim: 0.45)\n",
            static_cast<double>(wakeups) / kSeconds);
     printf("  binary                             %.0f KiB   (aim: under 400)\n\n",
            static_cast<double>(binary.st_size) / 1024);

@@ -77,7 +77,7 @@ constexpr Command FamilyRow(Parts... parts) {
     return row;
 }
 
-// Everything that stands behind one word; each lies in a file of its own, listed in objects.cpp.
+// Everything that stands behind one word; each lies in a file of its own, listed in grammar.cpp.
 struct Object {
     std::string_view name;
     std::string_view summary = {};  // half a line

@@ -48,7 +48,7 @@ Json Checked(const std::string& where, const Json& value, const Json& schema) {
 }
 
 Json WantedOf(const Invocation& invocation) {
-    // By kinds of values (values.h). "?" before a kind: may be missing; "~": may be null.
+    // By kinds of values (values.cpp). "?" before a kind: may be missing; "~": may be null.
     const Json schema = Json::parse(R"({
         "interfaces": [{"interface": "IF", "mtu": "?N:68-65536", "mac": "?M", "addresses": ["A/L"], "gateways": ["A"]}],
         "priorities": [{"interface": "IF", "metric": "N:0-2147483647"}],

@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -38,6 +39,7 @@ thread_local LogSwitch t_debugSwitch{.path = "/tmp/tesseldebug"};
 thread_local bool t_remembersSwitches = false;
 thread_local FolderWatch* t_switchWatch = nullptr;  // may be null
 thread_local u64 t_watchedAtTick = 0;               // when it was asked; 0: not in this LogSwitchMemory's time
+thread_local LogLimit* t_limit = nullptr;
 
 constexpr i32 kErrorAbove = 1;
 constexpr i32 kPrintAbove = 3;
@@ -133,6 +135,16 @@ void ComposePrefix(Line& line, LogKind kind, CallSite where) {
     }
 }
 
+// Control characters that the format does not have come from outside.
+void KeepToOneLine(char* text, std::size_t length, const char* format) {
+    const char* const end = format + strlen(format) - 1;  // its newline
+    for (std::size_t i = 0; i + 1 < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const bool isControl = byte < ' ' || byte == 0x7f;
+        if (isControl && byte != '\t' && std::find(format, end, text[i]) == end) text[i] = ' ';
+    }
+}
+
 void WriteToFile(std::FILE*& file, const std::atomic<i32>& flag, const Line& line) {
     if (flag.load(std::memory_order_relaxed) == 0) return;
     const std::lock_guard lock(g_logFileLock);
@@ -166,10 +178,36 @@ LogSwitchMemory::~LogSwitchMemory() {
     t_remembersSwitches = outerRemembers_;
 }
 
+LogLimit::LogLimit(u32 lines, std::chrono::milliseconds period)
+    : outer_(t_limit), lines_(lines), periodMs_(static_cast<u64>(period.count())), beginTick_(CurrentTick()) {
+    t_limit = this;
+}
+
+LogLimit::~LogLimit() {
+    t_limit = outer_;
+}
+
+bool LogLimit::Take() {
+    const u64 tick = CurrentTick();
+    if (tick - beginTick_ >= periodMs_) {
+        const u32 leftOut = leftOut_;
+        beginTick_ = tick;
+        taken_ = 0;
+        leftOut_ = 0;
+        if (leftOut != 0) TESSEL_ERR("%u lines were left out", leftOut);
+    }
+    if (taken_ < lines_) {
+        ++taken_;
+        return true;
+    }
+    ++leftOut_;
+    return false;
+}
+
 bool LogWanted(LogKind kind) {
-    if (LevelReaches(kind)) return true;
     const ErrnoKeeper keeper;
-    return IsOn(kind == LogKind::kDebug ? t_debugSwitch : t_consoleSwitch);
+    if (!LevelReaches(kind) && !IsOn(kind == LogKind::kDebug ? t_debugSwitch : t_consoleSwitch)) return false;
+    return t_limit == nullptr || t_limit->Take();
 }
 
 // Writing is a cancellation point, and on some C libraries a thread that is cancelled there leaves its locks locked.
@@ -184,6 +222,7 @@ void LogLine(LogKind kind, CallSite where, const char* format, ...) {
     va_end(arguments);
     if (length < 0) return;
     const std::unique_ptr<char, decltype(&free)> owner(text, &free);
+    KeepToOneLine(text, static_cast<std::size_t>(length), format);
 
     Line line{};
     line.message = text;

@@ -7,8 +7,12 @@
 //   DBG      level 5 and above, or when "/tmp/tesseldebug" exists; then everywhere
 //   PERROR   as ERR; adds errno and its text
 //
-// No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments.
+// No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments. What a line is
+// about may come from a client, a tool or the network: control characters that its text does not itself have become
+// blanks, so that nobody can write lines of their own.
 #pragma once
+
+#include <chrono>
 
 #include "core/call_site.h"
 #include "core/types.h"
@@ -37,6 +41,27 @@ class LogSwitchMemory {
 
   private:
     bool outerRemembers_;
+};
+
+// While one lives, its thread logs so many lines in a period at most: for what somebody outside can make happen at
+// will. How many were left out is logged with the first line of a later period.
+class LogLimit {
+  public:
+    LogLimit(u32 lines, std::chrono::milliseconds period);
+    ~LogLimit();
+    LogLimit(const LogLimit&) = delete;
+    LogLimit& operator=(const LogLimit&) = delete;
+
+    // Counts one line. True when it may be written.
+    [[nodiscard]] bool Take();
+
+  private:
+    LogLimit* outer_;
+    u32 lines_;
+    u64 periodMs_;
+    u64 beginTick_;
+    u32 taken_ = 0;
+    u32 leftOut_ = 0;
 };
 
 // Writes one line, which `format` ends with '\n'. Usually called through the macros below; helpers that log in their

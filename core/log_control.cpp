@@ -1,10 +1,12 @@
 #include "core/log_control.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
 
+#include "core/file_rights.h"
 #include "core/log.h"
 #include "core/log_state.h"
 #include "core/regular_file.h"
@@ -49,12 +51,31 @@ void CloseLogFile(const FileRole& role) {
     fclose(file);
 }
 
-// Creates or truncates a regular file; null when that fails. A FIFO or a device could block whoever writes a line.
-std::FILE* OpenTruncated(const char* path) {
+// A file that somebody else put there, or a second name of another file, is not emptied.
+bool IsOurs(int file, uid_t client) {
+    struct stat status {};
+    if (fstat(file, &status) != 0) return false;
+    return status.st_nlink == 1 && (status.st_uid == geteuid() || status.st_uid == client);
+}
+
+// Opens or creates what the client could as well; the default file, which no client chooses, by this process's right.
+UniqueFd OpenFor(const ucred& client, const FileRole& role, const char* path) {
     constexpr mode_t kMode = 0666;
-    UniqueFd fd = tessel::OpenRegularFile(path, O_RDWR | O_CREAT | O_TRUNC, kMode);
+    constexpr int kFlags = O_RDWR | O_CREAT;
+    if (strcmp(path, role.defaultPath) == 0) return tessel::OpenRegularFile(path, kFlags, kMode);
+    const tessel::FileRights rights(client);
+    return rights.AreTaken() ? tessel::OpenRegularFile(path, kFlags, kMode) : UniqueFd();
+}
+
+// An empty regular file; null when that fails. A FIFO or a device could block whoever writes a line.
+std::FILE* OpenEmpty(const ucred& client, const FileRole& role, const char* path) {
+    UniqueFd fd = OpenFor(client, role, path);
     if (!fd.IsOpen()) return nullptr;
-    std::FILE* file = fdopen(fd.Get(), "w+");
+    if (!IsOurs(fd.Get(), client.uid)) {
+        TESSEL_ERR("%s is somebody else's", path);
+        return nullptr;
+    }
+    std::FILE* file = ftruncate(fd.Get(), 0) == 0 ? fdopen(fd.Get(), "w+") : nullptr;
     if (file == nullptr) return nullptr;
     (void)fd.Release();
     // People follow the file while the process runs: a line is there as soon as it is written.
@@ -62,14 +83,14 @@ std::FILE* OpenTruncated(const char* path) {
     return file;
 }
 
-i32 OpenLogFile(const FileRole& role, const char* path) {
+i32 OpenLogFile(const ucred& client, const FileRole& role, const char* path) {
     if (path[0] != '\0') {
         TESSEL_PRT("config lib log file %s", path);
     } else {
         path = role.defaultPath;
         TESSEL_PRT("have not config lib log file, use default %s", path);
     }
-    std::FILE* opened = OpenTruncated(path);
+    std::FILE* opened = OpenEmpty(client, role, path);
     if (opened == nullptr) {
         TESSEL_ERR("%s open fail", path);
         return -1;
@@ -80,14 +101,18 @@ i32 OpenLogFile(const FileRole& role, const char* path) {
     return 0;
 }
 
-i32 ManageLogFile(const FileRole& role, u32 code, const char* path) {
+i32 ManageLogFile(const ucred& client, const FileRole& role, u32 code, const char* path) {
     if (code < TESSEL_LOG_OPEN_LIB || code > TESSEL_LOG_CLOSE_BOTH) {
         TESSEL_ERR("eCmd is error %d", static_cast<i32>(code));
         return -1;
     }
     if (code == role.closeCode || code == TESSEL_LOG_CLOSE_BOTH) CloseLogFile(role);
-    if (code == role.openCode || code == TESSEL_LOG_OPEN_BOTH) return OpenLogFile(role, path);
+    if (code == role.openCode || code == TESSEL_LOG_OPEN_BOTH) return OpenLogFile(client, role, path);
     return 0;
+}
+
+ucred ThisProcess() {
+    return {.pid = getpid(), .uid = geteuid(), .gid = getegid()};
 }
 
 }  // namespace
@@ -107,21 +132,23 @@ i32 LogLibFileManage(const LogFileCtl* ctl) {
                         .openCode = TESSEL_LOG_OPEN_LIB,
                         .closeCode = TESSEL_LOG_CLOSE_LIB,
                         .defaultPath = "/tmp/tessel_lib.log"};
-    return ManageLogFile(role, ctl->eCmd, FieldText(ctl->achLibPath).Get());
+    return ManageLogFile(ThisProcess(), role, ctl->eCmd, FieldText(ctl->achLibPath).Get());
 }
 
 i32 LogDaemonFileManage(const LogFileCtl* ctl) {
-    if (ctl == nullptr) {
-        TESSEL_ERR("params error");
-        return -1;
-    }
+    if (ctl != nullptr) return tessel::ManageDaemonLogFile(*ctl, ThisProcess());
+    TESSEL_ERR("params error");
+    return -1;
+}
+
+i32 tessel::ManageDaemonLogFile(const LogFileCtl& ctl, const ucred& client) {
     const FileRole role{.file = pLogDaemonFd,
                         .flag = nLogDaemonFlag,
                         .openCode = TESSEL_LOG_OPEN_DAEMON,
                         .closeCode = TESSEL_LOG_CLOSE_DAEMON,
                         .defaultPath = "/tmp/tessel_daemon.log"};
-    const i32 result = ManageLogFile(role, ctl->eCmd, FieldText(ctl->achDaemonPath).Get());
-    if (ctl->eCmd == TESSEL_LOG_CLOSE_DAEMON || ctl->eCmd == TESSEL_LOG_CLOSE_BOTH) {
+    const i32 result = ManageLogFile(client, role, ctl.eCmd, FieldText(ctl.achDaemonPath).Get());
+    if (ctl.eCmd == TESSEL_LOG_CLOSE_DAEMON || ctl.eCmd == TESSEL_LOG_CLOSE_BOTH) {
         // Closing this file forgets the library's as well, without closing it: that one belongs to whoever opened it.
         const std::lock_guard lock(g_logFileLock);
         pLogLibFd = nullptr;

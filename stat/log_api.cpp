@@ -1,4 +1,5 @@
 #include "core/api_reply.h"
+#include "core/file_rights.h"
 #include "core/log.h"
 #include "core/log_control.h"
 #include "tessel/log.h"
@@ -20,7 +21,8 @@ u32 DaemonCode(u32 code) {
 i32 ApidLogFileManage(int fd, u32 type, const void* payload, i32 size) {
     auto request = ApiRequest<LogFileCtl>(payload, size);
     request.eCmd = DaemonCode(request.eCmd);
-    return ApiReplyStatus(fd, type, LogDaemonFileManage(&request), "TesselDebugLevelSet error!");
+    return ApiReplyStatus(fd, type, tessel::ManageDaemonLogFile(request, tessel::PeerOf(fd)),
+                          "TesselDebugLevelSet error!");
 }
 
 i32 ApidLogSwitch(int fd, u32 type, const void* payload, i32 size) {

@@ -3,11 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -26,6 +29,7 @@ using tessel::LogKind;
 using tessel::LogSwitchMemory;
 using tessel::LogWanted;
 using tessel::test::Eventually;
+using tessel::test::IsLogged;
 using tessel::test::ReadFile;
 using tessel::test::WriteFile;
 using testing::HasSubstr;
@@ -182,12 +186,94 @@ TEST(LogControl, OpensClosesAndRefuses) {
     EXPECT_EQ(ReadFile(kDaemonLog), "") << "opening truncates";
 }
 
+// The daemon empties and makes for a client what that one could itself, and its own default file; nobody else's.
+TEST(LogControl, OpensWithTheRightsOfTheClient) {
+    constexpr uid_t kClient = 1000;
+    constexpr uid_t kOther = 1001;
+    std::filesystem::create_directory("/tmp/closed");
+    std::filesystem::permissions("/tmp/closed", std::filesystem::perms::owner_all);
+    const struct {
+        const char* description;
+        uid_t owner;
+        mode_t mode;  // 0: there is no file
+        const char* path;
+        uid_t client;
+        i32 expected;
+    } rows[] = {
+        {"a new file where the client may make one", 0, 0, "/tmp/new.log", kClient, 0},
+        {"a new file where it may not", 0, 0, "/tmp/closed/new.log", kClient, -1},
+        {"the same for root", 0, 0, "/tmp/closed/roots.log", 0, 0},
+        {"its own file", kClient, 0600, "/tmp/own.log", kClient, 0},
+        {"root's, which it may write", 0, 0666, "/tmp/shared.log", kClient, 0},
+        {"root's, which it may not write", 0, 0644, "/tmp/roots.log", kClient, -1},
+        {"another user's that everybody may write", kOther, 0666, "/tmp/others.log", kClient, -1},
+        {"another user's, for root", kOther, 0666, "/tmp/others.log", 0, -1},
+        {"the default file, which is root's", 0, 0600, kDaemonLog, kClient, 0},
+        {"the default file in somebody else's hands", kOther, 0666, kDaemonLog, 0, -1},
+    };
+    const int dumpable = prctl(PR_GET_DUMPABLE);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.description);
+        std::filesystem::remove(row.path);
+        if (row.mode != 0) {
+            WriteFile(row.path, "kept");
+            chmod(row.path, row.mode);
+            if (chown(row.path, row.owner, row.owner) != 0) GTEST_SKIP() << "there is no other user in this namespace";
+        }
+        LogFileCtl control{.eCmd = TESSEL_LOG_OPEN_DAEMON, .achLibPath = {}, .achDaemonPath = {}};
+        strcpy(control.achDaemonPath, row.path);
+        EXPECT_EQ(tessel::ManageDaemonLogFile(control, {.pid = 1, .uid = row.client, .gid = row.client}), row.expected);
+        EXPECT_EQ(ReadFile(row.path), row.mode != 0 && row.expected != 0 ? "kept" : "");
+        EXPECT_EQ(std::filesystem::exists(row.path), row.mode != 0 || row.expected == 0);
+    }
+    EXPECT_TRUE(IsLogged("/tmp/others.log is somebody else's"));
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), dumpable);
+    std::filesystem::remove(kDaemonLog);
+    WriteFile("/tmp/closed/after", "this process's own rights are back");
+    EXPECT_NE(ReadFile("/tmp/closed/after"), "");
+
+    WriteFile("/tmp/closed/precious", "kept");
+    std::filesystem::create_hard_link("/tmp/closed/precious", "/tmp/second");
+    EXPECT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON, "/tmp/second"), -1) << "another name of a file";
+    EXPECT_EQ(ReadFile("/tmp/closed/precious"), "kept");
+}
+
 TEST(LogControl, ReopeningLeavesNoDescriptorBehind) {
     ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON, "/tmp/again.log"), 0);
     const auto before = tessel::test::Descriptors();
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON, "/tmp/again.log"), 0);
     EXPECT_EQ(tessel::test::Descriptors(), before);
+}
+
+// What a client sends, or a host on the link does, neither looks like other lines nor fills the disk.
+TEST(Log, KeepsWhatComesFromOutsideInItsPlace) {
+    std::filesystem::remove("/tmp/tessellog");
+    TesselDebugLevelSet(2);
+    ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
+    TESSEL_ERR("name [%s] of %s\r", "a\n[TESSEL_ERR]:forged\x1b[31m\x7f", "\xc3\xa9\tz\n");
+    EXPECT_THAT(ReadFile(kDaemonLog), testing::EndsWith("name [a [TESSEL_ERR]:forged [31m ] of \xc3\xa9\tz \r\n"));
+
+    const auto written = [] { return std::ranges::count(ReadFile(kDaemonLog), '\n'); };
+    auto before = written();
+    {
+        const tessel::LogLimit limit(2, std::chrono::hours(1));
+        TESSEL_PRT("goes nowhere, and does not count");
+        for (int i = 0; i < 5; ++i)
+            TESSEL_ERR("line %d", i);
+        std::thread([] { TESSEL_ERR("another thread's"); }).join();
+        EXPECT_EQ(written() - before, 3);
+    }
+    TESSEL_ERR("no limit any more");
+    EXPECT_EQ(written() - before, 4);
+    EXPECT_THAT(ReadFile(kDaemonLog), HasSubstr("line 1\n"));
+    const tessel::LogLimit limit(1, std::chrono::milliseconds(200));
+    before = written();
+    EXPECT_TRUE(Eventually([&] {
+        TESSEL_ERR("again");
+        return written() - before >= 3;
+    }));
+    EXPECT_THAT(ReadFile(kDaemonLog), MatchesRegex("(.|\n)*again\n[^\n]* [0-9]+ lines were left out\n(.|\n)*"));
 }
 
 // A thread that dies while it writes a line would take the file's lock along.

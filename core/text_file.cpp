@@ -6,8 +6,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "core/worker.h"
-
 namespace tessel {
 
 bool LineReader::Fill() {
@@ -41,15 +39,6 @@ bool LineReader::Next(std::span<char> line) {
     }
     line[length] = '\0';
     return isSomething;
-}
-
-bool AwaitFile(const char* path, const Worker& worker) {
-    constexpr std::chrono::milliseconds kLook(100);
-    while (worker.IsWanted()) {
-        if (access(path, F_OK) == 0) return true;
-        if (!worker.Sleep(kLook)) break;
-    }
-    return false;
 }
 
 }  // namespace tessel

@@ -1,7 +1,6 @@
 // Files that other programs write and this one reads, line by line.
 #pragma once
 
-#include <chrono>
 #include <span>
 
 #include "core/regular_file.h"
@@ -9,8 +8,6 @@
 #include "core/unique_fd.h"
 
 namespace tessel {
-
-class Worker;
 
 // Reads a file in lines.
 class LineReader {
@@ -31,8 +28,5 @@ class LineReader {
     u32 begin_ = 0;  // of what is in bytes_ and has not been handed out
     u32 end_ = 0;
 };
-
-// Waits until something of that name is there, looking ten times a second. False when the worker is asked to end.
-[[nodiscard]] bool AwaitFile(const char* path, const Worker& worker);
 
 }  // namespace tessel

@@ -20,10 +20,6 @@ namespace {
 
 constexpr std::chrono::seconds kSecond(1);
 
-FileIdentity IdentityOf(const struct stat& status) {
-    return {.device = status.st_dev, .inode = status.st_ino};
-}
-
 }  // namespace
 
 i32 KillProcess(const InterfaceProcess& wanted, pid_t pid, CallSite where) {
@@ -108,7 +104,13 @@ ResultFile::Removal ResultFile::Remove(const FileIdentity& read) const {
 UniqueFd OpenResultFile(const char* path, FileIdentity& identity) {
     UniqueFd file = OpenRegularFile(path, O_RDONLY);
     struct stat status {};
-    if (file.IsOpen() && fstat(file.Get(), &status) == 0) identity = IdentityOf(status);
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0) return UniqueFd();
+    if (status.st_uid != geteuid()) {
+        file.Reset();
+        errno = EPERM;
+        return file;
+    }
+    identity = {.device = status.st_dev, .inode = status.st_ino};
     return file;
 }
 

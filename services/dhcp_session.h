@@ -68,7 +68,8 @@ class ResultFile {
     bool isForeignKnown_ = false;
 };
 
-// Opens a result file for reading and says which it is. Closed, with errno set, when it is no regular file.
+// Opens a result file for reading and says which it is. Closed, with errno set, when it is no regular file or another
+// user's: it may have changed since it was looked for.
 [[nodiscard]] UniqueFd OpenResultFile(const char* path, FileIdentity& identity);
 
 // The place for the lease's next DNS server, which `text` says; null, with a log line, when the lease is full.

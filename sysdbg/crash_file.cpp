@@ -19,6 +19,7 @@ std::uint32_t log_file_limit = 512;
 
 namespace {
 
+// Whoever collects reports relies on this mode.
 constexpr mode_t kCrashFileMode = 0666;
 constexpr std::size_t kPieceBytes = 1024;
 
@@ -36,8 +37,9 @@ std::uint64_t LimitBytes() {
 
 // Copies full pieces, each up to its first NUL. An incomplete last piece is dropped, as readers of the file expect.
 void KeepPreviousGeneration() {
-    const sysdbg::File from(__crushdump_file[0], O_RDONLY);
-    const sysdbg::File to(__crushdump_file[1], O_WRONLY | O_CREAT | O_TRUNC, kCrashFileMode);
+    const sysdbg::File from(__crushdump_file[0], O_RDONLY | O_NOFOLLOW);
+    if (!from.IsOpen()) return;
+    const sysdbg::File to(__crushdump_file[1], O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, kCrashFileMode);
     char piece[kPieceBytes];
     while (from.Read(piece, sizeof(piece)) == sizeof(piece))
         sysdbg::WriteAll(to.Get(), piece, strnlen(piece, sizeof(piece)));
@@ -47,9 +49,9 @@ sysdbg::File OpenCrashFile() {
     const char* path = __crushdump_file[0];
     if (path[0] == '\0') return {};
     struct stat current {};
-    const bool isFull = stat(path, &current) == 0 && static_cast<std::uint64_t>(current.st_size) >= LimitBytes();
+    const bool isFull = lstat(path, &current) == 0 && static_cast<std::uint64_t>(current.st_size) >= LimitBytes();
     if (isFull) KeepPreviousGeneration();
-    return {path, O_WRONLY | O_CREAT | (isFull ? O_TRUNC : O_APPEND), kCrashFileMode};
+    return {path, O_WRONLY | O_CREAT | O_NOFOLLOW | (isFull ? O_TRUNC : O_APPEND), kCrashFileMode};
 }
 
 // Whoever reads standard output may have stopped doing so. The first text waits a second for room, later ones not at

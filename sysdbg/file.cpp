@@ -1,6 +1,7 @@
 #include "sysdbg/file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,8 +11,25 @@
 
 namespace sysdbg {
 
-File::File(const char* path, int flags, mode_t mode)
-    : fd_(open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode)) {}
+namespace {
+
+bool IsOwnFile(int fd) {
+    struct stat status {};
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
+}
+
+}  // namespace
+
+File::File(const char* path, int flags, mode_t mode) {
+    const bool isGuarded = (flags & O_NOFOLLOW) != 0;
+    const bool isTruncatedLater = isGuarded && (flags & O_TRUNC) != 0;
+    if (isTruncatedLater) flags &= ~O_TRUNC;
+    fd_ = open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
+    if (fd_ < 0 || !isGuarded) return;
+    if (IsOwnFile(fd_) && (!isTruncatedLater || ftruncate(fd_, 0) == 0)) return;
+    close(fd_);
+    fd_ = -1;
+}
 
 File::~File() {
     if (fd_ >= 0) close(fd_);

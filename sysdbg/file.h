@@ -8,7 +8,8 @@
 
 namespace sysdbg {
 
-// The owner of an open file. Closed on exec; opening never waits for the other end of a FIFO.
+// The owner of an open file. Closed on exec; opening never waits for the other end of a FIFO. With O_NOFOLLOW it opens
+// only a regular file of this process's user that has no other name, and truncates nothing else.
 class File {
   public:
     File() = default;

@@ -69,6 +69,38 @@ TEST_F(CrashFile, EnvironmentSetsTheLimitAtEveryWrite) {
     }
 }
 
+// Where somebody else has put something, reports go to standard output.
+TEST_F(CrashFile, NothingButItsOwnFilesAreWritten) {
+    const std::string full(2048, 'k');
+    const std::pair<const char*, void (*)(const char* path)> rows[] = {
+        {"a link", [](const char* path) { std::filesystem::create_symlink("/tmp/precious", path); }},
+        {"another name", [](const char* path) { std::filesystem::create_hard_link("/tmp/precious", path); }},
+        {"another user's", [](const char* path) { rename("/tmp/precious", path), (void)!chown(path, 1000, 1000); }},
+    };
+    for (const auto& [description, put] : rows) {
+        WriteFile("/tmp/precious", full);
+        put(kCurrent);
+        struct stat status {};
+        if (put == rows[2].second && stat(kCurrent, &status) == 0 && status.st_uid == 0)
+            continue;  // no other user here
+        testing::internal::CaptureStdout();
+        SysdbgReport("report");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "report") << description;
+        EXPECT_EQ(ReadFile(kCurrent), full) << description;
+        EXPECT_FALSE(std::filesystem::exists(kPrevious)) << description;
+        std::filesystem::remove(kCurrent);
+
+        WriteFile("/tmp/precious", "kept");
+        WriteFile(kCurrent, full);
+        put(kPrevious);
+        SysdbgReport("report");
+        EXPECT_EQ(ReadFile(kCurrent), "report") << description;
+        EXPECT_EQ(ReadFile(kPrevious), "kept") << description;
+        std::filesystem::remove(kCurrent);
+        std::filesystem::remove(kPrevious);
+    }
+}
+
 TEST_F(CrashFile, NamesAndLogPathAreTakenWhenTheyFit) {
     const std::string longest(125, 'n');
     WriteFile("/tmp/log", "");

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -45,6 +47,35 @@ Read ReadV4(const std::string& text, u32 event = 0) {
     FileIdentity identity;
     EXPECT_EQ(DhcpcReadDhcpcConfFile(&lease, "/tmp/udhcpc.confeth0", &event, &identity), 0);
     return {event, TextOf(AF_INET, lease)};
+}
+
+// Looked at once more when it is open: whoever may write to the folder can have exchanged it.
+TEST(DhcpFile, OfSomebodyElseIsNotRead) {
+    const struct {
+        const char* description;
+        int (*put)(const char* path);
+    } rows[] = {
+        {"another user's", [](const char* path) { return chown(path, 1000, 1000); }},
+        {"a link", [](const char* path) { return rename(path, "/tmp/lease") + symlink("/tmp/lease", path); }},
+        {"a FIFO", [](const char* path) { return unlink(path) + mkfifo(path, 0644); }},
+    };
+    for (const auto& row : rows) {
+        TDhcpcInfo session{};
+        strcpy(session.tLease.achDevName, "eth0");
+        u32 event = 0;
+        FileIdentity identity;
+        for (const char* path : {"/tmp/udhcpc.confeth0", "/tmp/udhcpc6.confeth0"}) {
+            remove(path);
+            WriteFile(path, "leasesuccess\n");
+            if (row.put(path) != 0) GTEST_SKIP() << "there is no other user in this namespace";
+        }
+        EXPECT_EQ(DhcpcReadDhcpcConfFile(&session.tLease, "/tmp/udhcpc.confeth0", &event, &identity), -1)
+            << row.description;
+        EXPECT_EQ(DhcpcReadDhcpcConfFileV6(&session, &event, &identity), -1) << row.description;
+        EXPECT_EQ(event, 0U) << row.description;
+        remove("/tmp/udhcpc.confeth0");
+        remove("/tmp/udhcpc6.confeth0");
+    }
 }
 
 TEST(DhcpFile, OfIpv4) {

@@ -14,7 +14,6 @@
 #include "core/ipc.h"
 #include "core/log.h"
 #include "core/notify.h"
-#include "core/text_file.h"
 #include "tests/support/proc.h"
 
 namespace tessel::test {
@@ -72,7 +71,6 @@ TEST(Worker, EndsWhereverItWaits) {
         {"sleeping", [](Worker& self) { EXPECT_FALSE(self.Sleep(seconds(60))); }},
         {"waiting for a packet",
          [&](Worker& self) { EXPECT_EQ(self.WaitFor(silentEnd.Get(), POLLIN, seconds(60)), Wait::kStopped); }},
-        {"waiting for a file", [](Worker& self) { EXPECT_FALSE(AwaitFile("/tmp/never", self)); }},
         {"running a silent tool that ignores SIGTERM",
          [](Worker&) {
              CommandLine line;

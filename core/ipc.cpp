@@ -1,6 +1,8 @@
 #include "core/ipc.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -88,11 +90,12 @@ class OutgoingMessage {
     std::size_t sent_ = 0;
 };
 
-// How long an exchange may take.
+// How long an exchange may take, and with whom.
 struct Limits {
     int connectMs = tessel::kIpcTimeoutMs;
-    int exchangeMs = tessel::kIpcTimeoutMs;  // for writing, and again for reading
-    int stopFd = -1;                         // readable: it ends at once. -1: there is none
+    int exchangeMs = tessel::kIpcTimeoutMs;    // for writing, and again for reading
+    int stopFd = -1;                           // readable: it ends at once. -1: there is none
+    tessel::SocketJudge mayConnect = nullptr;  // null: whatever bears the name, or a link to it
 };
 
 // Sends the whole message. It is tried first and waited for only when the socket is full: a reply nearly always fits.
@@ -207,6 +210,22 @@ bool ConnectOnce(int fd, const sockaddr_un& address, const Deadline& deadline, i
     }
 }
 
+// The same to a socket that anybody can have put there: opened without following a link and judged before it is
+// connected to by its descriptor, so that nobody can exchange it in between.
+bool ConnectJudged(int fd, const sockaddr_un& address, const Deadline& deadline, const Limits& limits, CallSite where) {
+    const UniqueFd file(open(address.sun_path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0) return false;
+    if (S_ISLNK(status.st_mode) || !limits.mayConnect(status.st_uid, status.st_gid)) {
+        TESSEL_ERR_AT(where, "%s is a link or somebody else's", address.sun_path);
+        errno = EPERM;
+        return false;
+    }
+    sockaddr_un opened{.sun_family = AF_UNIX, .sun_path = {}};
+    snprintf(opened.sun_path, sizeof(opened.sun_path), "/proc/self/fd/%d", file.Get());
+    return ConnectOnce(fd, opened, deadline, limits.stopFd);
+}
+
 i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, CallSite where) {
     const Deadline deadline{milliseconds(limits.connectMs)};
     const auto pause = [&] {
@@ -215,7 +234,11 @@ i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, Call
     for (int round = 0; round < kFileWaitRounds && access(address.sun_path, F_OK) != 0; ++round) {
         if (!pause()) return -1;
     }
-    for (int attempt = 1; !ConnectOnce(fd, address, deadline, limits.stopFd); ++attempt) {
+    const auto connectOnce = [&] {
+        return limits.mayConnect != nullptr ? ConnectJudged(fd, address, deadline, limits, where)
+                                            : ConnectOnce(fd, address, deadline, limits.stopFd);
+    };
+    for (int attempt = 1; !connectOnce(); ++attempt) {
         if (errno != ECONNREFUSED && errno != ENOENT) {
             TESSEL_ERR_AT(where, "connect error");
             return -1;
@@ -298,8 +321,13 @@ Exchange ApiExchange(u32 type, const void* data, i32 size, void* reply, i32 repl
 }  // namespace
 
 i32 MakeAddrServer(int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen) {
-    if (!tessel::FormSocketAddress(name, *addr)) {
-        TESSEL_ERR("the name is too long!");
+    return tessel::MakeAddrServerFor(nullptr, fd, name, addr, addrlen);
+}
+
+i32 tessel::MakeAddrServerFor(const SocketAccess* clients, int fd, const char* name, sockaddr_un* addr,
+                              socklen_t* addrlen, CallSite where) {
+    if (!FormSocketAddress(name, *addr)) {
+        TESSEL_ERR_AT(where, "the name is too long!");
         return -1;
     }
     // The path without its NUL: family, then the characters.
@@ -307,13 +335,17 @@ i32 MakeAddrServer(int fd, const char* name, sockaddr_un* addr, socklen_t* addrl
     while (access(addr->sun_path, R_OK | W_OK) == 0 && unlink(addr->sun_path) == 0) {
     }
     unlink(addr->sun_path);
-    if (bind(fd, reinterpret_cast<sockaddr*>(addr), *addrlen) != 0) {
-        TESSEL_PERROR("bind error");
+    // The file gets the descriptor's mode. Until it listens, nobody can connect.
+    const bool isMade = (clients == nullptr || fchmod(fd, clients->mode) == 0) &&
+                        bind(fd, reinterpret_cast<sockaddr*>(addr), *addrlen) == 0 &&
+                        (clients == nullptr || lchown(addr->sun_path, static_cast<uid_t>(-1), clients->group) == 0);
+    if (!isMade) {
+        LogPerror(where, "bind error");
         unlink(addr->sun_path);
         return 0;
     }
     if (listen(fd, kBacklog) != 0) {
-        TESSEL_ERR("listen error!");
+        TESSEL_ERR_AT(where, "listen error!");
         unlink(addr->sun_path);
     }
     return 0;
@@ -346,6 +378,7 @@ Exchange CallbackExchange(const char* name, u32 type, const void* data, i32 size
     Exchange exchange = ApiExchange(type, data, size, reply, replySize);
     exchange.socketName = name;
     exchange.limits.connectMs = kCallbackConnectMs;
+    exchange.limits.mayConnect = [](uid_t, gid_t) { return true; };
     exchange.socketFailure = "socket error:";
     exchange.connectFailure = "make_addr_client error!";
     exchange.writeFailure = "fail to send message!";
@@ -362,16 +395,17 @@ i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 siz
 
 namespace tessel {
 
-i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int stopFd) {
+i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int stopFd, SocketJudge mayConnect) {
     Exchange exchange = CallbackExchange(name, type, data, size, nullptr, 0);
     exchange.limits.stopFd = stopFd;
+    exchange.limits.mayConnect = mayConnect;
     return SendAndReceive(exchange, kCallbackSite);
 }
 
 i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize, int timeoutMs,
                             ucred* peer) {
     Exchange exchange = ApiExchange(type, data, size, reply, replySize);
-    exchange.limits = {.connectMs = timeoutMs, .exchangeMs = timeoutMs, .stopFd = -1};
+    exchange.limits = {.connectMs = timeoutMs, .exchangeMs = timeoutMs, .stopFd = -1, .mayConnect = nullptr};
     exchange.peer = peer;
     return SendAndReceive(exchange, CallSite::Current());
 }

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "core/call_site.h"
 #include "core/types.h"
 #include "tessel/ipc.h"
 
@@ -29,7 +30,8 @@ i32 IpcApiSendMsg(int fd, u32 type, const void* data, i32 size, u32 flag);
 // for the reply.
 i32 IpcApiSendAndRecv(u32 type, const void* data, i32 size, void* reply, i32 replySize);
 
-// The same to the socket `name`: a notification, when `reply` is null. Connecting takes 8 seconds at most.
+// The same to the socket `name`, which may be no link: a notification, when `reply` is null. Connecting takes 8 seconds
+// at most.
 i32 IpcCallbackSendAndRecv(const char* name, u32 type, const void* data, i32 size, void* reply, i32 replySize);
 
 namespace tessel {
@@ -41,8 +43,23 @@ constexpr int kIpcTimeoutMs = 60000;
 [[nodiscard]] i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize,
                                           int timeoutMs, ucred* peer);
 
-// A notification that ends, with TESSEL_IPC_ERROR, as soon as `stopFd` (-1: none) is readable.
-[[nodiscard]] i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int stopFd);
+// Whether a socket file of this owner and group may be connected to.
+using SocketJudge = bool (*)(uid_t owner, gid_t group);
+
+// A notification that ends, with TESSEL_IPC_ERROR, as soon as `stopFd` (-1: none) is readable. It goes to a socket that
+// `mayConnect` allows, never through a link.
+[[nodiscard]] i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int stopFd,
+                                  SocketJudge mayConnect);
+
+// What a socket's file is made with.
+struct SocketAccess {
+    mode_t mode;
+    gid_t group;  // -1: the process's
+};
+
+// MakeAddrServer with, unless it is null, the access for `clients` that the file has before anybody can connect.
+i32 MakeAddrServerFor(const SocketAccess* clients, int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen,
+                      CallSite where = CallSite::Current());
 
 // Fills `addr` for the name. False when the path is too long.
 [[nodiscard]] bool FormSocketAddress(const char* name, sockaddr_un& addr);

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "core/client_group.h"
 #include "core/ipc.h"
 #include "core/worker.h"
 
@@ -17,7 +18,8 @@ NoticeSocket::NoticeSocket(const char* format, ...) {
 
 i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size) {
     const Worker* const worker = Worker::Current();
-    return IpcCallbackSend(socket.name, event, data, size, worker != nullptr ? worker->StopFd() : -1);
+    const int stopFd = worker != nullptr ? worker->StopFd() : -1;
+    return IpcCallbackSend(socket.name, event, data, size, stopFd, &MayBeNotified);
 }
 
 }  // namespace tessel

@@ -6,14 +6,18 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
+#include "core/client_group.h"
 #include "core/folder_watch.h"
 #include "core/ipc.h"
 #include "core/log.h"
 #include "core/registry.h"
 #include "core/unique_fd.h"
+#include "core/wait.h"
 
+using tessel::CallSite;
 using tessel::UniqueFd;
 
 namespace {
@@ -22,6 +26,10 @@ namespace {
 constexpr timeval kRequestTimeout{.tv_sec = 5, .tv_usec = 0};
 
 constexpr unsigned kRebuildSeconds = 1;
+
+// Something that keeps the socket from being made, such as a folder of its name, may stay. Said once in this time.
+constexpr std::chrono::seconds kComplaintTime(60);
+
 constexpr useconds_t kShortagePauseUs = 100'000;
 
 // True for what passes by itself: this process or the whole system is out of descriptors or memory just now.
@@ -31,7 +39,7 @@ bool IsShortage(int error) {
 
 // A new listening socket, bound, however long a shortage of descriptors or memory lasts. Closed, with a log line, when
 // no socket can be made at all.
-UniqueFd MakeListener(tessel::CallSite where = tessel::CallSite::Current()) {
+UniqueFd MakeListener(CallSite where = CallSite::Current()) {
     UniqueFd listener;
     while (true) {
         listener.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -42,7 +50,8 @@ UniqueFd MakeListener(tessel::CallSite where = tessel::CallSite::Current()) {
     }
     sockaddr_un address{};
     socklen_t addressLength = 0;
-    if (MakeAddrServer(listener.Get(), TESSEL_SOCKET_API, &address, &addressLength) != 0) {
+    if (tessel::MakeAddrServerFor(tessel::ClientAccess(), listener.Get(), TESSEL_SOCKET_API, &address, &addressLength,
+                                  CallSite::Current("MakeAddrServer")) != 0) {
         TESSEL_ERR_AT(where, "error!");
         listener.Reset();
     }
@@ -120,6 +129,7 @@ i32 IpcApiDaemonInit() {
     TESSEL_ERR("[TESSEL_DAEMON]: api daemon start");
 
     bool isRebuilt = false;
+    tessel::Deadline silence{std::chrono::milliseconds(0)};
     while (true) {
         const UniqueFd connection = AcceptClient(listener.Get());
         if (connection.IsOpen()) {
@@ -127,6 +137,9 @@ i32 IpcApiDaemonInit() {
             ServeConnection(connection.Get(), request, logSwitches);
             continue;
         }
+        const bool isSilent = isRebuilt && !silence.HasPassed();
+        const tessel::LogLimit limit(isSilent ? 0 : UINT32_MAX, kComplaintTime);
+        if (isRebuilt && !isSilent) silence = tessel::Deadline(kComplaintTime);
         TESSEL_PERROR("accept error");
         // That a socket could not be bound shows only here, and its cause may last.
         if (isRebuilt) {

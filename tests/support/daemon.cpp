@@ -115,12 +115,12 @@ std::vector<std::string> StandInTools::TakeRuns() {
     return lines;
 }
 
-Daemon::Daemon() {
+Daemon::Daemon(const char* program) {
     // The daemon leaves its parents; as a subreaper this process inherits it and learns how it ended.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t starter = fork();
     if (starter == 0) {
-        execl(TESSEL_DAEMON_PATH, TESSEL_DAEMON_PATH, nullptr);
+        execl(program, program, nullptr);
         _exit(127);
     }
     if (TESSEL_DAEMON_DETACHES) {

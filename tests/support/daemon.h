@@ -75,7 +75,7 @@ class StandInTools {
 // Starts the daemon, waits until it serves; ends it and checks that nothing else had ended it.
 class Daemon {
   public:
-    Daemon();
+    explicit Daemon(const char* program = TESSEL_DAEMON_PATH);
     ~Daemon();
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;

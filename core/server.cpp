@@ -138,7 +138,7 @@ i32 IpcApiDaemonInit() {
             continue;
         }
         const bool isSilent = isRebuilt && !silence.HasPassed();
-        const tessel::LogLimit limit(isSilent ? 0 : UINT32_MAX, kComplaintTime);
+        tessel::LogLimit limit(isSilent ? 0 : UINT32_MAX, kComplaintTime);
         if (isRebuilt && !isSilent) silence = tessel::Deadline(kComplaintTime);
         TESSEL_PERROR("accept error");
         // That a socket could not be bound shows only here, and its cause may last.

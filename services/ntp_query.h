@@ -41,5 +41,7 @@ struct NtpQueryResult {
 // Asks. 0 or -1.
 i32 SendPacket(int fd);
 
-// Takes the answer that has come. 1, or 0 on failure: the result is then unchanged.
+// Takes the answer that has come. 1, or 0 on failure: the result is then unchanged. RFC 5905 wants its length, mode and
+// origin checked; that whatever the server answers counts is how this client has always been. What keeps strangers'
+// answers out is the connected socket, new for each question, and with it the kernel's choice of a port.
 [[nodiscard]] i32 GetServerTime(int fd, tessel::NtpQueryResult& result);

@@ -80,7 +80,9 @@ i32 TesselDaemonInit() {
 // The lines of the start are of the error kind: the log's initial level lets them through.
 void TesselDaemonMain() {
     OccupyStandardDescriptors();
-    (void)SysdbgInit(nullptr, kCrashFile, 0, 0);  // the daemon serves without crash reports, too
+    // Before the forks, so that they are covered: the debug thread does not outlive them, and its message queue stays.
+    // The daemon serves without crash reports, too.
+    (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
     TESSEL_ERR("[TESSEL_DAEMON]: sysdbg init done");
     TESSEL_ERR("[TESSEL_DAEMON]: TESSEL_DAEMON INIT %s %s", __DATE__, __TIME__);
     char banner[256] = {};

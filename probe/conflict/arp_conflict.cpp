@@ -175,6 +175,7 @@ void RecvNetPacket(void* /*unused*/) {
         TESSEL_PERROR("socket error!");
         return;
     }
+    tessel::ConflictLogLimit limit;
     ifreq interface {};  // keeps the last name: an interface that has just gone counts as the one before
     while (true) {
         alignas(ether_arp) u8 packet[kReceiveBytes] = {};

@@ -80,6 +80,7 @@ u32 CheckNeighbour(const TNetdevRecord& record, const NeighbourMessage& message,
 }  // namespace tessel
 
 void RecvNetPacketV6(void* /*unused*/) {
+    tessel::ConflictLogLimit limit;
     tessel::ListenToNeighbours(&TakeMessage);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/call_site.h"
+#include "core/log.h"
 #include "core/types.h"
 #include "probe/conflict/netdev_table.h"
 #include "tessel/conflict.h"
@@ -15,6 +16,13 @@ void FillReport(TNetConflictReport& report, const TNetdevRecord& record, const T
 // accepts it: the caller holds no lock.
 void SendReport(const char* socketName, u32 type, const TNetConflictReport& report,
                 CallSite where = CallSite::Current());
+
+// While one lives, its thread logs a hundred lines in ten seconds at most: any host on the link can send what they are
+// about, thousands of times a second.
+class ConflictLogLimit : public LogLimit {
+  public:
+    ConflictLogLimit() : LogLimit(100, std::chrono::seconds(10)) {}
+};
 
 // A MAC as conflicts are logged.
 struct MacText {

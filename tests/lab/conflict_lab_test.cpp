@@ -247,5 +247,24 @@ TEST(ConflictLab, TheSameInet6AddressOnTwoHosts) {
     EXPECT_EQ(reports.Next(500), "");
 }
 
+// Every frame of a flood is answered; the log has some lines about it.
+TEST(ConflictLab, AFloodDoesNotFillTheLog) {
+    PrepareInet();
+    const Daemon daemon;
+    const FarLink peer("far0", ETH_P_ARP);
+    ASSERT_TRUE(Eventually([&] {
+        peer.Send(Claim(kPeerMac, kFirst));
+        return NextAnswer(peer) == Defence(kFirst);
+    }));
+    for (int i = 0; i < 400; ++i) {
+        peer.Send(Claim(kPeerMac, kFirst));
+        ASSERT_EQ(NextAnswer(peer), Defence(kFirst)) << i;
+    }
+    EXPECT_TRUE(IsLogged("Conflicted IP[192.168.1.20]"));
+    const std::string log = ReadFile("/var/log/messages");
+    const auto lines = std::count(log.begin(), log.end(), '\n');
+    EXPECT_LT(lines, 350);
+}
+
 }  // namespace
 }  // namespace tessel::test

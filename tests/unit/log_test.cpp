@@ -257,7 +257,7 @@ TEST(Log, KeepsWhatComesFromOutsideInItsPlace) {
     const auto written = [] { return std::ranges::count(ReadFile(kDaemonLog), '\n'); };
     auto before = written();
     {
-        const tessel::LogLimit limit(2, std::chrono::hours(1));
+        tessel::LogLimit limit(2, std::chrono::hours(1));
         TESSEL_PRT("goes nowhere, and does not count");
         for (int i = 0; i < 5; ++i)
             TESSEL_ERR("line %d", i);
@@ -267,7 +267,7 @@ TEST(Log, KeepsWhatComesFromOutsideInItsPlace) {
     TESSEL_ERR("no limit any more");
     EXPECT_EQ(written() - before, 4);
     EXPECT_THAT(ReadFile(kDaemonLog), HasSubstr("line 1\n"));
-    const tessel::LogLimit limit(1, std::chrono::milliseconds(200));
+    tessel::LogLimit limit(1, std::chrono::milliseconds(200));
     before = written();
     EXPECT_TRUE(Eventually([&] {
         TESSEL_ERR("again");

@@ -24,6 +24,10 @@ set(TESSEL_DEBUG_INFO -g1 CACHE STRING "What debug builds say of themselves")
 set(CMAKE_CXX_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
 set(CMAKE_C_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
 
+# Programs at addresses that change from start to start, whatever the compiler's default is.
+include(CheckPIESupported)
+check_pie_supported()
+
 set(TESSEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
 add_library(tessel_options INTERFACE)
@@ -38,7 +42,22 @@ target_link_options(tessel_options INTERFACE
   $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:TESSEL_KEEP_SYMBOLS>>>>:-s>
   $<$<CONFIG:Release>:-Wl,--gc-sections -Wl,--as-needed -Wl,-O1>
   # Everything bound at the start: tables that nobody can overwrite later, and a quarter less memory (bench/README.md).
-  -Wl,-z,relro -Wl,-z,now)
+  -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+
+# Overrun buffers end the process instead of returning to an address of the attacker's. Sanitizers see them earlier, and more
+# of them without the C library's own checks. A C library may lack what the first needs.
+include(CheckCXXSourceCompiles)
+if(NOT TESSEL_SANITIZE)
+  set(CMAKE_REQUIRED_FLAGS -fstack-protector-strong)
+  check_cxx_source_compiles("int main(int argc, char** argv) { char text[9] = {}; text[argc] = **argv; return text[8]; }"
+    TESSEL_HAS_STACK_PROTECTOR)
+  unset(CMAKE_REQUIRED_FLAGS)
+  if(TESSEL_HAS_STACK_PROTECTOR)
+    target_compile_options(tessel_options INTERFACE -fstack-protector-strong)
+    target_link_options(tessel_options INTERFACE -fstack-protector-strong)
+  endif()
+  target_compile_options(tessel_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
 if(TESSEL_SANITIZE)
   target_compile_options(tessel_options INTERFACE -fsanitize=${TESSEL_SANITIZE} -fno-sanitize-recover=all)
   target_link_options(tessel_options INTERFACE -fsanitize=${TESSEL_SANITIZE})

@@ -28,6 +28,8 @@ set(CMAKE_C_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
 include(CheckPIESupported)
 check_pie_supported()
 
+option(TESSEL_STRIP "Strip what a release links; Debian's packages have their symbols in packages of their own" ON)
+
 set(TESSEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
 add_library(tessel_options INTERFACE)
@@ -39,7 +41,7 @@ target_compile_options(tessel_options INTERFACE
   $<$<CONFIG:Release>:-ffunction-sections -fdata-sections>
   $<$<CONFIG:Debug>:-Og>)
 target_link_options(tessel_options INTERFACE
-  $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:TESSEL_KEEP_SYMBOLS>>>>:-s>
+  $<$<AND:$<CONFIG:Release>,$<BOOL:${TESSEL_STRIP}>,$<NOT:$<BOOL:$<TARGET_PROPERTY:TESSEL_KEEP_SYMBOLS>>>>:-s>
   $<$<CONFIG:Release>:-Wl,--gc-sections -Wl,--as-needed -Wl,-O1>
   # Everything bound at the start: tables that nobody can overwrite later, and a quarter less memory (bench/README.md).
   -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
@@ -80,7 +82,7 @@ endfunction()
 # What is installed of a release carries no symbols; the same file with them stays in symbols/, for "tesselctl crash show
 # --symbols".
 function(tessel_program name)
-  if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  if(CMAKE_BUILD_TYPE STREQUAL "Release" AND TESSEL_STRIP)
     set_target_properties(${name} PROPERTIES TESSEL_KEEP_SYMBOLS ON)
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/symbols)
     add_custom_command(TARGET ${name} POST_BUILD

@@ -78,8 +78,7 @@ void ReadElf(Input& input) {
 std::vector<std::uint32_t> g_words;
 
 bool ReadWord(std::uint32_t address, std::uint32_t& word) {
-    Require(address % 4 == 0);
-    if (address < 0x1000 || (address - 0x1000) / 4 >= g_words.size()) return false;
+    if (address % 4 != 0 || address < 0x1000 || (address - 0x1000) / 4 >= g_words.size()) return false;
     word = g_words[(address - 0x1000) / 4];
     return true;
 }

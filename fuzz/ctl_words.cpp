@@ -48,7 +48,8 @@ std::vector<std::string> tessel::fuzz::Seeds() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::vector<std::string> words;
-    for (const std::string_view word : Split(tessel::fuzz::Input(data, size).TakeText(), '\n'))
+    const std::string text = tessel::fuzz::Input(data, size).TakeText();
+    for (const std::string_view word : Split(text, '\n'))
         words.emplace_back(word);
     for (const std::string& word : words)
         CheckValues(word);

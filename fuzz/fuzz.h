@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -16,8 +17,11 @@
 
 namespace tessel::fuzz {
 
-inline void Require(bool holds) {
-    if (!holds) abort();
+// A finding unless it holds.
+inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    if (holds) return;
+    fprintf(stderr, "%s:%d: does not hold\n", file, line);
+    abort();
 }
 
 // An input, taken apart from its beginning. What is not there reads as zero.

@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     memset(&event, 0xa5, sizeof(event));
     const int result = tessel_listener_next(listener, &event, 0);
     IpcMsgHead head{};
-    memcpy(&head, bytes.data(), std::min(bytes.size(), sizeof(head)));
+    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(head)), reinterpret_cast<u8*>(&head));
     const bool isWhole = bytes.size() >= sizeof(head) && head.size >= 0 && head.size <= TESSEL_PAYLOAD_MAX &&
                          bytes.size() - sizeof(head) >= static_cast<std::size_t>(head.size);
     Require(result == (isWhole ? TESSEL_OK : TESSEL_E_TIMEOUT));

@@ -8,10 +8,13 @@
 
 namespace tessel {
 
-bool IsLineWord(const char* text, CallSite where) {
+bool CanBeLineWord(const char* text) {
     const auto isOfWord = [](char c) { return static_cast<u8>(c) > ' ' && c != '\x7f'; };
-    if (text != nullptr && text[0] != '\0' && text[0] != '-' && std::all_of(text, text + strlen(text), isOfWord))
-        return true;
+    return text != nullptr && text[0] != '\0' && text[0] != '-' && std::all_of(text, text + strlen(text), isOfWord);
+}
+
+bool IsLineWord(const char* text, CallSite where) {
+    if (CanBeLineWord(text)) return true;
     TESSEL_ERR_AT(where, "the text [%s] is invalid!", text != nullptr ? text : "");
     return false;
 }

@@ -32,6 +32,9 @@ class FieldText {
 // line.
 [[nodiscard]] bool IsLineWord(const char* text, CallSite where = CallSite::Current());
 
+// The same without a log line.
+[[nodiscard]] bool CanBeLineWord(const char* text);
+
 // True for six bytes in hexadecimal of one or two digits each, joined by colons, and for nothing else.
 [[nodiscard]] bool IsMacText(const char* text);
 

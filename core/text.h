@@ -28,8 +28,12 @@ class FieldText {
 };
 
 // True when `text` can stand in a command line as one word that no tool takes for an option: not null, not empty, no
-// blank, no '-' in front. What comes from outside is checked with this first. False with a log line.
+// blank or control character, no '-' in front. What comes from outside is checked with this first. False with a log
+// line.
 [[nodiscard]] bool IsLineWord(const char* text, CallSite where = CallSite::Current());
+
+// The same without a log line.
+[[nodiscard]] bool CanBeLineWord(const char* text);
 
 // True for six bytes in hexadecimal of one or two digits each, joined by colons, and for nothing else.
 [[nodiscard]] bool IsMacText(const char* text);

@@ -11,6 +11,7 @@
 
 #include "core/exec_note.h"
 #include "core/unique_fd.h"
+#include "fuzz/fuzz.h"
 #include "services/bond.h"
 #include "tessel/command.h"
 #include "tessel/ipc.h"
@@ -19,9 +20,7 @@ i32 ApidBondStart(int fd, u32 type, const void* payload, i32 size);
 
 namespace {
 
-void Require(bool holds) {
-    if (!holds) abort();
-}
+using tessel::fuzz::Require;
 
 // The status of the handler's reply; 1 when it does not reply.
 i32 Start(const std::vector<std::uint8_t>& payload) {
@@ -48,6 +47,14 @@ bool IsExpected(const std::string& line) {
 }
 
 }  // namespace
+
+std::vector<std::string> tessel::fuzz::Seeds() {
+    const auto text = [](const std::string& name) { return BytesOf(static_cast<u32>(name.size() + 1)) + name + '\0'; };
+    const std::string parts = BytesOf(2U) + text("eth0") + text("eth1") + text("eth0");
+    const std::string path("/p\0", 3);
+    const TNetBondStartHead head{static_cast<i32>(sizeof(TNetBondStartHead) + path.size() + parts.size()), 1, 3};
+    return {std::string(1, '\0') + BytesOf(head) + path + parts, '\3' + BytesOf(head) + path + parts};
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0 || size > TESSEL_PAYLOAD_MAX) return 0;

@@ -1,29 +1,21 @@
 // The result files of both DHCP clients. The first byte chooses the family, the others are the file.
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "fuzz/fuzz.h"
 #include "services/dhcp_v4.h"
 #include "services/dhcp_v6.h"
 
-namespace {
+using tessel::fuzz::Require;
 
-void Require(bool holds) {
-    if (!holds) abort();
+std::vector<std::string> tessel::fuzz::Seeds() {
+    return {std::string(1, '\0') +
+                "leasesuccess\nlocal=192.168.1.20\nsubnet=255.255.255.0\nrouter=192.168.1.1\n"
+                "dns=8.8.8.8\nleasetime=3600\n",
+            "\1leasesuccess\naddr=fd00::2/64\nrouter=fe80::1\ndns=fd00::1\nleasetime=3600\n"};
 }
-
-tessel::UniqueFd FileOf(const std::uint8_t* data, std::size_t size) {
-    tessel::UniqueFd file(memfd_create("result", MFD_CLOEXEC));
-    Require(write(file.Get(), data, size) == static_cast<ssize_t>(size) && lseek(file.Get(), 0, SEEK_SET) == 0);
-    return file;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
@@ -31,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     TNetDhcpcLease lease{};
     strcpy(lease.achDevName, "eth0");
     u32 event = 0;
-    tessel::LineReader lines(FileOf(data + 1, size - 1), kLimitBytes);
+    tessel::LineReader lines(tessel::fuzz::FileOf({data + 1, size - 1}), kLimitBytes);
     if (data[0] % 2 == 0) {
         tessel::ReadResultV4(lines, lease, event);
         Require(event <= 4);

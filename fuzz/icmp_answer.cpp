@@ -6,15 +6,13 @@
 #include <cstdlib>
 #include <span>
 
+#include "fuzz/fuzz.h"
 #include "tessel/traceroute.h"
 
 namespace {
 
 using tessel::CallSite;
-
-void Require(bool holds) {
-    if (!holds) abort();
-}
+using tessel::fuzz::Require;
 
 u16 PortAt(const std::uint8_t* bytes) {
     return static_cast<u16>(bytes[0] << 8 | bytes[1]);
@@ -28,6 +26,15 @@ bool Holds(std::span<const u8> message, u16 local, u16 target) {
 }
 
 }  // namespace
+
+std::vector<std::string> tessel::fuzz::Seeds() {
+    const auto ip = [](char protocol) { return "\x45" + std::string(8, '\0') + protocol + std::string(10, '\x44'); };
+    const std::string ports("\x80\x02\x82\x9d", 4);
+    const auto icmp = [](char type, char code) { return std::string{type, code} + std::string(6, '\0'); };
+    return {'\0' + ports + ip(1) + icmp(11, 0) + ip(17) + ports + "\1\2\3\4",
+            '\0' + ports + ip(1) + icmp(3, 3) + ip(17) + ports, '\1' + ports + icmp(3, 0) + ip(17),
+            '\1' + ports + icmp(1, 4)};
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::size_t kFrontBytes = 5;

@@ -6,16 +6,18 @@
 #include <cstring>
 #include <string>
 
-namespace {
+#include "fuzz/fuzz.h"
 
-void Require(bool holds) {
-    if (!holds) abort();
+using tessel::fuzz::Require;
+
+std::vector<std::string> tessel::fuzz::Seeds() {
+    return {"PING 10.0.0.1 56(84) bytes of data.\n64 bytes from 10.0.0.1: icmp_seq=1 ttl=64 time=0.029 ms\n",
+            "From 10.0.0.2 icmp_seq=1 Destination Host Unreachable\n", "ping: Network is unreachable",
+            "1 packets transmitted, 0 received, 100% packet loss"};
 }
 
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text = tessel::fuzz::Input(data, size).TakeText();
     const char* const output = text.c_str();
     const u32 kind = tessel::PingClass(output);
     Require(kind <= TESSEL_PING_UNREACHABLE);

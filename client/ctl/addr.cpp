@@ -134,7 +134,7 @@ Outcome SetAddr(const Invocation& invocation) {
         for (const Json& address : now.at("addresses"))
             left.push_back(AddressText(address));
         const std::string has = left.empty() ? "no such address" : Joined(left, "  ");
-        throw Failure(failure.exit, failure.error, Format("{}. {} has {} now", failure.message, name, has));
+        throw Failure{failure.exit, failure.error, Format("{}. {} has {} now", failure.message, name, has)};
     };
     const std::string done = Format("{}   set to {}", name, Joined(texts, "  "));
     return PerformOn(invocation, {.send = send, .done = done}, texts, PassingBeside(texts, family));

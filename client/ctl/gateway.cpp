@@ -102,7 +102,7 @@ Outcome SetGateway(const Invocation& invocation) {
         // Without an answer it is not certain what there is now.
         const bool isBack = error == TESSEL_E_FAILED && place.Set(*ParseHost(old)) == TESSEL_OK;
         const std::string left = isBack ? Format("The old gateway {} is set again", old) : old + " was deleted before";
-        throw Failure(failure.exit, failure.error, Format("{} ({})", failure.message, left));
+        throw Failure{failure.exit, failure.error, Format("{} ({})", failure.message, left)};
     };
     Change change{.send = send, .guard = [&] { return CutsSessionOn(place.name); }};
     change.done = Format("{}   gateway {} set", place.owner, text);

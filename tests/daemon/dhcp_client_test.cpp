@@ -194,7 +194,7 @@ TEST_F(DhcpClient, StopEndsTheClientsHelpersAndNoOther) {
 }
 
 TEST_F(DhcpClient, RefusesWhatMakesNoSense) {
-    for (const char* name : {"", "-V", "a/b", "..", "two words"}) {
+    for (const char* name : {"", "-V", "a/b", "..", "two words", "a\x16"}) {
         EXPECT_EQ(Start(2, name, 1), -1) << name;
         EXPECT_EQ(Stop(2, name), 0) << name;
     }

@@ -68,7 +68,7 @@ TEST(LineWord, IsOneWordAndNoOption) {
     EXPECT_TRUE(tessel::IsLineWord("eth0"));
     EXPECT_TRUE(tessel::IsLineWord("a-b"));
     EXPECT_FALSE(tessel::IsLineWord(nullptr));
-    for (const char* text : {"", " ", "eth0 down", "eth0 ", " eth0", "-V", "--"})
+    for (const char* text : {"", " ", "eth0 down", "eth0 ", " eth0", "-V", "--", "eth0\n", "et\th0", "eth\x7f"})
         EXPECT_FALSE(tessel::IsLineWord(text)) << text;
 }
 

@@ -3,12 +3,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
-#include <sys/ipc.h>
-#include <sys/sem.h>
-
-#include <cstdlib>
-
-#include "core/semaphore.h"
 
 namespace {
 
@@ -31,28 +25,12 @@ TEST(Interface, IsQueriedAndSwitchedByName) {
     EXPECT_EQ(IfethGetFlags("no-such", &flags), -1);
     EXPECT_EQ(IfethGetFlags(nullptr, &flags), -1);
     EXPECT_EQ(IfethGetLineStatus("eth1", nullptr), -1);
-}
 
-TEST(Interface, NamesOfTheThreePorts) {
     char name[16] = {};
     EXPECT_EQ(interface_name(2, name, sizeof(name)), 0);
+    for (const i32 noPort : {3, -1})
+        EXPECT_EQ(interface_name(noPort, name, sizeof(name)), 1201);
     EXPECT_STREQ(name, "eth2");
-    EXPECT_EQ(interface_name(3, name, sizeof(name)), 1201);
-    EXPECT_EQ(interface_name(-1, name, sizeof(name)), 1201);
-    EXPECT_STREQ(name, "eth2");
-}
-
-TEST(Semaphore, IsTakenGivenBackAndRemoved) {
-    const int set = semget(IPC_PRIVATE, 1, 0600);
-    ASSERT_NE(set, -1);
-    EXPECT_EQ(set_semvalue(set), 0);
-    EXPECT_EQ(semaphore_p(set), 0);
-    EXPECT_EQ(semctl(set, 0, GETVAL), 0);
-    EXPECT_EQ(semaphore_v(set), 0);
-    EXPECT_EQ(semctl(set, 0, GETVAL), 1);
-    EXPECT_EQ(del_semvalue(set), 0);
-    for (const auto operation : {set_semvalue, del_semvalue, semaphore_p, semaphore_v})
-        EXPECT_EQ(operation(set), -1);
 }
 
 }  // namespace

@@ -11,14 +11,16 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <numeric>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "core/checksum.h"
 #include "core/payload_cursor.h"
+#include "core/registry.h"
 #include "core/semaphore.h"
 #include "core/sessions.h"
+#include "core/startup/version.h"
 #include "core/text_file.h"
 #include "tests/support/files.h"
 
@@ -88,30 +90,16 @@ TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
     EXPECT_FALSE(empty.Read(length));
 }
 
-// RFC 1071's own sum, by 16-bit words in network order.
-u16 SumOf(std::vector<u8> bytes) {
-    if (bytes.size() % 2 != 0) bytes.push_back(0);
-    u32 sum = 0;
-    for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        sum += static_cast<u32>(bytes[i] * 256 + bytes[i + 1]);
-        if (sum > 0xffff) sum -= 0xffff;
-    }
-    return htons(static_cast<u16>(~sum));
-}
-
 TEST(Checksum, IsThatOfTheWholeHoweverItIsCut) {
-    std::vector<u8> bytes(1501);
-    std::iota(bytes.begin(), bytes.end(), u8{7});
-    const std::span<const u8> all(bytes);
-    for (const std::size_t cut : {0, 1, 2, 3, 700, 1501}) {
-        EXPECT_EQ(tessel::InternetChecksum({all.first(cut), all.subspan(cut)}), SumOf(bytes)) << cut;
-    }
-    // An IPv4 header as captured.
+    // An IPv4 header as captured, with its checksum.
     std::vector<u8> header = {0x45, 0,    0,   0x3c, 0x1c, 0x46, 0x40, 0,  0x40, 6,
                               0xb1, 0xe6, 172, 16,   10,   99,   172,  16, 10,   12};
-    EXPECT_EQ(tessel::InternetChecksum({header}), 0);
-    header[5] ^= 1;
-    EXPECT_NE(tessel::InternetChecksum({header}), 0);
+    const std::span<const u8> all(header);
+    for (std::size_t cut = 0; cut <= header.size(); ++cut)
+        EXPECT_EQ(tessel::InternetChecksum({all.first(cut), all.subspan(cut)}), 0) << cut;
+    header.back() = 0;
+    EXPECT_EQ(tessel::InternetChecksum({all.first(19)}), tessel::InternetChecksum({header})) << "padded with zero";
+    EXPECT_EQ(tessel::InternetChecksum({header}), htons(12)) << "what it lacks now";
     EXPECT_EQ(tessel::InternetChecksum({}), 0xffff);
 }
 
@@ -132,17 +120,47 @@ TEST(Sessions, AreFoundTakenAndGivenBack) {
     EXPECT_EQ(pool.Take(lock), taken[1]) << "the first free one";
 }
 
-TEST(Semaphore, IsWaitedForSoLongAndNotLonger) {
+TEST(Semaphore, IsTakenWithinItsTimeAndGivenBack) {
     const int set = semget(IPC_PRIVATE, 1, 0600);
-    ASSERT_EQ(set_semvalue(set), 0);
+    ASSERT_NE(set, -1);
+    EXPECT_EQ(set_semvalue(set), 0);
     EXPECT_EQ(semaphore_p_within(set, milliseconds(0)), 0);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(semaphore_p_within(set, milliseconds(200)), -1);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(200));
     EXPECT_EQ(semaphore_v(set), 0);
-    EXPECT_EQ(semaphore_p_within(set, milliseconds(200)), 0);
+    EXPECT_EQ(semaphore_p(set), 0);
+    EXPECT_EQ(semctl(set, 0, GETVAL), 0);
     EXPECT_EQ(del_semvalue(set), 0);
+    for (const auto operation : {set_semvalue, del_semvalue, semaphore_p, semaphore_v})
+        EXPECT_EQ(operation(set), -1);
     EXPECT_EQ(semaphore_p_within(set, milliseconds(200)), -1);
+}
+
+TEST(Registry, KeepsTheFirstHandlerOfACode) {
+    const auto first = [](int, u32, const void*, i32) { return 1; };
+    const auto second = [](int, u32, const void*, i32) { return 2; };
+    IpcApiCommonHead head;
+    IpcApiInit(&head);
+    EXPECT_EQ(IpcApiRegister(&head, 0x112, first), 0);
+    EXPECT_EQ(IpcApiRegister(&head, 0x111, second), 0);
+    EXPECT_EQ(IpcApiRegister(&head, 0x112, second), -1);
+    ASSERT_NE(IpcApiFindNode(&head, 0x112), nullptr);
+    EXPECT_EQ(IpcApiFindNode(&head, 0x112)->handler(0, 0, nullptr, 0), 1);
+    EXPECT_EQ(IpcApiUnRegister(&head, 0x112, second), 0) << "the handler is not compared";
+    EXPECT_EQ(IpcApiFindNode(&head, 0x112), nullptr);
+    EXPECT_EQ(IpcApiUnRegister(&head, 0x112, second), -1);
+    EXPECT_EQ(IpcApiUnRegister(&head, 0x111, nullptr), 0);
+}
+
+TEST(Version, BannerNeedsRoomForItsTerminator) {
+    std::string banner(256, 'x');
+    ASSERT_EQ(NetQueryVersion(banner.data(), 256), 0);
+    const u32 length = static_cast<u32>(strlen(banner.c_str()));
+    EXPECT_EQ(NetQueryVersion(banner.data(), length), -1);
+    EXPECT_EQ(banner.substr(0, length), std::string(length, '\0')) << "zeroed all the same";
+    EXPECT_EQ(NetQueryVersion(banner.data(), length + 1), 0);
+    EXPECT_EQ(NetQueryVersion(nullptr, 256), -1);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include "addr/address_text.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "addr/address.h"
+#include "core/family.h"
 
 namespace {
 
@@ -30,9 +30,8 @@ constexpr char kEth0[] =
 )";
 
 std::string TextOf(const TNetIpAddr& address) {
-    char text[INET6_ADDRSTRLEN];
-    inet_ntop(address.wSinFamily, address.abyAddr, text, sizeof(text));
-    return std::string(text) + "/" + std::to_string(address.dwPrefixLen) + " scope " + std::to_string(address.dwScope) +
+    return std::string(tessel::AddressText(address.wSinFamily, &address.abyAddr).text) + "/" +
+           std::to_string(address.dwPrefixLen) + " scope " + std::to_string(address.dwScope) +
            (address.bTentative != 0 ? " tentative" : "") + (address.bDynamic != 0 ? " dynamic" : "");
 }
 

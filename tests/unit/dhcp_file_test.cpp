@@ -1,12 +1,11 @@
 // The result files of the DHCP clients, and the registry of their sessions.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
+#include "core/family.h"
 #include "services/dhcp_client.h"
 #include "services/dhcp_v4.h"
 #include "services/dhcp_v6.h"
@@ -17,11 +16,7 @@ namespace {
 
 // "address family"
 std::string TextOf(u16 family, const TNetGateway& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    u8 bytes[16];
-    memcpy(bytes, address.abyAddr, sizeof(bytes));
-    inet_ntop(family, bytes, text, sizeof(text));
-    return std::string(text) + ' ' + std::to_string(address.wSinFamily);
+    return std::string(AddressText(family, &address.abyAddr).text) + ' ' + std::to_string(address.wSinFamily);
 }
 
 // "address family/prefix via router family, time, servers"

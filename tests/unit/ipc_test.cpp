@@ -2,24 +2,23 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "core/unique_fd.h"
-#include "tests/support/daemon.h"
+#include "tests/support/fake_daemon.h"
 #include "tests/support/files.h"
 
 namespace {
 
 using tessel::UniqueFd;
 using tessel::test::Bytes;
+using tessel::test::FakeDaemon;
 
 // A socket under a name.
 struct Socket {
@@ -37,31 +36,6 @@ struct Socket {
 
 std::string NameOfPathLength(std::size_t length) {
     return std::string(length - std::string(TESSEL_SOCKET_DIRECTORY).size(), 'n');
-}
-
-// Listens under a name and treats one connection as told.
-class OneConnection {
-  public:
-    OneConnection(const std::string& name, const std::function<void(int)>& serve) {
-        EXPECT_EQ(listener_.Serve(name), 0);
-        thread_ = std::thread([this, serve] {
-            const UniqueFd connection(accept(listener_.fd.Get(), nullptr, nullptr));
-            serve(connection.Get());
-        });
-    }
-    ~OneConnection() {
-        thread_.join();
-    }
-
-  private:
-    Socket listener_;
-    std::thread thread_;
-};
-
-std::string ReadMessage(int fd) {
-    std::string bytes(8192, '\0');
-    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(0, read(fd, bytes.data(), bytes.size()))));
-    return bytes;
 }
 
 TEST(Address, PathsUpTo101CharactersAreTaken) {
@@ -127,18 +101,16 @@ TEST(Exchange, AnswersAreCheckedBySizeAlone) {
         {"closed without an answer: zero bytes", 0, 0, 0, 0},
     };
     for (const auto& row : rows) {
-        const OneConnection daemon(TESSEL_SOCKET_API, [&](int fd) {
-            const IpcMsgHead asked{.type = 0x112, .size = 1, .flag = 0};
-            EXPECT_EQ(ReadMessage(fd), std::string(Bytes(asked)) + "q");
-            if (row.headType == 0) return;
+        FakeDaemon daemon([&](const auto&) {
             const IpcMsgHead head{.type = row.headType, .size = row.headSize, .flag = 7};
-            const std::string message = std::string(Bytes(head)) + std::string(row.payloadBytes, 'r');
-            (void)!write(fd, message.data(), message.size());
+            return row.headType == 0 ? "" : std::string(Bytes(head)) + std::string(row.payloadBytes, 'r');
         });
         std::string reply(8, '.');
         ucred peer{};
         EXPECT_EQ(tessel::IpcApiSendAndRecvWithin(0x112, "q", 1, reply.data(), 8, 1000, &peer), row.expected)
             << row.description;
+        EXPECT_EQ(daemon.Requests().at(0).type, 0x112U);
+        EXPECT_EQ(daemon.Requests().at(0).payload, "q");
         const bool isFilled = row.expected == 0 && row.headType != 0;
         EXPECT_EQ(reply, isFilled ? "rrrrrrrr" : "........") << row.description;
         EXPECT_EQ(peer.pid, getpid()) << row.description;
@@ -153,8 +125,9 @@ TEST(Reply, OfAnySizeReachesASlowReader) {
     const std::string payload(3000000, 'b');
     std::string received;
     std::thread reader([&] {
-        for (std::string piece; !(piece = ReadMessage(clientEnd.Get())).empty();)
-            received += piece;
+        char piece[8192];
+        for (ssize_t count = 0; (count = read(clientEnd.Get(), piece, sizeof(piece))) > 0;)
+            received.append(piece, static_cast<std::size_t>(count));
     });
     EXPECT_EQ(IpcApiSendMsg(daemonEnd.Get(), 0x115, payload.data(), static_cast<i32>(payload.size()), 9), 0);
     shutdown(daemonEnd.Get(), SHUT_WR);

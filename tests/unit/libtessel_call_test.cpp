@@ -1,13 +1,12 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
 
 #include "client/libtessel.h"
+#include "tests/support/fake_daemon.h"
 #include "tests/support/files.h"
 #include "tests/support/link_requests.h"
-#include "tests/unit/libtessel_fake_daemon.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 #include "core/log.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -172,26 +170,6 @@ TEST(LogControl, OpensClosesAndRefuses) {
     EXPECT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
     EXPECT_EQ(ReadFile(kDaemonLog), "") << "opening truncates";
     EXPECT_EQ(tessel::test::Descriptors(), before) << "and closes what was open";
-}
-
-// A thread that dies while it writes a line would take the file's lock along.
-TEST(Log, LinesAreNoPlaceToDieAt) {
-    TesselDebugLevelSet(2);
-    ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
-    static std::atomic<int> passed{0};
-    pthread_t thread{};
-    const auto log = [](void*) -> void* {
-        pthread_cancel(pthread_self());
-        TESSEL_ERR("a line");
-        ++passed;
-        errno = 1;
-        TESSEL_PERROR("another");
-        ++passed;
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, nullptr, log, nullptr), 0);
-    pthread_join(thread, nullptr);
-    EXPECT_EQ(passed, 2);
 }
 
 // For the thread sanitizer: the file is closed and opened under the feet of writers.

@@ -1,6 +1,5 @@
 // What initialisation reports, and the debug thread: the version file is missing here.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 

@@ -1,5 +1,4 @@
 // The broadcast ARP announcer and traffic statistics on real links.
-#include <gmock/gmock.h>
 #include <netinet/if_ether.h>
 
 #include "tests/support/arp.h"

@@ -1,6 +1,5 @@
 // Another host on the link that uses the device's addresses or its MAC: frames as it sends and sees them.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/if_ether.h>
 
 #include <cstring>

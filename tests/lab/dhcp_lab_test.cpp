@@ -1,6 +1,5 @@
 // A lease from the real server, got by the real client with the script that devices are given: a daemon runs the server
 // behind eth0, and a second one, a device of its own behind far0, the client.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>

@@ -1,6 +1,5 @@
 // The real packet filter and ARP table, and a second host that sends packets.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,6 +1,5 @@
 // Two uplinks, the real `ip` tool and the kernel's choice between them.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 

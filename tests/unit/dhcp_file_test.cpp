@@ -1,7 +1,5 @@
 // The result files of the DHCP clients, and the registry of their sessions.
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 

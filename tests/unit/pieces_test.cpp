@@ -2,7 +2,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/stat.h>

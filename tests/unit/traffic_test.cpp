@@ -1,7 +1,6 @@
 // The counters of the three forms of "/proc/net/dev", and the rates between two samples.
 #include "stat/traffic.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>

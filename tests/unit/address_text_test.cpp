@@ -35,8 +35,8 @@ std::string TextOf(const TNetIpAddr& address) {
            (address.bTentative != 0 ? " tentative" : "") + (address.bDynamic != 0 ? " dynamic" : "");
 }
 
-bool Append(const std::string& output, const tessel::AddressFamily& family, TNetIfaceIp& list, bool isMarked = true) {
-    return tessel::AppendAddresses(output.c_str(), family, isMarked, list, CallSite::Current());
+bool Append(const std::string& output, const tessel::AddressFamily& family, TNetIfaceIp& list) {
+    return tessel::AppendAddresses(output.c_str(), family, true, list, CallSite::Current());
 }
 
 bool ReadShow(const std::string& output, ipaddr_show_info& info) {
@@ -55,10 +55,6 @@ TEST(AddressText, IsReadByFamily) {
     EXPECT_EQ(TextOf(list.atIp[2]), "2001:db8::5/64 scope 4 dynamic");
     EXPECT_EQ(TextOf(list.atIp[3]), "fe80::7023:f2ff:fe8d:c780/64 scope 2 tentative");
     EXPECT_EQ(TextOf(list.atIp[4]), "2001:db8::6/64 scope 4") << "\"dynamic\" stands too far behind \"scope\"";
-
-    TNetIfaceIp unmarked{};
-    ASSERT_TRUE(Append(kEth0, kInet6, unmarked, false));
-    EXPECT_EQ(TextOf(unmarked.atIp[1]), "fe80::7023:f2ff:fe8d:c780/64 scope 2");
 }
 
 TEST(AddressText, PointToPointAndUnreadable) {

@@ -65,6 +65,11 @@ TEST(ExecCmd, ReportsWhetherTheToolSucceeded) {
         EXPECT_EQ(ExecCmd(line.data(), static_cast<u32>(line.size() + 1), 0), expected) << description;
     }
     EXPECT_EQ(ExecCmd(nullptr, 0, 0), -1);
+    char words[][7] = {"sh", "-c", "exit 7"};
+    char* argv[] = {words[0], words[1], words[2], nullptr};
+    pid_t pid = 0;
+    EXPECT_EQ(TesselExecShellProcess("sh", argv, &pid), 7);
+    EXPECT_GT(pid, 0);
 }
 
 class CapturedOutput : public testing::Test {
@@ -206,14 +211,6 @@ TEST(StartDetached, LogsWhatWentWrong) {
     unlink("/tmp/tessellog");
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
                 testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)"));
-}
-
-TEST(ExecShellProcess, GivesExitStatusAndPid) {
-    char words[][7] = {"sh", "-c", "exit 7"};
-    char* argv[] = {words[0], words[1], words[2], nullptr};
-    pid_t pid = 0;
-    EXPECT_EQ(TesselExecShellProcess("sh", argv, &pid), 7);
-    EXPECT_GT(pid, 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -34,19 +35,15 @@ struct Socket {
     }
 };
 
-std::string NameOfPathLength(std::size_t length) {
-    return std::string(length - std::string(TESSEL_SOCKET_DIRECTORY).size(), 'n');
-}
-
 TEST(Address, PathsUpTo101CharactersAreTaken) {
+    const std::string longest(101 - strlen(TESSEL_SOCKET_DIRECTORY), 'n');
     Socket server;
-    EXPECT_EQ(server.Serve(NameOfPathLength(102)), -1);
-    EXPECT_EQ(server.Serve(NameOfPathLength(101)), 0);
+    EXPECT_EQ(server.Serve(longest + "n"), -1);
+    EXPECT_EQ(server.Serve(longest), 0);
     EXPECT_EQ(server.length, 103U);
     EXPECT_TRUE(std::filesystem::is_socket(server.address.sun_path));
-    Socket client;
-    EXPECT_EQ(client.Connect(NameOfPathLength(101)), 0);
-    EXPECT_EQ(client.Connect(NameOfPathLength(102)), -1);
+    EXPECT_EQ(Socket().Connect(longest), 0);
+    EXPECT_EQ(Socket().Connect(longest + "n"), -1);
 }
 
 TEST(Address, ServerReplacesWhatIsThereAndKeepsItsDescriptor) {

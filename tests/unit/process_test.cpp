@@ -5,7 +5,6 @@
 
 #include <filesystem>
 
-#include "core/system.h"
 #include "tests/support/files.h"
 
 namespace {
@@ -40,20 +39,6 @@ TEST(CheckCmdByPid, ComparesTheCommandName) {
     EXPECT_EQ(CheckCmdByPid(getpid(), "udhcpc"), 0);
     EXPECT_EQ(CheckCmdByPid(999999, "core_test"), 0);
     EXPECT_EQ(CheckCmdByPid(-1, "core_test"), 0);
-}
-
-TEST(System, TellsDesktopFromDeviceByTheStartOfAFile) {
-    WriteFile("/etc/issue", "Welcome\nUbuntu 20.04 LTS \\n \\l\n");
-    EXPECT_EQ(IsUbuntuHost(), 1);
-    char buffer[8] = "#######";
-    EXPECT_EQ(ReadFileToBuf("/etc/issue", buffer, 4), 4);
-    EXPECT_STREQ(buffer, "Welc###");
-    WriteFile("/etc/issue", "Embedded device\n");
-    EXPECT_EQ(IsUbuntuHost(), 0);
-    std::filesystem::remove("/etc/issue");
-    EXPECT_EQ(IsUbuntuHost(), 0);
-    EXPECT_EQ(ReadFileToBuf("/etc/issue", buffer, 4), -1);
-    EXPECT_EQ(buffer[0], '\0');
 }
 
 }  // namespace

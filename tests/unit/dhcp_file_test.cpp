@@ -1,4 +1,4 @@
-// The result files of the DHCP clients, and the registry of their sessions.
+// The result files of the DHCP clients.
 #include <gmock/gmock.h>
 
 #include <string>
@@ -63,6 +63,7 @@ TEST(DhcpFile, OfIpv4) {
         {"an event with more in its line is none", "leasesuccess \n", 0, 0, kNothing},
         {"values that are missing", "leasesuccess\nlocal\nsubnet\nrouter=\nleasetime\ndns", 0, 1,
          "255.255.255.255 2/0 via 255.255.255.255 0, 0, 255.255.255.255 0"},
+        {"the shortest mask", "leasesuccess\nsubnet=128.0.0.0\n", 0, 1, "0.0.0.0 0/1 via 0.0.0.0 0, 0,"},
         {"a mask with a gap", "leasesuccess\nsubnet=255.0.255.0\n", 0, 1, "0.0.0.0 0/-1 via 0.0.0.0 0, 0,"},
     };
     for (const auto& row : rows) {
@@ -80,21 +81,6 @@ TEST(DhcpFile, OfIpv4) {
     FileIdentity identity;
     u32 event = 0;
     EXPECT_EQ(DhcpcReadDhcpcConfFile(nullptr, "/tmp/none", &event, &identity), -1);
-}
-
-TEST(DhcpFile, Masks) {
-    constexpr std::tuple<u16, const char*, i32> kMasks[] = {{2, "255.255.255.0", 24},
-                                                            {2, "255.255.255.255", 31},
-                                                            {2, "128.0.0.0", 1},
-                                                            {2, "255.0.255.0", -1},
-                                                            {2, "text", 0},
-                                                            {2, nullptr, 0},
-                                                            {10, "::", 0},
-                                                            {10, "ffff:ffff::", 0},
-                                                            {10, "1234::", -1},
-                                                            {7, "255.0.0.0", 0}};
-    for (const auto& [family, text, prefix] : kMasks)
-        EXPECT_EQ(MaskToPrefix(family, text), prefix) << (text != nullptr ? text : "null");
 }
 
 TEST(DhcpFile, LinesOfIpv6) {
@@ -126,21 +112,6 @@ TEST(DhcpFile, LinesOfIpv6) {
         EXPECT_EQ(TextOf(AF_INET6, lease), row.lease) << row.line;
     }
     EXPECT_EQ(ParseAddr(nullptr, nullptr, nullptr), -1);
-}
-
-// Its own head moves while it looks for a record's predecessor.
-TEST(DhcpRegistry, ForgetsWhatStandsBeforeTheRecordsPredecessor) {
-    TDhcpcInfo records[4];
-    // The head afterwards; the first one takes all along.
-    TDhcpcInfo* const heads[] = {nullptr, &records[0], &records[1]};
-    for (int removed = 0; removed < 3; ++removed) {
-        for (int i = 0; i < 3; ++i)
-            records[i].next = &records[i + 1];
-        TDhcpcInfo* head = &records[0];
-        remove_node(&head, &records[removed]);
-        EXPECT_EQ(head, heads[removed]) << removed;
-    }
-    EXPECT_EQ(records[1].next, &records[3]);
 }
 
 }  // namespace

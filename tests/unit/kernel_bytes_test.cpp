@@ -129,7 +129,7 @@ TEST(Netlink, WalksEndAtWhatIsNotWhole) {
     std::span<const u8> rest(tooShort);
     EXPECT_EQ(tessel::NextMessage(rest), nullptr);
 
-    const std::string attributes = "\x08\0\x03\0abcd\x05\0\x02\0e\0\0\0\x08\0\x63\0fghi\x09\0\x01\0jklm"s;
+    const std::string attributes = "\x08\0\x03\0abcd\x05\0\x02\0e\0\0\0\x08\0\x04\0fghi\x09\0\x01\0jklm"s;
     for (std::size_t size = 0; size <= attributes.size(); ++size) {
         const std::vector<u8> cut(attributes.begin(), attributes.begin() + static_cast<long>(size));
         const rtattr* table[4];

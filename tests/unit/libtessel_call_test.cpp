@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 
@@ -44,14 +45,18 @@ TEST_F(Call, EveryWayToMissAReplyIsAnErrorOfItsOwn) {
 
 TEST_F(Call, ADaemonThatIsSilentTimesOut) {
     tessel_set_timeout_ms(100);
-    FakeDaemon daemon([](const auto&) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    std::atomic<bool> isOver{false};
+    FakeDaemon daemon([&](const auto&) {
+        (void)tessel::test::Eventually([&] { return isOver.load(); });
         return std::string();
     });
+    const auto start = std::chrono::steady_clock::now();
     u32 mtu = 77;
     EXPECT_EQ(tessel_mtu_get("eth0", &mtu), TESSEL_E_TIMEOUT);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(mtu, 77U);
     EXPECT_EQ(tessel_set_timeout_ms(0), TESSEL_E_ARGUMENT);
+    isOver = true;
 }
 
 TEST_F(Call, WhetherADaemonListensIsKnownAtOnceAndNotNoticed) {

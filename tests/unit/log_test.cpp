@@ -43,12 +43,12 @@ i32 Manage(u32 code, const std::string& path = "", i32 (*manage)(const LogFileCt
 
 // All of them leave errno alone.
 void OneOfEach(const std::string& mark) {
-    errno = ENOENT;
+    errno = EBUSY;
     TESSEL_ERR("error %s", mark.c_str());
     TESSEL_PRT("print %s", mark.c_str());
     TESSEL_DBG("debug %s", mark.c_str());
     TESSEL_PERROR(mark.c_str());
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(errno, EBUSY);
 }
 
 // Which of the four forms a destination shows.
@@ -137,7 +137,7 @@ TEST(Log, LinesBeginAsReadersExpect) {
                     "<182>[^<]*\\[TESSEL_PRT\\]:" + id + ":TID\\[[0-9]+\\]:\\[OneOfEach\\]\\([0-9]+\\): print here\n" +
                     "<183>[^<]*\\[TESSEL_DBG\\]" + id + "TID\\[[0-9]+\\]:\\[OneOfEach\\]\\([0-9]+\\): debug here\n" +
                     "<179>[^<]*\\[TESSEL_PERROR\\]" + id +
-                    ":TID\\[[0-9]+\\]:OneOfEach\\([0-9]+\\):here\\{errno\\(2\\):No such file or directory\\}\n"));
+                    ":TID\\[[0-9]+\\]:OneOfEach\\([0-9]+\\):here\\{errno\\(16\\):Device or resource busy\\}\n"));
 }
 
 TEST(LogControl, OpensClosesAndRefuses) {

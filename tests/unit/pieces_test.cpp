@@ -2,6 +2,8 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <string>
@@ -38,6 +40,17 @@ TEST(LineReader, ReadsLinesAndPartsOfLongOnes) {
     const std::vector<std::string> lines = LinesOf<1024>(std::string(1000, 'x') + "\n" + std::string(30, 'y') + "\nz");
     EXPECT_THAT(lines, ElementsAre(std::string(1000, 'x'), std::string(30, 'y'), "z")) << "longer than one read";
     EXPECT_EQ(LinesOf<128>(std::string(10'000'000, 'n'), 65536).size(), 65536 / 127 + 1U) << "without a newline";
+}
+
+TEST(RegularFile, NothingElseIsOpened) {
+    WriteFile("/tmp/real", "kept");
+    ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+    ASSERT_EQ(symlink("/tmp/real", "/tmp/link"), 0);
+    for (const char* path : {"/tmp/fifo", "/tmp/link", "/tmp", "/dev/null", "/tmp/none"}) {
+        for (const int flags : {O_RDONLY, O_RDWR | O_TRUNC})
+            EXPECT_FALSE(tessel::OpenRegularFile(path, flags).IsOpen()) << path << flags;
+    }
+    EXPECT_EQ(tessel::test::ReadFile("/tmp/real"), "kept");
 }
 
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {

@@ -4,14 +4,17 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 
 #include "sysdbg/format.h"
 #include "sysdbg/local_time.h"
-#include "tests/unit/crash_child.h"
+#include "sysdbg/sysdbg.h"
+#include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
 
+constexpr char kCrashFile[] = "/tmp/crash";
 constexpr char kCurrent[] = "/tmp/crash.0";
 constexpr char kPrevious[] = "/tmp/crash.1";
 

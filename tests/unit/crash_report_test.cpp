@@ -1,20 +1,29 @@
-// Processes that crash: the whole report, and how they end.
+// Processes that crash: the whole report, and how they end. And the thread that developers have functions called by.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <link.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <regex>
 #include <thread>
 
+#include "sysdbg/debug_thread.h"
 #include "sysdbg/guard.h"
+#include "sysdbg/sysdbg.h"
 #include "sysdbg/trace.h"
-#include "tests/unit/crash_child.h"
+#include "tests/support/files.h"
 
 namespace {
 
@@ -58,6 +67,37 @@ namespace tessel::test {
 namespace {
 
 using testing::HasSubstr;
+
+constexpr char kCrashFile[] = "/tmp/crash";
+
+struct CrashResult {
+    pid_t process;
+    int status;
+    std::string report;
+};
+
+// Runs `crash` in a child that has crash diagnostics installed.
+CrashResult Crash(const std::function<void()>& crash, const char* crashFile = kCrashFile) {
+    for (const char* path : {"/tmp/crash.0", "/tmp/crash.1"})
+        std::filesystem::remove(path);
+    CrashResult result{.process = fork(), .status = 0, .report = ""};
+    if (result.process == 0) {
+        alarm(60);
+        if (SysdbgInit(nullptr, crashFile, 2 * 512, kSysdbgNoDebugThread) == 0) crash();
+        _exit(111);
+    }
+    waitpid(result.process, &result.status, 0);
+    result.report = ReadFile("/tmp/crash.0");
+    return result;
+}
+
+// The text between two others; empty when one is missing.
+std::string Between(const std::string& text, const std::string& begin, const std::string& end) {
+    const std::size_t from = text.find(begin);
+    const std::size_t to = text.find(end, from == std::string::npos ? from : from + begin.size());
+    if (from == std::string::npos || to == std::string::npos) return "";
+    return text.substr(from + begin.size(), to - from - begin.size());
+}
 
 constexpr char kExtblTrace[] = "\n===========Call Trace(extbl)==========\nObtained ";
 constexpr char kUnwindTrace[] = "\n===========Call Trace(unwind)==========\nObtained ";
@@ -349,6 +389,53 @@ TEST(CrashReport, FramePointerMethodOnRequest) {
     });
     EXPECT_THAT(result.report, testing::MatchesRegex("\n===========Call Trace\\(fp\\)==========\nObtained [0-9]+ stack "
                                                      "frames:\n<[^\n]*crash_test> \\(<[^\n]+> \\+ 0x[^\n]*\n(.|\n)*"));
+}
+
+std::atomic<int> calls;
+
+void CountCall() {
+    ++calls;
+}
+
+TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
+    const CrashResult result = Crash([] {
+        freopen("/tmp/output", "w", stdout);
+        // What another process of this name and user has left in the queue, which outlives it, is dropped.
+        const pid_t sender = fork();
+        if (sender == 0) _exit(sysdbg::SendToDebugThread([] { calls += 100; }) ? 0 : 1);
+        int status = -1;
+        if (waitpid(sender, &status, 0) != sender || status != 0) _exit(1);
+        for (int i = 0; i < 2; ++i)
+            (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
+        for (int i = 1; i <= 2; ++i) {
+            if (!sysdbg::SendToDebugThread(&CountCall) || !Eventually([i] { return calls == i; })) _exit(1);
+        }
+        // The first queue in the system's list, whose lines begin with key, id and mode.
+        std::ifstream queues("/proc/sysvipc/msg");
+        queues.ignore(1000, '\n');
+        key_t key = 0;
+        int id = -1;
+        unsigned mode = 0;
+        queues >> key >> id >> std::oct >> mode;
+        if (mode != 0600) _exit(2);
+        msgctl(id, IPC_RMID, nullptr);
+        while (ReadFile("/tmp/output").find("msgrcv") == std::string::npos)
+            fflush(stdout);
+        // A queue that others may write to is not used.
+        const int open = msgget(key, IPC_CREAT | 0622);
+        if (open < 0 || sysdbg::SendToDebugThread(&CountCall)) _exit(3);
+        msgctl(open, IPC_RMID, nullptr);
+        fflush(stdout);
+        _exit(0);
+    });
+    ASSERT_EQ(result.status, 0);
+    const std::string output = ReadFile("/tmp/output");
+    // The sender's line may come before, between or after those of the thread.
+    const std::regex sent("Send message success , addr is : 0x[0-9a-f]+\n");
+    EXPECT_EQ(std::distance(std::sregex_iterator(output.begin(), output.end(), sent), std::sregex_iterator()), 2);
+    const std::string run = "\nrun function start======>\nrun function end======<\n";
+    EXPECT_EQ(std::regex_replace(output, sent, ""),
+              "Open file failed!\nOpen file failed!\n" + run + run + "in debug thread loop,msgrcv is -1\n");
 }
 
 }  // namespace

@@ -27,10 +27,18 @@ std::string ProbeAnswer(const std::string& ip) {
     return Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, ip, kPeerMac, kNoIp));
 }
 
-// The device's next frame that begins so, or, without a beginning, that is no announcement; empty when none comes.
-std::string Find(const FarLink& peer, const std::string& begin = "") {
+// The device's next frame that is no announcement of its own.
+std::string NextAnswer(const FarLink& peer) {
     std::string frame = peer.Next();
-    while (!frame.empty() && (begin.empty() ? frame.starts_with(kBroadcast) : !frame.starts_with(begin)))
+    while (frame.starts_with(kBroadcast))
+        frame = peer.Next();
+    return frame;
+}
+
+// The device's next frame that begins so; empty when none comes.
+std::string Find(const FarLink& peer, const std::string& begin) {
+    std::string frame = peer.Next();
+    while (!frame.empty() && !frame.starts_with(begin))
         frame = peer.Next();
     return frame;
 }
@@ -106,7 +114,7 @@ TEST(ConflictLab, ArpIsAnsweredAndReported) {
         peer.Send(announcement);
         const std::string answers = row.answers + Defence(kFirst);
         const std::string reported = row.reports + one;
-        EXPECT_EQ(Take(answers.size(), [&] { return Find(peer); }), answers) << row.description;
+        EXPECT_EQ(Take(answers.size(), [&] { return NextAnswer(peer); }), answers) << row.description;
         EXPECT_EQ(Take(reported.size(), [&] { return reports.Next(); }), reported) << row.description;
     }
     Switch(kOff, TESSEL_FAMILY_INET);
@@ -159,7 +167,7 @@ TEST(ConflictLab, OnlyUsableInterfacesTakePart) {
     EXPECT_EQ(log.find("dev_num = 2"), std::string::npos) << "nothing but eth0";
     const FarLink peer("far0", ETH_P_ARP);
     peer.Send(Claim(kPeerMac, kFirst));
-    EXPECT_EQ(Find(peer), Defence(kFirst)) << "what was listed before the long name stays";
+    EXPECT_EQ(NextAnswer(peer), Defence(kFirst)) << "what was listed before the long name stays";
 }
 
 // A listener that does not accept costs its reports, and nothing else.

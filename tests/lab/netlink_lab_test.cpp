@@ -1,6 +1,5 @@
 // What other programs do to addresses and default routes, and what becomes of it.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/if_ether.h>
 #include <linux/rtnetlink.h>
 #include <signal.h>
@@ -25,7 +24,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using testing::HasSubstr;
 
 // Of eth0, eth1 ...
 void SetPriorities(std::initializer_list<i32> priorities) {
@@ -49,7 +47,7 @@ class DefaultRoutes {
         EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     }
 
-    // Routes of an interface now, as "192.168.1.1 metric 10; 192.168.1.2".
+    // Routes of an interface now, as "192.168.1.1 metric 10; 192.168.1.2 metric 0".
     std::string Of(const char* interfaceName) {
         ReadAll();
         const std::set<std::string>& routes = routes_[if_nametoindex(interfaceName)];
@@ -79,21 +77,19 @@ class DefaultRoutes {
         if (route->rtm_table != RT_TABLE_MAIN || route->rtm_dst_len != 0) return;
         u32 index = 0;
         u32 metric = 0;
-        char gateway[INET_ADDRSTRLEN] = "";
+        in_addr gateway{};
         ssize_t size = RTM_PAYLOAD(message);
         for (const rtattr* attribute = RTM_RTA(route); RTA_OK(attribute, size); attribute = RTA_NEXT(attribute, size)) {
             if (attribute->rta_type == RTA_OIF) memcpy(&index, RTA_DATA(attribute), sizeof(index));
             if (attribute->rta_type == RTA_PRIORITY) memcpy(&metric, RTA_DATA(attribute), sizeof(metric));
-            if (attribute->rta_type == RTA_GATEWAY) inet_ntop(AF_INET, RTA_DATA(attribute), gateway, sizeof(gateway));
+            if (attribute->rta_type == RTA_GATEWAY) memcpy(&gateway, RTA_DATA(attribute), sizeof(gateway));
         }
-        const std::string suffix = metric != 0 ? " metric " + std::to_string(metric) : "";
+        const std::string suffix = " metric " + std::to_string(metric);
         std::set<std::string>& routes = routes_[index];
         if ((message->nlmsg_flags & NLM_F_REPLACE) != 0)
-            std::erase_if(routes, [&](const std::string& text) {
-                return text.substr(std::min(text.find(' '), text.size())) == suffix;
-            });
-        if (message->nlmsg_type == RTM_NEWROUTE) routes.insert(gateway + suffix);
-        if (message->nlmsg_type == RTM_DELROUTE) routes.erase(gateway + suffix);
+            std::erase_if(routes, [&](const std::string& text) { return text.ends_with(suffix); });
+        routes.erase(inet_ntoa(gateway) + suffix);
+        if (message->nlmsg_type == RTM_NEWROUTE) routes.insert(inet_ntoa(gateway) + suffix);
         fewest_[index] = std::min(fewest_[index], routes.size());
     }
 
@@ -102,36 +98,32 @@ class DefaultRoutes {
     std::map<u32, std::size_t> fewest_;
 };
 
-TEST(NetlinkLab, ADefaultRouteWithoutMetricGetsItsInterfaces) {
-    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0; ip addr add 192.168.2.20/24 dev eth1; ip link set eth1 down");
-    const Daemon daemon;
-    ASSERT_TRUE(Eventually([] { return OutputOf("ip -br link show eth1").find(" UP ") != std::string::npos; }))
-        << "a wired interface that is down at the start is brought up";
-    DefaultRoutes routes;
-    RunOnDevice("ip route add default via 192.168.1.1 dev eth0");
-    std::this_thread::sleep_for(milliseconds(2500));
-    EXPECT_EQ(routes.Of("eth0"), "192.168.1.1") << "without priorities nothing is touched";
-    RunOnDevice("ip route del default");
-
-    SetPriorities({10, 0});
-    RunOnDevice("ip route add 10.0.0.0/8 via 192.168.1.1 && ip route add default via 192.168.1.1 table 100");
-    RunOnDevice("ip route add default via 192.168.1.1 dev eth0");
-    (void)routes.FewestOf("eth0");
-    EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == "192.168.1.1 metric 10"; }));
-    EXPECT_EQ(routes.FewestOf("eth0"), 1U) << "never without one";
-    EXPECT_THAT(OutputOf("ip route show"), HasSubstr("10.0.0.0/8 via 192.168.1.1 dev eth0 \n"));
-    EXPECT_EQ(OutputOf("ip route show table 100"), "default via 192.168.1.1 dev eth0 \n");
-
-    RunOnDevice("ip route add default via 192.168.2.1 dev eth1");
-    std::this_thread::sleep_for(milliseconds(2500));
-    EXPECT_EQ(routes.Of("eth1"), "192.168.2.1") << "a priority of 0 is none";
+// True when the daemon defends the address against another host's claim.
+bool IsDefended(const FarLink& peer, const std::string& ip) {
+    peer.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, ip, kNoMac, ip)));
+    const auto deadline = steady_clock::now() + milliseconds(200);
+    while (steady_clock::now() < deadline) {
+        const std::string frame = peer.Next(50);
+        if (frame.size() >= 32 && frame[21] == 2 && frame.compare(28, 4, ip) == 0) return true;
+    }
+    return false;
 }
 
-TEST(NetlinkLab, ADefaultRouteIsNeverLost) {
-    RunOnDevice("for i in 0 1 2; do ip addr add 192.168.$i.20/24 dev eth$i; done");
+const std::string kAdded = "\xc0\xa8\x01\x16";  // 192.168.1.22
+
+TEST(NetlinkLab, ADefaultRouteGetsItsMetricAndIsNeverLost) {
+    RunOnDevice("for i in 0 1 2; do ip addr add 192.168.$i.20/24 dev eth$i; done; ip link set eth1 down");
     const Daemon daemon;
-    SetPriorities({10, 11, 12});
+    const FarLink peer("far1", ETH_P_ARP);
+    EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kFirst); }))
+        << "a wired interface that is down at the start is brought up and takes part";
     DefaultRoutes routes;
+    RunOnDevice("ip route add 10.0.0.0/8 via 192.168.0.1 && ip route add default via 192.168.0.1 table 100");
+    RunOnDevice("ip route add default via 192.168.0.1 dev eth0");
+    std::this_thread::sleep_for(milliseconds(2500));
+    EXPECT_EQ(routes.Of("eth0"), "192.168.0.1 metric 0") << "without priorities nothing is touched";
+    RunOnDevice("ip route del default");
+    SetPriorities({10, 11, 12});
     // Each within the two seconds that are waited. Here a command gives the route its metric.
     RunOnDevice("ip route add default via 192.168.2.1 dev eth2");
     SetPriorities({10, 11, 22});
@@ -148,20 +140,9 @@ TEST(NetlinkLab, ADefaultRouteIsNeverLost) {
     EXPECT_EQ(routes.Of("eth2"), "192.168.2.1 metric 22");
     for (const char* const name : {"eth0", "eth1", "eth2"})
         EXPECT_EQ(routes.FewestOf(name), 1U) << name << " was without one";
+    EXPECT_EQ(OutputOf("ip route show 10.0.0.0/8; ip route show table 100"),
+              "10.0.0.0/8 via 192.168.0.1 dev eth0 \ndefault via 192.168.0.1 dev eth0 \n");
 }
-
-// True when the daemon defends the address against another host's claim.
-bool IsDefended(const FarLink& peer, const std::string& ip) {
-    peer.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, ip, kNoMac, ip)));
-    const auto deadline = steady_clock::now() + milliseconds(200);
-    while (steady_clock::now() < deadline) {
-        const std::string frame = peer.Next(50);
-        if (frame.size() >= 32 && frame[21] == 2 && frame.compare(28, 4, ip) == 0) return true;
-    }
-    return false;
-}
-
-const std::string kAdded = "\xc0\xa8\x01\x16";  // 192.168.1.22
 
 TEST(NetlinkLab, WhatAnOverrunLosesIsLookedUp) {
     RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
@@ -184,34 +165,29 @@ TEST(NetlinkLab, WhatAnOverrunLosesIsLookedUp) {
     EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == "192.168.1.1 metric 10"; }));
 }
 
-// Nothing but IPv4: addresses of the other family come by themselves, a second or two after an interface.
-void PrepareInet() {
-    RunOnDevice("for i in 0 1 2; do echo 1 >/proc/sys/net/ipv6/conf/eth$i/disable_ipv6; done");
-    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
-}
-
-// Puts an `ip` in front of the real one that notes each reading of eth0's addresses and runs `afterFirst` after it.
-void NoteReads(const std::string& afterFirst) {
-    std::string real = OutputOf("command -v ip");
-    real.pop_back();
-    mkdir("/tmp/noting", 0755);
-    WriteFile("/tmp/noting/ip",
-              "#!/bin/sh\n" + real + " \"$@\"\nstatus=$?\n[ \"$*\" != '-4 addr show dev eth0' ] || {\n" +
-                  "[ -e /tmp/reads ] || " + real + " " + afterFirst + "\necho >>/tmp/reads\n}\nexit $status\n");
-    chmod("/tmp/noting/ip", 0755);
-    setenv("PATH", (std::string("/tmp/noting:") + getenv("PATH")).c_str(), 1);
-}
-
 std::size_t Reads() {
     return ReadFile("/tmp/reads").size();
 }
 
 TEST(NetlinkLab, ChangesAreGathered) {
-    PrepareInet();
-    NoteReads("-V");
+    // Nothing but IPv4: addresses of the other family come by themselves, a second or two after an interface.
+    RunOnDevice("for i in 0 1 2; do echo 1 >/proc/sys/net/ipv6/conf/eth$i/disable_ipv6; done");
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
+    // An `ip` in front of the real one notes each reading of eth0's addresses, and behind the first adds one.
+    std::string real = OutputOf("command -v ip");
+    real.pop_back();
+    mkdir("/tmp/noting", 0755);
+    WriteFile("/tmp/noting/ip", "#!/bin/sh\n" + real +
+                                    " \"$@\"\nstatus=$?\n[ \"$*\" != '-4 addr show dev eth0' ] || {\n" +
+                                    "[ -e /tmp/reads ] || " + real +
+                                    " addr add 192.168.1.22/24 dev eth0\necho >>/tmp/reads\n}\nexit $status\n");
+    chmod("/tmp/noting/ip", 0755);
+    setenv("PATH", (std::string("/tmp/noting:") + getenv("PATH")).c_str(), 1);
     const Daemon daemon;
+    const FarLink peer("far0", ETH_P_ARP);
+    EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); })) << "one that came while the table was built";
     std::this_thread::sleep_for(milliseconds(1300));
-    EXPECT_EQ(Reads(), 1U) << "the start";
+    EXPECT_EQ(Reads(), 2U) << "the start";
 
     WriteFile("/tmp/tesseldebug", "");
     RunOnDevice(
@@ -220,9 +196,9 @@ TEST(NetlinkLab, ChangesAreGathered) {
     const auto noted = [] {
         return Split(ReadFile("/var/log/messages"), "TesselRouteMonitorThread detect ip change").size() - 1;
     };
-    EXPECT_TRUE(Eventually([&] { return noted() == 200U; })) << "each change is noted at once: " << noted();
+    EXPECT_TRUE(Eventually([&] { return noted() >= 200U; })) << "each change is noted at once: " << noted();
     std::this_thread::sleep_for(milliseconds(500));
-    EXPECT_THAT(Reads(), testing::AllOf(testing::Ge(2U), testing::Le(4U))) << "a burst";
+    EXPECT_THAT(Reads(), testing::AllOf(testing::Ge(3U), testing::Le(5U))) << "a burst";
 
     const std::size_t before = Reads();
     RunOnDevice(
@@ -230,30 +206,13 @@ TEST(NetlinkLab, ChangesAreGathered) {
         "done");
     EXPECT_GE(Reads(), before + 2) << "changes that do not pause";
 
-    const FarLink peer("far0", ETH_P_ARP);
     SetPriorities({10});
     DefaultRoutes routes;
-    RunOnDevice("ip route add default via 192.168.1.1 dev eth0 && ip addr add 192.168.1.22/24 dev eth0");
+    RunOnDevice("ip route add default via 192.168.1.1 dev eth0 && ip addr add 192.168.1.23/24 dev eth0");
     const auto start = steady_clock::now();
-    EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); }));
+    EXPECT_TRUE(Eventually([&] { return IsDefended(peer, "\xc0\xa8\x01\x17"); }));
     EXPECT_LT(steady_clock::now() - start, milliseconds(1700)) << "no route holds it up";
     EXPECT_TRUE(Eventually([&] { return routes.Of("eth0") == "192.168.1.1 metric 10"; }));
-}
-
-TEST(NetlinkLab, AnAddressThatComesWhileTheTableIsBuilt) {
-    PrepareInet();
-    NoteReads("addr add 192.168.1.22/24 dev eth0");
-    const Daemon daemon;
-    const FarLink peer("far0", ETH_P_ARP);
-    EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); }));
-}
-
-TEST(NetlinkLab, AnInterfaceThatIsBroughtUpTakesPart) {
-    PrepareInet();
-    RunOnDevice("ip addr add 192.168.2.20/24 dev eth1; ip link set eth1 down");
-    const Daemon daemon;
-    const FarLink peer("far1", ETH_P_ARP);
-    EXPECT_TRUE(Eventually([&] { return IsDefended(peer, "\xc0\xa8\x02\x14"); }));
 }
 
 }  // namespace

@@ -1,19 +1,12 @@
 // Two uplinks, the real `ip` tool and the kernel's choice between them.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
-#include <cstring>
 #include <string>
 
-#include "core/unique_fd.h"
-#include "tessel/gateway.h"
 #include "tessel/priority.h"
 #include "tessel/route.h"
-#include "tests/support/daemon.h"
+#include "tests/support/conversation.h"
 #include "tests/support/far.h"
-#include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
@@ -21,72 +14,64 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-TNetGateway Inet(u8 a, u8 b, u8 c, u8 d) {
-    return {.wSinFamily = 2, .wReserved = 0, .abyAddr = {a, b, c, d}};
+class RoutingLab : public testing::Test {
+  protected:
+    RoutingLab() {
+        RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 192.168.2.20/24 dev eth1");
+    }
+    const Daemon daemon_;
+};
+
+i32 SetGateway(const std::string& name, const TNetGateway& gateway, u32 table = 0) {
+    return RequestStatus(0x10F, Padded(name, 16) + std::string(Bytes(gateway)) + Number(table));
 }
 
-void AddressBothUplinks() {
-    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 192.168.2.20/24 dev eth1");
-    RunOnDevice("ip -n far addr add 192.168.1.1/24 dev far0 && ip -n far addr add 192.168.2.1/24 dev far1");
+std::string GatewayRequest(u16 family, const std::string& name, u32 table) {
+    return std::string(Bytes(family)) + Padded(name, 16) + Number(table);
 }
 
-i32 SetGateway(const char* name, const TNetGateway& gateway, u32 table = 0) {
-    TNetGatewaySetReq request{.achDevName = {}, .tGateway = gateway, .dwTable = table};
-    strncpy(request.achDevName, name, sizeof(request.achDevName));
-    return RequestStatus(0x10F, Bytes(request));
-}
-
-std::string GatewayRequest(u16 family, const char* name, u32 table) {
-    TNetGatewayReq request{.wSinFamily = family, .achDevName = {}, .dwTable = table};
-    strncpy(request.achDevName, name, sizeof(request.achDevName));
-    return std::string(Bytes(request));
-}
-
-TNetGatewayGetReply Gateway(u16 family, const char* name, u32 table = 0) {
+TNetGatewayGetReply Gateway(u16 family, const std::string& name, u32 table = 0) {
     return ReplyTo<TNetGatewayGetReply>(0x110, GatewayRequest(family, name, table));
 }
 
-i32 DeleteGateway(u16 family, const char* name, u32 table = 0) {
+i32 DeleteGateway(u16 family, const std::string& name, u32 table = 0) {
     return RequestStatus(0x116, GatewayRequest(family, name, table));
 }
 
-TNetPrioParamList Priorities(i32 eth0, i32 eth1) {
-    return {.dwNum = 2,
-            .atPrio = {{.achDevName = "eth0", .nPriority = eth0}, {.achDevName = "eth1", .nPriority = eth1}}};
+// Sets those of eth0 and eth1, and reads them.
+void Prioritise(i32 eth0, i32 eth1) {
+    const TNetPrioParamList list{2, {{"eth0", eth0}, {"eth1", eth1}}};
+    ASSERT_EQ(RequestStatus(0x11C, Bytes(list)), 0);
+    EXPECT_EQ(*Request(0x11D, ""), Bytes(list));
 }
 
+// The way of a packet from the device, or of one that is like `more`.
 std::string ChosenUplink(const std::string& more = "") {
     return OutputOf("ip route get 203.0.113.1 " + more);
 }
 
-TEST(RoutingLab, TheKernelFollowsThePriorities) {
-    AddressBothUplinks();
-    const Daemon daemon;
-    ASSERT_EQ(SetGateway("eth0", Inet(192, 168, 1, 1)), 0);
-    EXPECT_EQ(SetGateway("eth1", Inet(192, 168, 2, 1)), -1) << "a second one without a metric";
-    EXPECT_EQ(SetGateway("eth1", Inet(192, 168, 9, 1)), -1) << "a gateway out of reach";
+TEST_F(RoutingLab, TheKernelFollowsThePriorities) {
+    ASSERT_EQ(SetGateway("eth0", Address("192.168.1.1")), 0);
+    EXPECT_EQ(SetGateway("eth1", Address("192.168.2.1")), -1) << "a second one without a metric";
+    EXPECT_EQ(SetGateway("eth1", Address("192.168.9.1")), -1) << "a gateway out of reach";
     RunOnDevice("ip route add default via 192.168.2.1 dev eth1 metric 5");
 
-    ASSERT_EQ(RequestStatus(0x11C, Bytes(Priorities(10, 20))), 0);
+    Prioritise(10, 20);
     EXPECT_EQ(OutputOf("ip route show default"),
               "default via 192.168.1.1 dev eth0 metric 10 \ndefault via 192.168.2.1 dev eth1 metric 20 \n");
     EXPECT_THAT(ChosenUplink(), HasSubstr("via 192.168.1.1 dev eth0"));
-    EXPECT_EQ(*Request(0x11D, ""), Bytes(Priorities(10, 20)));
-
-    ASSERT_EQ(RequestStatus(0x11C, Bytes(Priorities(20, 10))), 0);
+    Prioritise(20, 10);
     EXPECT_THAT(ChosenUplink(), HasSubstr("via 192.168.2.1 dev eth1"));
-    EXPECT_EQ(*Request(0x11D, ""), Bytes(Priorities(20, 10)));
-    EXPECT_EQ(Bytes(Gateway(2, "eth1").tGateway), Bytes(Inet(192, 168, 2, 1)));
+    EXPECT_EQ(Bytes(Gateway(2, "eth1").tGateway), Bytes(Address("192.168.2.1")));
 
     ASSERT_EQ(DeleteGateway(2, "eth1"), 0);
     EXPECT_EQ(DeleteGateway(2, "eth1"), -1);
     EXPECT_THAT(ChosenUplink(), HasSubstr("via 192.168.1.1 dev eth0"));
-    EXPECT_EQ(SetGateway("eth0", Inet(0, 0, 0, 0)), 0);
+    EXPECT_EQ(SetGateway("eth0", Address("0.0.0.0")), 0);
     EXPECT_EQ(OutputOf("ip route show default"), "");
 }
 
-TEST(RoutingLab, ALearntGatewayIsKept) {
-    const Daemon daemon;
+TEST_F(RoutingLab, ALearntGatewayIsKept) {
     AdvertiseRouter("far0", "2001:db8:5::");
     TNetGatewayGetReply learnt{};
     ASSERT_TRUE(Eventually([&] {
@@ -103,12 +88,10 @@ TEST(RoutingLab, ALearntGatewayIsKept) {
 }
 
 // But for IPv6, where an absent route counts as deleted unless it is one interface's in a numbered table.
-TEST(RoutingLab, WhatIsNotThereCannotBeDeleted) {
-    AddressBothUplinks();
+TEST_F(RoutingLab, WhatIsNotThereCannotBeDeleted) {
     RunOnDevice("ip addr add 2001:db8::20/64 dev eth0 nodad");
     RunOnDevice("ip route add 10.0.0.0/8 via 192.168.1.1 table 77");
     RunOnDevice("ip -6 route add 2001:db8:1::/64 via 2001:db8::1 table 77");
-    const Daemon daemon;
     for (const u16 family : {u16{2}, u16{10}}) {
         const i32 ofInet6 = family == 10 ? 0 : -1;
         EXPECT_EQ(DeleteGateway(family, "eth0"), ofInet6);
@@ -125,49 +108,23 @@ TEST(RoutingLab, WhatIsNotThereCannotBeDeleted) {
     }
 }
 
-// True when a marked datagram from eth0's address arrives behind `farInterface`.
-bool MarkedPacketArrives(const std::string& farInterface) {
-    const std::string file = "/tmp/arrived-" + farInterface;
-    RunOnDevice("ip netns exec far socat -u UDP-RECV:9000,so-bindtodevice=" + farInterface + " OPEN:" + file +
-                ",creat,append & echo $! >/tmp/receiver");
-    const UniqueFd sender(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const u32 mark = 7;
-    sockaddr_in source{};
-    source.sin_family = AF_INET;
-    inet_pton(AF_INET, "192.168.1.20", &source.sin_addr);
-    sockaddr_in target = source;
-    target.sin_port = htons(9000);
-    inet_pton(AF_INET, "203.0.113.1", &target.sin_addr);
-    EXPECT_EQ(setsockopt(sender.Get(), SOL_SOCKET, SO_MARK, &mark, sizeof(mark)), 0);
-    EXPECT_EQ(bind(sender.Get(), reinterpret_cast<const sockaddr*>(&source), sizeof(source)), 0);
-    const bool arrived = Eventually([&] {
-        (void)sendto(sender.Get(), "x", 1, 0, reinterpret_cast<const sockaddr*>(&target), sizeof(target));
-        return !ReadFile(file).empty();
-    });
-    RunOnDevice("kill $(cat /tmp/receiver)");
-    return arrived;
-}
-
-TEST(RoutingLab, ATableOfItsOwnSteersMarkedPackets) {
-    AddressBothUplinks();
-    RunOnDevice("ip -n far addr add 203.0.113.1/32 dev lo");
-    const Daemon daemon;
-    ASSERT_EQ(SetGateway("eth0", Inet(192, 168, 1, 1)), 0);
-    ASSERT_EQ(SetGateway("eth1", Inet(192, 168, 2, 1), 100), 0);
-    EXPECT_TRUE(MarkedPacketArrives("far0"));
-
+TEST_F(RoutingLab, ATableOfItsOwnSteersMarkedPackets) {
+    ASSERT_EQ(SetGateway("eth0", Address("192.168.1.1")), 0);
+    ASSERT_EQ(SetGateway("eth1", Address("192.168.2.1"), 100), 0);
+    const std::string marked = "from 192.168.1.20 mark 7";
+    EXPECT_THAT(ChosenUplink(marked), HasSubstr("dev eth0"));
     const TNetIpRule rule{
-        .tSrcIpNet = Inet(192, 168, 1, 0), .nPrefixLen = 24, .nPref = 50, .nTable = 100, .nFwmark = 7};
+        .tSrcIpNet = Address("192.168.1.0"), .nPrefixLen = 24, .nPref = 50, .nTable = 100, .nFwmark = 7};
     ASSERT_EQ(RequestStatus(0x123, Bytes(rule)), 0);
     EXPECT_THAT(OutputOf("ip rule show"), HasSubstr("50:\tfrom 192.168.1.0/24 fwmark 0x7 lookup 100"));
-    EXPECT_TRUE(MarkedPacketArrives("far1"));
+    EXPECT_THAT(ChosenUplink(marked), HasSubstr("via 192.168.2.1 dev eth1"));
     EXPECT_THAT(ChosenUplink(), HasSubstr("dev eth0")) << "without the mark";
 
     // A route beside the default one, its metric, and the rule for everything.
     TNetRouteReq route{.achDevName = "eth1", .tRoute = {}, .dwTable = 0};
     route.tRoute = {.achDevName = "eth1",
-                    .tDestIpNet = Inet(203, 0, 113, 0),
-                    .tGateway = Inet(192, 168, 2, 1),
+                    .tDestIpNet = Address("203.0.113.0"),
+                    .tGateway = Address("192.168.2.1"),
                     .nPrefixLen = 24,
                     .nMetric = 3};
     ASSERT_EQ(RequestStatus(0x10B, Bytes(route)), 0);

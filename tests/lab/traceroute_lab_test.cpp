@@ -1,6 +1,5 @@
 // Traces through routers that forward, over both families. The commands' handlers run in this process.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/if_ether.h>
 
 #include <list>
@@ -153,23 +152,6 @@ TEST_F(TracerouteLab, ProbesAreNumberedByTheirPortsAndGo255HopsAtMost) {
         EXPECT_EQ(frame.substr(42), Padded("VELTRAC", 56));
     }
     EXPECT_THAT(client.Route(), testing::EndsWith("102 254 0.0.0.0++; 102 255 0.0.0.0+; 102 255 0.0.0.0 last"));
-}
-
-TEST_F(TracerouteLab, AnswersToAnotherTraceAreTakenOverInet6Only) {
-    g_probePatience = seconds(2);
-    Client client(1);
-    const std::pair<const char*, const char*> rows[] = {{"10.4.0.2", "102 2 0.0.0.0"},
-                                                        {"fd00:4::2", "103 2 fd00:1::2"}};
-    for (const auto& [target, expected] : rows) {
-        EXPECT_EQ(Start(1, target), 0);
-        for (int probe = 0; probe < 3; ++probe)
-            EXPECT_THAT(client.Next(), StartsWith("103 1 "));
-        EXPECT_EQ(Start(2, target), 0);
-        EXPECT_EQ(client.Next(), expected) << "while the silent router is waited for";
-        StopAll();
-        while (client.Next(100) != "") {
-        }
-    }
 }
 
 TEST_F(TracerouteLab, TenAtOnceWithADeadClient) {

@@ -1,16 +1,20 @@
-// The report writer: its two files, their limit, and its format.
-#include <gmock/gmock.h>
+// The report writer: its two files, their limit, its format, and its time.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <ctime>
+#include <filesystem>
 
 #include "sysdbg/format.h"
-#include "tests/unit/crash_child.h"
+#include "sysdbg/local_time.h"
+#include "sysdbg/sysdbg.h"
+#include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
 
+constexpr char kCrashFile[] = "/tmp/crash";
 constexpr char kCurrent[] = "/tmp/crash.0";
 constexpr char kPrevious[] = "/tmp/crash.1";
 
@@ -36,23 +40,19 @@ TEST_F(CrashFile, RotatesAtExactlyItsLimit) {
     SysdbgReport("%s", "b");
     EXPECT_EQ(ReadFile(kCurrent), justBelow + "b");
     EXPECT_FALSE(std::filesystem::exists(kPrevious));
-
     SysdbgReport("%s", "c");
     EXPECT_EQ(ReadFile(kCurrent), "c");
     EXPECT_EQ(ReadFile(kPrevious), justBelow + "b");
     struct stat file {};
     EXPECT_EQ(stat(kPrevious, &file), 0);
     EXPECT_EQ(file.st_mode & 0777U, 0666U);
-}
-
-TEST_F(CrashFile, PreviousGenerationHasWholePiecesUpToTheirFirstNul) {
-    WriteFile(kPrevious, std::string(9000, 'o'));
-    std::string full = std::string(1024, '1') + std::string(100, '2') + '\0' + std::string(923, '2') +
-                       std::string(1024, '3') + std::string(1023, '4');
-    WriteFile(kCurrent, full);
-    SysdbgReport("new");
-    EXPECT_EQ(ReadFile(kPrevious), std::string(1024, '1') + std::string(100, '2') + std::string(1024, '3'));
-    EXPECT_EQ(ReadFile(kCurrent), "new");
+    // The previous generation is replaced, and has whole pieces up to their first NUL.
+    WriteFile(kCurrent,
+              std::string(10, '1') + '\0' + std::string(1013, '1') + std::string(1024, '2') + std::string(1023, '3'));
+    SysdbgReport("%s|", std::string(1022, 'x').c_str());
+    EXPECT_EQ(ReadFile(kPrevious), std::string(10, '1') + std::string(1024, '2'));
+    SysdbgReport("%s", std::string(5000, 'y').c_str());
+    EXPECT_EQ(ReadFile(kCurrent), std::string(1022, 'x') + "|" + std::string(1023, 'y')) << "cut at the buffer's end";
 }
 
 TEST_F(CrashFile, EnvironmentSetsTheLimitAtEveryWrite) {
@@ -114,12 +114,6 @@ TEST_F(CrashFile, NamesAndLogPathAreTakenWhenTheyFit) {
     EXPECT_STREQ(sysdbg_log_file, "");
 }
 
-TEST_F(CrashFile, TextIsCutAtTheBuffersEnd) {
-    SysdbgReport("%s|", std::string(1022, 'x').c_str());
-    SysdbgReport("%s", std::string(5000, 'y').c_str());
-    EXPECT_EQ(ReadFile(kCurrent), std::string(1022, 'x') + "|" + std::string(1023, 'y'));
-}
-
 // The C library is the reference.
 #define EXPECT_FORMATS_LIKE_PRINTF(...)                          \
     do {                                                         \
@@ -135,6 +129,62 @@ TEST(CrashFormat, FollowsPrintf) {
     EXPECT_FORMATS_LIKE_PRINTF("%d %05d %5d %zd %ld", std::numeric_limits<int>::min(), -12, -12, ssize_t{-1},
                                std::numeric_limits<long>::min());
     EXPECT_FORMATS_LIKE_PRINTF("%u %lx %p %p %%", ~0U, ~0UL, reinterpret_cast<void*>(0xabcdef01), nullptr);
+}
+
+std::string BigEndian(std::uint32_t value) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>(value >> shift);
+    return bytes;
+}
+
+// A zone file of version 1 with a transition for each type but the first.
+std::string ZoneFile(const std::vector<std::int32_t>& offsets) {
+    const auto types = static_cast<std::uint32_t>(offsets.size());
+    const std::uint32_t transitions = types > 0 ? types - 1 : 0;
+    std::string file = "TZif" + std::string(16, '\0') + BigEndian(0) + BigEndian(0) + BigEndian(0) +
+                       BigEndian(transitions) + BigEndian(types) + BigEndian(0);
+    file += std::string(std::size_t{5} * transitions, '\7');
+    for (const std::int32_t offset : offsets)
+        file += BigEndian(static_cast<std::uint32_t>(offset)) + std::string(2, '\0');
+    return file;
+}
+
+TEST(CrashTime, OffsetIsThatOfTheZoneFilesLastType) {
+    const struct {
+        const char* description;
+        std::string file;
+        std::int32_t expected;
+    } rows[] = {
+        {"one type", ZoneFile({3600}), 3600},
+        {"the last of several, west of UTC", ZoneFile({3600, 7200, -12600}), -12600},
+        {"no type", ZoneFile({}), 0},
+        {"cut within the last type", ZoneFile({3600, 7200}).substr(0, 44 + 5 + 11), 0},
+        {"cut within the header", ZoneFile({3600}).substr(0, 40), 0},
+        {"counts beyond the file", ZoneFile({3600}).replace(32, 8, std::string(8, '\xff')), 0},
+        {"not a zone file", std::string(100, 'x'), 0},
+    };
+    for (const auto& row : rows) {
+        WriteFile("/tmp/zone", row.file);
+        EXPECT_EQ(sysdbg::UtcOffsetSeconds("/tmp/zone"), row.expected) << row.description;
+    }
+    EXPECT_EQ(sysdbg::UtcOffsetSeconds("/no/such/zone"), 0);
+}
+
+TEST(CrashTime, CalendarAgreesWithTheCLibrary) {
+    constexpr std::int64_t kStep = 13 * 3600 + 1;
+    for (std::int64_t seconds = 0; seconds < 120'000 * kStep; seconds += kStep) {
+        const auto reference = static_cast<std::time_t>(seconds);
+        if (reference != seconds) break;  // 32-bit time ends here
+        std::tm expected{};
+        gmtime_r(&reference, &expected);
+        const auto [year, month, day, hour, minute, second] = sysdbg::BreakDown(seconds);
+        ASSERT_EQ(std::tuple(year - 1900, month - 1, day, hour, minute, second),
+                  std::tuple(expected.tm_year, expected.tm_mon, expected.tm_mday, expected.tm_hour, expected.tm_min,
+                             expected.tm_sec))
+            << seconds;
+    }
+    EXPECT_EQ(sysdbg::BreakDown(-1).year, 1970);
 }
 
 }  // namespace

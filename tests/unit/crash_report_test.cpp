@@ -1,21 +1,29 @@
-// Processes that crash: the whole report, and how they end.
+// Processes that crash: the whole report, and how they end. And the thread that developers have functions called by.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <link.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <regex>
 #include <thread>
 
+#include "sysdbg/debug_thread.h"
 #include "sysdbg/guard.h"
+#include "sysdbg/sysdbg.h"
 #include "sysdbg/trace.h"
-#include "tests/unit/crash_child.h"
+#include "tests/support/files.h"
 
 namespace {
 
@@ -59,6 +67,37 @@ namespace tessel::test {
 namespace {
 
 using testing::HasSubstr;
+
+constexpr char kCrashFile[] = "/tmp/crash";
+
+struct CrashResult {
+    pid_t process;
+    int status;
+    std::string report;
+};
+
+// Runs `crash` in a child that has crash diagnostics installed.
+CrashResult Crash(const std::function<void()>& crash, const char* crashFile = kCrashFile) {
+    for (const char* path : {"/tmp/crash.0", "/tmp/crash.1"})
+        std::filesystem::remove(path);
+    CrashResult result{.process = fork(), .status = 0, .report = ""};
+    if (result.process == 0) {
+        alarm(60);
+        if (SysdbgInit(nullptr, crashFile, 2 * 512, kSysdbgNoDebugThread) == 0) crash();
+        _exit(111);
+    }
+    waitpid(result.process, &result.status, 0);
+    result.report = ReadFile("/tmp/crash.0");
+    return result;
+}
+
+// The text between two others; empty when one is missing.
+std::string Between(const std::string& text, const std::string& begin, const std::string& end) {
+    const std::size_t from = text.find(begin);
+    const std::size_t to = text.find(end, from == std::string::npos ? from : from + begin.size());
+    if (from == std::string::npos || to == std::string::npos) return "";
+    return text.substr(from + begin.size(), to - from - begin.size());
+}
 
 constexpr char kExtblTrace[] = "\n===========Call Trace(extbl)==========\nObtained ";
 constexpr char kUnwindTrace[] = "\n===========Call Trace(unwind)==========\nObtained ";
@@ -125,37 +164,33 @@ TEST(CrashReport, IsCompleteForEverySignalAndThread) {
         void (*crash)();
         int signal;
     } rows[] = {
-        {"a write to nowhere", nullptr, SIGSEGV},
         {"abort", [] { abort(); }, SIGABRT},
         {"an illegal instruction", [] { __builtin_trap(); }, kTrapSignal},
         {"a signal that was sent", [] { raise(SIGQUIT); }, SIGQUIT},
         {"a power failure", [] { raise(SIGPWR); }, SIGPWR},
+        {"a write to nowhere", nullptr, SIGSEGV},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.description);
-        for (const auto& onThread : {&OnNamedThread, &OnNamedWorker})
-            ExpectCompleteReport(Crash([&] { onThread(row.crash); }), row.signal, "wor \\(k\\) er");
-    }
-}
-
-TEST(CrashReport, BothMethodsNameNestedCallsInOrder) {
+    CrashResult result;
     for (const auto& onThread : {&OnNamedThread, &OnNamedWorker}) {
-        const std::string report = Crash([&] { onThread(nullptr); }).report;
-        ExpectNamesInOrder(Between(report, kExtblTrace, kUnwindTrace));
-        const std::string unwound = Between(report, kUnwindTrace, kMaps);
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.description);
+            result = Crash([&] { onThread(row.crash); });
+            ExpectCompleteReport(result, row.signal, "wor \\(k\\) er");
+        }
+        // Both methods name nested calls in order.
+        ExpectNamesInOrder(Between(result.report, kExtblTrace, kUnwindTrace));
+        const std::string unwound = Between(result.report, kUnwindTrace, kMaps);
         ExpectNamesInOrder(unwound);
         EXPECT_THAT(unwound.substr(unwound.find('\n')), testing::MatchesRegex("\n<[^\n]*crash_test> \\(<CrashInner>.*"))
             << "from the faulting frame on";
     }
     // The C++ library that started the worker is stripped: its functions are not named, only the place in it.
-    EXPECT_THAT(ReadFile("/tmp/crash.0"), testing::ContainsRegex("/libstdc\\+\\+[^>]*> \\(<> \\+ 0x[0-9a-f]+\\)"));
-}
+    EXPECT_THAT(result.report, testing::ContainsRegex("/libstdc\\+\\+[^>]*> \\(<> \\+ 0x[0-9a-f]+\\)"));
 
-TEST(CrashReport, CallIntoNowhereKeepsItsCallers) {
-    const CrashResult result = Crash([] { CrashOuter(reinterpret_cast<void (*)()>(8)); });
+    result = Crash([] { CrashOuter(reinterpret_cast<void (*)()>(8)); });
     ExpectCompleteReport(result, SIGSEGV);
     const std::string trace = Between(result.report, kUnwindTrace, kMaps);
-    EXPECT_THAT(trace, HasSubstr("\n<> (<> + (nil)) [0x8]\n"));
+    EXPECT_THAT(trace, HasSubstr("\n<> (<> + (nil)) [0x8]\n")) << "a call into nowhere keeps its callers";
     ExpectNamesInOrder(trace);
 }
 
@@ -318,11 +353,12 @@ TEST(CrashReport, ThreadsThatFaultTogetherLeaveOneReport) {
 
 TEST(CrashReport, GoesToStandardOutputWhenTheFileCannotBeOpened) {
     for (const char* crashFile : {"", "/no/such/directory/crash"}) {
-        const auto crash = [] {
-            dup2(creat("/tmp/output", 0600), STDOUT_FILENO);
-            CrashOuter(nullptr);
-        };
-        CrashResult result = Crash(crash, crashFile);
+        CrashResult result = Crash(
+            [] {
+                dup2(creat("/tmp/output", 0600), STDOUT_FILENO);
+                CrashOuter(nullptr);
+            },
+            crashFile);
         result.report = ReadFile("/tmp/output");
         ExpectCompleteReport(result, SIGSEGV);
     }
@@ -350,10 +386,56 @@ TEST(CrashReport, FramePointerMethodOnRequest) {
         ucontext_t context{};
         getcontext(&context);
         sysdbg::WriteTraces(context, gettid(), sysdbg::kTraceFramePointer);
-        _exit(0);
     });
     EXPECT_THAT(result.report, testing::MatchesRegex("\n===========Call Trace\\(fp\\)==========\nObtained [0-9]+ stack "
                                                      "frames:\n<[^\n]*crash_test> \\(<[^\n]+> \\+ 0x[^\n]*\n(.|\n)*"));
+}
+
+std::atomic<int> calls;
+
+void CountCall() {
+    ++calls;
+}
+
+TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
+    const CrashResult result = Crash([] {
+        freopen("/tmp/output", "w", stdout);
+        // What another process of this name and user has left in the queue, which outlives it, is dropped.
+        const pid_t sender = fork();
+        if (sender == 0) _exit(sysdbg::SendToDebugThread([] { calls += 100; }) ? 0 : 1);
+        int status = -1;
+        if (waitpid(sender, &status, 0) != sender || status != 0) _exit(1);
+        for (int i = 0; i < 2; ++i)
+            (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
+        for (int i = 1; i <= 2; ++i) {
+            if (!sysdbg::SendToDebugThread(&CountCall) || !Eventually([i] { return calls == i; })) _exit(1);
+        }
+        // The first queue in the system's list, whose lines begin with key, id and mode.
+        std::ifstream queues("/proc/sysvipc/msg");
+        queues.ignore(1000, '\n');
+        key_t key = 0;
+        int id = -1;
+        unsigned mode = 0;
+        queues >> key >> id >> std::oct >> mode;
+        if (mode != 0600) _exit(2);
+        msgctl(id, IPC_RMID, nullptr);
+        while (ReadFile("/tmp/output").find("msgrcv") == std::string::npos)
+            fflush(stdout);
+        // A queue that others may write to is not used.
+        const int open = msgget(key, IPC_CREAT | 0622);
+        if (open < 0 || sysdbg::SendToDebugThread(&CountCall)) _exit(3);
+        msgctl(open, IPC_RMID, nullptr);
+        fflush(stdout);
+        _exit(0);
+    });
+    ASSERT_EQ(result.status, 0);
+    const std::string output = ReadFile("/tmp/output");
+    // The sender's line may come before, between or after those of the thread.
+    const std::regex sent("Send message success , addr is : 0x[0-9a-f]+\n");
+    EXPECT_EQ(std::distance(std::sregex_iterator(output.begin(), output.end(), sent), std::sregex_iterator()), 2);
+    const std::string run = "\nrun function start======>\nrun function end======<\n";
+    EXPECT_EQ(std::regex_replace(output, sent, ""),
+              "Open file failed!\nOpen file failed!\n" + run + run + "in debug thread loop,msgrcv is -1\n");
 }
 
 }  // namespace

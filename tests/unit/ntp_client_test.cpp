@@ -114,16 +114,14 @@ TEST_F(Ntp, OverIpv4StepAtFirstAndFromASecondOnAndElseSlew) {
           {"back", 1700000000, 0, "1 0; slew -0.250000; rtc 2023-11-14 22:13:20"},
           {"a second counts whole", 1699999999, 750000, "1 1; set 1699999999.750000; rtc 2023-11-14 22:13:19"},
           {"with a carry", 1700000005, 250000, "1 6; set 1700000005.250000; rtc 2023-11-14 22:13:25"},
-          {"further back", 1700000002, 250000, "1 3; set 1700000002.250000; rtc 2023-11-14 22:13:22"},
           {"1999", 946684799, 0, "2"},
           {"2038", 2145916800, 0, "2"},
           {"1893, in 32 bits it would be 2029", -2401978000, 0, "2"},
-          {"zeros, which are 1900", 48, kRaw, "2"},
           {"one byte", 1, kRaw, "2"},
           {"nothing", 0, kRaw, "2"},
-          {"a clock that cannot be slewed", 1700000002, 0, "2; slew -0.250000", true},
+          {"a clock that cannot be slewed", 1700000005, 0, "2; slew -0.250000", true},
           {"nor set", 1700000000, 0, "2; set 1700000000.000000", true},
-          {"2000", 946684800, 0, "1 753315202; set 946684800.000000; rtc 2000-01-01 00:00:00"},
+          {"2000", 946684800, 0, "1 753315205; set 946684800.000000; rtc 2000-01-01 00:00:00"},
           {"2037", 2145916799, 0, "1 1199231999; set 2145916799.000000; rtc 2037-12-31 23:59:59"}});
     const std::string log = tools_.TakeLog();
     for (const char* text :
@@ -164,10 +162,12 @@ TEST_F(Ntp, SaysWhatItDoesInTheLog) {
                   " exit; NtpcStop: ptNtpcInfo->tNtpcThreadID = 0");
 }
 
-TEST_F(Ntp, RefusesWhatItCannotDo) {
-    NtpServer silent(AF_INET);
-    NtpServer silentV6(AF_INET6);
+TEST_F(Ntp, ChecksOnceAndRefusesWhatItCannotDo) {
+    NtpServer inet(AF_INET);
+    NtpServer inet6(AF_INET6);
     const auto begin = steady_clock::now();
+    const std::string silence = ": Waiting for the server response timeout , retransmission request; ";
+    const std::string failed = "ApidNtpcCheck: ntpc_check error!";
     tools_.Check(
         {{"an unknown family", Start("mac", 64), -1, "",
           "ApidNtpcStart: wSinFamily : 7, dwSyncTimeInterval : 64; NtpcStart: the wSinFamily 7 is invalid!; "
@@ -175,32 +175,25 @@ TEST_F(Ntp, RefusesWhatItCannotDo) {
          {"to be stopped", Stop(7), -1, "",
           "ApidNtpcStop: wSinFamily : 7; DaeFamilyMapNtpcInfo: the sinfamily 7 is invalid!; "
           "NtpcStop: DaeFamilyMapNtpcInfo error!; ApidNtpcStop: ntpc stop error!"},
-         {"to be checked", Check("mac"), -1, "",
-          "NtpcCheck: the wSinFamily 7 is invalid!; ApidNtpcCheck: ntpc_check error!"},
+         {"to be checked", Check("mac"), -1, "", ("NtpcCheck: the wSinFamily 7 is invalid!; " + failed).c_str()},
          {"nothing to stop", Stop(10), 0, "", "ApidNtpcStop: wSinFamily : 10; NtpcStop: the 0 ntp has been stopped!"},
-         {"a silent server", Check("10.7.0.2"), -1, "",
-          "CheckNtpcV4: Waiting for the server response timeout , retransmission request; ApidNtpcCheck: ntpc_check "
-          "error!"},
-         {"over IPv6", Check("fd07::2"), -1, "",
-          "CheckNtpcV6: Waiting for the server response timeout , retransmission request; "
-          "ApidNtpcCheck: ntpc_check error!"},
+         {"a silent server", Check("10.7.0.2"), -1, "", ("CheckNtpcV4" + silence + failed).c_str()},
+         {"over IPv6", Check("fd07::2"), -1, "", ("CheckNtpcV6" + silence + failed).c_str()},
          {"no route", Check("2001:db8::1"), -1, "",
-          "ConnServer6: connect failed! errno: (101) Network is unreachable; ApidNtpcCheck: ntpc_check error!"}});
+          ("ConnServer6: connect failed! errno: (101) Network is unreachable; " + failed).c_str()}});
     EXPECT_GE(steady_clock::now() - begin, milliseconds(200));
     EXPECT_LT(steady_clock::now() - begin, seconds(3));
-}
-
-TEST_F(Ntp, ChecksWithoutTouchingAClock) {
     g_ntpTimes.check = seconds(20);
-    for (const auto& family : kFamilies) {
-        NtpServer server(family.code);
-        std::thread client([&] { EXPECT_EQ(Do(Check(family.server)), 0) << "whatever time it says"; });
-        EXPECT_EQ(server.Receive(), std::string("\x1b\0\4\xfa\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0') +
-                                        std::string("\xe8\xfe\x6f\x80\0\0\0\0", 8));
-        server.Send(server.Time(1));
+    for (NtpServer* server : {&inet, &inet6}) {
+        (void)server->Receive();  // of the check that was given up
+        std::thread client(
+            [&] { EXPECT_EQ(Do(Check(kFamilies[server == &inet6].server)), 0) << "whatever time it says"; });
+        EXPECT_EQ(server->Receive(), std::string("\x1b\0\4\xfa\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0') +
+                                         std::string("\xe8\xfe\x6f\x80\0\0\0\0", 8));
+        server->Send(server->Time(1));
         client.join();
     }
-    EXPECT_TRUE(TakeClockLines().empty());
+    EXPECT_TRUE(TakeClockLines().empty()) << "and no clock is touched";
 }
 
 TEST_F(Ntp, FailuresAreReportedAndTriedAgain) {

@@ -2,30 +2,23 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/ipc.h>
-#include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <chrono>
-#include <numeric>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "core/checksum.h"
 #include "core/payload_cursor.h"
-#include "core/semaphore.h"
-#include "core/sessions.h"
+#include "core/process.h"
 #include "core/text_file.h"
 #include "tests/support/files.h"
 
 namespace {
 
 using namespace std::string_literals;
-using std::chrono::milliseconds;
 using tessel::test::WriteFile;
 using testing::ElementsAre;
 
@@ -56,14 +49,10 @@ TEST(RegularFile, NothingElseIsOpened) {
     ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
     ASSERT_EQ(symlink("/tmp/real", "/tmp/link"), 0);
     for (const char* path : {"/tmp/fifo", "/tmp/link", "/tmp", "/dev/null", "/tmp/none"}) {
-        errno = 0;
-        EXPECT_FALSE(tessel::OpenRegularFile(path, O_RDONLY).IsOpen()) << path;
-        EXPECT_NE(errno, 0) << path;
-        EXPECT_FALSE(tessel::OpenRegularFile(path, O_RDWR | O_TRUNC).IsOpen()) << path;
+        for (const int flags : {O_RDONLY, O_RDWR | O_TRUNC})
+            EXPECT_FALSE(tessel::OpenRegularFile(path, flags).IsOpen()) << path << flags;
     }
     EXPECT_EQ(tessel::test::ReadFile("/tmp/real"), "kept");
-    EXPECT_TRUE(tessel::OpenRegularFile("/tmp/real", O_RDWR | O_TRUNC).IsOpen());
-    EXPECT_EQ(tessel::test::ReadFile("/tmp/real"), "");
 }
 
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
@@ -88,61 +77,46 @@ TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
     EXPECT_FALSE(empty.Read(length));
 }
 
-// RFC 1071's own sum, by 16-bit words in network order.
-u16 SumOf(std::vector<u8> bytes) {
-    if (bytes.size() % 2 != 0) bytes.push_back(0);
-    u32 sum = 0;
-    for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        sum += static_cast<u32>(bytes[i] * 256 + bytes[i + 1]);
-        if (sum > 0xffff) sum -= 0xffff;
-    }
-    return htons(static_cast<u16>(~sum));
-}
-
 TEST(Checksum, IsThatOfTheWholeHoweverItIsCut) {
-    std::vector<u8> bytes(1501);
-    std::iota(bytes.begin(), bytes.end(), u8{7});
-    const std::span<const u8> all(bytes);
-    for (const std::size_t cut : {0, 1, 2, 3, 700, 1501}) {
-        EXPECT_EQ(tessel::InternetChecksum({all.first(cut), all.subspan(cut)}), SumOf(bytes)) << cut;
-    }
-    // An IPv4 header as captured.
+    // An IPv4 header as captured, with its checksum.
     std::vector<u8> header = {0x45, 0,    0,   0x3c, 0x1c, 0x46, 0x40, 0,  0x40, 6,
                               0xb1, 0xe6, 172, 16,   10,   99,   172,  16, 10,   12};
-    EXPECT_EQ(tessel::InternetChecksum({header}), 0);
-    header[5] ^= 1;
-    EXPECT_NE(tessel::InternetChecksum({header}), 0);
+    const std::span<const u8> all(header);
+    for (std::size_t cut = 0; cut <= header.size(); ++cut)
+        EXPECT_EQ(tessel::InternetChecksum({all.first(cut), all.subspan(cut)}), 0) << cut;
+    header.back() = 0;
+    EXPECT_EQ(tessel::InternetChecksum({all.first(19)}), tessel::InternetChecksum({header})) << "padded with zero";
+    EXPECT_EQ(tessel::InternetChecksum({header}), htons(12)) << "what it lacks now";
     EXPECT_EQ(tessel::InternetChecksum({}), 0xffff);
 }
 
-TEST(Sessions, AreFoundTakenAndGivenBack) {
-    tessel::Sessions<int, 3> pool;
-    const auto lock = pool.Hold();
-    int* taken[3];
-    for (int number = 0; number < 3; ++number) {
-        taken[number] = pool.Take(lock);
-        ASSERT_NE(taken[number], nullptr);
-        *taken[number] = number;
+TEST(Processes, AreSearchedByNameAndByCommandLine) {
+    const std::string directory = "/tmp/process-test/";
+    for (const auto& [pid, name, cmdline] : {std::tuple{"300", "udhcpc", "udhcpc\0-i\0eth0\0"s},
+                                             {"301", "udhcpc6", "udhcpc6\0-i\0eth1\0"s},
+                                             {"302", "sh", "sh\0-c\0udhcpc -i eth1\0"s}}) {
+        std::filesystem::create_directories(directory + pid);
+        WriteFile(directory + pid + "/status", "Name:\t"s + name + "\nState:\tS (udhcpc)\n");
+        WriteFile(directory + pid + "/cmdline", cmdline);
     }
-    EXPECT_EQ(pool.Take(lock), nullptr);
-    const auto isOne = [](int number) { return number == 1; };
-    EXPECT_EQ(pool.Find(lock, isOne), taken[1]);
-    pool.GiveBack(lock, *taken[1]);
-    EXPECT_EQ(pool.Find(lock, isOne), nullptr) << "what is free is not found";
-    EXPECT_EQ(pool.Take(lock), taken[1]) << "the first free one";
+    std::filesystem::create_directories(directory + "empty");
+    WriteFile(directory + "400", "a file, not a process");
+
+    EXPECT_EQ(GetServicePid(directory.c_str(), "udhcpc6"), 301);
+    EXPECT_EQ(GetServicePid(directory.c_str(), "State"), 0) << "only the first line counts";
+    EXPECT_EQ(GetServicePidFromCmdline(directory.c_str(), "udhcpc -i", "eth0"), 300);
+    EXPECT_EQ(GetServicePidFromCmdline(directory.c_str(), "pppd", nullptr), 0);
+    EXPECT_EQ(GetServicePidFromCmdline2(directory.c_str(), "-i eth1", nullptr, "sh -c"), 301);
+    EXPECT_EQ(GetServicePidFromCmdline2(directory.c_str(), "udhcpc", nullptr, nullptr), -1);
+    EXPECT_EQ(GetServicePid("/tmp/no-such-directory/", "x"), -1);
+    EXPECT_EQ(GetServicePidFromCmdline("/tmp/no-such-directory/", "x", nullptr), -1);
 }
 
-TEST(Semaphore, IsWaitedForSoLongAndNotLonger) {
-    const int set = semget(IPC_PRIVATE, 1, 0600);
-    ASSERT_EQ(set_semvalue(set), 0);
-    EXPECT_EQ(semaphore_p_within(set, milliseconds(0)), 0);
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(semaphore_p_within(set, milliseconds(200)), -1);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(200));
-    EXPECT_EQ(semaphore_v(set), 0);
-    EXPECT_EQ(semaphore_p_within(set, milliseconds(200)), 0);
-    EXPECT_EQ(del_semvalue(set), 0);
-    EXPECT_EQ(semaphore_p_within(set, milliseconds(200)), -1);
+TEST(CheckCmdByPid, ComparesTheCommandName) {
+    EXPECT_EQ(CheckCmdByPid(getpid(), "core_test"), 1);
+    EXPECT_EQ(CheckCmdByPid(getpid(), "udhcpc"), 0);
+    EXPECT_EQ(CheckCmdByPid(999999, "core_test"), 0);
+    EXPECT_EQ(CheckCmdByPid(-1, "core_test"), 0);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A daemon that answers as a test says, over the real socket.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -62,6 +63,8 @@ class FakeDaemon {
             const ssize_t count = read(connection.Get(), bytes, sizeof(bytes));
             IpcMsgHead head{};
             memcpy(&head, bytes, sizeof(head));
+            EXPECT_EQ(head.flag, 0U);
+            EXPECT_EQ(head.size + static_cast<ssize_t>(sizeof(head)), count);
             const SeenRequest seen{head.type, std::string(bytes + sizeof(head), bytes + count)};
             const std::string reply = answer_(seen);
             {

@@ -50,7 +50,7 @@ Call MacSet(const char* name) {
 }
 
 Call MacGet(const char* name) {
-    return {0x107, Name(name)};
+    return {0x107, Padded(name, 16)};
 }
 
 TEST(AddressChange, OneAddressOrAFamily) {

@@ -12,7 +12,7 @@ Call Get(u16 family, const char* name) {
 }
 
 Call Show(const char* name) {
-    return {0x11B, Name(name)};
+    return {0x11B, Padded(name, 16)};
 }
 
 template <typename Reply>
@@ -115,8 +115,8 @@ TEST(Address, IsShownAsText) {
         {"two words", Show("eth0 x"), -1, ""},
         {"an option", Show("-V"), -1, ""},
         {"too short: no reply", {0x11B, "x"}, "", "", "apid_ipaddr_show_filter: the size is error:size=1"},
-        {"a byte less", {0x11B, Name("eth0").substr(1)}, "", ""},
-        {"a byte more", {0x11B, Name("eth0") + "x"}, "", ""},
+        {"a byte less", {0x11B, Padded("eth0", 16).substr(1)}, "", ""},
+        {"a byte more", {0x11B, Padded("eth0", 16) + "x"}, "", ""},
     });
     const auto reply = Read<TNetIpaddrShowReply>(tools, Show("eth0"));
     EXPECT_EQ(reply.tInfo.mtu, 1400);

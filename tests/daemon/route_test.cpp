@@ -88,7 +88,7 @@ TEST(Route, OneIsAddedAndDeleted) {
          "ApidOneRouteAdd: the pchIfaceName is -V!; OneRouteAdd: the text [-V] is invalid!; ApidOneRouteAdd: "
          "OneRouteAdd error!"},
         {"delete an option", Del("-V", inet6, 9), -1, ""},
-        {"nothing but a name", {0x10B, Name("eth0")}, -1, ""},
+        {"nothing but a name", {0x10B, Padded("eth0", 16)}, -1, ""},
     });
 }
 

@@ -284,8 +284,7 @@ TEST_F(DhcpClient, OfIpv6) {
     EndClient("udhcpc6");
     ASSERT_EQ(StartWithoutDns(10, "eth0", 77), 0);
     EXPECT_EQ(clients.Take(1),
-              "udhcpc6 -i eth0 -s /etc/scripts/udhcpc6.script -o -p /tmp/udhcpc6eth0.pid "
-              "blocked 10 12 15");
+              "udhcpc6 -i eth0 -s /etc/scripts/udhcpc6.script -o -p /tmp/udhcpc6eth0.pid blocked 10 12 15");
     EXPECT_EQ(Workers(), 1);
     WriteResult(kResultV6, "leasesuccess\ndnsserver 2001:db8::53\nroute fe80::1\n");
     EXPECT_EQ(listener.Next(), 0x505);

@@ -194,10 +194,10 @@ TEST_F(DhcpServer, WhatRequestsDoNotReach) {
     EXPECT_EQ(tools.Status(kStop, NameRequest("eth0")), 0);
     EXPECT_EQ(tools.Status(kStopAll, ""), -1);
     g_ptDaeDhcpSInfo = table;
-    EXPECT_THAT(TakeLog(),
-                testing::MatchesRegex(".*FamilyMapDhcpsInfo: the tessel is not init!.*FamilyMapDhcpsFreeInfo: "
-                                      "the tessel is not init!.*DhcpsStopAll: the tessel is not init!; "
-                                      "ApidDhcpsStopAll: dhcps stop error!"));
+    EXPECT_THAT(
+        TakeLog(),
+        testing::MatchesRegex(".*FamilyMapDhcpsInfo: the tessel is not init!.*FamilyMapDhcpsFreeInfo: the tessel is "
+                              "not init!.*DhcpsStopAll: the tessel is not init!; ApidDhcpsStopAll: dhcps stop error!"));
     EXPECT_EQ(PrefixToString(10, 24, nullptr, 0), nullptr);
     EXPECT_EQ(TakeLog(), "PrefixToString: PrefixToString ipv6 is not realized!");
 }

@@ -56,19 +56,15 @@ Call MacGet(const char* name) {
 TEST(AddressChange, OneAddressOrAFamily) {
     LoggedTools tools;
     tools.Check({
-        {"add", Add("10.0.0.1"), 0, "ip -4 addr add 10.0.0.1/8 dev eth0",
-         "IpaddrAddV4: pchIfaceName : eth0; IpaddrAddV4 achCmdBuf: $"},
-        {"the scope is not named, nor has to be one", Add("10.0.0.1 77777"), 0, "ip -4 addr add 10.0.0.1/8 dev eth0"},
-        {"add IPv6", Add("fd00::1"), 0, "ip -6 addr add fd00::1/64 dev eth0",
-         "IpaddrAddV6: pchIfaceName : eth0; IpaddrAddV6 achCmdBuf: $"},
+        {"add; the scope is not named, nor has to be one", Add("10.0.0.1 77777"), 0,
+         "ip -4 addr add 10.0.0.1/8 dev eth0", "IpaddrAddV4: pchIfaceName : eth0; IpaddrAddV4 achCmdBuf: $"},
+        {"add IPv6", Add("fd00::1"), 0, "ip -6 addr add fd00::1/64 dev eth0"},
         {"an unknown family succeeds", Add("none"), 0, "", "IpaddrAdd: the wSinFamily 7 is invalid!"},
-        {"delete", Del("10.0.0.1"), 0, "ip -4 addr del 10.0.0.1/8 dev eth0"},
         {"delete IPv6", Del("fd00::1"), 0, "ip -6 addr del fd00::1/64 dev eth0",
          "IpaddrDelV6: pchIfaceName : eth0; IpaddrDelV6 achCmdBuf: $"},
         {"delete, an unknown family", Del("none"), 0, "", "IpaddrDel: the wSinFamily 7 is invalid!"},
         {"flush", Flush(2), 0, "ip -4 addr flush dev eth0",
          "IpaddrFlushV4: IpaddrFlushV4 achCmdBuf: $; ApidIpaddrFlush: IpaddrFlush nErrid : 0"},
-        {"flush IPv6", Flush(10), 0, "ip -6 addr flush scope global permanent dev eth0"},
         {"flush both", Flush(11), 0, "ip -4 addr flush dev eth0; ip -6 addr flush scope global permanent dev eth0"},
     });
 }
@@ -129,7 +125,6 @@ TEST(AddressChange, SettingReplacesAndRestores) {
         "ip -6 addr show dev eth0; ip -6 addr del fd00::64/64 dev eth0; ip -6 addr del fd00::66/64 dev eth0";
     tools.Check({
         {"IPv4", Set(2, {"10.0.0.1", "10.0.0.2"}), 0, flushed + Added({"10.0.0.1/8", "10.0.0.2/8"})},
-        {"an empty list", Set(2, {}), 0, flushed},
         {"the second of three fails: the old ones come back", Set(2, {"10.0.0.1", "10.0.0.9", "10.0.0.2"}), -1,
          flushed + Added({"10.0.0.1/8", "10.0.0.9/8", "10.0.0.100/8", "10.0.0.101/8"})},
         {"an IPv6 entry in an IPv4 list fails", Set(2, {"fd00::1"}), -1,

@@ -82,6 +82,10 @@ std::optional<std::string> Request(u32 type, std::string_view payload) {
     return answer->substr(sizeof(head));
 }
 
+bool Serves() {
+    return Request(TESSEL_CMD_MTU_GET, Bytes(TNetMtuGetReq{.achDevName = "lo"})).has_value();
+}
+
 i32 RequestStatus(u32 type, std::string_view payload) {
     i32 status = 12345;
     const auto reply = Request(type, payload);
@@ -130,9 +134,7 @@ Daemon::Daemon() {
     }
     const bool isUp = Eventually([&] { return (pid_ = ServingPid()) != 0; });
     // Only a served request tells that the probe above is out of the way.
-    if (!isUp || !Request(TESSEL_CMD_MTU_GET, Bytes(TNetMtuGetReq{.achDevName = "lo"}))) {
-        throw std::runtime_error("the daemon does not serve");
-    }
+    if (!isUp || !Serves()) throw std::runtime_error("the daemon does not serve");
 }
 
 Daemon::~Daemon() {

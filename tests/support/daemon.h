@@ -40,6 +40,9 @@ pid_t ServingPid();
 // One well-formed request; the reply's payload, or nothing when there was none.
 std::optional<std::string> Request(u32 type, std::string_view payload);
 
+// Whether a request is answered.
+bool Serves();
+
 // The reply as a record, with zeros where it is shorter. There has to be one.
 template <typename Record>
 Record ReplyTo(u32 type, std::string_view payload) {

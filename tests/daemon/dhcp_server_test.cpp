@@ -55,7 +55,7 @@ TEST_F(DhcpServer, ConfigurationIsWrittenAndTheServerStarted) {
     for (const auto& [conf, dnsLines, mask] : rows) {
         WriteFile("/usr/etc/udhcpd4.leases", "leases");
         const std::string request = StartRequest("eth0", conf);
-        tools.Check({mask.c_str(), kStart, request, {"udhcpd -fS /usr/etc/udhcpd4_eth0.conf & &"}, 0});
+        tools.Check(mask, kStart, request, {"udhcpd -fS /usr/etc/udhcpd4_eth0.conf & &"}, 0);
         EXPECT_EQ(ReadFile("/usr/etc/udhcpd4_eth0.conf"),
                   "start 10.9.0.20\nend 10.9.0.21\ninterface eth0\n" + dnsLines + "option subnet " + mask +
                       "\noption router 10.9.0.1\noption lease 86400\nmax_leases 100\n"
@@ -89,7 +89,7 @@ TEST_F(DhcpServer, WhatCannotBeServedLeavesNothingBehind) {
         {StartRequest("sixteen-letters-"), "the interface name [sixteen-letters-] is invalid!"},
     };
     for (const auto& [request, text] : rows) {
-        tools.Check({text.c_str(), kStart, request, {}, -1});
+        tools.Check(text, kStart, request, {}, -1);
         const std::string lines = TakeLog();
         EXPECT_THAT(lines, HasSubstr(text));
         EXPECT_TRUE(lines.ends_with("; ApidDhcpsStart: DhcpsStart error!")) << lines;
@@ -120,7 +120,7 @@ TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
         {kGetStatus, NameRequest("eth3"), 0, ""},
     };
     for (const auto& [type, request, status, line] : rows) {
-        tools.Check({line.c_str(), type, request, {}, status});
+        tools.Check(line, type, request, {}, status);
         const Lines lines = log.Take();
         EXPECT_THAT(lines.front(), HasSubstr(": the achDevname : "));
         EXPECT_EQ(Joined({lines.begin() + 1, lines.end()}), line);
@@ -129,7 +129,7 @@ TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
     EXPECT_TRUE(exists("/usr/etc/udhcpd4_eth7.conf"));
     tools.Answer("killall -9 udhcpd", "udhcpd: no process found", 1);
     const Lines runs = {"killall -9 udhcpd", "sh -c rm /usr/etc/udhcpd*.pid", "sh -c rm /usr/etc/udhcpd*.conf"};
-    tools.Check({"stop all", kStopAll, "x", runs, 0});
+    tools.Check("stop all", kStopAll, "x", runs, 0);
     EXPECT_EQ(TakeLog(), "DhcpsStopAll: the child process error:ret=1!");
     for (const char* name : {"eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7", "eth8"})
         Serve(name);
@@ -142,7 +142,7 @@ TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
     const auto stop = [&](const Process* killed) {
         Serve("eth1");
         const Lines runs(killed != nullptr ? 1 : 0, killed != nullptr ? "kill -9 " + std::to_string(killed->pid) : "");
-        tools.Check({"stop", kStop, NameRequest("eth1"), runs, 0});
+        tools.Check("stop", kStop, NameRequest("eth1"), runs, 0);
         EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth1.conf"));
     };
     stop(nullptr);
@@ -151,7 +151,7 @@ TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
     const std::string pid = std::to_string(own.pid);
     Serve("eth1");
     tools.Answer("kill -9 " + pid, "", 3);
-    tools.Check({"cannot be killed", kStop, NameRequest("eth1"), {"kill -9 " + pid}, -1});
+    tools.Check("cannot be killed", kStop, NameRequest("eth1"), {"kill -9 " + pid}, -1);
     EXPECT_EQ(TakeLog(),
               "ApidDhcpsStop: the achDevname : eth1, wSinFamily : 2; DhcpsStop4: *****found udhcpd process, "
               "pid_file:/usr/etc/udhcpd4_eth1.pid, config_file:/usr/etc/udhcpd4_eth1.conf, will kill process " +
@@ -171,7 +171,7 @@ TEST_F(DhcpServer, FilesThatCannotBeWrittenStartNothing) {
     };
     for (const auto& [trouble, lines] : rows) {
         EXPECT_EQ(std::system(trouble), 0);
-        tools.Check({trouble, kStart, StartRequest("eth0"), {}, -1});
+        tools.Check(trouble, kStart, StartRequest("eth0"), {}, -1);
         EXPECT_THAT(TakeLog(),
                     testing::MatchesRegex("[^;]*; " + lines +
                                           "; DhcpsStart: StartDhcps error!; ApidDhcpsStart: DhcpsStart error!"));

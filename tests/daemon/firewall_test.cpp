@@ -135,7 +135,7 @@ class Firewall : public testing::Test {
                     const std::string what = row.steps + (isPresent ? "present" : "absent") + ", failing: " + line;
                     const Outcome expected(row.type, steps, isPresent, step);
                     tools_.Answer(line, "no", 1);
-                    tools_.Check({what.c_str(), row.type, row.request, expected.runs, expected.status});
+                    tools_.Check(what, row.type, row.request, expected.runs, expected.status);
                     tools_.Answer(line, "", 0);
                     EXPECT_THAT(log_.Take(), ElementsAreArray(expected.log)) << what;
                 }
@@ -320,7 +320,7 @@ TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
     };
     for (const auto& [type, request, lines] : rows) {
         const Names& names = kNames.at(type);
-        tools_.Check({lines, type, request, {}, -1});
+        tools_.Check(lines, type, request, {}, -1);
         Lines expected = Split(lines);
         for (std::string& line : expected)
             line.insert(0, line.find(": ") == std::string::npos ? names.function : "");

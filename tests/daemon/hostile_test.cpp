@@ -1,6 +1,5 @@
 // Nothing that a client sends, or does not send, keeps the daemon from serving the next one.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,23 +11,14 @@
 #include <thread>
 #include <vector>
 
-#include "core/ipc.h"
 #include "core/startup/command_table.h"
-#include "core/unique_fd.h"
+#include "tessel/ipc.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
 #include "tests/support/proc.h"
 
 namespace tessel::test {
 namespace {
-
-UniqueFd ConnectAndStay() {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    EXPECT_TRUE(FormSocketAddress(TESSEL_SOCKET_API, address));
-    EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    return fd;
-}
 
 TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
     StandInTools tools({"ip", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
@@ -56,7 +46,7 @@ TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
 
 TEST(Hostile, SilentClientIsServedForABoundedTime) {
     const Daemon daemon;
-    const UniqueFd silent = ConnectAndStay();
+    const UniqueFd silent = ConnectToDaemon();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(Serves());
     const auto waited = std::chrono::steady_clock::now() - start;
@@ -67,7 +57,7 @@ TEST(Hostile, SilentClientIsServedForABoundedTime) {
 TEST(Hostile, HundredClientsAtOnceAreAnsweredAfterOthersHaveLeftEarly) {
     const Daemon daemon;
     for (int i = 0; i < 200; ++i) {
-        const UniqueFd fd = ConnectAndStay();
+        const UniqueFd fd = ConnectToDaemon();
         const IpcMsgHead head{.type = 0x112, .size = 16, .flag = 0};
         if (i % 2 == 0) send(fd.Get(), &head, static_cast<std::size_t>(i) % sizeof(head), MSG_NOSIGNAL);
         if (i % 3 == 0) send(fd.Get(), &head, sizeof(head), MSG_NOSIGNAL);

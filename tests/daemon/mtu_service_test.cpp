@@ -63,31 +63,27 @@ TEST(Service, IsStoppedByItsNameOnThisSystem) {
 
 TEST(LogCommands, SteerTheLog) {
     NotedTools tools;
-    const auto setLevel = [&](std::string_view level) { return tools.Status(0x702, level); };
-    const auto setFile = [&](u32 code, const char* path) {
-        LogFileCtl request{.eCmd = code, .achLibPath = {}, .achDaemonPath = {}};
-        strncpy(request.achDaemonPath, path, sizeof(request.achDaemonPath));
-        return tools.Status(0x701, Bytes(request));
-    };
-    // A refused MTU logs an error, and what it was asked for before that.
+    LogFileCtl file{.eCmd = TESSEL_LOG_OPEN_DAEMON, .achLibPath = {}, .achDaemonPath = "/tmp/daemon.log"};
+    // What a refused MTU logs: an error, and what was asked for before that.
     const auto grows = [&] {
         const std::string before = ReadFile("/tmp/daemon.log");
         EXPECT_EQ(tools.Status(0x111, Set("eth9", 1).payload), -1);
         return ReadFile("/tmp/daemon.log").substr(before.size());
     };
-    EXPECT_EQ(setFile(TESSEL_LOG_OPEN_DAEMON, "/tmp/daemon.log"), 0);
-    EXPECT_EQ(setLevel(Number(4)), 0);
+    EXPECT_EQ(tools.Status(0x701, Bytes(file)), 0);
+    EXPECT_EQ(tools.Status(0x702, Number(4)), 0);
     EXPECT_THAT(grows(), testing::HasSubstr("dwMtu : 1 "));
-    EXPECT_EQ(setLevel(Number(~0U)), 0);
+    EXPECT_EQ(tools.Status(0x702, Number(~0U)), 0);
+    EXPECT_EQ(tools.Status(0x702, "12"), -1) << "no level, nothing set";
     EXPECT_EQ(grows(), "");
-    EXPECT_EQ(setLevel(Number(2)), 0);
-    EXPECT_EQ(setLevel("12"), -1) << "no level, nothing set";
-    EXPECT_THAT(grows(), testing::EndsWith("MtuSet error!\n"));
-    EXPECT_EQ(setFile(TESSEL_LOG_CLOSE_DAEMON, ""), 0);
-    EXPECT_EQ(setFile(TESSEL_LOG_OPEN_LIB, "/tmp/never.log"), 0);
-    for (const u32 wrong : {0U, 7U, ~0U})
-        EXPECT_EQ(setFile(wrong, ""), -1);
-    EXPECT_EQ(grows() + ReadFile("/tmp/never.log"), "");
+    EXPECT_EQ(tools.Status(0x702, Number(2)), 0);
+    file.eCmd = TESSEL_LOG_CLOSE_DAEMON;
+    EXPECT_EQ(tools.Status(0x701, Bytes(file)), 0);
+    for (const u32 wrong : {0U, 7U, ~0U}) {
+        file.eCmd = wrong;
+        EXPECT_EQ(tools.Status(0x701, Bytes(file)), -1);
+    }
+    EXPECT_EQ(grows(), "");
 }
 
 }  // namespace

@@ -51,7 +51,8 @@ TEST_F(PingTool, LinesAndNotices) {
         {"Ubuntu 22", "fe80::1", 57, "ping6 -c 1 -s 57 -t 64 -w 1 fe80::1", "From fe80::2 Unreachable", 1},
         {"ubuntu", "10.0.0.2", ~0U, "ping -c 1 -s -1 -t 64 -W 1 10.0.0.2", "", 2},
         {"device", "fe80::2", 57, "ping -6 -c 1 -s 57 -t 64 -w 1 fe80::2", "ping: Network is unreachable", 3},
-        {"device", "10.0.0.1", 55, "ping -c 1 -s 56 -t 64 -W 1 10.0.0.1", "64 bytes: ttl=63 time=1.25 ms\n --", 0},
+        {"device", "10.0.0.1", 55, "ping -c 1 -s 56 -t 64 -W 1 10.0.0.1", "64 bytes from x: ttl=63 time=1.25 ms\n --",
+         0},
     };
     Listener listener("ipc_ping_7");
     for (const auto& [host, target, size, line, output, type] : rows) {

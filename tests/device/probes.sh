@@ -1,5 +1,5 @@
 #!/bin/sh
-# Ping, traces and the watch over routers; to be sourced.
+# Ping and traces; to be sourced.
 # shellcheck disable=SC2154,SC2317 # the checks' variables; called by name
 
 # The addresses 10.$1.0.$2 and fd00:$1::$2, of one digit each, as records.
@@ -99,33 +99,4 @@ $near
 $(Hop trace_reached "$($record 2 2)" 2 1)"
         Traces "$($record 6 1)" "$(Hop trace_refused "$($record 1 2)" 1 1)"
     done
-}
-
-# The last report has the addresses whose numbers of the network are $1, and the gateway $2.
-IsReported() {
-    tail -n 1 /tmp/events >/tmp/report
-    Same "$(grep -o '20010db800[0-9]*0000' /tmp/report | cut -c 11-12 | sort | tr -d '\n')" "$1" &&
-        Same "$(tail -c 41 /tmp/report)" "0a000000$2"
-}
-
-Advertise() {
-    ip netns exec far "$built/device_advertise" far0 "$@"
-}
-
-RouterWatch() {
-    none=$(printf %032d 0)
-    router=fe80000000000000000000fffe000100
-    echo 2 >/proc/sys/net/ipv6/conf/eth0/accept_ra
-    ip link set eth0 down # brings the link-local address back
-    ip link set eth0 up
-    Listen ipc_router_notify_eth0_9_77
-    Answers 0 0x117 "$(Padded 16 eth0)$(Word 9)$(Word 77)"
-    Advertise 2001:db8:77:: 1800 86400
-    Eventually 30 IsReported 77 $router
-    Advertise 2001:db8:77:: 0 86400
-    Advertise 2001:db8:78:: 0 20
-    Eventually 30 IsReported 7778 "$none"
-    Eventually 60 IsReported 77 "$none" # the second has come to its end
-    Answers 0 0x118 "$(Padded 16 eth0)"
-    EndListener
 }

@@ -15,7 +15,6 @@
 #include <stdexcept>
 
 #include "core/ipc.h"
-#include "core/unique_fd.h"
 #include "tessel/command.h"
 #include "tessel/mtu.h"
 #include "tests/support/files.h"
@@ -23,14 +22,6 @@
 namespace tessel::test {
 
 namespace {
-
-UniqueFd Connect() {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
-    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
-    return fd;
-}
 
 std::string FileNameOf(std::string line) {
     std::replace(line.begin(), line.end(), '/', '_');
@@ -49,8 +40,16 @@ answer="$here/$(echo "$line" | tr / _)"
 
 }  // namespace
 
+UniqueFd ConnectToDaemon() {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
+    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
+    return fd;
+}
+
 pid_t ServingPid() {
-    const UniqueFd fd = Connect();
+    const UniqueFd fd = ConnectToDaemon();
     ucred peer{};
     socklen_t length = sizeof(peer);
     if (fd.IsOpen()) getsockopt(fd.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
@@ -58,7 +57,7 @@ pid_t ServingPid() {
 }
 
 std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload) {
-    const UniqueFd fd = Connect();
+    const UniqueFd fd = ConnectToDaemon();
     if (!fd.IsOpen()) return std::nullopt;
     const IpcMsgHead head{.type = type, .size = size, .flag = 0};
     std::string message(Bytes(head));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/types.h"
+#include "core/unique_fd.h"
 
 namespace tessel::test {
 
@@ -29,6 +30,9 @@ inline std::string Padded(std::string text, std::size_t bytes) {
     text.resize(bytes);
     return text;
 }
+
+// Closed when no connection could be made.
+UniqueFd ConnectToDaemon();
 
 // Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,
 // header included. Nothing when no connection could be made.

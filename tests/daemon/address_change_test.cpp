@@ -60,6 +60,7 @@ TEST(AddressChange, OneAddressOrAFamily) {
          "ip -4 addr add 10.0.0.1/8 dev eth0", "IpaddrAddV4: pchIfaceName : eth0; IpaddrAddV4 achCmdBuf: $"},
         {"add IPv6", Add("fd00::1"), 0, "ip -6 addr add fd00::1/64 dev eth0"},
         {"an unknown family succeeds", Add("none"), 0, "", "IpaddrAdd: the wSinFamily 7 is invalid!"},
+        {"delete", Del("10.0.0.1"), 0, "ip -4 addr del 10.0.0.1/8 dev eth0"},
         {"delete IPv6", Del("fd00::1"), 0, "ip -6 addr del fd00::1/64 dev eth0",
          "IpaddrDelV6: pchIfaceName : eth0; IpaddrDelV6 achCmdBuf: $"},
         {"delete, an unknown family", Del("none"), 0, "", "IpaddrDel: the wSinFamily 7 is invalid!"},

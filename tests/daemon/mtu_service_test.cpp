@@ -63,7 +63,7 @@ TEST(Service, IsStoppedByItsNameOnThisSystem) {
 
 TEST(LogCommands, SteerTheLog) {
     NotedTools tools;
-    LogFileCtl file{.eCmd = TESSEL_LOG_OPEN_DAEMON, .achLibPath = {}, .achDaemonPath = "/tmp/daemon.log"};
+    LogFileCtl file{.eCmd = TESSEL_LOG_OPEN_BOTH, .achLibPath = {}, .achDaemonPath = "/tmp/daemon.log"};
     // What a refused MTU logs: an error, and what was asked for before that.
     const auto grows = [&] {
         const std::string before = ReadFile("/tmp/daemon.log");
@@ -77,13 +77,11 @@ TEST(LogCommands, SteerTheLog) {
     EXPECT_EQ(tools.Status(0x702, "12"), -1) << "no level, nothing set";
     EXPECT_EQ(grows(), "");
     EXPECT_EQ(tools.Status(0x702, Number(2)), 0);
-    file.eCmd = TESSEL_LOG_CLOSE_DAEMON;
-    EXPECT_EQ(tools.Status(0x701, Bytes(file)), 0);
-    for (const u32 wrong : {0U, 7U, ~0U}) {
-        file.eCmd = wrong;
-        EXPECT_EQ(tools.Status(0x701, Bytes(file)), -1);
+    for (const auto& [code, status] : {std::pair{6U, 0}, {TESSEL_LOG_OPEN_LIB, 0}, {0U, -1}, {7U, -1}, {~0U, -1}}) {
+        file.eCmd = code;
+        EXPECT_EQ(tools.Status(0x701, Bytes(file)), status) << code;
     }
-    EXPECT_EQ(grows(), "");
+    EXPECT_EQ(grows(), "") << "closed, and the library's log is not the daemon's";
 }
 
 }  // namespace

@@ -93,6 +93,7 @@ struct Replacement {
     int addStatus = 0;                 // of the tool that adds the route with metric
     const char* whileAdding = "true";  // what somebody else does then, on interface $v
     int priority = 10;
+    int messages = 1;
 };
 
 TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
@@ -108,6 +109,8 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
         {"metric 0", "add", failed, 2},
         {"metric 0; metric 10", "add; del", failed + deleted, 2},
         {.present = "metric 0", .log = "don't need change priority", .priority = 0},
+        // A second message gets two seconds of its own.
+        {"metric 0", "add; del; add; del", added + deleted + "; " + added + deleted, 0, "true", 10, 2},
     };
     NotedTools tools;
     TNetPrioParamList priorities{};
@@ -137,8 +140,10 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
         RunOnDevice("v=" + name + "; " + row.whileAdding);
         return ToolAnswer{.output = "", .status = row.addStatus};
     });
-    for (std::size_t i = 0; i < std::size(rows); ++i)
-        DefaultThrough(("v" + std::to_string(i)).c_str()).Process();
+    for (const Replacement& row : rows) {
+        for (int i = 0; i < row.messages; ++i)
+            DefaultThrough(("v" + std::to_string(&row - rows)).c_str()).Process();
+    }
     LoggedLines log(5);
     Settle();
     EXPECT_EQ(Joined(runs), Joined(expectedTools));

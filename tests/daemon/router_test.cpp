@@ -74,6 +74,8 @@ TEST_F(RouterWatching, ReportsWhatChanges) {
         {"addresses without a gateway", kOthers + kA, "", 0, "2001:db8::a via ::"},
         {"which is no gateway again", kOthers + kA, "", 0, ""},
         {"until there is one", kOthers + kA, "fe80::9", 0, "2001:db8::a via fe80::9"},
+        {"none, for a start", kA, "", 1, ""},
+        {"until there is one again", kA, "fe80::9", 0, "2001:db8::a via fe80::9"},
         {"another gateway, or none", kA, "", 0, ""},
         {"another address as well", kA + kB, "fe80::8", 0, "2001:db8::a 2001:db8::b via fe80::8"},
         {"in another order", kB + kA, "fe80::8", 0, ""},

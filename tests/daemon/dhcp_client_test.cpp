@@ -1,15 +1,13 @@
 // DHCP client sessions: what is run, what is reported to whom, and that nothing is left behind.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <atomic>
-#include <cstring>
 #include <thread>
 #include <utility>
 
-#include "tests/support/daemon.h"
+#include "tests/support/conversation.h"
 #include "tests/support/dhcp.h"
 #include "tests/support/listener.h"
 #include "tests/support/proc.h"
@@ -42,20 +40,15 @@ i32 Stop(u16 family, const std::string& name) {
     return RequestStatus(0x502, Of(family, name));
 }
 
-TNetGateway Address(u16 family, u16 familyField, const char* text) {
-    TNetGateway address{};
-    address.wSinFamily = familyField;
-    inet_pton(family, text, address.abyAddr);
-    return address;
-}
-
 // A lease on eth0 as it is reported. `other` is the family of router and DNS servers.
-TNetDhcpcLease LeaseOf(u16 family, const char* address, u16 other, const char* router, u32 prefix, u32 lease,
+TNetDhcpcLease LeaseOf(const char* address, u16 other, const char* router, u32 prefix, u32 lease,
                        const std::vector<const char*>& dns) {
-    TNetDhcpcLease expected{"eth0", Address(family, family, address), Address(family, other, router), prefix, lease, 0,
-                            {}};
-    for (const char* server : dns)
-        expected.atDns[expected.dwDnsNum++] = Address(family, other, server);
+    TNetDhcpcLease expected{"eth0", Address(address), Address(router), prefix, lease, 0, {}};
+    expected.tRouter.wSinFamily = other;
+    for (const char* server : dns) {
+        expected.atDns[expected.dwDnsNum] = Address(server);
+        expected.atDns[expected.dwDnsNum++].wSinFamily = other;
+    }
     return expected;
 }
 
@@ -115,8 +108,7 @@ TEST_F(DhcpClient, LeasesAreReportedByteForByte) {
     WriteResult(kResultV4,
                 "leasesuccess\nlocal=192.168.1.20\nsubnet=255.255.255.0\nrouter=192.168.1.1\ndns=8.8.8.8\n"
                 "dns=1.1.1.1\nleasetime=3600\n");
-    EXPECT_EQ(NextLease(listener),
-              Bytes(LeaseOf(2, "192.168.1.20", 0, "192.168.1.1", 24, 3600, {"8.8.8.8", "1.1.1.1"})));
+    EXPECT_EQ(NextLease(listener), Bytes(LeaseOf("192.168.1.20", 0, "192.168.1.1", 24, 3600, {"8.8.8.8", "1.1.1.1"})));
     EXPECT_FALSE(exists(kResultV4));
 
     const std::pair<const char*, i64> rows[] = {{"deconfig\n", 0},      {"deconfig\n", -1}, {"timeout\n", -1},
@@ -257,7 +249,7 @@ TEST_F(DhcpClient, OfIpv6) {
               "udhcpc6 -i eth0 -s /etc/scripts/udhcpc6.script -p /tmp/udhcpc6eth0.pid blocked 10 12 15");
     WriteResult(kResultV6,
                 "leasesuccess\nlocal 2001:db8::5\nprefix 64\nleasetime 600\ndnsserver 2001:db8::53\nroute 0::0\n");
-    EXPECT_EQ(NextLease(listener), Bytes(LeaseOf(10, "2001:db8::5", 10, "fe80::99", 64, 600, {"2001:db8::53"})));
+    EXPECT_EQ(NextLease(listener), Bytes(LeaseOf("2001:db8::5", 10, "fe80::99", 64, 600, {"2001:db8::53"})));
     // The file stays for two seconds. One that takes its place meanwhile is not removed with it.
     EXPECT_TRUE(exists(kResultV6));
     WriteResult(kResultV6, "leasefailbydad\n");
@@ -275,7 +267,7 @@ TEST_F(DhcpClient, OfIpv6) {
     EXPECT_EQ(Workers(), 1);
     WriteResult(kResultV6,
                 "leasesuccess\nlocal 2001:db8::6\nprefix 64\nleasetime 60\ndnsserver 2001:db8::53\nroute fe80::1\n");
-    EXPECT_EQ(NextLease(listener), Bytes(LeaseOf(10, "2001:db8::6", 10, "fe80::1", 64, 60, {})));
+    EXPECT_EQ(NextLease(listener), Bytes(LeaseOf("2001:db8::6", 10, "fe80::1", 64, 60, {})));
     EXPECT_EQ(Start(10, "eth0", 77), 0);
     EXPECT_EQ(clients.Take(1), "udhcpc6 eth0 USR1");
     EndClient("udhcpc6");

@@ -33,19 +33,16 @@ std::string Gateway(i32 status, const TNetGateway& gateway) {
 
 using Metrics = std::vector<std::pair<const char*, i32>>;
 
-std::string List(const Metrics& entries, u32 count) {
+// With another count than that of the entries, if there is one.
+std::string List(const Metrics& entries, std::optional<u32> count = {}) {
     TNetPrioParamList list{};
-    list.dwNum = count;
+    list.dwNum = count.value_or(static_cast<u32>(entries.size()));
     std::size_t index = 0;
     for (const auto& [name, metric] : entries) {
         strncpy(list.atPrio[index].achDevName, name, sizeof(list.atPrio[index].achDevName));
         list.atPrio[index++].nPriority = metric;
     }
     return std::string(Bytes(list));
-}
-
-std::string List(const Metrics& entries) {
-    return List(entries, static_cast<u32>(entries.size()));
 }
 
 Call Prioritize(const std::string& list) {

@@ -77,18 +77,18 @@ TEST(AddressChange, WhatFailsIsLogged) {
                 "ip -6 addr flush scope global dev bad", "ip -4 addr flush dev bad"});
     tools.Check({
         {"add", Add("10.0.0.9"), -1, "ip -4 addr add 10.0.0.9/8 dev eth0",
-         "#ExecCmd; IpaddrAddV4: ExecCmd error!; ApidIpaddrAdd: IpaddrAdd error!"},
+         "#IpaddrAddV4; ApidIpaddrAdd: IpaddrAdd error!"},
         {"delete", Del("fd00::9"), -1, "ip -6 addr del fd00::9/64 dev eth0",
-         "#ExecCmd; IpaddrDelV6: ExecCmd error!; ApidIpaddrDel: IpaddrDel error!"},
+         "#IpaddrDelV6; ApidIpaddrDel: IpaddrDel error!"},
         {"flush by an older tool", Flush(10, "old"), 0,
          "ip -6 addr flush scope global permanent dev old; ip -6 addr flush scope global dev old"},
         {"that fails as well", Flush(10, "bad"), -1,
          "ip -6 addr flush scope global permanent dev bad; ip -6 addr flush scope global dev bad",
-         "#ExecCmd; IpaddrFlushV6: ExecCmd error!; IpaddrFlushV6 achCmdBuf: ip ip -6 addr flush scope global dev bad ; "
-         "#ExecCmd; IpaddrFlushV6: ExecCmd error!; ApidIpaddrFlush: IpaddrFlush error!; IpaddrFlush nErrid : -1"},
+         "#IpaddrFlushV6; IpaddrFlushV6 achCmdBuf: ip ip -6 addr flush scope global dev bad ; #IpaddrFlushV6; "
+         "ApidIpaddrFlush: IpaddrFlush error!; IpaddrFlush nErrid : -1"},
         {"IPv6 stays when IPv4 fails", Flush(11, "bad"), -1, "ip -4 addr flush dev bad",
-         "#ExecCmd; IpaddrFlushV4: ExecCmd error!; IpaddrFlush: IpaddrFlushV4 error, nRet = -1!; ApidIpaddrFlush: "
-         "IpaddrFlush error!; IpaddrFlush nErrid : -1"},
+         "#IpaddrFlushV4; IpaddrFlush: IpaddrFlushV4 error, nRet = -1!; ApidIpaddrFlush: IpaddrFlush error!; "
+         "IpaddrFlush nErrid : -1"},
         {"flush without a name", Flush(2, ""), -1, "",
          "IpaddrFlushV4: the pchIfaceName is invalid!; ApidIpaddrFlush: IpaddrFlush error!; IpaddrFlush nErrid : -1"},
         {"flush an unknown family", Flush(3), -1, "",
@@ -141,8 +141,8 @@ TEST(AddressChange, SettingReplacesAndRestores) {
          "IpaddrSet: the wSinFamily 3 is invalid!; ApidIpaddrSet: IpaddrSet error!"},
         {"a failed flush stops it", Set(11, {"10.0.0.1", "fd00::1"}, "bad"), -1,
          "ip -4 addr show dev bad; ip -4 addr flush dev bad",
-         "GetIpaddrV4: ExecCmdAndGetOutput error, nRet = -1!; IpaddrV4Set: IpaddrGet error : -1!; #ExecCmd; "
-         "IpaddrFlushV4: ExecCmd error!; IpaddrV4Set: IpaddrFlush error : -1!; ApidIpaddrSet: IpaddrSet error!"},
+         "GetIpaddrV4: ExecCmdAndGetOutput error, nRet = -1!; IpaddrV4Set: IpaddrGet error : -1!; #IpaddrFlushV4; "
+         "IpaddrV4Set: IpaddrFlush error : -1!; ApidIpaddrSet: IpaddrSet error!"},
         {"a failed read does not", Set(10, {"fd00::1"}, "bad"), 0,
          "ip -6 addr show dev bad; ip -6 addr add fd00::1/64 dev bad",
          "GetIpaddrV6: ExecCmdAndGetOutput error!; IpaddrV6Set: IpaddrGet BackIpV4 error : -1!"},
@@ -164,9 +164,8 @@ TEST(AddressChange, SettingReplacesAndRestores) {
          flushed + Added({"10.0.0.9/8", "10.0.0.100/8", "10.0.0.101/8"})},
         {"nor does an IPv6 one, nor one that cannot be deleted", Set(10, {"fd00::9"}), -1,
          deleted + Added({"fd00::9/64", "fd00::64/64", "fd00::66/64"}),
-         "#ExecCmd; IpaddrDelV6: ExecCmd error!; IpaddrV6Set: IpaddrDelV6 del ipv6 error : -1! nIndex = 0; #ExecCmd; "
-         "IpaddrAddV6: ExecCmd error!; IpaddrV6Set: IpaddrAddV6 error : -1!; #ExecCmd; IpaddrAddV6: ExecCmd error!; "
-         "ApidIpaddrSet: IpaddrSet error!"},
+         "#IpaddrDelV6; IpaddrV6Set: IpaddrDelV6 del ipv6 error : -1! nIndex = 0; #IpaddrAddV6; IpaddrV6Set: "
+         "IpaddrAddV6 error : -1!; #IpaddrAddV6; ApidIpaddrSet: IpaddrSet error!"},
     });
 }
 
@@ -198,8 +197,7 @@ TEST(MacChange, IsSetAndRead) {
     const TNetMacaddrGetReply mac{.nResult = 0, .abyMac = {0x02, 0x0a, 0x00, 0xff, 0x10, 0x05}, .abyUnused = {}};
     tools.Check({
         {"set", MacSet("busy"), -1, "ifconfig busy hw ether 0:11:22:33:44:55",
-         "MacaddrSet: pchIfaceName : busy; MacaddrSet achCmdBuf: $; #ExecCmd; MacaddrSet: ExecCmd error!; "
-         "ApidMacaddrSet: MacaddrSet error!"},
+         "MacaddrSet: pchIfaceName : busy; MacaddrSet achCmdBuf: $; #MacaddrSet; ApidMacaddrSet: MacaddrSet error!"},
         {"get", MacGet("eth0"), std::string(Bytes(mac)), "ip link show dev eth0",
          "MacaddrGet: MacaddrGet cmd : $; mac : 02:0a:00:Ff:10:5; pchMac : 2; pchMac : a; pchMac : 0; pchMac : ff; "
          "pchMac : 10; pchMac : 5"},

@@ -92,11 +92,11 @@ TEST(Gateway, SettingAndDeletingFails) {
                 "ip -6 route replace default via fe80::3 dev eth0", "ip -6 route show dev gone default"});
     tools.Check({
         {"there already", Set("10.0.0.9"), -1, "ip route add default via 10.0.0.9 dev eth0 metric 0",
-         "#ExecCmd; GatewaySetV4: ExecCmd error!; ApidGatewaySet: GatewaySet error!"},
+         "#GatewaySetV4; ApidGatewaySet: GatewaySet error!"},
         {"IPv6 fails", Set("fe80::3"), -1,
          "ip -6 route show dev eth0 default; ip -6 route replace default via fe80::3 dev eth0",
-         "CheckGateWay: FindStrMatchHead error!; FindStrMatchHead outbuf : !; #ExecCmd; GatewaySetV6: ExecCmd error!; "
-         "ApidGatewaySet: GatewaySet error!"},
+         "CheckGateWay: FindStrMatchHead error!; FindStrMatchHead outbuf : !; #GatewaySetV6; ApidGatewaySet: "
+         "GatewaySet error!"},
         {"IPv6, unreadable", Set("fe80::2", "gone"), 0,
          "ip -6 route show dev gone default; ip -6 route replace default via fe80::2 dev gone",
          "CheckGateWay: ExecCmdAndGetOutput error!"},
@@ -131,8 +131,8 @@ TEST(Gateway, Reading) {
         {"the first", Get(2), Gateway(0, Address("10.0.0.1")), "ip -4 route show dev eth0 default"},
         {"none", Get(2, "", 5), Gateway(0, Address("0.0.0.0")), "ip -4 route show default table 5"},
         {"fails", Get(2, "bad"), Gateway(-1, {}), "ip -4 route show dev bad default",
-         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; #TesselExecCmdAndGetOutput; "
-         "GetGateWayV4: ExecCmdAndGetOutput error!; ApidGatewayGet: GatewayGet error!"},
+         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; TesselExecCmdAndGetOutput: ip; "
+         "No.; GetGateWayV4: ExecCmdAndGetOutput error!; ApidGatewayGet: GatewayGet error!"},
         {"learnt", Get(10), Gateway(11111, Address("fe80::1")), "ip -6 route show dev eth0 default",
          "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $; ApidGatewayGet: GatewayGet "
          "error!"},

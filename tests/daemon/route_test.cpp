@@ -64,14 +64,14 @@ TEST(Route, OneIsAddedAndDeleted) {
          "ApidOneRouteAdd: the pchIfaceName is eth0!; OneRouteAdd: OneRouteAdd achCmdBuf: $"},
         {"IPv6", Add("eth0", inet6), 0, "ip -6 route add fd00::/32 via fe80::1 dev eth0 metric 6"},
         {"there already", Add("", refused), -1, "ip route add 10.9.0.0/16 via 10.0.0.1 metric 5",
-         "ApidOneRouteAdd: the pchIfaceName is NULL!; OneRouteAdd: OneRouteAdd achCmdBuf: $; #ExecCmd; OneRouteAdd: "
-         "ExecCmd error!; ApidOneRouteAdd: OneRouteAdd error!"},
+         "ApidOneRouteAdd: the pchIfaceName is NULL!; OneRouteAdd: OneRouteAdd achCmdBuf: $; #OneRouteAdd; "
+         "ApidOneRouteAdd: OneRouteAdd error!"},
         {"deletion names no metric", Del("eth0", inet, 100), 0,
          "ip route del 10.1.0.0/16 via 10.0.0.1 dev eth0 table 100"},
         {"delete IPv6", Del("", inet6, 9), 0, "ip -6 route del fd00::/32 via fe80::1 table 9"},
         {"delete fails", Del("", refused), -1, "ip route del 10.9.0.0/16 via 10.0.0.1",
-         "ApidOneRouteDel: the pchIfaceName is NULL!; OneRouteDel: OneRouteDel achCmdBuf: $; #ExecCmd; OneRouteDel: "
-         "ExecCmd error!; ApidOneRouteDel: OneRouteDel error!"},
+         "ApidOneRouteDel: the pchIfaceName is NULL!; OneRouteDel: OneRouteDel achCmdBuf: $; #OneRouteDel; "
+         "ApidOneRouteDel: OneRouteDel error!"},
         {"two families", Add("eth0", mixed), -1, ""},
         {"delete, two families", Del("eth0", mixed), -1, "",
          "ApidOneRouteDel: the pchIfaceName is eth0!; OneRouteDel: the tDestIpNet wSinFamily 2 is invalid!; "
@@ -95,19 +95,17 @@ TEST(Route, AMetricIsChangedInTwoSteps) {
          "ip route del 10.1.0.0/16 via 10.0.0.1 dev eth0; ip route add 10.1.0.0/16 via 10.0.0.1 dev eth0 metric 5"},
         {"an option", change("10.1.0.0", "-V"), -1, ""},
         {"nothing to delete: nothing is added", change("10.2.0.0", ""), -1, "ip route del 10.2.0.0/16 via 10.0.0.1",
-         "#ExecCmd; OneRouteDel: ExecCmd error!; RouteMetricSet: OneRouteDel error!; ApidRouteMetricSet: "
-         "RouteMetricSet error!"},
+         "#OneRouteDel; RouteMetricSet: OneRouteDel error!; ApidRouteMetricSet: RouteMetricSet error!"},
         {"adding fails", change("10.3.0.0", ""), -1,
          "ip route del 10.3.0.0/16 via 10.0.0.1; ip route add 10.3.0.0/16 via 10.0.0.1 metric 5",
-         "#ExecCmd; OneRouteAdd: ExecCmd error!; RouteMetricSet: OneRouteAdd error!; ApidRouteMetricSet: "
-         "RouteMetricSet error!"},
+         "#OneRouteAdd; RouteMetricSet: OneRouteAdd error!; ApidRouteMetricSet: RouteMetricSet error!"},
     });
     EXPECT_EQ(RouteMetricSet(nullptr), -1);
     EXPECT_EQ(AllRoutesGetV4(nullptr), -1);
     EXPECT_EQ(AllRoutesGetV6(nullptr), -1);
     EXPECT_EQ(tools.TakeLog(),
-              "RouteMetricSet: ptNetIpRouteParam is NULL!; AllRoutesGetV4: ptAllRouteInfo is NULL!; "
-              "AllRoutesGetV6: ptAllRouteInfo is NULL!");
+              "RouteMetricSet: ptNetIpRouteParam is NULL!; AllRoutesGetV4: ptAllRouteInfo is NULL!; AllRoutesGetV6: "
+              "ptAllRouteInfo is NULL!");
 }
 
 TEST(Rule, TablesAndRules) {
@@ -119,18 +117,18 @@ TEST(Rule, TablesAndRules) {
          "RouteTableAdd: RouteTableAdd achCmdBuf: $"},
         {"delete a table", Of(kTableDel, u32{100}), 0, "ip rule del table 100"},
         {"table 0 causes a warning and is tried", Of(kTableAdd, u32{0}), -1, "ip rule add table 0",
-         "ApidRouteTableAdd: the table id 0 is invalid!; RouteTableAdd: RouteTableAdd achCmdBuf: $; #ExecCmd; "
-         "RouteTableAdd: ExecCmd error!; ApidRouteTableAdd: OneRouteAdd error!"},
+         "ApidRouteTableAdd: the table id 0 is invalid!; RouteTableAdd: RouteTableAdd achCmdBuf: $; #RouteTableAdd; "
+         "ApidRouteTableAdd: OneRouteAdd error!"},
         {"so is one of the kernel's", Of(kTableDel, u32{253}), -1, "ip rule del table 253",
-         "ApidRouteTableDel: the table id 253 is invalid!; RouteTableDel: RouteTableDel achCmdBuf: $; #ExecCmd; "
-         "RouteTableDel: ExecCmd error!; ApidRouteTableDel: OneRouteAdd error!"},
+         "ApidRouteTableDel: the table id 253 is invalid!; RouteTableDel: RouteTableDel achCmdBuf: $; #RouteTableDel; "
+         "ApidRouteTableDel: OneRouteAdd error!"},
         {"a rule", Rule(kRuleAdd, "10.5.1.0", 0), 0, "ip rule add from 10.5.1.0/24 fwmark 7 table 100"},
         {"with a preference, in vain", Rule(kRuleAdd, "10.5.1.0", 31), -1,
          "ip rule add from 10.5.1.0/24 fwmark 7 pref 31 table 100",
-         "IpRuleAdd: IpRuleAdd achCmdBuf: $; #ExecCmd; IpRuleAdd: ExecCmd error!; ApidIpRuleAdd: IpRuleAdd error!"},
+         "IpRuleAdd: IpRuleAdd achCmdBuf: $; #IpRuleAdd; ApidIpRuleAdd: IpRuleAdd error!"},
         {"delete by its words", Rule(kRuleDel, "10.5.1.0", 0), 0, "ip rule del from 10.5.1.0/24 fwmark 7 table 100"},
         {"by preference alone, in vain", Rule(kRuleDel, "10.5.1.0", 31), -1, "ip rule del pref 31",
-         "IpRuleDel: IpRuleDel achCmdBuf: $; #ExecCmd; IpRuleDel: ExecCmd error!; ApidIpRuleDel: IpRuleDel error!"},
+         "IpRuleDel: IpRuleDel achCmdBuf: $; #IpRuleDel; ApidIpRuleDel: IpRuleDel error!"},
         {"IPv4 only", Rule(kRuleAdd, "fd00::", 0), -1, ""},
         {"deleting too", Rule(kRuleDel, "fd00::", 30), -1, "",
          "IpRuleDel: the tSrcIpNet wSinFamily 10 is invalid!; IpRuleDel achCmdBuf: ; ExecCmd: ; IpRuleDel: ExecCmd "
@@ -194,8 +192,8 @@ TEST(Route, ListingKeepsWhatHasAGateway) {
         ("fd00:1::/64 via fe80::1 dev eth0 " + ending).substr(0, 256);
     tools.Check({
         {"IPv6 is not read when IPv4 fails", Of(kGetAll, u16{11}), Routes(-1, {}), "ip -4 route show",
-         "AllRoutesGetV4: AllRoutesGetV4 cmd : $; #TesselExecCmdAndGetOutput; AllRoutesGetV4: ExecCmdAndGetOutput "
-         "error!; AllRoutesGet: AllRoutesGetV4 error !; ApidAllRouteGet: AllRoutesGet error!"},
+         "AllRoutesGetV4: AllRoutesGetV4 cmd : $; TesselExecCmdAndGetOutput: ip; No.; AllRoutesGetV4: "
+         "ExecCmdAndGetOutput error!; AllRoutesGet: AllRoutesGetV4 error !; ApidAllRouteGet: AllRoutesGet error!"},
         {"words that are missing", Of(kGetAll, u16{10}), 0, "ip -6 route show", log.c_str()},
     });
 }

@@ -21,7 +21,7 @@ struct Call {
 };
 
 // Lines are joined by "; ". Those of the log are "FUNCTION: text", or "text" of the function before; "$" is a line that
-// was run, the first and then the next, and "#NAME" that it, or the first, failed, logged under this name.
+// was run, the first and then the next, and "#FUNCTION" that it, or the first, failed, and who logs that.
 struct Exchange {
     const char* description;
     Call call;
@@ -80,7 +80,7 @@ class LoggedTools : public NotedTools {
             if (text[at] == '#') {
                 const std::size_t end = text.find(';', at);
                 const std::string name = text.substr(at + 1, end - at - 1);
-                text.replace(at, end - at, name + ": " + program + "; No.");
+                text.replace(at, end - at, "ExecCmd: " + program + "; No.; " + name + ": ExecCmd error!");
             } else {
                 program = programOf();
                 text.replace(at, 1, program + " " + (run != runs.end() ? *run++ : ""));

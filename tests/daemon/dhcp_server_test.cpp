@@ -139,16 +139,15 @@ TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
     const Process tenth("udhcpd", "/usr/etc/udhcpd4_eth10.conf");
     const Process editor("vi", "/usr/etc/udhcpd4_eth1.conf");
     const Process other("notudhcpd", "eth1");
-    const auto stop = [&](const Process* killed) {
+    const auto stop = [&](const Lines& runs) {
         Serve("eth1");
-        const Lines runs(killed != nullptr ? 1 : 0, killed != nullptr ? "kill -9 " + std::to_string(killed->pid) : "");
         tools.Check("stop", kStop, NameRequest("eth1"), runs, 0);
         EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth1.conf"));
     };
-    stop(nullptr);
+    stop({});
     const Process own("/usr/sbin/udhcpd", "/usr/etc/udhcpd4_eth1.conf");
-    stop(&own);
     const std::string pid = std::to_string(own.pid);
+    stop({"kill -9 " + pid});
     Serve("eth1");
     tools.Answer("kill -9 " + pid, "", 3);
     tools.Check("cannot be killed", kStop, NameRequest("eth1"), {"kill -9 " + pid}, -1);

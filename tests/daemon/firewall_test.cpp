@@ -308,6 +308,7 @@ TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
         {0x100A, Arp("", kMac, ""), " ip or mac is null"},
         {0x100A, Arp("", kMac, "fe80::1"), "the text [fe80::1] is invalid!"},
         {0x100A, Arp("", "pub", "10.0.0.9"), "the text [pub] is invalid!"},
+        {0x100A, Arp("eth0 x", kMac, "10.0.0.9"), "the interface name [eth0 x] is invalid!"},
         {0x100B, Arp("", kMac, "localhost"), "the text [localhost] is invalid!"},
         {0x100B, Arp("-a", "", "10.0.0.9"), "the interface name [-a] is invalid!"},
         {0x1007, Ports(9, 0, 1, 1, 1, "80"), "eInet 0 is not support; eCmd 9 is invalid"},

@@ -88,7 +88,7 @@ TEST(Gateway, SettingAndDeletingFails) {
     for (const char* place :
          {"-6 route del default dev gone", "-6 route del default dev gone table 9", "-4 route del default dev gone"})
         tools.Answer(std::string("ip ") + place, "No such process", 2);
-    tools.Fail({"ip route add default via 10.0.0.9 dev eth0 metric 0",
+    tools.Fail({"ip -6 route del default dev bad", "ip route add default via 10.0.0.9 dev eth0 metric 0",
                 "ip -6 route replace default via fe80::3 dev eth0", "ip -6 route show dev gone default"});
     tools.Check({
         {"there already", Set("10.0.0.9"), -1, "ip route add default via 10.0.0.9 dev eth0 metric 0",
@@ -113,6 +113,7 @@ TEST(Gateway, SettingAndDeletingFails) {
          "ExecCmd: ip; No such process; DelGateWayV4: ExecCmd error!; ApidGatewayDel: GatewaySet error!"},
         {"an absent IPv6 route", Del(10, "gone"), 0, "ip -6 route del default dev gone"},
         {"an absent IPv6 route of a table", Del(10, "gone", 9), -1, "ip -6 route del default dev gone table 9"},
+        {"another failure", Del(10, "bad"), -1, "ip -6 route del default dev bad"},
         {"delete an unknown family", Del(7), 0, "", "GatewayDel: the wSinFamily 7 is not supportted!"},
     });
     EXPECT_EQ(CheckGateWay(nullptr, "fe80::1"), -1);

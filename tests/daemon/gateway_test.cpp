@@ -71,6 +71,7 @@ TEST(Gateway, SettingAndDeleting) {
          "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: pchIfaceName : eth0; CheckGateWay: GetGateWayV6 cmd : "
          "$; found gateway fe80::1; GatewaySetV6: gateway fe80::1 maybe has been configed by ra"},
         {"IPv6, part of another text", Set("fe80::1", "longer"), 0, "ip -6 route show dev longer default"},
+        {"IPv6, table, no name", Set("fe80::2", "", 5), 0, "ip -6 route add default via fe80::2 table 5"},
         {"IPv6, a table", Set("fe80::2", "eth0", 5), 0, "ip -6 route add default via fe80::2 dev eth0 table 5",
          "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: GatewaySetV6 achCmdBuf: $"},
         {"the zero address deletes, IPv6", Set("::"), 0, "ip -6 route del default dev eth0",

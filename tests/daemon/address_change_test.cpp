@@ -97,9 +97,9 @@ TEST(AddressChange, WhatFailsIsLogged) {
     });
     // "ifconfig -V" succeeds without setting anything.
     for (const char* name : {"", "eth0 x", "-V"}) {
-        for (const Call& call :
-             {Add("10.0.0.1", name), Del("fd00::1", name), Flush(2, name), Flush(11, name), Set(2, {"10.0.0.1"}, name),
-              Set(10, {"fd00::1"}, name), Set(11, {"10.0.0.1"}, name), MacSet(name), MacGet(name)})
+        for (const Call& call : {Add("10.0.0.1", name), Del("fd00::1", name), Flush(2, name), Flush(10, name),
+                                 Flush(11, name), Set(2, {"10.0.0.1"}, name), Set(10, {"fd00::1"}, name),
+                                 Set(11, {"10.0.0.1"}, name), MacSet(name), MacGet(name)})
             tools.Check({{name, call, -1, ""}});
     }
 }

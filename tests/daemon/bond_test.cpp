@@ -10,8 +10,14 @@ namespace {
 using testing::ContainsRegex;
 using testing::EndsWith;
 
-constexpr u32 kStart = 0xF01;
-constexpr u32 kStop = 0xF02;
+Call Start(const std::string& request) {
+    return {0xF01, request};
+}
+
+Call Stop(const std::string& request = "") {
+    return {0xF02, request};
+}
+
 constexpr char kMode[] = "sh -c echo \"active-backup 3\"  > /sys/devices/virtual/net/bond0/bonding/mode";
 const std::vector<std::string> kStartSteps = {
     "ifconfig eth0 up",       "ifconfig bond0 down",       kMode,
@@ -30,16 +36,19 @@ class Bond : public testing::Test {
         g_tBondParam = {};
     }
     // What a command runs up to its step that fails.
-    std::string FailAt(const std::string& step, u32 type, const std::string& request) {
+    std::string FailAt(const std::string& step, const Call& call) {
         tools.Fail({step.c_str()});
-        EXPECT_EQ(tools.Status(type, request), -1) << step;
+        EXPECT_EQ(StatusOf(call), -1) << step;
         const std::string line = step.substr(0, step.find(' ')) + " " + step;
         EXPECT_THAT(tools.TakeLog(), ContainsRegex("; BondSt[artop]+: exec_cmd " + line + " ? error!; ")) << step;
         tools.Answer(step, "");
         return Joined(tools.TakeRuns());
     }
+    i32 StatusOf(const Call& call) {
+        return tools.Status(call.type, call.payload);
+    }
     void Refuse(const std::string& request, const std::string& line, bool hasAnswer) {
-        EXPECT_EQ(tools.Request(kStart, request).has_value(), hasAnswer) << request.size();
+        EXPECT_EQ(tools.Request(0xF01, request).has_value(), hasAnswer) << request.size();
         EXPECT_THAT(tools.TakeLog(), EndsWith(line + (hasAnswer ? "; ApidBondStart: BondStart error!" : "")));
         EXPECT_EQ(Joined(tools.TakeRuns()), "") << request.size();
         EXPECT_EQ(g_tBondParam.dwIfaceNum, 0U) << request.size();
@@ -49,43 +58,26 @@ class Bond : public testing::Test {
 
 TEST_F(Bond, IsMadeAndUndone) {
     tools.Check({
-        {"start",
-         {kStart, kRequest},
-         0,
-         Joined(kStartSteps),
+        {"start", Start(kRequest), 0, Joined(kStartSteps),
          "ApidBondStart: nSendLen : 54; dwBondMode : 3; nBondPathLen : 1; xmalloc: type=3:[+]; ApidBondStart: "
-         "tBondParam.pchBondPath : ; tBondParam.dwIfaceNum : 3; 0 nIfaceLen : 5; xmalloc: type=3:[+]; "
-         "ApidBondStart: "
-         "tBondParam.achIface[0] : eth0; 1 nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: "
-         "tBondParam.achIface[1] : "
-         "eth1; 2 nIfaceLen : 6; xmalloc: type=3:[+]; ApidBondStart: tBondParam.achIface[2] : eth10; active "
-         "interface "
+         "tBondParam.pchBondPath : ; tBondParam.dwIfaceNum : 3; 0 nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: "
+         "tBondParam.achIface[0] : eth0; 1 nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: tBondParam.achIface[1] : "
+         "eth1; 2 nIfaceLen : 6; xmalloc: type=3:[+]; ApidBondStart: tBondParam.achIface[2] : eth10; active interface "
          "nIfaceLen : 5; xmalloc: type=3:[+]; ApidBondStart: tBondParam.pchActiveIface : eth1; bond start...!; "
-         "BondStart: achNicBuf :  eth1; achNicBuf :  eth1 eth0; BondStart flush cmd : ifconfig ifconfig eth0 "
-         "up ; "
+         "BondStart: achNicBuf :  eth1; achNicBuf :  eth1 eth0; BondStart flush cmd : ifconfig ifconfig eth0 up ; "
          "BondStop down : ifconfig ifconfig bond0 down; BondStart cmd : echo \"active-backup 3\"  > "
-         "/sys/devices/virtual/net/bond0/bonding/mode; BondStart up : ifconfig ifconfig bond0 up; BondStart "
-         "ifenslave "
-         "cmd : ifenslave ifenslave bond0 eth1 eth0; BondStart flush cmd : ip ip addr flush dev eth0; "
-         "BondStart flush "
+         "/sys/devices/virtual/net/bond0/bonding/mode; BondStart up : ifconfig ifconfig bond0 up; BondStart ifenslave "
+         "cmd : ifenslave ifenslave bond0 eth1 eth0; BondStart flush cmd : ip ip addr flush dev eth0; BondStart flush "
          "cmd : ip ip addr flush dev eth1; BondStart flush cmd : ip ip addr flush dev eth10"},
-        {"stop",
-         {kStop, "x"},
-         0,
-         Joined(kStopSteps),
-         "BondStop: BondStop ifenslave cmd : ifenslave ifenslave -d bond0 eth1 eth0; BondStart flush cmd : ip "
-         "ip addr "
-         "flush dev bond0; BondStop down : ifconfig ifconfig bond0 down; BondStart ifconfig cmd : ifconfig "
-         "ifconfig eth0 "
-         "up; BondStart ifconfig cmd : ifconfig ifconfig eth1 up; BondStart ifconfig cmd : ifconfig ifconfig "
+        {"stop", Stop("x"), 0, Joined(kStopSteps),
+         "BondStop: BondStop ifenslave cmd : ifenslave ifenslave -d bond0 eth1 eth0; BondStart flush cmd : ip ip addr "
+         "flush dev bond0; BondStop down : ifconfig ifconfig bond0 down; BondStart ifconfig cmd : ifconfig ifconfig "
+         "eth0 up; BondStart ifconfig cmd : ifconfig ifconfig eth1 up; BondStart ifconfig cmd : ifconfig ifconfig "
          "eth10 up"},
-        {"stop again", {kStop, ""}, 0, "", "BondStop: the bond has stopped!"},
-        {"a large mode",
-         {kStart, WithLength(BondParts({}, "e0", ~0U))},
-         0,
+        {"stop again", Stop(), 0, "", "BondStop: the bond has stopped!"},
+        {"a large mode", Start(WithLength(BondParts({}, "e0", ~0U))), 0,
          "ifconfig bond0 down; sh -c echo \"active-backup -1\"  > /sys/devices/virtual/net/bond0/bonding/mode; "
-         "ifconfig "
-         "bond0 up; ifenslave bond0 e0"},
+         "ifconfig bond0 up; ifenslave bond0 e0"},
     });
 }
 
@@ -94,22 +86,22 @@ TEST_F(Bond, StepsThatFail) {
     for (const std::string& step : kStartSteps) {
         run += (run.empty() ? "" : "; ") + step;
         if (step == kMode) continue;
-        EXPECT_EQ(FailAt(step, kStart, kRequest), run + (step.starts_with("ip ") ? "; " + kStopSteps[0] : ""));
+        EXPECT_EQ(FailAt(step, Start(kRequest)), run + (step.starts_with("ip ") ? "; " + kStopSteps[0] : ""));
         EXPECT_EQ(g_tBondParam.pchBondPath != nullptr, step == "ifconfig bond0 down") << step;
-        EXPECT_EQ(tools.Status(kStop, ""), 0) << step;
+        EXPECT_EQ(StatusOf(Stop()), 0) << step;
         EXPECT_EQ(tools.TakeLog(), "BondStop: the bond has stopped!") << step;
     }
     tools.Fail({kMode});
-    EXPECT_EQ(tools.Status(kStart, kRequest), 0) << "what becomes of the mode is not looked at";
+    EXPECT_EQ(StatusOf(Start(kRequest)), 0) << "what becomes of the mode is not looked at";
     (void)tools.TakeRuns();
     run.clear();
     for (const std::string& step : kStopSteps) {
         run += (run.empty() ? "" : "; ") + step;
-        EXPECT_EQ(FailAt(step, kStop, ""), run);
-        EXPECT_EQ(tools.Status(kStart, WithLength(BondParts({"0", "1", "2", "3", "4"}, "0"))), -1) << step;
+        EXPECT_EQ(FailAt(step, Stop()), run);
+        EXPECT_EQ(StatusOf(Start(WithLength(BondParts({"0", "1", "2", "3", "4"}, "0")))), -1) << step;
         EXPECT_THAT(tools.TakeLog(), EndsWith("the bond has started!; ApidBondStart: BondStart error!")) << step;
     }
-    tools.Check({{"stop", {kStop, ""}, 0, run}, {"start", {kStart, kRequest}, 0, Joined(kStartSteps)}});
+    tools.Check({{"stop", Stop(), 0, run}, {"start", Start(kRequest), 0, Joined(kStartSteps)}});
 }
 
 TEST_F(Bond, RequestsOfAnotherLengthGetNoAnswer) {
@@ -124,7 +116,7 @@ TEST_F(Bond, RequestsOfAnotherLengthGetNoAnswer) {
         for (const u32 length : {0x100U, 3060U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFCU, 0xFFFFFFFFU})
             Refuse(std::string(kRequest).replace(at, 4, Number(length)), line, false);
     }
-    EXPECT_EQ(tools.Status(kStart, WithLength(kRequest.substr(4) + '\0')), 0) << "bytes behind the parts";
+    EXPECT_EQ(StatusOf(Start(WithLength(kRequest.substr(4) + '\0'))), 0) << "bytes behind the parts";
 }
 
 TEST_F(Bond, OnlyFourInterfacesMakeOne) {
@@ -138,12 +130,12 @@ TEST_F(Bond, OnlyFourInterfacesMakeOne) {
     Refuse(WithLength(Number(3) + Sized("") + Number(1) + Sized("") + Sized("")), "name [] is invalid!", true);
     const std::string unterminated =
         Number(3) + Sized("") + Number(2) + Sized("eth0") + Sized(std::string("eth1\0x", 6));
-    EXPECT_EQ(tools.Status(kStart, WithLength(unterminated + Sized("eth1"))), 0);
+    EXPECT_EQ(StatusOf(Start(WithLength(unterminated + Sized("eth1")))), 0);
     EXPECT_STREQ(g_achNicBuf, " eth1 eth0");
-    EXPECT_EQ(tools.Status(kStop, ""), 0);
+    EXPECT_EQ(StatusOf(Stop()), 0);
     const std::string name = "fourteen-lette";
     const auto request = WithLength(BondParts({name + "0", name + "1", name + "2", name + "3"}, name + "4"));
-    EXPECT_EQ(tools.Status(kStart, request), 0);
+    EXPECT_EQ(StatusOf(Start(request)), 0);
     EXPECT_STREQ(g_achNicBuf, " fourteen-lette4 fourteen-lette0 fourteen-lette1 fourteen-lette2 fourteen-lette3");
 }
 

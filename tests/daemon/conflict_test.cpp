@@ -20,7 +20,6 @@ TEST(Conflict, ReportsAreSwitchedByFamily) {
     const std::tuple<u32, u16, i32, std::string, i32, i32> rows[] = {
         // with the two switches afterwards
         {0x119, 2, 0, "ApidConflictCheckStart: wSinFamily : 2", 1, 0},
-        {0x119, 2, 0, "ApidConflictCheckStart: wSinFamily : 2", 1, 0},
         {0x119, 10, 0, "ApidConflictCheckStart: wSinFamily : 10", 1, 1},
         {0x119, 11, -1,
          "ApidConflictCheckStart: wSinFamily : 11; ConflictCheckStart: the wSinFamily 11 is invalid!; "
@@ -37,8 +36,7 @@ TEST(Conflict, ReportsAreSwitchedByFamily) {
     for (const auto& [type, family, status, lines, inet, inet6] : rows) {
         EXPECT_EQ(tools.Status(type, Bytes(family)), status) << lines;
         EXPECT_EQ(Joined(log.Take()), lines);
-        EXPECT_EQ(g_nIpv4ConflictReport, inet) << lines;
-        EXPECT_EQ(g_nIpv6ConflictReport, inet6) << lines;
+        EXPECT_TRUE(g_nIpv4ConflictReport == inet && g_nIpv6ConflictReport == inet6) << lines;
     }
 }
 
@@ -64,36 +62,28 @@ TNetdevRecord Eth0() {
     return record;
 }
 
+// Which packets are a conflict, and what is answered, is seen on a real link. Here: their lines, and what cannot come.
 TEST(Conflict, ArpPacketsAgainstATable) {
     TNetdevMember table{};
     table.atRecord[table.dwNum++] = Eth0();
     const std::string ip = "ArpIpIsConflict: interface[eth0]:Conflicted IP[192.168.1.20] The other side MAC"s;
     const std::string mac = "ArpMacIsConflict: interface[eth0]:Conflicted MAC[02:00:00:00:00:00]\r"s;
-    const std::string found = "; CheckIpConflict: the ip conflict ip : 192.168.1.20"s;
-    const std::string one = Report(2, kFirst), two = Report(2, kSecond), none(one.size(), '\0');
     const std::string part = kInet6.substr(0, 4);
-    const std::tuple<const char*, std::string, i32, i32, std::string, std::string> rows[] = {
-        {"announced by a reply", Arp(2, kPeerMac, kFirst, kNoMac, kFirst), 1, 3, ip + "[02:00:00:00:01:77]\r" + found,
-         one},
-        {"probed for by a reply", Arp(2, kPeerMac, kNoIp, kNoMac, kFirst), 0, 3,
-         ip + "[02:00:00:00:01:77]\r; ArpIpIsConflict: arp op is wrong", none},
-        {"the own MAC: once for each IPv4 address", Arp(2, kOwnMac, kPeerMac.substr(2), kNoMac, kNoIp), 0, 2,
-         mac + "; " + mac, two},
-        {"both", Arp(2, kOwnMac, kFirst, kNoMac, kFirst), 1, 2,
-         ip + "[02:00:00:00:00:00]\r" + found + "; " + mac + "; " + mac, two},
-        {"the first bytes of the IPv6 address", Arp(2, kPeerMac, part, kNoMac, part), 0, 3, "", none},
+    const std::tuple<const char*, ether_arp, i32, i32, std::string> rows[] = {
+        {"probed for by a reply", PacketOf(Arp(2, kPeerMac, kNoIp, kNoMac, kFirst)), 0, 3,
+         ip + "[02:00:00:00:01:77]\r; ArpIpIsConflict: arp op is wrong"},
+        {"the own MAC and address", PacketOf(Arp(2, kOwnMac, kFirst, kNoMac, kFirst)), 1, 2,
+         ip + "[02:00:00:00:00:00]\r; CheckIpConflict: the ip conflict ip : 192.168.1.20; " + mac + "; " + mac},
+        {"the first bytes of the IPv6 address", PacketOf(Arp(2, kPeerMac, part, kNoMac, part)), 0, 3, ""},
     };
     LoggedLines log(2);
-    for (const auto& [description, packet, ipResult, macResult, lines, reported] : rows) {
-        const ether_arp arp = PacketOf(packet);
-        TNetConflictReport report{};
+    TNetConflictReport report{};
+    for (const auto& [description, arp, ipResult, macResult, lines] : rows) {
         EXPECT_EQ(CheckIpConflict(&table, "eth0", &arp, &report), ipResult) << description;
         EXPECT_EQ(CheckMacConflict(&table, "eth0", &arp, &report), macResult) << description;
         EXPECT_EQ(Joined(log.Take()), lines) << description;
-        EXPECT_EQ(Bytes(report), reported) << description;
     }
-    TNetConflictReport report{};
-    const ether_arp arp = PacketOf(Arp(2, kPeerMac, kFirst, kNoMac, kFirst));
+    const ether_arp arp = PacketOf(Arp(2, kOwnMac, kFirst, kNoMac, kFirst));
     EXPECT_EQ(CheckIpConflict(&table, "eth1", &arp, &report), 0) << "another interface's";
     EXPECT_EQ(CheckIpConflict(nullptr, "eth0", &arp, &report), 0);
     EXPECT_EQ(CheckMacConflict(&table, "eth0", nullptr, &report), -1);
@@ -108,14 +98,12 @@ TEST(Conflict, ArpPacketsAgainstATable) {
 
 TEST(Conflict, AnswersOfAnUnknownKind) {
     const FarLink peer("far0", ETH_P_ARP);
-    LoggedLines log(2);
+    LoggedLines log(5);
     ReplyArpPacket("eth0", 0x1401a8c0, reinterpret_cast<const u8*>(kOwnMac.data()),
                    reinterpret_cast<const u8*>(kPeerMac.data()), 7);
     EXPECT_EQ(peer.Next(), Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, kFirst, kPeerMac, kNoIp)));
-    EXPECT_EQ(Joined(log.Take()), "ReplyArpPacket: ipconflict type error");
-    LoggedLines debug(5);
     EXPECT_EQ(IsValidateArp(PacketOf(Arp(3, kPeerMac, kFirst, kNoMac, kFirst))), 0);
-    EXPECT_EQ(Joined(debug.Take()), "IsValidateArp: Unsupport options, ignored");
+    EXPECT_EQ(Joined(log.Take()), "ReplyArpPacket: ipconflict type error; IsValidateArp: Unsupport options, ignored");
 }
 
 TEST(Conflict, NeighboursAreLogged) {

@@ -87,13 +87,13 @@ TEST(DefaultRoute, MessagesAreRead) {
 
 // Default routes on an interface of its own, and what becomes of them when one without metric was added.
 struct Replacement {
-    std::string present;               // routes that the kernel has when the time is over
-    int addStatus = 0;                 // of the tool that adds the route with metric
-    std::string whileAdding = "true";  // what somebody else does then, on interface $v
-    int messages = 1;
-    int priority = 10;
+    std::string present;     // routes that the kernel has when the time is over
     const char* tools = "";  // that are run: "add", "del"
-    std::string log = "";
+    std::string log;
+    int addStatus = 0;                 // of the tool that adds the route with metric
+    const char* whileAdding = "true";  // what somebody else does then, on interface $v
+    int priority = 10;
+    int messages = 1;
 };
 
 TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
@@ -102,19 +102,15 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     const std::string deleted = "; GatewayDel ok!";
     const std::string failed = "GatewaySetV4 error";
     const Replacement rows[] = {
-        {.present = "metric 0", .tools = "add; del", .log = added + deleted},
-        {.present = "", .log = gone},
-        {.present = "metric 10", .log = gone},
-        {.present = "table 100", .log = gone},
-        {.present = "metric 0", .whileAdding = "ip route del default dev $v", .tools = "add", .log = added},
-        {.present = "metric 0", .addStatus = 2, .tools = "add", .log = failed},
-        {.present = "metric 0; metric 10", .addStatus = 2, .tools = "add; del", .log = failed + deleted},
-        {.present = "metric 0", .priority = 0, .log = "don't need change priority"},
+        {"metric 0", "add; del", added + deleted},
+        {"metric 10", "", gone},
+        {"table 100", "", gone},
+        {"metric 0", "add", added, 0, "ip route del default dev $v"},
+        {"metric 0", "add", failed, 2},
+        {"metric 0; metric 10", "add; del", failed + deleted, 2},
+        {.present = "metric 0", .log = "don't need change priority", .priority = 0},
         // A second message gets two seconds of its own.
-        {.present = "metric 0",
-         .messages = 2,
-         .tools = "add; del; add; del",
-         .log = added + deleted + "; " + added + deleted},
+        {"metric 0", "add; del; add; del", added + deleted + "; " + added + deleted, 0, "true", 10, 2},
     };
     NotedTools tools;
     TNetPrioParamList priorities{};
@@ -135,7 +131,6 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
         toolLines["ip -4 route del default dev " + name] = "del" + name;
     }
     ASSERT_EQ(tools.Status(0x11C, Bytes(priorities)), 0);
-    (void)tools.TakeRuns();
     std::vector<std::string> runs;
     AnswerTools([&](const std::string& line) {
         runs.push_back(toolLines[line]);

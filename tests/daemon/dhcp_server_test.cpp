@@ -16,6 +16,7 @@ namespace {
 
 using std::filesystem::exists;
 using testing::HasSubstr;
+using Lines = std::vector<std::string>;
 
 class DhcpServer : public testing::Test {
   protected:
@@ -50,12 +51,11 @@ TEST_F(DhcpServer, ConfigurationIsWrittenAndTheServerStarted) {
         {ServerConf(24, {"1.2.3.4", "255.255.255.255"}), "option dns  1.2.3.4\noption dns  255.255.255.255\n",
          "255.255.255.0"},
         {ServerConf(0), "option dns 8.8.8.8\n", "0.0.0.0"},
-        {ServerConf(32, {"0.0.0.0"}), "option dns  0.0.0.0\n", "255.255.255.255"},
     };
     for (const auto& [conf, dnsLines, mask] : rows) {
         WriteFile("/usr/etc/udhcpd4.leases", "leases");
         const std::string request = StartRequest("eth0", conf);
-        tools.Check({mask.c_str(), kStart, request, {"udhcpd -fS /usr/etc/udhcpd4_eth0.conf & &"}, 0});
+        tools.Check(mask, kStart, request, {"udhcpd -fS /usr/etc/udhcpd4_eth0.conf & &"}, 0);
         EXPECT_EQ(ReadFile("/usr/etc/udhcpd4_eth0.conf"),
                   "start 10.9.0.20\nend 10.9.0.21\ninterface eth0\n" + dnsLines + "option subnet " + mask +
                       "\noption router 10.9.0.1\noption lease 86400\nmax_leases 100\n"
@@ -79,22 +79,17 @@ TEST_F(DhcpServer, WhatCannotBeServedLeavesNothingBehind) {
     };
     const std::pair<std::string, std::string> rows[] = {
         {StartRequest("eth0", ServerConf(33)), "the prefix length 33 or the number of dns servers 0 is invalid!"},
-        {StartRequest("eth0", ServerConf(~0U)), "the prefix length 4294967295 or the number of"},
         {announcing(65), "the prefix length 24 or the number of dns servers 65 is invalid!"},
-        {announcing(0x80000000), "the size is error:size=2390"},
         {announcing(0xFFFFFFFF), "the size is error:size=2390"},
         {two.substr(0, 18 + 92 + 39), "the size is error:size=149"},
         {two.substr(0, 16), "StartDhcpServer: the wSinFamiy 0 is invalid!"},
-        {"", "StartDhcpServer: the wSinFamiy 0 is invalid!"},
         {StartRequest("eth0", ServerConf(), 10), "StartDhcpServer6: StartDhcpServer6 is not realized!"},
-        {StartRequest(""), "the interface name [] is invalid!"},
         {StartRequest("/../x"), "the interface name [/../x] is invalid!"},
-        {StartRequest("eth0 -I"), "the interface name [eth0 -I] is invalid!"},
         {StartRequest("a\nstart 1.1.1.1"), "the interface name [a"},
         {StartRequest("sixteen-letters-"), "the interface name [sixteen-letters-] is invalid!"},
     };
     for (const auto& [request, text] : rows) {
-        tools.Check({text.c_str(), kStart, request, {}, -1});
+        tools.Check(text, kStart, request, {}, -1);
         const std::string lines = TakeLog();
         EXPECT_THAT(lines, HasSubstr(text));
         EXPECT_TRUE(lines.ends_with("; ApidDhcpsStart: DhcpsStart error!")) << lines;
@@ -117,10 +112,7 @@ TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
          "DhcpsStart: the interface eth3 Family 2 has startted!; ApidDhcpsStart: DhcpsStart error!"},
         {kGetStatus, NameRequest("eth7"), 1, ""},
         {kGetStatus, NameRequest("eth7", 10), 0, ""},
-        {kGetStatus, NameRequest("eth8"), 0, ""},
-        {kGetStatus, "", 0, ""},
         {kStop, NameRequest("eth8"), 0, "DhcpsStop: the interface eth8 SinFamily 2 dhcp server has been stopped"},
-        {kStop, NameRequest("eth7", 10), 0, "DhcpsStop: the interface eth7 SinFamily 10 dhcp server has been stopped"},
         {kStop, "", 0, "DhcpsStop: the interface  SinFamily 0 dhcp server has been stopped"},
         {kStop, NameRequest("eth3"), 0,
          "DhcpsStop4: *****not found udhcpd process, remove pid_file:/usr/etc/udhcpd4_eth3.pid,  "
@@ -128,46 +120,37 @@ TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
         {kGetStatus, NameRequest("eth3"), 0, ""},
     };
     for (const auto& [type, request, status, line] : rows) {
-        tools.Check({line.c_str(), type, request, {}, status});
-        const std::vector<std::string> lines = log.Take();
+        tools.Check(line, type, request, {}, status);
+        const Lines lines = log.Take();
         EXPECT_THAT(lines.front(), HasSubstr(": the achDevname : "));
         EXPECT_EQ(Joined({lines.begin() + 1, lines.end()}), line);
     }
     EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth3.conf") || exists("/usr/etc/udhcpd4_eth3.pid"));
     EXPECT_TRUE(exists("/usr/etc/udhcpd4_eth7.conf"));
     tools.Answer("killall -9 udhcpd", "udhcpd: no process found", 1);
-    const std::vector<std::string> runs = {"killall -9 udhcpd", "sh -c rm /usr/etc/udhcpd*.pid",
-                                           "sh -c rm /usr/etc/udhcpd*.conf"};
-    tools.Check({"stop all", kStopAll, "x", runs, 0});
+    const Lines runs = {"killall -9 udhcpd", "sh -c rm /usr/etc/udhcpd*.pid", "sh -c rm /usr/etc/udhcpd*.conf"};
+    tools.Check("stop all", kStopAll, "x", runs, 0);
     EXPECT_EQ(TakeLog(), "DhcpsStopAll: the child process error:ret=1!");
     for (const char* name : {"eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7", "eth8"})
         Serve(name);
 }
 
 TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
-    const std::tuple<const char*, const char*, bool> rows[] = {
-        {"/usr/sbin/udhcpd", "/usr/etc/udhcpd4_eth1.conf", true},
-        {"udhcpd", "/usr/etc/udhcpd4_eth1.conf", true},
-        {"udhcpd", "eth1", false},
-        {"udhcpd", "/usr/etc/udhcpd4_eth10.conf", false},
-        {"udhcpd", "eth10", false},
-        {"notudhcpd", "eth1", false},
-        {"vi", "/usr/etc/udhcpd4_eth1.conf", false},
-    };
-    for (const auto& [program, word, isKilled] : rows) {
-        const Process process(program, word);
-        Serve("eth1");
-        const std::vector<std::string> runs(isKilled ? 1 : 0, "kill -9 " + std::to_string(process.pid));
-        tools.Check({word, kStop, NameRequest("eth1"), runs, 0});
-        EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth1.conf")) << word;
-    }
-    const Process other("udhcpd", "/usr/etc/udhcpd4_eth10.conf");
+    const Process tenth("udhcpd", "/usr/etc/udhcpd4_eth10.conf");
     const Process editor("vi", "/usr/etc/udhcpd4_eth1.conf");
-    const Process own("udhcpd", "/usr/etc/udhcpd4_eth1.conf");
+    const Process other("notudhcpd", "eth1");
+    const auto stop = [&](const Lines& runs) {
+        Serve("eth1");
+        tools.Check("stop", kStop, NameRequest("eth1"), runs, 0);
+        EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth1.conf"));
+    };
+    stop({});
+    const Process own("/usr/sbin/udhcpd", "/usr/etc/udhcpd4_eth1.conf");
     const std::string pid = std::to_string(own.pid);
+    stop({"kill -9 " + pid});
     Serve("eth1");
     tools.Answer("kill -9 " + pid, "", 3);
-    tools.Check({"cannot be killed", kStop, NameRequest("eth1"), {"kill -9 " + pid}, -1});
+    tools.Check("cannot be killed", kStop, NameRequest("eth1"), {"kill -9 " + pid}, -1);
     EXPECT_EQ(TakeLog(),
               "ApidDhcpsStop: the achDevname : eth1, wSinFamily : 2; DhcpsStop4: *****found udhcpd process, "
               "pid_file:/usr/etc/udhcpd4_eth1.pid, config_file:/usr/etc/udhcpd4_eth1.conf, will kill process " +
@@ -187,7 +170,7 @@ TEST_F(DhcpServer, FilesThatCannotBeWrittenStartNothing) {
     };
     for (const auto& [trouble, lines] : rows) {
         EXPECT_EQ(std::system(trouble), 0);
-        tools.Check({trouble, kStart, StartRequest("eth0"), {}, -1});
+        tools.Check(trouble, kStart, StartRequest("eth0"), {}, -1);
         EXPECT_THAT(TakeLog(),
                     testing::MatchesRegex("[^;]*; " + lines +
                                           "; DhcpsStart: StartDhcps error!; ApidDhcpsStart: DhcpsStart error!"));
@@ -210,13 +193,11 @@ TEST_F(DhcpServer, WhatRequestsDoNotReach) {
     EXPECT_EQ(tools.Status(kStop, NameRequest("eth0")), 0);
     EXPECT_EQ(tools.Status(kStopAll, ""), -1);
     g_ptDaeDhcpSInfo = table;
-    const std::string lines = TakeLog();
-    for (const char* line :
-         {"FamilyMapDhcpsInfo: the tessel is not init!", "FamilyMapDhcpsFreeInfo: the tessel is not init!",
-          "DhcpsStopAll: the tessel is not init!", "ApidDhcpsStopAll: dhcps stop error!"})
-        EXPECT_THAT(lines, HasSubstr(line));
-    char text[INET_ADDRSTRLEN];
-    EXPECT_EQ(PrefixToString(10, 24, text, sizeof(text)), nullptr);
+    EXPECT_THAT(
+        TakeLog(),
+        testing::MatchesRegex(".*FamilyMapDhcpsInfo: the tessel is not init!.*FamilyMapDhcpsFreeInfo: the tessel is "
+                              "not init!.*DhcpsStopAll: the tessel is not init!; ApidDhcpsStopAll: dhcps stop error!"));
+    EXPECT_EQ(PrefixToString(10, 24, nullptr, 0), nullptr);
     EXPECT_EQ(TakeLog(), "PrefixToString: PrefixToString ipv6 is not realized!");
 }
 

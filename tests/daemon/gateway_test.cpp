@@ -33,19 +33,16 @@ std::string Gateway(i32 status, const TNetGateway& gateway) {
 
 using Metrics = std::vector<std::pair<const char*, i32>>;
 
-std::string List(const Metrics& entries, u32 count) {
+// With another count than that of the entries, if there is one.
+std::string List(const Metrics& entries, std::optional<u32> count = {}) {
     TNetPrioParamList list{};
-    list.dwNum = count;
+    list.dwNum = count.value_or(static_cast<u32>(entries.size()));
     std::size_t index = 0;
     for (const auto& [name, metric] : entries) {
         strncpy(list.atPrio[index].achDevName, name, sizeof(list.atPrio[index].achDevName));
         list.atPrio[index++].nPriority = metric;
     }
     return std::string(Bytes(list));
-}
-
-std::string List(const Metrics& entries) {
-    return List(entries, static_cast<u32>(entries.size()));
 }
 
 Call Prioritize(const std::string& list) {
@@ -58,21 +55,11 @@ TEST(Gateway, SettingAndDeleting) {
     LoggedTools tools;
     tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
     tools.Answer("ip -6 route show dev longer default", "default via fe80::12 metric 1024\n");
-    for (const char* place :
-         {"-6 route del default dev gone", "-6 route del default dev gone table 9", "-4 route del default dev gone"})
-        tools.Answer(std::string("ip ") + place, "No such process", 2);
-    tools.Fail({"ip -6 route del default dev bad", "ip route add default via 10.0.0.9 dev eth0 metric 0",
-                "ip -6 route replace default via fe80::3 dev eth0", "ip -6 route show dev gone default"});
     tools.Check({
-        {"IPv4", Set("10.0.0.1"), 0, "ip route add default via 10.0.0.1 dev eth0 metric 0"},
         {"no name", Set("10.0.0.1", ""), 0, "ip route add default via 10.0.0.1 metric 0",
          "ApidGatewaySet: the achDevName is empty!; GatewaySetV4: GatewaySetV4 achCmdBuf: $"},
         {"table 0: the main one", Set("10.0.0.1", "eth0", 0), 0, "ip route add default via 10.0.0.1 dev eth0 metric 0"},
         {"a table", Set("10.0.0.1", "eth0", 100), 0, "ip route add default via 10.0.0.1 dev eth0 metric 0 table 100"},
-        {"table, no name", Set("10.0.0.1", "", 100), 0, "ip route add default via 10.0.0.1 metric 0 table 100"},
-        {"there already", Set("10.0.0.9"), -1, "ip route add default via 10.0.0.9 dev eth0 metric 0",
-         "ApidGatewaySet: the achDevName is eth0!; GatewaySetV4: GatewaySetV4 achCmdBuf: $; #ExecCmd; GatewaySetV4: "
-         "ExecCmd error!; ApidGatewaySet: GatewaySet error!"},
         {"the zero address deletes", Set("0.0.0.0"), 0, "ip -4 route del default dev eth0",
          "ApidGatewaySet: the achDevName is eth0!; GatewaySet: remove the ipv4 gateway!; DelGateWayV4: GatewaySetV4 "
          "achCmdBuf: $"},
@@ -84,79 +71,70 @@ TEST(Gateway, SettingAndDeleting) {
          "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: pchIfaceName : eth0; CheckGateWay: GetGateWayV6 cmd : "
          "$; found gateway fe80::1; GatewaySetV6: gateway fe80::1 maybe has been configed by ra"},
         {"IPv6, part of another text", Set("fe80::1", "longer"), 0, "ip -6 route show dev longer default"},
-        {"IPv6 fails", Set("fe80::3"), -1,
-         "ip -6 route show dev eth0 default; ip -6 route replace default via fe80::3 dev eth0",
-         "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: pchIfaceName : eth0; CheckGateWay: GetGateWayV6 cmd : "
-         "$; GatewaySetV6: GatewaySetV6 achCmdBuf: $; #ExecCmd; GatewaySetV6: ExecCmd error!; ApidGatewaySet: "
-         "GatewaySet error!"},
-        {"IPv6, unreadable", Set("fe80::2", "gone"), 0,
-         "ip -6 route show dev gone default; ip -6 route replace default via fe80::2 dev gone",
-         "ApidGatewaySet: the achDevName is gone!; GatewaySetV6: pchIfaceName : gone; CheckGateWay: GetGateWayV6 cmd : "
-         "$; #TesselExecCmdAndGetOutput; CheckGateWay: ExecCmdAndGetOutput error!; GatewaySetV6: GatewaySetV6 "
-         "achCmdBuf: $"},
-        {"IPv6, no name", Set("fe80::2", ""), -1, "",
-         "ApidGatewaySet: the achDevName is empty!; GatewaySetV6:  pchIfaceName is null!; ApidGatewaySet: GatewaySet "
-         "error!"},
         {"IPv6, table, no name", Set("fe80::2", "", 5), 0, "ip -6 route add default via fe80::2 table 5"},
         {"IPv6, a table", Set("fe80::2", "eth0", 5), 0, "ip -6 route add default via fe80::2 dev eth0 table 5",
          "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: GatewaySetV6 achCmdBuf: $"},
-        {"the zero address deletes, IPv6", Set("::"), 0, "ip -6 route del default dev eth0"},
-        {"and an absent route is no error", Set("::", "gone"), 0, "ip -6 route del default dev gone",
-         "ApidGatewaySet: the achDevName is gone!; GatewaySet: remove the ipv6 gateway!; DelGateWayV6: GatewaySetV6 "
-         "achCmdBuf: $; TesselExecCmdAndGetOutput: ip; No such process; DelGateWayV6: ExecCmd error!"},
-        {"an unknown family", Set("none"), -1, "",
-         "ApidGatewaySet: the achDevName is eth0!; GatewaySet: GatewaySet wSinFamily 7 is invalid!; ApidGatewaySet: "
-         "GatewaySet error!"},
-        {"an unknown family, a table", Set("none", "eth0", 5), -1, ""},
-        {"two words in the name", Set("10.0.0.1", "eth0 x"), -1, ""},
-        {"an option", Set("10.0.0.1", "-V"), -1, "",
-         "ApidGatewaySet: the achDevName is -V!; GatewaySetV4: the text [-V] is invalid!; ApidGatewaySet: GatewaySet "
-         "error!"},
-        {"an option, a table", Set("10.0.0.1", "-V", 5), -1, ""},
-        {"an option, IPv6", Set("fe80::1", "-V"), -1, ""},
-        {"delete an option", Del(2, "-V"), -1, ""},
-        {"delete an option, IPv6", Del(10, "-V"), -1, ""},
-        {"delete", Del(2), 0, "ip -4 route del default dev eth0"},
-        {"delete, no name", Del(2, ""), 0, "ip -4 route del default"},
+        {"the zero address deletes, IPv6", Set("::"), 0, "ip -6 route del default dev eth0",
+         "ApidGatewaySet: the achDevName is eth0!; GatewaySet: remove the ipv6 gateway!; DelGateWayV6: GatewaySetV6 "
+         "achCmdBuf: $"},
         {"delete, a table", Del(2, "", 100), 0, "ip -4 route del default table 100"},
         {"delete IPv6, no name", Del(10, ""), 0, "ip -6 route flush default",
          "ApidGatewayDel: the achDevName is empty!; DelGateWayV6: GatewaySetV6 achCmdBuf: $"},
         {"delete IPv6, a table", Del(10, "", 100), 0, "ip -6 route flush default table 100"},
+    });
+}
+
+TEST(Gateway, SettingAndDeletingFails) {
+    LoggedTools tools(2);
+    for (const char* place :
+         {"-6 route del default dev gone", "-6 route del default dev gone table 9", "-4 route del default dev gone"})
+        tools.Answer(std::string("ip ") + place, "No such process", 2);
+    tools.Fail({"ip -6 route del default dev bad", "ip route add default via 10.0.0.9 dev eth0 metric 0",
+                "ip -6 route replace default via fe80::3 dev eth0", "ip -6 route show dev gone default"});
+    tools.Check({
+        {"there already", Set("10.0.0.9"), -1, "ip route add default via 10.0.0.9 dev eth0 metric 0",
+         "#GatewaySetV4; ApidGatewaySet: GatewaySet error!"},
+        {"IPv6 fails", Set("fe80::3"), -1,
+         "ip -6 route show dev eth0 default; ip -6 route replace default via fe80::3 dev eth0",
+         "CheckGateWay: FindStrMatchHead error!; FindStrMatchHead outbuf : !; #GatewaySetV6; ApidGatewaySet: "
+         "GatewaySet error!"},
+        {"IPv6, unreadable", Set("fe80::2", "gone"), 0,
+         "ip -6 route show dev gone default; ip -6 route replace default via fe80::2 dev gone",
+         "CheckGateWay: ExecCmdAndGetOutput error!"},
+        {"IPv6, no name", Set("fe80::2", ""), -1, "",
+         "GatewaySetV6:  pchIfaceName is null!; ApidGatewaySet: GatewaySet error!"},
+        {"an absent route is no error to the zero address", Set("::", "gone"), 0, "ip -6 route del default dev gone",
+         "DelGateWayV6: ExecCmd error!"},
+        {"an unknown family", Set("none"), -1, "",
+         "GatewaySet: GatewaySet wSinFamily 7 is invalid!; ApidGatewaySet: GatewaySet error!"},
+        {"an option", Set("10.0.0.1", "-V"), -1, "",
+         "GatewaySetV4: the text [-V] is invalid!; ApidGatewaySet: GatewaySet error!"},
+        {"delete an option", Del(2, "-V"), -1, ""},
         {"an absent route", Del(2, "gone"), -1, "ip -4 route del default dev gone",
-         "ApidGatewayDel: the achDevName is gone!; DelGateWayV4: GatewaySetV4 achCmdBuf: $; ExecCmd: ip; No such "
-         "process; DelGateWayV4: ExecCmd error!; ApidGatewayDel: GatewaySet error!"},
+         "ExecCmd: ip; No such process; DelGateWayV4: ExecCmd error!; ApidGatewayDel: GatewaySet error!"},
         {"an absent IPv6 route", Del(10, "gone"), 0, "ip -6 route del default dev gone"},
-        {"an absent IPv6 route of a table", Del(10, "gone", 9), -1, "ip -6 route del default dev gone table 9",
-         "ApidGatewayDel: the achDevName is gone!; DelGateWayV6: GatewaySetV6 achCmdBuf: $; ExecCmd: ip; No such "
-         "process; DelGateWayV6: ExecCmd error!; ApidGatewayDel: GatewaySet error!"},
+        {"an absent IPv6 route of a table", Del(10, "gone", 9), -1, "ip -6 route del default dev gone table 9"},
         {"another failure", Del(10, "bad"), -1, "ip -6 route del default dev bad"},
-        {"delete an unknown family", Del(7), 0, "",
-         "ApidGatewayDel: the achDevName is eth0!; GatewayDel: the wSinFamily 7 is not supportted!"},
-        {"delete an unknown family, a table", Del(7, "eth0", 9), 0, ""},
+        {"delete an unknown family", Del(7), 0, "", "GatewayDel: the wSinFamily 7 is not supportted!"},
     });
     EXPECT_EQ(CheckGateWay(nullptr, "fe80::1"), -1);
-    EXPECT_EQ(tools.TakeLog(), "CheckGateWay: pchGateWay NULL!");
+    EXPECT_EQ(GetGateWayV4("eth0", nullptr), -1);
+    EXPECT_EQ(tools.TakeLog(), "CheckGateWay: pchGateWay NULL!; GetGateWayV4: pchIfaceName or ptNetIfaceIp is NULL!");
 }
 
 TEST(Gateway, Reading) {
     LoggedTools tools;
     tools.Answer("ip -4 route show dev eth0 default",
                  "default via 10.0.0.1 metric 10 \ndefault via 10.0.0.2 metric 20 \n");
-    tools.Answer("ip -4 route show dev bare default", "default via 10.0.0.1\n");
     tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
     tools.Answer("ip -6 route show default table 5", "default via fe80::2 dev eth0 expires 5sec\n");
     tools.Fail({"ip -4 route show dev bad default"});
-    const std::string first = Gateway(0, Address("10.0.0.1"));
-    const std::string none = Gateway(0, Address("0.0.0.0"));
     tools.Check({
-        {"the first", Get(2), first, "ip -4 route show dev eth0 default",
-         "ApidGatewayGet: the achDevName is eth0!; GetGateWayV4: GetGateWayV4 cmd : $"},
-        {"nothing behind it", Get(2, "bare"), first, "ip -4 route show dev bare default"},
-        {"none, no name", Get(2, ""), none, "ip -4 route show default"},
+        {"the first", Get(2), Gateway(0, Address("10.0.0.1")), "ip -4 route show dev eth0 default"},
+        {"none", Get(2, "", 5), Gateway(0, Address("0.0.0.0")), "ip -4 route show default table 5"},
         {"fails", Get(2, "bad"), Gateway(-1, {}), "ip -4 route show dev bad default",
-         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; #TesselExecCmdAndGetOutput; "
-         "GetGateWayV4: ExecCmdAndGetOutput error!; ApidGatewayGet: GatewayGet error!"},
-        {"none in a table", Get(2, "eth0", 5), none, "ip -4 route show dev eth0 default table 5"},
+         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; TesselExecCmdAndGetOutput: ip; "
+         "No.; GetGateWayV4: ExecCmdAndGetOutput error!; ApidGatewayGet: GatewayGet error!"},
         {"learnt", Get(10), Gateway(11111, Address("fe80::1")), "ip -6 route show dev eth0 default",
          "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $; ApidGatewayGet: GatewayGet "
          "error!"},
@@ -167,16 +145,18 @@ TEST(Gateway, Reading) {
          "ApidGatewayGet: the achDevName is eth0!; GatewayGet: wSinFamily 7 is not suypportted!; !"},
         {"an option", Get(2, "-V"), -1, ""},
     });
-    EXPECT_EQ(GetGateWayV4("eth0", nullptr), -1);
-    EXPECT_EQ(tools.TakeLog(), "GetGateWayV4: pchIfaceName or ptNetIfaceIp is NULL!");
 }
 
 // Priority routing as it is when the daemon starts.
-void ForgetPriorities() {
-    g_nRoutedetectE = 0;
-    for (u32 i = 0; i < TESSEL_PRIORITIES_MAX; ++i)
-        StorePriority(i, {});
-}
+class Priority : public testing::Test {
+  protected:
+    Priority() {
+        g_nRoutedetectE = 0;
+        for (u32 i = 0; i < TESSEL_PRIORITIES_MAX; ++i)
+            StorePriority(i, {});
+    }
+    LoggedTools tools{4};
+};
 
 std::string Shows(std::vector<std::string> names) {
     for (std::string& name : names)
@@ -184,9 +164,7 @@ std::string Shows(std::vector<std::string> names) {
     return Joined(names);
 }
 
-TEST(Priority, TheFirstListFixesTheInterfaces) {
-    ForgetPriorities();
-    LoggedTools tools;
+TEST_F(Priority, TheFirstListFixesTheInterfaces) {
     tools.Answer("ip -4 route show dev eth0 default", "default via 10.0.0.1 \n");
     tools.Answer("ip -4 route show dev eth1 default", "default via 10.0.0.2 metric 7 \n");
     tools.Answer("ip -4 route show dev eth3 default", "default via 10.0.0.3 metric 30 \n");
@@ -196,8 +174,6 @@ TEST(Priority, TheFirstListFixesTheInterfaces) {
         return List({{"eth0", eth0}, {"eth1", eth1}, {"eth2", 25}, {"eth3", 30}});
     };
     tools.Check({
-        {"off: tables look the metric up, the main one does not; there is none yet", Set("10.0.0.1", "eth0", 100), 0,
-         "ip route add default via 10.0.0.1 dev eth0 metric 0 table 100"},
         {"all deletions come before all additions, even when one fails", Prioritize(list(10, 20)), 0,
          all + "; ip -4 route del default dev eth0; ip -4 route del default dev eth1; ip route add default via "
                "10.0.0.1 dev eth0 metric 10; ip route add default via 10.0.0.2 dev eth1 metric 20"},
@@ -213,62 +189,40 @@ TEST(Priority, TheFirstListFixesTheInterfaces) {
         {"right already", Prioritize(list(0, 7)), 0, all},
         {"read", kPriorities, list(0, 7), ""},
     });
+    g_nRoutedetectE = 0;
+    tools.Check({
+        {"switched off: without metric", Set("10.0.0.1", "eth1"), 0,
+         "ip route add default via 10.0.0.1 dev eth1 metric 0"},
+        {"but in tables", Set("10.0.0.1", "eth1", 3), 0, "ip route add default via 10.0.0.1 dev eth1 metric 7 table 3"},
+    });
 }
 
-TEST(Priority, AMetricIsTheFirstOfTheListingAndOfAGateway) {
-    NotedTools tools;
-    TNetGatewayMetric record{};
-    memcpy(record.achDevName, "eth0", 5);
-    const struct {
-        const char* output;
-        i32 metric;
-        const char* gateway;
-    } rows[] = {
+TEST_F(Priority, AMetricIsTheFirstOfTheListingAndOfAGateway) {
+    const std::tuple<const char*, i32, const char*> rows[] = {
         {"default via 10.0.0.1 metric 7 \ndefault via 10.0.0.2 metric 8 \n", 7, "10.0.0.1"},
         {"default via 10.0.0.1 \ndefault via 10.0.0.2 metric 8 \n", 8, "10.0.0.1"},
         {"default via 10.0.0.1 \n", 0, "10.0.0.1"},
         {"blackhole default metric 9 \n", 0, "0.0.0.0"},
-        {"", 0, "0.0.0.0"},
     };
-    for (const auto& row : rows) {
-        tools.Answer("ip -4 route show dev eth0 default", row.output);
-        record.nMetric = 99;
-        EXPECT_EQ(GetGateWayV4WithMetric(&record), 0) << row.output;
-        EXPECT_EQ(record.nMetric, row.metric) << row.output;
-        EXPECT_EQ(Bytes(record.tGateway), Bytes(Address(row.gateway))) << row.output;
+    for (const auto& [output, metric, gateway] : rows) {
+        tools.Answer("ip -4 route show dev eth0 default", output);
+        TNetGatewayMetric record{.achDevName = "eth0", .nMetric = 99, .tGateway = {}};
+        EXPECT_EQ(GetGateWayV4WithMetric(&record), 0) << output;
+        EXPECT_EQ(record.nMetric, metric) << output;
+        EXPECT_EQ(Bytes(record.tGateway), Bytes(Address(gateway))) << output;
     }
 }
 
-TEST(Priority, ANameThatIsThereTwiceHasTheLastMetric) {
-    ForgetPriorities();
-    LoggedTools tools;
+TEST_F(Priority, ANameThatIsThereTwiceHasTheLastMetric) {
     EXPECT_EQ(PriorityMetricGet("eth0"), -1);
     tools.Check({
         {"twice", Prioritize(List({{"eth0", 1}, {"eth1", 2}, {"eth0", 3}})), 0, Shows({"eth0", "eth1", "eth0"})},
         {"so has its gateway", Set("10.0.0.1"), 0, "ip route add default via 10.0.0.1 dev eth0 metric 3"},
     });
-    EXPECT_EQ(PriorityMetricGet("eth0"), 3);
     EXPECT_EQ(PriorityMetricGet("eth"), 0);
 }
 
-TEST(Priority, SwitchedOffIsWithoutMetricInTheMainTableAlone) {
-    ForgetPriorities();
-    StorePriority(0, {.achDevName = "eth0", .nPriority = 10});
-    LoggedTools tools;
-    tools.Check({
-        {"off", Set("10.0.0.1"), 0, "ip route add default via 10.0.0.1 dev eth0 metric 0"},
-        {"a table", Set("10.0.0.1", "eth0", 7), 0, "ip route add default via 10.0.0.1 dev eth0 metric 10 table 7"},
-    });
-    g_nRoutedetectE = 1;
-    tools.Check({
-        {"on", Set("10.0.0.1"), 0, "ip route add default via 10.0.0.1 dev eth0 metric 10"},
-        {"no name", Set("10.0.0.1", ""), 0, "ip route add default via 10.0.0.1 metric 0"},
-    });
-}
-
-TEST(Priority, AListThatIsEmptyOrCutShortFixesNothing) {
-    ForgetPriorities();
-    LoggedTools tools;
+TEST_F(Priority, AListThatIsEmptyOrCutShortFixesNothing) {
     const std::string two = List({{"eth0", 10}, {"eth1", 20}});
     const std::string other = List({{"eth0", 30}, {"eth1", 40}});
     const std::string full = List(Metrics(10, {"eth0", 1}), 11);
@@ -276,14 +230,14 @@ TEST(Priority, AListThatIsEmptyOrCutShortFixesNothing) {
     for (std::size_t bytes = 0; bytes < kTwoEntries; ++bytes)
         tools.Check({{"cut", Prioritize(two.substr(0, bytes)), 0, ""}});
     tools.Check({
-        {"ten count, and one byte is missing", Prioritize(full.substr(0, 203)), 0, ""},
-        {"empty", Prioritize(List({})), 0, ""},
+        {"ten count, and one byte is missing", Prioritize(full.substr(0, 203)), 0, "",
+         "ApidPrioritySet: the size is error:size=203"},
+        {"empty", Prioritize(List({})), 0, "", "ApidPrioritySet: the list is empty!"},
         {"there is none", kPriorities, List({}), ""},
     });
     EXPECT_EQ(g_nRoutedetectE, 0);
     tools.Check({
         {"nothing is missing", Prioritize(two.substr(0, kTwoEntries)), 0, Shows({"eth0", "eth1"})},
-        {"now there are two", kPriorities, two, ""},
         {"a later one that is cut", Prioritize(other.substr(0, kTwoEntries - 1)), 0, ""},
         {"a later one without entries", Prioritize(List({})), 0, Shows({"eth0", "eth1"})},
         {"both stayed", kPriorities, two, ""},
@@ -291,9 +245,7 @@ TEST(Priority, AListThatIsEmptyOrCutShortFixesNothing) {
     });
 }
 
-TEST(Priority, HostileLists) {
-    ForgetPriorities();
-    LoggedTools tools;
+TEST_F(Priority, HostileLists) {
     // A count beyond the array, names without an end, of two words or an option, a gap that holds something.
     const auto entries = [](i32 first, i32 inTheGap) {
         Metrics list = {{"sixteencharacter", first}, {"", inTheGap}, {"two words", 3}, {"-V", 4}, {"e", 5}};
@@ -304,7 +256,6 @@ TEST(Priority, HostileLists) {
     list.replace(4 + 4 * 20 + 2, 5, "stale");  // behind the name "e"
     const std::string shown = Shows({"sixteencharacter", "e", "f", "g", "h", "i", "j"});
     tools.Check({
-        {"nothing yet", kPriorities, List({}), ""},
         {"first", Prioritize(list), 0, shown},
         {"gaps and what is behind a name are zero", kPriorities, List(entries(1, 0), 9), ""},
         {"later", Prioritize(List(entries(1, 2), 0xffffffff)), 0, shown},
@@ -312,15 +263,10 @@ TEST(Priority, HostileLists) {
     });
 }
 
-TEST(Priority, IsLogged) {
-    ForgetPriorities();
-    LoggedTools tools(4);
+TEST_F(Priority, IsLogged) {
     tools.Answer("ip -4 route show dev eth0 default", "default via 10.0.0.1 metric 7");
     tools.Fail({"ip -4 route del default dev eth0"});
     tools.Check({
-        {"empty", Prioritize(List({})), 0, "", "ApidPrioritySet: the list is empty!"},
-        {"cut short", Prioritize(List({{"eth0", 10}}).substr(0, 23)), 0, "",
-         "ApidPrioritySet: the size is error:size=23"},
         {"first", Prioritize(List({{"eth0", 10}})), 0,
          Shows({"eth0"}) + "; ip -4 route del default dev eth0; ip route add default via 10.0.0.1 dev eth0 metric 10",
          "ApidPrioritySet: interface eth0, priority 10; ActivePriority: active the priority rule; interface eth0 exist "

@@ -1,5 +1,6 @@
-// The MTU, which the kernel is asked for, and stopping services.
+// The MTU, which the kernel is asked for, stopping services, and where the log goes.
 #include "route/mtu.h"
+#include "tessel/log.h"
 #include "tessel/mtu.h"
 #include "tests/support/files.h"
 #include "tests/support/logged.h"
@@ -12,7 +13,7 @@ Call Set(const char* name, u32 mtu) {
 }
 
 Call Get(const char* name) {
-    return {0x112, Name(name)};
+    return {0x112, Padded(name, 16)};
 }
 
 // The kernel's refusals are logged with a line of the source.
@@ -37,7 +38,7 @@ TEST(Mtu, IsLogged) {
 TEST(Service, IsStoppedByItsNameOnThisSystem) {
     LoggedTools tools;
     tools.Fail({"killall -9 nobody"});
-    const auto stop = [](const char* name) { return Call{0x126, Name(name)}; };
+    const auto stop = [](const char* name) { return Call{0x126, Padded(name, 16)}; };
     WriteFile("/etc/issue", "Device\n");
     tools.Check({
         {"device", stop("ssh"), 0, "killall -9 dropbear"},
@@ -52,14 +53,35 @@ TEST(Service, IsStoppedByItsNameOnThisSystem) {
         {"any other", stop("crond"), 0, "killall -9 crond"},
         {"not running", stop("nobody"), -1, "killall -9 nobody",
          "ExecCmd: killall; No.; ApidServiceStop: ExecCmd Service Stop error!"},
-        {"no name", stop(""), -1, ""},
-        {"two words", stop("two words"), -1, ""},
         {"an option", stop("-V"), -1, "",
          "ServiceStop: the text [-V] is invalid!; ApidServiceStop: ExecCmd Service Stop error!"},
         {"a file", stop("/proc/1/exe"), -1, ""},
         {"this program", stop("tessel_daemon"), -1, "",
          "ServiceStop: the service name [tessel_daemon] is invalid!; ApidServiceStop: ExecCmd Service Stop error!"},
     });
+}
+
+TEST(LogCommands, SteerTheLog) {
+    NotedTools tools;
+    LogFileCtl file{.eCmd = TESSEL_LOG_OPEN_BOTH, .achLibPath = {}, .achDaemonPath = "/tmp/daemon.log"};
+    // What a refused MTU logs: an error, and what was asked for before that.
+    const auto grows = [&] {
+        const std::string before = ReadFile("/tmp/daemon.log");
+        EXPECT_EQ(tools.Status(0x111, Set("eth9", 1).payload), -1);
+        return ReadFile("/tmp/daemon.log").substr(before.size());
+    };
+    EXPECT_EQ(tools.Status(0x701, Bytes(file)), 0);
+    EXPECT_EQ(tools.Status(0x702, Number(4)), 0);
+    EXPECT_THAT(grows(), testing::HasSubstr("dwMtu : 1 "));
+    EXPECT_EQ(tools.Status(0x702, Number(~0U)), 0);
+    EXPECT_EQ(tools.Status(0x702, "12"), -1) << "no level, nothing set";
+    EXPECT_EQ(grows(), "");
+    EXPECT_EQ(tools.Status(0x702, Number(2)), 0);
+    for (const auto& [code, status] : {std::pair{6U, 0}, {TESSEL_LOG_OPEN_LIB, 0}, {0U, -1}, {7U, -1}, {~0U, -1}}) {
+        file.eCmd = code;
+        EXPECT_EQ(tools.Status(0x701, Bytes(file)), status) << code;
+    }
+    EXPECT_EQ(grows(), "") << "closed, and the library's log is not the daemon's";
 }
 
 }  // namespace

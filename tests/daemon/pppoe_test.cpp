@@ -10,8 +10,9 @@ namespace {
 
 using testing::EndsWith;
 
-constexpr u32 kStart = 0x601;
-constexpr u32 kStop = 0x602;
+Call Start(const std::string& request) {
+    return {0x601, request};
+}
 
 // A line that is started, as it is noted.
 std::string Line(const std::string& rest, const std::string& pty = "\"pppoe -I eth0 -T 80 -U  -m 1412\"") {
@@ -28,35 +29,16 @@ TEST(Pppoe, LinesOfALink) {
                             run.substr(6, run.size() - 8) + "]";
     WriteFile("/tmp/pppd.txt", "");
     tools.Check({
-        {"no option", {kStart, Dial(10, "")}, 0, run, log.c_str()},
-        {"all options",
-         {kStart, Dial(11, "u", "p", "isp.net/1", "eth1.7", {1, 9, 2, 3, 4, 5, 6})},
-         0,
+        {"no option", Start(Dial(10, "")), 0, run, log.c_str()},
+        {"all options", Start(Dial(11, "u", "p", "isp.net/1", "eth1.7", {1, 9, 2, 3, 4, 5, 6})), 0,
          Line("6 holdoff 3 persist debug lcp-echo-interval 4 lcp-echo-failure 5 user u password p +ipv6",
               "\" pppoe -I eth1.7 -S isp.net/1 -T 80 -U  -m 1412 \"")},
-        {"signed",
-         {kStart, Dial(2, "", "", "", "eth0", {0, 1, 0, 0, 0, ~0U, ~0U})},
-         0,
+        {"signed", Start(Dial(2, "", "", "", "eth0", {0, 1, 0, 0, 0, ~0U, ~0U})), 0,
          Line("-1 lcp-echo-failure -1 noipv6")},
-        {"another family", {kStart, Dial(7, "u")}, 0, Line("0 user u ")},
-        {"cut", {kStart, Dial(10, "").substr(0, 2 + 793 + 4)}, 0, run},
+        {"another family", Start(Dial(7, "it's")), 0, Line("0 user 'it'\\''s' ")},
+        {"cut", Start(Dial(10, "").substr(0, 2 + 793 + 4)), 0, run},
     });
     EXPECT_NE(access("/tmp/pppd.txt", F_OK), 0);
-}
-
-TEST(Pppoe, TextsAreOneWordOfTheShell) {
-    LoggedTools tools;
-    const std::pair<std::string, std::string> rows[] = {{"A.z_9@%+=:,/-", "A.z_9@%+=:,/-"},
-                                                        {"-x", "'-x'"},
-                                                        {"two words", "'two words'"},
-                                                        {"$(reboot)`x`\"\\", "'$(reboot)`x`\"\\'"},
-                                                        {"it's", "'it'\\''s'"},
-                                                        {"'", "''\\'''"},
-                                                        {"p\xc3\xa4ss", "'p\xc3\xa4ss'"}};
-    for (const auto& [text, word] : rows) {
-        EXPECT_EQ(tools.Status(kStart, Dial(2, text, text)), 0) << text;
-        EXPECT_EQ(Joined(tools.TakeRuns()), Line("0 user " + word + " password " + word + " noipv6"));
-    }
 }
 
 TEST(Pppoe, WhatNoQuotingMakesSafeIsRefused) {
@@ -73,7 +55,7 @@ TEST(Pppoe, WhatNoQuotingMakesSafeIsRefused) {
         rows.emplace_back(Dial(2, "", "", "", std::string("eth") + c), "interface");
     }
     for (const auto& [request, field] : rows) {
-        EXPECT_EQ(tools.Status(kStart, request), -1) << field;
+        EXPECT_EQ(tools.Status(0x601, request), -1) << field;
         EXPECT_EQ(tools.TakeLog(), "ApidPppoeStart: wSinFamily : 2; PppoeClientStart: the pppoe " + field +
                                        " is invalid!; ApidPppoeStart: pppoe start error!");
         EXPECT_EQ(Joined(tools.TakeRuns()), "") << field;
@@ -86,16 +68,16 @@ TEST(Pppoe, ALineHasRoomFor999Characters) {
     const std::size_t room = 999 + std::string("sh -c  &").size() - 508 -
                              Line("0 user  password  noipv6", "\" pppoe -I eth0 -S  -T 80 -U  -m 1412 \"").size();
     for (const std::string& password : {std::string(room, 'p'), '\'' + std::string(room - 6, 'p')}) {
-        EXPECT_EQ(tools.Status(kStart, Dial(2, others, password, others)), 0);
+        EXPECT_EQ(tools.Status(0x601, Dial(2, others, password, others)), 0);
         EXPECT_EQ(tools.TakeRuns().size(), 1U);
         WriteFile("/tmp/pppd.txt", "");
-        EXPECT_EQ(tools.Status(kStart, Dial(2, others, password + "p", others)), -1);
+        EXPECT_EQ(tools.Status(0x601, Dial(2, others, password + "p", others)), -1);
         EXPECT_EQ(tools.TakeRuns().size(), 0U);
         EXPECT_EQ(access("/tmp/pppd.txt", F_OK), 0) << "refused before anything is touched";
         EXPECT_THAT(tools.TakeLog(), testing::HasSubstr("PppoeClientStart: the cmd is too long!; pppd pty \" pppoe"));
     }
     const std::string quotes(255, '\'');
-    EXPECT_EQ(tools.Status(kStart, Dial(2, quotes, quotes)), -1) << "the longest words, unterminated";
+    EXPECT_EQ(tools.Status(0x601, Dial(2, quotes, quotes)), -1) << "the longest words, unterminated";
 }
 
 TEST(Pppoe, AStopEndsOneOfItsFamily) {
@@ -103,7 +85,7 @@ TEST(Pppoe, AStopEndsOneOfItsFamily) {
     for (const char* path : {"/tmp/pppd", "/tmp/pppd2", "/tmp/notes"})
         EXPECT_EQ(symlink("/bin/sh", path), 0);
     const auto stop = [&](u16 family, const Process* ended) {
-        EXPECT_EQ(tools.Status(kStop, Bytes(family)), 0) << family;
+        EXPECT_EQ(tools.Status(0x602, Bytes(family)), 0) << family;
         EXPECT_EQ(Joined(tools.TakeRuns()), ended != nullptr ? "kill -9 " + std::to_string(ended->pid) : "") << family;
         return tools.TakeLog();
     };
@@ -120,30 +102,23 @@ TEST(Pppoe, AStopEndsOneOfItsFamily) {
     stop(10, &v6);
     tools.Answer("kill -9 " + std::to_string(v6.pid), "", 3);
     EXPECT_THAT(stop(11, &v6), EndsWith("; the child process error:ret=3!")) << "its words contain those of both";
-    EXPECT_EQ(tools.Status(kStop, "\x07"), -1);
+    EXPECT_EQ(tools.Status(0x602, "\x07"), -1);
     EXPECT_THAT(tools.TakeLog(), EndsWith(" wSinFamily 7 is invalid!; ApidPppoeStop: PppoeClientStop error!"));
-}
-
-TEST(Pppoe, StartUpMakesARecordOfEachFamily) {
-    DaemonPppoeInit();
-    ASSERT_TRUE(g_ptDaePppoeInfo != nullptr && g_ptDaePppoeInfo->next != nullptr);
-    EXPECT_EQ(g_ptDaePppoeInfo->wSinFamily * 100 + g_ptDaePppoeInfo->next->wSinFamily, 210);
 }
 
 TEST(WebServer, IsStartedAndKilled) {
     LoggedTools tools;
+    const Call startCall = {0x301, "abcd"};
+    const Call stopCall = {0x302, ""};
     const std::string start = "lighttpd -f /usr/lighttpd/lighttpd.conf -m /usr/lighttpd/lib";
     const std::string log = "webs_start: " + start;
-    tools.Check({{"", {0x301, "abcd"}, 0, start, log.c_str()}, {"", {0x302, ""}, 0, "killall -9 lighttpd"}});
+    tools.Check({{"", startCall, 0, start, log.c_str()}, {"", stopCall, 0, "killall -9 lighttpd"}});
     tools.Answer(start, "", 255);
     tools.Answer("killall -9 lighttpd", "", -1);  // could not be run
     const std::string failure = log + "; the child process error!; " + start + "; apid_webs_start: webs start error!";
     tools.Check({
-        {"", {0x301, ""}, -1, start, failure.c_str()},
-        {"none to stop",
-         {0x302, ""},
-         -1,
-         "killall -9 lighttpd",
+        {"", startCall, -1, start, failure.c_str()},
+        {"none to stop", stopCall, -1, "killall -9 lighttpd",
          "webs_stop: killall -9 lighttpd; the child process error!; killall -9 lighttpd; apid_webs_stop: webs stop "
          "error!"},
     });

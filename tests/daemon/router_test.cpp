@@ -119,11 +119,10 @@ TEST_F(RouterWatching, InterfacesForThemselvesAndFiveAtATime) {
     (void)log.Take();
     for (const char* name : {"", "-x", "a b", "../x", "sixteen-letters-", "eth5"})
         EXPECT_EQ(Start(name), -1) << name;
-    EXPECT_THAT(
-        Joined(log.Take()),
-        testing::EndsWith("RouterAdvertiseStart: the module may be not inited or the iface has up to maximum !; "
-                          "ApidRouterAdvertiseStart: RouterAdvertiseStart error!; ApidRouterAdvertiseStart: "
-                          "ApidRouterAdvertiseStart, nErrid = -1"));
+    EXPECT_THAT(Joined(log.Take()),
+                testing::EndsWith("RouterAdvertiseStart: the module may be not inited or the iface has up to maximum "
+                                  "!; ApidRouterAdvertiseStart: RouterAdvertiseStart error!; ApidRouterAdvertiseStart: "
+                                  "ApidRouterAdvertiseStart, nErrid = -1"));
     Stop("eth5");
     EXPECT_THAT(Joined(log.Take()), testing::HasSubstr("the eth5 router advertise has stopped!"));
     Stop("eth2");
@@ -137,9 +136,8 @@ TEST_F(RouterWatching, OneSolicitationGoesOutPerWatch) {
     mac = "    link/ether 22:11:22:33:44:55 brd ff\n";
     SendRsPacket("eth0");
     EXPECT_EQ(Joined(log.Take()),
-              "GetLinkAddr: FindStrMatchHead error!; SendRsPacket: get link addr fail; SendRsPacket: "
-              "eth0 link addr is fe80::211:22ff:fe33:4455; MacaddrGet: strtol error; SendRsPacket: "
-              "get mac fail");
+              "GetLinkAddr: FindStrMatchHead error!; SendRsPacket: get link addr fail; SendRsPacket: eth0 link addr is "
+              "fe80::211:22ff:fe33:4455; MacaddrGet: strtol error; SendRsPacket: get mac fail");
     mac = "    link/ether 00:11:22:33:44:55 brd ff\n";
     EXPECT_EQ(Start("eth0") + Start("eth0"), 0);
     const std::string own = "\0\x11\x22\x33\x44\x55"s;

@@ -8,8 +8,9 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "core/ipc.h"
 #include "core/startup/command_table.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
@@ -80,8 +81,30 @@ void AnswerQueries(StandInTools& tools) {
     tools.Answer("killall -9 nobody", "nobody: no process found\n", 1);
 }
 
-// A line is a command code, a payload, "=", and the answer's header and payload, or nothing when the daemon closed
-// without an answer. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test alone.
+// The lengths that a payload is sent with: its own, and those behind each "at" of its line.
+std::vector<std::size_t> LengthsOf(std::size_t own, std::istream& answers) {
+    std::vector<std::size_t> lengths = {own};
+    bool isLength = false;
+    for (std::string word; answers >> word;) {
+        if (isLength) lengths.push_back(std::stoul(word));
+        isLength = word == "at" || (isLength && !word.ends_with(','));
+    }
+    return lengths;
+}
+
+// The payload that answers a request, as text.
+std::string AnswerTo(u32 code, const std::string& payload) {
+    const std::string answer = SendRaw(code, static_cast<i32>(payload.size()), payload).value();
+    if (answer.empty()) return "nothing";
+    const std::string body = answer.substr(std::min<std::size_t>(answer.size(), 12));
+    EXPECT_EQ(answer, Number(code) + Number(static_cast<u32>(body.size())) + Number(0) + body) << std::hex << code;
+    return TextOf(body);
+}
+
+// A line is a command's code, which its name follows once, a payload, "=", and the payload of the answer, or "nothing"
+// when the daemon closes without one. Behind "at" stand further lengths: the payload is cut, or filled with a5. Those
+// with another answer follow behind a comma. To record anew after a wanted change: TESSEL_RECORD_WIRE=1 and this test
+// alone.
 TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
     StandInTools tools({"ip", "ifconfig", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
                         "iptables-restore", "ip6tables-restore", "udhcpd", "kill", "ifenslave", "lighttpd", "ping"});
@@ -91,23 +114,32 @@ TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
     std::istringstream lines(recorded);
     std::string replayed;
     std::set<u32> codes;
-    for (std::string line; std::getline(lines, line);) {
-        const std::string asked = line.substr(0, line.find(" ="));
-        replayed += asked;
-        if (!asked.empty() && asked[0] != '#') {
-            std::istringstream request(asked);
-            u32 code = 0;
-            request >> std::hex >> code;
-            const std::string payload = BytesOf(request);
-            const auto answer = SendRaw(code, static_cast<i32>(payload.size()), payload);
-            ASSERT_TRUE(answer.has_value()) << asked;
-            replayed += " =";
-            const std::size_t head = std::min(sizeof(IpcMsgHead), answer->size());
-            for (const std::string& part : {answer->substr(0, head), answer->substr(head)})
-                replayed += part.empty() ? "" : ' ' + TextOf(part);
-            codes.insert(code);
+    for (std::string line; std::getline(lines, line); replayed += '\n') {
+        const std::size_t end = std::min(line.find(" ="), line.size());
+        replayed += line.substr(0, end);
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream request(line.substr(0, end));
+        std::istringstream answers(line.substr(end));
+        std::string command;
+        request >> command;
+        const u32 code = *codes.insert(static_cast<u32>(std::stoul(command, nullptr, 16))).first;
+        std::string payload = BytesOf(request);
+        std::vector<std::pair<std::string, std::string>> lengthsOf;  // each answer's
+        for (const std::size_t length : LengthsOf(payload.size(), answers)) {
+            std::string sent = payload;
+            sent.resize(length, '\xa5');
+            const std::string answer = AnswerTo(code, sent);
+            const auto known = std::find_if(lengthsOf.begin(), lengthsOf.end(),
+                                            [&](const auto& entry) { return entry.first == answer; });
+            if (known != lengthsOf.end())
+                known->second += ' ' + std::to_string(length);
+            else
+                lengthsOf.emplace_back(answer, lengthsOf.empty() ? "" : ' ' + std::to_string(length));
         }
-        replayed += '\n';
+        for (const auto& [answer, lengths] : lengthsOf) {
+            replayed += (answer == lengthsOf[0].first ? " = " : ", ") + answer;
+            if (!lengths.empty()) replayed += " at" + lengths;
+        }
     }
     for (const CommandRow& row : ServedCommands())
         EXPECT_EQ(codes.count(row.type), 1U) << "no request of command 0x" << std::hex << row.type;

@@ -4,20 +4,18 @@
 
 failures=0
 
-# Runs $2... under the name $1. What it prints is shown when it fails, and any command in it that fails makes it fail.
+# Runs the check $1. What it prints is shown when it fails, and any command in it that fails makes it fail.
 Check() {
-    name=$1
-    shift
     (
         set -e
-        "$@"
+        "$1"
     ) >/tmp/output 2>&1
     status=$?
     # "if (...)" would switch "set -e" off.
     if [ $status = 0 ]; then
-        echo "ok      $name"
+        echo "ok      $1"
     else
-        echo "FAILED  $name"
+        echo "FAILED  $1"
         tail -n 40 /tmp/output | sed 's/^/        /'
         failures=$((failures + 1))
     fi

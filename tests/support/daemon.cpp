@@ -15,7 +15,6 @@
 #include <stdexcept>
 
 #include "core/ipc.h"
-#include "core/unique_fd.h"
 #include "tessel/command.h"
 #include "tessel/mtu.h"
 #include "tests/support/files.h"
@@ -23,14 +22,6 @@
 namespace tessel::test {
 
 namespace {
-
-UniqueFd Connect() {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
-    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
-    return fd;
-}
 
 std::string FileNameOf(std::string line) {
     std::replace(line.begin(), line.end(), '/', '_');
@@ -49,8 +40,16 @@ answer="$here/$(echo "$line" | tr / _)"
 
 }  // namespace
 
+UniqueFd ConnectToDaemon() {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
+    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
+    return fd;
+}
+
 pid_t ServingPid() {
-    const UniqueFd fd = Connect();
+    const UniqueFd fd = ConnectToDaemon();
     ucred peer{};
     socklen_t length = sizeof(peer);
     if (fd.IsOpen()) getsockopt(fd.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
@@ -58,7 +57,7 @@ pid_t ServingPid() {
 }
 
 std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload) {
-    const UniqueFd fd = Connect();
+    const UniqueFd fd = ConnectToDaemon();
     if (!fd.IsOpen()) return std::nullopt;
     const IpcMsgHead head{.type = type, .size = size, .flag = 0};
     std::string message(Bytes(head));
@@ -80,6 +79,10 @@ std::optional<std::string> Request(u32 type, std::string_view payload) {
     EXPECT_EQ(head.flag, 0U);
     EXPECT_EQ(static_cast<std::size_t>(head.size), answer->size() - sizeof(head));
     return answer->substr(sizeof(head));
+}
+
+bool Serves() {
+    return Request(TESSEL_CMD_MTU_GET, Bytes(TNetMtuGetReq{.achDevName = "lo"})).has_value();
 }
 
 i32 RequestStatus(u32 type, std::string_view payload) {
@@ -130,9 +133,7 @@ Daemon::Daemon(const char* program) {
     }
     const bool isUp = Eventually([&] { return (pid_ = ServingPid()) != 0; });
     // Only a served request tells that the probe above is out of the way.
-    if (!isUp || !Request(TESSEL_CMD_MTU_GET, Bytes(TNetMtuGetReq{.achDevName = "lo"}))) {
-        throw std::runtime_error("the daemon does not serve");
-    }
+    if (!isUp || !Serves()) throw std::runtime_error("the daemon does not serve");
 }
 
 Daemon::~Daemon() {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/types.h"
+#include "core/unique_fd.h"
 
 namespace tessel::test {
 
@@ -30,6 +31,9 @@ inline std::string Padded(std::string text, std::size_t bytes) {
     return text;
 }
 
+// Closed when no connection could be made.
+UniqueFd ConnectToDaemon();
+
 // Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,
 // header included. Nothing when no connection could be made.
 std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload);
@@ -39,6 +43,9 @@ pid_t ServingPid();
 
 // One well-formed request; the reply's payload, or nothing when there was none.
 std::optional<std::string> Request(u32 type, std::string_view payload);
+
+// Whether a request is answered.
+bool Serves();
 
 // The reply as a record, with zeros where it is shorter. There has to be one.
 template <typename Record>

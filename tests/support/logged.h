@@ -21,7 +21,7 @@ struct Call {
 };
 
 // Lines are joined by "; ". Those of the log are "FUNCTION: text", or "text" of the function before; "$" is a line that
-// was run, the first and then the next, and "#NAME" that it failed, logged under this name.
+// was run, the first and then the next, and "#FUNCTION" that it, or the first, failed, and who logs that.
 struct Exchange {
     const char* description;
     Call call;
@@ -74,14 +74,15 @@ class LoggedTools : public NotedTools {
     // A line is logged behind its program, and a failure as the program and what it printed.
     static std::string WithRuns(std::string text, const std::vector<std::string>& runs) {
         auto run = runs.begin();
-        std::string program;
+        const auto programOf = [&] { return run != runs.end() ? run->substr(0, run->find(' ')) : ""; };
+        std::string program = programOf();
         for (std::size_t at = 0; (at = text.find_first_of("$#", at)) != std::string::npos;) {
             if (text[at] == '#') {
                 const std::size_t end = text.find(';', at);
                 const std::string name = text.substr(at + 1, end - at - 1);
-                text.replace(at, end - at, name + ": " + program + "; No.");
+                text.replace(at, end - at, "ExecCmd: " + program + "; No.; " + name + ": ExecCmd error!");
             } else {
-                program = run != runs.end() ? run->substr(0, run->find(' ')) : "";
+                program = programOf();
                 text.replace(at, 1, program + " " + (run != runs.end() ? *run++ : ""));
             }
         }

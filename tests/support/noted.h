@@ -24,15 +24,6 @@
 
 namespace tessel::test {
 
-// One request, the tools that it makes a handler run, and its reply.
-struct Transcript {
-    const char* description;
-    u32 type;
-    std::string request;
-    std::vector<std::string> expectedRuns;
-    i32 expectedStatus;
-};
-
 // The tools, and the handlers that run them.
 class NotedTools {
   public:
@@ -91,9 +82,11 @@ class NotedTools {
         return status;
     }
 
-    void Check(const Transcript& row) {
-        EXPECT_EQ(Status(row.type, row.request), row.expectedStatus) << row.description;
-        EXPECT_THAT(TakeRuns(), testing::ElementsAreArray(row.expectedRuns)) << row.description;
+    // One request, the tools that it makes a handler run, and its reply.
+    void Check(const std::string& description, u32 type, std::string_view request, const std::vector<std::string>& runs,
+               i32 status) {
+        EXPECT_EQ(Status(type, request), status) << description;
+        EXPECT_EQ(TakeRuns(), runs) << description;
     }
 
   private:

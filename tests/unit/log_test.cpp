@@ -255,7 +255,8 @@ TEST(Log, KeepsWhatComesFromOutsideInItsPlace) {
         TESSEL_ERR("again");
         return written() - before >= 3;
     }));
-    EXPECT_THAT(ReadFile(kDaemonLog), testing::MatchesRegex("(.|\n)*again\n[^\n]* [0-9]+ lines were left out\n(.|\n)*"));
+    EXPECT_THAT(ReadFile(kDaemonLog),
+                testing::MatchesRegex("(.|\n)*again\n[^\n]* [0-9]+ lines were left out\n(.|\n)*"));
 }
 
 // For the thread sanitizer: the file is closed and opened under the feet of writers.

@@ -65,7 +65,14 @@ Selection SelectVerb(const Object& object, const std::vector<std::string>& words
     throw NotOne(Format("{} {}", object.name, word), "verb", found, verbs);
 }
 
-// The object of this name, which may be cut where that is unambiguous.
+constexpr std::array kObjects = {&kStatusObject, &kAddr,    &kLink,     &kGateway, &kPriority,   &kRoute, &kTable,
+                                 &kRule,         &kDhcp,    &kDhcpd,    &kNtp,     &kPppoe,      &kBond,  &kWeb,
+                                 &kFirewall,     &kArp,     &kConflict, &kPing,    &kTraceroute, &kRa,    &kTraffic,
+                                 &kWhy,          &kMonitor, &kWait,     &kExport,  &kDiff,       &kApply, &kTry,
+                                 &kTrace,        &kService, &kLog,      &kCrash,   &kRaw,        &kHelp};
+
+}  // namespace
+
 const Object& FindObject(std::string_view word) {
     std::vector<std::string_view> objects;
     for (const Object* object : Objects())
@@ -74,14 +81,6 @@ const Object& FindObject(std::string_view word) {
     if (found.size() != 1) throw NotOne(word, "object", found, objects);
     return **std::ranges::find(Objects(), found[0], &Object::name);
 }
-
-constexpr std::array kObjects = {&kStatusObject, &kAddr,    &kLink,     &kGateway, &kPriority,   &kRoute, &kTable,
-                                 &kRule,         &kDhcp,    &kDhcpd,    &kNtp,     &kPppoe,      &kBond,  &kWeb,
-                                 &kFirewall,     &kArp,     &kConflict, &kPing,    &kTraceroute, &kRa,    &kTraffic,
-                                 &kWhy,          &kMonitor, &kWait,     &kExport,  &kDiff,       &kApply, &kTry,
-                                 &kTrace,        &kService, &kLog,      &kCrash,   &kRaw,        &kHelp};
-
-}  // namespace
 
 Selection SelectCommand(const std::vector<std::string>& words) {
     if (words.empty()) return SelectCommand({"status"});

@@ -87,8 +87,7 @@ Outcome TextHelp(const std::string& text) {
 
 Outcome HelpOn(const Invocation& invocation) {
     if (!invocation.words.Has("OBJECT")) return TextHelp(HelpOnEverything());
-    const Object* object = SelectCommand({invocation.words.Text("OBJECT"), "show"}).object;
-    return TextHelp(HelpText({std::string(object->name)}));
+    return TextHelp(HelpText({std::string(FindObject(invocation.words.Text("OBJECT")).name)}));
 }
 
 Outcome HelpOnExit(const Invocation&) {

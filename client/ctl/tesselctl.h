@@ -20,7 +20,8 @@ struct Selection {
     std::vector<std::string> rest;
 };
 
-// Objects and verbs may be cut where that is unambiguous. Throws a Failure.
+// Objects and verbs may be cut where that is unambiguous. Both throw a Failure.
+[[nodiscard]] const Object& FindObject(std::string_view word);
 [[nodiscard]] Selection SelectCommand(const std::vector<std::string>& words);
 
 struct ParsedCommand {

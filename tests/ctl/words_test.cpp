@@ -124,6 +124,7 @@ TEST(Commands, EveryServedCodeHasANamedVerbAndEveryRowWhatItNeeds) {
     std::vector<u32> codes;
     for (const Object* object : Objects()) {
         EXPECT_FALSE(object->commands.empty()) << object->name;
+        EXPECT_EQ(RunLine(Format("help {}", object->name)).status, 0) << object->name;
         for (const Command& command : object->commands) {
             const std::string title = TitleOf(*object, command);
             codes.insert(codes.end(), command.codes.begin(), command.codes.end());

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <string_view>
 
 #include "core/folder_watch.h"
 #include "core/log_state.h"
@@ -135,13 +136,16 @@ void ComposePrefix(Line& line, LogKind kind, CallSite where) {
     }
 }
 
-// Control characters that the format does not have come from outside.
-void KeepToOneLine(char* text, std::size_t length, const char* format) {
+// Control characters that the format does not have come from outside. What a tool prints may have several lines, but
+// none of them begins as one of the log does.
+void KeepLinesApart(char* text, std::size_t length, const char* format) {
+    constexpr std::string_view kBeginning = "[TESSEL_";
     const char* const end = format + strlen(format) - 1;  // its newline
     for (std::size_t i = 0; i + 1 < length; ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
         const bool isControl = byte < ' ' || byte == 0x7f;
-        if (isControl && byte != '\t' && std::find(format, end, text[i]) == end) text[i] = ' ';
+        const bool isBreak = byte == '\n' && strncmp(text + i + 1, kBeginning.data(), kBeginning.size()) != 0;
+        if (isControl && byte != '\t' && !isBreak && std::find(format, end, text[i]) == end) text[i] = ' ';
     }
 }
 
@@ -222,7 +226,7 @@ void LogLine(LogKind kind, CallSite where, const char* format, ...) {
     va_end(arguments);
     if (length < 0) return;
     const std::unique_ptr<char, decltype(&free)> owner(text, &free);
-    KeepToOneLine(text, static_cast<std::size_t>(length), format);
+    KeepLinesApart(text, static_cast<std::size_t>(length), format);
 
     Line line{};
     line.message = text;

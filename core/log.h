@@ -9,7 +9,8 @@
 //
 // No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments. What a line is
 // about may come from a client, a tool or the network: control characters that its text does not itself have become
-// blanks, so that nobody can write lines of their own.
+// blanks, but for tabs, and line breaks behind which no line of the log seems to begin: nobody can write lines of their
+// own.
 #pragma once
 
 #include <chrono>

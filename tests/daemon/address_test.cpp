@@ -65,7 +65,7 @@ TEST(Address, IsReadThroughTheIpTool) {
         {"no interface, IPv6", Get(10, "eth9"), -1, "ip -6 addr show dev eth9",
          "GetIpaddrV6: ExecCmdAndGetOutput error!; ApidIpaddrGet: IpaddrGet error!"},
         {"no prefix", Get(2, "half"), std::string(Bytes(half)), "ip -4 addr show dev half",
-         "GetIpaddrV4: FindStrMatchHead error!; FindStrMatchHead outbuf : inet 10.1.2.3/8 scope global eth0 inet "
+         "GetIpaddrV4: FindStrMatchHead error!; FindStrMatchHead outbuf : inet 10.1.2.3/8 scope global eth0; inet "
          "10.1.2.4 scope!; ApidIpaddrGet: IpaddrGet error!"},
         {"no scope", Get(10, "half"), -1, "ip -6 addr show dev half",
          "GetIpaddrV6: FindStrMatchHead error!; FindStrMatchHead outbuf : 2001:db8::1/64 global!; ApidIpaddrGet: "

@@ -233,8 +233,9 @@ TEST(Log, KeepsWhatComesFromOutsideInItsPlace) {
     std::filesystem::remove("/tmp/tessellog");
     TesselDebugLevelSet(2);
     ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
-    TESSEL_ERR("name [%s] of %s\r", "a\n[TESSEL_ERR]:forged\x1b[31m\x7f", "\xc3\xa9\tz\n");
-    EXPECT_THAT(ReadFile(kDaemonLog), testing::EndsWith("name [a [TESSEL_ERR]:forged [31m ] of \xc3\xa9\tz \r\n"));
+    TESSEL_ERR("name [%s] of %s\r", "a\n[TESSEL_ERR]:forged\x1b[31m\x7f", "\xc3\xa9\tz\nsecond");
+    EXPECT_THAT(ReadFile(kDaemonLog),
+                testing::EndsWith("name [a [TESSEL_ERR]:forged [31m ] of \xc3\xa9\tz\nsecond\r\n"));
 
     const auto written = [] { return std::ranges::count(ReadFile(kDaemonLog), '\n'); };
     auto before = written();

@@ -40,7 +40,7 @@ TEST(IcmpAnswer, Inet4BelongsToTheProbeThatItQuotesAndInet6IsAnyError) {
         {"another protocol", Ip(1) + Icmp(3, 3) + Ip(6) + kPorts, 0},
         {"half the ports", Ip(1) + Icmp(11, 0) + kUdp + kPorts.substr(0, 3), 0},
         {"options announced that are not there", Ip(1) + Icmp(11, 0) + Ip(17, 6).substr(0, 20) + kPorts, 0},
-        {"no header quoted", Ip(1) + Icmp(11, 0) + kUdp.substr(1), 0},
+        {"nothing quoted", Ip(1) + Icmp(11, 0), 0},
         {"reassembly took too long", Ip(1) + Icmp(11, 1) + quoted, 0},
         {"an echo reply", Ip(1) + Icmp(0, 0) + quoted, 0},
         {"an ICMP header cut", Ip(1) + Icmp(11, 0).substr(1), 0},

@@ -7,10 +7,9 @@
 //   DBG      level 5 and above, or when "/tmp/tesseldebug" exists; then everywhere
 //   PERROR   as ERR; adds errno and its text
 //
-// No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments. What a line is
-// about may come from a client, a tool or the network: control characters that its text does not itself have become
-// blanks, but for tabs, and line breaks behind which no line of the log seems to begin: nobody can write lines of their
-// own.
+// No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments. Control
+// characters that come with a client's, a tool's or a host's text become blanks, but for tabs and for line breaks: of
+// those only where a line of the log would seem to begin behind them.
 #pragma once
 
 #include <chrono>

@@ -269,11 +269,16 @@ std::vector<std::string> Seeds() {
     add(TESSEL_CMD_ROUTER_ADVERTISE_START, TNetRouterStartReq{"eth0", 7, 8});
     for (const u32 type : {TESSEL_CMD_ARP_ADD, TESSEL_CMD_ARP_DEL})
         add(type, ArpEntryInfo{"eth0", "02:00:00:00:00:01", "10.0.0.9"});
-    // Each alone, with what tools print and without, and those of a kind behind each other.
+    // Each alone, also with a name that is two words or an option, and those of a kind behind each other.
     std::vector<std::string> seeds;
     std::string joined("\0\1", 2);
     for (std::size_t i = 0; i < requests.size(); ++i) {
         seeds.push_back(std::string("\0\1", 2) + requests[i]);
+        for (const std::string& name : {std::string(kTwoWords) + '\0', std::string("-QZ\0", 4)}) {
+            const std::size_t place = requests[i].find("eth");
+            if (place == std::string::npos) continue;
+            seeds.push_back(std::string("\0\1", 2) + std::string(requests[i]).replace(place, name.size(), name));
+        }
         joined += requests[i];
         if (i % kMessagesMax != 0) continue;
         seeds.push_back(joined);

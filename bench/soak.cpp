@@ -229,11 +229,10 @@ void Read(int client, Random& random) {
 
 // Random bytes to any command whose success would not be seen afterwards, cut and announced wrongly.
 void BeHostile(int client, Random& random) {
-    constexpr u32 kCodes[] = {0x101,  0x103,  0x104,  0x105,  0x115,  0x11B,  0x10F,  0x116,  0x110,
-                              0x106,  0x107,  0x111,  0x112,  0x10B,  0x10D,  0x113,  0x114,  0x119,
-                              0x11A,  0x501,  0x502,  0x507,  0x801,  0x802,  0x804,  0x902,  0x602,
-                              0x302,  0xC01,  0xC02,  0xD01,  0xD02,  0x118,  0xF01,  0x1001, 0x1002,
-                              0x100D, 0x1005, 0x1006, 0x1007, 0x1009, 0x100A, 0x100B, 0xA02,  0x999};
+    constexpr u32 kCodes[] = {0x101, 0x103,  0x104,  0x105,  0x115,  0x11B,  0x10F,  0x116,  0x110,  0x106, 0x107,
+                              0x111, 0x112,  0x10B,  0x10D,  0x113,  0x114,  0x119,  0x11A,  0x501,  0x502, 0x507,
+                              0x801, 0x802,  0x804,  0x902,  0x602,  0x302,  0xC01,  0xC02,  0xD01,  0xD02, 0x118,
+                              0xF01, 0x1001, 0x1002, 0x100D, 0x1006, 0x1007, 0x1009, 0x100A, 0x100B, 0xA02, 0x999};
     ++g_counts.hostile;
     const UniqueFd fd = Connect(TESSEL_SOCKET_API);
     if (!fd.IsOpen()) return;
@@ -423,7 +422,11 @@ State TakeState() {
     State state;
     const auto entries = [&](const char* directory) {
         const std::filesystem::directory_iterator all(proc + directory);
-        return static_cast<long>(std::distance(begin(all), end(all)));
+        // A worker that has ended by itself keeps two of these until its place is used again.
+        return static_cast<long>(std::count_if(begin(all), end(all), [](const auto& entry) {
+            std::error_code error;
+            return std::filesystem::read_symlink(entry.path(), error) != "anon_inode:[eventfd]";
+        }));
     };
     state.numbers = {
         {"descriptors", entries("fd")},

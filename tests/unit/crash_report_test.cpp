@@ -399,12 +399,12 @@ void CountCall() {
 
 TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
     const CrashResult result = Crash([] {
-        freopen("/tmp/output", "w", stdout);
         // What another process of this name and user has left in the queue, which outlives it, is dropped.
         const pid_t sender = fork();
         if (sender == 0) _exit(sysdbg::SendToDebugThread([] { calls += 100; }) ? 0 : 1);
         int status = -1;
         if (waitpid(sender, &status, 0) != sender || status != 0) _exit(1);
+        freopen("/tmp/output", "w", stdout);
         for (int i = 0; i < 2; ++i)
             (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
         for (int i = 1; i <= 2; ++i) {

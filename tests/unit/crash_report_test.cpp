@@ -404,7 +404,7 @@ TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
         if (sender == 0) _exit(sysdbg::SendToDebugThread([] { calls += 100; }) ? 0 : 1);
         int status = -1;
         if (waitpid(sender, &status, 0) != sender || status != 0) _exit(1);
-        freopen("/tmp/output", "w", stdout);
+        if (freopen("/tmp/output", "w", stdout) == nullptr) _exit(1);
         for (int i = 0; i < 2; ++i)
             (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
         for (int i = 1; i <= 2; ++i) {

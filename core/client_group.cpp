@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
 
 #include "core/log.h"
 
@@ -14,7 +13,8 @@ namespace tessel {
 
 namespace {
 
-constexpr std::string_view kGroup = TESSEL_CLIENT_GROUP;
+constexpr char kGroup[] = TESSEL_CLIENT_GROUP;
+constexpr bool kIsForAll = kGroup[0] == '\0';
 
 constexpr gid_t kNoGroup = static_cast<gid_t>(-1);
 
@@ -22,7 +22,7 @@ constexpr gid_t kNoGroup = static_cast<gid_t>(-1);
 struct Group {
     Group() {
         group* found = nullptr;
-        (void)getgrnam_r(kGroup.data(), &entry, text, sizeof(text), &found);
+        (void)getgrnam_r(kGroup, &entry, text, sizeof(text), &found);
         isKnown = found != nullptr;
     }
     [[nodiscard]] bool Lists(const char* user) const {
@@ -53,16 +53,16 @@ struct User {
 
 const SocketAccess* ClientAccess() {
     static SocketAccess access;
-    if (kGroup.empty()) return nullptr;
+    if (kIsForAll) return nullptr;
     const Group clients;
-    if (!clients.isKnown) TESSEL_ERR("the group %s is not known!", kGroup.data());
+    if (!clients.isKnown) TESSEL_ERR("the group %s is not known!", kGroup);
     access = clients.isKnown ? SocketAccess{.mode = 0660, .group = clients.entry.gr_gid}
                              : SocketAccess{.mode = 0600, .group = kNoGroup};
     return &access;
 }
 
 bool MayBeNotified(uid_t owner, gid_t group) {
-    if (kGroup.empty() || owner == 0 || owner == geteuid()) return true;
+    if (kIsForAll || owner == 0 || owner == geteuid()) return true;
     const Group clients;
     if (!clients.isKnown) return false;
     if (group == clients.entry.gr_gid) return true;

@@ -14,9 +14,7 @@
 #include "core/system.h"
 #include "core/text.h"
 
-using tessel::AddressText;
 using tessel::CommandLine;
-using tessel::ComposeCommand;
 using tessel::Worker;
 
 // A session is what was asked for.

@@ -4,6 +4,7 @@
 
 # Writes the events that come under the name $1 to /tmp/events.
 Listen() {
+    rm -f "/tmp/$1" # what another listener has left would look like this one's
     "$built/device_listen" "$1" >/tmp/events &
     echo $! >/tmp/listener.pid
     Eventually 10 [ -S "/tmp/$1" ]

@@ -131,7 +131,8 @@ TEST_F(ProbeProcesses, StormsLeaveNothingBehind) {
         for (const char* name : {"dev0", "dev1", "dev2", "dev3", "dev4", "dev5"})
             (void)RouterAdvertiseStop(name);
     }
-    EXPECT_TRUE(Eventually([&] { return Threads() == threads; }));  // one that was joined is shown for a moment more
+    // One that was joined is shown for a moment more: that may have counted before, too.
+    EXPECT_TRUE(Eventually([&] { return Threads() <= threads; }));
     EXPECT_LE(Descriptors(), descriptors + 1) << "more than that for the ioctls";
 }
 

@@ -92,11 +92,12 @@ Traces() {
 
 Traceroute() {
     for record in Record4 Record6; do
+        # First: for a second after another ICMP error the kernel keeps this one back, whatever icmp_ratelimit says.
+        Traces "$($record 6 1)" "$(Hop trace_refused "$($record 1 2)" 1 1)"
         near=$(Hop trace_hop "$($record 1 2)" 1 0)
         Traces "$($record 2 2)" "$near
 $near
 $near
 $(Hop trace_reached "$($record 2 2)" 2 1)"
-        Traces "$($record 6 1)" "$(Hop trace_refused "$($record 1 2)" 1 1)"
     done
 }

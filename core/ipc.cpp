@@ -14,6 +14,7 @@
 #include <memory>
 #include <new>
 
+#include "core/file_rights.h"
 #include "core/log.h"
 #include "core/unique_fd.h"
 #include "core/wait.h"
@@ -261,12 +262,6 @@ i32 ConnectTo(int fd, const char* name, sockaddr_un& address, const Limits& limi
     return -1;
 }
 
-void AskForPeer(int fd, ucred* peer) {
-    if (peer == nullptr) return;
-    socklen_t length = sizeof(*peer);
-    (void)getsockopt(fd, SOL_SOCKET, SO_PEERCRED, peer, &length);
-}
-
 bool BothOrNeither(const void* data, i32 size) {
     return (data == nullptr) == (size == 0);
 }
@@ -293,7 +288,7 @@ i32 SendAndReceive(const Exchange& exchange, CallSite where) {
         TESSEL_ERR_AT(where, "%s", exchange.connectFailure);
         return TESSEL_IPC_ERROR;
     }
-    AskForPeer(fd.Get(), exchange.peer);
+    if (exchange.peer != nullptr) *exchange.peer = tessel::PeerOf(fd.Get());
     TESSEL_DBG_AT(where, "%s:%d:path=%s", where.function, where.line, address.sun_path);
     TESSEL_DBG_AT(where, "%s:%d:send:0x%x:size=%d:flag=0x%x", where.function, where.line, exchange.head.type, size,
                   exchange.head.flag);

@@ -79,6 +79,7 @@ i32 SendEchoes(const Worker& self, const TNetPingStartReq& ping, CommandLine com
     return 0;
 }
 
+// They differ in the name under which they log.
 i32 Ping4(const Worker& self, const TNetPingStartReq& ping) {
     return SendEchoes(self, ping, CommandLine());
 }

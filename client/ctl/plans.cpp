@@ -89,9 +89,10 @@ i32 PlanPppoeStart(int fd, u32 type, const void* payload, i32 size) {
 // The bond is the daemon's: one that the kernel has is made again, above the noted tools.
 i32 PlanBondStop(int fd, u32 type, const void* /*payload*/, i32 /*size*/) {
     const Json known = ReadBond();
+    if (known.is_null()) return ApiReplyStatus(fd, type, 0);
     TBondParam bond;
-    bond.pchActiveIface.reset(strdup(known.is_null() ? "" : TextOf(known, "active").c_str()));
-    for (const Json& member : known.is_null() ? Json::array() : known["members"]) {
+    bond.pchActiveIface.reset(strdup(TextOf(known, "active").c_str()));
+    for (const Json& member : known["members"]) {
         if (bond.dwIfaceNum < bond.achIface.size())
             bond.achIface.at(bond.dwIfaceNum++).reset(strdup(TextOf(member, "member").c_str()));
     }

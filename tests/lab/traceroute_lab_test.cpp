@@ -83,7 +83,9 @@ class Client : public Listener {
         TNetTracerouteResult result{};
         if (type < 0 || tessel_event_trace(&event, &result) != TESSEL_OK) return "";
         const AddressText hop(result.tHop);
-        EXPECT_TRUE(type == 102 ? result.dwTime == 5000000 : (result.dwTime == 0) == (type == 101 || type == 105));
+        // An answer of this machine's own may be there in less than a microsecond.
+        const bool wasSent = type != 101 && type != 105;
+        EXPECT_TRUE(type == 102 ? result.dwTime == 5000000 : result.dwTime < (wasSent ? 5000000U : 1U)) << type;
         const TNetTracerouteResult clean{Address(hop.text), result.dwHop, id_, result.dwTime, {}, result.dwLast & 1};
         EXPECT_EQ(Bytes(result), Bytes(clean)) << "with zeros wherever there is nothing to say";
         return std::to_string(type) + ' ' + std::to_string(result.dwHop) + ' ' + hop.text +

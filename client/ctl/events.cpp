@@ -1,3 +1,4 @@
+#include "client/ctl/fields.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/output.h"
 #include "client/ctl/records.h"
@@ -41,6 +42,11 @@ constexpr EventKind kEventKinds[] = {
     {TESSEL_EVENT_RA_CHANGED, kRouterReport, "ra", "{:addresses} {:gateway}"},
     {TESSEL_EVENT_TRAFFIC, kBandwidthReport, "traffic", "{rates}"},
 };
+
+const EventKind* FindEventKind(int kind) {
+    const auto* const found = std::ranges::find(kEventKinds, kind, &EventKind::kind);
+    return found == std::end(kEventKinds) ? nullptr : found;
+}
 
 // What a change in the kernel is shown as, by its "event". A link's message says how it is now.
 constexpr std::pair<std::string_view, std::string_view> kKernelTexts[] = {
@@ -117,10 +123,14 @@ ShownEvent Shown(WallTime time, std::string_view event, std::string_view source,
 
 }  // namespace
 
+const Record* FindEventRecord(int kind) {
+    const EventKind* const found = FindEventKind(kind);
+    return found == nullptr ? nullptr : &found->record;
+}
+
 std::optional<ShownEvent> ShowEvent(const tessel_event& event, std::string_view source, WallTime time) {
-    const auto* const kind = std::find_if(std::begin(kEventKinds), std::end(kEventKinds),
-                                          [&](const EventKind& one) { return one.kind == event.kind; });
-    if (kind == std::end(kEventKinds) || event.size != kind->record.bytes) return std::nullopt;
+    const EventKind* const kind = FindEventKind(event.kind);
+    if (kind == nullptr || event.size != kind->record.bytes) return std::nullopt;
     const Json fields = FieldsOf(*kind, event, source);
     ShownEvent shown = Shown(time, event.name, source, kind->topic, fields, FilledText(kind->text, fields));
     shown.kind = event.kind;

@@ -86,4 +86,7 @@ struct Message {
 [[nodiscard]] const Message* FindMessage(u32 code);
 [[nodiscard]] const Message* FindMessage(std::string_view name);
 
+// What an event of a kind (enum tessel_event_kind) carries. Null: there is no such kind.
+[[nodiscard]] const Record* FindEventRecord(int kind);
+
 }  // namespace tessel::ctl

@@ -106,10 +106,11 @@ std::string FieldText(const Field& field) {
     return "";
 }
 
+std::set<std::string> writtenRecords = {std::string(kNothing.name)};
+
 // The class of a record; nothing when it was written before, as some are of several messages.
 std::string RecordText(const Record& record) {
-    static std::set<std::string_view> written = {kNothing.name};
-    if (!written.insert(record.name).second) return "";
+    if (!writtenRecords.emplace(record.name).second) return "";
     std::vector<Field> fields;
     std::ranges::copy_if(record.fields, std::back_inserter(fields),
                          [](const Field& f) { return !FieldText(f).empty(); });
@@ -183,23 +184,22 @@ std::string CallText(const std::string& name, const std::string& declarations, c
         if (!std::regex_match(declaration, match, kDeclaration)) continue;  // "void"
         const std::string parameter = match[4];
         std::string type = match[2] == "uint8_t" ? "MacAddress" : match[2].str();
-        const bool isNumber = type.find("int") == 0 || type.find("uint") == 0;
+        const bool isNumber = type.starts_with("int") || type.starts_with("uint");
         if (isNumber) type = "c_" + type.substr(0, type.find("_t"));
+        const bool isRecord = writtenRecords.contains(type);
         const bool isPointer = match[3].length() > 0 || match[5].matched;
+        const auto odd = kOddArguments.find(declaration);
+        if (odd == kOddArguments.end() && !isNumber && !isRecord && type != "char")
+            throw Refused(name, Format("\"{}\" is of a type that is not known", declaration));
         if (isPointer && !match[1].matched) {
             made += Format("    {} = {}()\n", parameter, type);
-            arguments.push_back(isNumber ? Format("byref({})", parameter) : parameter);
+            arguments.push_back(isRecord ? parameter : Format("byref({})", parameter));
             results.push_back(parameter + ".value");
             continue;
         }
-        const auto odd = kOddArguments.find(declaration);
-        if (odd != kOddArguments.end())
-            arguments.emplace_back(odd->second);
-        else if (isNumber)
-            arguments.push_back(Format("{}({})", type, parameter));
-        else
-            arguments.push_back(type == "char" ? Format("text({})", parameter) : Format("{}.of({})", type, parameter));
         if (type != "size_t") parameters.push_back(parameter);
+        const std::string how = isRecord ? type + ".of" : isNumber ? type : "text";
+        arguments.push_back(odd != kOddArguments.end() ? std::string(odd->second) : Format("{}({})", how, parameter));
     }
     std::string text = Format("\n\ndef {}({}):\n    \"\"\"{}\"\"\"\n{}", name, Joined(parameters, ", "), comment, made);
     if (name.starts_with("daemon_")) return text + Format("    return library.tessel_{}()\n", name);
@@ -230,7 +230,7 @@ std::string CallsText(const std::string& header) {
 
 }  // namespace tessel::ctl
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     using namespace tessel::ctl;
     std::string text = R"py("""Generated from libtessel.h and the tables of fields."""
 
@@ -248,4 +248,7 @@ __all__ = [name for name, thing in list(globals().items())
            if name.isupper() or getattr(thing, "__module__", None) == __name__]
 )py";
     return std::fputs(text.c_str(), stdout) < 0 ? 1 : 0;
+} catch (const tessel::ctl::Failure& failure) {
+    (void)std::fprintf(stderr, "%s\n", failure.message.c_str());
+    return 1;
 }

@@ -1,18 +1,18 @@
 """libtessel for test benches: the calls and notifications of tessel_daemon.
 
-Every call of libtessel has a function here, of its name without "tessel_" and with its parameters; libtessel.h describes
-both. What the C function writes is what this one returns, and an error is raised. Constants have their names without
-"TESSEL_".
+Every call of libtessel has a function here, of its name without "tessel_" and with its parameters. libtessel.h
+describes both; what the C function writes is what this one returns, and errors are raised. Constants have their names
+without "TESSEL_".
 
     import tessel
 
     tessel.addr_add("eth0", "192.168.1.20/24")
     print(tessel.addr_get("eth0", tessel.FAMILY_INET), tessel.mtu_get("eth0"))
 
-Interfaces, addresses ("192.168.1.1", with "/24" where they have a prefix length; None for the zero address) and hardware
-addresses ("02:00:00:00:00:01") are str. Other records have their names of C, and the fields that "tesselctl help
-protocol" lists: TNetIpRouteParam(destination="10.1.0.0/16", gateway="192.168.1.254", metric=5), for which a dict of them
-does as well. help() lists those of each.
+Interfaces, addresses ("192.168.1.1", with "/24" where they have a prefix length; None for the zero address) and
+hardware addresses ("02:00:00:00:00:01") are str. Other records have the names that they have in C, and fields, which
+help() lists: TNetIpRouteParam(destination="10.1.0.0/16", gateway="192.168.1.254", metric=5). Calls take a dict of the
+fields as well.
 """
 
 import collections
@@ -49,8 +49,8 @@ def request(code, payload=b"", reply_size=None):
 
 
 Event = collections.namedtuple("Event", "name kind type record payload")
-Event.__doc__ = """A notification: its name ("ping_reply"), EVENT_..., the type that it was sent with, and its payload as a
-record and as bytes. `record` is None when there is none for it."""
+Event.__doc__ = """A notification: its name ("ping_reply"), EVENT_..., the type that it was sent with, and its payload,
+as a record and as bytes. `record` is None when there is none for it."""
 
 
 class _Event(ctypes.Structure):

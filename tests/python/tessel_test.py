@@ -53,6 +53,14 @@ class RecordTest(unittest.TestCase):
                 record = kind(**{name: value for name, value in fields.items() if value is not None})
                 self.assertEqual(bytes(record), bytes(kind(message))[:len(bytes(record))], f"{code:x}: {fields}")
 
+    def test_addresses_have_their_family(self):
+        gateway = tessel.TNetGateway(gateway="fe80::1")
+        self.assertEqual(bytes(gateway)[:6] + bytes(gateway)[-1:], struct.pack("=HH", 10, 0) + b"\xfe\x80\x01")
+        self.assertEqual(gateway.value, "fe80::1")
+        entry = tessel.TNetIpFilter(range="2001:db8::1-2001:db8::9")
+        entry.data[40:42] = bytes(2)  # does not count
+        self.assertEqual((entry.family, entry.range), (10, "2001:db8::1-2001:db8::9"))
+
     def test_what_does_not_fit_is_refused(self):
         for kind, fields, error in [
             (tessel.TNetMtuSetReq, {"interface": "a" * 17}, ValueError),
@@ -98,7 +106,7 @@ def requests_answered_with(status):
 
 class CallTest(unittest.TestCase):
     def test_requests_are_those_recorded(self):
-        pppoe = dict(user="user", password="pw", service="isp", persist=1, holdoff_s=5, echo_interval_s=10,
+        pppoe = dict(user="user", password="p w", service="isp", persist=1, holdoff_s=5, echo_interval_s=10,
                      echo_failure=3, interface="eth0")
         pool = dict(first="10.9.0.20", last="10.9.0.21", prefix_length=24, gateway="10.9.0.1", dns=["1.2.3.4"])
         recorded = recorded_messages()
@@ -112,6 +120,7 @@ class CallTest(unittest.TestCase):
                 (0x114, tessel.route_metric_set,
                  dict(interface="eth0", destination="10.1.0.0/16", gateway="192.168.1.254", metric=5)),
                 (0x123, tessel.rule_add, tessel.TNetIpRule(from_="192.168.1.0/24", fwmark=7, table=100)),
+                (0x601, tessel.pppoe_start, tessel.FAMILY_INET, pppoe),
                 (0x801, tessel.dhcpd_start, "eth0", pool),
                 (0x903, tessel.ntp_check, "127.0.0.1"),
                 (0xA01, tessel.arp_announce_start, "10.0.0.1"),
@@ -121,8 +130,6 @@ class CallTest(unittest.TestCase):
             ]:
                 call(*arguments)
                 self.assertEqual(requests[-1], (code, recorded[code][0]), call)
-            tessel.pppoe_start(tessel.FAMILY_INET, pppoe)
-            self.assertEqual(tessel.TNetPppoeConf(requests[-1][1][2:]), tessel.TNetPppoeConf(**pppoe))
 
     def test_errors_say_what_happened(self):
         with self.assertRaisesRegex(tessel.Error, "^mtu_get: the daemon is not running$") as raised:
@@ -139,6 +146,11 @@ class CallTest(unittest.TestCase):
                     call(*arguments)
                 self.assertEqual(raised.exception.code, code, arguments)
             self.assertEqual(tessel.request(tessel.CMD_MTU_SET, {"interface": "eth0"}).result, -1)
+            self.assertEqual(tessel.request(0x7777, b"any", reply_size=4), b"\xff" * 4)
+            with self.assertRaisesRegex(tessel.Error, "^mtu_get: the answer was cut"):
+                tessel.request(tessel.CMD_MTU_GET)
+        for call in (lambda: tessel.mtu_get("eth\0"), lambda: tessel.request(0x7777)):
+            self.assertRaises(ValueError, call)
 
 
 class DaemonTest(unittest.TestCase):

@@ -241,7 +241,8 @@ from ._base import Address, Ipv4, List, Mac, Network, Number, Range, Record, Sig
 )py";
     for (int i = 1; i < argc; ++i)
         text += ConstantsText(ReadWholeFile("generate", argv[i]));
-    text += RecordsText() + CallsText(ReadWholeFile("generate", argv[1]));
+    text += RecordsText();
+    text += CallsText(ReadWholeFile("generate", argv[1]));
     text += R"py(
 
 __all__ = [name for name, thing in list(globals().items())

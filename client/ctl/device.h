@@ -1,5 +1,4 @@
-// The daemon's answers as documents with the keys that every command uses. All throw a Failure about `asked` when there
-// is no answer.
+// The daemon's answers as documents with the keys that every command uses. Without one: a Failure about `asked`.
 #pragma once
 
 #include "client/ctl/fields.h"

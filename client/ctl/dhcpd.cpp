@@ -1,5 +1,4 @@
-// DHCP servers. The daemon counts one as running until it is stopped, also when it has ended by itself: its process and
-// pid file are looked for as well.
+// DHCP servers. For the daemon one that has ended by itself runs until it is stopped: processes are looked for, too.
 #include <unistd.h>
 
 #include "client/ctl/kernel.h"

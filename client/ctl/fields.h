@@ -69,8 +69,7 @@ struct Message {
     std::string_view name;  // in "raw" and in what -v shows
     Record request;
     Record reply;
-    // For --dry-run: what runs the request's tools, above tools that are only noted, and nothing else. Null: there are
-    // none.
+    // For --dry-run: what runs the request's tools and nothing else, above tools that are only noted. Null: none.
     Handler* handler = nullptr;
     std::string_view inDaemon = {};  // what the daemon does beside or instead
 

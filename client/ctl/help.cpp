@@ -42,8 +42,8 @@ std::string HelpOnEverything() {
     }
     return Format(
         "usage: tesselctl [OPTIONS] OBJECT [VERB] [WORDS...]\n\n"
-        "Talks to tessel_daemon. Objects and verbs may be cut; options may stand anywhere. No verb means \"show\", no\n"
-        "object \"status\". More: tesselctl OBJECT -h, tesselctl OBJECT VERB -h.\n\nobjects\n{}\noptions\n{}\n{}",
+        "Talks to tessel_daemon. Objects and verbs may be cut; options may stand anywhere. \"show\" may be left out,\n"
+        "and so may \"status\". More: tesselctl OBJECT -h, tesselctl OBJECT VERB -h.\n\nobjects\n{}\noptions\n{}\n{}",
         Indented(std::move(objects)), Indented(std::move(options)), kExitTexts);
 }
 

@@ -1,5 +1,4 @@
-// The daemon's log: its level and file, the switch for debug lines, the lines as they come, and those that a command
-// brings about.
+// The daemon's log: its level and file, the switch for debug lines, the lines as they come, those of one command.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>

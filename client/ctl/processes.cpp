@@ -55,8 +55,7 @@ constexpr std::pair<std::string_view, std::string_view> kNoticeSockets[] = {
 
 Json LookAtProcess(pid_t pid) {
     using std::chrono::seconds;
-    // proc(5): the start, in ticks since boot, is the 22nd field, the pages in memory the 24th; the name, the 2nd, may
-    // hold anything.
+    // proc(5): the 22nd field is the start, in ticks since boot, the 24th the pages in memory; the 2nd may be anything.
     const std::string line = TextAbout(pid, "stat");
     const auto words = WordsIn(line.substr(line.rfind(')') + 1));
     if (words.size() < 22) return {{"since", nullptr}, {"running_s", nullptr}, {"resident_kib", nullptr}};

@@ -145,8 +145,7 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
 }
 
 // While it lives longer than two seconds, a line says what is waited for, on a terminal, and signals that are held back
-// (HeldSignals) end the process: without the daemon nothing can be put in order. It is stopped, and joined, as it is
-// destroyed.
+// (HeldSignals) end the process: without the daemon nothing can be put in order.
 std::jthread NoticeOfWaiting(std::FILE* err) {
     const bool isForPeople = isatty(fileno(err)) != 0;
     sigset_t blocked;
@@ -164,8 +163,7 @@ std::jthread NoticeOfWaiting(std::FILE* err) {
         std::unique_lock lock(mutex);
         (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
         if (isForPeople && !stop.stop_requested())
-            (void)std::fputs("note: still waiting: the daemon serves one request at a time (--timeout limits this)\n",
-                             err);
+            (void)std::fputs("note: no answer yet: this or another request takes long (--timeout limits this)\n", err);
         while (sigisemptyset(&held) == 0 && !stop.stop_requested()) {
             const int signal = sigtimedwait(&held, nullptr, &kStep);
             if (signal > 0) _exit(kExitSignal + signal);

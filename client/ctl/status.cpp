@@ -21,8 +21,7 @@ Json DaemonJson(const std::string& state, pid_t pid) {
     daemon.update(LookAtProcess(pid));
     daemon["same_network"] = daemon["since"].is_null() ? Json() : OrNull(SharesOurNetwork(pid));
     daemon["other_pids"] = Json::array();
-    // Others of this network, which no request reaches. A child that is about to become a tool has the daemon's name
-    // for a moment.
+    // Others of this network, which no request reaches. A child has the daemon's name until it becomes a tool.
     for (const pid_t other : FindProcesses(kDaemonName)) {
         const bool hasStayed = NumberOf(LookAtProcess(other), "running_s") >= 2;
         if (other != pid && hasStayed && SharesOurNetwork(other) == true) daemon["other_pids"].push_back(other);

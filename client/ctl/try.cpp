@@ -126,8 +126,8 @@ int AwaitDecision(const Invocation& outer, const UniqueFd& guardian, const HeldS
     const bool isTerminal = isatty(fileno(outer.err)) != 0;
     pollfd waits[] = {{.fd = isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0},
                       {.fd = signals.Fd(), .events = POLLIN, .revents = 0}};
-    Say(outer, waits[0].fd >= 0 ? "Keep it? Enter here, or \"tesselctl try confirm\" from any session.\n"
-                                : "Keep it? \"tesselctl try confirm\" does.\n");
+    Say(outer, waits[0].fd >= 0 ? "Press Enter to keep it, or run \"tesselctl try confirm\" in any session.\n"
+                                : "To keep it, run \"tesselctl try confirm\".\n");
     const auto deadline = Clock::now() + std::chrono::seconds(seconds);
     while (!IsOver(guardian)) {
         const auto left = std::chrono::ceil<std::chrono::seconds>(deadline - Clock::now()).count();

@@ -82,8 +82,7 @@ class Watcher {
 
     // Until the last event or a signal, which it returns; SIGPIPE also when nobody reads any more.
     int Follow() {
-        // The output is asked for nothing: poll(2) reports that its reader has gone, even before there is something to
-        // write.
+        // The output is asked for nothing: poll(2) reports in any case that its reader has gone.
         std::vector<pollfd> waited = {{signals_.Fd(), POLLIN, 0}, {fileno(invocation_.out), 0, 0}};
         for (const Source& source : sources_)
             waited.push_back({tessel_listener_fd(source.listener.get()), POLLIN, 0});
@@ -152,8 +151,7 @@ class Watcher {
         ShowNote(invocation_, "a new daemon runs; this goes on with it");
     }
 
-    // Nothing that somebody else has started for itself and lives on. The sockets stay open until everything was
-    // answered.
+    // Nothing that somebody else has started and who lives on. The sockets stay open until everything was answered.
     void SwitchOff(Outcome& outcome) {
         for (const Source& source : sources_) {
             const auto& other = source.takenFrom;

@@ -109,8 +109,7 @@ class Matcher {
     }
 
   private:
-    // A keyword where one is open, else the next value in order, else a name without its "dev". An optional value that
-    // does not fit is passed over.
+    // A keyword where one is open, else the next value that fits (optional ones need not), else a name without "dev".
     Item* ItemFor(const std::string& word) {
         for (Item& item : items_) {
             if ((!item.isUsed || item.repeats) && item.First().isKeyword && item.First().name == word) return &item;

@@ -1,6 +1,7 @@
 // What the benchmarks share: a daemon to measure, requests, and how long something takes.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,11 +76,13 @@ struct StartedDaemon {
     double firstAnswerMs;
 };
 
-inline StartedDaemon StartDaemon(const std::string& mtuRequest) {
+inline StartedDaemon StartDaemon(const std::string& mtuRequest, const char* path = TESSEL_DAEMON_PATH) {
+    static const UniqueFd silence(open("/dev/null", O_WRONLY | O_CLOEXEC));
     const auto start = Clock::now();
     const pid_t starter = vfork();
     if (starter == 0) {
-        execl(TESSEL_DAEMON_PATH, TESSEL_DAEMON_PATH, nullptr);
+        dup2(silence.Get(), STDOUT_FILENO);
+        execl(path, path, nullptr);
         _exit(127);
     }
     while (true) {

@@ -1,8 +1,13 @@
-// What a request costs, beside what the same thing costs without the daemon. bench/README.md explains how to read it.
+// What a request costs, beside what the same thing costs without the daemon, on one CPU and on two. bench/README.md
+// explains how to read it.
 //
-//     scripts/sandbox build/release/bin/bench_ipc
+//     scripts/sandbox build/release/bin/bench_ipc [--only TEXT] [DAEMON ...]
+//
+// DAEMON: other builds to compare with, a column for each. --only: comparisons alone whose name has this text.
 #include "core/ipc.h"
 
+#include <arpa/inet.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -13,23 +18,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bench/daemon.h"
+#include "client/libtessel.h"
 #include "core/unique_fd.h"
-#include "tessel/address.h"
 #include "tessel/command.h"
-#include "tessel/mtu.h"
 
 namespace {
 
@@ -37,13 +38,18 @@ using namespace tessel::bench;
 using tessel::UniqueFd;
 
 constexpr char kEchoSocket[] = "bench_echo";
-constexpr int kRounds = 20;  // the two sides take turns, so that a machine that changes its speed changes both
+constexpr int kRounds = 15;  // all sides take turns, so that a machine that changes its speed changes all of them
 
-void BindToOneCpu() {
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(sched_getcpu(), &one);
-    if (sched_setaffinity(0, sizeof(one), &one) != 0) Fail("sched_setaffinity");
+std::vector<std::string> g_daemons;  // the programs that are compared
+std::string g_only;
+std::string g_mtuRequest;
+
+void BindToCpus(int count) {
+    cpu_set_t chosen;
+    CPU_ZERO(&chosen);
+    for (int cpu = 0; cpu < count; ++cpu)
+        CPU_SET(cpu, &chosen);
+    if (sched_setaffinity(0, sizeof(chosen), &chosen) != 0) Fail("sched_setaffinity");
 }
 
 // accept, read, write, close: the least that a server can do.
@@ -62,30 +68,200 @@ pid_t StartEchoServer() {
     }
 }
 
-void CompareSingleRequests(const std::string& mtuRequest) {
-    Latencies echo;
-    Latencies daemon;
-    Latencies library;
-    const TNetMtuGetReq request{.achDevName = "lo"};
-    for (int round = 0; round < kRounds; ++round) {
-        echo.Measure(2000, [&] { BareExchange(kEchoSocket, mtuRequest); });
-        daemon.Measure(2000, [&] { BareExchange(TESSEL_SOCKET_API, mtuRequest); });
-        library.Measure(2000, [&] {
-            TNetMtuGetReply reply{};
-            if (IpcApiSendAndRecv(TESSEL_CMD_MTU_GET, &request, sizeof(request), &reply, sizeof(reply)) != 0)
-                Fail("request");
-        });
+bool IsWanted(const char* name) {
+    return strstr(name, g_only.c_str()) != nullptr;
+}
+
+// A line of the table: a name, a column for each daemon, the aim.
+template <typename Column>
+void PrintRow(const char* name, Column column, const char* aim) {
+    printf("  %-46s", name);
+    for (std::size_t i = 0; i < g_daemons.size(); ++i)
+        printf(" %9s", column(i).c_str());
+    printf("   %s\n", aim);
+}
+
+std::string Text(double value, int decimals) {
+    char text[32];
+    snprintf(text, sizeof(text), "%.*f", decimals, value);
+    return text;
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+StartedDaemon Start(std::size_t daemon) {
+    return StartDaemon(g_mtuRequest, g_daemons[daemon].c_str());
+}
+
+// A tool's line run as directly as can be, its output read to the end.
+void RunDirectly(std::initializer_list<const char*> words) {
+    std::vector<char*> argv;
+    for (const char* word : words)
+        argv.push_back(const_cast<char*>(word));
+    argv.push_back(nullptr);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) Fail("pipe2");
+    const UniqueFd readEnd(ends[0]);
+    UniqueFd writeEnd(ends[1]);
+    const pid_t pid = vfork();
+    if (pid == 0) {
+        dup2(writeEnd.Get(), STDOUT_FILENO);
+        dup2(writeEnd.Get(), STDERR_FILENO);
+        execvp(argv[0], argv.data());
+        _exit(127);
     }
-    printf("0x112, one client (client and server on one CPU)\n");
-    PrintLatencies("bare echo", echo);
-    PrintLatencies("daemon, bare client", daemon);
-    PrintLatencies("daemon, IpcApiSendAndRecv", library);
-    printf("  ratio of medians to the bare echo  %.2f, with IpcApiSendAndRecv %.2f   (aim: 1.18)\n\n",
-           daemon.Percentile(0.5) / echo.Percentile(0.5), library.Percentile(0.5) / echo.Percentile(0.5));
+    writeEnd.Reset();
+    char buffer[4096];
+    while (read(readEnd.Get(), buffer, sizeof(buffer)) > 0) {
+    }
+    waitpid(pid, nullptr, 0);
+}
+
+void Echo(const std::string& message) {
+    (void)BareExchange(kEchoSocket, message);
+}
+
+void Ask(const std::string& message) {
+    (void)BareExchange(TESSEL_SOCKET_API, message);
+}
+
+// The daemon's way to do something, and that without it.
+struct Comparison {
+    const char* name;
+    const char* aim;
+    int batches;  // in each round
+    int size;     // of a batch: what one side does before the other one's turn
+    std::function<void()> daemon;
+    std::function<void()> bare;
+    bool isChange = false;
+};
+
+TNetGateway Address(const char* text) {
+    TNetGateway address{.wSinFamily = TESSEL_FAMILY_INET, .wReserved = 0, .abyAddr = {}};
+    (void)inet_pton(AF_INET, text, address.abyAddr);
+    return address;
+}
+
+std::string ReadAddresses(const char* interface) {
+    TNetIpaddrGetReq request{.wSinFamily = TESSEL_FAMILY_INET, .achDevName = {}};
+    snprintf(request.achDevName, sizeof(request.achDevName), "%s", interface);
+    return Message(TESSEL_CMD_IPADDR_GET, request);
+}
+
+Comparison ReadingAddresses(const char* name, const char* interface) {
+    const std::string message = ReadAddresses(interface);
+    return {name,
+            "1.04",
+            20,
+            1,
+            [message] { Ask(message); },
+            [message, interface] {
+                RunDirectly({"ip", "-4", "addr", "show", "dev", interface});
+                Echo(message);
+            }};
+}
+
+std::vector<Comparison> Comparisons() {
+    TNetIpaddrChangeReq address{.achDevName = "eth0", .tIp = {}};
+    address.tIp.wSinFamily = TESSEL_FAMILY_INET;
+    address.tIp.dwPrefixLen = 24;
+    memcpy(address.tIp.abyAddr, Address("10.1.1.1").abyAddr, sizeof(address.tIp.abyAddr));
+    const std::string addressAdd = Message(TESSEL_CMD_IPADDR_ADD, address);
+    const std::string addressDel = Message(TESSEL_CMD_IPADDR_DEL, address);
+
+    TNetRouteReq route{.achDevName = "eth0", .tRoute = {}, .dwTable = 0};
+    route.tRoute.tDestIpNet = Address("10.20.0.0");
+    route.tRoute.tGateway = Address("192.168.1.1");
+    route.tRoute.nPrefixLen = 16;
+    const std::string routeAdd = Message(TESSEL_CMD_ROUTE_ADD, route);
+    const std::string routeDel = Message(TESSEL_CMD_ROUTE_DEL, route);
+
+    TNetIpFilterReq entry{.eCmd = TESSEL_LIST_WHITE_ADD, .tFilter = {}};
+    entry.tFilter.tStart = Address("10.3.3.3");
+    entry.tFilter.dwPrefixLen = 32;
+    const std::string entryAdd = Message(TESSEL_CMD_IP_FILTER, entry);
+    entry.eCmd = TESSEL_LIST_WHITE_DEL;
+    const std::string entryDel = Message(TESSEL_CMD_IP_FILTER, entry);
+
+    const auto pair = [](const std::string& first, const std::string& second) {
+        return [first, second] {
+            Ask(first);
+            Ask(second);
+        };
+    };
+    return {
+        {"0x112 / echo", "1.18", 20, 100, [] { Ask(g_mtuRequest); }, [] { Echo(g_mtuRequest); }},
+        {"0x112 through libtessel / echo", "", 20, 100,
+         [] {
+             u32 mtu = 0;
+             if (tessel_mtu_get("lo", &mtu) != TESSEL_OK) Fail("tessel_mtu_get");
+         },
+         [] { Echo(g_mtuRequest); }},
+        ReadingAddresses("0x115, 1 address / (tool + echo)", "eth0"),
+        ReadingAddresses("0x115, 16 addresses / (tool + echo)", "eth1"),
+        ReadingAddresses("0x115, 500 addresses / (tool + echo)", "eth2"),
+        {"address add and delete / (tools + echoes)", "1.06", 20, 1, pair(addressAdd, addressDel),
+         [=] {
+             RunDirectly({"ip", "-4", "addr", "add", "10.1.1.1/24", "dev", "eth0"});
+             Echo(addressAdd);
+             RunDirectly({"ip", "-4", "addr", "del", "10.1.1.1/24", "dev", "eth0"});
+             Echo(addressDel);
+         },
+         true},
+        {"route add and delete / (tools + echoes)", "1.06", 20, 1, pair(routeAdd, routeDel),
+         [=] {
+             RunDirectly({"ip", "route", "add", "10.20.0.0/16", "via", "192.168.1.1", "dev", "eth0", "metric", "0"});
+             Echo(routeAdd);
+             RunDirectly({"ip", "route", "del", "10.20.0.0/16", "via", "192.168.1.1", "dev", "eth0"});
+             Echo(routeDel);
+         },
+         true},
+        {"white list add and delete / (tools + echoes)", "1.06", 10, 1, pair(entryAdd, entryDel),
+         [=] {
+             RunDirectly({"iptables", "-C", "whitelist", "-s", "10.3.3.3/32", "-j", "RETURN"});
+             RunDirectly({"iptables", "-I", "whitelist", "-s", "10.3.3.3/32", "-j", "RETURN"});
+             Echo(entryAdd);
+             RunDirectly({"iptables", "-D", "whitelist", "-s", "10.3.3.3/32", "-j", "RETURN"});
+             Echo(entryDel);
+         },
+         true},
+    };
+}
+
+// The medians of both sides, and their ratio, for every daemon. What changes the network is done without the daemon
+// while there is none: it would follow.
+void Compare(const Comparison& comparison) {
+    if (!IsWanted(comparison.name)) return;
+    std::vector<Latencies> daemons(g_daemons.size());
+    Latencies bare;
+    for (int round = 0; round < kRounds; ++round) {
+        for (std::size_t i = 0; i < g_daemons.size(); ++i) {
+            const int bareBatches = comparison.isChange ? comparison.batches : 0;
+            bare.Measure(bareBatches * comparison.size / 2, comparison.bare);
+            const StartedDaemon daemon = Start(i);
+            Latencies warmUp;
+            warmUp.Measure(2, comparison.daemon);
+            usleep(150'000);  // what the start and the first changes leave to be done has been done
+            for (int batch = 0; batch < comparison.batches; ++batch) {
+                if (!comparison.isChange) bare.Measure(comparison.size, comparison.bare);
+                daemons[i].Measure(comparison.size, comparison.daemon);
+            }
+            EndProcess(daemon.pid);
+            bare.Measure(bareBatches * comparison.size / 2, comparison.bare);
+        }
+    }
+    char name[80];
+    snprintf(name, sizeof(name), "%s (%.1f us)", comparison.name, bare.Percentile(0.5));
+    PrintRow(
+        name, [&](std::size_t i) { return Text(daemons[i].Percentile(0.5) / bare.Percentile(0.5), 3); },
+        comparison.aim);
 }
 
 // Requests a second of 16 client processes at once.
-double Rate(const char* name, const std::string& message) {
+double Rate(const char* name) {
     constexpr int kClients = 16;
     constexpr int kRequests = 1000;
     const auto start = Clock::now();
@@ -94,7 +270,7 @@ double Rate(const char* name, const std::string& message) {
         const pid_t pid = fork();
         if (pid == 0) {
             for (int n = 0; n < kRequests; ++n)
-                BareExchange(name, message);
+                (void)BareExchange(name, g_mtuRequest);
             _exit(0);
         }
         clients.push_back(pid);
@@ -107,71 +283,60 @@ double Rate(const char* name, const std::string& message) {
     return kClients * kRequests / (MicrosecondsOf(Clock::now() - start) / 1e6);
 }
 
-void CompareManyClients(const std::string& mtuRequest) {
+void CompareManyClients() {
+    constexpr char kName[] = "0x112, 16 clients: rate / echo's rate";
+    if (!IsWanted(kName)) return;
     std::vector<double> echo;
-    std::vector<double> daemon;
-    for (int round = 0; round < 9; ++round) {
-        echo.push_back(Rate(kEchoSocket, mtuRequest));
-        daemon.push_back(Rate(TESSEL_SOCKET_API, mtuRequest));
-    }
-    std::sort(echo.begin(), echo.end());
-    std::sort(daemon.begin(), daemon.end());
-    const double echoMedian = echo[echo.size() / 2];
-    const double daemonMedian = daemon[daemon.size() / 2];
-    printf("0x112, 16 clients\n");
-    printf("  %-34s %9.0f requests/s\n", "bare echo", echoMedian);
-    printf("  %-34s %9.0f requests/s\n", "daemon", daemonMedian);
-    printf("  ratio of medians                   %.2f   (aim: at least 0.85)\n\n", daemonMedian / echoMedian);
-}
-
-// The same tool run as directly as can be, its output read to the end.
-void RunTool(const char* interfaceName) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) Fail("pipe2");
-    const UniqueFd readEnd(ends[0]);
-    UniqueFd writeEnd(ends[1]);
-    const pid_t pid = vfork();
-    if (pid == 0) {
-        dup2(writeEnd.Get(), STDOUT_FILENO);
-        execlp("ip", "ip", "-4", "addr", "show", "dev", interfaceName, nullptr);
-        _exit(127);
-    }
-    writeEnd.Reset();
-    char buffer[4096];
-    while (read(readEnd.Get(), buffer, sizeof(buffer)) > 0) {
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (status != 0) Fail("ip");
-}
-
-void GiveAddresses(const char* interfaceName, int count) {
-    FILE* batch = popen("ip -batch -", "w");
-    if (batch == nullptr) Fail("ip");
-    for (int i = 0; i < count; ++i)
-        fprintf(batch, "addr add 10.9.%d.%d/16 dev %s\n", i / 250, i % 250 + 1, interfaceName);
-    if (pclose(batch) != 0) Fail("ip -batch");
-}
-
-void CompareToolRuns(const char* interfaceName, int addresses) {
-    GiveAddresses(interfaceName, addresses);
-    TNetIpaddrGetReq request{.wSinFamily = TESSEL_FAMILY_INET, .achDevName = {}};
-    strncpy(request.achDevName, interfaceName, sizeof(request.achDevName));
-    const std::string message = Message(TESSEL_CMD_IPADDR_GET, request);
-    Latencies tool;
-    Latencies echo;
-    Latencies daemon;
+    std::vector<std::vector<double>> daemons(g_daemons.size());
     for (int round = 0; round < kRounds; ++round) {
-        tool.Measure(40, [&] { RunTool(interfaceName); });
-        echo.Measure(40, [&] { BareExchange(kEchoSocket, message); });
-        daemon.Measure(40, [&] { BareExchange(TESSEL_SOCKET_API, message); });
+        for (std::size_t i = 0; i < g_daemons.size(); ++i) {
+            const StartedDaemon daemon = Start(i);
+            echo.push_back(Rate(kEchoSocket));
+            daemons[i].push_back(Rate(TESSEL_SOCKET_API));
+            EndProcess(daemon.pid);
+        }
     }
-    printf("0x115, %d address%s\n", addresses, addresses == 1 ? "" : "es");
-    PrintLatencies("`ip` run directly", tool);
-    PrintLatencies("bare echo", echo);
-    PrintLatencies("daemon", daemon);
-    printf("  daemon / (tool + echo), medians    %.3f   (aim: 1.04)\n\n",
-           daemon.Percentile(0.5) / (tool.Percentile(0.5) + echo.Percentile(0.5)));
+    PrintRow(
+        kName, [&](std::size_t i) { return Text(Median(daemons[i]) / Median(echo), 2); }, "0.85 or more");
+}
+
+// Ten pings, a DHCP client on each of three interfaces, and statistics; nobody listens to their events.
+void StartSessions() {
+    for (int user = 1; user <= 10; ++user) {
+        const TNetPingStartReq ping{Address("127.0.0.1"), 56, 1, 64, 0, user};
+        if (tessel_ping_start(&ping) != TESSEL_OK) Fail("tessel_ping_start");
+    }
+    for (const char* interface : {"eth0", "eth1", "eth2"}) {
+        if (tessel_dhcpc_start(TESSEL_FAMILY_INET, interface, 0, 1) != TESSEL_OK) Fail("tessel_dhcpc_start");
+    }
+    if (tessel_traffic_start(1) != TESSEL_OK) Fail("tessel_traffic_start");
+}
+
+// What sessions cost those who only read an MTU.
+void CompareUnderSessions() {
+    constexpr char kName[] = "0x112 beside ten pings, three DHCP clients and";
+    if (!IsWanted(kName)) return;
+    std::vector<Latencies> quiet(g_daemons.size());
+    std::vector<Latencies> busy(g_daemons.size());
+    for (int round = 0; round < 3; ++round) {
+        for (std::size_t i = 0; i < g_daemons.size(); ++i) {
+            const StartedDaemon daemon = Start(i);
+            const auto measure = [](Latencies& latencies) {
+                for (int part = 0; part < 20; ++part) {
+                    latencies.Measure(500, [] { Ask(g_mtuRequest); });
+                    usleep(50'000);
+                }
+            };
+            measure(quiet[i]);
+            StartSessions();
+            measure(busy[i]);
+            EndProcess(daemon.pid);
+            if (std::system("killall -q ping udhcpc") < 0) Fail("killall");
+        }
+    }
+    PrintRow(
+        kName, [&](std::size_t i) { return Text(busy[i].Percentile(0.5) / quiet[i].Percentile(0.5), 3); }, "1.05");
+    printf("    statistics / without them\n");
 }
 
 // Of all threads.
@@ -183,56 +348,111 @@ long WakeupsOf(pid_t pid) {
     return wakeups;
 }
 
-void PrintIdleCosts(pid_t pid) {
-    constexpr int kSettleSeconds = 3;  // what changes at the start is looked at for a while
-    constexpr int kSeconds = 20;
-    std::this_thread::sleep_for(std::chrono::seconds(kSettleSeconds));
-    const long before = WakeupsOf(pid);
-    std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
-    const long wakeups = WakeupsOf(pid) - before;
-    struct stat binary {};
-    stat(TESSEL_DAEMON_PATH, &binary);
-    const long privateKib =
-        ProcessField(pid, "smaps_rollup", "Private_Clean:") + ProcessField(pid, "smaps_rollup", "Private_Dirty:");
-    printf("Idle daemon\n");
-    printf("  resident memory                    %ld KiB   (aim: under 3277)\n", ProcessField(pid, "status", "VmRSS:"));
-    printf("  of it private                      %ld KiB   (aim: under 650)\n", privateKib);
-    printf("  wake-ups                           %.2f a second   (aim: 0.45)\n",
-           static_cast<double>(wakeups) / kSeconds);
-    printf("  binary                             %.0f KiB   (aim: under 400)\n\n",
-           static_cast<double>(binary.st_size) / 1024);
+struct IdleCosts {
+    long residentKib, aloneKib, privateKib;
+    double wakeups, binaryKib;
+};
+
+long PrivateKib(pid_t pid) {
+    return ProcessField(pid, "smaps_rollup", "Private_Clean:") + ProcessField(pid, "smaps_rollup", "Private_Dirty:");
 }
 
-void PrintStartTime(const std::string& mtuRequest) {
-    std::vector<double> times;
-    for (int i = 0; i < 21; ++i) {
-        const StartedDaemon daemon = StartDaemon(mtuRequest);
-        times.push_back(daemon.firstAnswerMs);
-        EndProcess(daemon.pid);
+IdleCosts MeasureIdle(std::size_t i) {
+    constexpr int kSettleSeconds = 3;  // what changes at the start is looked at for a while
+    constexpr int kSeconds = 20;
+    const StartedDaemon daemon = Start(i);
+    std::this_thread::sleep_for(std::chrono::seconds(kSettleSeconds));
+    const long before = WakeupsOf(daemon.pid);
+    std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
+    IdleCosts costs{};
+    costs.wakeups = static_cast<double>(WakeupsOf(daemon.pid) - before) / kSeconds;
+    costs.residentKib = ProcessField(daemon.pid, "status", "VmRSS:");
+    costs.aloneKib = PrivateKib(daemon.pid);
+    // Another user of the library, as most devices and desktops have one: its clean pages are no longer the daemon's
+    // alone.
+    void* const glib = dlopen("libglib-2.0.so.0", RTLD_NOW);
+    costs.privateKib = PrivateKib(daemon.pid);
+    if (glib != nullptr) dlclose(glib);
+    struct stat binary {};
+    stat(g_daemons[i].c_str(), &binary);
+    costs.binaryKib = static_cast<double>(binary.st_size) / 1024;
+    EndProcess(daemon.pid);
+    return costs;
+}
+
+void PrintIdleCosts() {
+    constexpr char kName[] = "Idle daemon";
+    if (!IsWanted(kName)) return;
+    std::vector<IdleCosts> costs;
+    for (std::size_t i = 0; i < g_daemons.size(); ++i)
+        costs.push_back(MeasureIdle(i));
+    const auto column = [&costs](auto member, int decimals = 0) {
+        return
+            [&costs, member, decimals](std::size_t i) { return Text(static_cast<double>(costs[i].*member), decimals); };
+    };
+    printf("%s\n", kName);
+    PrintRow("resident memory, KiB", column(&IdleCosts::residentKib), "3277");
+    PrintRow("of it private, KiB", column(&IdleCosts::privateKib), "650");
+    PrintRow("  when nobody else uses GLib", column(&IdleCosts::aloneKib), "");
+    PrintRow("wake-ups a second", column(&IdleCosts::wakeups, 2), "0.45");
+    PrintRow("binary, KiB", column(&IdleCosts::binaryKib), "400");
+}
+
+void PrintStartTimes() {
+    constexpr char kName[] = "Start to first answer";
+    if (!IsWanted(kName)) return;
+    std::vector<std::vector<double>> times(g_daemons.size());
+    for (int round = 0; round < 41; ++round) {
+        for (std::size_t i = 0; i < g_daemons.size(); ++i) {
+            const StartedDaemon daemon = Start(i);
+            times[i].push_back(daemon.firstAnswerMs);
+            EndProcess(daemon.pid);
+        }
     }
-    std::sort(times.begin(), times.end());
-    printf("Start to first answer                median %.2f ms, worst %.2f ms   (aim: under 5)\n\n",
-           times[times.size() / 2], times.back());
+    printf("%s\n", kName);
+    PrintRow(
+        "median, ms", [&](std::size_t i) { return Text(Median(times[i]), 2); }, "5");
+    PrintRow(
+        "worst, ms", [&](std::size_t i) { return Text(*std::max_element(times[i].begin(), times[i].end()), 2); }, "");
+}
+
+void GiveAddresses(const char* interface, int count) {
+    FILE* batch = popen("ip -batch -", "w");
+    if (batch == nullptr) Fail("ip");
+    for (int i = 0; i < count; ++i)
+        fprintf(batch, "addr add 10.9.%d.%d/16 dev %s\n", i / 250, i % 250 + 1, interface);
+    if (pclose(batch) != 0) Fail("ip -batch");
 }
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // the daemon leaves its parents; here it comes back
-    const std::string mtuRequest = Message(TESSEL_CMD_MTU_GET, TNetMtuGetReq{.achDevName = "lo"});
-    PrintStartTime(mtuRequest);
-
-    BindToOneCpu();
-    const pid_t echo = StartEchoServer();
-    const StartedDaemon daemon = StartDaemon(mtuRequest);
-    usleep(100000);
-    PrintIdleCosts(daemon.pid);
-    CompareSingleRequests(mtuRequest);
-    CompareManyClients(mtuRequest);
-    CompareToolRuns("eth0", 1);
-    CompareToolRuns("eth1", 16);
-    CompareToolRuns("eth2", 500);
-    EndProcess(daemon.pid);
-    EndProcess(echo);
+    if (argc > 2 && strcmp(argv[1], "--only") == 0) {
+        g_only = argv[2];
+        argc -= 2;
+        argv += 2;
+    }
+    g_daemons.assign(argv + 1, argv + argc);
+    if (g_daemons.empty()) g_daemons.emplace_back(TESSEL_DAEMON_PATH);
+    g_mtuRequest = Message(TESSEL_CMD_MTU_GET, TNetMtuGetReq{.achDevName = "lo"});
+    for (std::size_t i = 0; i < g_daemons.size(); ++i)
+        printf("column %zu: %s\n", i + 1, g_daemons[i].c_str());
+    PrintStartTimes();
+    PrintIdleCosts();
+    GiveAddresses("eth1", 16);
+    GiveAddresses("eth2", 500);
+    if (std::system("ip addr add 192.168.1.20/24 dev eth0 && iptables -N whitelist") != 0) Fail("ip");
+    for (const int cpus : {1, 2}) {
+        BindToCpus(cpus);
+        printf(cpus == 1 ? "One CPU for client, server and tools\n" : "Two CPUs\n");
+        const pid_t echo = StartEchoServer();
+        usleep(100'000);
+        for (const Comparison& comparison : Comparisons())
+            Compare(comparison);
+        CompareManyClients();
+        CompareUnderSessions();
+        EndProcess(echo);
+    }
 }

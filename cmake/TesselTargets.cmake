@@ -83,6 +83,8 @@ endfunction()
 # What is installed of a release carries no symbols; the same file with them stays in symbols/, for "tesselctl crash show
 # --symbols".
 function(tessel_program name)
+  target_link_options(${name} PRIVATE
+    "$<$<AND:$<CONFIG:Release>,$<BOOL:${TESSEL_OWN_CXX}>>:-static-libstdc++;-static-libgcc>")
   if(CMAKE_BUILD_TYPE STREQUAL "Release" AND TESSEL_STRIP)
     set_target_properties(${name} PROPERTIES TESSEL_KEEP_SYMBOLS ON)
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/symbols)

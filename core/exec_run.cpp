@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <optional>
 
 #include "core/exec_seam.h"
 #include "core/log.h"
@@ -61,9 +62,12 @@ class ExecReport {
     [[nodiscard]] int WriteEnd() const {
         return writeEnd_.Get();
     }
-    // Logs what has come. Called once the child runs.
-    void Log(CallSite where) {
+    // Called once the child has been made, which has an end of its own.
+    void CloseWriteEnd() {
         writeEnd_.Reset();
+    }
+    // Logs what has come. Waits for a child that has neither become a program nor ended yet.
+    void Log(CallSite where) {
         int error = 0;
         if (read(readEnd_.Get(), &error, sizeof(error)) != sizeof(error)) return;
         errno = error;
@@ -174,13 +178,17 @@ enum class End { kExited, kTooLong, kStopped };
 End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, milliseconds limit) {
     const Worker* const worker = Worker::Current();
     constexpr u32 kReadsPerLook = 64;
+    // What most tools print fits into the pipe, and then they end: read at their end, it wakes nobody before.
+    constexpr milliseconds kBrief(10);
     const Deadline deadline(limit);
+    const Deadline briefEnd(std::min(limit, kBrief));
     ChildWatch child(pid);
     for (u32 round = 0;; ++round) {
-        pollfd waited[] = {{.fd = pipe, .events = POLLIN, .revents = 0},
+        const int briefMs = child.Fd() >= 0 ? briefEnd.LeftMs() : 0;
+        pollfd waited[] = {{.fd = briefMs > 0 ? -1 : pipe, .events = POLLIN, .revents = 0},
                            {.fd = child.Fd(), .events = POLLIN, .revents = 0},
                            {.fd = worker != nullptr ? worker->StopFd() : -1, .events = POLLIN, .revents = 0}};
-        const int lookMs = child.NextLookMs();
+        const int lookMs = briefMs > 0 && pipe >= 0 ? briefMs : child.NextLookMs();
         const int leftMs = deadline.LeftMs();
         (void)poll(waited, 3, lookMs < 0 ? leftMs : std::min(lookMs, leftMs));
         const bool isReadable = reader != nullptr && waited[0].revents != 0;
@@ -275,13 +283,18 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
     }
     if (pid != nullptr) *pid = child;
     writeEnd.Reset();
-    report.Log(where);
-    const milliseconds limit = output != nullptr && output->timeLimit.count() != 0 ? output->timeLimit : g_toolLimit;
-    if (output == nullptr) return Finish(child, tool, AwaitEnd(child, -1, nullptr, limit), limit, where);
-    output->wasStarted = true;
-    OutputReader reader(readEnd.Get(), *output);
-    const i32 status = Finish(child, tool, AwaitEnd(child, readEnd.Get(), &reader, limit), limit, where);
-    TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
+    report.CloseWriteEnd();
+    milliseconds limit = g_toolLimit;
+    std::optional<OutputReader> reader;
+    if (output != nullptr) {
+        if (output->timeLimit.count() != 0) limit = output->timeLimit;
+        output->wasStarted = true;
+        reader.emplace(readEnd.Get(), *output);
+    }
+    const End end = AwaitEnd(child, readEnd.Get(), reader ? &*reader : nullptr, limit);
+    const i32 status = Finish(child, tool, end, limit, where);
+    if (status == kExecFailedStatus) report.Log(where);
+    if (output != nullptr) TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
     return status;
 }
 
@@ -305,6 +318,7 @@ i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where) {
         LogPerror(where, "fork error");
         return -1;
     }
+    report.CloseWriteEnd();
     report.Log(where);
     const i32 error = Reap(child, where);
     if (error <= 0) return 0;

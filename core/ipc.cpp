@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,8 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
+#include <span>
 
 #include "core/file_rights.h"
 #include "core/log.h"
@@ -46,50 +47,38 @@ constexpr milliseconds kRetry = std::chrono::seconds(1);
 // Of a notification: five seconds for the socket's file, three for somebody who listens there.
 constexpr int kCallbackConnectMs = 8000;
 
-// A message on its way out: header and payload, sent without being copied together.
-class OutgoingMessage {
+// Header and payload in one block; what a request may carry fits without the heap.
+class MessageBuffer {
   public:
-    OutgoingMessage(const IpcMsgHead& head, const void* data)
-        : head_(head),
-          data_(static_cast<const char*>(data)),
-          total_(sizeof(head) + static_cast<std::size_t>(head.size)) {}
-
-    enum class Progress { kComplete, kBlocked, kFailed };
-
-    // Sends what fits without waiting.
-    Progress Send(int fd) {
-        while (sent_ < total_) {
-            iovec parts[2];
-            msghdr message{};
-            message.msg_iov = parts;
-            message.msg_iovlen = FillParts(parts);
-            const ssize_t count = sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
-            if (count < 0 && errno == EINTR) continue;
-            if (count < 0) return errno == EAGAIN ? Progress::kBlocked : Progress::kFailed;
-            sent_ += static_cast<std::size_t>(count);
-        }
-        return Progress::kComplete;
+    explicit MessageBuffer(std::size_t payloadBytes) : bytes_(sizeof(IpcMsgHead) + payloadBytes) {
+        if (bytes_ > sizeof(inline_)) heap_.reset(new (std::nothrow) char[bytes_]);
+    }
+    // Null when there is no memory.
+    [[nodiscard]] char* Get() {
+        return bytes_ > sizeof(inline_) ? heap_.get() : inline_;
+    }
+    [[nodiscard]] std::size_t Bytes() const {
+        return bytes_;
     }
 
   private:
-    std::size_t FillParts(iovec (&parts)[2]) {
-        std::size_t count = 0;
-        if (sent_ < sizeof(head_)) {
-            parts[count++] = {.iov_base = reinterpret_cast<char*>(&head_) + sent_, .iov_len = sizeof(head_) - sent_};
-        }
-        const std::size_t payloadSent = sent_ > sizeof(head_) ? sent_ - sizeof(head_) : 0;
-        if (total_ > sizeof(head_)) {
-            parts[count++] = {.iov_base = const_cast<char*>(data_ + payloadSent),
-                              .iov_len = total_ - sizeof(head_) - payloadSent};
-        }
-        return count;
-    }
-
-    IpcMsgHead head_;
-    const char* data_;
-    std::size_t total_;
-    std::size_t sent_ = 0;
+    std::size_t bytes_;
+    char inline_[sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX];
+    std::unique_ptr<char[]> heap_;
 };
+
+enum class Progress { kComplete, kBlocked, kFailed };
+
+// Sends what fits without waiting, from `rest` on, which is then what is left.
+Progress SendSome(int fd, std::span<const char>& rest) {
+    while (!rest.empty()) {
+        const ssize_t count = send(fd, rest.data(), rest.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return errno == EAGAIN ? Progress::kBlocked : Progress::kFailed;
+        rest = rest.subspan(static_cast<std::size_t>(count));
+    }
+    return Progress::kComplete;
+}
 
 // How long an exchange may take, and with whom.
 struct Limits {
@@ -103,19 +92,24 @@ struct Limits {
 // 0, -1 (`failure` logged, or the wait failed) or TESSEL_IPC_WRITE_TIMEOUT; writeFailed is what a failed write yields.
 i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, const Limits& limits, const char* failure,
                 i32 writeFailed, CallSite where) {
-    OutgoingMessage message(head, data);
-    const Deadline deadline{milliseconds(limits.exchangeMs)};
+    MessageBuffer message(static_cast<std::size_t>(head.size));
+    if (message.Get() == nullptr) {
+        TESSEL_ERR_AT(where, "%s", failure);
+        return writeFailed;
+    }
+    memcpy(message.Get(), &head, sizeof(head));
+    if (head.size > 0) memcpy(message.Get() + sizeof(head), data, static_cast<std::size_t>(head.size));
+    std::span<const char> rest(message.Get(), message.Bytes());
+    std::optional<Deadline> deadline;  // from the first time that it does not fit
     while (true) {
-        switch (message.Send(fd)) {
-            case OutgoingMessage::Progress::kComplete:
-                return TESSEL_IPC_OK;
-            case OutgoingMessage::Progress::kFailed:
-                TESSEL_ERR_AT(where, "%s", failure);
-                return writeFailed;
-            case OutgoingMessage::Progress::kBlocked:
-                break;
+        const Progress progress = SendSome(fd, rest);
+        if (progress == Progress::kComplete) return TESSEL_IPC_OK;
+        if (progress == Progress::kFailed) {
+            TESSEL_ERR_AT(where, "%s", failure);
+            return writeFailed;
         }
-        switch (tessel::WaitReady(fd, POLLOUT, deadline, limits.stopFd)) {
+        if (!deadline) deadline.emplace(milliseconds(limits.exchangeMs));
+        switch (tessel::WaitReady(fd, POLLOUT, *deadline, limits.stopFd)) {
             case Wait::kReady:
                 break;
             case Wait::kTimeout:
@@ -144,28 +138,8 @@ struct Exchange {
     const char* writeFailure;
 };
 
-// Room for a reply and its header; most fit without the heap.
-class ReplyBuffer {
-  public:
-    explicit ReplyBuffer(std::size_t payloadBytes) : bytes_(sizeof(IpcMsgHead) + payloadBytes) {
-        if (bytes_ > sizeof(inline_)) heap_.reset(new (std::nothrow) char[bytes_]);
-    }
-    // Null when there is no memory.
-    [[nodiscard]] char* Get() {
-        return bytes_ > sizeof(inline_) ? heap_.get() : inline_;
-    }
-    [[nodiscard]] std::size_t Bytes() const {
-        return bytes_;
-    }
-
-  private:
-    std::size_t bytes_;
-    char inline_[sizeof(IpcMsgHead) + 1024];
-    std::unique_ptr<char[]> heap_;
-};
-
 i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
-    ReplyBuffer buffer(static_cast<std::size_t>(exchange.replySize));
+    MessageBuffer buffer(static_cast<std::size_t>(exchange.replySize));
     if (buffer.Get() == nullptr) {
         tessel::LogPerror(where, "XMALLOC error");
         // Like every positive result a number of bytes: those of the request.

@@ -66,7 +66,6 @@ static_assert(sizeof(Request) == sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, "read 
 
 // One read of what the client has written or is about to write. False with a log line.
 bool ReadRequest(int connection, Request& request) {
-    request = {};
     // Nearly always it is there already.
     ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
@@ -81,6 +80,11 @@ bool ReadRequest(int connection, Request& request) {
         TESSEL_ERR("read error!");
         return false;
     }
+    // What a client announces and does not send is zero, not what an earlier one sent.
+    const auto clearUpTo = [&request, begin = static_cast<std::size_t>(count)](std::size_t end) {
+        if (begin < end) memset(reinterpret_cast<char*>(&request) + begin, 0, end - begin);
+    };
+    clearUpTo(sizeof(request.head));
     if (request.head.size > TESSEL_PAYLOAD_MAX) {
         TESSEL_ERR("the sended data is too long!");
         return false;
@@ -89,6 +93,7 @@ bool ReadRequest(int connection, Request& request) {
         TESSEL_ERR("the size is error:size=%d", request.head.size);
         return false;
     }
+    clearUpTo(sizeof(request.head) + static_cast<std::size_t>(request.head.size));
     return true;
 }
 

@@ -42,6 +42,9 @@ TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
         }
     }
     EXPECT_TRUE(Serves());
+    // What is announced and not sent is zero, not what the client before sent.
+    ASSERT_EQ(SendRaw(0x112, 16, Padded("lo", 16))->substr(sizeof(IpcMsgHead), 4), Number(0));
+    EXPECT_EQ(SendRaw(0x112, 16, "l")->substr(sizeof(IpcMsgHead)), Number(UINT32_MAX) + Number(0));
 }
 
 TEST(Hostile, SilentClientIsServedForABoundedTime) {

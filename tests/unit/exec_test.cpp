@@ -200,7 +200,7 @@ TEST(StartDetached, LeavesAProgramToItself) {
     close(inherited);
 }
 
-TEST(StartDetached, LogsWhatWentWrong) {
+TEST(Tools, LogsWhatKeptThemFromStarting) {
     testing::internal::CaptureStdout();
     WriteFile("/tmp/tessellog", "");
     CommandLine line;
@@ -208,9 +208,12 @@ TEST(StartDetached, LogsWhatWentWrong) {
     EXPECT_EQ(StartDetached(line), 0) << "it was started";
     EXPECT_EQ(StartDetached(CommandLine()), -1) << "nothing to start";
     EXPECT_EQ(StartDetachedShell("exit 3"), 0);
+    EXPECT_EQ(RunForStatus(line), 255);
+    EXPECT_EQ(RunShell("exit 255"), 255) << "says nothing of its start";
     unlink("/tmp/tessellog");
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)"));
+                testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)(.|\n)*"
+                                       "TesselExecShellProcess\\([0-9]+\\):exec error:\\{errno\\(2\\)[^\n]*\n$"));
 }
 
 }  // namespace

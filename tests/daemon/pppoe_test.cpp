@@ -1,6 +1,7 @@
 // PPPoE: the line that the shell gets, and which process a stop ends. The web server's two lines.
 #include "services/pppoe.h"
 
+#include "tests/support/far.h"
 #include "tests/support/link_requests.h"
 #include "tests/support/logged.h"
 #include "tests/support/proc.h"
@@ -9,10 +10,6 @@ namespace tessel::test {
 namespace {
 
 using testing::EndsWith;
-
-Call Start(const std::string& request) {
-    return {0x601, request};
-}
 
 // A line that is started, as it is noted.
 std::string Line(const std::string& rest, const std::string& pty = "\"pppoe -I eth0 -T 80 -U  -m 1412\"") {
@@ -29,16 +26,38 @@ TEST(Pppoe, LinesOfALink) {
                             run.substr(6, run.size() - 8) + "]";
     WriteFile("/tmp/pppd.txt", "");
     tools.Check({
-        {"no option", Start(Dial(10, "")), 0, run, log.c_str()},
-        {"all options", Start(Dial(11, "u", "p", "isp.net/1", "eth1.7", {1, 9, 2, 3, 4, 5, 6})), 0,
+        {"no option", {0x601, Dial(10, "")}, 0, run, log.c_str()},
+        {"all options",
+         {0x601, Dial(11, "u", "p", "isp.net/1", "eth1.7", {1, 9, 2, 3, 4, 5, 6})},
+         0,
          Line("6 holdoff 3 persist debug lcp-echo-interval 4 lcp-echo-failure 5 user u password p +ipv6",
               "\" pppoe -I eth1.7 -S isp.net/1 -T 80 -U  -m 1412 \"")},
-        {"signed", Start(Dial(2, "", "", "", "eth0", {0, 1, 0, 0, 0, ~0U, ~0U})), 0,
+        {"signed",
+         {0x601, Dial(2, "", "", "", "eth0", {0, 1, 0, 0, 0, ~0U, ~0U})},
+         0,
          Line("-1 lcp-echo-failure -1 noipv6")},
-        {"another family", Start(Dial(7, "it's")), 0, Line("0 user 'it'\\''s' ")},
-        {"cut", Start(Dial(10, "").substr(0, 2 + 793 + 4)), 0, run},
+        {"another family", {0x601, Dial(7, "it's")}, 0, Line("0 user 'it'\\''s' ")},
+        {"cut", {0x601, Dial(10, "").substr(0, 2 + 793 + 4)}, 0, run},
     });
     EXPECT_NE(access("/tmp/pppd.txt", F_OK), 0);
+}
+
+TEST(Pppoe, TheShellHandsEveryByteOver) {
+    LoggedTools tools;
+    std::string bytes = "  ";  // of which the shell would make one blank between words
+    for (int c = ' '; c <= 0xFF; ++c) {
+        if (c != 0x7F) bytes += static_cast<char>(c);
+    }
+    const std::string hostile = "$(touch /tmp/hostile)`touch /tmp/hostile`'; touch /tmp/hostile; '";
+    for (const auto& [user, password] : {std::pair("-u  ser's", bytes), {"josh", hostile}}) {
+        EXPECT_EQ(tools.Status(0x601, Dial(2, user, password, "isp")), 0);
+        const std::string line = tools.TakeRuns().at(0).substr(strlen("sh -c pppd pty "));
+        WriteFile("/tmp/line", "printf %s/ " + line + "\nwait");
+        EXPECT_THAT(OutputOf("sh /tmp/line"),
+                    testing::AllOf(testing::StartsWith(" pppoe -I eth0 -S isp -T 80 "),
+                                   EndsWith("/user/" + std::string(user) + "/password/" + password + "/noipv6/")));
+    }
+    EXPECT_NE(access("/tmp/hostile", F_OK), 0);
 }
 
 TEST(Pppoe, WhatNoQuotingMakesSafeIsRefused) {

@@ -6,24 +6,6 @@
 built=build/arm/tests/device
 crashFile=/usr/tessel_crash.log.0
 
-# Starts the daemon $1 anew, with an ioctl that crashes while /tmp/crash exists.
-Restart() {
-    rm -f /tmp/crash "$crashFile"
-    killall -9 tessel_daemon || :
-    Eventually 30 Fails pidof tessel_daemon
-    LD_PRELOAD=$PWD/$built/libdevice_crash.so "$1" </dev/null >/dev/null 2>&1
-    Eventually 30 tesselctl link mtu eth0
-    # So that the kernel tells which signal ended a process.
-    echo 1 >/proc/sys/kernel/print-fatal-signals
-    dmesg -c >/dev/null
-    : >/tmp/crash
-}
-
-EndsBySignal() {
-    Eventually 30 Fails pidof tessel_daemon
-    Same "$(dmesg | sed -n 's/.*unexpected fatal signal //p')" "$1."
-}
-
 # The functions in the trace of method $1, from the one that crashed.
 FunctionsOf() {
     sed -n "/Call Trace($1)/,/^\$/s/^<\(.*\)> (<\(.*\)> + 0x.*/\1 \2/p" "$crashFile" | sed -n '/libdevice_crash/,$p' |
@@ -46,11 +28,20 @@ HasInOrder() {
 
 # The stripped daemon, in its main thread.
 CrashOfTheRelease() {
-    Restart tessel_daemon
+    killall -9 tessel_daemon
+    Eventually 30 Fails pidof tessel_daemon
+    # An ioctl that crashes while /tmp/crash exists.
+    LD_PRELOAD=$PWD/$built/libdevice_crash.so tessel_daemon </dev/null >/dev/null 2>&1
+    Eventually 30 tesselctl link mtu eth0
+    # So that the kernel tells which signal ended a process.
+    echo 1 >/proc/sys/kernel/print-fatal-signals
+    dmesg -c >/dev/null
+    : >/tmp/crash
     daemon=$(pidof tessel_daemon)
     mapped=$(cut -d ' ' -f 1 "/proc/$daemon/maps" | head -n 1)
     Fails tesselctl link mtu eth0
-    EndsBySignal 11
+    Eventually 30 Fails pidof tessel_daemon
+    Same "$(dmesg | sed -n 's/.*unexpected fatal signal //p')" 11.
     HasInOrder "$(cat "$crashFile")" 'Exception Occur' 'Version: 1.0.2.4a14bb47' "Thread id: $daemon" \
         'Thread name:tessel_daemon' 'Signal num: 11' "Exception time: $(date +%Y-%m-%d)" 'CPU registers' 'PC:0x' 'R4:' \
         'Call Trace(extbl)' 'Call Trace(unwind)' "Process [$daemon] Maps" "$mapped" '[stack]'
@@ -61,18 +52,5 @@ daemon:" libc
     done
     # The unstripped file has the same addresses.
     HasInOrder "$(tesselctl crash show --symbols build/arm/symbols)" ioctl 'ApidMtuGet(' 'TesselDaemonMain()'
-}
-
-# The same daemon with its symbols, in a thread that an event of the kernel module reaches.
-CrashOfAWorker() {
-    Restart "build/arm/symbols/tessel_daemon"
-    echo 1 >/proc/veltrac/event
-    EndsBySignal 11
-    grep -qx 'Thread name:TesselSysNetlin' "$crashFile"
-    for method in extbl unwind; do
-        HasInOrder "$(FunctionsOf "$method")" crash:ioctl ListInterfaces RebuildNetdevTable NetlinkInitThread
-    done
-    HasInOrder "$(tesselctl crash show)" 'signal 11 (Segmentation fault)' TesselSysNetlin \
-        ioctl 'tessel::RebuildNetdevTable()' 'NetlinkInitThread(void*)' 'PC:0x'
     Same "$(tesselctl -g signal crash list)" 11
 }

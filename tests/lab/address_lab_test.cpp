@@ -1,4 +1,8 @@
-// Addresses with the real `ip` tool and the real kernel.
+// Addresses and what routers give, with the real `ip` tool and the real kernel.
+#include <gmock/gmock.h>
+
+#include <span>
+
 #include "core/family.h"
 #include "tessel/address.h"
 #include "tests/support/conversation.h"
@@ -49,6 +53,25 @@ TEST(AddressLab, WhatTheKernelHasIsReadSetAndFlushed) {
     }
     EXPECT_EQ(RequestStatus(0x104, Bytes(TNetIpaddrFlushReq{.wSinFamily = 11, .achDevName = "eth0"})), 0);
     expect({learnt, own});
+}
+
+TEST(AddressLab, ALearntGatewayIsKept) {
+    const Daemon daemon;
+    AdvertiseRouter("far0", "2001:db8:5::");
+    const std::string ofEth0 = std::string(Bytes(u16{10})) + Padded("eth0", 16);
+    TNetGatewayGetReply learnt{};
+    ASSERT_TRUE(Eventually([&] {
+        learnt = ReplyTo<TNetGatewayGetReply>(0x110, ofEth0);
+        return learnt.nResult == TESSEL_RESULT_LEARNT;
+    }));
+    const auto set = [&] { return RequestStatus(0x10F, Padded("eth0", 16) + std::string(Bytes(learnt.tGateway))); };
+    EXPECT_EQ(set(), 0) << "as it is";
+    EXPECT_THAT(OutputOf("ip -6 route show default"), testing::HasSubstr("expires"));
+    learnt.tGateway.abyAddr[15] ^= 1;
+    EXPECT_EQ(set(), 0);
+    for (int i = 0; i < 3; ++i)  // one set, one learnt, none: an absent one is a success
+        EXPECT_EQ(RequestStatus(0x116, ofEth0), 0) << i;
+    EXPECT_EQ(RequestStatus(0x110, ofEth0), 0);
 }
 
 // The longest texts that addresses have, still marked as tentative, and the link-local one behind them: more than is

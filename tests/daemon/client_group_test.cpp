@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <functional>
 
-#include "core/ipc.h"
 #include "tessel/log.h"
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
@@ -37,10 +36,7 @@ int As(uid_t user, gid_t group, const std::function<int()>& run) {
 }
 
 int ConnectError() {
-    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    (void)FormSocketAddress(TESSEL_SOCKET_API, address);
-    return connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 ? 0 : errno;
+    return ConnectToDaemon().IsOpen() ? 0 : errno;
 }
 
 class ClientGroup : public testing::Test {

@@ -1,13 +1,9 @@
 // Conflict detection without other hosts: the commands, and what packets make of a table.
 #include "probe/conflict/conflict.h"
 
-#include <linux/if_ether.h>
-
-#include "probe/conflict/arp.h"
 #include "probe/conflict/arp_conflict.h"
 #include "probe/conflict/neighbour_conflict.h"
 #include "tests/support/arp.h"
-#include "tests/support/far.h"
 #include "tests/support/logged.h"
 
 namespace tessel::test {
@@ -82,16 +78,6 @@ TEST(Conflict, ArpPacketsAgainstATable) {
     table.atRecord[1] = Eth0();
     table.atRecord[1].tIfaceIp = {.dwNum = 99, .atIp = {}};
     EXPECT_EQ(CheckMacConflict(&table, "eth0", &arp, &report), 0) << "no address that is IPv4";
-}
-
-TEST(Conflict, AnswersOfAnUnknownKind) {
-    const FarLink peer("far0", ETH_P_ARP);
-    LoggedLines log(5);
-    ReplyArpPacket("eth0", 0x1401a8c0, reinterpret_cast<const u8*>(kOwnMac.data()),
-                   reinterpret_cast<const u8*>(kPeerMac.data()), 7);
-    EXPECT_EQ(peer.Next(), Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, kFirst, kPeerMac, kNoIp)));
-    EXPECT_EQ(IsValidateArp(PacketOf(Arp(3, kPeerMac, kFirst, kNoMac, kFirst))), 0);
-    EXPECT_EQ(Joined(log.Take()), "ReplyArpPacket: ipconflict type error; IsValidateArp: Unsupport options, ignored");
 }
 
 TEST(Conflict, NeighboursAreLogged) {

@@ -1,10 +1,8 @@
 // DHCP client sessions: what is run, what is reported to whom, and that nothing is left behind.
 #include <gmock/gmock.h>
-#include <signal.h>
 #include <sys/wait.h>
 
 #include <atomic>
-#include <utility>
 
 #include "tests/support/conversation.h"
 #include "tests/support/dhcp.h"
@@ -23,7 +21,6 @@ constexpr char kResultV4[] = "/tmp/udhcpc.confeth0";
 constexpr char kResultV6[] = "/tmp/udhcpc6.confeth0";
 constexpr char kStartLine[] = "udhcpc -i eth0 -s /etc/scripts/udhcpc.script -p /tmp/udhcpceth0.pid blocked 10 12 15";
 
-// Requests, and their statuses.
 std::string Of(u16 family, const std::string& name) {
     return std::string(Bytes(family)) + Padded(name, 16);
 }
@@ -80,7 +77,6 @@ class DhcpClient : public testing::Test {
         EXPECT_EQ(status, expected) << noted;
         EXPECT_EQ(clients.Take(Split(noted).size()), noted);
     }
-    // The client on eth0 dies.
     static void EndClient(const char* program) {
         const pid_t pid = StandInClients::PidOf(program, "eth0");
         ASSERT_GT(pid, 0);
@@ -120,13 +116,11 @@ TEST_F(DhcpClient, OneWorkerWhateverHappensToTheClient) {
     Expect(Start(2, "eth0", 78), 0, "udhcpc eth0 USR1");
     WriteResult(kResultV4, "leasesuccess\n");
     EXPECT_EQ(second.Next(), 0x505);
-    // A client that has died gets a successor.
     EndClient("udhcpc -i");
     Expect(Start(2, "eth0", 78), 0, kStartLine);
     EXPECT_EQ(Workers(), 1);
-    // Stopped when it has died: the answer says so.
     EndClient("udhcpc -i");
-    EXPECT_EQ(Stop(2, "eth0"), -1);
+    EXPECT_EQ(Stop(2, "eth0"), -1) << "it had died";
     EXPECT_EQ(Stop(2, "eth0"), 0) << "nothing is left";
     EXPECT_EQ(Workers(), 0);
     // One that somebody else has started is released and renewed by a start, and ended by a stop without a session.

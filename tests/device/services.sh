@@ -1,6 +1,9 @@
 #!/bin/sh
-# The services that need hardware and a kernel of the device's own: clocks, bonding, PPP; and a web server. To be sourced.
+# What needs hardware and a kernel of the device's own: clocks, bonding, PPP, crashes; and a web server. To be sourced.
 # shellcheck disable=SC2154,SC2317 # the checks' variables; called by name
+
+# Relative to the project.
+built=build/arm/tests/device
 
 # --- time ---
 
@@ -54,16 +57,6 @@ ClockIsSlewed() {
     StartTime 192.168.2.1
     Eventually 30 IsLogged 'sync sys clock, nRet = 0'
     Eventually 30 IsLogged 'olddelta.usec = [1-9]'
-}
-
-# By 32 bits of seconds it would be 2036.
-NoTimeIsRefused() {
-    before=$(date -u '+%Y-%m-%d %H')
-    ServeTime
-    StartTime 192.168.2.1
-    Eventually 30 IsLogged 'sync sys time, nRet = -1'
-    Eventually 10 IsLogged 'Input  param is invalidate(year:2000-2037)'
-    Same "$(date -u '+%Y-%m-%d %H')" "$before"
 }
 
 ClockIsSetByIPv6() {
@@ -175,4 +168,57 @@ PppoeSessionsWithARealServer() {
     Eventually 30 Has 'inet inet6'
     HangUp
     EndServer
+}
+
+# --- crashes of the daemon ---
+
+crashFile=/usr/tessel_crash.log.0
+
+# The functions in the trace of method $1, from the one that crashed.
+FunctionsOf() {
+    sed -n "/Call Trace($1)/,/^\$/s/^<\(.*\)> (<\(.*\)> + 0x.*/\1 \2/p" "$crashFile" | sed -n '/libdevice_crash/,$p' |
+        sed 's/.*libdevice_crash.so /crash:/; s/.*tessel_daemon /daemon:/; s/.*libc.so.6 .*/libc/'
+}
+
+# True when the words $2... follow one another in the text $1.
+HasInOrder() {
+    text=$1
+    shift
+    for word; do
+        case $text in *"$word"*) ;; *)
+            printf '%s is not where it belongs in\n%s\n' "$word" "$text"
+            return 1
+            ;;
+        esac
+        text=${text#*"$word"}
+    done
+}
+
+# The stripped daemon, in its main thread.
+CrashOfTheRelease() {
+    killall -9 tessel_daemon
+    Eventually 30 Fails pidof tessel_daemon
+    # An ioctl that crashes while /tmp/crash exists.
+    LD_PRELOAD=$PWD/$built/libdevice_crash.so tessel_daemon </dev/null >/dev/null 2>&1
+    Eventually 30 tesselctl link mtu eth0
+    # So that the kernel tells which signal ended a process.
+    echo 1 >/proc/sys/kernel/print-fatal-signals
+    dmesg -c >/dev/null
+    : >/tmp/crash
+    daemon=$(pidof tessel_daemon)
+    mapped=$(cut -d ' ' -f 1 "/proc/$daemon/maps" | head -n 1)
+    Fails tesselctl link mtu eth0
+    Eventually 30 Fails pidof tessel_daemon
+    Same "$(dmesg | sed -n 's/.*unexpected fatal signal //p')" 11.
+    HasInOrder "$(cat "$crashFile")" 'Exception Occur' 'Version: 1.0.2.4a14bb47' "Thread id: $daemon" \
+        'Thread name:tessel_daemon' 'Signal num: 11' "Exception time: $(date +%Y-%m-%d)" 'CPU registers' 'PC:0x' 'R4:' \
+        'Call Trace(extbl)' 'Call Trace(unwind)' "Process [$daemon] Maps" "$mapped" '[stack]'
+    for method in extbl unwind; do
+        HasInOrder "$(FunctionsOf "$method")" crash:ioctl "daemon:
+daemon:
+daemon:" libc
+    done
+    # The unstripped file has the same addresses.
+    HasInOrder "$(tesselctl crash show --symbols build/arm/symbols)" ioctl 'ApidMtuGet(' 'TesselDaemonMain()'
+    Same "$(tesselctl -g signal crash list)" 11
 }

@@ -1,8 +1,10 @@
-// What other programs do to addresses and default routes, and what becomes of it.
+// What the kernel has by itself, and what others do to addresses and default routes: what becomes of it.
 #include <gmock/gmock.h>
 #include <linux/if_ether.h>
 #include <sys/stat.h>
 
+#include "tessel/address.h"
+#include "tessel/gateway.h"
 #include "tessel/priority.h"
 #include "tests/support/arp.h"
 #include "tests/support/daemon.h"
@@ -143,6 +145,44 @@ exit $status)");
     EXPECT_TRUE(Eventually([&] { return IsDefended(peer, "\xc0\xa8\x01\x17"); }));
     EXPECT_LT(steady_clock::now() - start, milliseconds(1700)) << "no route holds it up";
     EXPECT_TRUE(Eventually(&HasMetric10));
+}
+
+TEST(NetlinkLab, ALearntGatewayIsKept) {
+    const Daemon daemon;
+    AdvertiseRouter("far0", "2001:db8:5::");
+    const std::string ofEth0 = std::string(Bytes(u16{10})) + Padded("eth0", 16);
+    TNetGatewayGetReply learnt{};
+    ASSERT_TRUE(Eventually([&] {
+        learnt = ReplyTo<TNetGatewayGetReply>(0x110, ofEth0);
+        return learnt.nResult == TESSEL_RESULT_LEARNT;
+    }));
+    const auto set = [&] { return RequestStatus(0x10F, Padded("eth0", 16) + std::string(Bytes(learnt.tGateway))); };
+    EXPECT_EQ(set(), 0) << "as it is";
+    EXPECT_THAT(OutputOf("ip -6 route show default"), testing::HasSubstr("expires"));
+    learnt.tGateway.abyAddr[15] ^= 1;
+    EXPECT_EQ(set(), 0);
+    for (int i = 0; i < 3; ++i)  // one set, one learnt, none: an absent one is a success
+        EXPECT_EQ(RequestStatus(0x116, ofEth0), 0) << i;
+    EXPECT_EQ(RequestStatus(0x110, ofEth0), 0);
+}
+
+// The longest texts that addresses have, still marked as tentative, have room in what is kept of a tool's output.
+TEST(NetlinkLab, SixteenLongAddressesAreSetTwiceAndRead) {
+    const Daemon daemon;
+    TNetIpaddrSetReq set{.wSinFamily = 10, .achDevName = "eth0", .tIfaceIp = {.dwNum = 16, .atIp = {}}};
+    for (int i = 0; i < 16; ++i) {
+        TNetIpAddr& entry = set.tIfaceIp.atIp[i];
+        entry.wSinFamily = 10;
+        entry.dwPrefixLen = 128;
+        inet_pton(AF_INET6, ("2001:1db8:1111:2222:3333:4444:5555:66" + std::to_string(10 + i)).c_str(), entry.abyAddr);
+    }
+    for (const char* round : {"first", "again"}) {
+        ASSERT_EQ(RequestStatus(0x105, Bytes(set)), 0) << round;
+        const auto read = ReplyTo<TNetIpaddrGetReply>(0x115, std::string(Bytes(u16{10})) + Padded("eth0", 16)).tIfaceIp;
+        EXPECT_TRUE(read.dwNum == 16 && read.atIp[15].bTentative == 1) << round << read.dwNum;
+        EXPECT_EQ(ReplyTo<TNetIpaddrShowReply>(0x11B, Padded("eth0", 16)).tInfo.num, 16U) << round;
+    }
+    EXPECT_EQ(OutputOf("ip -6 addr show dev eth0 scope global | grep -c inet6"), "16\n");
 }
 
 }  // namespace

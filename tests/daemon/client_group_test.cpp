@@ -23,7 +23,8 @@ constexpr uid_t kMember = 2001;    // the group is its second one
 constexpr uid_t kFirst = 2002;     // the group is its first one
 constexpr uid_t kOutsider = 2003;  // has nothing to do with it
 
-// What a function returns in a process of that user and group, the member's also of the one; -1 when it cannot be one.
+// What a function returns in a process of that user and group; -1 when it cannot be one. The member has the clients'
+// too.
 int As(uid_t user, gid_t group, const std::function<int()>& run) {
     const pid_t child = fork();
     if (child == 0) {

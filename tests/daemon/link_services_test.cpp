@@ -161,7 +161,7 @@ class Bond : public testing::Test {
     i32 StatusOf(const Call& call) {
         return tools.Status(call.type, call.payload);
     }
-    // Without an answer, but for a line that is another one.
+    // A request that is not as long as it says gets no answer, any other one does.
     void Refuse(const std::string& request, const std::string& line = "the receive buffer size is error!") {
         const bool hasAnswer = !line.starts_with("the receive");
         EXPECT_EQ(tools.Request(0xF01, request).has_value(), hasAnswer) << request.size();

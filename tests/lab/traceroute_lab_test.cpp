@@ -93,7 +93,7 @@ class Client : public Listener {
     // All up to the last; one that equals that before it is a "+".
     std::string Route() {
         std::string route, before;
-        for (std::string line = Next(); line != ""; line = before.ends_with(" last") ? "" : Next()) {
+        for (std::string line = Next(); !line.empty(); line = before.ends_with(" last") ? "" : Next()) {
             route += line == before ? "+" : (before.empty() ? "" : "; ") + line;
             before = line;
         }

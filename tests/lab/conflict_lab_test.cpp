@@ -67,6 +67,15 @@ class ConflictLab : public testing::Test {
     static void Switch(u32 code, u16 family) {
         EXPECT_EQ(RequestStatus(code, Bytes(family)), 0);
     }
+    // A daemon that has just started may not listen yet.
+    void AwaitDefence() const {
+        EXPECT_TRUE(Eventually([&] {
+            peer.Send(Claim(kPeerMac, kFirst));
+            return peer.Next(100) == Defence(kFirst);
+        }));
+        while (!peer.Next(300).empty()) {
+        }
+    }
     const FarLink peer{"far0", ETH_P_ARP};
 };
 
@@ -92,6 +101,7 @@ TEST_F(ConflictLab, ArpIsAnsweredAndReported) {
         {"no Ethernet", from(kPeerMac, "\0\x06"s + Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(2)), "", ""},
         {"foreign addresses", Claim(kPeerMac, kForeign), "", ""},
     };
+    AwaitDefence();
     Switch(kOn, TESSEL_FAMILY_INET);
     // A known conflict stands behind each row: what the row brings has come before that one's.
     for (const auto& [description, frame, ofRow, reportsOfRow] : rows) {
@@ -170,6 +180,7 @@ TEST_F(ConflictLab, AListenerThatDoesNotAccept) {
     ASSERT_TRUE(FormSocketAddress(TESSEL_SOCKET_IP_CONFLICT, address));
     ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     ASSERT_EQ(listen(listener.Get(), 0), 0);
+    AwaitDefence();
     Switch(kOn, TESSEL_FAMILY_INET);
     // The first report takes the one place in the listener's queue, each of the others 8 seconds.
     for (int i = 0; i < 5; ++i)

@@ -22,9 +22,6 @@ struct RouteMessage {
         bytes.resize(RTA_ALIGN(bytes.size()));
         return *this;
     }
-    RouteMessage& Add(u16 type, u32 number) {
-        return Add(type, Number(number));
-    }
     void Process() const {
         alignas(nlmsghdr) u8 buffer[256] = {};
         nlmsghdr header{};
@@ -39,8 +36,11 @@ struct RouteMessage {
 
 const std::string kGateway = "\xc0\xa8\x01\x01";  // 192.168.1.1
 
-RouteMessage DefaultThrough(const char* interfaceName) {
-    return RouteMessage().Add(RTA_TABLE, 254).Add(RTA_GATEWAY, kGateway).Add(RTA_OIF, if_nametoindex(interfaceName));
+const std::string kMain = Number(254);
+
+RouteMessage DefaultThrough(const std::string& interfaceName) {
+    const u32 index = if_nametoindex(interfaceName.c_str());
+    return RouteMessage().Add(RTA_TABLE, kMain).Add(RTA_GATEWAY, kGateway).Add(RTA_OIF, Number(index));
 }
 
 // What has been kept in mind gets its two seconds and is looked at.
@@ -68,12 +68,13 @@ TEST(DefaultRoute, MessagesAreRead) {
         {"to a whole network", DefaultThrough("eth0").Add(RTA_DST, std::string("\x0a\0\0\0", 4)), "RTA_DST 10.0.0.0"},
         {"for a source, through no gateway", RouteMessage().Add(RTA_SRC, kGateway), "RTA_SRC 192.168.1.1"},
         {"of no table", throughGateway, "table id is null"},
-        {"of another table", RouteMessage(throughGateway).Add(RTA_TABLE, 100),
+        {"of another table", RouteMessage(throughGateway).Add(RTA_TABLE, Number(100)),
          "Debug nTable = 100 gateway = 192.168.1.1"},
-        {"on no interface", RouteMessage(throughGateway).Add(RTA_TABLE, 254), toTheMainTable + "interface is null"},
-        {"with a metric", DefaultThrough("eth0").Add(RTA_PRIORITY, 10), toTheMainTable + "find devices, id 2, eth0"},
+        {"on no interface", RouteMessage(throughGateway).Add(RTA_TABLE, kMain), toTheMainTable + "interface is null"},
+        {"with a metric", DefaultThrough("eth0").Add(RTA_PRIORITY, Number(10)),
+         toTheMainTable + "find devices, id 2, eth0"},
         {"without", DefaultThrough("eth0"), toTheMainTable + "find devices, id 2, eth0" + kept},
-        {"on an interface that has gone", RouteMessage(throughGateway).Add(RTA_TABLE, 254).Add(RTA_OIF, 99),
+        {"on an interface that has gone", RouteMessage(throughGateway).Add(RTA_TABLE, kMain).Add(RTA_OIF, Number(99)),
          toTheMainTable + "get interface name according index 99 failed" + kept},
     };
     LoggedLines log(5);
@@ -142,7 +143,7 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     });
     for (const Replacement& row : rows) {
         for (int i = 0; i < row.messages; ++i)
-            DefaultThrough(("v" + std::to_string(&row - rows)).c_str()).Process();
+            DefaultThrough("v" + std::to_string(&row - rows)).Process();
     }
     LoggedLines log(5);
     Settle();

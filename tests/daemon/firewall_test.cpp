@@ -2,11 +2,8 @@
 #include "tests/support/firewall.h"
 
 #include <map>
-#include <random>
 #include <utility>
 
-#include "firewall/arp.h"
-#include "firewall/rule.h"
 #include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
@@ -38,18 +35,24 @@ struct Step {
     char result, when;
 };
 
-struct Sequence {
-    u32 type;
-    std::string request;
-    std::string steps;  // each ends with '\n'
-};
-
 std::string Replaced(std::string text, std::initializer_list<std::pair<std::string, std::string>> words) {
     for (const auto& [word, with] : words) {
         for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + with.size()))
             text.replace(at, word.size(), with);
     }
     return text;
+}
+
+// The same for IPv6.
+std::string V6(const std::string& steps) {
+    return Replaced(steps, {{"iptables", "ip6tables"},
+                            {"-I whitelist -s 127.0.0.0/8", "-A whitelist -s ::1/64"},
+                            {"-s 127.0.0.0/8 -j ACCEPT # ExecCmd error! ", "-s ::1/64 -j ACCEPT # ExecCmd error!"},
+                            {"MACFILTER", "MACV6"},
+                            {"mac rule", "v6 mac rule"},
+                            {"-p icmp --icmp-type 8", "-p icmpv6 --icmpv6-type 128"},
+                            {"LOG --log-prefix \"***ICMPPACKET", "LOG  --log-prefix \"***ICMPPACKETV6"},
+                            {"icmp rule", "icmpv6 rule"}});
 }
 
 // In whose name a command logs, and what its handler logs of a failure.
@@ -121,10 +124,10 @@ class Firewall : public testing::Test {
     }
 
     // With every rule there and with none, and each time with each line failing in turn.
-    void Check(const std::vector<Sequence>& rows) {
-        for (const Sequence& row : rows) {
+    void Check(std::initializer_list<std::tuple<u32, std::string, std::string>> rows) {
+        for (const auto& [type, request, lines] : rows) {
             std::vector<Step> steps;
-            for (const std::string& text : Split(row.steps.substr(0, row.steps.size() - 1), "\n"))
+            for (const std::string& text : Split(lines.substr(0, lines.size() - 1), "\n"))
                 steps.emplace_back(text);
             for (const bool isPresent : {true, false}) {
                 for (const Step& step : steps)
@@ -132,10 +135,10 @@ class Firewall : public testing::Test {
                 for (std::size_t failing = 0; failing <= steps.size(); ++failing) {
                     const Step* const step = failing < steps.size() ? &steps[failing] : nullptr;
                     const std::string line = step != nullptr ? step->line : "nothing";
-                    const std::string what = row.steps + (isPresent ? "present" : "absent") + ", failing: " + line;
-                    const Outcome expected(row.type, steps, isPresent, step);
+                    const std::string what = lines + (isPresent ? "present" : "absent") + ", failing: " + line;
+                    const Outcome expected(type, steps, isPresent, step);
                     tools_.Answer(line, "no", 1);
-                    tools_.Check(what, row.type, row.request, expected.runs, expected.status);
+                    tools_.Check(what, type, request, expected.runs, expected.status);
                     tools_.Answer(line, "", 0);
                     EXPECT_THAT(log_.Take(), ElementsAreArray(expected.log)) << what;
                 }
@@ -163,20 +166,14 @@ TEST_F(Firewall, ListsAreSwitched) {
 )";
     const std::string noWhite = "! iptables -D INPUT -j whitelist\n! iptables -t filter -F whitelist\n";
     const std::string noBlack = Replaced(noWhite, {{"white", "black"}});
-    const auto v6 = [](const std::string& steps) {
-        return Replaced(steps,
-                        {{"iptables", "ip6tables"},
-                         {"-I whitelist -s 127.0.0.0/8", "-A whitelist -s ::1/64"},
-                         {"-s 127.0.0.0/8 -j ACCEPT # ExecCmd error! ", "-s ::1/64 -j ACCEPT # ExecCmd error!"}});
-    };
     for (const auto& [type, first, second] :
          {std::tuple{0x1003U, white, black}, std::tuple{0x1004U, noWhite, noBlack}}) {
         Check({{type, Number(1), first},
                {type, Number(2), second},
-               {type, Number(3), v6(first)},
-               {type, Number(4), v6(second)},
-               {type, Number(5), first + v6(first)},
-               {type, Number(6), second + v6(second)}});
+               {type, Number(3), V6(first)},
+               {type, Number(4), V6(second)},
+               {type, Number(5), first + V6(first)},
+               {type, Number(6), second + V6(second)}});
     }
 }
 
@@ -224,9 +221,6 @@ TEST_F(Firewall, EntriesOfTheLists) {
         const auto mac = [&](const std::string& match) {
             return Entry(op, "iptables -I", match + from, "MACFILTER", "mac rule log record add or del fail");
         };
-        const auto v6 = [](const std::string& steps) {
-            return Replaced(steps, {{"iptables", "ip6tables"}, {"MACFILTER", "MACV6"}, {"mac rule", "v6 mac rule"}});
-        };
         const std::string gap = op == 1 ? " " : "";  // two blanks in front
         Check({
             {0x1001, Network(op, 2, "192.168.1.0", 24), ip(" -s 192.168.1.0/24")},
@@ -235,9 +229,9 @@ TEST_F(Firewall, EntriesOfTheLists) {
             {0x1001, Network(op, 10, "2001:db8::", 32), ip(" -s 2001:db8::/32")},
             {0x1001, Network(op, 10, "2001:db8::", 9, "2001:db9::"),
              ip(" -m iprange --src-range 2001:db8::-2001:db9::")},
-            {0x1002, Number(op) + kMac, mac("") + v6(mac(""))},
+            {0x1002, Number(op) + kMac, mac("") + V6(mac(""))},
             {0x100D, Number(op) + kMac + "10.0.0.9", mac(" -s 10.0.0.9/32")},
-            {0x100D, Number(op) + kMac + "fe80::9", v6(mac(" -s fe80::9/32" + gap))},
+            {0x100D, Number(op) + kMac + "fe80::9", V6(mac(" -s fe80::9/32" + gap))},
         });
     }
 }
@@ -258,22 +252,15 @@ TEST_F(Firewall, EchoRequestsAndPorts) {
     const std::string drop = R"(= iptables -I icmppacket -p icmp --icmp-type 8 -j LOG --log-prefix "***ICMPPACKET***")"
                              " --log-level notice # ExecCmd error! icmp rule add log record fail\n"
                              "=?iptables -I icmppacket -p icmp --icmp-type 8 -j DROP\n";
-    const auto v6 = [](const std::string& steps) {
-        return Replaced(steps, {{"iptables", "ip6tables"},
-                                {"-p icmp --icmp-type 8", "-p icmpv6 --icmpv6-type 128"},
-                                {"LOG --log-prefix", "LOG  --log-prefix"},
-                                {"ICMPPACKET*", "ICMPPACKETV6*"},
-                                {"icmp rule", "icmpv6 rule"}});
-    };
     const std::string tcp = "tables -A INPUT -p tcp -m multiport --dport 80,443";
     const std::string udp = "tables -A INPUT -p udp -m multiport --dport 80,443";
     Check({
         {0x1006, Number(1), flush + allow + answer},
         {0x1006, Number(2), flush + drop},
-        {0x1006, Number(3), v6(flush + allow)},
-        {0x1006, Number(4), v6(flush + drop)},
-        {0x1006, Number(5), flush + v6(flush) + allow + answer + v6(allow)},
-        {0x1006, Number(6), flush + v6(flush) + drop + v6(drop)},
+        {0x1006, Number(3), V6(flush + allow)},
+        {0x1006, Number(4), V6(flush + drop)},
+        {0x1006, Number(5), flush + V6(flush) + allow + answer + V6(allow)},
+        {0x1006, Number(6), flush + V6(flush) + drop + V6(drop)},
         {0x1007, Ports(1, 3, 0, 2, 2, "80,443"),
          PortRule("=?", "ip" + tcp, "DROP", "tcp ") + PortRule("=?", "ip" + udp, "DROP", " udp ") +
              PortRule("=$", "ip6" + tcp, "DROP", "tcp ") + PortRule("=$", "ip6" + udp, "DROP", " udp ")},
@@ -328,11 +315,6 @@ TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
         if (!names.handlerLine.empty()) expected.push_back(names.handlerLine);
         EXPECT_THAT(log_.Take(), ElementsAreArray(expected)) << lines;
     }
-    EXPECT_EQ(RuleCheck(nullptr), 0);
-    EXPECT_EQ(AddArpEntry(nullptr), -1);
-    EXPECT_EQ(DelArpEntry(nullptr), -1);
-    EXPECT_EQ(Joined(log_.Take()),
-              "RuleCheck: ExecCmd pchRule is NULL!; AddArpEntry: ptArpInfo is null; DelArpEntry: ptArpInfo is null");
 }
 
 // Whole or not at all: no line is run with a text that was cut.
@@ -349,21 +331,6 @@ TEST_F(Firewall, TextsOfEveryLength) {
         EXPECT_EQ(status, -1) << type;
         const std::string line = kNames.at(type).function + "the command is too long:";
         EXPECT_THAT(log_.Take(), testing::Contains(testing::StartsWith(line)));
-    }
-}
-
-// Of every command, also those whose record has a fixed size.
-TEST_F(Firewall, PayloadsOfEveryLength) {
-    AnswerTools([](const std::string&) { return ToolAnswer{.output = "", .status = 1}; });
-    TesselDebugLevelSet(0);  // a log of all this would be large
-    std::minstd_rand random(20261121);
-    for (const auto& [type, names] : kNames) {
-        for (std::size_t length = 0; length <= 3072; ++length) {
-            std::string payload = Padded(Number(1), length);
-            for (std::size_t i = length % 2 == 0 ? 4 : 0; i < length; ++i)
-                payload[i] = length % 2 == 0 ? 'x' : static_cast<char>(random());
-            ASSERT_EQ(tools_.Status(type, payload), -1) << type << " length " << length;
-        }
     }
 }
 

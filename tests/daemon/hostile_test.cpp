@@ -1,15 +1,10 @@
 // Nothing that a client sends, or does not send, keeps the daemon from serving the next one.
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <chrono>
+#include <atomic>
 #include <climits>
 #include <filesystem>
 #include <random>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 #include "core/startup/command_table.h"
 #include "tessel/ipc.h"
@@ -34,10 +29,7 @@ TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
                 for (char& byte : payload)
                     byte = static_cast<char>(random());
                 const auto answer = SendRaw(row.type, size, payload);
-                ASSERT_TRUE(answer.has_value()) << std::hex << row.type << " size " << size;
-                if (size < 0 || size > 3072) {
-                    EXPECT_EQ(*answer, "") << std::hex << row.type << " size " << size;
-                }
+                ASSERT_TRUE(answer && (answer->empty() || (size >= 0 && size <= 3072))) << row.type << " size " << size;
             }
         }
     }
@@ -66,21 +58,17 @@ TEST(Hostile, HundredClientsAtOnceAreAnsweredAfterOthersHaveLeftEarly) {
         if (i % 3 == 0) send(fd.Get(), &head, sizeof(head), MSG_NOSIGNAL);
     }
     std::atomic<int> answered{0};
-    std::vector<std::thread> clients;
-    clients.reserve(100);
-    for (int i = 0; i < 100; ++i)
-        clients.emplace_back([&] { answered += Serves() ? 1 : 0; });
+    std::array<std::thread, 100> clients;
+    for (std::thread& client : clients)
+        client = std::thread([&] { answered += Serves() ? 1 : 0; });
     for (std::thread& client : clients)
         client.join();
     EXPECT_EQ(answered, 100);
 }
 
 long ResidentPages(pid_t pid) {
-    std::istringstream statm(ReadFile("/proc/" + std::to_string(pid) + "/statm"));
-    long total = 0;
-    long resident = 0;
-    statm >> total >> resident;
-    return resident;
+    const std::string statm = ReadFile("/proc/" + std::to_string(pid) + "/statm");
+    return std::stol(statm.substr(statm.find(' ')));
 }
 
 TEST(Hostile, HundredThousandRequestsLeaveNothingBehind) {

@@ -1,24 +1,282 @@
-// Static routes, tables and rules: the lines that are run, the answers, and the log.
-#include "route/route.h"
+// Default gateways, the priorities of uplinks, static routes, tables and rules: what is run, answered and logged.
+#include "tessel/route.h"
 
-#include "route/route_list.h"
+#include "route/gateway.h"
+#include "route/priority_table.h"
 #include "tests/support/logged.h"
 
 namespace tessel::test {
 namespace {
 
-TNetIpRouteParam Route(const char* destination, i32 prefixLength, const char* gateway, i32 metric,
-                       const char* name = "") {
-    TNetIpRouteParam route{};
-    strncpy(route.achDevName, name, sizeof(route.achDevName));
-    route.tDestIpNet = Address(destination);
-    route.tGateway = Address(gateway);
-    route.nPrefixLen = prefixLength;
-    route.nMetric = metric;
-    return route;
+constexpr u32 kNoTable = 0xffffffff;  // the payload ends before the number
+
+Call Set(const char* address, const char* name = "eth0", u32 table = kNoTable) {
+    const TNetGatewaySetReq request{.achDevName = {}, .tGateway = Address(address), .dwTable = table};
+    return {0x10F, Named(request, name, table == kNoTable ? 36 : 40)};
 }
 
-constexpr u32 kNoTable = 0xffffffff;  // the payload ends before the number
+std::string Of(u16 family, const char* name, u32 table) {
+    return Named(TNetGatewayReq{.wSinFamily = family, .achDevName = {}, .dwTable = table}, name,
+                 table == kNoTable ? 18 : 22);
+}
+
+Call Del(u16 family, const char* name = "eth0", u32 table = kNoTable) {
+    return {0x116, Of(family, name, table)};
+}
+
+Call Get(u16 family, const char* name = "eth0", u32 table = kNoTable) {
+    return {0x110, Of(family, name, table)};
+}
+
+std::string Gateway(i32 status, const TNetGateway& gateway) {
+    return std::string(Bytes(TNetGatewayGetReply{.nResult = status, .tGateway = gateway}));
+}
+
+using Metrics = std::vector<std::pair<const char*, i32>>;
+
+// With another count than that of the entries, if there is one.
+std::string List(const Metrics& entries, std::optional<u32> count = {}) {
+    TNetPrioParamList list{};
+    list.dwNum = count.value_or(static_cast<u32>(entries.size()));
+    std::size_t index = 0;
+    for (const auto& [name, metric] : entries) {
+        strncpy(list.atPrio[index].achDevName, name, sizeof(list.atPrio[index].achDevName));
+        list.atPrio[index++].nPriority = metric;
+    }
+    return std::string(Bytes(list));
+}
+
+Call Prioritize(const std::string& list) {
+    return {0x11C, list};
+}
+
+const Call kPriorities = {0x11D, ""};
+
+TEST(Gateway, SettingAndDeleting) {
+    LoggedTools tools;
+    tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
+    tools.Answer("ip -6 route show dev longer default", "default via fe80::12 metric 1024\n");
+    tools.Check({
+        {"no name", Set("10.0.0.1", ""), 0, "ip route add default via 10.0.0.1 metric 0",
+         "ApidGatewaySet: the achDevName is empty!; GatewaySetV4: GatewaySetV4 achCmdBuf: $"},
+        {"table 0: the main one", Set("10.0.0.1", "eth0", 0), 0, "ip route add default via 10.0.0.1 dev eth0 metric 0"},
+        {"a table", Set("10.0.0.1", "eth0", 100), 0, "ip route add default via 10.0.0.1 dev eth0 metric 0 table 100"},
+        {"the zero address deletes", Set("0.0.0.0"), 0, "ip -4 route del default dev eth0",
+         "ApidGatewaySet: the achDevName is eth0!; GatewaySet: remove the ipv4 gateway!; DelGateWayV4: GatewaySetV4 "
+         "achCmdBuf: $"},
+        {"an address in a table", Set("0.0.0.0", "eth0", 7), 0,
+         "ip route add default via 0.0.0.0 dev eth0 metric 0 table 7"},
+        {"IPv6 replaces", Set("fe80::2"), 0,
+         "ip -6 route show dev eth0 default; ip -6 route replace default via fe80::2 dev eth0"},
+        {"IPv6, learnt already", Set("fe80::1"), 0, "ip -6 route show dev eth0 default",
+         "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: pchIfaceName : eth0; CheckGateWay: GetGateWayV6 cmd : "
+         "$; found gateway fe80::1; GatewaySetV6: gateway fe80::1 maybe has been configed by ra"},
+        {"IPv6, part of another text", Set("fe80::1", "longer"), 0, "ip -6 route show dev longer default"},
+        {"IPv6, a table", Set("fe80::2", "eth0", 5), 0, "ip -6 route add default via fe80::2 dev eth0 table 5",
+         "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: GatewaySetV6 achCmdBuf: $"},
+        {"the zero address deletes, IPv6", Set("::"), 0, "ip -6 route del default dev eth0",
+         "ApidGatewaySet: the achDevName is eth0!; GatewaySet: remove the ipv6 gateway!; DelGateWayV6: GatewaySetV6 "
+         "achCmdBuf: $"},
+        {"delete IPv6, no name", Del(10, ""), 0, "ip -6 route flush default",
+         "ApidGatewayDel: the achDevName is empty!; DelGateWayV6: GatewaySetV6 achCmdBuf: $"},
+        {"delete IPv6, a table", Del(10, "", 100), 0, "ip -6 route flush default table 100"},
+    });
+}
+
+TEST(Gateway, SettingAndDeletingFails) {
+    LoggedTools tools(2);
+    for (const char* place :
+         {"-6 route del default dev gone", "-6 route del default dev gone table 9", "-4 route del default dev gone"})
+        tools.Answer(std::string("ip ") + place, "No such process", 2);
+    tools.Fail({"ip -6 route del default dev bad", "ip route add default via 10.0.0.9 dev eth0 metric 0",
+                "ip -6 route replace default via fe80::3 dev eth0", "ip -6 route show dev gone default"});
+    tools.Check({
+        {"there already", Set("10.0.0.9"), -1, "ip route add default via 10.0.0.9 dev eth0 metric 0",
+         "#GatewaySetV4; ApidGatewaySet: GatewaySet error!"},
+        {"IPv6 fails", Set("fe80::3"), -1,
+         "ip -6 route show dev eth0 default; ip -6 route replace default via fe80::3 dev eth0",
+         "CheckGateWay: FindStrMatchHead error!; FindStrMatchHead outbuf : !; #GatewaySetV6; ApidGatewaySet: "
+         "GatewaySet error!"},
+        {"IPv6, unreadable", Set("fe80::2", "gone"), 0,
+         "ip -6 route show dev gone default; ip -6 route replace default via fe80::2 dev gone",
+         "CheckGateWay: ExecCmdAndGetOutput error!"},
+        {"IPv6, no name", Set("fe80::2", ""), -1, "",
+         "GatewaySetV6:  pchIfaceName is null!; ApidGatewaySet: GatewaySet error!"},
+        {"an absent route is no error to the zero address", Set("::", "gone"), 0, "ip -6 route del default dev gone",
+         "DelGateWayV6: ExecCmd error!"},
+        {"an unknown family", Set("none"), -1, "",
+         "GatewaySet: GatewaySet wSinFamily 7 is invalid!; ApidGatewaySet: GatewaySet error!"},
+        {"an option", Set("10.0.0.1", "-V"), -1, "",
+         "GatewaySetV4: the text [-V] is invalid!; ApidGatewaySet: GatewaySet error!"},
+        {"an absent route", Del(2, "gone"), -1, "ip -4 route del default dev gone",
+         "ExecCmd: ip; No such process; DelGateWayV4: ExecCmd error!; ApidGatewayDel: GatewaySet error!"},
+        {"an absent IPv6 route", Del(10, "gone"), 0, "ip -6 route del default dev gone"},
+        {"an absent IPv6 route of a table", Del(10, "gone", 9), -1, "ip -6 route del default dev gone table 9"},
+        {"another failure", Del(10, "bad"), -1, "ip -6 route del default dev bad"},
+        {"delete an unknown family", Del(7), 0, "", "GatewayDel: the wSinFamily 7 is not supportted!"},
+    });
+}
+
+TEST(Gateway, Reading) {
+    LoggedTools tools;
+    tools.Answer("ip -4 route show dev eth0 default",
+                 "default via 10.0.0.1 metric 10 \ndefault via 10.0.0.2 metric 20 \n");
+    tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
+    tools.Answer("ip -6 route show default table 5", "default via fe80::2 dev eth0 expires 5sec\n");
+    tools.Fail({"ip -4 route show dev bad default"});
+    tools.Check({
+        {"the first", Get(2), Gateway(0, Address("10.0.0.1")), "ip -4 route show dev eth0 default"},
+        {"none", Get(2, "", 5), Gateway(0, Address("0.0.0.0")), "ip -4 route show default table 5"},
+        {"fails", Get(2, "bad"), Gateway(-1, {}), "ip -4 route show dev bad default",
+         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; TesselExecCmdAndGetOutput: ip; "
+         "No.; GetGateWayV4: ExecCmdAndGetOutput error!; ApidGatewayGet: GatewayGet error!"},
+        {"learnt", Get(10), Gateway(11111, Address("fe80::1")), "ip -6 route show dev eth0 default",
+         "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $; ApidGatewayGet: GatewayGet "
+         "error!"},
+        {"not in a table", Get(10, "", 5), Gateway(0, Address("fe80::2")), "ip -6 route show default table 5",
+         "ApidGatewayGet: the achDevName is empty!; GetGateWayV6: GetGateWayV6 cmd : $"},
+        {"none, IPv6", Get(10, "eth1"), Gateway(0, Address("::")), "ip -6 route show dev eth1 default"},
+        {"an unknown family", Get(7), 0, "",
+         "ApidGatewayGet: the achDevName is eth0!; GatewayGet: wSinFamily 7 is not suypportted!; !"},
+        {"an option", Get(2, "-V"), -1, ""},
+    });
+}
+
+// Priority routing as it is when the daemon starts.
+class Priority : public testing::Test {
+  protected:
+    Priority() {
+        g_nRoutedetectE = 0;
+        for (u32 i = 0; i < TESSEL_PRIORITIES_MAX; ++i)
+            StorePriority(i, {});
+    }
+    LoggedTools tools{4};
+};
+
+std::string Shows(std::vector<std::string> names) {
+    for (std::string& name : names)
+        name = "ip -4 route show dev " + name + " default";
+    return Joined(names);
+}
+
+TEST_F(Priority, TheFirstListFixesTheInterfaces) {
+    tools.Answer("ip -4 route show dev eth0 default", "default via 10.0.0.1 \n");
+    tools.Answer("ip -4 route show dev eth1 default", "default via 10.0.0.2 metric 7 \n");
+    tools.Answer("ip -4 route show dev eth3 default", "default via 10.0.0.3 metric 30 \n");
+    tools.Fail({"ip -4 route del default dev eth1"});
+    const std::string all = Shows({"eth0", "eth1", "eth2", "eth3"});
+    const auto list = [](i32 eth0, i32 eth1) {
+        return List({{"eth0", eth0}, {"eth1", eth1}, {"eth2", 25}, {"eth3", 30}});
+    };
+    tools.Check({
+        {"all deletions come before all additions, even when one fails", Prioritize(list(10, 20)), 0,
+         all + "; ip -4 route del default dev eth0; ip -4 route del default dev eth1; ip route add default via "
+               "10.0.0.1 dev eth0 metric 10; ip route add default via 10.0.0.2 dev eth1 metric 20"},
+        {"a gateway carries its interface's metric from now on", Set("10.0.0.9", "eth1"), 0,
+         "ip route add default via 10.0.0.9 dev eth1 metric 20"},
+        {"but not without a name", Set("10.0.0.9", ""), 0, "ip route add default via 10.0.0.9 metric 0"},
+        {"in a table as well", Set("10.0.0.9", "eth1", 3), 0,
+         "ip route add default via 10.0.0.9 dev eth1 metric 20 table 3"},
+        {"a name that is not in the table", Set("10.0.0.9", "eth"), 0,
+         "ip route add default via 10.0.0.9 dev eth metric 0"},
+        {"unknown names are ignored, a shorter name changes the first that begins with it",
+         Prioritize(List({{"ppp0", 5}, {"eth3", 30}, {"eth", 0}, {"eth1", 7}})), 0, all},
+        {"right already", Prioritize(list(0, 7)), 0, all},
+        {"read", kPriorities, list(0, 7), ""},
+    });
+    g_nRoutedetectE = 0;
+    tools.Check({
+        {"switched off: without metric", Set("10.0.0.1", "eth1"), 0,
+         "ip route add default via 10.0.0.1 dev eth1 metric 0"},
+        {"but in tables", Set("10.0.0.1", "eth1", 3), 0, "ip route add default via 10.0.0.1 dev eth1 metric 7 table 3"},
+    });
+}
+
+TEST_F(Priority, AMetricIsTheFirstOfTheListingAndOfAGateway) {
+    const std::tuple<const char*, i32, const char*> rows[] = {
+        {"default via 10.0.0.1 metric 7 \ndefault via 10.0.0.2 metric 8 \n", 7, "10.0.0.1"},
+        {"default via 10.0.0.1 \ndefault via 10.0.0.2 metric 8 \n", 8, "10.0.0.1"},
+        {"default via 10.0.0.1 \n", 0, "10.0.0.1"},
+        {"blackhole default metric 9 \n", 0, "0.0.0.0"},
+    };
+    for (const auto& [output, metric, gateway] : rows) {
+        tools.Answer("ip -4 route show dev eth0 default", output);
+        TNetGatewayMetric record{.achDevName = "eth0", .nMetric = 99, .tGateway = {}};
+        EXPECT_EQ(GetGateWayV4WithMetric(&record), 0) << output;
+        EXPECT_TRUE(record.nMetric == metric && Bytes(record.tGateway) == Bytes(Address(gateway))) << output;
+    }
+}
+
+TEST_F(Priority, ANameThatIsThereTwiceHasTheLastMetric) {
+    EXPECT_EQ(PriorityMetricGet("eth0"), -1);
+    tools.Answer("ip -4 route show dev eth1 default", "default via 10.0.0.1 metric 7");
+    tools.Fail({"ip -4 route del default dev eth1"});
+    tools.Check({
+        {"twice", Prioritize(List({{"eth0", 1}, {"eth1", 2}, {"eth0", 3}})), 0,
+         Shows({"eth0", "eth1", "eth0"}) +
+             "; ip -4 route del default dev eth1; ip route add default via 10.0.0.1 dev eth1 metric 2",
+         "ApidPrioritySet: interface eth0, priority 1; interface eth1, priority 2; interface eth0, priority 3; "
+         "ActivePriority: active the priority rule; interface eth1 exist gateway , old metric 7, new metric 2; "
+         "DelGateWayV4: GatewaySetV4 achCmdBuf: ip ip -4 route del default dev eth1; ExecCmd: ip; No.; DelGateWayV4: "
+         "ExecCmd error!; ActivePriority: del original eth1 gateway; GatewaySetV4: GatewaySetV4 achCmdBuf: ip ip route "
+         "add default via 10.0.0.1 dev eth1 metric 2; ActivePriority: add eth1 gateway with new metric 2"},
+        {"so has its gateway", Set("10.0.0.1"), 0, "ip route add default via 10.0.0.1 dev eth0 metric 3"},
+        {"later", Prioritize(List({{"ppp0", 1}, {"eth1", 7}})), 0, Shows({"eth0", "eth1", "eth0"}),
+         "ApidPrioritySet: ppp0 not found; interface eth1 priority has been changed, from 2 to 7; ActivePriority: "
+         "active the priority rule"},
+        {"read", kPriorities, List({{"eth0", 1}, {"eth1", 7}, {"eth0", 3}}), "",
+         "ApidPriorityGet: interface eth0, priority 1; interface eth1, priority 7; interface eth0, priority 3"},
+    });
+    EXPECT_EQ(PriorityMetricGet("eth"), 0);
+}
+
+TEST_F(Priority, AListThatIsEmptyOrCutShortFixesNothing) {
+    const std::string two = List({{"eth0", 10}, {"eth1", 20}});
+    const std::string other = List({{"eth0", 30}, {"eth1", 40}});
+    const std::string full = List(Metrics(10, {"eth0", 1}), 11);
+    constexpr std::size_t kTwoEntries = 4 + 2 * 20;
+    for (std::size_t bytes = 0; bytes < kTwoEntries; ++bytes)
+        tools.Check({{"cut", Prioritize(two.substr(0, bytes)), 0, ""}});
+    tools.Check({
+        {"ten count, and one byte is missing", Prioritize(full.substr(0, 203)), 0, "",
+         "ApidPrioritySet: the size is error:size=203"},
+        {"empty", Prioritize(List({})), 0, "", "ApidPrioritySet: the list is empty!"},
+        {"there is none", kPriorities, List({}), ""},
+    });
+    EXPECT_EQ(g_nRoutedetectE, 0);
+    tools.Check({
+        {"nothing is missing", Prioritize(two.substr(0, kTwoEntries)), 0, Shows({"eth0", "eth1"})},
+        {"a later one that is cut", Prioritize(other.substr(0, kTwoEntries - 1)), 0, ""},
+        {"a later one without entries", Prioritize(List({})), 0, Shows({"eth0", "eth1"})},
+        {"both stayed", kPriorities, two, ""},
+        {"a count beyond the array is ten", Prioritize(full), 0, Shows({"eth0", "eth1"})},
+    });
+}
+
+TEST_F(Priority, HostileLists) {
+    // A count beyond the array, names without an end, of two words or an option, a gap that holds something.
+    const auto entries = [](i32 first, i32 inTheGap) {
+        Metrics list = {{"sixteencharacter", first}, {"", inTheGap}, {"two words", 3}, {"-V", 4}, {"e", 5}};
+        list.insert(list.end(), {{"f", 6}, {"g", 7}, {"h", 8}, {"i", 9}, {"j", 10}});
+        return list;
+    };
+    std::string list = List(entries(1, 2), 0x80000000);
+    list.replace(4 + 4 * 20 + 2, 5, "stale");  // behind the name "e"
+    const std::string shown = Shows({"sixteencharacter", "e", "f", "g", "h", "i", "j"});
+    tools.Check({
+        {"first", Prioritize(list), 0, shown},
+        {"gaps and what is behind a name are zero", kPriorities, List(entries(1, 0), 9), ""},
+        {"later", Prioritize(List(entries(1, 2), 0xffffffff)), 0, shown},
+        {"every name begins with the empty one", kPriorities, List(entries(2, 0), 9), ""},
+    });
+}
+
+TNetIpRouteParam Route(const char* destination, i32 prefixLength, const char* gateway, i32 metric,
+                       const char* name = "") {
+    TNetIpRouteParam route{{}, Address(destination), Address(gateway), prefixLength, metric};
+    strncpy(route.achDevName, name, sizeof(route.achDevName));
+    return route;
+}
 
 Call Add(const char* name, const TNetIpRouteParam& route, u32 table = kNoTable) {
     return {0x10B, Named(TNetRouteReq{.achDevName = {}, .tRoute = route, .dwTable = table}, name,
@@ -35,20 +293,11 @@ Call Of(u32 type, const Record& record) {
 }
 
 constexpr u32 kGetAll = 0x113;
-constexpr u32 kMetric = 0x114;
-constexpr u32 kTableAdd = 0x120;
-constexpr u32 kTableDel = 0x121;
 constexpr u32 kRuleAdd = 0x123;
 constexpr u32 kRuleDel = 0x124;
 
 Call Rule(u32 type, const char* source, i32 pref) {
-    TNetIpRule rule{};
-    rule.tSrcIpNet = Address(source);
-    rule.nPrefixLen = 24;
-    rule.nPref = pref;
-    rule.nTable = 100;
-    rule.nFwmark = 7;
-    return Of(type, rule);
+    return Of(type, TNetIpRule{Address(source), 24, pref, 100, 7});
 }
 
 TEST(Route, OneIsAddedAndDeleted) {
@@ -88,7 +337,7 @@ TEST(Route, AMetricIsChangedInTwoSteps) {
     LoggedTools tools(2);
     tools.Fail({"ip route del 10.2.0.0/16 via 10.0.0.1", "ip route add 10.3.0.0/16 via 10.0.0.1 metric 5"});
     const auto change = [](const char* destination, const char* name) {
-        return Of(kMetric, Route(destination, 16, "10.0.0.1", 5, name));
+        return Of(0x114, Route(destination, 16, "10.0.0.1", 5, name));
     };
     tools.Check({
         {"the record's own interface", change("10.1.0.0", "eth0"), 0,
@@ -100,12 +349,6 @@ TEST(Route, AMetricIsChangedInTwoSteps) {
          "ip route del 10.3.0.0/16 via 10.0.0.1; ip route add 10.3.0.0/16 via 10.0.0.1 metric 5",
          "#OneRouteAdd; RouteMetricSet: OneRouteAdd error!; ApidRouteMetricSet: RouteMetricSet error!"},
     });
-    EXPECT_EQ(RouteMetricSet(nullptr), -1);
-    EXPECT_EQ(AllRoutesGetV4(nullptr), -1);
-    EXPECT_EQ(AllRoutesGetV6(nullptr), -1);
-    EXPECT_EQ(tools.TakeLog(),
-              "RouteMetricSet: ptNetIpRouteParam is NULL!; AllRoutesGetV4: ptAllRouteInfo is NULL!; AllRoutesGetV6: "
-              "ptAllRouteInfo is NULL!");
 }
 
 TEST(Rule, TablesAndRules) {
@@ -113,13 +356,13 @@ TEST(Rule, TablesAndRules) {
     tools.Fail({"ip rule add table 0", "ip rule del table 253", "ip rule del pref 31",
                 "ip rule add from 10.5.1.0/24 fwmark 7 pref 31 table 100"});
     tools.Check({
-        {"the last table", Of(kTableAdd, u32{252}), 0, "ip rule add table 252",
+        {"the last table", Of(0x120, u32{252}), 0, "ip rule add table 252",
          "RouteTableAdd: RouteTableAdd achCmdBuf: $"},
-        {"delete a table", Of(kTableDel, u32{100}), 0, "ip rule del table 100"},
-        {"table 0 causes a warning and is tried", Of(kTableAdd, u32{0}), -1, "ip rule add table 0",
+        {"delete a table", Of(0x121, u32{100}), 0, "ip rule del table 100"},
+        {"table 0 causes a warning and is tried", Of(0x120, u32{0}), -1, "ip rule add table 0",
          "ApidRouteTableAdd: the table id 0 is invalid!; RouteTableAdd: RouteTableAdd achCmdBuf: $; #RouteTableAdd; "
          "ApidRouteTableAdd: OneRouteAdd error!"},
-        {"so is one of the kernel's", Of(kTableDel, u32{253}), -1, "ip rule del table 253",
+        {"so is one of the kernel's", Of(0x121, u32{253}), -1, "ip rule del table 253",
          "ApidRouteTableDel: the table id 253 is invalid!; RouteTableDel: RouteTableDel achCmdBuf: $; #RouteTableDel; "
          "ApidRouteTableDel: OneRouteAdd error!"},
         {"a rule", Rule(kRuleAdd, "10.5.1.0", 0), 0, "ip rule add from 10.5.1.0/24 fwmark 7 table 100"},

@@ -116,8 +116,7 @@ TEST_F(RouterWatching, InterfacesForThemselvesAndFiveAtATime) {
         EXPECT_EQ(Next(zero, 5000) + Next(one, 5000), "via fe80::9via fe80::9");
     }
     EXPECT_EQ(Next(zero, 50) + Next(one, 0), "");
-    (void)log.Take();
-    for (const char* name : {"", "-x", "a b", "../x", "sixteen-letters-", "eth5"})
+    for (const char* name : {"", "-x", "sixteen-letters-", "eth5"})
         EXPECT_EQ(Start(name), -1) << name;
     EXPECT_THAT(Joined(log.Take()),
                 testing::EndsWith("RouterAdvertiseStart: the module may be not inited or the iface has up to maximum "

@@ -48,27 +48,3 @@ Fails() {
         return 1
     fi
 }
-
-# --- requests, as hexadecimal digits ---
-
-# The number $1 in 4 bytes.
-Word() {
-    printf '%02x%02x%02x%02x' $(($1 & 255)) $(($1 >> 8 & 255)) $(($1 >> 16 & 255)) $(($1 >> 24 & 255))
-}
-
-# The text $2 in $1 bytes, the rest of which are zero; there is a rest.
-Padded() {
-    printf %s "$2" | hexdump -v -e '/1 "%02x"'
-    printf "%0$((2 * ($1 - ${#2})))d" 0
-}
-
-# The text $1 with its terminator behind its length.
-Counted() {
-    Word $((${#1} + 1))
-    Padded $((${#1} + 1)) "$1"
-}
-
-# The daemon answers $1 to the request $2 with the bytes $3.
-Answers() {
-    Same "$(tesselctl raw --reply 4 "$2" ${3:+"$3"} | head -n 1)" "$(Word "$1")"
-}

@@ -1,24 +1,11 @@
 #!/bin/sh
-# The services that need hardware and a kernel of the device's own: clocks, bonding, PPP; and a web server. To be sourced.
+# What needs hardware and a kernel of the device's own: clocks, bonding, PPP, crashes; and a web server. To be sourced.
 # shellcheck disable=SC2154,SC2317 # the checks' variables; called by name
 
-# Writes the events that come under the name $1 to /tmp/events.
-Listen() {
-    rm -f "/tmp/$1" # what another listener has left would look like this one's
-    "$built/device_listen" "$1" >/tmp/events &
-    echo $! >/tmp/listener.pid
-    Eventually 10 [ -S "/tmp/$1" ]
-}
-
-EndListener() {
-    kill "$(cat /tmp/listener.pid)"
-}
+# Relative to the project.
+built=build/arm/tests/device
 
 # --- time ---
-
-# The server's address as a record.
-server=0200$(Word 0 | cut -c 1-4)c0a80201$(printf %024d 0)
-server6=0a00$(Word 0 | cut -c 1-4)20010db8000200000000000000000001
 
 # Starts the time server anew, on the far side of eth1.
 ServeTime() {
@@ -43,11 +30,10 @@ BothShow() {
 }
 
 StartTime() {
-    Answers 0 0x902 0200
-    Answers 0 0x902 0a00
+    tesselctl ntp stop
     tesselctl log level info
     logged=$(wc -l <"$log")
-    Answers 0 0x901 "$1$2$(Word 1)"
+    tesselctl ntp start "$1" every 1
 }
 
 # Since the start there is a line $1.
@@ -56,44 +42,28 @@ IsLogged() {
 }
 
 ClockIsSetAndTheHardwareClock() {
-    Listen ipc_ntp
     ServeTime "$(date -u -d '2031-05-06 07:08:00' +%s)"
-    StartTime 0200 "$server"
-    Eventually 30 grep -q '^ntp_synced ' /tmp/events
-    Eventually 10 IsLogged 'sync sys time, nRet = 0'
+    StartTime 192.168.2.1
+    Eventually 30 IsLogged 'sync sys time, nRet = 0'
     BothShow '2031-05-06 07:08'
-    Eventually 10 Answers 0 0x903 "$server"
+    Eventually 10 tesselctl ntp check 192.168.2.1
     EndServer
-    Eventually 10 Answers -1 0x903 "$server"
-    Answers 0 0x902 0200
-    EndListener
+    Eventually 10 Fails tesselctl ntp check 192.168.2.1
 }
 
 # What is left of the last round's tenth of a second is seen by the next one.
 ClockIsSlewed() {
     ServeTime +100000
-    StartTime 0200 "$server"
+    StartTime 192.168.2.1
     Eventually 30 IsLogged 'sync sys clock, nRet = 0'
     Eventually 30 IsLogged 'olddelta.usec = [1-9]'
-    Answers 0 0x902 0200
-}
-
-# By 32 bits of seconds it would be 2036.
-NoTimeIsRefused() {
-    before=$(date -u '+%Y-%m-%d %H')
-    ServeTime
-    StartTime 0200 "$server"
-    Eventually 30 IsLogged 'sync sys time, nRet = -1'
-    Eventually 10 IsLogged 'Input  param is invalidate(year:2000-2037)'
-    Same "$(date -u '+%Y-%m-%d %H')" "$before"
-    Answers 0 0x902 0200
 }
 
 ClockIsSetByIPv6() {
     ServeTime "$(date -u -d '2027-01-02 03:04:00' +%s)"
-    StartTime 0a00 "$server6"
+    StartTime 2001:db8:2::1
     Eventually 30 BothShow '2027-01-02 03:04'
-    Answers 0 0x902 0a00
+    tesselctl ntp stop
     EndServer
 }
 
@@ -105,12 +75,11 @@ FetchPage() {
 
 WebServer() {
     echo 'a page' >/usr/lighttpd/www/index.html
-    Answers 0 0x301 "$(Word 0)"
-    Answers -1 0x301 "$(Word 0)" # the port is taken
+    tesselctl web start
+    Fails tesselctl web start # the port is taken
     Same "$(FetchPage)" 'a page'
-    Answers 0 0x302
+    tesselctl --yes web stop
     Fails FetchPage
-    Answers -1 0x302
 }
 
 # --- bonding ---
@@ -133,9 +102,7 @@ link set far1 master switch
 link set switch up
 addr add 192.168.4.1/24 dev switch
 BATCH
-    request=$(Word 1)$(Counted /etc/bond)$(Word 2)$(Counted eth0)$(Counted eth1)$(Counted eth1)
-    request=$(Word $((${#request} / 2 + 4)))$request
-    Answers 0 0xF01 "$request"
+    tesselctl --yes bond start eth0 eth1 active eth1 mode 1
     Same "$(cat $bond/bonding/mode) $(cat $bond/bonding/slaves)" 'active-backup 1 eth1 eth0'
     IsActive eth1
     Same "$(ip -o -4 addr show | grep -e eth0 -e eth1)" ''
@@ -145,15 +112,14 @@ BATCH
     Eventually 10 IsActive eth0
     Eventually 10 PingThroughBond
     ip -n far link set far1 up
-    Answers -1 0xF01 "$request"
-    Answers 0 0xF02
+    Fails tesselctl --yes bond start eth0 eth1 active eth1 mode 1
+    tesselctl --yes bond stop
     Same "$(cat $bond/bonding/slaves)$(ip addr show dev bond0 | grep inet)" ''
     Same "$(cat $bond/operstate)" down
     for interface in eth0 eth1; do
         Eventually 10 grep -qx up /sys/class/net/$interface/operstate
         Same "$(cat /sys/class/net/$interface/address)" 02:00:00:00:00:0${interface#eth}
     done
-    Answers 0 0xF02
     ip -n far link del switch
 }
 
@@ -170,11 +136,11 @@ ServePppoe() {
     echo $! >/tmp/server.pid
 }
 
-# Dials as $2 with password $3 and service $4, for family $1.
+# Dials with password $1 as $2...
 Dial() {
-    # persist, unused, debug, holdoff, echo interval and count, maxfail
-    numbers=$(Word 0)$(Word 0)$(Word 1)$(Word 2)$(Word 10)$(Word 3)$(Word 0)
-    Answers 0 0x601 "$1$(Padded 255 "$2")$(Padded 255 "$3")$(Padded 255 "$4")$numbers$(Padded 16 eth1)"
+    echo "$1" >/tmp/password
+    shift
+    tesselctl pppoe start eth1 user "$@" password-file /tmp/password holdoff 2 echo-interval 10 echo-failure 3 debug
 }
 
 # ppp0 has addresses of the families $1.
@@ -184,22 +150,75 @@ Has() {
 
 # Ends it; the server's own pppd stays until it notices.
 HangUp() {
-    Answers 0 0x602 "$1"
+    tesselctl --yes pppoe stop "$@"
     Eventually 10 Fails ip link show dev ppp0
     Eventually 10 Fails pidof pppoe
 }
 
 PppoeSessionsWithARealServer() {
     ServePppoe
-    Dial 0200 josh@isp "it's \$HOME" internet
+    Dial "it's \$HOME" josh@isp service internet -4
     Eventually 30 Has inet
     ip addr show dev ppp0 | grep -q 'inet 203.0.113.1[0-3] peer 203.0.113.1/32'
     Same "$(ip route show default | cut -d ' ' -f 1-3)" 'default dev ppp0'
     Eventually 10 grep -qx 'nameserver 203.0.113.53' /etc/resolv.conf
     ping -c 1 -W 5 203.0.113.1
-    HangUp 0200
-    Dial 0b00 user secret ''
+    HangUp -4
+    Dial secret user
     Eventually 30 Has 'inet inet6'
-    HangUp 0b00
+    HangUp
     EndServer
+}
+
+# --- crashes of the daemon ---
+
+crashFile=/usr/tessel_crash.log.0
+
+# The functions in the trace of method $1, from the one that crashed.
+FunctionsOf() {
+    sed -n "/Call Trace($1)/,/^\$/s/^<\(.*\)> (<\(.*\)> + 0x.*/\1 \2/p" "$crashFile" | sed -n '/libdevice_crash/,$p' |
+        sed 's/.*libdevice_crash.so /crash:/; s/.*tessel_daemon /daemon:/; s/.*libc.so.6 .*/libc/'
+}
+
+# True when the words $2... follow one another in the text $1.
+HasInOrder() {
+    text=$1
+    shift
+    for word; do
+        case $text in *"$word"*) ;; *)
+            printf '%s is not where it belongs in\n%s\n' "$word" "$text"
+            return 1
+            ;;
+        esac
+        text=${text#*"$word"}
+    done
+}
+
+# The stripped daemon, in its main thread.
+CrashOfTheRelease() {
+    killall -9 tessel_daemon
+    Eventually 30 Fails pidof tessel_daemon
+    # An ioctl that crashes while /tmp/crash exists.
+    LD_PRELOAD=$PWD/$built/libdevice_crash.so tessel_daemon </dev/null >/dev/null 2>&1
+    Eventually 30 tesselctl link mtu eth0
+    # So that the kernel tells which signal ended a process.
+    echo 1 >/proc/sys/kernel/print-fatal-signals
+    dmesg -c >/dev/null
+    : >/tmp/crash
+    daemon=$(pidof tessel_daemon)
+    mapped=$(cut -d ' ' -f 1 "/proc/$daemon/maps" | head -n 1)
+    Fails tesselctl link mtu eth0
+    Eventually 30 Fails pidof tessel_daemon
+    Same "$(dmesg | sed -n 's/.*unexpected fatal signal //p')" 11.
+    HasInOrder "$(cat "$crashFile")" 'Exception Occur' 'Version: 1.0.2.4a14bb47' "Thread id: $daemon" \
+        'Thread name:tessel_daemon' 'Signal num: 11' "Exception time: $(date +%Y-%m-%d)" 'CPU registers' 'PC:0x' 'R4:' \
+        'Call Trace(extbl)' 'Call Trace(unwind)' "Process [$daemon] Maps" "$mapped" '[stack]'
+    for method in extbl unwind; do
+        HasInOrder "$(FunctionsOf "$method")" crash:ioctl "daemon:
+daemon:
+daemon:" libc
+    done
+    # The unstripped file has the same addresses.
+    HasInOrder "$(tesselctl crash show --symbols build/arm/symbols)" ioctl 'ApidMtuGet(' 'TesselDaemonMain()'
+    Same "$(tesselctl -g signal crash list)" 11
 }

@@ -1,8 +1,8 @@
-/* A time server that is wrong as one likes: device_sntp [SECONDS | +MICROSECONDS]
+/* A time server that is wrong as one likes: device_sntp SECONDS | +MICROSECONDS
  *
  * SECONDS since 1970 is what its clock showed when it was started; it goes on from there, whatever happens to the
- * system's. With +MICROSECONDS it is always so much ahead of the system's clock. Without either it sends timestamps of
- * zero. Answers on port 123 of both families until it is ended. */
+ * system's. With +MICROSECONDS it is always so much ahead of the system's clock. Answers on port 123 of both families
+ * until it is ended. */
 #include <arpa/inet.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -21,7 +21,8 @@ static int64_t Now(clockid_t clock) {
 }
 
 int main(int count, char** words) {
-    const char* word = count > 1 ? words[1] : "";
+    if (count != 2) return 2;
+    const char* word = words[1];
     const clockid_t clock = *word == '+' ? CLOCK_REALTIME : CLOCK_MONOTONIC;
     const int64_t ahead = *word == '+' ? atoll(word) : atoll(word) * 1000000 - Now(clock);
     const int server = socket(AF_INET6, SOCK_DGRAM, 0);
@@ -35,8 +36,8 @@ int main(int count, char** words) {
         const int64_t now = Now(clock) + ahead;
         packet[0] = htonl(0x1c0100ec); /* version 3, a server's answer, stratum 1, precision 2^-20 s */
         memcpy(packet + 6, packet + 10, 8);
-        packet[8] = packet[10] = *word != 0 ? htonl((uint32_t)(now / 1000000 + kEpoch)) : 0;
-        packet[9] = packet[11] = *word != 0 ? htonl((uint32_t)(((now % 1000000) << 32) / 1000000)) : 0;
+        packet[8] = packet[10] = htonl((uint32_t)(now / 1000000 + kEpoch));
+        packet[9] = packet[11] = htonl((uint32_t)(((now % 1000000) << 32) / 1000000));
         sendto(server, packet, sizeof packet, 0, (struct sockaddr*)&client, size);
     }
 }

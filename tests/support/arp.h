@@ -1,6 +1,7 @@
 // ARP as two hosts of a link speak it: the device on eth0, and a peer.
 #pragma once
 
+#include "core/types.h"
 #include "tests/support/files.h"
 
 namespace tessel::test {

@@ -31,12 +31,16 @@ answer="$here/$(echo "$line" | tr / _)"
 
 }  // namespace
 
-UniqueFd ConnectToDaemon() {
+UniqueFd ConnectTo(const char* name) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
-    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
+    if (!FormSocketAddress(name, address)) return UniqueFd();
     if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
     return fd;
+}
+
+UniqueFd ConnectToDaemon() {
+    return ConnectTo(TESSEL_SOCKET_API);
 }
 
 pid_t ServingPid() {

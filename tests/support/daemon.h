@@ -32,6 +32,7 @@ inline std::string Padded(std::string text, std::size_t bytes) {
 }
 
 // Closed when no connection could be made.
+UniqueFd ConnectTo(const char* name);
 UniqueFd ConnectToDaemon();
 
 // Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,

@@ -1,12 +1,8 @@
 // Functions of ELF files, sound and hostile, and lines of the memory map.
-#include <fcntl.h>
-#include <sys/mman.h>
-
 #include <cstring>
 
 #include "sysdbg/elf_file.h"
 #include "sysdbg/maps.h"
-#include "sysdbg/stack.h"
 #include "sysdbg/symbols.h"
 #include "tests/support/files.h"
 
@@ -130,25 +126,6 @@ TEST(CrashMaps, LinesAreReadByTheirFormat) {
     for (const char* line :
          {"", "zz-10 r--p 0 0:0 7", "10000", "1-2 r--p", "1-99999999999999999 r--p 0 0:0 7", "1-2 r--p 0 0:0"})
         EXPECT_FALSE(sysdbg::ParseMapLine(line, entry)) << line;
-}
-
-TEST(CrashMemory, OnlyWhatIsThereIsRead) {
-    const std::uint64_t value = 0x1234567890abcdef;
-    std::uint64_t copy = 0;
-    EXPECT_TRUE(sysdbg::ReadMemory(reinterpret_cast<std::uintptr_t>(&value), copy));
-    EXPECT_EQ(copy, value);
-    EXPECT_FALSE(sysdbg::ReadMemory(64, copy));
-    EXPECT_FALSE(sysdbg::ReadMemory(~std::uintptr_t{7}, copy));
-
-    // Mapped, but no longer in the file.
-    WriteFile("/tmp/mapped", std::string(8192, 'm'));
-    const sysdbg::File file("/tmp/mapped", O_RDWR);
-    void* mapped = mmap(nullptr, 8192, PROT_READ, MAP_SHARED, file.Get(), 0);
-    const auto secondPage = reinterpret_cast<std::uintptr_t>(mapped) + 4096;
-    EXPECT_TRUE(sysdbg::ReadMemory(secondPage, copy));
-    ASSERT_EQ(ftruncate(file.Get(), 100), 0);
-    EXPECT_FALSE(sysdbg::ReadMemory(secondPage, copy));
-    munmap(mapped, 8192);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "core/ipc.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 
 #include "core/unique_fd.h"
@@ -33,19 +32,6 @@ TEST(Address, PathsUpTo101CharactersAreTaken) {
     EXPECT_TRUE(std::filesystem::is_socket(server.address.sun_path));
     EXPECT_EQ(Socket().Connect(longest), 0);
     EXPECT_EQ(Socket().Connect(longest + "n"), -1);
-}
-
-TEST(Address, ServerReplacesWhatIsThereAndKeepsItsDescriptor) {
-    WriteFile("/tmp/stale", "");
-    EXPECT_EQ(Socket().Serve("stale"), 0);
-    EXPECT_TRUE(std::filesystem::is_socket("/tmp/stale"));
-
-    // A directory cannot be unlinked: that ends, is answered with 0, and leaves the descriptor to its owner.
-    std::filesystem::create_directory("/tmp/folder");
-    Socket unbound;
-    EXPECT_EQ(unbound.Serve("folder"), 0);
-    EXPECT_NE(fcntl(unbound.fd.Get(), F_GETFD), -1);
-    EXPECT_EQ(accept(unbound.fd.Get(), nullptr, nullptr), -1);
 }
 
 TEST(Address, ClientWaitsForTheFileAndForTheListener) {

@@ -10,14 +10,6 @@
 namespace tessel::test {
 namespace {
 
-UniqueFd ConnectTo(const char* name) {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    EXPECT_TRUE(FormSocketAddress(name, address));
-    EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    return fd;
-}
-
 void SendAndClose(const char* name, u32 type, i32 size, std::string_view payload) {
     const UniqueFd fd = ConnectTo(name);
     const IpcMsgHead head{.type = type, .size = size, .flag = 0};

@@ -13,24 +13,26 @@ namespace {
 
 TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
     const struct {
+        const char* description;
         const char* text;
         const char* key;
         i32 room;
         const char* expected;  // null: refused
-    } rows[] = {{"eth0 mtu 1500 qdisc", "mtu", 20, "1500"},
-                {"mtu  1500", "mtu", 20, ""},
-                {"addr:1.2.3.4 Bcast", "addr", 20, ":1.2.3.4"},
-                {"first second", nullptr, 20, "first"},
-                {"dev", "dev", 20, ""},
-                {"dev eth0", "dev", 4, "eth0"},
-                {"dev eth0", "dev", 3, nullptr},
-                {"dev eth0", "via", 20, nullptr},
-                {nullptr, "via", 20, nullptr}};
-    for (const auto& row : rows) {
+    } rows[] = {
+        {"one separator behind the key is skipped", "eth0 mtu 1500 qdisc", "mtu", 20, "1500"},
+        {"a second one makes an empty word", "mtu  1500", "mtu", 20, ""},
+        {"the key may touch its value", "addr:1.2.3.4 Bcast", "addr", 20, ":1.2.3.4"},
+        {"no key: the start", "first second", nullptr, 20, "first"},
+        {"a key at the very end", "dev", "dev", 20, ""},
+        {"a word that just fits", "dev eth0", "dev", 4, "eth0"},
+        {"a word that does not", "dev eth0", "dev", 3, nullptr},
+        {"key not there", "dev eth0", "via", 20, nullptr},
+        {"no text", nullptr, "via", 20, nullptr},
+    };
+    for (const auto& [description, text, key, room, expected] : rows) {
         char word[21] = "untouched";
-        EXPECT_EQ(TesselFindStrMatchHead(row.text, row.key, ' ', word, row.room), row.expected == nullptr ? -1 : 0)
-            << &row - rows;
-        EXPECT_STREQ(word, row.expected == nullptr ? "untouched" : row.expected) << &row - rows;
+        EXPECT_EQ(TesselFindStrMatchHead(text, key, ' ', word, room), expected == nullptr ? -1 : 0) << description;
+        EXPECT_STREQ(word, expected == nullptr ? "untouched" : expected) << description;
     }
 }
 
@@ -44,11 +46,7 @@ TEST(StrToU8, ReadsSeparatedHexadecimalBytes) {
 }
 
 TEST(Words, AreOfTheirKindAndNothingElse) {
-    const struct {
-        bool (*judge)(const char*);
-        std::vector<const char*> good;
-        std::vector<const char*> bad;
-    } rows[] = {
+    const std::tuple<bool (*)(const char*), std::vector<const char*>, std::vector<const char*>> rows[] = {
         {[](const char* text) { return tessel::IsLineWord(text); },
          {"eth0", "a-b"},
          {"", " ", "eth0 down", "eth0 ", " eth0", "-V", "eth0\n", "et\th0", "eth\x7f"}},
@@ -63,11 +61,11 @@ TEST(Words, AreOfTheirKindAndNothingElse) {
          {"fe80::1"},
          {"10.0.0.1", "fe80::1%eth0", "fe80::1/64"}},
     };
-    for (const auto& row : rows) {
-        for (const char* text : row.good)
-            EXPECT_TRUE(row.judge(text)) << text;
-        for (const char* text : row.bad)
-            EXPECT_FALSE(row.judge(text)) << text;
+    for (const auto& [judge, good, bad] : rows) {
+        for (const char* text : good)
+            EXPECT_TRUE(judge(text)) << text;
+        for (const char* text : bad)
+            EXPECT_FALSE(judge(text)) << text;
     }
     EXPECT_FALSE(tessel::IsLineWord(nullptr));
 }

@@ -111,22 +111,18 @@ TEST(CrashExidx, InstructionsRestoreRegistersAndFailureLeavesThem) {
 }
 
 TEST(CrashExidx, EntryIsTheLastOneAtOrBeforeTheCounter) {
-    const struct {
-        std::uint32_t counter;
-        ExidxStatus expected;
-        std::uint32_t stackBytes;
-        std::uint32_t entryCount = 3;
-    } rows[] = {{0xfff, kNoEntry, 0},        {0x1000, kStepped, 4},   {0x1fff, kStepped, 4},
-                {0x2000, kCantUnwind, 0},    {0x3000, kStepped, 8},   {0xf0000000, kStepped, 8},
-                {0x3000, kUnreadable, 0, 4}, {0x1000, kNoEntry, 0, 0}};
-    for (const auto& row : rows) {
+    constexpr std::tuple<std::uint32_t, std::uint32_t, ExidxStatus, std::uint32_t> kRows[] = {
+        {3, 0xfff, kNoEntry, 0},     {3, 0x1000, kStepped, 4}, {3, 0x1fff, kStepped, 4},
+        {3, 0x2000, kCantUnwind, 0}, {3, 0x3000, kStepped, 8}, {3, 0xf0000000, kStepped, 8},
+        {4, 0x3000, kUnreadable, 0}, {0, 0x1000, kNoEntry, 0},
+    };
+    for (const auto& [entryCount, counter, expected, stackBytes] : kRows) {
         ArmRegisters registers = NewFrame();
         WriteIndex({{0x1000, 0x8000b0b0}, {0x2000, 1}, {0x3000, 0x8001b0b0}});  // the second cannot be unwound
-        EXPECT_EQ(
-            StepArmFrame(&ReadTestWord, {.address = kIndex, .entryCount = row.entryCount}, row.counter, registers),
-            row.expected)
-            << std::hex << row.counter;
-        EXPECT_EQ(registers.r[ArmRegisters::kStackPointer], kStack + row.stackBytes) << std::hex << row.counter;
+        EXPECT_EQ(StepArmFrame(&ReadTestWord, {.address = kIndex, .entryCount = entryCount}, counter, registers),
+                  expected)
+            << std::hex << counter;
+        EXPECT_EQ(registers.r[ArmRegisters::kStackPointer], kStack + stackBytes) << std::hex << counter;
     }
 }
 

@@ -15,41 +15,35 @@
 namespace tessel::test {
 namespace {
 
+// The words of a line.
+std::string SplitUp(std::string line, u32 maxLen) {
+    char* argv[kCommandWordsMax + 1] = {};
+    if (TesselBufToArgv(line.data(), argv, kCommandWordsMax, maxLen, ' ') != 0) return "too much";
+    std::vector<std::string> words;
+    for (char** word = argv; *word != nullptr; ++word)
+        words.emplace_back(*word);
+    return Joined(words);
+}
+
 TEST(BufToArgv, SplitsAtRunsOfBlanksWhatIsNotTooMuch) {
     std::string words63 = "w";
     for (int i = 1; i < 63; ++i)
         words63 += " w";
-    // A text, and its words; where it is too much, they are none.
-    const std::tuple<std::string, u32, std::string> rows[] = {{"ip  ip   addr ", 100, "ip; ip; addr"},
-                                                              {" ip", 100, "; ip"},
-                                                              {words63 + " ", 1000, Joined(Split(words63, " "))},
-                                                              {words63 + " w", 1000, ""},
-                                                              {"12345", 6, "12345"},
-                                                              {"12345", 5, ""},
-                                                              {"12345", 0, ""}};
-    for (const auto& [text, maxLen, expected] : rows) {
-        std::string line = text;
-        char* argv[kCommandWordsMax + 1] = {};
-        const i32 result = TesselBufToArgv(line.data(), argv, kCommandWordsMax, maxLen, ' ');
-        EXPECT_EQ(result, expected.empty() ? -1 : 0) << text;
-        std::vector<std::string> words;
-        for (char** word = argv; *word != nullptr; ++word)
-            words.emplace_back(*word);
-        EXPECT_EQ(result == 0 ? Joined(words) : "", expected);
-    }
+    EXPECT_EQ(SplitUp("ip  ip   addr ", 100), "ip; ip; addr");
+    EXPECT_EQ(SplitUp(" ip", 100), "; ip");
+    EXPECT_EQ(SplitUp(words63 + " ", 1000), Joined(Split(words63, " ")));
+    EXPECT_EQ(SplitUp(words63 + " w", 1000), "too much");
+    EXPECT_EQ(SplitUp("12345", 6), "12345");
+    for (const u32 maxLen : {5U, 0U})
+        EXPECT_EQ(SplitUp("12345", maxLen), "too much") << maxLen;
 }
 
 TEST(ExecCmd, ReportsWhetherTheToolSucceeded) {
-    // At the end, one that a signal kills: its exit status is 0.
-    for (const auto& [text, expected] : {std::pair{"true true"s, 0},
-                                         {"false false", -1},
-                                         {"no-such-program x", -1},
-                                         {"true", -1},
-                                         {"", -1},
-                                         {"perl perl -e kill(9,$$)", 0}}) {
-        std::string line = text;
-        EXPECT_EQ(ExecCmd(line.data(), static_cast<u32>(line.size() + 1), 0), expected) << text;
-    }
+    const auto run = [](std::string line) { return ExecCmd(line.data(), static_cast<u32>(line.size() + 1), 0); };
+    EXPECT_EQ(run("true true"), 0);
+    EXPECT_EQ(run("perl perl -e kill(9,$$)"), 0) << "killed by a signal: its exit status is 0";
+    for (const char* line : {"false false", "no-such-program no-such-program", "true", ""})
+        EXPECT_EQ(run(line), -1) << line;
     EXPECT_EQ(ExecCmd(nullptr, 0, 0), -1);
     char words[][7] = {"sh", "-c", "exit 7"};
     char* argv[] = {words[0], words[1], words[2], nullptr};

@@ -16,12 +16,7 @@ TEST(Call, EveryWayToMissAReplyIsAnErrorOfItsOwn) {
     otherType[8] = 7;
     std::string wrongSize = good;
     wrongSize[4] = 7;
-    const struct {
-        const char* description;
-        std::string wire;
-        i32 ipcResult;
-        int expected;
-    } rows[] = {
+    const std::tuple<const char*, std::string, i32, int> rows[] = {
         {"a whole reply", otherType, 0, TESSEL_OK},
         {"a status of -1", FakeDaemon::Message(TNetMtuGetReply{.nResult = -1, .dwMtu = 0}), 0, TESSEL_E_FAILED},
         {"closed without a word", "", 0, TESSEL_E_NO_REPLY},
@@ -30,20 +25,21 @@ TEST(Call, EveryWayToMissAReplyIsAnErrorOfItsOwn) {
         {"a header that gives another size", wrongSize, 20, TESSEL_E_PROTOCOL},
         {"silence", kSilence, TESSEL_IPC_READ_TIMEOUT, TESSEL_E_TIMEOUT},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.description);
-        std::atomic<bool> isOver{row.wire != kSilence};
-        FakeDaemon daemon([&](const auto&) { return Eventually([&] { return isOver.load(); }) ? row.wire : ""; });
+    for (const auto& [description, wire, ipcResult, expected] : rows) {
+        SCOPED_TRACE(description);
+        std::atomic<bool> isOver{wire != kSilence};
+        FakeDaemon daemon(
+            [&, &wire = wire](const auto&) { return Eventually([&] { return isOver.load(); }) ? wire : ""; });
         tessel_set_timeout_ms(isOver ? 60000 : 100);
         const auto start = steady_clock::now();
         u32 mtu = 77;
-        EXPECT_EQ(tessel_mtu_get("eth0", &mtu), row.expected);
-        EXPECT_EQ(mtu, row.expected == TESSEL_OK ? 1400U : 77U) << "outputs are written on success only";
+        EXPECT_EQ(tessel_mtu_get("eth0", &mtu), expected);
+        EXPECT_EQ(mtu, expected == TESSEL_OK ? 1400U : 77U) << "outputs are written on success only";
         EXPECT_EQ(tessel_daemon_pid(), getpid());
         EXPECT_LT(steady_clock::now() - start, 5s);
         std::string reply(8, '.');
-        EXPECT_EQ(IpcApiSendAndRecvWithin(1, nullptr, 0, reply.data(), 8, isOver ? 5000 : 100, nullptr), row.ipcResult);
-        EXPECT_EQ(reply == "........", row.ipcResult != 0 || row.wire.empty());
+        EXPECT_EQ(IpcApiSendAndRecvWithin(1, nullptr, 0, reply.data(), 8, isOver ? 5000 : 100, nullptr), ipcResult);
+        EXPECT_EQ(reply == "........", ipcResult != 0 || wire.empty());
         isOver = true;
     }
     EXPECT_EQ(tessel_set_timeout_ms(0), TESSEL_E_ARGUMENT);
@@ -136,10 +132,12 @@ TEST(Call, CountsInRepliesStayWithinTheirLists) {
     FakeDaemon daemon([&](const auto& request) {
         return request.type == TESSEL_CMD_IPADDR_GET ? FakeDaemon::Message(numeric) : FakeDaemon::Message(text);
     });
-    EXPECT_EQ(tessel_addr_get("eth0", TESSEL_FAMILY_BOTH, &numeric.tIfaceIp), TESSEL_OK);
-    EXPECT_EQ(tessel_addr_show("eth0", &text.tInfo), TESSEL_OK);
-    EXPECT_EQ(numeric.tIfaceIp.dwNum, 16U);
-    EXPECT_EQ(text.tInfo.num, 16U);
+    TNetIfaceIp list{};
+    ipaddr_show_info info{};
+    EXPECT_EQ(tessel_addr_get("eth0", TESSEL_FAMILY_BOTH, &list), TESSEL_OK);
+    EXPECT_EQ(tessel_addr_show("eth0", &info), TESSEL_OK);
+    EXPECT_EQ(list.dwNum, 16U);
+    EXPECT_EQ(info.num, 16U);
 }
 
 TEST(Call, TheLibraryLogStaysInThisProcess) {

@@ -82,27 +82,24 @@ TEST(Log, GoesWhereLevelAndSwitchFilesSay) {
     constexpr char kConsole[] = "/tmp/tessellog";
     constexpr char kDebug[] = "/tmp/tesseldebug";
     constexpr char kNoFile[] = "";
-    const struct {
-        i32 level;
-        const char* switchFile;
-        const char* inSyslogAndFile;
-        const char* onStandardOutput;
-    } rows[] = {
+    // The level, a switch file, and what is then in the system log and the daemon's file, and on standard output.
+    const std::tuple<i32, const char*, const char*, const char*> rows[] = {
         {1, kConsole, "----", "ep-P"}, {2, kNoFile, "e--P", "----"}, {3, kConsole, "e--P", "ep-P"},
         {4, kNoFile, "ep-P", "----"},  {5, kNoFile, "epdP", "--d-"}, {5, kConsole, "epdP", "epdP"},
         {0, kDebug, "--d-", "--d-"},
     };
     ASSERT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
-    for (const auto& row : rows) {
-        const std::string mark = "M" + std::to_string(&row - rows);
-        WriteFile(row.switchFile, "");
-        TesselDebugLevelSet(row.level);
+    std::string mark = "M0";
+    for (const auto& [level, switchFile, inLogs, onStandardOutput] : rows) {
+        WriteFile(switchFile, "");
+        TesselDebugLevelSet(level);
         testing::internal::CaptureStdout();
         OneOfEach(mark);
-        EXPECT_EQ(FormsIn(testing::internal::GetCapturedStdout(), mark), row.onStandardOutput) << mark;
-        EXPECT_EQ(FormsIn(ReadFile(kDaemonLog), mark), row.inSyslogAndFile) << mark;
-        EXPECT_TRUE(Eventually([&] { return FormsIn(ReadFile(kSyslog), mark) == row.inSyslogAndFile; })) << mark;
-        std::filesystem::remove(row.switchFile);
+        EXPECT_EQ(FormsIn(testing::internal::GetCapturedStdout(), mark), onStandardOutput) << mark;
+        EXPECT_EQ(FormsIn(ReadFile(kDaemonLog), mark), inLogs) << mark;
+        EXPECT_TRUE(Eventually([&, wanted = inLogs] { return FormsIn(ReadFile(kSyslog), mark) == wanted; })) << mark;
+        std::filesystem::remove(switchFile);
+        ++mark[1];
     }
     TesselDebugLevelSet(2);
     // 179, 182 and 183: local6 with err, info and debug.
@@ -147,14 +144,8 @@ TEST(LogControl, OpensWithTheRightsOfTheClient) {
     constexpr uid_t kOther = 1001;
     std::filesystem::create_directory("/tmp/closed");
     chmod("/tmp/closed", 0700);
-    const struct {
-        const char* description;
-        uid_t owner;
-        mode_t mode;  // 0: there is no file
-        const char* path;
-        uid_t client;
-        i32 expected;
-    } rows[] = {
+    // The file's owner and mode (0: there is none), its path, the client, and what it gets.
+    const std::tuple<const char*, uid_t, mode_t, const char*, uid_t, i32> rows[] = {
         {"a new file where the client may make one", 0, 0, "/tmp/new.log", kClient, 0},
         {"a new file where it may not", 0, 0, "/tmp/closed/new.log", kClient, -1},
         {"the same for root", 0, 0, "/tmp/closed/roots.log", 0, 0},
@@ -167,18 +158,18 @@ TEST(LogControl, OpensWithTheRightsOfTheClient) {
         {"the default file in somebody else's hands", kOther, 0666, kDaemonLog, 0, -1},
     };
     const int dumpable = prctl(PR_GET_DUMPABLE);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.description);
-        std::filesystem::remove(row.path);
-        if (row.mode != 0) {
-            WriteFile(row.path, "kept");
-            chmod(row.path, row.mode);
-            if (chown(row.path, row.owner, row.owner) != 0) GTEST_SKIP() << "there is no other user in this namespace";
+    for (const auto& [description, owner, mode, path, client, expected] : rows) {
+        SCOPED_TRACE(description);
+        std::filesystem::remove(path);
+        if (mode != 0) {
+            WriteFile(path, "kept");
+            chmod(path, mode);
+            if (chown(path, owner, owner) != 0) GTEST_SKIP() << "there is no other user in this namespace";
         }
-        const LogFileCtl control = Control(TESSEL_LOG_OPEN_DAEMON, row.path);
-        EXPECT_EQ(ManageDaemonLogFile(control, {.pid = 1, .uid = row.client, .gid = row.client}), row.expected);
-        EXPECT_EQ(ReadFile(row.path), row.mode != 0 && row.expected != 0 ? "kept" : "");
-        EXPECT_EQ(std::filesystem::exists(row.path), row.mode != 0 || row.expected == 0);
+        EXPECT_EQ(ManageDaemonLogFile(Control(TESSEL_LOG_OPEN_DAEMON, path), {.pid = 1, .uid = client, .gid = client}),
+                  expected);
+        EXPECT_EQ(ReadFile(path), mode != 0 && expected != 0 ? "kept" : "");
+        EXPECT_EQ(std::filesystem::exists(path), mode != 0 || expected == 0);
     }
     EXPECT_TRUE(IsLogged("/tmp/others.log is somebody else's"));
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), dumpable);

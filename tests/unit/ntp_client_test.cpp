@@ -189,12 +189,8 @@ TEST_F(Ntp, ChecksOnceAndRefusesWhatItCannotDo) {
 TEST_F(Ntp, FailuresAreReportedAndTriedAgain) {
     constexpr milliseconds kRetry(300);
     constexpr milliseconds kInterval(3000);
-    const struct {
-        std::vector<const char*> servers;
-        const char* answer;  // null: none; one of some bytes comes from another port
-        milliseconds pause;
-        const char* log;
-    } rows[] = {
+    // The answer, if any (one of some bytes comes from another port), the pause behind it, and what is logged.
+    const std::tuple<std::vector<const char*>, const char*, milliseconds, const char*> rows[] = {
         {{"10.7.0.2", "fd07::2"}, nullptr, kRetry, kTimeout},
         {{"10.7.0.2", "fd07::2"}, "right", kRetry, kTimeout},
         {{"10.7.0.2", "fd07::2"}, "", kInterval, "get server time failed"},
@@ -202,36 +198,35 @@ TEST_F(Ntp, FailuresAreReportedAndTriedAgain) {
         {{"198.51.100.1", "2001:db8::1"}, nullptr, kRetry, "connect failed! errno: (101) Network is unreachable"},
     };
     g_ntpTimes = {.reply = 100ms, .replyV6 = 100ms, .retry = kRetry, .intervalUnit = kInterval};
-    for (const auto& row : rows) {
-        for (const char* address : row.servers) {
-            SCOPED_TRACE(std::string(address) + ": " + row.log);
+    for (const auto& [servers, answer, interval, line] : rows) {
+        for (const char* address : servers) {
+            SCOPED_TRACE(std::string(address) + ": " + line);
             const u16 family = Address(address).wSinFamily;
             Listener listener(kFamilies[family == AF_INET ? 0 : 1].socket);
             NtpServer server(family);
             const auto begin = steady_clock::now();
             ASSERT_EQ(Do(Start(address, 0)), 0) << "0 counts as 1";
-            if (row.answer != nullptr) {
+            if (answer != nullptr) {
                 (void)server.Receive();
-                server.Send(row.answer, *row.answer != '\0');
+                server.Send(answer, *answer != '\0');
             }
-            const bool isSilent = family == AF_INET6 && *row.log == 'c';
+            const bool isSilent = family == AF_INET6 && *line == 'c';
             for (int notice = 0; notice < 2; ++notice)
                 EXPECT_EQ(NextNotice(listener, isSilent ? 500 : 20000), isSilent ? "none" : "2");
-            EXPECT_GE(steady_clock::now() - begin, row.pause);
-            EXPECT_EQ(steady_clock::now() - begin < kInterval, row.pause == kRetry);
+            EXPECT_GE(steady_clock::now() - begin, interval);
+            EXPECT_EQ(steady_clock::now() - begin < kInterval, interval == kRetry);
             EXPECT_EQ(NtpcStop(family), 0);
-            EXPECT_THAT(tools_.TakeLog(), HasSubstr(row.log));
+            EXPECT_THAT(tools_.TakeLog(), HasSubstr(line));
         }
     }
 }
 
 TEST_F(Ntp, IsStoppedWhateverItDoes) {
     // Whether somebody listens and it is answered, and the line by which it has got there.
-    constexpr std::tuple<bool, bool, const char*> kRows[] = {{true, false, ""},
-                                                             {true, false, "start..."},
-                                                             {true, true, "will sleep"},
-                                                             {true, false, kTimeout},
-                                                             {false, true, "nRet"}};
+    constexpr std::tuple<bool, bool, const char*> kRows[] = {
+        {true, false, ""},       {true, false, "start..."}, {true, true, "will sleep"},
+        {true, false, kTimeout}, {false, true, "nRet"},
+    };
     for (const auto& family : kFamilies) {
         for (const auto& [isHeard, isAnswered, line] : kRows) {
             SCOPED_TRACE(line);

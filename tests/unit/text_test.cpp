@@ -12,13 +12,8 @@
 namespace {
 
 TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
-    const struct {
-        const char* description;
-        const char* text;
-        const char* key;
-        i32 room;
-        const char* expected;  // null: refused
-    } rows[] = {
+    // Text, key, room for the word, and the word; null: refused.
+    const std::tuple<const char*, const char*, const char*, i32, const char*> rows[] = {
         {"one separator behind the key is skipped", "eth0 mtu 1500 qdisc", "mtu", 20, "1500"},
         {"a second one makes an empty word", "mtu  1500", "mtu", 20, ""},
         {"the key may touch its value", "addr:1.2.3.4 Bcast", "addr", 20, ":1.2.3.4"},

@@ -12,6 +12,7 @@
 #include <functional>
 
 #include "sysdbg/debug_thread.h"
+#include "sysdbg/guard.h"
 #include "sysdbg/sysdbg.h"
 #include "sysdbg/trace.h"
 #include "tests/support/files.h"
@@ -253,9 +254,24 @@ void CrashCancelled() {
 }
 
 TEST(CrashReport, SurvivesBrokenStacksHeldLocksAndPendingCancellation) {
-    // What ends a trace that waits for the lock may reach the other thread.
-    for (void (*crash)() : {&SmashStackBelowRoom, &HoldLoadersLockAndCrash, &CrashCancelled})
-        ExpectCompleteReport(Crash([&] { std::thread(crash).join(); }), SIGSEGV);
+    for (void (*crash)() :
+         {&SmashStackBelowRoom, &HoldLoadersLockAndCrash, +[] { std::thread(CrashCancelled).join(); }})
+        ExpectCompleteReport(Crash(crash), SIGSEGV);
+}
+
+TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
+    int runs = 0;
+    EXPECT_TRUE(sysdbg::RunGuarded([](void* count) { ++*static_cast<int*>(count); }, &runs));
+    EXPECT_EQ(runs, 1);
+    for (int time = 0; time < 2; ++time)
+        EXPECT_FALSE(sysdbg::RunGuarded([](void*) { *nowhere = 1; }, nullptr)) << time;
+    const auto endless = [](void*) {
+        while (true)
+            pause();
+    };
+    // The alarm may reach any thread: here the main one, while another is in the endless step.
+    std::thread([&] { EXPECT_FALSE(sysdbg::RunGuarded(endless, nullptr)); }).join();
+    EXPECT_EQ(signal(SIGALRM, SIG_DFL), SIG_DFL) << "as it was";
 }
 
 TEST(CrashReport, ThreadsThatCrashTogetherLeaveOneReport) {

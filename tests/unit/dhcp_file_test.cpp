@@ -28,6 +28,7 @@ std::string TextOf(u16 family, const TNetDhcpcLease& lease) {
 
 // "event lease"
 std::string ReadV4(const std::string& text, u32 event = 0) {
+    remove(kFile);  // of another test
     WriteFile(kFile, text);
     TNetDhcpcLease lease{};
     FileIdentity identity;

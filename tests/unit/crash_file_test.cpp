@@ -114,29 +114,22 @@ TEST(CrashFormat, FollowsPrintf) {
     EXPECT_STREQ(actual, expected);
 }
 
-std::string BigEndian(std::size_t value) {
-    return {'\0', '\0', static_cast<char>(value >> 8), static_cast<char>(value)};
-}
-
-// A zone file of version 1 with a transition for each type but the first.
-std::string ZoneFile(const std::vector<std::string>& offsets) {
-    const std::size_t transitions = offsets.empty() ? 0 : offsets.size() - 1;
-    std::string file = "TZif" + std::string(28, '\0') + BigEndian(transitions) + BigEndian(offsets.size()) +
-                       BigEndian(0) + std::string(5 * transitions, '\7');
-    for (const std::string& offset : offsets)
-        file += offset + std::string(2, '\0');
-    return file;
+// A zone file of version 1 with so many types, whose last one has this offset, and transitions.
+std::string ZoneFile(char types, const std::string& lastOffset, char transitions) {
+    return "TZif" + std::string(28, '\0') + "\0\0\0"s + transitions + "\0\0\0"s + types + std::string(4, '\0') +
+           std::string(5U * static_cast<unsigned>(transitions) + 6U * static_cast<unsigned>(types - 1), '\7') +
+           lastOffset + "\0\0"s;
 }
 
 TEST(CrashTime, OffsetIsThatOfTheZoneFilesLastType) {
-    const std::string east = BigEndian(3600);
+    const std::string east = "\0\0\x0e\x10"s;
     const std::tuple<const char*, std::string, std::int32_t> rows[] = {
-        {"one type", ZoneFile({east}), 3600},
-        {"the last of several, west of UTC", ZoneFile({east, east, "\xff\xff\xce\xc8"}), -12600},
-        {"no type", ZoneFile({}), 0},
-        {"cut within the last type", ZoneFile({east, east}).substr(0, 44 + 5 + 11), 0},
-        {"cut within the header", ZoneFile({east}).substr(0, 40), 0},
-        {"counts beyond the file", ZoneFile({east}).replace(32, 8, std::string(8, '\xff')), 0},
+        {"one type", ZoneFile(1, east, 0), 3600},
+        {"the last of several, west of UTC", ZoneFile(3, "\xff\xff\xce\xc8", 2), -12600},
+        {"no type", ZoneFile(1, east, 0).replace(39, 1, 1, '\0'), 0},
+        {"cut within the last type", ZoneFile(2, east, 1).substr(0, 44 + 5 + 11), 0},
+        {"cut within the header", ZoneFile(1, east, 0).substr(0, 40), 0},
+        {"counts beyond the file", ZoneFile(1, east, 0).replace(32, 8, std::string(8, '\xff')), 0},
         {"not a zone file", std::string(100, 'x'), 0},
     };
     for (const auto& [description, file, expected] : rows) {

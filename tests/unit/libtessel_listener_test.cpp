@@ -21,7 +21,7 @@ TEST(Listener, DeliversWhatTheDaemonSendsAndPassesOverWhatIsNoMessage) {
     const auto listener = OpenListener("ipc_ping_7");
     ConnectTo("ipc_ping_7");
     SendAndClose("ipc_ping_7", 0, 100, "only this");
-    SendAndClose("ipc_ping_7", 0, TESSEL_PAYLOAD_MAX + 1, "");
+    SendAndClose("ipc_ping_7", 0, TESSEL_PAYLOAD_MAX + 1, std::string(TESSEL_PAYLOAD_MAX + 1, 'x'));
     SendAndClose("ipc_ping_7", 0, -1, "");
     const UniqueFd silent = ConnectTo("ipc_ping_7");
     const std::string payload(TESSEL_PAYLOAD_MAX, 'p');

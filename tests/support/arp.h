@@ -1,13 +1,10 @@
 // ARP as two hosts of a link speak it: the device on eth0, and a peer.
 #pragma once
 
-#include <string>
-
 #include "core/types.h"
+#include "tests/support/files.h"
 
 namespace tessel::test {
-
-using namespace std::string_literals;
 
 inline const std::string kOwnMac = "\x02\0\0\0\0\0"s;
 inline const std::string kPeerMac = "\x02\0\0\0\x01\x77"s;

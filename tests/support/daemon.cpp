@@ -1,6 +1,5 @@
 #include "tests/support/daemon.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -8,25 +7,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <sstream>
 #include <stdexcept>
 
 #include "core/ipc.h"
 #include "tessel/command.h"
 #include "tessel/mtu.h"
 #include "tests/support/files.h"
+#include "tests/support/lines.h"
 
 namespace tessel::test {
 
 namespace {
-
-std::string FileNameOf(std::string line) {
-    std::replace(line.begin(), line.end(), '/', '_');
-    return line;
-}
 
 constexpr char kStandIn[] = R"sh(#!/bin/sh
 here=$(dirname "$0")
@@ -40,12 +31,16 @@ answer="$here/$(echo "$line" | tr / _)"
 
 }  // namespace
 
-UniqueFd ConnectToDaemon() {
+UniqueFd ConnectTo(const char* name) {
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
-    if (!FormSocketAddress(TESSEL_SOCKET_API, address)) return UniqueFd();
+    if (!FormSocketAddress(name, address)) return UniqueFd();
     if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return UniqueFd();
     return fd;
+}
+
+UniqueFd ConnectToDaemon() {
+    return ConnectTo(TESSEL_SOCKET_API);
 }
 
 pid_t ServingPid() {
@@ -70,8 +65,7 @@ std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload)
     return answer;
 }
 
-std::optional<std::string> Request(u32 type, std::string_view payload) {
-    const auto answer = SendRaw(type, static_cast<i32>(payload.size()), payload);
+std::optional<std::string> PayloadOf(u32 type, const std::optional<std::string>& answer) {
     if (!answer || answer->size() < sizeof(IpcMsgHead)) return std::nullopt;
     IpcMsgHead head;
     memcpy(&head, answer->data(), sizeof(head));
@@ -81,41 +75,41 @@ std::optional<std::string> Request(u32 type, std::string_view payload) {
     return answer->substr(sizeof(head));
 }
 
+std::optional<std::string> Request(u32 type, std::string_view payload) {
+    return PayloadOf(type, SendRaw(type, static_cast<i32>(payload.size()), payload));
+}
+
 bool Serves() {
     return Request(TESSEL_CMD_MTU_GET, Bytes(TNetMtuGetReq{.achDevName = "lo"})).has_value();
 }
 
-i32 RequestStatus(u32 type, std::string_view payload) {
+i32 StatusOf(const std::optional<std::string>& reply) {
     i32 status = 12345;
-    const auto reply = Request(type, payload);
     if (reply && reply->size() >= sizeof(status)) memcpy(&status, reply->data(), sizeof(status));
     return status;
 }
 
-StandInTools::StandInTools(const std::vector<std::string>& names) {
-    char pattern[] = "/tmp/stand-in-XXXXXX";
-    directory_ = mkdtemp(pattern);
-    for (const std::string& name : names) {
-        const std::string path = directory_ + "/" + name;
-        WriteFile(path, kStandIn);
-        chmod(path.c_str(), 0755);
-    }
-    setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
+i32 RequestStatus(u32 type, std::string_view payload) {
+    return StatusOf(Request(type, payload));
+}
+
+StandInTools::StandInTools(const std::vector<std::string>& names) : directory_(MakeProgramFolder()) {
+    for (const std::string& name : names)
+        WriteProgram(directory_ + "/" + name, kStandIn);
 }
 
 void StandInTools::Answer(const std::string& line, const std::string& output, int status) {
-    const std::string path = directory_ + "/" + FileNameOf(line);
+    std::string path = line;
+    std::replace(path.begin(), path.end(), '/', '_');
+    path = directory_ + "/" + path;
     WriteFile(path + ".out", output);
     WriteFile(path + ".status", std::to_string(status));
 }
 
 std::vector<std::string> StandInTools::TakeRuns() {
-    std::istringstream runs(ReadFile(directory_ + "/runs"));
+    const std::string runs = ReadFile(directory_ + "/runs");
     std::filesystem::remove(directory_ + "/runs");
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(runs, line);)
-        lines.push_back(line);
-    return lines;
+    return WholeLines(runs);
 }
 
 Daemon::Daemon(const char* program) {

@@ -32,6 +32,7 @@ inline std::string Padded(std::string text, std::size_t bytes) {
 }
 
 // Closed when no connection could be made.
+UniqueFd ConnectTo(const char* name);
 UniqueFd ConnectToDaemon();
 
 // Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,
@@ -56,7 +57,11 @@ Record ReplyTo(u32 type, std::string_view payload) {
     return record;
 }
 
-// The reply's status word; 12345 without a reply.
+// The payload of an answer to a request, header first; nothing when there is none.
+std::optional<std::string> PayloadOf(u32 type, const std::optional<std::string>& answer);
+
+// A reply's status word; 12345 without a reply.
+i32 StatusOf(const std::optional<std::string>& reply);
 i32 RequestStatus(u32 type, std::string_view payload);
 
 // Programs in front of PATH that note how they are called and answer as they are told.

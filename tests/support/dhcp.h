@@ -1,16 +1,9 @@
 // Programs of the daemon's services that do nothing but stay and note what reaches them.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "core/process.h"
 #include "tests/support/files.h"
@@ -23,23 +16,19 @@ namespace tessel::test {
 class StandInClients {
   public:
     StandInClients() {
-        char pattern[] = "/tmp/clients-XXXXXX";
-        directory_ = mkdtemp(pattern);
-        for (const char* name : {"udhcpc", "udhcpc6", "udhcpd", "pppd"})
-            WriteProgram(name, kClient);
-        WriteProgram("kill", "#!/bin/sh\necho \"kill $*\" | sed 's/ [0-9]*$//' >> " + directory_ +
-                                 "/noted\nexec /bin/kill \"$@\"\n");
+        for (const char* name : {"/udhcpc", "/udhcpc6", "/udhcpd", "/pppd"})
+            WriteProgram(directory_ + name, kClient);
+        WriteProgram(directory_ + "/kill", "#!/bin/sh\necho \"kill $*\" | sed 's/ [0-9]*$//' >> " + directory_ +
+                                               "/noted\nexec /bin/kill \"$@\"\n");
         WriteFile("/etc/scripts/udhcpc.script", "");
         WriteFile("/etc/scripts/udhcpc6.script", "");
-        setenv("PATH", (directory_ + ":" + getenv("PATH")).c_str(), 1);
     }
 
     // What was noted since the last call, once there are so many lines: sorted, and joined by "; ".
     std::string Take(std::size_t count) {
         std::vector<std::string> lines;
         EXPECT_TRUE(Eventually([&] {
-            lines = Split(ReadFile(directory_ + "/noted"), "\n");
-            if (!lines.empty()) lines.pop_back();  // what stands behind the last end of a line
+            lines = WholeLines(ReadFile(directory_ + "/noted"));
             return lines.size() >= taken_ + count;
         })) << count;
         lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(taken_, lines.size())));
@@ -65,12 +54,7 @@ Note($name, @ARGV, 'blocked', grep { $old->ismember($_) } 1 .. 31);
 sleep 1 while 1;
 )perl";
 
-    void WriteProgram(const std::string& name, const std::string& text) {
-        WriteFile(directory_ + "/" + name, text);
-        chmod((directory_ + "/" + name).c_str(), 0755);
-    }
-
-    std::string directory_;
+    const std::string directory_ = MakeProgramFolder();
     std::size_t taken_ = 0;
 };
 

@@ -3,9 +3,6 @@
 
 #include <arpa/inet.h>
 
-#include <string>
-#include <vector>
-
 #include "tessel/dhcp.h"
 #include "tests/support/daemon.h"
 

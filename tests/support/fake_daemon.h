@@ -1,20 +1,14 @@
 // A daemon that answers as a test says, over the real socket.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <functional>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "core/ipc.h"
-#include "core/unique_fd.h"
-#include "tessel/ipc.h"
 #include "tests/support/daemon.h"
+#include "tests/support/files.h"
 
 namespace tessel::test {
 
@@ -39,8 +33,6 @@ class FakeDaemon {
         thread_.join();
         unlink(TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API);
     }
-    FakeDaemon(const FakeDaemon&) = delete;
-    FakeDaemon& operator=(const FakeDaemon&) = delete;
 
     [[nodiscard]] std::vector<SeenRequest> Requests() {
         const std::lock_guard lock(lock_);

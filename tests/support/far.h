@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/icmp6.h>
 #include <netpacket/packet.h>
@@ -11,12 +10,7 @@
 #include <sched.h>
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <string>
-#include <string_view>
-#include <thread>
 
 #include "core/unique_fd.h"
 #include "tests/support/files.h"

@@ -1,8 +1,13 @@
-// Small files that tests write and read, and waiting for something to happen.
+// Small files that tests write and read, waiting for something to happen, and the words that most tests use.
 #pragma once
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -10,6 +15,12 @@
 #include <thread>
 
 namespace tessel::test {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::HasSubstr;
 
 // As far as it can be read: what stands in "/proc" may go meanwhile.
 inline std::string ReadFile(const std::string& path) {
@@ -24,6 +35,19 @@ inline std::string ReadFile(const std::string& path) {
 
 inline void WriteFile(const std::string& path, std::string_view text) {
     std::ofstream(path, std::ios::binary) << text;
+}
+
+inline void WriteProgram(const std::string& path, std::string_view text) {
+    WriteFile(path, text);
+    chmod(path.c_str(), 0755);
+}
+
+// A new folder in front of PATH.
+inline std::string MakeProgramFolder() {
+    char pattern[] = "/tmp/programs-XXXXXX";
+    const std::string folder = mkdtemp(pattern);
+    setenv("PATH", (folder + ":" + getenv("PATH")).c_str(), 1);
+    return folder;
 }
 
 // Asks until the condition holds, for so long at most. True when it did.

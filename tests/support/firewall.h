@@ -3,8 +3,6 @@
 
 #include <arpa/inet.h>
 
-#include <string>
-
 #include "tests/support/daemon.h"
 
 namespace tessel::test {

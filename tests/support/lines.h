@@ -23,4 +23,11 @@ inline std::vector<std::string> Split(const std::string& text, const std::string
     return parts;
 }
 
+// Without what stands behind the last end of a line.
+inline std::vector<std::string> WholeLines(const std::string& text) {
+    std::vector<std::string> lines = Split(text, "\n");
+    if (!lines.empty()) lines.pop_back();
+    return lines;
+}
+
 }  // namespace tessel::test

@@ -1,15 +1,9 @@
 // Requests and all that they leave behind: the reply, the lines that are run, and those in the log.
 #pragma once
 
-#include <cstring>
-#include <initializer_list>
-#include <string>
-#include <utility>
 #include <variant>
-#include <vector>
 
 #include "tests/support/conversation.h"
-#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {

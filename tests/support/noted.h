@@ -1,26 +1,18 @@
 // Command handlers called directly, above tools that are only noted: a transcript without a process.
 #pragma once
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <array>
-#include <cstring>
 #include <map>
-#include <optional>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "core/exec_note.h"
 #include "core/log_control.h"
 #include "core/startup/command_table.h"
-#include "core/unique_fd.h"
 #include "tessel/ipc.h"
+#include "tests/support/daemon.h"
 #include "tests/support/files.h"
+#include "tests/support/lines.h"
 
 namespace tessel::test {
 
@@ -65,21 +57,12 @@ class NotedTools {
         }
         std::array<char, sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX> answer{};
         const ssize_t count = read(client.Get(), answer.data(), answer.size());
-        if (count < static_cast<ssize_t>(sizeof(IpcMsgHead))) return std::nullopt;
-        IpcMsgHead head;
-        memcpy(&head, answer.data(), sizeof(head));
-        EXPECT_EQ(head.type, type);
-        EXPECT_EQ(head.flag, 0U);
-        EXPECT_EQ(head.size + static_cast<ssize_t>(sizeof(head)), count);
-        return std::string(answer.data() + sizeof(head), answer.data() + count);
+        return PayloadOf(type, std::string(answer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))));
     }
 
     // The reply's status word; 12345 without a reply.
     i32 Status(u32 type, std::string_view payload) {
-        i32 status = 12345;
-        const auto reply = Request(type, payload);
-        if (reply && reply->size() >= sizeof(status)) memcpy(&status, reply->data(), sizeof(status));
-        return status;
+        return StatusOf(Request(type, payload));
     }
 
     // One request, the tools that it makes a handler run, and its reply.
@@ -97,7 +80,8 @@ class NotedTools {
 class LoggedLines {
   public:
     explicit LoggedLines(i32 level) {
-        const LogFileCtl open = Control(TESSEL_LOG_OPEN_DAEMON);
+        LogFileCtl open{.eCmd = TESSEL_LOG_OPEN_DAEMON, .achLibPath = {}, .achDaemonPath = {}};
+        memcpy(open.achDaemonPath, kPath, sizeof(kPath));
         EXPECT_EQ(LogDaemonFileManage(&open), 0);
         TesselDebugLevelSet(level);
     }
@@ -109,32 +93,23 @@ class LoggedLines {
 
     // The lines since the last call as "FUNCTION: text"; "[TESSEL_ERR]:PID[1]:TID[1]:[" and the like are left out.
     std::vector<std::string> Take() {
-        std::istringstream file(ReadFile(kPath));
+        const std::vector<std::string> all = WholeLines(ReadFile(kPath));
         std::vector<std::string> lines;
-        int number = 0;
-        for (std::string line; std::getline(file, line);) {
-            if (number++ < taken_) continue;
+        for (; taken_ < all.size(); ++taken_) {
+            const std::string& line = all[taken_];
             const std::size_t name = line.find('[', line.find("TID[") + 4);
             const std::size_t end = line.find("](", name);
             const std::size_t text = line.find("): ", end);
             const bool isWhole = name != std::string::npos && end != std::string::npos && text != std::string::npos;
             lines.push_back(isWhole ? line.substr(name + 1, end - name - 1) + ": " + line.substr(text + 3) : line);
         }
-        taken_ = number;
         return lines;
     }
 
   private:
     static constexpr char kPath[] = "/tmp/logged-lines";
 
-    static LogFileCtl Control(u32 code) {
-        LogFileCtl control{};
-        control.eCmd = code;
-        memcpy(control.achDaemonPath, kPath, sizeof(kPath));
-        return control;
-    }
-
-    int taken_ = 0;
+    std::size_t taken_ = 0;
 };
 
 }  // namespace tessel::test

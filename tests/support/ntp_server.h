@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <string>
 
 #include "tests/support/far.h"
 #include "tests/support/logged.h"

@@ -1,17 +1,12 @@
 // What processes have, counted in "/proc".
 #pragma once
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <string.h>
-#include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
 
 #include "tests/support/files.h"
 

@@ -1,14 +1,10 @@
 // What ICMP and ICMPv6 messages say of the probe from port 32770 to port 33437.
 #include "probe/icmp_answer.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
-
-using namespace std::string_literals;
 
 // An IPv4 header of so many words; only its length and protocol are looked at.
 std::string Ip(char protocol, int words = 5) {

@@ -1,19 +1,14 @@
 // Bytes from the network and the kernel: what is taken, and what hostile or cut ones do.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "probe/conflict/ndp.h"
 #include "probe/conflict/neighbour_conflict.h"
 #include "route/monitor/netlink.h"
+#include "tests/support/daemon.h"
+#include "tests/support/files.h"
 
+namespace tessel::test {
 namespace {
-
-using namespace std::string_literals;
-using tessel::NeighbourPath;
 
 NeighbourPath Path(const char* source, const char* destination, u8 hopLimit = 255) {
     NeighbourPath path{.source = {}, .destination = {}, .hopLimit = hopLimit};
@@ -35,8 +30,8 @@ std::string Advertisement(const std::string& options, char flags = 0x20) {
     return "\x88\0\0\0"s + flags + std::string(3, '\0') + kTarget + options;
 }
 
-std::optional<tessel::NeighbourMessage> Read(const std::string& bytes, const NeighbourPath& path) {
-    return tessel::ReadNeighbourMessage({reinterpret_cast<const u8*>(bytes.data()), bytes.size()}, path);
+std::optional<NeighbourMessage> Read(const std::string& bytes, const NeighbourPath& path) {
+    return ReadNeighbourMessage({reinterpret_cast<const u8*>(bytes.data()), bytes.size()}, path);
 }
 
 TEST(Neighbour, MessagesThatANodeDiscards) {
@@ -47,35 +42,28 @@ TEST(Neighbour, MessagesThatANodeDiscards) {
     const NeighbourPath dadToOne = Path("::", "fe80::2");
     std::string multicastTarget = Advertisement(kTargetOption);
     multicastTarget[8] = '\xff';
-    const struct {
-        const char* description;
-        std::string bytes;
-        const NeighbourPath& path;
-        bool isTaken;
-        bool hasLinkAddress;
-    } rows[] = {
-        {"solicitation", Solicitation(kSourceOption), direct, true, true},
-        {"advertisement to all", Advertisement(kTargetOption), toAll, true, true},
-        {"without options", Advertisement(""), toAll, true, false},
-        {"behind another option", Advertisement("\x05\x01\0\0\0\0\x05\xdc"s + kTargetOption), toAll, true, true},
-        {"the other message's option", Advertisement(kSourceOption), toAll, true, false},
-        {"duplicate address detection", Solicitation(""), dad, true, false},
-        {"through a router", Solicitation(kSourceOption), routed, false, false},
-        {"another code", Solicitation(kSourceOption, 1), direct, false, false},
-        {"a multicast target", multicastTarget, toAll, false, false},
-        {"solicited and to all", Advertisement(kTargetOption, 0x60), toAll, false, false},
-        {"solicited and to one", Advertisement(kTargetOption, 0x60), direct, true, true},
-        {"from nowhere to one", Solicitation(""), dadToOne, false, false},
-        {"from nowhere with an option", Solicitation(kSourceOption), dad, false, false},
-        {"an option of no length", Advertisement("\x02\0"s + kMac), toAll, false, false},
-        {"an option beyond the end", Advertisement("\x02\x02"s + kMac), toAll, false, false},
-        {"half an option", Advertisement(kTargetOption + "\x02"s), toAll, false, false},
-        {"one byte short", Advertisement("").substr(0, 23), toAll, false, false},
+    const std::tuple<const char*, std::string, NeighbourPath, const char*> rows[] = {
+        {"solicitation", Solicitation(kSourceOption), direct, "with address"},
+        {"advertisement to all", Advertisement(kTargetOption), toAll, "with address"},
+        {"without options", Advertisement(""), toAll, "taken"},
+        {"behind another option", Advertisement("\x05\x01\0\0\0\0\x05\xdc"s + kTargetOption), toAll, "with address"},
+        {"the other message's option", Advertisement(kSourceOption), toAll, "taken"},
+        {"duplicate address detection", Solicitation(""), dad, "taken"},
+        {"solicited and to one", Advertisement(kTargetOption, 0x60), direct, "with address"},
+        {"through a router", Solicitation(kSourceOption), routed, ""},
+        {"another code", Solicitation(kSourceOption, 1), direct, ""},
+        {"a multicast target", multicastTarget, toAll, ""},
+        {"solicited and to all", Advertisement(kTargetOption, 0x60), toAll, ""},
+        {"from nowhere to one", Solicitation(""), dadToOne, ""},
+        {"from nowhere with an option", Solicitation(kSourceOption), dad, ""},
+        {"an option of no length", Advertisement("\x02\0"s + kMac), toAll, ""},
+        {"an option beyond the end", Advertisement("\x02\x02"s + kMac), toAll, ""},
+        {"half an option", Advertisement(kTargetOption + "\x02"s), toAll, ""},
+        {"one byte short", Advertisement("").substr(0, 23), toAll, ""},
     };
-    for (const auto& row : rows) {
-        const auto message = Read(row.bytes, row.path);
-        EXPECT_EQ(message.has_value(), row.isTaken) << row.description;
-        EXPECT_EQ(message && message->linkAddress, row.hasLinkAddress) << row.description;
+    for (const auto& [description, bytes, path, expected] : rows) {
+        const auto message = Read(bytes, path);
+        EXPECT_STREQ(!message ? "" : message->linkAddress ? "with address" : "taken", expected) << description;
     }
 }
 
@@ -88,7 +76,7 @@ TEST(Neighbour, WhatIsAConflict) {
     record.tIfaceIp.atIp[1].wSinFamily = 10;
     const auto check = [&](const std::string& bytes) {
         TNetConflictReport report{};
-        return tessel::CheckNeighbour(record, *Read(bytes, Path("fe80::1", "ff02::1")), report);
+        return CheckNeighbour(record, *Read(bytes, Path("fe80::1", "ff02::1")), report);
     };
     const std::string advertised = Advertisement(kTargetOption);
     const std::string solicited = Solicitation(kSourceOption);
@@ -106,10 +94,7 @@ std::string Message(u16 type, const std::string& payload) {
     nlmsghdr header{};
     header.nlmsg_len = static_cast<u32>(sizeof(header) + payload.size());
     header.nlmsg_type = type;
-    std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
-    bytes += payload;
-    bytes.resize(NLMSG_ALIGN(bytes.size()));
-    return bytes;
+    return std::string(Bytes(header)) + Padded(payload, NLMSG_ALIGN(payload.size()));
 }
 
 // Cut anywhere, in memory whose end the sanitizer watches.
@@ -120,24 +105,15 @@ TEST(Netlink, WalksEndAtWhatIsNotWhole) {
         const std::vector<u8> cut(three.begin(), three.begin() + static_cast<long>(size));
         std::span<const u8> rest(cut);
         std::size_t count = 0;
-        while (tessel::NextMessage(rest) != nullptr)
+        while (NextMessage(rest) != nullptr)
             ++count;
         EXPECT_EQ(count, size == three.size() ? 3U : size >= two.size() ? 2U : size >= 21 ? 1U : 0U) << size;
     }
     std::vector<u8> tooShort(sizeof(nlmsghdr));
     tooShort[0] = 15;
     std::span<const u8> rest(tooShort);
-    EXPECT_EQ(tessel::NextMessage(rest), nullptr);
-
-    const std::string attributes = "\x08\0\x03\0abcd\x05\0\x02\0e\0\0\0\x08\0\x04\0fghi\x09\0\x01\0jklm"s;
-    for (std::size_t size = 0; size <= attributes.size(); ++size) {
-        const std::vector<u8> cut(attributes.begin(), attributes.begin() + static_cast<long>(size));
-        const rtattr* table[4];
-        ParseRtAttr(table, 3, static_cast<const rtattr*>(static_cast<const void*>(cut.data())), static_cast<i32>(size));
-        EXPECT_EQ(table[3] != nullptr, size >= 8) << size;
-        EXPECT_EQ(table[2] != nullptr, size >= 13) << size;
-        EXPECT_EQ(table[1], nullptr) << "longer than what is there";
-    }
+    EXPECT_EQ(NextMessage(rest), nullptr);
 }
 
 }  // namespace
+}  // namespace tessel::test

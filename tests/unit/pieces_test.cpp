@@ -1,14 +1,7 @@
 // Small pieces that features share.
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <array>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "core/checksum.h"
 #include "core/payload_cursor.h"
@@ -16,16 +9,15 @@
 #include "core/text_file.h"
 #include "tests/support/files.h"
 
+namespace tessel::test {
 namespace {
 
-using namespace std::string_literals;
-using tessel::test::WriteFile;
 using testing::ElementsAre;
 
 template <std::size_t kFieldBytes>
 std::vector<std::string> LinesOf(const std::string& text, u32 limit = 1000000) {
     WriteFile("/tmp/lines", text);
-    tessel::LineReader reader(tessel::OpenRegularFile("/tmp/lines", O_RDONLY), limit);
+    LineReader reader(OpenRegularFile("/tmp/lines", O_RDONLY), limit);
     std::vector<std::string> lines;
     std::array<char, kFieldBytes> line{};
     while (reader.Next(line))
@@ -50,14 +42,14 @@ TEST(RegularFile, NothingElseIsOpened) {
     ASSERT_EQ(symlink("/tmp/real", "/tmp/link"), 0);
     for (const char* path : {"/tmp/fifo", "/tmp/link", "/tmp", "/dev/null", "/tmp/none"}) {
         for (const int flags : {O_RDONLY, O_RDWR | O_TRUNC})
-            EXPECT_FALSE(tessel::OpenRegularFile(path, flags).IsOpen()) << path << flags;
+            EXPECT_FALSE(OpenRegularFile(path, flags).IsOpen()) << path << flags;
     }
-    EXPECT_EQ(tessel::test::ReadFile("/tmp/real"), "kept");
+    EXPECT_EQ(ReadFile("/tmp/real"), "kept");
 }
 
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
     const std::string bytes = "\3\0\0\0abc\2\0\0\0d\0\11\0\0\0e"s;
-    tessel::PayloadCursor cursor(bytes.data(), static_cast<i32>(bytes.size()));
+    PayloadCursor cursor(bytes.data(), static_cast<i32>(bytes.size()));
     u32 length = 0;
     std::array<char, 4> text{'#', '#', '#', '#'};
     for (const char* expected : {"abc", "d"}) {  // the first fills the field with its NUL
@@ -69,9 +61,9 @@ TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
     EXPECT_FALSE(cursor.ReadText(1, text)) << "nothing comes behind a failure";
     EXPECT_STREQ(text.data(), "d");
 
-    tessel::PayloadCursor small("12345", 5);
+    PayloadCursor small("12345", 5);
     EXPECT_FALSE(small.ReadText(4, text)) << "no room for the NUL";
-    tessel::PayloadCursor empty(nullptr, 0);
+    PayloadCursor empty(nullptr, 0);
     EXPECT_TRUE(empty.ReadText(0, text));
     EXPECT_STREQ(text.data(), "");
     EXPECT_FALSE(empty.Read(length));
@@ -83,11 +75,11 @@ TEST(Checksum, IsThatOfTheWholeHoweverItIsCut) {
                               0xb1, 0xe6, 172, 16,   10,   99,   172,  16, 10,   12};
     const std::span<const u8> all(header);
     for (std::size_t cut = 0; cut <= header.size(); ++cut)
-        EXPECT_EQ(tessel::InternetChecksum({all.first(cut), all.subspan(cut)}), 0) << cut;
+        EXPECT_EQ(InternetChecksum({all.first(cut), all.subspan(cut)}), 0) << cut;
     header.back() = 0;
-    EXPECT_EQ(tessel::InternetChecksum({all.first(19)}), tessel::InternetChecksum({header})) << "padded with zero";
-    EXPECT_EQ(tessel::InternetChecksum({header}), htons(12)) << "what it lacks now";
-    EXPECT_EQ(tessel::InternetChecksum({}), 0xffff);
+    EXPECT_EQ(InternetChecksum({all.first(19)}), InternetChecksum({header})) << "padded with zero";
+    EXPECT_EQ(InternetChecksum({header}), htons(12)) << "what it lacks now";
+    EXPECT_EQ(InternetChecksum({}), 0xffff);
 }
 
 TEST(Processes, AreSearchedByNameAndByCommandLine) {
@@ -120,3 +112,4 @@ TEST(CheckCmdByPid, ComparesTheCommandName) {
 }
 
 }  // namespace
+}  // namespace tessel::test

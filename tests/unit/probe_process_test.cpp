@@ -1,8 +1,5 @@
 // Ping and router watch with tools that really run: what they do to their worker, how both end, and storms of clients.
-#include <sys/stat.h>
-
 #include <barrier>
-#include <thread>
 
 #include "probe/ping.h"
 #include "probe/router/router_watch.h"
@@ -13,17 +10,11 @@
 namespace tessel::test {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
-
 class ProbeProcesses : public testing::Test {
   protected:
     ProbeProcesses() {
         if (g_ptDaePing == nullptr) DaemonPingInit();
         if (g_ptDaeRouterNotifyInfo == nullptr) DaemonRouterNotifyInit();
-        setenv("PATH", "/tmp/tools:/usr/bin:/bin", 1);
-        mkdir("/tmp/tools", 0755);
     }
     ~ProbeProcesses() override {
         for (i32 user = 0; user < 30; ++user)
@@ -31,10 +22,9 @@ class ProbeProcesses : public testing::Test {
         for (const char* name : {"dev0", "dev1", "dev2", "dev3", "dev4", "dev5"})
             (void)RouterAdvertiseStop(name);
     }
-    static void Script(const std::string& name, const std::string& text) {
-        WriteFile("/tmp/tools/new", "#!/bin/sh\n" + text + "\n");
-        chmod("/tmp/tools/new", 0755);
-        ASSERT_EQ(rename("/tmp/tools/new", ("/tmp/tools/" + name).c_str()), 0);
+    void Script(const std::string& name, const std::string& text) {
+        WriteProgram(tools_ + "/new", "#!/bin/sh\n" + text + "\n");
+        std::filesystem::rename(tools_ + "/new", tools_ + "/" + name);
     }
     static i32 Start(i32 user, u32 count = 1) {
         static const TNetGateway target = Address("10.0.0.1");
@@ -47,6 +37,8 @@ class ProbeProcesses : public testing::Test {
     static bool NothingRuns() {
         return Eventually([] { return Running() == 0; });
     }
+
+    const std::string tools_ = MakeProgramFolder();
 };
 
 TEST_F(ProbeProcesses, WhateverTheToolDoesIsOneResult) {
@@ -80,10 +72,10 @@ TEST_F(ProbeProcesses, AStopEndsEveryPhaseAtOnce) {
         Script("ping", std::string("echo >> /tmp/runs; ") + text);
         ASSERT_EQ(Start(user, count), 0) << text;
         EXPECT_TRUE(Eventually([] { return !ReadFile("/tmp/runs").empty(); })) << text;
-        std::this_thread::sleep_for(milliseconds(200));
+        std::this_thread::sleep_for(200ms);
         const auto before = steady_clock::now();
         EXPECT_EQ(PingStop(user), 0);
-        EXPECT_LT(steady_clock::now() - before, seconds(3)) << text;
+        EXPECT_LT(steady_clock::now() - before, 3s) << text;
         EXPECT_TRUE(NothingRuns()) << text;
         ASSERT_EQ(unlink("/tmp/runs"), 0);
     }
@@ -98,7 +90,7 @@ TEST_F(ProbeProcesses, AStopEndsEveryPhaseAtOnce) {
 TEST_F(ProbeProcesses, StormsLeaveNothingBehind) {
     Script("ping", "exit 0");
     Script("ip", "echo '    inet6 2001:db8::1/64 scope global dynamic '");
-    g_routerCycle = milliseconds(1);
+    g_routerCycle = 1ms;
     std::thread([] {}).join();  // with the first one come a sanitizer's own
     const std::ptrdiff_t threads = Threads();
     const std::ptrdiff_t descriptors = Descriptors();

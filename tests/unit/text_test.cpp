@@ -12,13 +12,8 @@
 namespace {
 
 TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
-    const struct {
-        const char* description;
-        const char* text;
-        const char* key;
-        i32 room;
-        const char* expected;  // null: refused
-    } rows[] = {
+    // Text, key, room for the word, and the word; null: refused.
+    const std::tuple<const char*, const char*, const char*, i32, const char*> rows[] = {
         {"one separator behind the key is skipped", "eth0 mtu 1500 qdisc", "mtu", 20, "1500"},
         {"a second one makes an empty word", "mtu  1500", "mtu", 20, ""},
         {"the key may touch its value", "addr:1.2.3.4 Bcast", "addr", 20, ":1.2.3.4"},
@@ -29,11 +24,10 @@ TEST(FindStrMatchHead, TakesTheWordBehindTheKey) {
         {"key not there", "dev eth0", "via", 20, nullptr},
         {"no text", nullptr, "via", 20, nullptr},
     };
-    for (const auto& row : rows) {
+    for (const auto& [description, text, key, room, expected] : rows) {
         char word[21] = "untouched";
-        EXPECT_EQ(TesselFindStrMatchHead(row.text, row.key, ' ', word, row.room), row.expected == nullptr ? -1 : 0)
-            << row.description;
-        EXPECT_STREQ(word, row.expected == nullptr ? "untouched" : row.expected) << row.description;
+        EXPECT_EQ(TesselFindStrMatchHead(text, key, ' ', word, room), expected == nullptr ? -1 : 0) << description;
+        EXPECT_STREQ(word, expected == nullptr ? "untouched" : expected) << description;
     }
 }
 
@@ -47,11 +41,7 @@ TEST(StrToU8, ReadsSeparatedHexadecimalBytes) {
 }
 
 TEST(Words, AreOfTheirKindAndNothingElse) {
-    const struct {
-        bool (*judge)(const char*);
-        std::vector<const char*> good;
-        std::vector<const char*> bad;
-    } rows[] = {
+    const std::tuple<bool (*)(const char*), std::vector<const char*>, std::vector<const char*>> rows[] = {
         {[](const char* text) { return tessel::IsLineWord(text); },
          {"eth0", "a-b"},
          {"", " ", "eth0 down", "eth0 ", " eth0", "-V", "eth0\n", "et\th0", "eth\x7f"}},
@@ -66,11 +56,11 @@ TEST(Words, AreOfTheirKindAndNothingElse) {
          {"fe80::1"},
          {"10.0.0.1", "fe80::1%eth0", "fe80::1/64"}},
     };
-    for (const auto& row : rows) {
-        for (const char* text : row.good)
-            EXPECT_TRUE(row.judge(text)) << text;
-        for (const char* text : row.bad)
-            EXPECT_FALSE(row.judge(text)) << text;
+    for (const auto& [judge, good, bad] : rows) {
+        for (const char* text : good)
+            EXPECT_TRUE(judge(text)) << text;
+        for (const char* text : bad)
+            EXPECT_FALSE(judge(text)) << text;
     }
     EXPECT_FALSE(tessel::IsLineWord(nullptr));
 }

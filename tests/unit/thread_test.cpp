@@ -1,20 +1,18 @@
 #include "core/thread.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <string>
 
 #include "core/log.h"
 #include "core/log_control.h"
 #include "core/unique_fd.h"
 #include "tests/support/files.h"
 
+namespace tessel::test {
 namespace {
 
 struct Seen {
@@ -54,7 +52,7 @@ TEST(Thread, IsNamedBlocksSignalsAndIsNice) {
 
     seen.isDone = false;
     EXPECT_NE(ThreadSpawnDeatched("detached", &Look, &seen, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep), 0U);
-    EXPECT_TRUE(tessel::test::Eventually([&] { return seen.isDone.load(); }));
+    EXPECT_TRUE(Eventually([&] { return seen.isDone.load(); }));
 }
 
 // Under the sanitizers this also shows that nothing of it is left behind. Had it died within a log line, the lock of
@@ -67,8 +65,8 @@ TEST(Thread, IsCancelledWhereItWaitsAndNotInALogLine) {
         [](void* arg) {
             int ends[2];
             ASSERT_EQ(pipe(ends), 0);
-            const tessel::UniqueFd first(ends[0]);
-            const tessel::UniqueFd second(ends[1]);
+            const UniqueFd first(ends[0]);
+            const UniqueFd second(ends[1]);
             EXPECT_EQ(ThreadCancel(pthread_self()), 0);
             TESSEL_ERR("a line");
             TESSEL_PERROR("another");
@@ -97,3 +95,4 @@ TEST(Thread, ThatCannotBeMadeIsZero) {
 }
 
 }  // namespace
+}  // namespace tessel::test

@@ -5,7 +5,6 @@
 
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include "stat/net_dev.h"
 
@@ -34,11 +33,7 @@ std::string TextOf(const CounterSample& sample) {
 }
 
 TEST(NetDev, IsReadInAllForms) {
-    const struct {
-        const char* description;
-        std::string text;
-        const char* expected;
-    } rows[] = {
+    const std::tuple<const char*, std::string, const char*> rows[] = {
         {"with compressed packets",
          kHead +
              "    lo:     100       1    0    0    0     0          0         0      200       1    0    0    0     0\n"
@@ -60,8 +55,8 @@ TEST(NetDev, IsReadInAllForms) {
         {"one line", kFirstLine, "- - - "},
         {"no newline anywhere", std::string(100000, 'e'), "- - - "},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(TextOf(Read(row.text)), row.expected) << row.description;
+    for (const auto& [description, text, expected] : rows)
+        EXPECT_EQ(TextOf(Read(text)), expected) << description;
 }
 
 TEST(Bandwidth, IsBitsPerSecond) {

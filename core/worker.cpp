@@ -14,6 +14,10 @@ namespace {
 
 thread_local const Worker* t_current = nullptr;
 
+UniqueFd MakeEventFd() {
+    return UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+}
+
 }  // namespace
 
 const Worker* Worker::Current() {
@@ -30,36 +34,42 @@ bool Worker::Start(const char* name, Body body, void* session) {
     Join();
     body_ = body;
     session_ = session;
-    endFd_.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     {
-        const std::lock_guard lock(stopLock_);
-        stopFd_.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        const std::lock_guard lock(lock_);
+        stopFd_ = MakeEventFd();
         isWanted_ = true;
+        isRunning_ = true;
     }
-    if (!stopFd_.IsOpen() || !endFd_.IsOpen()) {
+    if (!stopFd_.IsOpen()) {
         TESSEL_PERROR("eventfd error");
     } else {
         thread_ = ThreadSpawn(name, &Worker::Run, this, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep);
     }
-    if (thread_ == 0) Close();
+    if (thread_ == 0) SetEnded();
     return thread_ != 0;
 }
 
 void Worker::AskToEnd() {
-    const std::lock_guard lock(stopLock_);
+    const std::lock_guard lock(lock_);
     isWanted_ = false;
     if (stopFd_.IsOpen()) (void)eventfd_write(stopFd_.Get(), 1);
 }
 
 bool Worker::AwaitEnd(milliseconds limit) {
-    if (thread_ == 0) return true;
-    if (WaitReady(endFd_.Get(), POLLIN, Deadline(limit)) != Wait::kReady) return false;
+    const Deadline deadline(limit);
+    {
+        const std::lock_guard lock(lock_);
+        if (isRunning_) endFd_ = MakeEventFd();
+    }
+    // Without a descriptor this takes all of the time.
+    if (isRunning_) (void)WaitReady(endFd_.Get(), POLLIN, deadline);
+    {
+        const std::lock_guard lock(lock_);
+        endFd_.Reset();
+    }
+    if (isRunning_) return false;
     Join();
     return true;
-}
-
-bool Worker::IsRunning() const {
-    return thread_ != 0 && WaitReady(endFd_.Get(), POLLIN, Deadline(milliseconds(0))) != Wait::kReady;
 }
 
 bool Worker::Sleep(milliseconds time) const {
@@ -74,21 +84,22 @@ void Worker::Run(void* self) {
     Worker& worker = *static_cast<Worker*>(self);
     t_current = &worker;
     worker.body_(worker, worker.session_);
-    (void)eventfd_write(worker.endFd_.Get(), 1);
+    worker.SetEnded();
 }
 
 void Worker::Join() {
     if (thread_ == 0) return;
     ThreadJoin(thread_);
     thread_ = 0;
-    Close();
 }
 
-void Worker::Close() {
-    const std::lock_guard lock(stopLock_);
+// Gives the descriptor back at once: until it is joined, a worker that ended by itself may rest for ever.
+void Worker::SetEnded() {
+    const std::lock_guard lock(lock_);
     isWanted_ = false;
+    isRunning_ = false;
     stopFd_.Reset();
-    endFd_.Reset();
+    if (endFd_.IsOpen()) (void)eventfd_write(endFd_.Get(), 1);
 }
 
 }  // namespace tessel

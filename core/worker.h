@@ -38,7 +38,9 @@ class Worker {
     [[nodiscard]] bool AwaitEnd(std::chrono::milliseconds limit);
 
     // True from a successful Start until the body has ended, joined or not.
-    [[nodiscard]] bool IsRunning() const;
+    [[nodiscard]] bool IsRunning() const {
+        return isRunning_;
+    }
 
     // The worker whose body calls; null in any other thread. Tools that it runs and notices that it sends end when it
     // is asked to end.
@@ -61,15 +63,16 @@ class Worker {
   private:
     static void Run(void* self);
     void Join();
-    void Close();
+    void SetEnded();
 
     pthread_t thread_ = 0;  // 0: nothing to join
     Body body_ = nullptr;
     void* session_ = nullptr;
     std::atomic<bool> isWanted_{false};
-    std::mutex stopLock_;  // held while stopFd_ is opened, written and closed: others may ask while the owner joins
-    UniqueFd stopFd_;      // eventfd, as is the next
-    UniqueFd endFd_;       // readable once the body has ended
+    std::atomic<bool> isRunning_{false};
+    std::mutex lock_;  // held while a descriptor is opened, written and closed: each has several who may do so
+    UniqueFd stopFd_;  // eventfd, as is the next; open while the body runs
+    UniqueFd endFd_;   // becomes readable when the body ends; open while the owner waits for that
 };
 
 }  // namespace tessel

@@ -138,6 +138,20 @@ TEST(Worker, IsStartedAgainAndJoinedOnce) {
     // Left to the destructor.
 }
 
+TEST(Worker, GivesItsDescriptorsBackBeforeItIsJoined) {
+    std::atomic<bool> isDone{false};
+    Session session{.body = [&](Worker& self) {
+        while (!isDone)
+            EXPECT_TRUE(self.Sleep(milliseconds(1)));
+    }};
+    Worker worker;
+    const auto before = Descriptors();
+    ASSERT_TRUE(Start(worker, session));
+    EXPECT_FALSE(worker.AwaitEnd(milliseconds(1)));
+    isDone = true;
+    EXPECT_TRUE(Eventually([&] { return Descriptors() == before; }));
+}
+
 // For the thread sanitizer: asked by others while it ends by itself and is started again.
 TEST(Worker, IsAskedByAnybodyAtAnyTime) {
     Session session{.body = [](Worker& self) { (void)self.Sleep(milliseconds(1)); }};

@@ -13,8 +13,8 @@ const Worker* Worker::Current() {
 Worker::~Worker() = default;
 
 bool Worker::Start(const char* /*name*/, Body /*body*/, void* /*session*/) {
-    if (IsRunning()) return false;
-    thread_ = 1;
+    if (isRunning_) return false;
+    isRunning_ = true;
     isWanted_ = true;
     return true;
 }
@@ -24,12 +24,8 @@ void Worker::AskToEnd() {
 }
 
 bool Worker::AwaitEnd(std::chrono::milliseconds /*limit*/) {
-    thread_ = 0;
+    isRunning_ = false;
     return true;
-}
-
-bool Worker::IsRunning() const {
-    return thread_ != 0;
 }
 
 bool Worker::Sleep(std::chrono::milliseconds /*time*/) const {

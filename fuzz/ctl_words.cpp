@@ -1,7 +1,7 @@
 // What people type behind "tesselctl", a word on each line: the values that words stand for, and the command that they
 // mean.
-#include "client/ctl/failure.h"
 #include "client/ctl/tesselctl.h"
+#include "client/ctl/text.h"
 #include "fuzz/fuzz.h"
 
 namespace {

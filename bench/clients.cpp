@@ -1,6 +1,5 @@
 #include "bench/clients.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
 
@@ -34,14 +33,6 @@ void Count(int error) {
     ++g_counts.requests;
     if (error <= 0 && error > -10) ++g_counts.results[-error];
     if (error == TESSEL_E_NOT_RUNNING) std::this_thread::sleep_for(std::chrono::milliseconds(200));
-}
-
-TNetGateway Address(const std::string& text) {
-    const bool isV6 = text.find(':') != std::string::npos;
-    TNetGateway address{};
-    address.wSinFamily = isV6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET;
-    (void)inet_pton(isV6 ? AF_INET6 : AF_INET, text.c_str(), address.abyAddr);
-    return address;
 }
 
 TNetGateway TargetOf(int client) {

@@ -1,6 +1,7 @@
 // What the benchmarks share: a daemon to measure, requests, and how long something takes.
 #pragma once
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -19,6 +20,7 @@
 
 #include "core/ipc.h"
 #include "core/unique_fd.h"
+#include "tessel/gateway.h"
 
 namespace tessel::bench {
 
@@ -64,6 +66,14 @@ inline pid_t PeerOf(int fd) {
     socklen_t length = sizeof(peer);
     getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length);
     return peer.pid;
+}
+
+inline TNetGateway Address(const std::string& text) {
+    const bool isV6 = text.find(':') != std::string::npos;
+    TNetGateway address{};
+    address.wSinFamily = isV6 ? TESSEL_FAMILY_INET6 : TESSEL_FAMILY_INET;
+    (void)inet_pton(isV6 ? AF_INET6 : AF_INET, text.c_str(), address.abyAddr);
+    return address;
 }
 
 inline void EndProcess(pid_t pid) {

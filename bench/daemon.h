@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "core/file_rights.h"
 #include "core/ipc.h"
 #include "core/unique_fd.h"
 #include "tessel/gateway.h"
@@ -61,13 +62,6 @@ std::string Message(u32 type, const Record& record) {
     return message.append(reinterpret_cast<const char*>(&record), sizeof(record));
 }
 
-inline pid_t PeerOf(int fd) {
-    ucred peer{};
-    socklen_t length = sizeof(peer);
-    getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length);
-    return peer.pid;
-}
-
 inline TNetGateway Address(const std::string& text) {
     const bool isV6 = text.find(':') != std::string::npos;
     TNetGateway address{};
@@ -101,7 +95,7 @@ inline StartedDaemon StartDaemon(const std::string& mtuRequest, const char* path
             usleep(50);
             continue;
         }
-        const pid_t pid = PeerOf(probe.Get());
+        const pid_t pid = tessel::PeerOf(probe.Get()).pid;
         char answer[64];
         if (write(probe.Get(), mtuRequest.data(), mtuRequest.size()) > 0 &&
             read(probe.Get(), answer, sizeof(answer)) > 0) {
@@ -138,6 +132,10 @@ inline long ProcessField(pid_t pid, const char* file, const char* field) {
         if (line.starts_with(field)) return strtol(line.c_str() + strlen(field), nullptr, 10);
     }
     return 0;
+}
+
+inline long PrivateKib(pid_t pid) {
+    return ProcessField(pid, "smaps_rollup", "Private_Clean:") + ProcessField(pid, "smaps_rollup", "Private_Dirty:");
 }
 
 }  // namespace tessel::bench

@@ -25,10 +25,6 @@ struct IdleCosts {
     double wakeups, binaryKib;
 };
 
-long PrivateKib(pid_t pid) {
-    return ProcessField(pid, "smaps_rollup", "Private_Clean:") + ProcessField(pid, "smaps_rollup", "Private_Dirty:");
-}
-
 IdleCosts MeasureIdle(std::size_t i) {
     constexpr int kSettleSeconds = 3;  // what changes at the start is looked at for a while
     constexpr int kSeconds = 20;

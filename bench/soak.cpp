@@ -129,8 +129,7 @@ State TakeState() {
                         {"threads", count("ls " + daemon + "/task | wc -l")},
                         {"children", count(children)},
                         {"System V objects", count("cat /proc/sysvipc/* | wc -l")},
-                        {"private memory, KiB",
-                         count("awk '/^Private_/ { sum += $2 } END { print sum }' " + daemon + "/smaps_rollup")}},
+                        {"private memory, KiB", PrivateKib(g_daemon)}},
             .texts = OutputOf(kTexts)};
 }
 

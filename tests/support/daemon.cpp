@@ -9,6 +9,7 @@
 
 #include <stdexcept>
 
+#include "core/file_rights.h"
 #include "core/ipc.h"
 #include "tessel/command.h"
 #include "tessel/mtu.h"
@@ -44,11 +45,7 @@ UniqueFd ConnectToDaemon() {
 }
 
 pid_t ServingPid() {
-    const UniqueFd fd = ConnectToDaemon();
-    ucred peer{};
-    socklen_t length = sizeof(peer);
-    if (fd.IsOpen()) getsockopt(fd.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &length);
-    return peer.pid;
+    return PeerOf(ConnectToDaemon().Get()).pid;
 }
 
 std::optional<std::string> SendRaw(u32 type, i32 size, std::string_view payload) {

@@ -253,11 +253,11 @@ TEST_F(Ntp, IsStoppedWhateverItDoes) {
 TEST_F(Ntp, EndsWithoutASocketAndIsThenStopped) {
     g_ntpTimes.retry = 10ms;
     const Listener listener("ipc_ntp");
-    const UniqueFd firstFree(dup(0));  // and the worker needs two before it opens a socket
+    const UniqueFd firstFree(dup(0));  // all below it are taken
     ASSERT_EQ(NtpcStart(Address("198.51.100.1"), kHour), 0);
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{.rlim_cur = static_cast<rlim_t>(firstFree.Get()) + 3, .rlim_max = limit.rlim_max};
+    const rlimit none{.rlim_cur = static_cast<rlim_t>(firstFree.Get()), .rlim_max = limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
     EXPECT_TRUE(Eventually([] { return !DaeFamilyMapNtpcInfo(AF_INET)->worker.IsRunning(); }));
     setrlimit(RLIMIT_NOFILE, &limit);

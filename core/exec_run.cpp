@@ -35,14 +35,27 @@ constexpr int kExecFailedStatus = 255;
 #define SYS_close_range 436
 #endif
 
-// Only async-signal-safe calls: the caller borrows another process's memory. Caught signals get their default action by
-// exec; ignored ones would stay ignored.
-void ResetSignals(const sigset_t& blocked) {
+// What exec would leave ignored; caught signals get their default action by it. Looked up with the first tool, not with
+// each: the daemon ignores signals as it starts, and never later.
+const sigset_t& IgnoredSignals() {
+    static const sigset_t kIgnored = [] {
+        sigset_t ignored;
+        sigemptyset(&ignored);
+        struct sigaction action {};
+        for (int signal = 1; signal < NSIG; ++signal) {
+            if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) sigaddset(&ignored, signal);
+        }
+        return ignored;
+    }();
+    return kIgnored;
+}
+
+// Only async-signal-safe calls: the caller borrows another process's memory.
+void ResetSignals(const sigset_t& ignored, const sigset_t& blocked) {
     struct sigaction action {};
+    action.sa_handler = SIG_DFL;
     for (int signal = 1; signal < NSIG; ++signal) {
-        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_IGN) continue;
-        action.sa_handler = SIG_DFL;
-        sigaction(signal, &action, nullptr);
+        if (sigismember(&ignored, signal) == 1) sigaction(signal, &action, nullptr);
     }
     sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
@@ -91,12 +104,13 @@ class ExecReport {
 pid_t Spawn(const Tool& tool, int outputFd, int reportFd) {
     sigset_t none;
     sigemptyset(&none);
+    const sigset_t& ignored = IgnoredSignals();
     // The child borrows this process's memory until it becomes the program: only async-signal-safe calls in between.
     const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork): fork would copy the page tables
     if (pid != 0) return pid;
     // NOLINTBEGIN(clang-analyzer-unix.Vfork): system calls alone, on this process's own tables
     setpgid(0, 0);
-    ResetSignals(none);
+    ResetSignals(ignored, none);
     if (outputFd >= 0) {
         dup2(outputFd, STDOUT_FILENO);
         dup2(outputFd, STDERR_FILENO);
@@ -247,7 +261,7 @@ void CloseFrom(int first) {
 // In the grandchild. Its report moves to the first descriptor behind the standard ones, so that all others can go.
 [[noreturn]] void BecomeDetached(const Tool& tool, const sigset_t& blocked, int nullFd, int reportFd) {
     constexpr int kReportFd = STDERR_FILENO + 1;
-    ResetSignals(blocked);
+    ResetSignals(IgnoredSignals(), blocked);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
         dup2(nullFd, fd);
     if (reportFd == kReportFd || dup3(reportFd, kReportFd, O_CLOEXEC) == kReportFd) CloseFrom(kReportFd + 1);
@@ -299,6 +313,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
 }
 
 i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where) {
+    (void)IgnoredSignals();  // the child finds them looked up
     ExecReport report;
     const UniqueFd nullFd(open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!report.IsOpen() || !nullFd.IsOpen()) {

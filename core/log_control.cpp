@@ -13,6 +13,7 @@
 #include "core/text.h"
 #include "core/unique_fd.h"
 
+using tessel::CallSite;
 using tessel::FieldText;
 using tessel::g_logFileLock;
 using tessel::UniqueFd;
@@ -83,16 +84,16 @@ std::FILE* OpenEmpty(const ucred& client, const FileRole& role, const char* path
     return file;
 }
 
-i32 OpenLogFile(const ucred& client, const FileRole& role, const char* path) {
+i32 OpenLogFile(const ucred& client, const FileRole& role, const char* path, CallSite where) {
     if (path[0] != '\0') {
-        TESSEL_PRT("config lib log file %s", path);
+        TESSEL_PRT_AT(where, "config lib log file %s", path);
     } else {
         path = role.defaultPath;
-        TESSEL_PRT("have not config lib log file, use default %s", path);
+        TESSEL_PRT_AT(where, "have not config lib log file, use default %s", path);
     }
     std::FILE* opened = OpenEmpty(client, role, path);
     if (opened == nullptr) {
-        TESSEL_ERR("%s open fail", path);
+        TESSEL_ERR_AT(where, "%s open fail", path);
         return -1;
     }
     // Left open, previous files would have used up all descriptors after some hundred commands.
@@ -101,13 +102,13 @@ i32 OpenLogFile(const ucred& client, const FileRole& role, const char* path) {
     return 0;
 }
 
-i32 ManageLogFile(const ucred& client, const FileRole& role, u32 code, const char* path) {
+i32 ManageLogFile(const ucred& client, const FileRole& role, u32 code, const char* path, CallSite where) {
     if (code < TESSEL_LOG_OPEN_LIB || code > TESSEL_LOG_CLOSE_BOTH) {
-        TESSEL_ERR("eCmd is error %d", static_cast<i32>(code));
+        TESSEL_ERR_AT(where, "eCmd is error %d", static_cast<i32>(code));
         return -1;
     }
     if (code == role.closeCode || code == TESSEL_LOG_CLOSE_BOTH) CloseLogFile(role);
-    if (code == role.openCode || code == TESSEL_LOG_OPEN_BOTH) return OpenLogFile(client, role, path);
+    if (code == role.openCode || code == TESSEL_LOG_OPEN_BOTH) return OpenLogFile(client, role, path, where);
     return 0;
 }
 
@@ -132,7 +133,7 @@ i32 LogLibFileManage(const LogFileCtl* ctl) {
                         .openCode = TESSEL_LOG_OPEN_LIB,
                         .closeCode = TESSEL_LOG_CLOSE_LIB,
                         .defaultPath = "/tmp/tessel_lib.log"};
-    return ManageLogFile(ThisProcess(), role, ctl->eCmd, FieldText(ctl->achLibPath).Get());
+    return ManageLogFile(ThisProcess(), role, ctl->eCmd, FieldText(ctl->achLibPath).Get(), CallSite::Current());
 }
 
 i32 LogDaemonFileManage(const LogFileCtl* ctl) {
@@ -147,7 +148,8 @@ i32 tessel::ManageDaemonLogFile(const LogFileCtl& ctl, const ucred& client) {
                         .openCode = TESSEL_LOG_OPEN_DAEMON,
                         .closeCode = TESSEL_LOG_CLOSE_DAEMON,
                         .defaultPath = "/tmp/tessel_daemon.log"};
-    const i32 result = ManageLogFile(client, role, ctl.eCmd, FieldText(ctl.achDaemonPath).Get());
+    const i32 result = ManageLogFile(client, role, ctl.eCmd, FieldText(ctl.achDaemonPath).Get(),
+                                     CallSite::Current("LogDaemonFileManage"));
     if (ctl.eCmd == TESSEL_LOG_CLOSE_DAEMON || ctl.eCmd == TESSEL_LOG_CLOSE_BOTH) {
         // Closing this file forgets the library's as well, without closing it: that one belongs to whoever opened it.
         const std::lock_guard lock(g_logFileLock);

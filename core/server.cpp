@@ -32,6 +32,9 @@ constexpr std::chrono::seconds kComplaintTime(60);
 
 constexpr useconds_t kShortagePauseUs = 100'000;
 
+// In whose name the server's lines are logged, whichever of its steps they come from.
+constexpr char kServer[] = "IpcApiDaemonInit";
+
 // True for what passes by itself: this process or the whole system is out of descriptors or memory just now.
 bool IsShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
@@ -73,11 +76,12 @@ bool ReadRequest(int connection, Request& request) {
         count = read(connection, &request, sizeof(request));
     }
     if (count < 0 && errno == EAGAIN) {
-        TESSEL_ERR("no request within %ld seconds!", static_cast<long>(kRequestTimeout.tv_sec));
+        TESSEL_ERR_AT(CallSite::Current(kServer), "no request within %ld seconds!",
+                      static_cast<long>(kRequestTimeout.tv_sec));
         return false;
     }
     if (count < 0) {
-        TESSEL_ERR("read error!");
+        TESSEL_ERR_AT(CallSite::Current(kServer), "read error!");
         return false;
     }
     // What a client announces and does not send is zero, not what an earlier one sent.
@@ -86,11 +90,11 @@ bool ReadRequest(int connection, Request& request) {
     };
     clearUpTo(sizeof(request.head));
     if (request.head.size > TESSEL_PAYLOAD_MAX) {
-        TESSEL_ERR("the sended data is too long!");
+        TESSEL_ERR_AT(CallSite::Current(kServer), "the sended data is too long!");
         return false;
     }
     if (request.head.size < 0) {
-        TESSEL_ERR("the size is error:size=%d", request.head.size);
+        TESSEL_ERR_AT(CallSite::Current(kServer), "the size is error:size=%d", request.head.size);
         return false;
     }
     clearUpTo(sizeof(request.head) + static_cast<std::size_t>(request.head.size));
@@ -100,10 +104,10 @@ bool ReadRequest(int connection, Request& request) {
 void ServeConnection(int connection, Request& request, tessel::FolderWatch& logSwitches) {
     const tessel::LogSwitchMemory switchMemory(&logSwitches);
     if (!ReadRequest(connection, request)) return;
-    TESSEL_DBG("%s:%d:type=%x", __func__, __LINE__, request.head.type);
+    TESSEL_DBG_AT(CallSite::Current(kServer), "%s:%d:type=%x", kServer, __LINE__, request.head.type);
     const IpcApiNode* node = IpcApiFindNode(&g_tIpcApiCommonHead, request.head.type);
     if (node == nullptr) {
-        TESSEL_ERR("invalid type: %x!", request.head.type);
+        TESSEL_ERR_AT(CallSite::Current(kServer), "invalid type: %x!", request.head.type);
         return;
     }
     (void)node->handler(connection, request.head.type, request.payload.data(), request.head.size);
@@ -118,7 +122,7 @@ UniqueFd AcceptClient(int listener) {
         // A signal, or a client that has gone already, says nothing about the listening socket.
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (!IsShortage(errno)) return connection;
-        if (!isShortKnown) TESSEL_PERROR("accept error");
+        if (!isShortKnown) tessel::LogPerror(CallSite::Current(kServer), "accept error");
         isShortKnown = true;
         usleep(kShortagePauseUs);  // clients wait in the queue meanwhile
     }

@@ -180,7 +180,9 @@ void TakeResult(TDhcpcInfo& info, const ResultFile& file, u32& event, const tess
     }
     tessel::ReportLease(info, TESSEL_SOCKET_DHCPCV6, "_6", event, where);
     (void)self.Sleep(kAfterReport);
-    if (file.Remove(read) == ResultFile::Removal::kFailed) TESSEL_ERR_AT(where, "remove %s error", file.Path());
+    const ResultFile::Removal removal = file.Remove(read);
+    if (removal == ResultFile::Removal::kGone || removal == ResultFile::Removal::kFailed)
+        TESSEL_ERR_AT(where, "remove %s error", file.Path());
 }
 
 void DhcpcProcessThreadV6(tessel::Worker& self, void* session) {
@@ -217,7 +219,6 @@ i32 ParseAddr(char* line, TNetDhcpcLease* lease, u32* pnMsgType) {
     return TakeLine(line, {*lease, *pnMsgType, CallSite::Current()}) ? 0 : -1;
 }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): it is written through the reference in Reading
 i32 DhcpcReadDhcpcConfFileV6(TDhcpcInfo* ptDhcpcInfo, u32* pnMsgType, tessel::FileIdentity* identity) {
     if (ptDhcpcInfo == nullptr || pnMsgType == nullptr) {
         TESSEL_ERR("ptDhcpcInfo or pnMsgType is NULL!");
@@ -237,13 +238,12 @@ i32 DhcpcReadDhcpcConfFileV6(TDhcpcInfo* ptDhcpcInfo, u32* pnMsgType, tessel::Fi
     lease.tAddr = {};
     lease.tRouter = {};
     lease.dwDnsNum = 0;
-    const Reading reading{lease, *pnMsgType, CallSite::Current()};
-    (void)TakeCurrentGateway(reading);  // unless the file names another
+    (void)TakeCurrentGateway({lease, *pnMsgType, CallSite::Current()});  // unless the file names another
     tessel::LineReader lines(std::move(file), kResultBytesMax);
     char line[kLineBytes];
     while (lines.Next(line)) {
         TESSEL_PRT("the line : %s", line);
-        if (!TakeLine(line, reading)) return -1;
+        if (ParseAddr(line, &lease, pnMsgType) != 0) return -1;
     }
     return 0;
 }

@@ -79,7 +79,8 @@ void stat_thread(Worker& self, void* session) {
 
 namespace tessel {
 
-TNetBandwidthReport BandwidthBetween(const CounterSample& previous, const CounterSample& current, u32 interval) {
+TNetBandwidthReport BandwidthBetween(const CounterSample& previous, const CounterSample& current, u32 interval,
+                                     CallSite where) {
     // Signed: the rate of a counter that has restarted is negative.
     const auto rate = [interval](u64 from, u64 to) {
         return static_cast<u64>(static_cast<i64>((to - from) * 8) / static_cast<i64>(interval));
@@ -95,11 +96,11 @@ TNetBandwidthReport BandwidthBetween(const CounterSample& previous, const Counte
             band.dwValid = 1;
         }
         const u32 valid = band.dwValid;
-        TESSEL_DBG("index : %u, valid : %d, sendband : %llu, recvband : %llu", index, static_cast<i32>(valid),
-                   static_cast<unsigned long long>(band.ullSendBand),
-                   static_cast<unsigned long long>(band.ullRecvBand));
-        TESSEL_DBG("received : %llu, sent : %llu", static_cast<unsigned long long>(now.received),
-                   static_cast<unsigned long long>(now.sent));
+        TESSEL_DBG_AT(where, "index : %u, valid : %d, sendband : %llu, recvband : %llu", index, static_cast<i32>(valid),
+                      static_cast<unsigned long long>(band.ullSendBand),
+                      static_cast<unsigned long long>(band.ullRecvBand));
+        TESSEL_DBG_AT(where, "received : %llu, sent : %llu", static_cast<unsigned long long>(now.received),
+                      static_cast<unsigned long long>(now.sent));
         report.atBand[index] = band;
     }
     return report;

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "core/call_site.h"
 #include "core/types.h"
 #include "stat/net_dev.h"
 #include "tessel/traffic.h"
@@ -19,8 +20,8 @@ extern std::FILE* g_fpNetDev;
 
 namespace tessel {
 
-// The rates between two samples `interval` seconds apart.
+// The rates between two samples `interval` seconds apart, logged in the caller's name.
 [[nodiscard]] TNetBandwidthReport BandwidthBetween(const CounterSample& previous, const CounterSample& current,
-                                                   u32 interval);
+                                                   u32 interval, CallSite where = CallSite::Current());
 
 }  // namespace tessel

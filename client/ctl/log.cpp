@@ -148,8 +148,7 @@ Json LinesOf(std::string_view log) {
     while (!log.empty()) {
         const std::size_t end = std::min(log.find("\n[TESSEL_"), log.size() - 1);
         const Json line = LineJson(std::string(log.substr(0, end)));
-        const std::string function = TextOf(line, "function");
-        if (!function.starts_with("Ipc") && function != "ServeConnection") lines.push_back(line);
+        if (!TextOf(line, "function").starts_with("Ipc")) lines.push_back(line);
         log.remove_prefix(end + 1);
     }
     return lines;

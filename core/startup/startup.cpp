@@ -23,6 +23,8 @@
 #include "services/pppoe.h"
 #include "sysdbg/sysdbg.h"
 
+using tessel::CallSite;
+
 namespace {
 
 constexpr char kCrashFile[] = "/usr/tessel_crash.log";
@@ -38,10 +40,10 @@ void OccupyStandardDescriptors() {
 }
 
 // Forks and ends the parent.
-void ContinueInChild() {
+void ContinueInChild(CallSite where = CallSite::Current()) {
     const pid_t pid = fork();
     if (pid < 0) {
-        TESSEL_PERROR("fork error");
+        tessel::LogPerror(where, "fork error");
         _exit(EXIT_FAILURE);
     }
     if (pid > 0) _exit(EXIT_SUCCESS);
@@ -79,25 +81,26 @@ i32 TesselDaemonInit() {
 
 // The lines of the start are of the error kind: the log's initial level lets them through.
 void TesselDaemonMain() {
+    constexpr char kMain[] = "main";  // which is all that calls this
     OccupyStandardDescriptors();
     // Before the forks, so that they are covered: the debug thread does not outlive them, and its message queue stays.
     // The daemon serves without crash reports, too.
     (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
-    TESSEL_ERR("[TESSEL_DAEMON]: sysdbg init done");
-    TESSEL_ERR("[TESSEL_DAEMON]: TESSEL_DAEMON INIT %s %s", __DATE__, __TIME__);
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: sysdbg init done");
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: TESSEL_DAEMON INIT %s %s", __DATE__, __TIME__);
     char banner[256] = {};
     (void)NetQueryVersion(banner, sizeof(banner));  // the banner fits; were it too long, that is logged
-    TESSEL_ERR("[TESSEL_DAEMON]: %s", banner);
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: %s", banner);
     (void)TesselDaemonInit();  // one missing module is no reason not to serve the others
-    TESSEL_ERR("[TESSEL_DAEMON]: daemon init done");
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: daemon init done");
     NetSaveVersionInfo();
     tessel::NoteChangesFromNowOn();
     (void)ConflictCheckInit();
-    TESSEL_ERR("[TESSEL_DAEMON]: conflict check start done");
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: conflict check start done");
     (void)NetlinkInit();
-    TESSEL_ERR("[TESSEL_DAEMON]: netlink start done");
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: netlink start done");
     (void)IpcApiRegisterAll();  // always 0
-    TESSEL_ERR("[TESSEL_DAEMON]: api register done");
+    TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: api register done");
     (void)IpcApiDaemonInit();
     // Without a socket no command is served; the workers go on.
     while (true)

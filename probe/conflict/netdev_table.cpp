@@ -73,19 +73,19 @@ bool FillTable(TNetdevMember& table, CallSite where) {
         if (IsListed(table, name) || !IsOnline(name, where)) continue;
         TNetdevRecord& record = table.atRecord[table.dwNum];
         if (!FillRecord(record, name, where)) return false;
-        ++table.dwNum;
         TESSEL_PRT_AT(where, "ifr_name = %s, dev_num = %d, ip_num = %d", name, static_cast<i32>(table.dwNum),
                       static_cast<i32>(record.tIfaceIp.dwNum));
+        ++table.dwNum;
     }
     return true;
 }
 
 }  // namespace
 
-i32 NetdevTableInit() {
+i32 NetdevTableInit(CallSite where) {
     void* block = xmalloc(kTableTag, sizeof(TNetdevMember));
     if (block == nullptr) {
-        TESSEL_PERROR("XMALLOC error");
+        tessel::LogPerror(where, "XMALLOC error");
         return -1;
     }
     memset(block, 0, sizeof(TNetdevMember));

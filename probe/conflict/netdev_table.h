@@ -7,6 +7,7 @@
 #include <span>
 
 #include "addr/address.h"
+#include "core/call_site.h"
 #include "core/types.h"
 #include "tessel/address.h"
 
@@ -31,7 +32,7 @@ struct TNetdevMember {
 extern TNetdevMember* g_ptNetdevMember;
 
 // Allocates the table, zeroed, and makes its mutex. 0, or -1 with a log line.
-[[nodiscard]] i32 NetdevTableInit();
+[[nodiscard]] i32 NetdevTableInit(tessel::CallSite where = tessel::CallSite::Current());
 
 // Rebuilds the table, whose mutex the caller holds, from what the kernel and `ip` say. 0, or -1 with a log line; the
 // records that were filled before a failure stay.

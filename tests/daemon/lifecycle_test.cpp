@@ -27,10 +27,11 @@ TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
     EXPECT_EQ(socketFile.st_mode & 0777U, 0777U) << "unmasked";
 
     EXPECT_TRUE(IsLogged("api daemon start") && IsLogged("/proc/veltrac/version did not exist!"));
-    EXPECT_EQ(
-        OutputOf("sed -n 's/ \\w\\w\\w .. .... ..:..:..$//; s/ab .*/ab/; s/.*TESSEL_DAEMON\\]: //p' /var/log/messages"),
-        "sysdbg init done\nTESSEL_DAEMON INIT\nTessels Module Version: V2.0.6.4a7a76ab\ndaemon init done\n"
-        "conflict check start done\nnetlink start done\napi register done\napi daemon start\n");
+    EXPECT_EQ(OutputOf("sed -n 's/ \\w\\w\\w .. .... ..:..:..$//; s/ab .*/ab/; s/.*\\[\\(.*\\)](.*TESSEL_DAEMON\\]: "
+                       "/\\1 /p' /var/log/messages"),
+              "main sysdbg init done\nmain TESSEL_DAEMON INIT\nmain Tessels Module Version: V2.0.6.4a7a76ab\n"
+              "main daemon init done\nmain conflict check start done\nmain netlink start done\nmain api register done\n"
+              "IpcApiDaemonInit api daemon start\n");
 }
 
 // A fork beside a thread that is just starting takes the locks which that one holds along: nobody would release them.

@@ -94,8 +94,8 @@ i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, const Limits& 
                 i32 writeFailed, CallSite where) {
     MessageBuffer message(static_cast<std::size_t>(head.size));
     if (message.Get() == nullptr) {
-        TESSEL_ERR_AT(where, "%s", failure);
-        return writeFailed;
+        tessel::LogPerror(where, "XMALLOC error");
+        return TESSEL_IPC_ERROR;
     }
     memcpy(message.Get(), &head, sizeof(head));
     if (head.size > 0) memcpy(message.Get() + sizeof(head), data, static_cast<std::size_t>(head.size));
@@ -174,6 +174,13 @@ i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
     return TESSEL_IPC_OK;
 }
 
+// False, with errno ECANCELED, when it was stopped.
+bool Pause(milliseconds time, int stopFd) {
+    if (tessel::SleepUntil(Deadline(time), stopFd)) return true;
+    errno = ECANCELED;
+    return false;
+}
+
 // connect() on a non-blocking socket fails while the listener's queue is full: tried again until there is room.
 bool ConnectOnce(int fd, const sockaddr_un& address, const Deadline& deadline, int stopFd) {
     constexpr milliseconds kLongestPause(100);
@@ -181,7 +188,7 @@ bool ConnectOnce(int fd, const sockaddr_un& address, const Deadline& deadline, i
         if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return true;
         if (errno == EINTR) continue;
         if (errno != EAGAIN || deadline.HasPassed()) return false;
-        if (!tessel::SleepUntil(Deadline(std::min(pause, milliseconds(deadline.LeftMs()))), stopFd)) return false;
+        if (!Pause(std::min(pause, milliseconds(deadline.LeftMs())), stopFd)) return false;
     }
 }
 
@@ -203,9 +210,7 @@ bool ConnectJudged(int fd, const sockaddr_un& address, const Deadline& deadline,
 
 i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, CallSite where) {
     const Deadline deadline{milliseconds(limits.connectMs)};
-    const auto pause = [&] {
-        return tessel::SleepUntil(Deadline(std::min(kRetry, milliseconds(deadline.LeftMs()))), limits.stopFd);
-    };
+    const auto pause = [&] { return Pause(std::min(kRetry, milliseconds(deadline.LeftMs())), limits.stopFd); };
     for (int round = 0; round < kFileWaitRounds && access(address.sun_path, F_OK) != 0; ++round) {
         if (!pause()) return -1;
     }
@@ -214,6 +219,7 @@ i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, Call
                                             : ConnectOnce(fd, address, deadline, limits.stopFd);
     };
     for (int attempt = 1; !connectOnce(); ++attempt) {
+        if (errno == ECANCELED) return -1;
         if (errno != ECONNREFUSED && errno != ENOENT) {
             TESSEL_ERR_AT(where, "connect error");
             return -1;
@@ -228,7 +234,7 @@ i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, Call
     return 0;
 }
 
-// Connects `fd` to the name. 0, or -1 with a log line unless it was stopped.
+// Connects `fd` to the name. 0, or -1: with a log line, or with errno ECANCELED when it was stopped.
 i32 ConnectTo(int fd, const char* name, sockaddr_un& address, const Limits& limits) {
     constexpr CallSite kWhere{"MakeAddrClient", __LINE__};
     if (tessel::FormSocketAddress(name, address)) return ConnectWithin(fd, address, limits, kWhere);
@@ -259,7 +265,7 @@ i32 SendAndReceive(const Exchange& exchange, CallSite where) {
     }
     sockaddr_un address{};
     if (ConnectTo(fd.Get(), exchange.socketName, address, exchange.limits) != 0) {
-        TESSEL_ERR_AT(where, "%s", exchange.connectFailure);
+        if (errno != ECANCELED) TESSEL_ERR_AT(where, "%s", exchange.connectFailure);
         return TESSEL_IPC_ERROR;
     }
     if (exchange.peer != nullptr) *exchange.peer = tessel::PeerOf(fd.Get());

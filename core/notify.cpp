@@ -19,7 +19,8 @@ NoticeSocket::NoticeSocket(const char* format, ...) {
 i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size) {
     const Worker* const worker = Worker::Current();
     const int stopFd = worker != nullptr ? worker->StopFd() : -1;
-    return IpcCallbackSend(socket.name, event, data, size, stopFd, &MayBeNotified);
+    const i32 result = IpcCallbackSend(socket.name, event, data, size, stopFd, &MayBeNotified);
+    return worker != nullptr && !worker->IsWanted() ? TESSEL_IPC_OK : result;
 }
 
 }  // namespace tessel

@@ -66,6 +66,7 @@ i32 SendEchoes(const Worker& self, const TNetPingStartReq& ping, CommandLine com
     if (!tessel::ComposePing(command, ping)) return -1;
     TESSEL_PRT_AT(command.where, "pchCmd : %s", strchr(command.text, ' ') + 1);
     for (u32 i = 0; i < ping.dwCount; ++i) {
+        if (!self.IsWanted()) return -1;
         tessel::ToolOutput output(kPingOutputBytes);
         output.timeLimit = std::chrono::seconds(ping.dwTimeout) + kGrace;
         (void)tessel::RunForStatus(command, &output);  // what it printed counts

@@ -80,7 +80,7 @@ class Trace {
         isLast = isLast || *type == TESSEL_TRACE_REACHED || *type == TESSEL_TRACE_REFUSED;
         result.dwLast = isLast ? 1 : 0;
         Report(*type, result);
-        return !isLast;
+        return !isLast && self_.IsWanted();
     }
 
     void Report(u32 type, TNetTracerouteResult& result) {
@@ -122,16 +122,13 @@ void DaemonTracerouteInit() {
 }
 
 i32 TracerouteStart(const TNetGateway& target, u32 maxHops, i32 userId) {
-    if (g_ptDaeTraceroute == nullptr) {
-        TESSEL_ERR("the tessel is not init!");
-        return -1;
-    }
-    const auto lock = g_ptDaeTraceroute->Hold();
-    if (g_ptDaeTraceroute->Find(lock, [&](const TracerouteNode& node) { return node.userId == userId; }) != nullptr) {
+    const auto lock = g_ptDaeTraceroute != nullptr ? g_ptDaeTraceroute->Hold() : tessel::TraceroutePool::Lock();
+    if (lock &&
+        g_ptDaeTraceroute->Find(lock, [&](const TracerouteNode& node) { return node.userId == userId; }) != nullptr) {
         TESSEL_ERR("the nUserID %d now is tracing!", userId);
         return -1;
     }
-    TracerouteNode* const node = g_ptDaeTraceroute->Take(lock);
+    TracerouteNode* const node = lock ? g_ptDaeTraceroute->Take(lock) : nullptr;
     if (node == nullptr) {
         TESSEL_ERR("the user num is reach the maxmium %d", TESSEL_TRACES_MAX);
         return -1;

@@ -181,6 +181,7 @@ TEST_F(TracerouteLab, TenAtOnceWithADeadClient) {
     EXPECT_THAT(tools.TakeLog(), HasSubstr("TracerouteStart user 77 begin!; TracerouteStart: the user num is reach the "
                                            "maxmium 10; ApidTracerouteStart: traceroute_start error!"));
     StopAll();
+    EXPECT_EQ(tools.TakeLog().find("rror"), std::string::npos) << "a notice that is given up has not failed";
     EXPECT_EQ(bound(), "8000\n");
     taken.Reset();
     EXPECT_EQ(Start(10, "10.4.0.2"), 0);

@@ -65,7 +65,7 @@ void SendBroadcastArpThread(Worker& self, void* /*session*/) {
 i32 SendBroadcastArp(i32 ethernetNumber, u32 targetIp, const Worker& self) {
     char name[16] = {};
     if (interface_name(ethernetNumber, name, sizeof(name)) != 0) return -1;
-    const auto sender = tessel::PacketSocket::ForFrames(name);
+    auto sender = tessel::PacketSocket::ForFrames();
     if (!sender.IsOpen()) {
         TESSEL_PERROR("create PF_PACKET socket  failed!");
         return -1;
@@ -84,6 +84,7 @@ i32 SendBroadcastArp(i32 ethernetNumber, u32 targetIp, const Worker& self) {
         TESSEL_ERR("IfethGetIpAddr error");
         return -1;
     }
+    (void)sender.ChooseInterface(name);  // on one that has gone meanwhile nothing can be sent
     const AnnouncementFrame frame = MakeFrame(mac, ip, targetIp);
     for (int sent = 0; sent < kFramesPerBurst; ++sent) {
         if (!sender.SendFrame(&frame, sizeof(frame))) TESSEL_ERR("sendto ARP failed!");

@@ -29,11 +29,15 @@ PacketSocket::PacketSocket(const char* interfaceName, u16 protocol, CallSite whe
     if (!fd_.IsOpen()) TESSEL_ERR_AT(where, "Socket failed error!");
 }
 
-PacketSocket PacketSocket::ForFrames(const char* interfaceName) {
+PacketSocket PacketSocket::ForFrames() {
     PacketSocket sender;
-    sender.interfaceIndex_ = static_cast<i32>(if_nametoindex(interfaceName));
-    if (sender.interfaceIndex_ != 0) sender.fd_.Reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+    sender.fd_.Reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
     return sender;
+}
+
+bool PacketSocket::ChooseInterface(const char* name) {
+    interfaceIndex_ = static_cast<i32>(if_nametoindex(name));
+    return interfaceIndex_ != 0;
 }
 
 bool PacketSocket::Send(const u8 (&mac)[6], u8 packetType, const void* data, std::size_t size) const {

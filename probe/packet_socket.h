@@ -21,8 +21,10 @@ class PacketSocket {
     // order. Failures are logged in the caller's name.
     PacketSocket(const char* interfaceName, u16 protocol, CallSite where);
 
-    // For whole frames. Nothing is logged: when it is not open, errno says why.
-    [[nodiscard]] static PacketSocket ForFrames(const char* interfaceName);
+    // For whole frames, on an interface that is still to be chosen. Nothing is logged: when it is not open, or the
+    // interface is not there, errno says why.
+    [[nodiscard]] static PacketSocket ForFrames();
+    [[nodiscard]] bool ChooseInterface(const char* name);
 
     [[nodiscard]] bool IsOpen() const {
         return fd_.IsOpen();

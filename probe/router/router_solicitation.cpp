@@ -43,7 +43,6 @@ SolicitationFrame MakeFrame(const u8 (&mac)[ETH_ALEN], const in6_addr& source) {
     nd_router_solicit message{};
     message.nd_rs_type = ND_ROUTER_SOLICIT;
     message.nd_rs_cksum = tessel::Icmpv6Checksum(source, kAllRouters, BytesOf(message));
-    TESSEL_DBG("IcmpChecksum = [%02x].", ntohs(message.nd_rs_cksum));
     ip6_hdr ip{};
     ip.ip6_flow = htonl(6U << 28);
     ip.ip6_plen = htons(sizeof(message));
@@ -79,9 +78,11 @@ void SendRsPacket(const char* pchIface) {
         return;
     }
     const SolicitationFrame frame = MakeFrame(mac, source);
-    const auto sender = tessel::PacketSocket::ForFrames(pchIface);
-    if (!sender.IsOpen()) {
-        LogFailure("socket");
+    auto sender = tessel::PacketSocket::ForFrames();
+    const bool isReady = sender.IsOpen() && sender.ChooseInterface(pchIface);
+    if (isReady) TESSEL_DBG("IcmpChecksum = [%02x].", ntohs(frame.message.nd_rs_cksum));
+    if (!isReady) {
+        LogFailure(sender.IsOpen() ? "ioctl" : "socket");
     } else if (!sender.SendFrame(&frame, sizeof(frame))) {
         LogFailure("sendto");
     } else {

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "core/family.h"
@@ -24,10 +25,9 @@ namespace {
 constexpr u32 kAttributeMax = RTA_TABLE + 1;
 constexpr std::chrono::seconds kSettle(2);
 
-// A route that waits for its metric. An interface has one at most; of several messages the last one's gateway counts.
+// An interface whose default route waits for its metric: once, however many messages came.
 struct PendingRoute {
     char interfaceName[IF_NAMESIZE];
-    TNetGateway gateway;
     CallSite where;
     Deadline due;
     bool isRepeated;  // messages came after the first one: when that is dealt with, theirs gets its time
@@ -60,17 +60,25 @@ struct Attributes {
     const rtattr* table[kAttributeMax + 1];
 };
 
+TNetGateway GatewayOf(const Attributes& attributes) {
+    TNetGateway gateway{};
+    gateway.wSinFamily = TESSEL_FAMILY_INET;
+    (void)inet_pton(AF_INET, attributes.Address(RTA_GATEWAY, AF_INET).text, gateway.abyAddr);
+    return gateway;
+}
+
 bool IsWhole(const nlmsghdr* message) {
     return message->nlmsg_len >= NLMSG_LENGTH(sizeof(rtmsg));
 }
 
 // Which default routes an interface has in the main table.
 struct DefaultRoutes {
-    bool hasPlain = false;   // without metric
-    bool hasMetric = false;  // with one
+    std::optional<TNetGateway> plain;  // of the first one with a gateway and without metric: what packets take
+    bool hasMetric = false;            // whether there is one with a metric
 };
 
-DefaultRoutes FindDefaultRoutes(const char* interfaceName, CallSite where) {
+// Nothing when the kernel could not be asked for all of them.
+std::optional<DefaultRoutes> FindDefaultRoutes(const char* interfaceName, CallSite where) {
     DefaultRoutes found;
     const u32 wanted = if_nametoindex(interfaceName);
     tessel::RouteDump dump(where);
@@ -83,40 +91,46 @@ DefaultRoutes FindDefaultRoutes(const char* interfaceName, CallSite where) {
             !attributes.Read(RTA_OIF, index) || index != wanted) {
             continue;
         }
-        (attributes.table[RTA_PRIORITY] != nullptr ? found.hasMetric : found.hasPlain) = true;
+        if (attributes.table[RTA_PRIORITY] != nullptr) {
+            found.hasMetric = true;
+        } else if (attributes.table[RTA_GATEWAY] != nullptr && !found.plain) {
+            found.plain = GatewayOf(attributes);
+        }
     }
+    if (!dump.IsComplete()) return std::nullopt;
     return found;
 }
 
-void KeepInMind(const char* interfaceName, const TNetGateway& gateway, CallSite where) {
+void KeepInMind(const char* interfaceName, CallSite where) {
     const auto known = std::find_if(pendingRoutes.begin(), pendingRoutes.end(), [&](const PendingRoute& route) {
         return strcmp(route.interfaceName, interfaceName) == 0;
     });
     if (known != pendingRoutes.end()) {
-        known->gateway = gateway;
         known->isRepeated = true;
         return;
     }
-    PendingRoute route{
-        .interfaceName = {}, .gateway = gateway, .where = where, .due = Deadline(kSettle), .isRepeated = false};
+    PendingRoute route{.interfaceName = {}, .where = where, .due = Deadline(kSettle), .isRepeated = false};
     memcpy(route.interfaceName, interfaceName, strlen(interfaceName) + 1);
     pendingRoutes.push_back(route);
 }
 
-// A second route with the metric comes first, then the one without goes: there always is one.
-void InstallWithMetric(const PendingRoute& route) {
+// A second route with the metric comes first, then the one without goes: there always is one. False: the kernel could
+// not be asked now.
+bool InstallWithMetric(const PendingRoute& route) {
     const CallSite where = route.where;
     const char* const name = route.interfaceName;
     if (PriorityMetricGet(name) <= 0) {
         TESSEL_PRT_AT(where, "don't need change priority");
-        return;
+        return true;
     }
     const std::lock_guard lock(tessel::g_defaultRouteLock);
-    if (!FindDefaultRoutes(name, where).hasPlain) {
+    const std::optional<DefaultRoutes> before = FindDefaultRoutes(name, where);
+    if (!before) return false;
+    if (!before->plain) {
         TESSEL_DBG_AT(where, "the route without metric has gone");
-        return;
+        return true;
     }
-    const bool isAdded = GatewaySetV4(name, &route.gateway) == 0;
+    const bool isAdded = GatewaySetV4(name, &*before->plain) == 0;
     if (!isAdded) {
         TESSEL_ERR_AT(where, "GatewaySetV4 error");
     } else {
@@ -124,13 +138,14 @@ void InstallWithMetric(const PendingRoute& route) {
     }
     // No metric can be named: the kernel removes the interface's first default route. That is the one without metric,
     // or, when that has gone meanwhile, the one which is to stay.
-    const DefaultRoutes found = FindDefaultRoutes(name, where);
-    if (!found.hasPlain || !(isAdded || found.hasMetric)) return;
+    const std::optional<DefaultRoutes> after = FindDefaultRoutes(name, where);
+    if (!after || !after->plain || !(isAdded || after->hasMetric)) return true;
     if (GatewayDel(TESSEL_FAMILY_INET, name) != 0) {
         TESSEL_DBG_AT(where, "GatewayDel error!");
     } else {
         TESSEL_DBG_AT(where, "GatewayDel ok!");
     }
+    return true;
 }
 
 }  // namespace
@@ -167,10 +182,7 @@ void ProcessRtMsg(const nlmsghdr* message) {
     }
     if (attributes.table[RTA_PRIORITY] != nullptr) return;
     TESSEL_PRT("metric is null, re add this gateway");
-    TNetGateway gateway{};
-    gateway.wSinFamily = TESSEL_FAMILY_INET;
-    (void)inet_pton(AF_INET, gatewayText.text, gateway.abyAddr);
-    KeepInMind(name, gateway, CallSite::Current());
+    KeepInMind(name, CallSite::Current());
 }
 
 namespace tessel {
@@ -194,8 +206,8 @@ void InstallDueRoutes() {
             ++route;
             continue;
         }
-        InstallWithMetric(*route);
-        if (route->isRepeated) {
+        const bool isDone = InstallWithMetric(*route);
+        if (!isDone || route->isRepeated) {
             route->isRepeated = false;
             route->due = Deadline(kSettle);
         } else {

@@ -59,7 +59,10 @@ const nlmsghdr* RouteDump::Next() {
         if (size > 0) rest_ = {buffer_, static_cast<std::size_t>(size)};
         message = NextMessage(rest_);
     }
-    return message != nullptr && message->nlmsg_type == RTM_NEWROUTE ? message : nullptr;
+    if (message == nullptr) return nullptr;
+    isDone_ = isDone_ || message->nlmsg_type == NLMSG_DONE;
+    isInterrupted_ = isInterrupted_ || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+    return message->nlmsg_type == RTM_NEWROUTE ? message : nullptr;
 }
 
 }  // namespace tessel

@@ -31,7 +31,15 @@ class RouteDump {
     // The next route as a message like that of a new one, valid until the next call; null at the end.
     [[nodiscard]] const nlmsghdr* Next();
 
+    // Whether Next has yielded all routes and come to the end. False also when routes changed meanwhile so that the
+    // kernel may have left some out.
+    [[nodiscard]] bool IsComplete() const {
+        return isDone_ && !isInterrupted_;
+    }
+
   private:
+    bool isDone_ = false;
+    bool isInterrupted_ = false;
     UniqueFd fd_;
     std::span<const u8> rest_;
     alignas(nlmsghdr) u8 buffer_[8192];  // netlink(7): the kernel fills no more at once

@@ -10,6 +10,7 @@
 #include "tests/support/far.h"
 #include "tests/support/lines.h"
 #include "tests/support/noted.h"
+#include "tests/support/proc.h"
 
 namespace tessel::test {
 namespace {
@@ -88,7 +89,7 @@ TEST(DefaultRoute, MessagesAreRead) {
 
 // Default routes on an interface of its own, and what becomes of them when one without metric was added.
 struct Replacement {
-    std::string present;     // routes that the kernel has when the time is over
+    std::string present;     // routes that the kernel has when the time is over: last byte of the gateway, metric
     const char* tools = "";  // that are run: "add", "del"
     std::string log;
     int addStatus = 0;                 // of the tool that adds the route with metric
@@ -103,15 +104,15 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     const std::string deleted = "; GatewayDel ok!";
     const std::string failed = "GatewaySetV4 error";
     const Replacement rows[] = {
-        {"metric 0", "add; del", added + deleted},
-        {"metric 10", "", gone},
-        {"table 100", "", gone},
-        {"metric 0", "add", added, 0, "ip route del default dev $v"},
-        {"metric 0", "add", failed, 2},
-        {"metric 0; metric 10", "add; del", failed + deleted, 2},
-        {.present = "metric 0", .log = "don't need change priority", .priority = 0},
+        {"1 metric 0; 2 metric 0", "add; del", added + deleted},
+        {"1 metric 10", "", gone},
+        {"1 table 100", "", gone},
+        {"1 metric 0", "add", added, 0, "ip route del default dev $v"},
+        {"1 metric 0", "add", failed, 2},
+        {"1 metric 0; 1 metric 10", "add; del", failed + deleted, 2},
+        {.present = "1 metric 0", .log = "don't need change priority", .priority = 0},
         // A second message gets two seconds of its own.
-        {"metric 0", "add; del; add; del", added + deleted + "; " + added + deleted, 0, "true", 10, 2},
+        {"1 metric 0", "add; del; add; del", added + deleted + "; " + added + deleted, 0, "true", 10, 2},
     };
     NotedTools tools;
     TNetPrioParamList priorities{};
@@ -121,7 +122,7 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
         const std::string name = "v" + std::to_string(&row - rows);
         RunOnDevice("ip link add name " + name + " up type veth && ip addr add 192.168.1.20/24 dev " + name);
         for (const std::string& which : Split(row.present))
-            RunOnDevice("ip route append default via 192.168.1.1 dev " + name + " " + which);
+            RunOnDevice("ip route append default dev " + name + " via 192.168.1." + which);
         TNetPrioParam& priority = priorities.atPrio[priorities.dwNum++];
         strcpy(priority.achDevName, name.c_str());
         priority.nPriority = row.priority;
@@ -141,9 +142,10 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
         RunOnDevice("v=" + name + "; " + row.whileAdding);
         return ToolAnswer{.output = "", .status = row.addStatus};
     });
+    // By now packets take another gateway than the message's: that one counts.
     for (const Replacement& row : rows) {
         for (int i = 0; i < row.messages; ++i)
-            DefaultThrough("v" + std::to_string(&row - rows)).Process();
+            DefaultThrough("v" + std::to_string(&row - rows)).Add(RTA_GATEWAY, "\xc0\xa8\x01\x09").Process();
     }
     LoggedLines log(5);
     Settle();
@@ -151,6 +153,20 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     std::vector<std::string> lines = log.Take();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("ProcessRtMsg: "); });
     EXPECT_EQ(TextOf(lines), Joined(expectedLines));
+}
+
+TEST(DefaultRoute, IsLookedForAgainWhenTheKernelCouldNotBeAsked) {
+    NotedTools tools;
+    TNetPrioParamList priorities{.dwNum = 1, .atPrio = {{.achDevName = "eth0", .nPriority = 10}}};
+    ASSERT_EQ(tools.Status(0x11C, Bytes(priorities)), 0);
+    DefaultThrough("eth0").Process();
+    std::this_thread::sleep_for(std::chrono::milliseconds(MsUntilDueRoute()));
+    {
+        const DescriptorShortage shortage;
+        InstallDueRoutes();
+    }
+    EXPECT_LT(MsUntilDueRoute(), 3000);
+    Settle();
 }
 
 }  // namespace

@@ -1,13 +1,15 @@
-// What processes have, counted in "/proc".
+// What processes have, counted in "/proc", and may have no more of.
 #pragma once
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include "core/unique_fd.h"
 #include "tests/support/files.h"
 
 namespace tessel::test {
@@ -15,6 +17,22 @@ namespace tessel::test {
 inline std::ptrdiff_t Descriptors(pid_t pid = getpid()) {
     return std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
 }
+
+// While it lives, this process opens nothing more.
+struct DescriptorShortage {
+    DescriptorShortage() {
+        const UniqueFd firstFree(dup(STDERR_FILENO));
+        getrlimit(RLIMIT_NOFILE, &usual);
+        const rlimit none{.rlim_cur = static_cast<rlim_t>(firstFree.Get()), .rlim_max = usual.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    DescriptorShortage(const DescriptorShortage&) = delete;
+    DescriptorShortage& operator=(const DescriptorShortage&) = delete;
+    ~DescriptorShortage() {
+        setrlimit(RLIMIT_NOFILE, &usual);
+    }
+    rlimit usual{};
+};
 
 // Entries of a folder whose file `file` has `part`, blanks for the ends of words.
 inline std::ptrdiff_t CountWith(const std::string& folder, const char* file, const std::string& part) {

@@ -1,7 +1,6 @@
 // NTP clients between a server that answers as a test wants, a clock that is only noted, and who is notified.
 #include "services/ntp_client.h"
 
-#include <sys/resource.h>
 #include <sys/sem.h>
 
 #include <atomic>
@@ -253,14 +252,11 @@ TEST_F(Ntp, IsStoppedWhateverItDoes) {
 TEST_F(Ntp, EndsWithoutASocketAndIsThenStopped) {
     g_ntpTimes.retry = 10ms;
     const Listener listener("ipc_ntp");
-    const UniqueFd firstFree(dup(0));  // all below it are taken
     ASSERT_EQ(NtpcStart(Address("198.51.100.1"), kHour), 0);
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{.rlim_cur = static_cast<rlim_t>(firstFree.Get()), .rlim_max = limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_TRUE(Eventually([] { return !DaeFamilyMapNtpcInfo(AF_INET)->worker.IsRunning(); }));
-    setrlimit(RLIMIT_NOFILE, &limit);
+    {
+        const DescriptorShortage shortage;
+        EXPECT_TRUE(Eventually([] { return !DaeFamilyMapNtpcInfo(AF_INET)->worker.IsRunning(); }));
+    }
     EXPECT_EQ(Do(Start("10.7.0.2", kHour)), -1);
     EXPECT_EQ(NtpcStop(AF_INET), 0);
     EXPECT_THAT(tools_.TakeLog(), AllOf(HasSubstr("create_socket error"), HasSubstr(", no such thread.")));

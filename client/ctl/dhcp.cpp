@@ -32,7 +32,8 @@ struct Client {
         const char* const other = family == TESSEL_FAMILY_INET6 ? ", or there is no link-local address" : "";
         std::string why = MissingInterface(interface);
         if (why.empty())
-            why = Format("no {} client came up on {} within some seconds", FamilyName(family), interface) + other;
+            why = Format("no {} client came up on {} within some seconds (see \"tesselctl log follow\"){}",
+                         FamilyName(family), interface, other);
         return why + before;
     }
 };

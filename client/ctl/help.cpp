@@ -9,10 +9,13 @@ namespace {
 
 constexpr char kExitTexts[] =
     "exit status\n"
-    "  0  done, and read back where possible      4  no answer in time\n"
-    "  1  the daemon answered failure, or \"no\"    5  answered success, but it did not happen\n"
-    "  2  wrong words, or refused before sending  6  undone, as nobody confirmed it (try)\n"
+    "  0  done, and read back where possible\n"
+    "  1  the daemon answered failure, or \"no\"\n"
+    "  2  wrong words, or refused before sending\n"
     "  3  no daemon to talk to\n"
+    "  4  no answer in time\n"
+    "  5  answered success, but it did not happen\n"
+    "  6  undone, as nobody confirmed it (try)\n"
     "  128+n  ended by signal n, after what it had switched on was switched off\n";
 
 std::string Indented(Rows rows) {
@@ -42,23 +45,23 @@ std::string HelpOnEverything() {
     }
     return Format(
         "usage: tesselctl [OPTIONS] OBJECT [VERB] [WORDS...]\n\n"
-        "Talks to tessel_daemon. Objects and verbs may be cut; options may stand anywhere. \"show\" may be left out,\n"
-        "and so may \"status\". More: tesselctl OBJECT -h, tesselctl OBJECT VERB -h.\n\nobjects\n{}\noptions\n{}\n{}",
+        "Talks to tessel_daemon. Objects and verbs may be cut, options may stand\n"
+        "anywhere, \"show\" and \"status\" may be left out. More: tesselctl OBJECT -h,\n"
+        "tesselctl OBJECT VERB -h.\n\nobjects\n{}\noptions\n{}\n{}",
         Indented(std::move(objects)), Indented(std::move(options)), kExitTexts);
 }
 
 std::string HelpOnObject(const Object& object) {
-    Rows verbs;
+    std::string verbs;
     std::string examples;
     std::string patterns;
     for (const Command& command : object.commands) {
         if (command.isHidden) continue;
-        verbs.push_back({"tesselctl " + UsageOf(object, command), std::string(command.summary)});
+        verbs += Format("  tesselctl {}\n      {}\n", UsageOf(object, command), command.summary);
         examples += Format("  tesselctl {}\n", command.example);
         patterns += Format(" {}", command.words);
     }
-    return Format("{}: {}\n\n{}{}\nexamples\n{}", object.name, object.summary, Indented(std::move(verbs)),
-                  KindsOf(patterns), examples);
+    return Format("{}: {}\n\n{}{}\nexamples\n{}", object.name, object.summary, verbs, KindsOf(patterns), examples);
 }
 
 void AddMessage(const Message& message, Rows& rows) {
@@ -73,11 +76,13 @@ std::string HelpOnCommand(const Object& object, const Command& command) {
     std::string text = Format("usage: tesselctl {}{}\n\n{}\n", UsageOf(object, command),
                               command.takesFamily ? " [-4|-6]" : "", command.summary);
     if (!command.background.empty()) text += Format("{}\n", command.background);
-    Rows messages;
+    Rows requests;
     for (const u32 code : command.codes) {
-        if (const Message* message = FindMessage(code)) AddMessage(*message, messages);
+        if (const Message* message = FindMessage(code))
+            requests.push_back(
+                {Format("0x{:X} {}", code, message->name), Format("tesselctl help protocol 0x{:X}", code)});
     }
-    if (!messages.empty()) text += "\nrequests\n" + Indented(std::move(messages));
+    if (!requests.empty()) text += "\nrequests, and what shows their bytes\n" + Indented(std::move(requests));
     return text + KindsOf(command.words) + Format("\nexample\n  tesselctl {}\n", command.example);
 }
 

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 
@@ -88,6 +89,9 @@ class Watcher {
             waited.push_back({tessel_listener_fd(source.listener.get()), POLLIN, 0});
         if (kernel_) waited.push_back({kernel_->Fd(), POLLIN, 0});
         lastEvent_ = Clock::now();
+        // Events may be far between. Who reads a script's output knows what it waits for.
+        if (!watch_.onEvent && isatty(fileno(invocation_.err)) != 0)
+            ShowNote(invocation_, daemon_ ? "listening; Ctrl-C ends this" : "no daemon runs yet; Ctrl-C ends this");
         while (true) {
             Look();
             if (!ShowNext()) return 0;

@@ -37,7 +37,7 @@ Outcome ShowAddr(const Invocation& invocation) {
         Json document = DaemonAddresses(invocation.asked, name, family);
         if (invocation.options.kernel) AddFromKernel(document, family, outcome);
         if (document.at("truncated") == true)
-            outcome.notes.push_back(name + ": 16 addresses are shown, there may be more (--kernel shows all)");
+            outcome.notes.push_back(name + ": 16 addresses are shown; there may be more (--kernel shows all)");
         outcome.document.push_back(std::move(document));
     });
     return outcome;
@@ -75,7 +75,7 @@ Outcome PerformOn(const Invocation& invocation, Change change, const std::vector
     };
     Outcome outcome = Perform(invocation, change);
     if (outcome.document.is_object() && outcome.document.at("truncated") == true)
-        outcome.notes.push_back(name + ": not read back, the daemon reports 16 addresses only");
+        outcome.notes.push_back(name + ": not read back, as the daemon reports only 16 addresses");
     return outcome;
 }
 
@@ -118,7 +118,7 @@ Outcome SetAddr(const Invocation& invocation) {
     std::vector<std::string> texts;
     for (const Network& network : networks) {
         if (!HasFamily(invocation.options, network.family))
-            throw Refused(invocation.asked, "-4 and -6 say another family than the addresses");
+            throw Refused(invocation.asked, "-4 or -6 contradicts the addresses");
         if (std::count(networks.begin(), networks.end(), network) > 1)
             throw Refused(invocation.asked, NetworkText(network) + " is named twice");
         if (network.family != family) family = TESSEL_FAMILY_BOTH;
@@ -192,7 +192,8 @@ Outcome Announce(const Invocation& invocation) {
     memcpy(&number, target.bytes.data(), sizeof(number));
     Change change{.send = [&] { return isStop ? tessel_arp_announce_stop() : tessel_arp_announce_start(number); }};
     change.read = [&] { return Json{{"address", NullIfEmpty(text)}}; };
-    change.done = Format("eth0 asks for {} every 3 to 4 minutes, or goes on for another (arp announce stop)", text);
+    change.done =
+        Format("eth0 asks for {} every 3 to 4 minutes (or still for an earlier address: arp announce stop)", text);
     if (isStop) change.done = "nothing is announced any more";
     return Perform(invocation, change);
 }
@@ -208,7 +209,7 @@ constexpr Command kAddrCommands[] = {
         .Sends(TESSEL_CMD_IPADDR_DEL, TESSEL_CMD_IPADDR_GET),
     FamilyRow("set", "A/L... dev IF", &SetAddr, "replace a family's addresses", "addr set dev eth0 192.168.1.20/24")
         .Sends(TESSEL_CMD_IPADDR_SET, TESSEL_CMD_IPADDR_GET)
-        .More("Of the families of the addresses. IPv6 addresses that are link-local or learnt stay."),
+        .More("Replaces only the families of the addresses given. Link-local and learnt IPv6 addresses stay."),
     FamilyRow("flush", "dev IF", &Flush, "remove addresses (IPv6: not link-local ones)", "addr flush dev eth0 -6")
         .Sends(TESSEL_CMD_IPADDR_FLUSH, TESSEL_CMD_IPADDR_GET),
 };
@@ -219,9 +220,11 @@ constexpr Command kArpCommands[] = {
     Row("add", "A M [dev IF]", &AddArp, "make a permanent entry", "arp add 192.168.1.77 02:00:00:00:00:77 dev eth0")
         .Sends(TESSEL_CMD_ARP_ADD),
     Row("del", "A [dev IF]", &DelArp, "delete an entry", "arp del 192.168.1.77 dev eth0").Sends(TESSEL_CMD_ARP_DEL),
-    Row("announce", "TARGET=stop|A", &Announce, "make eth0 known by asking for an address", "arp announce 192.168.1.1")
+    Row("announce", "TARGET=stop|A", &Announce, "make eth0 known to its neighbours by asking for an address",
+        "arp announce 192.168.1.1")
         .Sends(TESSEL_CMD_BROADCAST_ARP_START, TESSEL_CMD_BROADCAST_ARP_STOP)
-        .More("Three ARP requests on eth0 every 180 to 240 seconds. While it runs another start changes nothing."),
+        .More(
+            "Sends three ARP requests on eth0 every 180 to 240 seconds. Starting again while it runs changes nothing."),
 };
 
 }  // namespace

@@ -145,13 +145,13 @@ std::string NameFunction(const std::string& directory, Json& frame) {
     const u64 offset = std::strtoull(TextOf(frame, "offset").c_str(), nullptr, 16);
     const u64 place = NumberOf(frame, "frame") > 0 && offset > 0 ? offset - 1 : offset;
     const CapturedTool tool = CaptureTool({"addr2line", "-f", "-C", "-e", file, Format("0x{:x}", place)});
-    if (!tool.isDone) return tool.problem + " (functions are named by addr2line, of the binutils)";
+    if (!tool.isDone) return tool.problem + " (addr2line, from binutils, names the functions)";
     std::istringstream lines(tool.text);
     std::string function;
     std::string source;
     std::getline(std::getline(lines, function), source);
     if (function.empty() || function == "??")
-        return file + " carries no symbols for every place: is it stripped, or of another build?";
+        return file + " lacks symbols for some frames: is it stripped, or from another build?";
     frame["function"] = function;
     if (!source.starts_with("??")) frame["source"] = source.substr(source.rfind('/') + 1);
     return "";
@@ -200,11 +200,10 @@ Outcome ShowCrash(const Invocation& invocation) {
 }
 
 constexpr Command kCrashCommands[] = {
-    Row("show", "[FILE]", &ShowCrash, "the newest report: when, why, and the calls that led there", "crash show")
-        .More("Functions are named where the module on the device has symbols; elsewhere the offset is the "
-              "module's. With --symbols DIR they are named from the unstripped files below DIR by addr2line, also "
-              "on another machine."),
-    Row("list", "", &ListCrashes, "the crashes that were reported, the newest last", "crash list")
+    Row("show", "[FILE]", &ShowCrash, "the latest report: when, why, and the call stack", "crash show")
+        .More("Functions are named where the module has symbols; elsewhere the offset is relative to the module. With "
+              "--symbols DIR, addr2line names them from the unstripped files in DIR, on any machine."),
+    Row("list", "", &ListCrashes, "all reported crashes, latest last", "crash list")
         .Columns("TIME {local_time}|SIGNAL {signal} ({signal_name})|THREAD {thread}|WHERE {where}")
         .More("From /usr/tessel_crash.log.1 and .0; the daemon need not run."),
 };

@@ -55,7 +55,7 @@ std::vector<Client> ClientsOf(const Invocation& invocation, bool haveToRun) {
             client.pid = static_cast<i32>(*pid);
             client.listening = FindListeningProcess(name);
         }
-        if (!clients.empty()) client.before = "; the inet client was started and goes on";
+        if (!clients.empty()) client.before = "; the inet client has been started and keeps running";
         if (!haveToRun || invocation.options.force || client.Runs()) clients.push_back(std::move(client));
     }
     if (!clients.empty()) return clients;
@@ -142,7 +142,7 @@ Outcome RenewDhcp(const Invocation& invocation) {
         return isNative ? tessel_dhcpc_renew(client.family, client.interface.c_str()) : client.Start(client.pid);
     };
     const auto cause = [&](const Client& client) {
-        return isNative ? "this request does nothing, and always fails (leave \"native\" out)" : client.WhyNotStarted();
+        return isNative ? "this request does nothing and always fails (leave out \"native\")" : client.WhyNotStarted();
     };
     return PerformEach(invocation, ClientsOf(invocation, !isNative), "asked to renew its lease", send, cause);
 }
@@ -165,7 +165,7 @@ Outcome StartNtp(const Invocation& invocation) {
     Change change{.send = send, .read = [&] { return Json{{"address", HostText(server)}, {"interval_s", interval}}; }};
     change.cause = [&] {
         const int digit = server.family == TESSEL_FAMILY_INET6 ? 6 : 4;
-        return Format("an NTP client of {} runs already (ntp stop -{})", FamilyName(server.family), digit);
+        return Format("an NTP client for {} is already running (ntp stop -{})", FamilyName(server.family), digit);
     };
     change.done = Format("{} is asked for the time every {} (\"ntp watch\" shows the answers)", HostText(server),
                          HumanDuration(interval));
@@ -182,7 +182,7 @@ Outcome StopNtp(const Invocation& invocation) {
         return int{TESSEL_OK};
     };
     Outcome outcome = Perform(invocation, {.send = send, .read = [&] { return Json{{"stopped", names}}; }});
-    outcome.done = Format("no server of {} is asked any more", Joined(names, ", "));
+    outcome.done = Format("the NTP client has stopped ({})", Joined(names, ", "));
     return outcome;
 }
 
@@ -208,30 +208,32 @@ Outcome WatchNtp(const Invocation& invocation) {
 
 constexpr Command kDhcpCommands[] = {
     FamilyRow("start", "IF [dns SWITCH=on|off] [watch] [wait-lease] [notify-pid N:1-4194304]", &StartDhcp,
-              "start a DHCP client, or take over the one that runs", "dhcp start eth0 -4 wait-lease")
+              "start a DHCP client, or take over a running one", "dhcp start eth0 -4 wait-lease")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_START_EX)
-        .More("One process gets the leases: the one that listens, the one that \"notify-pid\" names, or tesselctl "
-              "with \"watch\" (until interrupted) or \"wait-lease\" (until the first, or --timeout)."),
+        .More("Only one process receives the leases: the one already listening, the one given with \"notify-pid\", or "
+              "tesselctl itself with \"watch\" (until interrupted) or \"wait-lease\" (until the first lease, or "
+              "--timeout)."),
     FamilyRow("stop", "IF", &StopDhcp, "end the DHCP client", "dhcp stop eth0").Sends(TESSEL_CMD_DHCPC_STOP),
-    FamilyRow("renew", "IF [native]", &RenewDhcp, "have the client that runs renew its lease", "dhcp renew eth0 -4")
+    FamilyRow("renew", "IF [native]", &RenewDhcp, "make the running client renew its lease", "dhcp renew eth0 -4")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_RENEW)
-        .More("Repeats the start, which is what works; \"native\" sends the request that is meant for it."),
-    FamilyRow("watch", "IF", &WatchDhcp, "show the leases of the client that runs", "dhcp watch eth0")
+        .More("Repeats the start request, which is the way that works; \"native\" sends the request meant for this."),
+    FamilyRow("watch", "IF", &WatchDhcp, "show the leases of the running client", "dhcp watch eth0")
         .Sends(TESSEL_CMD_DHCPC_START)
-        .More("Repeats the start: the client renews its lease, and its leases are reported here."),
+        .More("Repeats the start request: the client renews its lease, and its leases are reported here."),
 };
 
 constexpr Command kNtpCommands[] = {
     Row("start", "A every S:1- [watch]", &StartNtp, "keep the clock in step", "ntp start 192.168.1.5 every 1h")
         .Sends(TESSEL_CMD_NTPC_START)
-        .More("Sets the system's clock and the hardware's. Each family has one client; it outlives \"watch\"."),
+        .More("Sets the system clock and the hardware clock. Each family has one client, which keeps running after "
+              "\"watch\" ends."),
     FamilyRow("stop", "", &StopNtp, "leave the clock alone", "ntp stop")
         .Sends(TESSEL_CMD_NTPC_STOP)
-        .More("Takes up to 11 seconds while a server is waited for."),
+        .More("May take up to 11 seconds while the client waits for a server."),
     Row("check", "A", &CheckServer, "ask a server once, without setting the clock", "ntp check 192.168.1.5")
         .Sends(TESSEL_CMD_NTPC_CHECK)
-        .More("A server that needs more than 100 ms counts as one that does not answer."),
-    FamilyRow("watch", "", &WatchNtp, "only show answers and failures as they come", "ntp watch"),
+        .More("A server that takes longer than 100 ms counts as not answering."),
+    FamilyRow("watch", "", &WatchNtp, "show results as they arrive, without starting anything", "ntp watch"),
 };
 
 }  // namespace

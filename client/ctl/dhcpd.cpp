@@ -18,7 +18,7 @@ Json StatusOf(const std::string& asked, const std::string& name) {
     const auto pids = FindProcesses(kServer, kFiles + name + ".conf");
     const std::string pidFile = kFiles + name + ".pid";
     std::string remark;
-    if (isServing != 0 && pids.empty()) remark = "its server has ended by itself: \"dhcpd stop\" before the next start";
+    if (isServing != 0 && pids.empty()) remark = "its server has exited: run \"dhcpd stop\" before starting it again";
     if (isServing == 0 && !pids.empty()) remark = "not known to the daemon";
     return {{"interface", name},
             {"serving", isServing != 0},
@@ -66,7 +66,7 @@ Outcome StartDhcpd(const Invocation& invocation) {
         throw Refused(invocation.asked, range + " is no range within one network");
     const Json before = StatusOf(invocation.asked, name);
     RequireInterface(invocation.asked, name);
-    if (before["serving"]) throw Refused(invocation.asked, Format("it is served already (dhcpd stop {})", name));
+    if (before["serving"]) throw Refused(invocation.asked, Format("it is already served (dhcpd stop {})", name));
     Change change{.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); }};
     change.read = [&] {
         constexpr useconds_t kSettleUs = 300 * 1000;  // a server that cannot use its configuration ends
@@ -76,7 +76,7 @@ Outcome StartDhcpd(const Invocation& invocation) {
     };
     change.wrong = [&](const Json& now) {
         if (!now["pid"].is_null()) return std::string();
-        return Format("no {0} runs for it any more: has {1} an address? (dhcpd stop {1} first)", kServer, name);
+        return Format("its {0} has exited: does {1} have an address? (dhcpd stop {1} first)", kServer, name);
     };
     change.done = Format("{}   {} are handed out", name, range);
     return Perform(invocation, change);
@@ -113,10 +113,11 @@ constexpr Command kDhcpdCommands[] = {
     Row("start", "IF range A A/L router A [dns A]...", &StartDhcpd, "hand out IPv4 addresses on an interface",
         "dhcpd start eth1 range 192.168.2.100 192.168.2.150/24 router 192.168.2.1 dns 192.168.2.1")
         .Sends(TESSEL_CMD_DHCPS_START)
-        .More("It needs an address of its own in that network. Leases last a day. Without dns, 8.8.8.8 is given."),
-    Row("stop", "SERVER=all|IF", &StopDhcpd, "hand out no more on an interface, or on any", "dhcpd stop eth1")
+        .More("The interface needs an address in that network. Leases last a day. Without dns, clients are given "
+              "8.8.8.8."),
+    Row("stop", "SERVER=all|IF", &StopDhcpd, "stop the DHCP server of an interface, or all of them", "dhcpd stop eth1")
         .Sends(TESSEL_CMD_DHCPS_STOP, TESSEL_CMD_DHCPS_STOP_ALL)
-        .More("\"all\" kills every udhcpd of the device, whoever started it. Leases are kept."),
+        .More("\"all\" kills every udhcpd on the device, whoever started it. Leases are kept."),
 };
 
 }  // namespace

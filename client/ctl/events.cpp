@@ -24,7 +24,7 @@ constexpr EventKind kEventKinds[] = {
     {TESSEL_EVENT_PING_NO_REPLY, kPingResult, "ping", "seq {seq}  no reply"},
     {TESSEL_EVENT_PING_NO_OUTPUT, kPingResult, "ping", "seq {seq}  ping printed nothing"},
     {TESSEL_EVENT_PING_UNREACHABLE, kPingResult, "ping", "seq {seq}  the network is unreachable"},
-    {TESSEL_EVENT_TRACE_ERROR, kTraceResult, "trace", "hop {hop}  not sent, or the answer could not be waited for"},
+    {TESSEL_EVENT_TRACE_ERROR, kTraceResult, "trace", "hop {hop}  could not be sent, or waiting for the answer failed"},
     {TESSEL_EVENT_TRACE_NO_REPLY, kTraceResult, "trace", "hop {hop}  no answer"},
     {TESSEL_EVENT_TRACE_HOP, kTraceResult, "trace", "hop {hop}  {address}  {rtt}"},
     {TESSEL_EVENT_TRACE_REACHED, kTraceResult, "trace", "hop {hop}  {address}  {rtt}  reached"},

@@ -82,7 +82,7 @@ Outcome Diff(const Invocation& invocation) {
         outcome.document.push_back({{"command", Joined(step, " ")}});
     if (outcome.document.empty()) outcome.done = "no difference";
     if (!outcome.document.empty())
-        outcome.failure = Failed(invocation.asked, "these commands lead there (\"apply\" runs them)");
+        outcome.failure = Failed(invocation.asked, "these commands would get there (\"apply\" runs them)");
     return outcome;
 }
 
@@ -107,28 +107,28 @@ Outcome Apply(const Invocation& invocation) {
 }
 
 constexpr Command kExportCommands[] = {
-    Row("", "[FILE]", &Export, "write what can be read back of the settings; without a file: show it",
+    Row("", "[FILE]", &Export, "write the settings that can be read back to a file, or show them",
         "export /etc/tessel.json")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
-        .More("Addresses, MTU, gateways, routes through gateways, IPv4 rules and priorities. Without what comes by "
-              "itself: link-local and learnt addresses, learnt gateways and routes, ppp."),
+        .More("Addresses, MTU, gateways, routes through gateways, IPv4 rules and priorities. Leaves out what appears "
+              "by itself: link-local and learnt addresses, learnt gateways and routes, ppp."),
 };
 
 constexpr Command kDiffCommands[] = {
-    Row("", "FILE", &Diff, "the commands that \"apply\" would run; exit status 1 when there are some",
+    Row("", "FILE", &Diff, "the commands that \"apply\" would run; exit status 1 if there are any",
         "diff /etc/tessel.json")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .Columns(" {command}")
-        .More("What the file does not name is left alone, as are interfaces that it leaves out."),
+        .More("Settings and interfaces that the file does not mention are left alone."),
 };
 
 constexpr Command kApplyCommands[] = {
-    Row("", "FILE", &Apply, "show the commands that lead to a file's settings, ask, run them, read back",
+    Row("", "FILE", &Apply, "show the commands that lead to the settings of a file, ask, run them, and read back",
         "apply /etc/tessel.json --yes")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .Columns("SETTING {setting}|NOW {now}|RESULT {result}")
-        .More("What the file does not name is left alone. Exit status 5 when something is not as wanted. In a boot "
-              "script: tesselctl --wait 30 apply /etc/tessel.json --yes"),
+        .More("Settings that the file does not mention are left alone. Exit status 5 if something is not as the file "
+              "says. In a boot script: tesselctl --wait 30 apply /etc/tessel.json --yes"),
 };
 
 }  // namespace

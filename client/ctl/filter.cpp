@@ -117,7 +117,7 @@ std::optional<bool> FilterPlan::Apply(const std::string& line) {
     if (isEmptied && entries > 0)
         losses.push_back(Format("{} {} of the {} would be deleted", entries, entries == 1 ? "entry" : "entries", list));
     if (isEmptied && !filter.problem.empty())
-        losses.push_back(Format("which entries of the {} would be deleted is not known ({})", list, filter.problem));
+        losses.push_back(Format("it is not known which entries of the {} would be deleted ({})", list, filter.problem));
     const std::string refused = filter.Apply(operation, rule);
     if (operation != "-C") refusal = refused;
     return refused.empty();

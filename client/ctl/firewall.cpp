@@ -56,10 +56,10 @@ Outcome Show(const Invocation& invocation) {
         }
         // What the rules do not say by themselves.
         if (!shown["entries"].empty())
-            note(Format("RETURN is not ACCEPT: packets go on behind the list, and the policy of INPUT ({}) decides",
+            note(Format("RETURN is not ACCEPT: packets continue after the list, and the policy of INPUT ({}) decides",
                         TextOf(shown, "policy")));
         if (filter.IsHooked(kWhitelist) && !shown["ports"].empty())
-            note("rules by port stand behind the whitelist and open nothing that it closes");
+            note("port rules come after the whitelist and open nothing that it closes");
         outcome.document.push_back(std::move(shown));
     }
     return outcome;
@@ -117,7 +117,7 @@ Outcome ChangeList(const Invocation& invocation) {
     const bool hasMac = words.Has("M");
     const Network* network = words.If<Network>("ENTRY");
     if (hasMac && (network == nullptr || !network->IsHost()))
-        throw Refused(invocation.asked, "a MAC may stand behind the address of a host only");
+        throw Refused(invocation.asked, "a MAC can only be combined with the address of a host");
     if (network != nullptr && Masked(*network) != *network)
         throw Refused(invocation.asked, Format("write {} or {}", NetworkText(Masked(*network)), HostText(*network)));
     const bool isWhite = kOperation == TESSEL_LIST_WHITE_ADD || kOperation == TESSEL_LIST_WHITE_DEL;
@@ -126,7 +126,7 @@ Outcome ChangeList(const Invocation& invocation) {
                                     hasMac ? " " + words.Text("M") : "", isAdd ? "added" : "deleted");
     Outcome outcome = ChangeFilter(invocation, done, [&] { return SendEntry(words, kOperation); });
     if (hasMac && network->family == TESSEL_FAMILY_INET6)
-        outcome.notes.emplace_back("with a MAC, an IPv6 entry is for the whole /32 network of the address");
+        outcome.notes.emplace_back("with a MAC, an IPv6 entry covers the whole /32 network of the address");
     return outcome;
 }
 
@@ -165,7 +165,7 @@ Outcome AskDaemon(const Invocation& invocation) {
     const std::string path = invocation.words.Text("PATH");
     const auto call = kSaves ? &tessel_firewall_save : &tessel_firewall_restore;
     const std::string cause =
-        Format("the tool refuses \">\" and \"<\" as words; \"tesselctl firewall {} FILE\" does it",
+        Format("the tool refuses \">\" and \"<\" as arguments; use \"tesselctl firewall {} FILE\"",
                kSaves ? "export" : "import");
     const auto read = [&] { return Json{{"done", invocation.asked}}; };
     return Perform(invocation, {.send = [&] { return call(protocols, path.c_str()); },
@@ -175,18 +175,18 @@ Outcome AskDaemon(const Invocation& invocation) {
 }
 
 constexpr std::string_view kListBackground =
-    "Needs the list's chain (firewall chain add). RETURN in the whitelist is not ACCEPT: the further rules of INPUT "
-    "and its policy decide. A MAC goes to both families; an IPv6 address with a MAC stands for its whole /32 network.";
+    "Needs the list's chain (firewall chain add). RETURN in the whitelist is not ACCEPT: the remaining rules of INPUT "
+    "and its policy decide. A MAC applies to both families; an IPv6 address with a MAC covers its whole /32 network.";
 
 constexpr Command kFirewallCommands[] = {
-    FamilyRow("chain", "add CHAIN", &AddChain, "create a chain: whitelist, blacklist, icmppacket; comes first",
+    FamilyRow("chain", "add CHAIN", &AddChain, "create a chain (whitelist, blacklist, icmppacket); needed first",
               "firewall chain add whitelist")
         .Sends(TESSEL_CMD_CHAIN_ADD)
-        .More("icmppacket is hooked at once, for both families."),
+        .More("icmppacket is hooked immediately, for both families."),
     FamilyRow("show", "", &Show, "which list is hooked, entries, echo requests, ports, session", "firewall show -4")
         .Columns("FAMILY {family}|LIST {list}|POLICY {policy}|ECHO REQUESTS {echo_requests}|CHAIN {chain}|PACKETS "
                  "{packets}|RULE {rule}")
-        .More("The kernel is asked; that takes root."),
+        .More("Asks the kernel, which takes root."),
     Row("allow", "ENTRY=A/L|A|A-A|M [M]", &ChangeList<TESSEL_LIST_WHITE_ADD>,
         "whitelist a host (and its MAC), a network, a range or a MAC", "firewall allow 192.168.1.0/24")
         .Sends(TESSEL_CMD_IP_FILTER, TESSEL_CMD_MAC_FILTER, TESSEL_CMD_IP_AND_MAC_FILTER)
@@ -201,26 +201,26 @@ constexpr Command kFirewallCommands[] = {
     FamilyRow("enable", "LIST=whitelist|blacklist", &SwitchList<true>,
               "let packets pass through a list; empties the other one", "firewall enable blacklist -4")
         .Sends(TESSEL_CMD_FILTER_ENABLE)
-        .More("The whitelist lets in its entries and loopback alone, not even answers to the device's own "
-              "connections or IPv6 neighbour discovery: what is missing is listed before."),
-    FamilyRow("disable", "LIST=whitelist|blacklist", &SwitchList<false>, "unhook a list, and empty it; asks before",
+        .More("The whitelist admits only its entries and loopback, not even answers to the device's own connections or "
+              "IPv6 neighbour discovery. Missing entries are listed first."),
+    FamilyRow("disable", "LIST=whitelist|blacklist", &SwitchList<false>, "unhook a list and empty it; asks first",
               "firewall disable blacklist -4")
         .Sends(TESSEL_CMD_FILTER_DISABLE),
-    FamilyRow("icmp", "ECHO=allow|drop", &SwitchEchoes, "what becomes of echo requests; needs the chain icmppacket",
+    FamilyRow("icmp", "ECHO=allow|drop", &SwitchEchoes, "accept or drop echo requests; needs the chain icmppacket",
               "firewall icmp allow -4")
         .Sends(TESSEL_CMD_ICMP_FILTER),
     FamilyRow("port", "CHANGE=add|del [PROTOCOL=tcp|udp] KIND=sport|dport PORTS DIRECTION=in|out ACTION=accept|drop",
-              &ChangePort, "add or delete rules by port, of tcp and udp unless one is named",
+              &ChangePort, "add or delete rules by port, for both tcp and udp unless one is named",
               "firewall port add tcp dport 80,443 in drop -4")
         .Sends(TESSEL_CMD_PORT_FILTER)
-        .More("Appended behind the jump to a list: \"accept\" opens no port that the whitelist closes."),
+        .More("Appended after the jump to a list: \"accept\" opens no port that the whitelist closes."),
     FamilyRow("export", "FILE", &FirewallExport, "write the rules of every table to a file; - is standard output",
               "firewall export /tmp/rules")
-        .More("Done here, by the tools of the device. The file is there whole or not at all."),
+        .More("Done by tesselctl with the device's tools. The file is written completely or not at all."),
     FamilyRow("import", "FILE", &FirewallImport,
-              "replace the rules by those of a file (-: standard input); asks before", "firewall import /tmp/rules")
-        .More("Takes what \"firewall export\" wrote and, with -4 or -6, what a save tool printed. Checked before "
-              "anything is changed; put back when a tool fails. Tables that the file does not have stay."),
+              "replace the rules with those of a file (-: standard input); asks first", "firewall import /tmp/rules")
+        .More("Accepts what \"firewall export\" wrote and, with -4 or -6, the output of a save tool. Checked before "
+              "anything is changed, and undone if a tool fails. Tables that are not in the file stay."),
     FamilyRow("save", "PATH", &AskDaemon<true>, "have the daemon save the rules, which fails: use export",
               "firewall save /tmp/rules")
         .Sends(TESSEL_CMD_FIREWALL_SAVE)

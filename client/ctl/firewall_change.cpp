@@ -41,7 +41,7 @@ std::vector<std::string> WhitelistWarnings(const FilterPlan& plan) {
     for (const auto& [family, filter] : plan.now) {
         const std::string name = filter.NameOf(kWhitelist);
         if (filter.problem.empty() && filter.Entries(kWhitelist).empty())
-            lines.push_back(name + ": no entry, so that nothing but loopback gets in");
+            lines.push_back(name + ": no entry, so nothing but loopback gets in");
         for (const auto& [network, what] : Senders()) {
             const std::string text = network.IsHost() ? HostText(network) : NetworkText(network);
             if (network.family == family && filter.problem.empty() && !IsListed(filter, network))
@@ -63,12 +63,12 @@ std::string WhyShutOut(const Options& options, const FilterPlan& plan) {
     const auto now = session ? plan.now.find(session->peer.family) : plan.now.end();
     if (now == plan.now.end()) return "";
     if (!now->second.problem.empty())
-        return Format("{}, and whether that goes on is not known: {}", session->text, now->second.problem);
+        return Format("{}, and it is not known whether that keeps working: {}", session->text, now->second.problem);
     if (!IsCut(plan, *session)) return "";
     const bool isListed = plan.then.at(session->peer.family).IsHooked(kWhitelist);
     return Format(
-        "{}, which would be shut out: {}\"tesselctl try --\" in front undoes it in time", session->text,
-        isListed ? Format("\"tesselctl firewall allow {}\" before lets it in, ", HostText(session->peer)) : "");
+        "{}, which would be shut out: {}with \"tesselctl try --\" in front it is undone in time", session->text,
+        isListed ? Format("\"tesselctl firewall allow {}\" lets it in first, ", HostText(session->peer)) : "");
 }
 
 // What was to come or to go, and whether it is there.

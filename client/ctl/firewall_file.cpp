@@ -45,7 +45,7 @@ RuleFile ParseRules(const std::string& asked, const std::string& text, int famil
         const bool isFrame = line == "COMMIT" || line[0] == '*' || line[0] == ':';
         const auto rule = isFrame ? FilterRule() : ParseRule(line);
         std::string_view problem;
-        if (family == 0) problem = "comes before the family of the rules is known (-4 or -6 says it)";
+        if (family == 0) problem = "comes before the family of the rules is known (give -4 or -6)";
         if (!isText || !rule) problem = "is no line of saved rules";
         if (rule && std::any_of(rule->words.begin(), rule->words.end(), &NamesProgram))
             problem = "names a program to be run";
@@ -56,7 +56,7 @@ RuleFile ParseRules(const std::string& asked, const std::string& text, int famil
         if (line[0] == '*') section.tables.insert(line.substr(1));
     }
     for (const auto& [of, section] : file)
-        if (!section.text.ends_with("COMMIT\n")) throw Refused(asked, "it ends within a table: it was cut off");
+        if (!section.text.ends_with("COMMIT\n")) throw Refused(asked, "it ends inside a table: it has been cut short");
     return file;
 }
 
@@ -125,7 +125,7 @@ Outcome FirewallImport(const Invocation& invocation) {
     const int only = FamilyOf(options) == TESSEL_FAMILY_BOTH ? 0 : FamilyOf(options);
     RuleFile file = ParseRules(asked, ReadWholeFile(asked, path), only);
     std::erase_if(file, [&](const auto& part) { return !HasFamily(options, part.first); });
-    if (file.empty()) throw Refused(asked, "there are no such rules in it");
+    if (file.empty()) throw Refused(asked, "it contains no such rules");
     const RuleFile before = RulesNow(asked, file);
     FilterPlan plan;
     for (const auto& [family, section] : file) {

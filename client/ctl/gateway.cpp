@@ -57,8 +57,7 @@ Outcome ShowGateway(const Invocation& invocation) {
                 add(family, own.is_null() ? reported : own, priority,
                     differs ? Json("its priority is not in effect") : Json());
             for (const Json& route : routes) {
-                if (route != own)
-                    add(family, route, priority, "a further default route: the daemon does not report it");
+                if (route != own) add(family, route, priority, "another default route: the daemon does not report it");
             }
         }
     });
@@ -75,7 +74,7 @@ std::string WhyNotSet(const Place& place, const Network& gateway) {
     const Json own = place.Kernel(gateway.family);
     if (!own.empty()) {
         const std::string old = TextOf(own[0], "gateway");
-        return Format("{} already has {} (\"gateway replace\" takes its place)", place.owner,
+        return Format("{} already has {} (use \"gateway replace\")", place.owner,
                       old.empty() ? "a default route" : old);
     }
     const auto metric = NumberOf(FindIn(DaemonPriorities(place.invocation.asked), "interface", place.name), "metric");
@@ -147,7 +146,7 @@ Outcome DelGateway(const Invocation& invocation) {
         deleted.push_back(old.empty() ? "default route" : "gateway " + old);
         const std::string left = TextOf(one.document, "gateway");
         if (!left.empty() && left != old)
-            all.notes.push_back(Format("{} has another default route still, via {}", place.owner, left));
+            all.notes.push_back(Format("{} still has another default route, via {}", place.owner, left));
     }
     if (deleted.empty()) throw Failed(invocation.asked, Format("nothing to delete, {} has no gateway", place.owner));
     all.done = Format("{}   {} deleted", place.owner, Joined(deleted, ", "));
@@ -159,19 +158,19 @@ constexpr Command kGatewayCommands[] = {
               "default gateways, with the metrics of their routes", "gateway show dev eth0 -4")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .Columns("INTERFACE {interface}|FAMILY {family}|GATEWAY {gateway}|METRIC {metric}|MARKS {learnt} {problem}")
-        .More("Metrics are the kernel's, and so are further default routes: the daemon reports the first only."),
+        .More("Metrics and further default routes come from the kernel: the daemon reports only the first."),
     Row("set", "A [dev IF] [table N:1-2147483647]", &SetGateway<false>, "add a default route, and read it back",
         "gateway set 192.168.1.1 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_SET, TESSEL_CMD_GATEWAY_GET)
-        .More("The metric is the interface's priority: IPv4 fails where another has it (\"gateway replace\"). IPv6 "
-              "needs the interface and takes the place of the one in the main table."),
+        .More("The metric is the interface's priority: IPv4 fails if another route has it (use \"gateway replace\"). "
+              "IPv6 needs the interface and replaces the one in the main table."),
     FamilyRow("del", "[dev IF] [table N:1-2147483647]", &DelGateway, "delete default routes", "gateway del dev eth0 -4")
         .Sends(TESSEL_CMD_GATEWAY_DEL, TESSEL_CMD_GATEWAY_GET)
         .More("Without an interface: the first IPv4 one, and all IPv6 ones."),
     Row("replace", "A dev IF [table N:1-2147483647]", &SetGateway<true>,
-        "delete the default route of an interface, then add this one", "gateway replace 192.168.1.1 dev eth0")
+        "delete the default route of an interface, then add a new one", "gateway replace 192.168.1.1 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_DEL, TESSEL_CMD_GATEWAY_SET, TESSEL_CMD_GATEWAY_GET)
-        .More("Two steps, with no default route in between. When the second one fails, the old gateway is set again."),
+        .More("Two steps, with no default route in between. If the second fails, the old gateway is set again."),
 };
 
 }  // namespace

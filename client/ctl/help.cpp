@@ -15,8 +15,8 @@ constexpr char kExitTexts[] =
     "  3  no daemon to talk to\n"
     "  4  no answer in time\n"
     "  5  answered success, but it did not happen\n"
-    "  6  undone, as nobody confirmed it (try)\n"
-    "  128+n  ended by signal n, after what it had switched on was switched off\n";
+    "  6  undone, because nobody confirmed it (try)\n"
+    "  128+n  ended by signal n, after switching off what it had switched on\n";
 
 std::string Indented(Rows rows) {
     for (auto& row : rows)
@@ -45,8 +45,8 @@ std::string HelpOnEverything() {
     }
     return Format(
         "usage: tesselctl [OPTIONS] OBJECT [VERB] [WORDS...]\n\n"
-        "Talks to tessel_daemon. Objects and verbs may be cut, options may stand\n"
-        "anywhere, \"show\" and \"status\" may be left out. More: tesselctl OBJECT -h,\n"
+        "Talks to tessel_daemon. Objects and verbs may be shortened, options may appear\n"
+        "anywhere, \"show\" and \"status\" may be left out. See also: tesselctl OBJECT -h,\n"
         "tesselctl OBJECT VERB -h.\n\nobjects\n{}\noptions\n{}\n{}",
         Indented(std::move(objects)), Indented(std::move(options)), kExitTexts);
 }
@@ -82,7 +82,7 @@ std::string HelpOnCommand(const Object& object, const Command& command) {
             requests.push_back(
                 {Format("0x{:X} {}", code, message->name), Format("tesselctl help protocol 0x{:X}", code)});
     }
-    if (!requests.empty()) text += "\nrequests, and what shows their bytes\n" + Indented(std::move(requests));
+    if (!requests.empty()) text += "\nrequests, and how to see their bytes\n" + Indented(std::move(requests));
     return text + KindsOf(command.words) + Format("\nexample\n  tesselctl {}\n", command.example);
 }
 

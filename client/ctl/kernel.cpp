@@ -121,7 +121,7 @@ Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32
     problem = error == ENETUNREACH ? "no route leads there" : strerror(error);
     if (error == EINVAL) problem = "a route drops it";  // the type blackhole
     if (from != nullptr && FindIn(Dump(RTM_GETADDR), "address", HostText(*from)).is_null())
-        problem = HostText(*from) + " is no address of this device";
+        problem = HostText(*from) + " is not an address of this device";
     return {};
 }
 
@@ -176,8 +176,8 @@ std::string WhyUnreachable(const Network& gateway, const std::string& interfaceN
 
 std::string ForeignKernel() {
     const auto shares = SharesOurNetwork(tessel_daemon_pid());
-    if (!shares) return "it cannot be seen from here which network namespace the daemon lives in";
-    return *shares ? "" : "the daemon lives in another network namespace";
+    if (!shares) return "cannot tell from here which network namespace the daemon is in";
+    return *shares ? "" : "the daemon is in another network namespace";
 }
 
 }  // namespace tessel::ctl

@@ -75,10 +75,10 @@ Outcome SetMac(const Invocation& invocation) {
     const std::string text = MacText(mac);
     // The kernel's is_valid_ether_addr().
     std::string why;
-    if (mac == Mac{}) why = "is no address";
+    if (mac == Mac{}) why = "is not an address";
     if ((mac[0] & 1) != 0) why = "is a multicast address (its first byte is odd)";
     if (text == "ff:ff:ff:ff:ff:ff") why = "is the broadcast address";
-    if (!why.empty()) throw Refused(invocation.asked, Format("{} {}: no interface can have it", text, why));
+    if (!why.empty()) throw Refused(invocation.asked, Format("{} {}: not a valid interface address", text, why));
     Change change{.send = [&] { return tessel_mac_set(name.c_str(), mac.data()); }, .readsKernel = true};
     change.done = Format("{}   mac {}", name, text);
     change.guard = [&] { return CutsSessionOn(name); };
@@ -179,8 +179,8 @@ constexpr Command kLinkCommands[] = {
     Row("show", "[IF]", &ShowLink, "state, MTU and hardware address", "link show eth0")
         .Sends(TESSEL_CMD_IPADDR_SHOW, TESSEL_CMD_MTU_GET)
         .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}")
-        .More("Without an Ethernet address (lo, ppp0) all but the MTU is the kernel's. There is no \"link set eth0 "
-              "up\" or \"down\": the daemon switches no interface."),
+        .More("Without an Ethernet address (lo, ppp0) all but the MTU comes from the kernel. There is no \"link set "
+              "eth0 up\" or \"down\": the daemon does not switch interfaces."),
     Row("mtu", "IF", &ShowMtu, "the largest packet in bytes", "link mtu eth0")
         .Sends(TESSEL_CMD_MTU_GET)
         .Columns(" {mtu}"),
@@ -195,15 +195,15 @@ constexpr Command kLinkCommands[] = {
 };
 
 constexpr Command kPriorityCommands[] = {
-    Row("show", "", &ShowPriority, "the priorities, with the default routes that they are for", "priority show")
+    Row("show", "", &ShowPriority, "the priorities, with the default routes they apply to", "priority show")
         .Sends(TESSEL_CMD_PRIORITY_GET)
         .Columns("INTERFACE {interface}|PRIORITY {priority}|GATEWAY {gateway}|METRIC {metric}"),
     Row("set", "IF N:0-2147483647 [IF N:0-2147483647]...", &SetPriority,
         "set metrics of interfaces (lower wins), and read them back", "priority set eth0 10 eth1 20")
         .Sends(TESSEL_CMD_PRIORITY_SET, TESSEL_CMD_PRIORITY_GET)
         .Columns("INTERFACE {interface}|BEFORE {previous}|NOW {priority}|REMARK {remark}")
-        .More("The first list fixes the interfaces until the daemon restarts. IPv4 default routes move to their new "
-              "metric at once; for a moment there is none."),
+        .More("The first list fixes the interfaces until the daemon restarts. IPv4 default routes get their new metric "
+              "immediately; for a moment there is none."),
 };
 
 }  // namespace

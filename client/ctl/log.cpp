@@ -122,15 +122,16 @@ constexpr Command kLogCommands[] = {
     Row("level", "LEVEL=off|error|info|debug|N:0-2147483647", &SetLevel, "what the daemon logs", "log level info")
         .Sends(TESSEL_CMD_LOG_LEVEL)
         .More("off is 0, error 2, info 4, debug 5. The level cannot be read back."),
-    Row("file", "TARGET=off|PATH", &SetFile, "write the daemon's log to a file as well, or no more",
+    Row("file", "TARGET=off|PATH", &SetFile, "start or stop writing the daemon's log to a file as well",
         "log file /tmp/tessel_daemon.log")
         .Sends(TESSEL_CMD_LOG_FILE)
-        .More("An existing file is emptied: asked before on a terminal, --yes in scripts. Closing takes a second."),
-    Row("debug", "SWITCH=on|off", &SetDebug,
-        "everything into the log at any level, of every program that uses libtessel", "log debug on")
+        .More("An existing file is emptied: asks first on a terminal, needs --yes in scripts. Closing takes a second."),
+    Row("debug", "SWITCH=on|off", &SetDebug, "log everything, whatever the level, in every program that uses libtessel",
+        "log debug on")
         .More("Creates or removes /tmp/tesseldebug, which every log line looks for."),
-    Row("follow", "[FILE]", &Follow, "show the end of the daemon's log, and what comes", "log follow")
-        .More("/tmp/tessel_daemon.log if it exists, else the daemon's lines of /var/log/messages; the last 10 first."),
+    Row("follow", "[FILE]", &Follow, "show the end of the daemon's log, and new lines as they come", "log follow")
+        .More("Reads /tmp/tessel_daemon.log if it exists, else the daemon's lines in /var/log/messages; starts with "
+              "the last 10."),
 };
 
 // Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".
@@ -186,10 +187,10 @@ Outcome TraceCommand(const Invocation& invocation) {
 }
 
 constexpr Command kTraceCommands[] = {
-    Row("", "COMMAND...", &TraceCommand, "run a command, and show what the daemon logs for it",
+    Row("", "COMMAND...", &TraceCommand, "run a command and show what the daemon logs for it",
         "trace -- addr add 192.168.1.21/24 dev eth0")
         .Sends(TESSEL_CMD_LOG_LEVEL, TESSEL_CMD_LOG_FILE)
-        .More("Requests of others show as well. --dry-run of the command itself shows the lines of tools."),
+        .More("Shows other programs' requests as well. The command's own --dry-run shows the tools it would run."),
 };
 
 }  // namespace

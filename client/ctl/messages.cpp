@@ -22,7 +22,7 @@ Handler PlanDhcpcStart, PlanDhcpcStartEx, PlanDhcpcStop, PlanDhcpsStart, PlanDhc
 
 namespace {
 
-constexpr char kClient[] = "asks a client that runs already to renew its lease";
+constexpr char kClient[] = "asks a running client to renew its lease";
 
 constexpr Message kMessages[] = {
     // Addresses and interfaces
@@ -108,7 +108,7 @@ std::vector<u8> DataOf(const std::string& asked, const std::string& word) {
     for (std::size_t i = 0; i < word.size(); i += 2) {
         const std::string pair = word.substr(i, 2);
         const auto byte = ParseNumber("0x" + pair);
-        if (pair.size() != 2 || !byte) throw Refused(asked, "data are hexadecimal digits in pairs, @FILE or -");
+        if (pair.size() != 2 || !byte) throw Refused(asked, "the data must be pairs of hexadecimal digits, @FILE or -");
         bytes.push_back(static_cast<u8>(*byte));
     }
     return bytes;

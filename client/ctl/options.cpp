@@ -33,7 +33,7 @@ void SetTimeout(Options& options, const std::string& word) {
 
 void SetProtected(Options& options, const std::string& word) {
     options.protect = ParseHost(word);
-    if (!options.protect) throw Refused("--protect", word + " is no address");
+    if (!options.protect) throw Refused("--protect", word + " is not an address");
 }
 
 void SetReplyBytes(Options& options, const std::string& word) {
@@ -60,17 +60,17 @@ constexpr OptionRow kRows[] = {
     {"verbose", 'v', "", "show request and reply; -vv with their bytes", nullptr,
      [](Options& o, const std::string&) { ++o.verbosity; }},
     {"quiet", 'q', "", "no words when it worked", &Options::quiet},
-    {"no-header", 0, "", "no line with the names of the columns", &Options::noHeader},
+    {"no-header", 0, "", "no header line", &Options::noHeader},
     {"color", 0, "WHEN", "auto, always or never", nullptr, [](Options& o, const std::string& word) { o.colour = word; },
      "auto|always|never"},
     {"yes", 'y', "", "do not ask", &Options::yes},
-    {"force", 0, "", "do it even if it ends the session it is typed in", &Options::force},
-    {"protect", 0, "A", "do not shut out this host, instead of the SSH client", nullptr, &SetProtected},
+    {"force", 0, "", "do it even if it cuts off this session", &Options::force},
+    {"protect", 0, "A", "do not shut out this host (instead of the SSH client)", nullptr, &SetProtected},
     {"try", 0, "[S]", "undo it after S seconds (60) unless it is confirmed", nullptr, &SetTry},
-    {"take", 0, "", "listen in the place of a program that does already", &Options::take},
+    {"take", 0, "", "take over from a program that is already listening", &Options::take},
     {"kernel", 0, "", "add what the kernel knows and the daemon does not report", &Options::kernel},
     {"reply", 0, "N", "bytes of the reply to \"raw\"; 0: wait for none", nullptr, &SetReplyBytes},
-    {"symbols", 0, "DIR", "unstripped files that \"crash show\" takes names of functions from", nullptr,
+    {"symbols", 0, "DIR", "unstripped files from which \"crash show\" names functions", nullptr,
      [](Options& o, const std::string& word) { o.symbols = word; }},
     {"help", 'h', "", "help on the words before it", &Options::help},
     {"version", 'V', "", "the version", &Options::version},
@@ -116,7 +116,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
             const auto letter = static_cast<char>(optopt);  // of a cluster: 0 for a long option
             const std::string word = letter == 0 ? argv[static_cast<std::size_t>(optind) - 1] : Format("-{}", letter);
             throw Refused("options", Format("{} {} (see tesselctl -h)", word,
-                                            found == ':' ? "has no value" : "is not known, or has a value too many"));
+                                            found == ':' ? "has no value" : "is unknown, or has one value too many"));
         }
         const auto* const row = std::find_if(std::begin(kRows), std::end(kRows), [&](const OptionRow& one) {
             return found == 0 ? one.name == longs[static_cast<std::size_t>(place)].name : one.letter == found;
@@ -128,7 +128,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
             value = argv[static_cast<std::size_t>(optind++)];
         const auto choices = Split(row->choices, '|');
         if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
-            throw Refused(Format("--{}", row->name), Format("{} is none of {}", value, Joined(choices, ", ")));
+            throw Refused(Format("--{}", row->name), Format("{} is not one of {}", value, Joined(choices, ", ")));
         if (row->flag != nullptr) options.*row->flag = true;
         if (row->apply != nullptr) row->apply(options, value);
     }

@@ -19,7 +19,7 @@ Outcome StopProbe(const Invocation& invocation) {
 }
 
 constexpr char kStopWords[] = "N:0-2147483647";
-constexpr char kStopSummary[] = "end what a program has left behind, by its id";
+constexpr char kStopSummary[] = "stop what another program left running, by its id";
 
 // ---- ping ----
 
@@ -83,7 +83,7 @@ Outcome Ping(const Invocation& invocation) {
     if (invocation.options.fields.empty()) outcome.document = echoes;
     outcome.text = EchoesText(echoes);
     if (outcome.signal != 0 || outcome.failure) return outcome;
-    if (!isOver) outcome.notes.emplace_back("given up: the daemon reports nothing of what is left");
+    if (!isOver) outcome.notes.emplace_back("gave up: the daemon has stopped reporting");
     if (times.empty()) outcome.failure = Failed(invocation.asked, "no echo came back");
     return outcome;
 }
@@ -92,11 +92,11 @@ constexpr Command kPingCommands[] = {
     Row("", "A [count N:1-1000000] [size N:56-65507] [ttl N:1-255] [timeout S:1-3600]", &Ping,
         "send echo requests from the device", "ping 192.168.1.1 count 3")
         .Sends(TESSEL_CMD_PING_START, TESSEL_CMD_PING_STOP)
-        .More("4 of 56 bytes unless said otherwise, each when the one before has ended, which it does after 2 s "
-              "without a reply. Ends with status 1 when none came back."),
+        .More("Sends 4 of 56 bytes by default, each after the previous one was answered or 2 s have passed. Exit "
+              "status 1 if none came back."),
     Row("stop", kStopWords, &StopProbe<&tessel_ping_stop>, kStopSummary, "ping stop 801")
         .Sends(TESSEL_CMD_PING_STOP)
-        .More("Programs choose their ids; tesselctl's is the number of its process. It stops its own ping."),
+        .More("Programs choose their own ids; tesselctl uses its process id. It stops its own ping."),
 };
 
 // ---- traceroute ----
@@ -125,7 +125,8 @@ Outcome TraceRoute(const Invocation& invocation) {
         .name = Format("{}_{}", TESSEL_SOCKET_TRACEROUTE, id),
         .start = [&] { return tessel_traceroute_start(&target, hops, id); },
         .stop = [=] { return tessel_traceroute_stop(id); },
-        .cause = Format("{} traces run or were left (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX})};
+        .cause =
+            Format("{} traces are running or were left behind (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX})};
     const bool isForPeople = !invocation.options.json && invocation.options.fields.empty();
     long long hop = 0;  // of the line that is open: one a hop, which grows with each of its probes
     std::string address;
@@ -160,19 +161,19 @@ Outcome TraceRoute(const Invocation& invocation) {
 }
 
 constexpr Command kTracerouteCommands[] = {
-    Row("", "A [hops N:1-255]", &TraceRoute, "show the routers on the way to a host", "traceroute 192.168.1.1")
+    Row("", "A [hops N:1-255]", &TraceRoute, "show the routers on the path to a host", "traceroute 192.168.1.1")
         .Sends(TESSEL_CMD_TRACEROUTE_START, TESSEL_CMD_TRACEROUTE_STOP)
-        .More("Three probes to each of at most 30 hops; * is one without an answer, after 5 s. Traces over IPv6 "
-              "that run at one time may take each other's answers."),
+        .More("Sends three probes to each of at most 30 hops; * marks one that was not answered within 5 s. IPv6 "
+              "traces running at the same time may take each other's answers."),
     Row("stop", kStopWords, &StopProbe<&tessel_traceroute_stop>, kStopSummary, "traceroute stop 801")
         .Sends(TESSEL_CMD_TRACEROUTE_STOP)
-        .More("Programs choose their ids; tesselctl's is the number of its process. It stops its own trace."),
+        .More("Programs choose their own ids; tesselctl uses its process id. It stops its own trace."),
 };
 
 }  // namespace
 
 extern const Object kPing = {.name = "ping", .summary = "echo requests from the device", .commands = kPingCommands};
 extern const Object kTraceroute = {
-    .name = "traceroute", .summary = "the way of packets to a host", .commands = kTracerouteCommands};
+    .name = "traceroute", .summary = "the path of packets to a host", .commands = kTracerouteCommands};
 
 }  // namespace tessel::ctl

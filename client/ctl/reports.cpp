@@ -16,7 +16,7 @@ namespace {
 // Whom it would silence to end the reports to this socket; empty: nobody listens.
 std::string WhoIsSilenced(const std::string& socket) {
     const auto listening = FindListeningProcess(socket);
-    return listening ? Format("{} listens under {} and would get no more reports", ListeningText(listening), socket)
+    return listening ? Format("{} is listening on {} and would get no more reports", ListeningText(listening), socket)
                      : "";
 }
 
@@ -41,8 +41,8 @@ Outcome SwitchConflicts(const Invocation& invocation) {
         if (!isOn && !listener.is_null()) silenced = WhoIsSilenced(socket);
         if (!isOn || !listener.is_null()) continue;
         notes.push_back(
-            Format("nobody listens under {}, as \"conflict watch\" does: each report will hold conflict "
-                   "detection up for 5 to 8 s",
+            Format("nobody is listening on {} (as \"conflict watch\" does): each report will hold up conflict "
+                   "detection for 5 to 8 s",
                    socket));
     }
     const auto send = [&] {
@@ -76,17 +76,18 @@ Outcome WatchConflicts(const Invocation& invocation) {
 }
 
 constexpr Command kConflictCommands[] = {
-    FamilyRow("on", "", &SwitchConflicts<true>, "have conflicts reported to the program that listens", "conflict on")
+    FamilyRow("on", "", &SwitchConflicts<true>, "report conflicts to the program that listens", "conflict on")
         .Sends(TESSEL_CMD_CONFLICT_START)
         .More("Addresses are watched and defended either way. Reports go to /tmp/ipc_ip_conflict (IPv4) and "
-              "/tmp/ipc_ipv6_conflict; while nobody listens there, each holds conflict detection up for 5 to 8 s."),
-    FamilyRow("off", "", &SwitchConflicts<false>, "have conflicts reported no more", "conflict off -4")
+              "/tmp/ipc_ipv6_conflict; while nobody listens there, each report holds up conflict detection for 5 to 8 "
+              "s."),
+    FamilyRow("off", "", &SwitchConflicts<false>, "stop reporting conflicts", "conflict off -4")
         .Sends(TESSEL_CMD_CONFLICT_STOP)
-        .More("There is one switch a family for all programs: refused while one listens, unless --force."),
+        .More("All programs share one switch per family: refused while one listens, unless --force."),
     FamilyRow("watch", "", &WatchConflicts, "show conflicts as they are reported, until interrupted", "conflict watch")
         .Sends(TESSEL_CMD_CONFLICT_START, TESSEL_CMD_CONFLICT_STOP)
-        .More("Switches the reports on, and off again in the end. One program a family can listen: refused while "
-              "another does, unless --take; the switch then stays as that one has left it."),
+        .More("Switches the reports on, and off again at the end. One program per family can listen: refused while "
+              "another does, unless --take; the switch then stays as that program left it."),
 };
 
 // ---- Router advertisements ----
@@ -123,11 +124,11 @@ Outcome StopRouters(const Invocation& invocation) {
 }
 
 constexpr Command kRaCommands[] = {
-    Row("watch", "IF", &WatchRouters, "ask for router advertisements, and show what is learnt from them",
+    Row("watch", "IF", &WatchRouters, "ask for router advertisements and show what is learnt from them",
         "ra watch eth0")
         .Sends(TESSEL_CMD_ROUTER_ADVERTISE_START, TESSEL_CMD_ROUTER_ADVERTISE_STOP)
-        .More("Addresses and gateway, whenever the addresses change; that the gateway alone has gone is no change."),
-    Row("stop", "IF", &StopRouters, "end the watch of whatever program has started it", "ra stop eth0")
+        .More("Reports addresses and gateway whenever the addresses change; losing only the gateway is not reported."),
+    Row("stop", "IF", &StopRouters, "end the watch, whichever program started it", "ra stop eth0")
         .Sends(TESSEL_CMD_ROUTER_ADVERTISE_STOP),
 };
 
@@ -159,16 +160,16 @@ Outcome WatchTraffic(const Invocation& invocation) {
 Outcome StopTraffic(const Invocation& invocation) {
     return Perform(invocation, {.send = &tessel_traffic_stop,
                                 .guard = [] { return WhoIsSilenced(TESSEL_SOCKET_STAT); },
-                                .done = "traffic is reported no more, once the period that runs has ended"});
+                                .done = "traffic reports end with the current period"});
 }
 
 constexpr Command kTrafficCommands[] = {
     Row("watch", "[every S:1-86400] [count N:1-1000000]", &WatchTraffic,
         "show what eth0, eth1 and eth2 send and receive", "traffic watch every 5 count 3")
         .Sends(TESSEL_CMD_STAT_START, TESSEL_CMD_STAT_STOP)
-        .More("Every second unless said otherwise, until interrupted. The daemon reports to one program, and "
-              "keeps the interval of the first start until a stop."),
-    Row("stop", "", &StopTraffic, "end the reports of whatever program has started them", "traffic stop")
+        .More("Every second by default, until interrupted. The daemon reports to one program only, and keeps the "
+              "interval of the first start until it is stopped."),
+    Row("stop", "", &StopTraffic, "end the reports, whichever program started them", "traffic stop")
         .Sends(TESSEL_CMD_STAT_STOP),
 };
 
@@ -195,10 +196,10 @@ Outcome Monitor(const Invocation& invocation) {
 
 constexpr Command kMonitorCommands[] = {
     Row("", "[KIND=ping|dhcp|ntp|conflict|ra|traffic|kernel]...", &Monitor,
-        "notices and changes in the kernel as they come", "monitor conflict ntp kernel")
-        .More("It only listens: \"conflict on\", \"ntp start\" and the like have notices sent. Those of ping, dhcp and "
-              "ra go to the program that asked for them, and --take takes them from it. Without a kind: the kernel, "
-              "and what nobody else listens for."),
+        "the daemon's notices and changes in the kernel, as they happen", "monitor conflict ntp kernel")
+        .More("It only listens: commands such as \"conflict on\" and \"ntp start\" make the daemon send notices. Those "
+              "of ping, dhcp and ra go to the program that asked for them; --take diverts them. Without a kind: the "
+              "kernel, and whatever nobody else is listening for."),
 };
 
 }  // namespace

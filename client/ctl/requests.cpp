@@ -134,10 +134,10 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     const i32 level = g_logLevel.exchange(0);  // nothing happens that the system's log should know of
     const bool usesPriorities = message.code == TESSEL_CMD_GATEWAY_SET || message.code == TESSEL_CMD_PRIORITY_SET;
     if (usesPriorities && !TakeOverPriorities())
-        planned.note = "without the daemon's answer its priorities are not known: metrics may differ";
+        planned.note = "the daemon did not answer, so its priorities are unknown: metrics may differ";
     AnswerTools(&AnswerTool);
     if (CallHandler(message, bytes) == TESSEL_RESULT_FAILED)
-        planned.note = "as far as can be seen from here, the daemon will answer -1";
+        planned.note = "as far as tesselctl can see, the daemon will answer -1";
     AnswerTools({});
     g_logLevel = level;
     planned.lines = TakeToolLines();
@@ -163,7 +163,9 @@ std::jthread NoticeOfWaiting(std::FILE* err) {
         std::unique_lock lock(mutex);
         (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
         if (isForPeople && !stop.stop_requested())
-            (void)std::fputs("note: no answer yet: this or another request takes long (--timeout limits this)\n", err);
+            (void)std::fputs(
+                "note: no answer yet: this request, or another one before it, takes long (--timeout sets a limit)\n",
+                err);
         while (sigisemptyset(&held) == 0 && !stop.stop_requested()) {
             const int signal = sigtimedwait(&held, nullptr, &kStep);
             if (signal > 0) _exit(kExitSignal + signal);

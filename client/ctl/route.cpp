@@ -11,7 +11,7 @@ namespace {
 std::string RequireNetwork(const Invocation& invocation, const Network& network) {
     const std::string text = NetworkText(network);
     const std::string meant = NetworkText(Masked(network));
-    if (meant != text) throw Refused(invocation.asked, Format("{} is no network but an address in {}", text, meant));
+    if (meant != text) throw Refused(invocation.asked, Format("{} is not a network but an address in {}", text, meant));
     return text;
 }
 
@@ -46,7 +46,7 @@ Outcome ShowRoute(const Invocation& invocation) {
         route["reported_by"] = "kernel";
         routes.push_back(route);
     }
-    if (isCut) outcome.notes.emplace_back("10 routes are shown, there may be more (--kernel shows all)");
+    if (isCut) outcome.notes.emplace_back("10 routes are shown; there may be more (--kernel shows all)");
     outcome.document = {{"routes", routes}, {"truncated", isCut}};
     return outcome;
 }
@@ -60,7 +60,8 @@ struct MeantRoute {
         const auto& network = invocation.words.Get<Network>("A/L");
         const std::string text = RequireNetwork(invocation, network);
         u32 metric = invocation.words.Get<u32>(invocation.words.Has("N") ? "N" : "metric", 0);
-        if (gateway.family != network.family) throw Refused(invocation.asked, "route and gateway are of two families");
+        if (gateway.family != network.family)
+            throw Refused(invocation.asked, "route and gateway belong to different families");
         memcpy(record.achDevName, name.data(), name.size());
         record.tDestIpNet = GatewayOf(network);
         record.tGateway = GatewayOf(gateway);
@@ -211,41 +212,42 @@ constexpr Command kRouteCommands[] = {
         .Sends(TESSEL_CMD_ROUTE_GET_ALL)
         .Columns("DESTINATION {destination}|GATEWAY {gateway}|INTERFACE {interface}|METRIC {metric}|REPORTED BY "
                  "{reported_by}")
-        .More("Ten of the main table at most, IPv4 first. --kernel adds further ones, default routes and links."),
+        .More("At most ten of the main table, IPv4 first. --kernel adds the others, default routes and direct routes."),
     Row("add", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &ChangeRoute<true>,
-        "add a route, and look for it in the kernel", "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5")
+        "add a route, and check for it in the kernel", "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5")
         .Sends(TESSEL_CMD_ROUTE_ADD)
-        .More("The metric is 0 unless it is given (IPv6: 1024). A destination may have one route of each."),
+        .More("The metric defaults to 0 (IPv6: 1024). A destination can have one route per metric."),
     Row("metric", "A/L N:0-2147483647 via A dev IF", &SetMetric, "delete a route and add it again with this metric",
         "route metric 10.1.0.0/16 via 192.168.1.254 dev eth0 30")
         .Sends(TESSEL_CMD_ROUTE_METRIC_SET)
-        .More("Of several such routes that of the lowest metric is meant. Main table only."),
+        .More("Of several such routes, changes the one with the lowest metric. Main table only."),
     Row("del", "A/L via A [dev IF] [metric N:0-2147483647] [table N:1-2147483647]", &ChangeRoute<false>,
         "delete a route", "route del 10.1.0.0/16 via 192.168.1.254 dev eth0")
         .Sends(TESSEL_CMD_ROUTE_DEL)
-        .More("Of several such routes that of the lowest metric goes; a metric typed here makes sure which it is."),
+        .More("Of several such routes, deletes the one with the lowest metric unless a metric is given."),
 };
 
 constexpr Command kTableCommands[] = {
-    Row("add", "N:1-2147483647", &ChangeTable<true>, "let all IPv4 traffic ask a routing table", "table add 100")
+    Row("add", "N:1-2147483647", &ChangeTable<true>, "make all IPv4 traffic use a routing table", "table add 100")
         .Sends(TESSEL_CMD_ROUTE_TABLE_ADD)
-        .More("A rule without conditions, in front of those that are there. 253 to 255 are the kernel's tables."),
+        .More("Adds a rule without conditions before the existing ones. Tables 253 to 255 are the kernel's."),
     Row("del", "N:1-2147483647", &ChangeTable<false>, "delete the rule that \"table add\" made", "table del 100")
         .Sends(TESSEL_CMD_ROUTE_TABLE_DEL)
-        .More("The routes of the table stay. Nothing leaves a device whose rule for table 254 was deleted."),
+        .More("The table's routes stay. Deleting the rule for table 254 cuts the device off."),
 };
 
 constexpr Command kRuleCommands[] = {
-    FamilyRow("show", "", &ShowRule, "the kernel's rules, in the order in which they are asked", "rule show -4")
+    FamilyRow("show", "", &ShowRule, "the kernel's rules, in the order in which they apply", "rule show -4")
         .Columns("PREF {pref}|FROM {from}|FWMARK {fwmark}|TABLE {table}|FAMILY {family}|MARKS {other_conditions}"),
     Row("add", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<true>,
-        "let a source network ask a routing table", "rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100")
+        "make a source network use a routing table", "rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100")
         .Sends(TESSEL_CMD_RULE_ADD)
-        .More("IPv4 only. Without fwmark, or with 0, it holds whatever the mark; without pref it comes first."),
+        .More("IPv4 only. Without fwmark, or with 0, it matches any mark; without pref it comes first."),
     Row("del", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<false>,
         "delete a rule by its words", "rule del from 192.168.2.0/24 table 100")
         .Sends(TESSEL_CMD_RULE_DEL)
-        .More("The first rule with these words goes, whatever else it has; with pref, the first of that preference."),
+        .More("Deletes the first rule that matches these words, whatever else it has; with pref, the first of that "
+              "preference."),
     Row("del", "pref N:1-2147483647", &ChangeRule<false>, "delete a rule by its preference", "rule del pref 30")
         .Sends(TESSEL_CMD_RULE_DEL),
 };
@@ -253,7 +255,7 @@ constexpr Command kRuleCommands[] = {
 }  // namespace
 
 extern const Object kRoute = {.name = "route", .summary = "routes through a gateway", .commands = kRouteCommands};
-extern const Object kTable = {.name = "table", .summary = "tables that all traffic asks", .commands = kTableCommands};
-extern const Object kRule = {.name = "rule", .summary = "rules that choose a routing table", .commands = kRuleCommands};
+extern const Object kTable = {.name = "table", .summary = "tables that all traffic uses", .commands = kTableCommands};
+extern const Object kRule = {.name = "rule", .summary = "rules that select a routing table", .commands = kRuleCommands};
 
 }  // namespace tessel::ctl

@@ -37,7 +37,7 @@ void StoreText(const Invocation& invocation, const char* what, const std::string
     };
     std::string why;
     if (!std::all_of(text.begin(), text.end(), isAllowed))
-        why = isPlain ? "other characters than letters, digits and ._@%+=:,/-" : "a control character";
+        why = isPlain ? "characters other than letters, digits and ._@%+=:,/-" : "a control character";
     if (isPlain && text.starts_with('-')) why = "- in front";
     if (text.size() >= kBytes) why = Format("more than {} bytes", kBytes - 1);
     if (!why.empty()) throw Refused(invocation.asked, Format("the {} has {}", what, why));
@@ -48,7 +48,7 @@ Change ProcessChange(std::function<int()> send, const char* process, bool should
     Change change{.send = std::move(send), .read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; }};
     change.wrong = [=](const Json& now) {
         if (now["pids"].empty() != shouldRun) return std::string();
-        return shouldRun ? Format("no {} runs (any more): its log says why", process) : "one still runs";
+        return shouldRun ? Format("no {} is running: its log says why", process) : "one still runs";
     };
     return change;
 }
@@ -70,7 +70,7 @@ Outcome PppoeStart(const Invocation& invocation) {
     conf.dwLcpEchoFailure = words.Get<u32>("echo-failure", 0);
     conf.dwMaxfail = words.Get<u32>("maxfail", 0);
     Change change = ProcessChange([&] { return tessel_pppoe_start(FamilyOf(invocation.options), &conf); }, kPppd, true);
-    change.done = name + "   pppd dials; whether the link comes up is not waited for";
+    change.done = name + "   pppd is dialling; tesselctl does not wait for the link";
     return Perform(invocation, change);
 }
 
@@ -78,7 +78,7 @@ Outcome PppoeStop(const Invocation& invocation) {
     const auto before = FindProcesses(kPppd);
     Change change{.send = [&] { return tessel_pppoe_stop(FamilyOf(invocation.options)); }};
     change.read = [] { return Json{{"pids", FindProcesses(kPppd)}}; };
-    change.done = Format("one link ended, if one was of this family (pppd had {})", PidsText(before));
+    change.done = Format("one link ended, if there was one of this family (pppd had {})", PidsText(before));
     if (before.empty()) change.done = "no link was dialled";
     return Perform(invocation, change);
 }
@@ -101,9 +101,9 @@ Outcome BondStart(const Invocation& invocation) {
     std::string why = firstReason([&](const std::string& name) {
         const std::string missing = MissingInterface(name);
         const bool isLeftOut = missing.empty() && name != active && name.starts_with(active);
-        return isLeftOut ? name + " would be left out: its name begins as the active one's" : missing;
+        return isLeftOut ? name + " would be left out: its name starts like the active one's" : missing;
     });
-    if (names.size() > TESSEL_BOND_INTERFACES_MAX) why = "a bond has four interfaces at most";
+    if (names.size() > TESSEL_BOND_INTERFACES_MAX) why = "a bond has at most four interfaces";
     if (std::find(names.begin(), names.end(), active) == names.end()) why = active + " has to be one of them";
     if (!why.empty()) throw Refused(invocation.asked, why);
     std::vector<const char*> texts;
@@ -112,7 +112,7 @@ Outcome BondStart(const Invocation& invocation) {
     const u32 mode = invocation.words.Get<u32>("mode", 1);
     Change change{.send = [&] { return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr); }};
     change.guard = [&] { return firstReason(&CutsSessionOn); };
-    change.cause = [] { return ReadBond().is_null() ? "" : "there is a bond already (bond stop)"; };
+    change.cause = [] { return ReadBond().is_null() ? "" : "there already is a bond (bond stop)"; };
     change.read = &ReadBond;
     change.wrong = [&](const Json& bond) {
         return firstReason([&](const std::string& name) {
@@ -120,7 +120,7 @@ Outcome BondStart(const Invocation& invocation) {
             return isMember ? "" : name + " is not part of bond0";
         });
     };
-    change.done = Format("bond0   {}, active {}; their addresses are gone", Joined(names, ", "), active);
+    change.done = Format("bond0   {}, active {}; their addresses were removed", Joined(names, ", "), active);
     return Perform(invocation, change);
 }
 
@@ -176,11 +176,12 @@ constexpr Command kPppoeCommands[] = {
               "[echo-failure N] [debug]",
               &PppoeStart, "dial a link", "pppoe start eth1 user me@provider password-file /etc/pppoe.password persist")
         .Sends(TESSEL_CMD_PPPOE_START)
-        .More("The password: the file's first line (-: standard input), or asked for. While the link is up, ps shows "
-              "it, and the daemon's log from level 4. Without -4 or -6 the link carries both families."),
+        .More(
+            "The password is the first line of the file (-: standard input), or is asked for. While the link is up, ps "
+            "shows it, and so does the daemon's log from level 4 on. Without -4 or -6 the link carries both families."),
     FamilyRow("stop", "", &PppoeStop, "end a link", "pppoe stop")
         .Sends(TESSEL_CMD_PPPOE_STOP)
-        .More("One of several, of the family that it was started with."),
+        .More("Ends one link, of the family it was started with."),
 };
 
 constexpr Command kBondCommands[] = {
@@ -189,8 +190,8 @@ constexpr Command kBondCommands[] = {
     Row("start", "IF... active IF [mode N:0-6]", &BondStart, "join up to four interfaces into bond0",
         "bond start eth1 eth2 active eth1")
         .Sends(TESSEL_CMD_BOND_START)
-        .More("They lose their addresses. The active one carries the traffic while its link is up. What a start that "
-              "fails has done stays done."),
+        .More("They lose their addresses. The active one carries the traffic while its link is up. If the start fails "
+              "half-way, what it has done stays."),
     Row("stop", "", &BondStop, "undo bond0; its interfaces have no addresses", "bond stop").Sends(TESSEL_CMD_BOND_STOP),
 };
 
@@ -202,7 +203,8 @@ constexpr Command kWebCommands[] = {
 constexpr Command kServiceCommands[] = {
     Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill a service's processes", "service stop telnetd")
         .Sends(TESSEL_CMD_SERVICE_STOP)
-        .More("Signal 9, by process name; others may start it again. Asks first when it is none of the three."),
+        .More("Sends signal 9, by process name; something else may restart it. Asks first for other names than these "
+              "three."),
 };
 
 }  // namespace

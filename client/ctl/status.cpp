@@ -97,7 +97,7 @@ std::string DaemonText(const Json& daemon) {
     if (daemon["same_network"] == false) text += ", in another network namespace";
     text = Format("{}   {}\n", kDaemonName, text);
     for (const Json& pid : daemon["other_pids"])
-        text += Format("{}   another one runs, pid {}: requests do not reach it\n", kDaemonName, pid.dump());
+        text += Format("{}   another one is running, pid {}: requests do not reach it\n", kDaemonName, pid.dump());
     return text;
 }
 
@@ -154,7 +154,7 @@ Outcome Status(const Invocation& invocation) {
         outcome.failure = failure;
         state = failure.exit == kExitNotRunning ? "not running" : "not answering";
         if (failure.exit == kExitTimeout)
-            outcome.failure->message = invocation.asked + ": no answer in time: what is known without one is shown";
+            outcome.failure->message = invocation.asked + ": no answer in time: showing what is known without it";
     }
     Json& document = outcome.document;
     document = {{"daemon", DaemonJson(state, tessel_daemon_pid())},
@@ -173,10 +173,10 @@ Outcome Status(const Invocation& invocation) {
 }
 
 constexpr Command kStatusCommands[] = {
-    Row("", "[IF]", &Status, "the daemon, the interfaces, the firewall, and who listens", "status eth0")
+    Row("", "[IF]", &Status, "the daemon, interfaces, firewall, and listening programs", "status eth0")
         .Sends(TESSEL_CMD_PRIORITY_GET, TESSEL_CMD_DHCPS_GET_STATUS)
-        .More("The daemon is asked for its priorities and DHCP servers (\"dhcpd show\" says which have ended by "
-              "themselves) and has two seconds; everything else is what the kernel knows."),
+        .More("Asks the daemon for its priorities and DHCP servers (\"dhcpd show\" says which have exited), for two "
+              "seconds at most; everything else comes from the kernel."),
 };
 
 }  // namespace

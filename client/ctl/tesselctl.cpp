@@ -62,8 +62,8 @@ Outcome Run(const Command& command, const Invocation& invocation) {
     Outcome outcome = command.run(invocation);
     const int daemon = tessel_daemon_pid();
     if (daemon != 0 && SharesOurNetwork(daemon) == false)
-        outcome.notes.push_back(
-            Format("the daemon (pid {}) has another network: its interfaces are not those of this shell", daemon));
+        outcome.notes.push_back(Format(
+            "the daemon (pid {}) is in another network namespace: its interfaces are not those of this shell", daemon));
     return outcome;
 }
 

@@ -95,10 +95,11 @@ Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
                         "no answer in time (it may still be carried out; --timeout waits longer)");
         case TESSEL_E_NO_REPLY:
             return With(kExitFailed, "no_reply", asked,
-                        "the daemon closed the connection without an answer (an unknown request, or it ended)");
+                        "the daemon closed the connection without an answer (unknown request, or it exited)");
         case TESSEL_E_PROTOCOL:
-            return With(kExitFailed, "protocol", asked,
-                        "the answer was cut or of another size (daemon and tesselctl differ in version?)");
+            return With(
+                kExitFailed, "protocol", asked,
+                "the answer was cut short or has another size (do the versions of daemon and tesselctl differ?)");
         case TESSEL_E_ARGUMENT:
             return Refused(asked, "these values cannot be sent");
         case TESSEL_E_SYSTEM:

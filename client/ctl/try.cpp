@@ -110,7 +110,7 @@ UniqueFd StartGuardian(const Invocation& outer, const Json& saved, u32 seconds, 
     const pid_t child = fork();
     if (child == 0) Guard(outer, saved, seconds, file, document);
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    if (child < 0) throw Failed(outer.asked, "no process can be started that would take it back");
+    if (child < 0) throw Failed(outer.asked, "cannot start the process that would undo it");
     document["pid"] = child;
     WriteDocument(file, document);
     return OpenGuardian(O_RDONLY);
@@ -152,7 +152,7 @@ Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std:
     const std::string state = TextOf(outcome.document, "state");
     outcome.done = TextOf(outcome.document, "command") + "   kept";
     if (state == "kept") return outcome;
-    if (state != "taken back") throw Failed(invocation.asked, "the process that was to take it back has ended");
+    if (state != "taken back") throw Failed(invocation.asked, "the process that was to undo it has exited");
     outcome.notes = outcome.document.at("problems");
     outcome.document = Json(outcome.document.at("results"));
     outcome.text = RenderTable(outcome.document, " {setting}| {now}| {result}", false, false);
@@ -187,12 +187,12 @@ Outcome Decide(const Invocation& invocation) {
 }
 
 constexpr Command kTryCommands[] = {
-    Row("", "[S:1-] COMMAND...", &Try, "run a command, and take it back after S seconds (60) unless somebody keeps it",
+    Row("", "[S:1-] COMMAND...", &Try, "run a command, and undo it after S seconds (60) unless somebody keeps it",
         "try 60 -- gateway replace 192.168.1.254 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
-        .More("The command stands behind \"--\". Taken back are addresses, MTU, hardware addresses, gateways, "
-              "priorities, routes, rules and the packet filter, also when the session ends: exit status 6. The guard "
-              "of remote sessions does not hold here."),
+        .More("Write the command after \"--\". Addresses, MTU, hardware addresses, gateways, priorities, routes, rules "
+              "and the packet filter are restored, even if the session ends: exit status 6. Remote sessions are not "
+              "guarded here."),
     Row("confirm", "", &Decide<kKeep>, "keep it, from any session", "try confirm"),
     Row("cancel", "", &Decide<kTakeBack>, "take it back now", "try cancel"),
     Row("status", "", &ShowStatus, "what waits to be confirmed", "try status")
@@ -209,15 +209,15 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
     const Invocation forced{outer.words, options, outer.asked, outer.out, outer.err};
     if (options.dryRun) {
         Outcome outcome = RunInner(arguments, forced);
-        outcome.planned.push_back(Format("takes it back after {} s unless it is confirmed", seconds));
+        outcome.planned.push_back(Format("undoes it after {} s unless it is confirmed", seconds));
         return outcome;
     }
     const Json saved = ReadState(outer.asked, true);
     Say(outer, "saved: interfaces, gateways, priorities, routes, rules, firewall\n");
     if (kSettings.find(Format(" {} ", object)) == std::string_view::npos)
-        ShowNote(outer, Format("only settings are taken back: what \"{}\" starts or ends stays so", object));
+        ShowNote(outer, Format("only settings are restored: what \"{}\" starts or ends stays so", object));
     if (object == "priority" && saved.at("priorities").empty())
-        ShowNote(outer, "the first priorities since the daemon's start cannot be taken back, only changed");
+        ShowNote(outer, "the first priorities after the daemon's start cannot be undone, only changed");
     const UniqueFd guardian = StartGuardian(forced, saved, seconds, Joined(arguments, " "));
     const HeldSignals signals;
     Outcome outcome = RunInner(arguments, forced);
@@ -237,6 +237,6 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
     return outcome.signal != 0 ? outcome : EndOf(outer, guardian, Joined(arguments, " ") + ": not kept, ");
 }
 
-extern const Object kTry = {.name = "try", .summary = "a change, taken back unless kept", .commands = kTryCommands};
+extern const Object kTry = {.name = "try", .summary = "a change, undone unless kept", .commands = kTryCommands};
 
 }  // namespace tessel::ctl

@@ -259,8 +259,8 @@ ParsedValue ParseValue(std::string_view kind, const std::string& word) {
     const u32* number = parsed.value ? std::get_if<u32>(&*parsed.value) : nullptr;
     if (number != nullptr && (*number < least || *number > most)) parsed.value.reset();
     if (parsed.value) return parsed;
-    parsed.problem = parts.size() > 1 ? Format("\"{}\" is no {} from {} to {}", word, found.text, least, most)
-                                      : Format("\"{}\" is no {}, such as {}", word, found.text, found.example);
+    parsed.problem = parts.size() > 1 ? Format("\"{}\" is not a {} from {} to {}", word, found.text, least, most)
+                                      : Format("\"{}\" is not a valid {}, such as {}", word, found.text, found.example);
     if (word.empty()) parsed.problem = "an empty word";
     return parsed;
 }

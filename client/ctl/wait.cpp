@@ -87,7 +87,8 @@ constexpr Command kWaitCommands[] = {
 
 }  // namespace
 
-extern const Object kWait = {
-    .name = "wait", .summary = "until something is there (--timeout S: at most so long)", .commands = kWaitCommands};
+extern const Object kWait = {.name = "wait",
+                             .summary = "until something is there (--timeout S: no longer than this)",
+                             .commands = kWaitCommands};
 
 }  // namespace tessel::ctl

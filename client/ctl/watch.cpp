@@ -43,8 +43,8 @@ class Watcher {
             const int error = tessel_listener_open(
                 socket.name.c_str(), invocation.options.take ? unsigned{TESSEL_LISTEN_TAKE} : 0, &listener);
             if (error == TESSEL_E_IN_USE) {
-                const std::string who = Format("{} listens under {}", ListeningText(other), socket.name);
-                throw Refused(invocation.asked, who + " (--take listens in its place: it gets no events any more)");
+                const std::string who = Format("{} is listening on {}", ListeningText(other), socket.name);
+                throw Refused(invocation.asked, who + " (--take listens in its place: it then gets no more events)");
             }
             Require(Format("{}, {}", invocation.asked, socket.name), error);
             sources_.push_back({socket, other, {listener, &tessel_listener_close}});
@@ -72,7 +72,7 @@ class Watcher {
         for (Source& source : sources_) {
             if (!source.socket.start) continue;
             if (source.takenFrom) {
-                ShowNote(invocation_, Format("{} listened under {}: nothing is started or stopped here",
+                ShowNote(invocation_, Format("{} was listening on {}: nothing is started or stopped here",
                                              ListeningText(source.takenFrom), source.socket.name));
                 continue;
             }
@@ -89,9 +89,10 @@ class Watcher {
             waited.push_back({tessel_listener_fd(source.listener.get()), POLLIN, 0});
         if (kernel_) waited.push_back({kernel_->Fd(), POLLIN, 0});
         lastEvent_ = Clock::now();
-        // Events may be far between. Who reads a script's output knows what it waits for.
+        // Events may be far apart. Scripts are not told.
         if (!watch_.onEvent && isatty(fileno(invocation_.err)) != 0)
-            ShowNote(invocation_, daemon_ ? "listening; Ctrl-C ends this" : "no daemon runs yet; Ctrl-C ends this");
+            ShowNote(invocation_,
+                     daemon_ ? "listening; Ctrl-C ends this" : "no daemon is running yet; Ctrl-C ends this");
         while (true) {
             Look();
             if (!ShowNext()) return 0;
@@ -126,7 +127,7 @@ class Watcher {
         bool isCut = false;
         for (const Json& change : kernel_->Next(isCut))
             ShowLine(invocation_, ShowKernelEvent(change, std::chrono::system_clock::now()));
-        if (isCut) ShowNote(invocation_, "changes in the kernel came too fast: some are missing here");
+        if (isCut) ShowNote(invocation_, "changes in the kernel came too fast: some are missing");
         return true;
     }
 
@@ -134,7 +135,7 @@ class Watcher {
         for (const Source& source : sources_) {
             if (tessel_listener_has_name(source.listener.get()) != 0) continue;
             throw Failed(invocation_.asked,
-                         Format("{} listens under {} now", ListeningText(FindListeningProcess(source.socket.name)),
+                         Format("{} is listening on {} now", ListeningText(FindListeningProcess(source.socket.name)),
                                 source.socket.name));
         }
         const auto daemon = DaemonNow();
@@ -152,7 +153,7 @@ class Watcher {
         for (Source& source : sources_)
             source.takenFrom.reset();
         SwitchOn();
-        ShowNote(invocation_, "a new daemon runs; this goes on with it");
+        ShowNote(invocation_, "a new daemon is running; continuing with it");
     }
 
     // Nothing that somebody else has started and who lives on. The sockets stay open until everything was answered.
@@ -183,7 +184,7 @@ Outcome RunWatch(const Invocation& invocation, const Watch& watch) {
     if (!invocation.options.dryRun) return Watcher(invocation, watch).Run();
     Outcome outcome;
     for (const WatchedSocket& socket : watch.sockets) {
-        outcome.planned.push_back(Format("listens under {}", socket.name));
+        outcome.planned.push_back(Format("listens on {}", socket.name));
         if (socket.start) (void)socket.start();
     }
     for (const WatchedSocket& socket : watch.sockets) {

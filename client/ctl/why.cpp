@@ -108,9 +108,10 @@ Outcome Why(const Invocation& invocation) {
 }
 
 constexpr Command kWhyCommands[] = {
-    Row("", "A [from A] [fwmark N]", &Why, "which route, rule and gateway a packet to A would take", "why 192.168.1.1")
+    Row("", "A [from A] [fwmark N]", &Why, "the route, rule and gateway that a packet to A would take",
+        "why 192.168.1.1")
         .Sends(TESSEL_CMD_PRIORITY_GET)
-        .More("The kernel is asked, not the daemon; \"from\" takes an address of this device."),
+        .More("Asks the kernel, not the daemon; \"from\" takes an address of this device."),
 };
 
 }  // namespace

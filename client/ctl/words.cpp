@@ -66,7 +66,7 @@ ParsedValue ValueOf(const Token& token, const std::string& word) {
     if (token.choices.empty()) return ParseValue(token.name, word);
     std::vector<std::string_view> names = token.choices;
     std::ranges::transform(names, names.begin(), &WithoutBounds);
-    ParsedValue wrong{.value = std::nullopt, .problem = Format("\"{}\" is none of {}", word, Joined(names, ", "))};
+    ParsedValue wrong{.value = std::nullopt, .problem = Format("\"{}\" is not one of {}", word, Joined(names, ", "))};
     int best = 0;
     for (const std::string_view choice : token.choices) {
         if (!IsKind(choice)) {

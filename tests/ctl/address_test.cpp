@@ -64,7 +64,7 @@ TEST(Addresses, FailuresSayWhy) {
          {"addr show dev eth9", 1, "addr show dev eth9: the daemon answered -1. Probable cause: there is no interface"},
          {"addr set dev eth9 192.168.1.20/24", 1, "Probable cause: there is no interface eth9.\n"},
          {"addr set dev eth0 10.0.0.1/8 10.0.0.1/8", 2, "10.0.0.1/8 is named twice"},
-         {"addr set dev eth0 10.0.0.1/8 -6", 2, "another family"},
+         {"addr set dev eth0 10.0.0.1/8 -6", 2, "-4 or -6 contradicts"},
          {"addr set dev eth0 192.168.1.20/24 ff02::1/64", 1, ". eth0 has 192.168.1.20/24"},
          {"addr add 192.168.1.300/24 dev eth0", 2, "192.168.1.300/24"}});
     EXPECT_THAT(OutputOf("ip -4 -o addr show dev eth0"), HasSubstr("192.168.1.20/24"));
@@ -85,9 +85,9 @@ TEST(Addresses, FullListsAreMarkedAndCompletedFromTheKernel) {
     const Daemon daemon;
     for (int i = 1; i <= 17; ++i)
         RunOnDevice("ip addr add 10.0.0." + std::to_string(i) + "/24 dev eth0");
-    ExpectAll({{"addr show dev eth0 -4", 0, "16 addresses are shown, there may be more (--kernel shows all)"},
+    ExpectAll({{"addr show dev eth0 -4", 0, "16 addresses are shown; there may be more (--kernel shows all)"},
                {"addr show dev eth0 -4 --kernel", 0, "eth0: the kernel alone reports 10.0.0.17/24"},
-               {"addr add 10.0.0.18/24 dev eth0", 0, "not read back, the daemon reports 16 addresses only"}});
+               {"addr add 10.0.0.18/24 dev eth0", 0, "not read back, as the daemon reports only 16 addresses"}});
     EXPECT_EQ(DocumentOf("addr show dev eth0 -4")[0]["truncated"], true);
     const Json all = DocumentOf("addr show dev eth0 -4 --kernel")[0];
     EXPECT_EQ(all["truncated"], false);
@@ -121,7 +121,7 @@ TEST(Links, AreShownAndChanged) {
                {"link show eth9", 1, "there is no interface eth9"},
                {"link set eth0 mtu 1400", 0, "eth0   mtu 1400\n"},
                {"link mtu eth0", 0, "1400\n"},
-               {"link set eth0 mtu 67", 2, "\"67\" is no number from 68 to 65536"},
+               {"link set eth0 mtu 67", 2, "\"67\" is not a number from 68 to 65536"},
                {"link set eth0 mtu 65536", 1, "eth0 does not take this size"},
                {"link mtu eth9", 1, "there is no interface eth9"},
                {"link set eth0 mac 02:00:00:00:00:0a", 0, "eth0   mac 02:00:00:00:00:0a\n"},
@@ -129,7 +129,7 @@ TEST(Links, AreShownAndChanged) {
                {"link mac lo", 1, "lo has no Ethernet address"},
                {"link set eth0 mac 01:00:00:00:00:0a", 2, "is a multicast address"},
                {"link set eth0 mac ff:ff:ff:ff:ff:ff", 2, "is the broadcast address"},
-               {"link set eth0 mac 00:00:00:00:00:00", 2, "is no address"},
+               {"link set eth0 mac 00:00:00:00:00:00", 2, "is not an address"},
                // Read back from the kernel, which knows what the daemon cannot read.
                {"link set eth0 mac 22:00:00:00:00:0a", 0, "eth0   mac 22:00:00:00:00:0a\n"},
                {"link mac eth0", 1, "it is 22:00:00:00:00:0a"}});

@@ -22,7 +22,7 @@ TEST(CtlLog, LevelFileAndDebugSwitch) {
     WriteFile("/tmp/full", "something");
     ExpectAll({
         {"log level info", 0, "log level 4 (it cannot be read back)"},
-        {"log level loud", 2, "\"loud\" is none of off, error, info, debug, N"},
+        {"log level loud", 2, "\"loud\" is not one of off, error, info, debug, N"},
         {"log level 2147483648", 2, "\"2147483648\" is"},
         {"log level -j 0x7fffffff", 0, "{\"level\":2147483647}"},
         {"log file log.txt", 2, "give the whole path"},
@@ -112,10 +112,10 @@ TEST(CtlRaw, SendsBytesFromEverywhere) {
         {"raw mtu_get " + hex, 0, "00000000dc050000\n"},
         {"raw 0x112 @/tmp/request --reply 8 -g reply", 0, "00000000dc050000\n"},
         {"raw mtu_get " + hex + " -j", 0, "\"decoded\":{\"result\":0,\"mtu\":1500}"},
-        {"raw mtu_get 656", 2, "hexadecimal digits in pairs"},
+        {"raw mtu_get 656", 2, "pairs of hexadecimal digits"},
         {"raw mtu_get @/tmp/nothing", 2, "cannot read /tmp/nothing"},
         {"raw 0x999", 2, "how long is the reply?"},
-        {"raw no_name", 2, "is no code or name of a request"},
+        {"raw no_name", 2, "is not a valid code or name of a request"},
         {"raw mtu_get " + std::string(6146, '0'), 2, "3073 bytes are more than 3072"},
     });
     EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " raw mtu_get - < /tmp/request 2> /dev/null"), "00000000dc050000\n");
@@ -173,11 +173,11 @@ TEST(CtlCrash, FunctionsOfAStrippedModuleAreNamedFromTheUnstrippedOne) {
     EXPECT_EQ(run.status, 0);
     for (const char* text : {"#0     CrashingFunction", "#1     CrashingFunction", "device_test.cpp:1"})
         EXPECT_THAT(run.out, HasSubstr(text));
-    for (const char* text :
-         {"/tmp/symbols/stripped.so carries no symbols", "/tmp/symbols has no file for /lib/libc.so.6"})
+    for (const char* text : {"/tmp/symbols/stripped.so lacks symbols", "/tmp/symbols has no file for /lib/libc.so.6"})
         EXPECT_THAT(run.err, HasSubstr(text));
     setenv("PATH", "/nowhere", 1);
-    ExpectAll({{"crash show /tmp/report --symbols /tmp/symbols", 0, "addr2line: No such file or directory (functions"},
+    ExpectAll({{"crash show /tmp/report --symbols /tmp/symbols", 0,
+                "addr2line: No such file or directory (addr2line, from binutils"},
                {"crash show --symbols /tmp/report", 2, "--symbols /tmp/report: it is no directory"}});
 }
 

@@ -92,7 +92,7 @@ TEST_F(FirewallTest, RefusesWhatCannotBeMeant) {
     ExpectAll(
         {{"firewall allow 192.168.1.5/24", 2, "write 192.168.1.0/24 or 192.168.1.5"},
          {"firewall allow 192.168.1.300/24", 2, "192.168.1.300/24"},
-         {"firewall allow 192.168.1.0/24 02:00:00:00:00:01", 2, "behind the address of a host"},
+         {"firewall allow 192.168.1.0/24 02:00:00:00:00:01", 2, "with the address of a host"},
          {"firewall port add dport 70000 in drop", 2, "ports"},
          {"firewall allow 192.168.1.5", 1, "there is no inet whitelist chain (tesselctl firewall chain add whitelist)"},
          {"firewall enable whitelist --yes", 2, "there is no inet whitelist chain"},

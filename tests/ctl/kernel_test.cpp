@@ -99,7 +99,7 @@ TEST_F(KernelReader, RoutesRulesAndNeighbours) {
                 {"10.1.0.1", "192.168.1.20", 0, "192.168.1.1"},
                 {"192.168.1.20", nullptr, 0, "local"},
                 {"10.2.0.1", nullptr, 0, "a route drops it"},
-                {"8.8.8.8", "192.168.1.99", 0, "192.168.1.99 is no address of this device"}};
+                {"8.8.8.8", "192.168.1.99", 0, "192.168.1.99 is not an address of this device"}};
     for (const auto& [target, from, mark, expected] : ways) {
         const auto source = from == nullptr ? std::nullopt : ParseHost(from);
         std::string found;

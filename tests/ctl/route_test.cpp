@@ -32,7 +32,7 @@ TEST_F(Gateways, AreSetShownAndDeleted) {
     ExpectAll({{"gateway set 2001:db8::1 dev eth0", 0, "eth0   gateway 2001:db8::1 set\n"},
                {"gateway set 2001:db8::2 dev eth0", 0, "eth0   gateway 2001:db8::2 set\n"},
                {"gateway show", 0, "eth0       inet    192.168.1.1  0\n"},
-               {"gateway show", 0, "192.168.1.9  50      a further default route: the daemon does not report it\n"},
+               {"gateway show", 0, "192.168.1.9  50      another default route: the daemon does not report it\n"},
                {"gateway show dev eth1 --no-header", 0, "eth1  inet\neth1  inet6\n"},
                {"-g gateway,metric gateway show dev eth0 -6", 0, "2001:db8::2\t1024\n"},
                {"gateway set 192.168.1.1 dev eth0 table 7", 0, "eth0   gateway 192.168.1.1 set"},
@@ -47,15 +47,14 @@ TEST_F(Gateways, AreSetShownAndDeleted) {
 
 TEST_F(Gateways, FailuresSayWhy) {
     Prepare({"ip route add default via 192.168.1.1 dev eth0"});
-    ExpectAll(
-        {{"gateway set 192.168.9.1 dev eth0", 1, "192.168.9.1 is in no network of eth0 (192.168.1.20/24)."},
-         {"gateway set 192.168.1.2 dev eth0", 1, "eth0 already has 192.168.1.1 (\"gateway replace\" takes its place)."},
-         {"-n gateway set 192.168.1.2 dev eth0", 0, "it will fail: eth0 already has 192.168.1.1"},
-         {"gateway set 192.168.2.1 dev eth1", 1, "the default route of eth0 has the same metric 0"},
-         {"gateway set fe80::1", 2, "an IPv6 gateway needs its interface"},
-         {"gateway show dev eth9", 1, "Probable cause: there is no interface eth9."},
-         {"gateway replace 192.168.9.1 dev eth0", 1, "The old gateway 192.168.1.1 is set again"},
-         {"gateway set 0.0.0.0 dev eth0", 2, "\"0.0.0.0\" is no address"}});
+    ExpectAll({{"gateway set 192.168.9.1 dev eth0", 1, "192.168.9.1 is in no network of eth0 (192.168.1.20/24)."},
+               {"gateway set 192.168.1.2 dev eth0", 1, "eth0 already has 192.168.1.1 (use \"gateway replace\")."},
+               {"-n gateway set 192.168.1.2 dev eth0", 0, "it will fail: eth0 already has 192.168.1.1"},
+               {"gateway set 192.168.2.1 dev eth1", 1, "the default route of eth0 has the same metric 0"},
+               {"gateway set fe80::1", 2, "an IPv6 gateway needs its interface"},
+               {"gateway show dev eth9", 1, "Probable cause: there is no interface eth9."},
+               {"gateway replace 192.168.9.1 dev eth0", 1, "The old gateway 192.168.1.1 is set again"},
+               {"gateway set 0.0.0.0 dev eth0", 2, "\"0.0.0.0\" is not a valid address"}});
     EXPECT_THAT(OutputOf("ip route show default"), HasSubstr("via 192.168.1.1 dev eth0"));
     const RemoteSession session;
     ExpectAll({{"gateway del dev eth0", 2, "your session runs over 192.168.1.20"},
@@ -118,8 +117,8 @@ TEST_F(Routes, FailuresSayWhy) {
     ExpectAll(
         {{"route add 10.1.0.0/16 via 192.168.1.253", 1, "there is already 10.1.0.0/16 via 192.168.1.254 dev eth0."},
          {"route add 10.2.0.0/16 via 192.168.7.254 dev eth0", 1, "is in no network of eth0"},
-         {"route add 10.2.3.0/16 via 192.168.1.254", 2, "10.2.3.0/16 is no network but an address in 10.2.0.0/16"},
-         {"route add 10.2.0.0/16 via fe80::1 dev eth0", 2, "of two families"},
+         {"route add 10.2.3.0/16 via 192.168.1.254", 2, "10.2.3.0/16 is not a network but an address in 10.2.0.0/16"},
+         {"route add 10.2.0.0/16 via fe80::1 dev eth0", 2, "to different families"},
          {"route del 10.1.0.0/16 via 192.168.1.253", 1, "there is only 10.1.0.0/16 via 192.168.1.254 dev eth0."},
          {"route del 10.9.0.0/16 via 192.168.1.253", 1, "there is no such route"},
          {"route del 10.9.0.0/16 via 192.168.1.253 dev eth9", 1, "there is no interface eth9"}});

@@ -25,14 +25,15 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
         {"dhcpd start eth1 range 192.168.2.150 192.168.2.100/24 router 192.168.2.1", 2, "no range within one network"},
         {"dhcpd start eth1 range 192.168.3.1 192.168.2.100/24 router 192.168.2.1", 2, "no range within one network"},
         {"dhcpd start eth1 range 192.168.2.1 192.168.2.9/24 router fe80::1", 2, "there is no server for IPv6"},
-        {"dhcpd start eth1 range 192.168.2.1 192.168.2.9/33 router 192.168.2.1", 2, "no address with its length"},
+        {"dhcpd start eth1 range 192.168.2.1 192.168.2.9/33 router 192.168.2.1", 2,
+         "not a valid address with its length"},
         {"dhcpd show eth9", 2, "there is no interface eth9"},
         {"dhcpd show", 0, "eth2"},
         {start, 0, "192.168.2.100 to 192.168.2.150/24 are handed out"},
-        {start, 2, "it is served already (dhcpd stop eth1)"},
+        {start, 2, "it is already served (dhcpd stop eth1)"},
         {"status eth1", 0, "  DHCP server\n"},
         {"status lo -g dhcp_server", 0, "false\n"},
-        {"dhcpd start eth2 range 192.168.3.1 192.168.3.9/24 router 192.168.3.1", 5, "no udhcpd runs for it any more"},
+        {"dhcpd start eth2 range 192.168.3.1 192.168.3.9/24 router 192.168.3.1", 5, "its udhcpd has exited"},
     });
     EXPECT_THAT(ReadFile("/usr/etc/udhcpd4_eth1.conf"),
                 HasSubstr("start 192.168.2.100\nend 192.168.2.150\ninterface eth1\noption dns  10.9.9.9\noption dns  "
@@ -46,7 +47,7 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
     Prepare({"cp /bin/sleep /tmp/udhcpd", "/tmp/udhcpd 100 &"});
     EXPECT_TRUE(Eventually([] { return ctl::FindProcesses("udhcpd", "100").size() == 1; }));
     ExpectAll({
-        {"dhcpd show eth1", 0, "ended by itself"},
+        {"dhcpd show eth1", 0, "its server has exited"},
         {"dhcpd stop eth1", 0, "eth1   not served any more"},
         {"dhcpd stop all", 2, "it would kill every udhcpd (pid "},
         {"dhcpd stop all --yes", 0, "every udhcpd ended (pid "},
@@ -70,12 +71,12 @@ TEST(CtlNtp, AsksAServerAndShowsItsEvents) {
          "\"error\":\"no_answer\",\"message\":\"ntp check 10.9.0.2: no answer within 100 ms"},
         {"ntp start 10.9.0.2 every 0", 2, "\"0\" is no"},
         {"ntp start 10.9.0.2 every 1h", 0, "10.9.0.2 is asked for the time every 1h 0m"},
-        {"ntp start 10.9.0.9 every 1h", 1, "an NTP client of inet runs already (ntp stop -4)"},
-        {"ntp stop", 0, "no server of inet, inet6 is asked any more"},
+        {"ntp start 10.9.0.9 every 1h", 1, "an NTP client for inet is already running (ntp stop -4)"},
+        {"ntp stop", 0, "the NTP client has stopped (inet, inet6)"},
     });
     EXPECT_THAT(OutputOf("timeout -s INT 3 " TESSEL_CTL_PATH " ntp start 192.0.2.9 every 5 watch -j"),
                 HasSubstr("\"event\":\"ntp_failed\""));
-    ExpectAll({{"ntp start 10.9.0.9 every 1h", 1, "runs already"}});
+    ExpectAll({{"ntp start 10.9.0.9 every 1h", 1, "is already running"}});
 }
 
 TEST(CtlPppoe, HandsThePasswordOverAndShowsItToNobody) {
@@ -88,7 +89,7 @@ TEST(CtlPppoe, HandsThePasswordOverAndShowsItToNobody) {
         {"pppoe start eth9 user me password-file /tmp/password", 2, "there is no interface eth9"},
         {start + "/tmp/nothing", 2, "cannot read /tmp/nothing: No such file"},
         {start + "/tmp/control", 2, "the password has a control character"},
-        {start + "/tmp/password service 'a b'", 2, "the service has other characters than letters"},
+        {start + "/tmp/password service 'a b'", 2, "the service has characters other than letters"},
         {start + "/tmp/password service -x", 2, "-"},
         {start + "/tmp/password user2", 2, "one word too many"},
     });
@@ -121,7 +122,7 @@ TEST(CtlBond, IsReadBackFromTheDriver) {
     }
     ExpectAll({
         {"bond show", 0, "there is no bond"},
-        {"bond start eth0 eth1 eth2 lo eth10 active eth0", 2, "four interfaces at most"},
+        {"bond start eth0 eth1 eth2 lo eth10 active eth0", 2, "at most four interfaces"},
         {"bond start eth1 eth2 active eth0", 2, "eth0 has to be one of them"},
         {"bond start eth1 eth10 active eth1", 2, "eth10 would be left out"},
         {"bond start eth1 eth9 active eth1", 2, "there is no interface eth9"},
@@ -139,12 +140,12 @@ TEST(CtlBond, IsReadBackFromTheDriver) {
               "Permanent HW addr: 02:00:00:00:00:02\n");
     ExpectAll({
         {"bond -g active,member,link,mac", 0, "eth1\teth1\tup\t02:00:00:00:00:01\neth1\teth2\tdown\t02:00:00:00:00:02"},
-        {"bond start eth1 eth2 active eth1", 1, "Probable cause: there is a bond already (bond stop)"},
+        {"bond start eth1 eth2 active eth1", 1, "Probable cause: there already is a bond (bond stop)"},
         {"bond stop -n", 0, "runs     ifenslave -d bond0 eth1 eth2\nruns     ip addr flush dev bond0\n"},
         {"bond stop", 5, "bond0 still has members"},
         {"bond start eth1 eth0 active eth1", 5, "eth0 is not part of bond0"},
         {"bond stop", 5, "bond0 still has members"},
-        {"bond start eth1 eth2 active eth1", 0, "bond0   eth1, eth2, active eth1; their addresses are gone"},
+        {"bond start eth1 eth2 active eth1", 0, "bond0   eth1, eth2, active eth1; their addresses were removed"},
     });
     EXPECT_EQ(DocumentOf("bond show")["mode"], "fault-tolerance (active-backup)");
     EXPECT_EQ(umount(net.c_str()), 0);
@@ -200,7 +201,7 @@ TEST(CtlWeb, KnowsWhatRuns) {
     });
     EXPECT_TRUE(ctl::FindProcesses("lighttpd").empty());
     WriteFile(tools.Directory() + "/lighttpd", "#!/bin/sh\nexit 0\n");
-    ExpectAll({{"web start", 5, "no lighttpd runs (any more)"}});
+    ExpectAll({{"web start", 5, "no lighttpd is running"}});
 }
 
 }  // namespace

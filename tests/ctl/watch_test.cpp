@@ -62,7 +62,7 @@ TEST(Events, EveryKindHasItsFieldsAndItsLine) {
          R"({"id":7,"seq":2,"ttl":null,"rtt_us":null,"last":true})"},
         {"ipc_ping_7", 2, Bytes(echo), "ping      id 7  seq 2  ping printed nothing", ""},
         {"ipc_ping_7", 3, Bytes(echo), "ping      id 7  seq 2  the network is unreachable", ""},
-        {"ipc_traceroute_7", 101, Bytes(silent), "trace     id 7  hop 3  not sent, or ", ""},
+        {"ipc_traceroute_7", 101, Bytes(silent), "trace     id 7  hop 3  could not be sent, or ", ""},
         {"ipc_traceroute_7", 102, Bytes(silent), "trace     id 7  hop 3  no answer",
          R"({"id":7,"hop":3,"address":null,"rtt_us":null,"last":true})"},
         {"ipc_traceroute_7", 103, Bytes(probe), "trace     id 7  hop 3  10.1.0.2  12.3 ms",
@@ -190,9 +190,9 @@ TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
                                       "2 sent, 2 answered, 0% lost, [0-9.]+ / [0-9.]+ / [0-9.]+ ms\n"));
     ExpectAll({{"ping 192.168.1.9 count 1 timeout 1", 1, "1 sent, 0 answered, 100% lost\n"},
                {"ping 203.0.113.1 count 1", 1, "the network is unreachable"},
-               {"ping 192.168.1.1 count 0", 2, "\"0\" is no number from 1"},
-               {"ping 192.168.1.300", 2, "no address"},
-               {"ping 192.168.1.1 count 1 -n", 0, "listens under ipc_ping_"},
+               {"ping 192.168.1.1 count 0", 2, "\"0\" is not a number from 1"},
+               {"ping 192.168.1.300", 2, "not a valid address"},
+               {"ping 192.168.1.1 count 1 -n", 0, "listens on ipc_ping_"},
                {"ping stop 7", 0, "ping 7 stopped"}});
     std::istringstream lines(RunLine("ping 192.168.1.1 count 1 -j").out);
     std::string line;
@@ -262,11 +262,11 @@ TEST(Traffic, WhatSomebodyElseHasStartedGoesOn) {
     const Daemon daemon;
     Listener listener("ipc_stat");
     ASSERT_EQ(tessel_traffic_start(2), TESSEL_OK);
-    ExpectAll({{"traffic watch count 1", 2, kThisProgram + " listens under ipc_stat (--take"},
+    ExpectAll({{"traffic watch count 1", 2, kThisProgram + " is listening on ipc_stat (--take"},
                {"traffic stop", 2, "would get no more"},
                {"traffic watch count 2 --take", 0, "reports come every 2 s"},
                {"traffic watch count 1 -g valid", 0, "true\ntrue\ntrue\n"},
-               {"traffic stop", 0, "reported no more"}});
+               {"traffic stop", 0, "end with the current period"}});
 }
 
 // Somebody on the link who says that an address of the device is his.
@@ -289,8 +289,8 @@ TEST(Conflict, IsReportedUntilInterrupted) {
     });
     EXPECT_THAT(watching.Line(), ContainsRegex("  conflict  eth0  192.168.1.20 is used by another host"));
     claims.join();
-    ExpectAll({{"conflict watch -4", 2, kThisProgram + " listens under ipc_ip_conflict (--take"},
-               {"conflict off", 2, kThisProgram + " listens under ipc_ip_conflict and would"}});
+    ExpectAll({{"conflict watch -4", 2, kThisProgram + " is listening on ipc_ip_conflict (--take"},
+               {"conflict off", 2, kThisProgram + " is listening on ipc_ip_conflict and would"}});
     watching.Signal(SIGTERM);
     EXPECT_THAT(watching.EndsWith(128 + SIGTERM), HasSubstr("connections that brought no event: 1"));
     EXPECT_FALSE(IsThere("ipc_ip_conflict"));
@@ -302,7 +302,7 @@ TEST(Conflict, IsReportedUntilInterrupted) {
     const Json on = DocumentOf("conflict on");
     EXPECT_EQ(on[0]["listener"]["pid"], getpid());
     EXPECT_EQ(on[1]["listener"], nullptr);
-    EXPECT_THAT(RunLine("conflict on -6").err, HasSubstr("nobody listens under ipc_ipv6_conflict"));
+    EXPECT_THAT(RunLine("conflict on -6").err, HasSubstr("nobody is listening on ipc_ipv6_conflict"));
     // With --take what somebody else has started goes on.
     Watching taking("conflict watch -4 --take");
     ASSERT_TRUE(Eventually([&] { return tessel_listener_has_name(listener.get()) == 0; }));
@@ -325,7 +325,7 @@ TEST(Watch, GoesOnWithTheNextDaemon) {
         EXPECT_THAT(watching.Line(), HasSubstr("traffic"));
     watching.Signal(SIGHUP);
     EXPECT_THAT(watching.EndsWith(128 + SIGHUP),
-                MatchesRegex(".*the daemon has ended; waiting for the next one\nnote: a new daemon runs.*\n"));
+                MatchesRegex(".*the daemon has ended; waiting for the next one\nnote: a new daemon is running.*\n"));
     // A ping does not go on.
     PrepareLink();
     Watching ping("ping 192.168.1.9 count 99 timeout 1");
@@ -344,7 +344,7 @@ TEST(Routers, ReportsComeFromOneInterfaceToOneProgram) {
     EXPECT_EQ(event["event"], "ra_changed");
     EXPECT_THAT(event["addresses"].dump(), HasSubstr("2001:db8:1:"));
     ExpectAll({{"ra watch eth0", 2, kThisProgram + " gets the reports (tesselctl ra stop eth0 --force"},
-               {"ra stop eth0", 2, kThisProgram + " listens under ipc_router_notify_eth0_0_"}});
+               {"ra stop eth0", 2, kThisProgram + " is listening on ipc_router_notify_eth0_0_"}});
     watching.Signal(SIGINT);
     EXPECT_THAT(watching.EndsWith(128 + SIGINT), IsEmpty());
 }
@@ -377,8 +377,9 @@ TEST(DhcpClient, LeasesGoToOneProgram) {
     ExpectAll({{"dhcp stop eth0", 0, "eth0: DHCP client stopped (inet)\n"}});
     EXPECT_EQ(StandInClients::PidOf("udhcpc", "eth0"), 0);
     WriteFile("/proc/sys/net/ipv6/conf/eth0/disable_ipv6", "1");
-    ExpectAll({{"dhcp stop eth0 -4", 0, "eth0: no DHCP client ran (inet)"},
-               {"dhcp start eth0 watch", 1, "no link-local address; the inet client was started and goes on."}});
+    ExpectAll(
+        {{"dhcp stop eth0 -4", 0, "eth0: no DHCP client ran (inet)"},
+         {"dhcp start eth0 watch", 1, "no link-local address; the inet client has been started and keeps running."}});
 }
 
 }  // namespace

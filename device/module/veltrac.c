@@ -2,11 +2,11 @@
 /*
  * Stands in for the device's own kernel module, in tests and for trying things out.
  *
- * Netlink protocol 30: a header of type 8 alone registers its sender as the one that events go to.
+ * Netlink protocol 30: a bare header of type 8 registers its sender as the recipient of events.
  *
- * /proc/veltrac/version   a write appends a record, a read gives all of them as they were written
- * /proc/veltrac/event     writing "CODE" sends that event to the one registered; a read gives its port, 0 for nobody,
- *                         and how many messages were no registration
+ * /proc/veltrac/version   a write appends a record, a read returns all of them as written
+ * /proc/veltrac/event     writing "CODE" sends that event to the registered sender; a read returns its port, 0 for
+ *                         none, and how many messages were not registrations
  */
 #include <linux/module.h>
 #include <linux/mutex.h>
@@ -21,7 +21,7 @@
 #define VELTRAC_REGISTER 8
 #define RECORD_BYTES_MAX 4096
 
-/* What comes with an event; its receiver does not look into it. */
+/* Sent with each event; the receiver does not look at it. */
 static const char payload[64] = "veltrac";
 
 static DEFINE_MUTEX(lock); /* of all that follows */

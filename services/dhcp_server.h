@@ -1,6 +1,6 @@
 // The DHCP server: one `udhcpd` for each interface that is served, eight at most, over IPv4.
 //
-// An interface is served from a successful start to a stop: of a server that ended by itself nothing is noticed.
+// An interface is served from a successful start to a stop: a server that ends by itself goes unnoticed.
 #pragma once
 
 #include "core/exec.h"
@@ -19,7 +19,7 @@ void DaemonDhcpsInit();
 
 // Writes the configuration of the interface's server and starts it. 0, or -1 with a log line: it is served already,
 // eight are, another family than 2, a name that is no interface's, a prefix length above 32, more than 64 DNS servers,
-// files that cannot be written. That the server cannot serve is its own affair: nobody waits for it.
+// files that cannot be written. Whether the server can serve is its own affair: nobody waits for it.
 [[nodiscard]] i32 DhcpsStart(const char* interfaceName, u16 family, const TNetDhcpsConf* conf);
 
 // Kills the interface's server and removes its files. 0, also when the interface is not served; -1 with a log line when

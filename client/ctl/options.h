@@ -1,4 +1,4 @@
-// The options, which may stand anywhere among the words, but not behind "--".
+// The options, which may appear anywhere among the words, but not after "--".
 #pragma once
 
 #include "client/ctl/text.h"
@@ -28,7 +28,7 @@ struct Options {
     bool version = false;
     std::optional<i32> replyBytes;   // of `raw`
     std::string symbols;             // of `crash show`; empty: none
-    std::vector<std::string> words;  // everything else, in order; words behind "--" are the last ones
+    std::vector<std::string> words;  // everything else, in order; words after "--" are the last ones
     std::size_t wordsBehindDashes = 0;
 };
 

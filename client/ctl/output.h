@@ -9,7 +9,7 @@ namespace tessel::ctl {
 using Rows = std::vector<std::vector<std::string>>;
 [[nodiscard]] std::string RenderRows(const Rows& rows, bool withColour = false);
 
-// Lines that are too wide go on in the next one, below their last column, or four blanks in.
+// Lines that are too wide continue on the next one, below their last column, or four blanks in.
 [[nodiscard]] std::string Wrapped(const std::string& text, std::size_t width);
 
 // The document's records by a command's columns (command.h), a line each: those of nested lists with the fields of the

@@ -42,7 +42,7 @@ void ChangeMetric(const TNetPrioParam& wanted, CallSite where) {
     tessel::StorePriority(static_cast<u32>(found - table.atPrio), changed);
 }
 
-// A default route that is to get another metric.
+// A default route that is to receive another metric.
 struct Reinstalled {
     TNetGatewayMetric route;
     i32 metric;
@@ -91,7 +91,7 @@ i32 ActivePriority() {
         kept[count].metric = entry.nPriority;
         ++count;
     }
-    // All of them first: a swap of two metrics would meet the other interface's route.
+    // All of them first: a swap of two metrics would collide with the other interface's route.
     for (const Reinstalled& each : std::span(kept, count)) {
         const FieldText name(each.route.achDevName);
         (void)GatewayDel(TESSEL_FAMILY_INET, name.Get());

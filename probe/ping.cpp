@@ -24,7 +24,7 @@ tessel::PingPool* g_ptDaePing = nullptr;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. What ends them has always been there.
+// Every line this file runs: the program, then its argument vector. The blank at their end has always been there.
 constexpr char kPing4[] = "ping ping -c 1 -s %d -t %d -W %d %s ";
 constexpr char kPing6[] = "ping ping -6 -c 1 -s %d -t %d -w %d %s ";
 constexpr char kPing6OfDesktop[] = "ping6 ping6 -c 1 -s %d -t %d -w %d %s ";

@@ -254,7 +254,7 @@ i32 StartDhcpcV4(TDhcpcInfo* ptDhcpcInfo) {
     constexpr int kLooks = 3;
     const char* const name = InterfaceOf(*ptDhcpcInfo);
     if (tessel::StartWorker(*ptDhcpcInfo, "TesselDhcpcProcessThread", &DhcpcProcessThread) != 0) return -1;
-    (void)LinuxDhcpcStart(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is checked
+    (void)LinuxDhcpcStart(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is checked below
     if (!tessel::AwaitClient(ClientV4(name), kLooks)) return -1;
     TESSEL_PRT("%s dhcpc already start.", name);
     return 0;

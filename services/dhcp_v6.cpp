@@ -296,7 +296,7 @@ i32 StartDhcpcV6(TDhcpcInfo* ptDhcpcInfo) {
     const char* const name = InterfaceOf(*ptDhcpcInfo);
     if (!AwaitLinkLocalAddress(name, CallSite::Current())) return -1;
     if (tessel::StartWorker(*ptDhcpcInfo, "V6TesselDhcpcProcessThread", &DhcpcProcessThreadV6) != 0) return -1;
-    (void)LinuxDhcpcStartV6(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is checked
+    (void)LinuxDhcpcStartV6(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is checked below
     if (tessel::AwaitClient(ClientV6(name), kLooks)) {
         TESSEL_PRT("%s dhcpc already start.", name);
         return 0;

@@ -52,7 +52,7 @@ RouterWatch CopyOf(const RouterWatch& watch) {
     return watch;
 }
 
-// The process that the next report goes to, which is the one that was asked for.
+// The process that the next report goes to; that report counts as the forced one.
 i32 TakeReceiver(RouterWatch& watch) {
     const auto lock = g_ptDaeRouterNotifyInfo->Hold();
     watch.isForced = false;

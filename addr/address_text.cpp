@@ -103,7 +103,7 @@ bool AppendAddresses(const char* output, const AddressFamily& family, bool marks
 
         TNetIpAddr address{};
         address.wSinFamily = family.code;
-        (void)inet_pton(family.code, text.text, address.abyAddr);  // a text that is no address leaves it zero
+        (void)inet_pton(family.code, text.text, address.abyAddr);  // text that is not an address leaves it zero
         address.dwPrefixLen = static_cast<u32>(text.prefixLength);
         if (family.code == TESSEL_FAMILY_INET6)
             ReadMarks(strstr(position, "scope"), text.text, marksTentative, address, where);

@@ -36,7 +36,7 @@ template <typename Reply, typename Request>
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
-// The first `requestBytes` bytes of a record, to a command that answers with a status alone.
+// The first `requestBytes` bytes of a record, to a command that answers with only a status.
 template <typename Request>
 [[nodiscard]] int CallForStatus(u32 code, const Request& request, std::size_t requestBytes = sizeof(Request)) {
     TNetStatusReply reply;

@@ -3,10 +3,10 @@
 // A command line is one text: the program, then its complete argument vector, argv[0] included ("ip ip addr show"). It
 // is split at blanks, there is no quoting, and nothing goes through a shell. The program is looked up along PATH.
 //
-// A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status are looked at. A program that
-// cannot be run counts as exit status 255. One that exceeds its time limit, or whose worker (core/worker.h) is asked to
-// end, is killed with its process group and counts as failed. Tools start with an empty signal mask and every signal at
-// its default action.
+// A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status count. A program that cannot be
+// run counts as exit status 255. One that exceeds its time limit, or whose worker (core/worker.h) is asked to end, is
+// killed with its process group and counts as failed. Tools start with an empty signal mask and every signal at its
+// default action.
 //
 // Everything here ends in the seam (core/exec_seam.h): a program links either the file behind it that runs tools or the
 // one that only notes what would be run.

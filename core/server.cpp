@@ -119,7 +119,7 @@ UniqueFd AcceptClient(int listener) {
     while (true) {
         UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
         if (connection.IsOpen()) return connection;
-        // A signal, or a client that has gone already, says nothing about the listening socket.
+        // A signal, or a client that is already gone, says nothing about the listening socket.
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (!IsShortage(errno)) return connection;
         if (!isShortKnown) tessel::LogPerror(CallSite::Current(kServer), "accept error");

@@ -27,8 +27,8 @@ class FieldText {
     char text_[kFieldBytes + 1] = {};
 };
 
-// True when `text` can stand in a command line as one word that no tool takes for an option: not null, not empty, no
-// blank or control character, no '-' in front. Text from outside is checked with this first. False with a log line.
+// True when `text` can be one word of a command line that no tool takes for an option: not null, not empty, no blank or
+// control character, no '-' in front. Text from outside is checked with this first. False with a log line.
 [[nodiscard]] bool IsLineWord(const char* text, CallSite where = CallSite::Current());
 
 // The same without a log line.
@@ -45,6 +45,6 @@ class FieldText {
 i32 TesselFindStrMatchHead(const char* buf, const char* key, char sep, char* dst, i32 dstLen);
 
 // Reads hexadecimal bytes separated by `sep` ("00:1a:..") from `src`, which is cut at its separators, into dst[dstLen].
-// Returns 0, or -1 with a log line (null source, a character that is no hexadecimal digit, a value above 255, more than
-// dstLen bytes). It does not say how many bytes there were.
+// Returns 0, or -1 with a log line (null source, a character that is not a hexadecimal digit, a value above 255, more
+// than dstLen bytes). It does not say how many bytes there were.
 i32 StrToU8WitchoutSepchar(char* src, char sep, u8* dst, i32 dstLen);

@@ -48,7 +48,7 @@ struct Reinstalled {
     i32 metric;
 };
 
-// True when the interface has a default route with another metric than the entry's.
+// True when the interface has a default route with a metric other than the entry's.
 bool NeedsMetric(const TNetPrioParam& entry, TNetGatewayMetric& route, CallSite where) {
     route = {};
     memcpy(route.achDevName, entry.achDevName, sizeof(route.achDevName));

@@ -34,8 +34,8 @@ extern u32 g_dwBondStatus;
 extern char g_achNicBuf[128];
 
 // Makes the bond and takes over the parameters. `mode` is written after "active-backup" into the driver's mode file. 0,
-// or -1 with a log line: the bond is up already, more than four interfaces, a name that is no interface's, a tool that
-// fails.
+// or -1 with a log line: the bond is already up, more than four interfaces, a name that cannot be an interface's, a
+// tool that fails.
 [[nodiscard]] i32 BondStart(u32 mode, TBondParam&& parameters);
 
 // Undoes the bond and leaves its interfaces up and without addresses. 0, also when it is down; -1 with a log line when

@@ -191,7 +191,7 @@ i32 DhcpcStart(const char* achDevName, u16 wSinFamily, u16 wDnsDynmic, i32 nPid)
 
 i32 DhcpcStop(const char* achDevName, u16 wSinFamily) {
     const tessel::CallSite where = tessel::CallSite::Current();
-    // Nothing can run for what is no interface, and that is a success.
+    // Nothing can run for what cannot be an interface, and that is a success.
     if (!tessel::IsInterfaceName(achDevName)) return 0;
     TDhcpcInfo* const info = DaeFamilyMapDhcpcInfoExt(wSinFamily, achDevName);
     if (info == nullptr) {

@@ -20,12 +20,12 @@ constexpr i32 kDhcpcNotRunning = 1108;
 
 struct TDhcpcInfo {
     TDhcpcInfo* next = nullptr;       // in the registry
-    TDhcpcInfo* nextOwned = nullptr;  // among all sessions that there are
+    TDhcpcInfo* nextOwned = nullptr;  // among all existing sessions
     u16 wSinFamily = 0;               // 0: a placeholder
     std::atomic<i32> isRunning{0};    // wanted; the worker clears it when it fails
     std::atomic<i32> nApipid{0};      // of the application that is reported to
     std::atomic<u16> wDnsDynmic{0};   // 0: without DNS servers
-    TNetDhcpcLease tLease{};          // the worker's while it runs, but for the name
+    TNetDhcpcLease tLease{};          // the worker's while it runs, except for the name
     tessel::Worker worker;
 };
 

@@ -69,8 +69,8 @@ class ResultFile {
     bool isForeignKnown_ = false;
 };
 
-// Opens a result file for reading and says which it is. Closed, with errno set, when it is no regular file or another
-// user's: it may have changed since it was looked for.
+// Opens a result file for reading and says which it is. Closed, with errno set, when it is not a regular file or is
+// another user's: it may have changed since it was looked for.
 [[nodiscard]] UniqueFd OpenResultFile(const char* path, FileIdentity& identity);
 
 // The place for the lease's next DNS server, given in `text`; null, with a log line, when the lease is full.

@@ -41,7 +41,7 @@ struct NtpQueryResult {
 // Asks. 0 or -1.
 i32 SendPacket(int fd);
 
-// Takes the answer that has come. 1, or 0 on failure: the result is then unchanged. RFC 5905 wants its length, mode and
-// origin checked; this client has always accepted whatever the server answers. Strangers' answers are kept out by the
-// connected socket, new for each question, and the kernel's choice of a port.
+// Takes the answer that has arrived. 1, or 0 on failure: the result is then unchanged. RFC 5905 wants its length, mode
+// and origin checked; this client has always accepted whatever the server answers. Strangers' answers are kept out by
+// the connected socket, new for each question, and the kernel's choice of a port.
 [[nodiscard]] i32 GetServerTime(int fd, tessel::NtpQueryResult& result);

@@ -1,4 +1,4 @@
-// What goes on within a session of the NTP client.
+// What happens in a session of the NTP client.
 #pragma once
 
 #include <chrono>

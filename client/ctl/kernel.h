@@ -36,7 +36,7 @@ constexpr u32 kMainTable = 254;
 [[nodiscard]] Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark,
                                  std::string& problem);
 
-// A message of rtnetlink as such a document; of one that is no part of a list, with "event" ("link", "addr", "route",
+// A message of rtnetlink as such a document; for one that is not part of a list, with "event" ("link", "addr", "route",
 // "rule", "neighbour") and "action" ("added", "removed") in front. Null: of a kind that is not shown. With isWay:
 // routes of every type, as KernelRouteTo has them.
 [[nodiscard]] Json FromKernel(const nlmsghdr* message, bool isWay);

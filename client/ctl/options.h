@@ -40,7 +40,7 @@ struct Options {
 
 // For help and completion.
 struct OptionRow {
-    std::string_view name;   // "json"; empty: the letter alone
+    std::string_view name;   // "json"; empty: only the letter
     char letter;             // 0: none
     std::string_view value;  // "S"; "[S]": may be left out; empty: takes none
     std::string_view summary;

@@ -39,7 +39,7 @@ struct Passage {
 };
 Passage g_passing;
 
-// Of an unknown code, too.
+// Also for an unknown code.
 Message MessageOf(u32 code) {
     const Message* message = FindMessage(code);
     return message != nullptr ? *message : Message{code, "", {}, {}, nullptr, "has no such request"};

@@ -7,7 +7,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// The network as text. Throws a Failure for what has bits behind its length.
+// The network as text. Throws a Failure for one with bits beyond its length.
 std::string RequireNetwork(const Invocation& invocation, const Network& network) {
     const std::string text = NetworkText(network);
     const std::string meant = NetworkText(Masked(network));

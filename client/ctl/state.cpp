@@ -44,7 +44,7 @@ Json SettingsOf(const Json& state) {
     return settings;
 }
 
-// The lists that settings of each object stand in.
+// The lists that settings of each object are in.
 constexpr std::pair<std::string_view, const char*> kLists[] = {
     {"addr", "addresses"}, {"gateway", "gateways"}, {"priority", "priorities"}, {"route", "routes"}, {"rule", "rules"}};
 

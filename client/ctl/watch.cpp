@@ -144,7 +144,7 @@ class Watcher {
         const Failure ended{kExitNotRunning, "not_running", invocation_.asked + ": the daemon has ended" + then};
         if (!watch_.survivesTheDaemon) throw ended;
         if (!daemon) {
-            // Nothing has ended here, so this is no result.
+            // Nothing has ended here, so this is not a result.
             (void)std::fputs(RenderFailure(ended, invocation_.options.json).c_str(), invocation_.err);
             return;
         }
@@ -155,7 +155,8 @@ class Watcher {
         ShowNote(invocation_, "a new daemon runs; this goes on with it");
     }
 
-    // Except what somebody else has started who is still running. The sockets stay open until everything is answered.
+    // Leaves alone what was started by somebody else who is still running. The sockets stay open until everything is
+    // answered.
     void SwitchOff(Outcome& outcome) {
         for (const Source& source : sources_) {
             const auto& other = source.takenFrom;

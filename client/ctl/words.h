@@ -61,7 +61,7 @@ using PortList = std::vector<std::pair<u32, u32>>;
 // "inet", "inet6", "both".
 [[nodiscard]] std::string FamilyName(int family);
 
-// The network that contains an address: the bits behind the length are 0. And its last address.
+// The network that contains an address: the bits beyond the length are 0. And its last address.
 [[nodiscard]] Network Masked(Network network);
 [[nodiscard]] Network LastOf(Network network);
 // True when every address of `inner` is one of `outer`.

@@ -10,7 +10,7 @@ enum { TESSEL_BOND_INTERFACES_MAX = 4 };
  * text is its length (u32) and that many bytes, the last of them a NUL.
  *
  *     TNetBondStartHead   with the length of the path
- *     path                bytes alone
+ *     path                bytes only
  *     u32                 number of interfaces
  *     text                the name of each
  *     text                name of the active one

@@ -76,7 +76,7 @@ enum {
     TESSEL_FAMILY_BOTH = 11 /* IPv4 first, then IPv6; only where a command says so */
 };
 
-/* The 4-byte reply of every command that answers with a status alone. */
+/* The 4-byte reply of every command that answers with only a status. */
 typedef struct {
     int32_t nResult; /* 0 or -1 */
 } TNetStatusReply;

@@ -7,7 +7,7 @@
 
 /* TESSEL_CMD_NTPC_START; answered with a status. The family within the server's address counts. */
 typedef struct {
-    uint16_t wSinFamily;         /* not looked at */
+    uint16_t wSinFamily;         /* ignored */
     TNetGateway tServer;         /* family 2 or 10 */
     uint32_t dwSyncTimeInterval; /* seconds between queries that are answered; 0 counts as 1 */
 } __attribute__((packed)) TNetNtpcStartReq;

@@ -87,7 +87,7 @@ void Check(const char* interfaceName, const ether_arp& arp, CallSite where) {
         tessel::SendReport(TESSEL_SOCKET_IP_CONFLICT, TESSEL_CONFLICT_MAC, macReport, where);
 }
 
-// False for what is no ARP packet of an Ethernet-like link.
+// False for what is not an ARP packet of an Ethernet-like link.
 bool IsOfInterest(const sockaddr_ll& source, ssize_t size, const ether_arp& arp) {
     if (size < static_cast<ssize_t>(sizeof(arp))) return false;
     if (source.sll_pkttype > PACKET_OTHERHOST && source.sll_hatype != ARPHRD_ETHER) return false;

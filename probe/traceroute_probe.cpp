@@ -146,7 +146,7 @@ bool ProbeSockets::Send(u16 targetPort) {
 
 std::optional<u32> ProbeSockets::Receive(const Worker& self) {
     const Deadline deadline(g_probePatience);
-    // Somebody may send messages that are not answers without end: the time is checked after each of them.
+    // Somebody may send an endless stream of messages that are not answers: the time is checked after each of them.
     do {
         switch (WaitReady(receiver_.Get(), POLLIN, deadline, self.StopFd())) {
             case Wait::kReady:

@@ -16,8 +16,8 @@ using tessel::PlaceClauses;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. " -6", " dev NAME", " metric N" (when adding) and "
-// table N" are optional.
+// Every line this file runs: the program, then its argument vector. " -6", " dev NAME", " metric N" (when adding) and
+// " table N" are optional.
 constexpr char kChange[] = "ip ip%s route %s %s/%d via %s%s%s%s";
 
 // The option for a route's family; null, with a log line, unless both addresses are of the same supported family.

@@ -2,7 +2,7 @@
 //
 // The readers append to the list, at most 16 entries in all, and never clear it: callers zero it first. They return 0
 // also when there is no address, or -1 (or the executor's result) with a log line; entries read before a failure stay.
-// More output than is kept is read up to its last whole line.
+// If there is more output than is kept, it is read up to the last whole line.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 #include "tessel/address.h"
 
 // Scope codes and the words that `ip` has for them; a code is its row's index. Codes 0 and 4 both mean global: 0 is a
-// scope that nobody set, 4 the one that was read.
+// scope that was never set, 4 one that was read.
 struct TScopeMap {
     u32 dwScope;
     const char* pchName;
@@ -23,7 +23,7 @@ constexpr TScopeMap g_tScopeMap[] = {{TESSEL_SCOPE_UNSET, "global"},
                                      {TESSEL_SCOPE_SITE, "site"},
                                      {TESSEL_SCOPE_GLOBAL, "global"}};
 
-// The code of a scope word, which may go on behind it; 0 for an unknown one.
+// The code of a scope word, which more text may follow; 0 for an unknown one.
 u32 ScopeStrToCode(const char* scopeWord);
 
 // Appends the IPv4 addresses.
@@ -32,7 +32,7 @@ u32 ScopeStrToCode(const char* scopeWord);
 // Appends the IPv6 addresses. Tentative ones are marked only when dwNoTentative is 0; they are listed in any case.
 [[nodiscard]] i32 GetIpaddrV6(const char* pchIfaceName, TNetIfaceIp* ptNetIfaceIp, u32 dwNoTentative);
 
-// Family 2 reads IPv4, 10 IPv6 with tentative marks, 11 IPv4 and then IPv6 (which a failed IPv4 read leaves out).
+// Family 2 reads IPv4, 10 IPv6 with tentative marks, 11 IPv4 and then IPv6 (skipped if reading IPv4 fails).
 [[nodiscard]] i32 IpaddrGet(const char* pchIfaceName, u16 wSinFamily, TNetIfaceIp* ptNetIfaceIp);
 
 // The same without tentative marks.

@@ -24,8 +24,8 @@
 // Family 2, 10 or 11; a failed IPv4 flush leaves IPv6 alone.
 [[nodiscard]] i32 IpaddrFlush(const char* pchIfaceName, u16 wSinFamily);
 
-// Replace a family's addresses by the list, of which the first 16 entries count. When one cannot be added the previous
-// addresses are added again; the new ones that were added before it stay beside them.
+// Replace a family's addresses with the list, of which the first 16 entries count. If one cannot be added, the previous
+// addresses are added again; new ones added before it stay beside them.
 [[nodiscard]] i32 IpaddrV4Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp);
 // Link-local addresses are neither deleted nor added; those learnt from router advertisements are not deleted.
 [[nodiscard]] i32 IpaddrV6Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp);

@@ -14,10 +14,10 @@ namespace {
 
 constexpr i32 kAddressWordMax = 256;
 constexpr i32 kScopeWordMax = 20;
-constexpr std::size_t kScopeMarksBytes = 48;  // how far behind "scope" an address's marks are looked for, with the NUL
+constexpr std::size_t kScopeMarksBytes = 48;  // how far after "scope" an address's marks are looked for, with the NUL
 constexpr i32 kShowWordMax = 100;
 
-// The word behind a keyword, taken apart.
+// The word after a keyword, taken apart.
 struct PrefixedAddress {
     char text[kAddressWordMax + 1];
     i32 prefixLength;
@@ -32,8 +32,8 @@ bool CutPrefix(char* word, i32& prefixLength) {
     return true;
 }
 
-// Reads "192.168.1.20/24", or "10.0.0.1 peer 10.0.0.2/32" of a point-to-point link, where the prefix length stands at
-// the peer's. False when the word is longer than `wordMax` or has no prefix length.
+// Reads "192.168.1.20/24", or "10.0.0.1 peer 10.0.0.2/32" of a point-to-point link, where the peer's has the prefix
+// length. False when the word is longer than `wordMax` or has no prefix length.
 bool ReadPrefixedAddress(const char* position, i32 wordMax, PrefixedAddress& address) {
     if (TesselFindStrMatchHead(position, nullptr, ' ', address.text, wordMax) != 0) return false;
     const char* const rest = position + strlen(address.text);
@@ -45,7 +45,7 @@ bool ReadPrefixedAddress(const char* position, i32 wordMax, PrefixedAddress& add
            CutPrefix(peer, address.prefixLength);
 }
 
-// Takes the marks that stand behind the scope of an IPv6 address.
+// Takes the marks that follow the scope of an IPv6 address.
 void ReadMarks(const char* scope, const char* addressText, bool marksTentative, TNetIpAddr& address, CallSite where) {
     char marks[kScopeMarksBytes] = {};
     strncpy(marks, scope, sizeof(marks) - 1);
@@ -103,7 +103,7 @@ bool AppendAddresses(const char* output, const AddressFamily& family, bool marks
 
         TNetIpAddr address{};
         address.wSinFamily = family.code;
-        (void)inet_pton(family.code, text.text, address.abyAddr);  // a text that is no address leaves it zero
+        (void)inet_pton(family.code, text.text, address.abyAddr);  // text that is not an address leaves it zero
         address.dwPrefixLen = static_cast<u32>(text.prefixLength);
         if (family.code == TESSEL_FAMILY_INET6)
             ReadMarks(strstr(position, "scope"), text.text, marksTentative, address, where);

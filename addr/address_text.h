@@ -9,7 +9,7 @@
 
 namespace tessel {
 
-// Takes what is behind the last newline away from an output that was cut: half a line reads as half a number.
+// Removes what follows the last newline from output that was cut: half a line reads as half a number.
 void DropCutLine(ToolOutput& output);
 
 // Appends the addresses of one family, until the list is full. False at one that cannot be read.

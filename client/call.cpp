@@ -86,7 +86,7 @@ bool SomebodyListens(const char* socketName) {
     sockaddr_un address{};
     const UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!probe.IsOpen() || !FormSocketAddress(socketName, address)) return false;
-    // Success means that a datagram socket lies there, which serves nobody.
+    // Success means that a datagram socket is there, which serves nobody.
     if (connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return false;
     // Without the right to connect it remains unknown; the call itself will tell.
     return errno == EPROTOTYPE || errno == EACCES;

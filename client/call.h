@@ -1,4 +1,4 @@
-// One request to the daemon, with an error for everything that can happen to it.
+// One request to the daemon, with an error for everything that can go wrong.
 #pragma once
 
 #include <cstddef>
@@ -16,17 +16,17 @@ using Transport = int (*)(u32 code, const void* request, std::size_t size, void*
 [[nodiscard]] int CallDaemon(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
 
 // Puts another transport below all calls of this process: one that shows, withholds or answers them. Its results reach
-// the callers unchanged. To be called before there are other threads.
+// the callers unchanged. To be called before other threads exist.
 void UseTransport(Transport transport);
 
 // Through the transport in use.
 [[nodiscard]] int Call(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
 
-// True when a process listens for streams under this path. A datagram socket asks: it is turned away by the kernel, so
-// the listener has nothing to accept. (An empty connection would occupy the daemon until it gives up on it.)
+// True when a process listens for streams under this path. A datagram socket asks: the kernel turns it away, so the
+// listener has nothing to accept. (An empty connection would occupy the daemon until it gave up on it.)
 [[nodiscard]] bool SomebodyListens(const char* socketName);
 
-// A record each way, of the request the first `requestBytes` bytes; the status in front of the reply becomes the
+// A record each way, for the request its first `requestBytes` bytes; the status at the start of the reply becomes the
 // result.
 template <typename Reply, typename Request>
 [[nodiscard]] int CallWithRecords(u32 code, const Request& request, Reply& reply,
@@ -36,7 +36,7 @@ template <typename Reply, typename Request>
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
-// A record, the first `requestBytes` bytes of it, to a command that answers with a status alone.
+// The first `requestBytes` bytes of a record, to a command that answers with only a status.
 template <typename Request>
 [[nodiscard]] int CallForStatus(u32 code, const Request& request, std::size_t requestBytes = sizeof(Request)) {
     TNetStatusReply reply;
@@ -51,7 +51,7 @@ template <typename Request>
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
-// The record of an event of one of the kinds from `first` to `last`. TESSEL_E_ARGUMENT: it is another.
+// The record of an event of one of the kinds from `first` to `last`. TESSEL_E_ARGUMENT for any other event.
 template <typename Record>
 [[nodiscard]] int ReadEvent(const tessel_event& event, int first, int last, Record& record) {
     if (event.kind < first || event.kind > last || event.size != sizeof(record)) return TESSEL_E_ARGUMENT;

@@ -51,7 +51,7 @@ int tessel_log_file(int code, const char* lib_path, const char* daemon_path) {
     }
     request.eCmd = static_cast<u32>(code);
     const bool concernsDaemon = code >= TESSEL_LOG_OPEN_DAEMON;
-    // Does nothing for the codes that concern the daemon alone.
+    // Does nothing for the codes that concern only the daemon.
     if (LogLibFileManage(&request) != 0) return TESSEL_E_SYSTEM;
     if (!concernsDaemon) return TESSEL_OK;
     return CallForStatus(TESSEL_CMD_LOG_FILE, request);

@@ -36,7 +36,7 @@ bool IsSendable(const TNetIpRouteParam& route) {
            route.nMetric >= 0;
 }
 
-// The main table is meant by leaving out the number that ends these requests.
+// Leaving out the number that ends these requests means the main table.
 template <typename Request>
 int CallForTable(u32 code, Request& request, u32 table) {
     if (table > kTableMax) return TESSEL_E_ARGUMENT;

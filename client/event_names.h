@@ -1,4 +1,4 @@
-// Which event a notification is: the socket that it came to and its type decide.
+// Which event a notification is, by the socket that it came to and its type.
 #pragma once
 
 #include <string_view>

@@ -72,7 +72,7 @@ struct tessel_listener {
 
 namespace {
 
-// Opens and locks the lock file. Its owner removes it in the end: a lock on a file that has gone is worth nothing, so
+// Opens and locks the lock file. Its owner removes it in the end: a lock on a file that is gone is worth nothing, so
 // the one locked must be the one that has the name.
 int TakeLock(tessel_listener& listener, bool force) {
     while (true) {
@@ -120,7 +120,7 @@ std::size_t ReadFully(int connection, void* buffer, std::size_t size, Clock::tim
     return done;
 }
 
-// One connection carries one message and gets no answer. False when it was none.
+// One connection carries one message and gets no answer. False when it brought none.
 bool ReadEvent(int connection, const char* socketName, tessel_event& event) {
     const auto deadline = Clock::now() + kSilentSenderTime;
     IpcMsgHead head{};
@@ -157,7 +157,7 @@ int tessel_listener_open(const char* name, unsigned flags, tessel_listener** lis
     snprintf(made->lockPath, sizeof(made->lockPath), "%s%s", address.sun_path, kLockSuffix);
 
     int error = TakeLock(*made, force);
-    // Programs that know nothing of the lock listen as well.
+    // Programs that know nothing of the lock may listen too.
     if (error == TESSEL_OK && !force && tessel::SomebodyListens(name)) error = TESSEL_E_IN_USE;
     if (error == TESSEL_OK) error = Listen(*made, address);
     if (error == TESSEL_OK) *listener = owner.release();

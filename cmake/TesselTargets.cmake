@@ -8,23 +8,23 @@ set(CMAKE_C_STANDARD_REQUIRED ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
-# Small: what is not reached is not linked. Frame pointers and unwind tables stay: a crash report
-# walks the ones or, on 32-bit ARM, the others.
+# Small: what is not reached is not linked. Frame pointers and unwind tables stay: a crash report walks the former or, on
+# 32-bit ARM, the latter.
 set(CMAKE_CXX_FLAGS_RELEASE "-Os")
 set(CMAKE_C_FLAGS_RELEASE "-Os")
-# Not on 32-bit ARM: when it optimizes at link time, GCC (12 still) ends a cleanup with _Unwind_Resume, where that processor's
-# C++ ABI wants __cxa_end_cleanup. The library then takes the cleanups of a cancelled thread for nested ones and aborts at the
-# second frame that has any.
+# Not on 32-bit ARM: when it optimizes at link time, GCC (still in 12) ends a cleanup with _Unwind_Resume, where that
+# processor's C++ ABI wants __cxa_end_cleanup. The library then mistakes the cleanups of a cancelled thread for nested ones
+# and aborts at the second frame that has any.
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
   set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
 endif()
 
-# Of debug builds the sanitizers' traces need lines and no more; a debugger wants -DTESSEL_DEBUG_INFO=-g, which takes longer.
+# In debug builds the sanitizers' traces need only line numbers; a debugger wants -DTESSEL_DEBUG_INFO=-g, which takes longer.
 set(TESSEL_DEBUG_INFO -g1 CACHE STRING "What debug builds say of themselves")
 set(CMAKE_CXX_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
 set(CMAKE_C_FLAGS_DEBUG ${TESSEL_DEBUG_INFO})
 
-# Programs at addresses that change from start to start, whatever the compiler's default is.
+# Programs are loaded at addresses that change from start to start, whatever the compiler's default.
 include(CheckPIESupported)
 check_pie_supported()
 
@@ -36,7 +36,7 @@ add_library(tessel_options INTERFACE)
 target_compile_definitions(tessel_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_compile_options(tessel_options INTERFACE
   -Wall -Wextra -Werror -Wformat=2 -Wshadow -Wundef -Wvla
-  $<$<CXX_COMPILER_ID:GNU>:-Wcast-align> # clang complains of the kernel's own macros as well
+  $<$<CXX_COMPILER_ID:GNU>:-Wcast-align> # clang complains about the kernel's own macros too
   $<$<COMPILE_LANGUAGE:CXX>:-Wconversion -Wnon-virtual-dtor -Woverloaded-virtual>
   -fno-omit-frame-pointer -funwind-tables -fvisibility=hidden
   $<$<CONFIG:Release>:-ffunction-sections -fdata-sections>
@@ -66,7 +66,7 @@ if(TESSEL_SANITIZE)
   target_link_options(tessel_options INTERFACE -fsanitize=${TESSEL_SANITIZE})
 endif()
 
-# The wire contract: headers alone.
+# The wire records: headers only.
 add_library(tessel_wire INTERFACE)
 target_include_directories(tessel_wire INTERFACE ${PROJECT_SOURCE_DIR}/include)
 

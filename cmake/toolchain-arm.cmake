@@ -13,10 +13,10 @@ if(NOT EXISTS ${TESSEL_ARM_SYSROOT}/complete)
 endif()
 set(CMAKE_SYSROOT ${TESSEL_ARM_SYSROOT})
 
-# GCC tells at each call of some library templates that their parameters are passed otherwise since its version 7.
+# GCC notes at each call of some library templates that their parameters are passed differently since version 7.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
-# Programs of this machine, all else of the device's.
+# Programs from this machine, everything else from the device's system.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

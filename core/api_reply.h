@@ -11,7 +11,7 @@
 
 namespace tessel {
 
-// The request record: bytes that were not sent read as zero, bytes behind the record are ignored.
+// The request record: bytes that were not sent read as zero, bytes after the record are ignored.
 template <WireRecord Record>
 [[nodiscard]] Record ApiRequest(const void* payload, i32 size) {
     Record record{};
@@ -19,13 +19,13 @@ template <WireRecord Record>
     return record;
 }
 
-// The text that fills a payload behind its record.
+// The text that follows a record and fills the rest of the payload.
 class ApiText {
   public:
     // Logs, in the handler's name, when the payload ends inside the record of `recordBytes`.
     ApiText(const void* payload, i32 size, std::size_t recordBytes, CallSite where = CallSite::Current());
 
-    // NUL-terminated, also where the sender did not end it; null when the payload ends inside the record.
+    // NUL-terminated, even if the sender did not terminate it; null when the payload ends inside the record.
     [[nodiscard]] const char* Get() const {
         return hasText_ ? text_ : nullptr;
     }
@@ -43,7 +43,7 @@ i32 ApiReply(int fd, u32 type, const Record& record, CallSite where = CallSite::
     return ApiReplyBytes(fd, type, &record, sizeof(record), where);
 }
 
-// The 4-byte status: 0 for success, -1 for every failure, of which `failure` (null: nothing) is logged first.
+// The 4-byte status: 0 for success, -1 for every failure, before which `failure` (null: nothing) is logged.
 i32 ApiReplyStatus(int fd, u32 type, i32 result, const char* failure = nullptr, CallSite where = CallSite::Current());
 
 }  // namespace tessel

@@ -7,7 +7,7 @@ struct CallSite {
     const char* function;
     int line;
 
-    // As a default argument it is evaluated where the call stands.
+    // As a default argument it is evaluated at the place of the call.
     static constexpr CallSite Current(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) {
         return {function, line};
     }

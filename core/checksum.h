@@ -10,8 +10,8 @@
 
 namespace tessel {
 
-// Over the bytes of the spans as if they stood one behind the other; a last odd byte is padded with 0. In the byte
-// order of the bytes themselves: what it returns is stored as it is. Over a packet with its right checksum it is 0.
+// Over the bytes of the spans as if they were contiguous; an odd last byte is padded with 0. The result has the byte
+// order of the bytes themselves and is stored as it is. Over a packet with a correct checksum it is 0.
 [[nodiscard]] u16 InternetChecksum(std::initializer_list<std::span<const u8>> parts);
 
 // Of an ICMPv6 message whose own field is 0: with the pseudo header of RFC 8200 in front of it.

@@ -17,7 +17,7 @@ constexpr bool kIsForAll = kGroup[0] == '\0';
 
 constexpr gid_t kNoGroup = static_cast<gid_t>(-1);
 
-// Asked for anew each time: members may come and go.
+// Looked up each time: members may come and go.
 struct Group {
     Group() {
         group* found = nullptr;

@@ -9,13 +9,13 @@
 
 namespace tessel {
 
-// How the daemon's socket is to be made; null: as it always was, open to everybody. A group that this system does not
-// know is logged, and leaves the daemon's own user and root.
+// How the daemon's socket is to be made; null: as it always was, open to everybody. A group unknown to this system is
+// logged, and only the daemon's own user and root remain.
 [[nodiscard]] const SocketAccess* ClientAccess();
 
 // Whether a notification may go to a socket file of this owner and group. A file of the clients' group is a member's:
-// the kernel lets nobody else give that away. Of other files the owner has to be listed as a member, or have it as the
-// first group.
+// the kernel lets nobody else assign that group. For other files, the owner must be listed as a member or have it as
+// the primary group.
 [[nodiscard]] bool MayBeNotified(uid_t owner, gid_t group);
 
 }  // namespace tessel

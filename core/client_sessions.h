@@ -9,52 +9,53 @@
 
 namespace tessel {
 
-// `Session` holds what a client has asked for; Session{} is what a free slot holds. The lock is held by the caller of
-// Find, Take and Run, and never while a worker runs a tool, sends a notice or is waited for.
+// `Session` holds what a client has asked for; Session{} is what a free slot holds. The caller of Find, Take and Run
+// holds the lock, which is never held while a worker runs a tool, sends a notice or is waited for.
 template <typename Session, std::size_t kMax>
 class ClientSessions {
     struct Slot;
     using Slots = Sessions<Slot, kMax>;
 
   public:
-    // What a session's worker does. It reads its session without the lock, but for what clients change meanwhile. True:
-    // it has done its work, and the slot is free at once; false: the slot stays taken until the session is stopped.
+    // What a session's worker does. It reads its session without the lock, except for what clients may change
+    // meanwhile. True: its work is done, and the slot is free immediately; false: the slot stays taken until the
+    // session is stopped.
     using Body = bool (*)(const Worker& self, Session& session);
 
-    using Lock = typename Slots::Lock;  // behind Body: this makes clang look into Slot
+    using Lock = typename Slots::Lock;  // after Body: this makes clang look into Slot
 
     [[nodiscard]] Lock Hold() {
         return slots_.Hold();
     }
 
-    // The session of which matches(session) is true, also while it is being stopped; null when there is none.
+    // The session for which matches(session) is true, even while it is being stopped; null when there is none.
     template <typename Predicate>
     [[nodiscard]] Session* Find(const Lock& lock, Predicate matches) {
         Slot* const slot = slots_.Find(lock, [&](const Slot& each) { return matches(each.session); });
         return slot != nullptr ? &slot->session : nullptr;
     }
 
-    // The first free one, which the caller fills in and runs before letting go of the lock; null when all are taken.
+    // The first free one, which the caller fills in and runs before releasing the lock; null when all are taken.
     [[nodiscard]] Session* Take(const Lock& lock) {
         Slot* const slot = slots_.Take(lock);
         return slot != nullptr ? &slot->session : nullptr;
     }
 
     // Starts the worker of a session that was taken, in a thread of that name (a literal). False, with a log line, when
-    // there is no thread to be had: the slot is then free again.
+    // no thread can be started: the slot is then free again.
     [[nodiscard]] bool Run(const Lock& lock, Session& session, const char* threadName, Body body) {
         Slot& slot = *slots_.Find(lock, [&](const Slot& each) { return &each.session == &session; });
         slot.owner = this;
         slot.body = body;
-        // The slot's last worker has given it back as the last thing that it did: this takes no time.
+        // The slot's last worker gave it back as the last thing it did: this takes no time.
         AwaitEnd(slot.worker);
         if (slot.worker.Start(threadName, &ClientSessions::RunBody, &slot)) return true;
         Clear(lock, slot, Clearer::kClient);
         return false;
     }
 
-    // Ends the session of which matches(session) is true, whatever its worker waits for, and frees its slot. False when
-    // there is none, or when another thread is stopping it. Called without the lock.
+    // Ends the session for which matches(session) is true, whatever its worker waits for, and frees its slot. False
+    // when there is none, or when another thread is stopping it. Called without the lock.
     template <typename Predicate>
     bool Stop(Predicate matches) {
         Slot* slot = nullptr;

@@ -13,7 +13,7 @@ namespace tessel {
 
 namespace {
 
-// A line taken apart. Splitting cuts a text, and the line itself is kept for the log.
+// A line taken apart. Splitting cuts a copy; the line itself is kept for the log.
 class SplitLine {
   public:
     // Logs in the name of `where` when there is nothing to run.
@@ -46,7 +46,7 @@ struct ShellLine {
     }
 };
 
-// Executors log in the names under which applications' developers know them, whichever way they were called.
+// Executors log under the names by which application developers know them, however they were called.
 CallSite Named(const char* function, int line = __builtin_LINE()) {
     return {function, line};
 }

@@ -3,10 +3,10 @@
 // A command line is one text: the program, then its complete argument vector, argv[0] included ("ip ip addr show"). It
 // is split at blanks, there is no quoting, and nothing goes through a shell. The program is looked up along PATH.
 //
-// A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status are looked at. A program that
-// cannot be run counts as exit status 255. One that runs for longer than it may, or that a worker (core/worker.h) runs
-// which is asked to end, is killed with its process group and has failed. Tools start with an empty signal mask and
-// every signal at its default action.
+// A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status count. A program that cannot be
+// run counts as exit status 255. One that exceeds its time limit, or whose worker (core/worker.h) is asked to end, is
+// killed with its process group and counts as failed. Tools start with an empty signal mask and every signal at its
+// default action.
 //
 // Everything here ends in the seam (core/exec_seam.h): a program links either the file behind it that runs tools or the
 // one that only notes what would be run.
@@ -52,7 +52,7 @@ struct ToolOutput {
 // Composes a line by printf's rules. False, with a log line, when it does not fit: it is then empty.
 [[nodiscard, gnu::format(printf, 2, 3)]] bool ComposeCommand(CommandLine& line, const char* format, ...);
 
-// Runs a line. Its exit status (0 to 255), or -1 with a log line: not one word or too many, not started, killed.
+// Runs a line. Its exit status (0 to 255), or -1 with a log line: no word or too many, not started, killed.
 [[nodiscard]] i32 RunForStatus(const CommandLine& line, ToolOutput* output = nullptr);
 
 // Runs a line for what it does. 0, or -1 with the program's name and its output in the log.
@@ -64,7 +64,7 @@ struct ToolOutput {
 // Runs a line in the shell: its exit status, or -1 with a log line.
 [[nodiscard]] i32 RunShell(const char* line);
 
-// In which words a change is logged.
+// The words in which a change is logged.
 struct ChangeWords {
     const char* name = nullptr;  // in front of the line; null: the function's; empty: none
     const char* failure = "ExecCmd error!";
@@ -77,8 +77,8 @@ struct ChangeWords {
 [[nodiscard]] i32 RunReader(const CommandLine& line, ToolOutput& output);
 
 // Starts a program that outlives the call and is nobody's child afterwards. It inherits no descriptor but standard ones
-// on "/dev/null". `blocked` are the signals that it starts with blocked. 0, or -1 with a log line; a program that
-// cannot be run is logged as well, and is a success: it was started.
+// on "/dev/null". It starts with the signals in `blocked` blocked. 0, or -1 with a log line; a program that cannot be
+// run is also logged, but is a success: it was started.
 [[nodiscard]] i32 StartDetached(const CommandLine& line, std::initializer_list<int> blocked = {});
 // The same through the shell.
 [[nodiscard]] i32 StartDetachedShell(const char* line, CallSite where = CallSite::Current());
@@ -86,8 +86,8 @@ struct ChangeWords {
 }  // namespace tessel
 
 // Splits `cmd` in place at runs of `sep`; a separator at the start makes an empty first word. argv takes up to maxArgs
-// words and a null behind them: it has maxArgs + 1 entries. `maxLen` is the bound of cmd, NUL included. Returns 0, or
-// -1 with a log line (text longer than the bound, maxArgs words or more).
+// words and a null after them: it has maxArgs + 1 entries. `maxLen` is the bound of cmd, NUL included. Returns 0, or -1
+// with a log line (text longer than the bound, maxArgs words or more).
 i32 TesselBufToArgv(char* cmd, char** argv, i32 maxArgs, u32 maxLen, char sep);
 
 // Runs a program and waits for it; its output goes where the daemon's goes. Its pid is stored in *pid. Returns its exit
@@ -95,8 +95,8 @@ i32 TesselBufToArgv(char* cmd, char** argv, i32 maxArgs, u32 maxLen, char sep);
 i32 TesselExecShellProcess(const char* file, char** argv, pid_t* pid);
 
 // The same with standard output and error captured: the first `len` bytes (at most kToolOutputBytesMax) are stored in
-// `buf`, without a NUL, their number in *outLen; the rest is read and dropped, so that the tool is never blocked. What
-// the tool leaves running with the pipe open is not waited for.
+// `buf`, without a NUL, their number in *outLen; the rest is read and dropped, so the tool never blocks. Processes that
+// the tool leaves running with the pipe open are not waited for.
 i32 TesselExecShellPrcPipe(const char* file, char** argv, char* buf, u32 len, i32* outLen);
 
 // Splits `cmd` (bound maxLen, NUL included) and runs it. 0 when it exited with 0; else -1, and the log has the

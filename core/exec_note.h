@@ -1,4 +1,4 @@
-// What tools would be run: for programs that link core/exec_note.cpp instead of core/exec_run.cpp.
+// Which tools would be run: for programs that link core/exec_note.cpp instead of core/exec_run.cpp.
 #pragma once
 
 #include <functional>
@@ -18,10 +18,10 @@ struct ToolAnswer {
 // Answers a line ("ip -4 addr show dev eth0": the argument vector).
 using ToolScript = std::function<ToolAnswer(const std::string& line)>;
 
-// Lets `script` answer from now on; an empty one lets every tool succeed silently. Not while tools are being run.
+// Makes `script` answer from now on; an empty one makes every tool succeed silently. Not while tools are running.
 void AnswerTools(ToolScript script);
 
-// The lines run since the last call, in order. What is started for good ends in " &". Any thread may run tools.
+// The lines run since the last call, in order. The line of a detached program ends in " &". Any thread may run tools.
 [[nodiscard]] std::vector<std::string> TakeToolLines();
 
 }  // namespace tessel

@@ -35,7 +35,7 @@ constexpr int kExecFailedStatus = 255;
 #define SYS_close_range 436
 #endif
 
-// What exec would leave ignored; caught signals get their default action by it. Looked up with the first tool, not with
+// What exec would leave ignored; it gives caught signals their default action. Looked up for the first tool, not for
 // each: the daemon ignores signals as it starts, and never later.
 const sigset_t& IgnoredSignals() {
     static const sigset_t kIgnored = [] {
@@ -60,7 +60,7 @@ void ResetSignals(const sigset_t& ignored, const sigset_t& blocked) {
     sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
-// A pipe through which a child that cannot become a program says why: errno. It closes when the child has become one.
+// A pipe through which a child that cannot become a program reports errno. It closes when the child becomes one.
 class ExecReport {
   public:
     ExecReport() {
@@ -75,11 +75,11 @@ class ExecReport {
     [[nodiscard]] int WriteEnd() const {
         return writeEnd_.Get();
     }
-    // Called once the child has been made, which has an end of its own.
+    // Called once the child exists, which has an end of its own.
     void CloseWriteEnd() {
         writeEnd_.Reset();
     }
-    // Logs what has come. Waits for a child that has neither become a program nor ended yet.
+    // Logs what has arrived. Waits for a child that has neither become a program nor ended yet.
     void Log(CallSite where) {
         int error = 0;
         if (read(readEnd_.Get(), &error, sizeof(error)) != sizeof(error)) return;
@@ -159,7 +159,7 @@ class ChildWatch {
   public:
     explicit ChildWatch(pid_t pid) : pid_(pid), pidFd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
 
-    // Readable once the child has ended; -1 before Linux 5.3, where it is looked after now and then instead.
+    // Readable once the child has ended; -1 before Linux 5.3, where the child is checked now and then instead.
     [[nodiscard]] int Fd() const {
         return pidFd_.Get();
     }
@@ -173,7 +173,7 @@ class ChildWatch {
         constexpr int kMostMs = 100;
         return lookMs_ = std::min(lookMs_ * 2, kMostMs);
     }
-    // The output has ended: nearly always the tool, too.
+    // The output has ended: nearly always, so has the tool.
     void LookSoon() {
         lookMs_ = 1;
     }
@@ -187,12 +187,12 @@ class ChildWatch {
 enum class End { kExited, kTooLong, kStopped };
 
 // Reads the output until the child has ended, the time is over or the worker is asked to end. The end of the output
-// says little: a tool may close it and go on, and a program that it left running may hold it open, or write into it,
+// says little: a tool may close it and continue, and a program that it left running may hold it open, or write into it,
 // for ever.
 End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, milliseconds limit) {
     const Worker* const worker = Worker::Current();
     constexpr u32 kReadsPerLook = 64;
-    // What most tools print fits into the pipe, and then they end: read at their end, it wakes nobody before.
+    // What most tools print fits into the pipe, and then they end: reading it only then avoids earlier wake-ups.
     constexpr milliseconds kBrief(10);
     const Deadline deadline(limit);
     const Deadline briefEnd(std::min(limit, kBrief));
@@ -258,7 +258,8 @@ void CloseFrom(int first) {
         close(static_cast<int>(fd));
 }
 
-// In the grandchild. Its report moves to the first descriptor behind the standard ones, so that all others can go.
+// In the grandchild. Its report moves to the first descriptor after the standard ones, so that all others can be
+// closed.
 [[noreturn]] void BecomeDetached(const Tool& tool, const sigset_t& blocked, int nullFd, int reportFd) {
     constexpr int kReportFd = STDERR_FILENO + 1;
     ResetSignals(IgnoredSignals(), blocked);
@@ -313,14 +314,14 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
 }
 
 i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where) {
-    (void)IgnoredSignals();  // the child finds them looked up
+    (void)IgnoredSignals();  // looked up before the child needs them
     ExecReport report;
     const UniqueFd nullFd(open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!report.IsOpen() || !nullFd.IsOpen()) {
         LogPerror(where, "fork error");
         return -1;
     }
-    // Not vfork: two within each other share a stack that neither the C library nor a sanitizer is prepared for.
+    // Not vfork: nested ones share a stack, for which neither the C library nor a sanitizer is prepared.
     const pid_t child = fork();
     if (child == 0) {
         // NOLINTBEGIN(clang-analyzer-unix.Vfork, clang-analyzer-security.insecureAPI.vfork)

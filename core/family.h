@@ -34,7 +34,7 @@ struct AddressText {
     char text[INET6_ADDRSTRLEN] = {};
 };
 
-// True for the text of an address of this family, and of nothing else: no host name, no prefix length, no scope.
+// True for the text of an address of this family, and nothing else: no host name, no prefix length, no scope.
 [[nodiscard]] inline bool IsAddressText(const AddressFamily& family, const char* text) {
     u8 address[16];
     return inet_pton(family.code, text, address) == 1;

@@ -39,7 +39,7 @@ FileRights::FileRights(const ucred& process) : isForeign_(process.uid != geteuid
     if (groupCount_ < 0 || !SetThreadGroups(0, nullptr)) return;
     setfsgid(process.gid);
     setfsuid(process.uid);
-    // They return what was before, whether or not it was changed; -1 changes nothing.
+    // They return the previous value, whether or not they changed it; -1 changes nothing.
     areTaken_ = static_cast<uid_t>(setfsuid(static_cast<uid_t>(-1))) == process.uid &&
                 static_cast<gid_t>(setfsgid(static_cast<gid_t>(-1))) == process.gid;
 }
@@ -49,7 +49,7 @@ FileRights::~FileRights() {
     setfsuid(geteuid());
     setfsgid(getegid());
     if (groupCount_ >= 0) (void)SetThreadGroups(groupCount_, groups_);
-    // The kernel takes a change of users for a reason to write no more core files.
+    // A change of user makes the kernel stop writing core files.
     (void)prctl(PR_SET_DUMPABLE, dumpable_);
 }
 

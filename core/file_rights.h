@@ -1,4 +1,4 @@
-// Opening files on behalf of a client, which must not reach more of them than it does itself.
+// Opening files on behalf of a client, which must not reach more of them than it could itself.
 #pragma once
 
 #include <sys/socket.h>
@@ -8,11 +8,11 @@
 
 namespace tessel {
 
-// Who is at the other end of a connection. The user is -1, which nobody is, where that cannot be said.
+// Who is at the other end of a connection. The user is -1, which nobody is, when that is unknown.
 [[nodiscard]] ucred PeerOf(int connection);
 
-// While one lives, its thread opens and makes files with the rights of another process's user and group, without other
-// groups. Nothing changes for a process of the thread's own user.
+// While one lives, its thread opens and creates files with the rights of another process's user and group, without
+// other groups. Nothing changes for a process of the thread's own user.
 class FileRights {
   public:
     explicit FileRights(const ucred& process);
@@ -20,7 +20,7 @@ class FileRights {
     FileRights(const FileRights&) = delete;
     FileRights& operator=(const FileRights&) = delete;
 
-    // False when they could not be had: nothing may be opened then.
+    // False when they could not be taken: nothing may be opened then.
     [[nodiscard]] bool AreTaken() const {
         return areTaken_;
     }

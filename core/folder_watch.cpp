@@ -8,7 +8,7 @@ namespace tessel {
 bool FolderWatch::IsUnchanged(u64 tick) {
     constexpr u64 kTrustMs = 1000;
     constexpr u32 kNames = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
-    // Reported once: a folder in which a lot goes on costs nothing while nobody asks.
+    // Reported once: a busy folder costs nothing while nobody asks.
     constexpr u32 kEvents = kNames | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_ONESHOT;
     alignas(inotify_event) char events[1024];  // an event and the end of its watch
     const bool hasFired = events_.IsOpen() && read(events_.Get(), events, sizeof(events)) > 0;

@@ -1,4 +1,4 @@
-// Notices cheaply that names have appeared in a folder or gone from it.
+// Notices cheaply when names appear in a folder or disappear from it.
 #pragma once
 
 #include "core/types.h"
@@ -8,12 +8,12 @@ namespace tessel {
 
 class FolderWatch {
   public:
-    // `path` outlives it. Nothing is opened before the first question.
+    // `path` outlives it. Nothing is opened before the first call.
     explicit FolderWatch(const char* path) : path_(path) {}
 
-    // True when every name is there, or missing, as it was when this was false last: one system call. False at least
-    // once a second (`tick`: milliseconds of a clock that never stands at 0), because another file system may have been
-    // mounted over the folder, and always where the kernel watches nothing.
+    // True when every name is present or missing as it was when this was last false: one system call. False at least
+    // once a second (`tick`: milliseconds of a clock that is never 0), because another file system may have been
+    // mounted over the folder, and always if the kernel watches nothing.
     [[nodiscard]] bool IsUnchanged(u64 tick);
 
   private:

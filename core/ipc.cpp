@@ -44,7 +44,7 @@ constexpr int kFileWaitRounds = 5;
 constexpr int kConnectAttempts = 3;
 constexpr milliseconds kRetry = std::chrono::seconds(1);
 
-// Of a notification: five seconds for the socket's file, three for somebody who listens there.
+// For a notification: five seconds for the socket's file, three for a listener there.
 constexpr int kCallbackConnectMs = 8000;
 
 // Header and payload in one block; what a request may carry fits without the heap.
@@ -84,12 +84,12 @@ Progress SendSome(int fd, std::span<const char>& rest) {
 struct Limits {
     int connectMs = tessel::kIpcTimeoutMs;
     int exchangeMs = tessel::kIpcTimeoutMs;    // for writing, and again for reading
-    int stopFd = -1;                           // readable: it ends at once. -1: there is none
-    tessel::SocketJudge mayConnect = nullptr;  // null: whatever bears the name, or a link to it
+    int stopFd = -1;                           // readable: it ends immediately. -1: none
+    tessel::SocketJudge mayConnect = nullptr;  // null: anything of that name, or a link to it
 };
 
-// Sends the whole message. It is tried first and waited for only when the socket is full: a reply nearly always fits.
-// 0, -1 (`failure` logged, or the wait failed) or TESSEL_IPC_WRITE_TIMEOUT; writeFailed is what a failed write yields.
+// Sends the whole message. It tries first and waits only when the socket is full: a reply nearly always fits. 0, -1
+// (`failure` logged, or the wait failed) or TESSEL_IPC_WRITE_TIMEOUT; writeFailed is what a failed write yields.
 i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, const Limits& limits, const char* failure,
                 i32 writeFailed, CallSite where) {
     MessageBuffer message(static_cast<std::size_t>(head.size));
@@ -100,7 +100,7 @@ i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, const Limits& 
     memcpy(message.Get(), &head, sizeof(head));
     if (head.size > 0) memcpy(message.Get() + sizeof(head), data, static_cast<std::size_t>(head.size));
     std::span<const char> rest(message.Get(), message.Bytes());
-    std::optional<Deadline> deadline;  // from the first time that it does not fit
+    std::optional<Deadline> deadline;  // from the first time it does not fit
     while (true) {
         const Progress progress = SendSome(fd, rest);
         if (progress == Progress::kComplete) return TESSEL_IPC_OK;
@@ -124,7 +124,7 @@ i32 SendMessage(int fd, const IpcMsgHead& head, const void* data, const Limits& 
     }
 }
 
-// One exchange: who is spoken to, what is sent, where the reply goes, and the words in which failures are logged.
+// One exchange: with whom, what is sent, where the reply goes, and the words in which failures are logged.
 struct Exchange {
     const char* socketName;
     IpcMsgHead head;
@@ -142,7 +142,7 @@ i32 ReceiveReply(int fd, const Exchange& exchange, CallSite where) {
     MessageBuffer buffer(static_cast<std::size_t>(exchange.replySize));
     if (buffer.Get() == nullptr) {
         tessel::LogPerror(where, "XMALLOC error");
-        // Like every positive result a number of bytes: those of the request.
+        // Like every positive result, a number of bytes: those of the request.
         return static_cast<i32>(sizeof(IpcMsgHead)) + exchange.head.size;
     }
     switch (tessel::WaitReady(fd, POLLIN, Deadline(milliseconds(exchange.limits.exchangeMs)), exchange.limits.stopFd)) {
@@ -192,8 +192,8 @@ bool ConnectOnce(int fd, const sockaddr_un& address, const Deadline& deadline, i
     }
 }
 
-// The same to a socket that anybody can have put there: opened without following a link and judged before it is
-// connected to by its descriptor, so that nobody can exchange it in between.
+// The same for a socket that anybody may have put there: it is opened without following a link, judged, and then
+// connected to by its descriptor, so that nobody can swap it in between.
 bool ConnectJudged(int fd, const sockaddr_un& address, const Deadline& deadline, const Limits& limits, CallSite where) {
     const UniqueFd file(open(address.sun_path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
@@ -274,7 +274,7 @@ i32 SendAndReceive(const Exchange& exchange, CallSite where) {
                   exchange.head.flag);
     const i32 sent = SendMessage(fd.Get(), exchange.head, exchange.data, exchange.limits, exchange.writeFailure,
                                  TESSEL_IPC_WRITE_FAILED, where);
-    // Reported as success: callers rely on it, and know it by the untouched reply.
+    // Reported as success: callers rely on it, and recognise it by the untouched reply.
     if (sent == TESSEL_IPC_WRITE_TIMEOUT) return TESSEL_IPC_OK;
     if (sent != TESSEL_IPC_OK || exchange.reply == nullptr) return sent;
     return ReceiveReply(fd.Get(), exchange, where);

@@ -136,8 +136,8 @@ void ComposePrefix(Line& line, LogKind kind, CallSite where) {
     }
 }
 
-// Control characters that the format does not have come from outside. What a tool prints may have several lines, but
-// none of them begins as one of the log does.
+// Control characters that are not in the format come from outside. A tool's output may have several lines, but none of
+// them may begin like a line of the log.
 void KeepLinesApart(char* text, std::size_t length, const char* format) {
     constexpr std::string_view kBeginning = "[TESSEL_";
     const char* const end = format + strlen(format) - 1;  // its newline

@@ -8,8 +8,8 @@
 //   PERROR   as ERR; adds errno and its text
 //
 // No form fails its caller or changes errno. A line that goes nowhere does not evaluate its arguments. Control
-// characters that come with a client's, a tool's or a host's text become blanks, but for tabs and for line breaks: of
-// those only where a line of the log would seem to begin behind them.
+// characters in text from a client, a tool or a host become blanks, except for tabs, and for line breaks unless a log
+// line would seem to begin after them.
 #pragma once
 
 #include <chrono>
@@ -29,9 +29,9 @@ enum class LogKind { kError, kPrint, kDebug };
 [[nodiscard]] bool LogWanted(LogKind kind);
 
 // While one lives, its thread looks each switch file up once, and again after every tick of the system's clock, instead
-// of once a line: a request that logs a dozen lines to nowhere costs two look-ups. With a watch over kLogSwitchFolder,
-// which is this thread's alone and lives as long as the thread, it asks that instead: what it knew when the last one
-// ended is good until the watch has noticed something. The server holds one for each request.
+// of once per line: a request that logs a dozen lines to nowhere costs two look-ups. With a watch over
+// kLogSwitchFolder, which is this thread's alone and lives as long as the thread, it asks that instead: what was known
+// when the last one ended stays valid until the watch notices something. The server holds one for each request.
 class LogSwitchMemory {
   public:
     explicit LogSwitchMemory(FolderWatch* watch = nullptr);
@@ -43,8 +43,8 @@ class LogSwitchMemory {
     bool outerRemembers_;
 };
 
-// While one lives, its thread logs so many lines in a period at most: for what somebody outside can make happen at
-// will. How many were left out is logged with the first line of a later period.
+// While one lives, its thread logs at most so many lines per period: for what an outsider can trigger at will. The
+// number of lines left out is logged with the first line of a later period.
 class LogLimit {
   public:
     LogLimit(u32 lines, std::chrono::milliseconds period);

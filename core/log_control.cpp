@@ -22,11 +22,11 @@ const char g_achLogLevel[4][16] = {"err", "warning", "notice", "info"};
 
 namespace {
 
-// Time for writers to finish before a file is closed. The lock alone makes closing safe; applications know that it
-// takes a second.
+// Time for writers to finish before a file is closed. The lock alone makes closing safe; applications expect it to take
+// a second.
 constexpr unsigned kCloseDelaySeconds = 1;
 
-// One of the two files, the codes that concern it, and its path when none is given.
+// One of the two files, the codes that concern it, and its default path.
 struct FileRole {
     std::FILE*& file;
     std::atomic<i32>& flag;
@@ -35,8 +35,8 @@ struct FileRole {
     const char* defaultPath;
 };
 
-// Puts `file` in the place of the role's file and returns the old one, for the caller to close: the disk may take its
-// time over that, and no line waits for it.
+// Replaces the role's file with `file` and returns the old one for the caller to close: the disk may take its time over
+// that, and no line waits for it.
 std::FILE* Exchange(const FileRole& role, std::FILE* file) {
     const std::lock_guard lock(g_logFileLock);
     return std::exchange(role.file, file);
@@ -59,7 +59,7 @@ bool IsOurs(int file, uid_t client) {
     return status.st_nlink == 1 && (status.st_uid == geteuid() || status.st_uid == client);
 }
 
-// Opens or creates what the client could as well; the default file, which no client chooses, by this process's right.
+// Opens or creates what the client itself could; the default file, which no client chooses, with this process's rights.
 UniqueFd OpenFor(const ucred& client, const FileRole& role, const char* path) {
     constexpr mode_t kMode = 0666;
     constexpr int kFlags = O_RDWR | O_CREAT;

@@ -14,7 +14,7 @@ i32 TesselDebugLevelSet(i32 level);
 
 // Opens (1, 5) or closes (2, 6) the library's log file as ctl->eCmd says; 3 and 4 do nothing. Opening truncates;
 // closing takes a second. Returns 0, or -1 with a log line: null, a code outside 1 to 6, or a file that cannot be
-// opened. Links, other names of a file and files of other users than this process's are not opened.
+// opened. Links, files with several names and files of users other than this process's are not opened.
 i32 LogLibFileManage(const LogFileCtl* ctl);
 
 // The same for the daemon's log file: 3 and 5 open, 4 and 6 close, 1 and 2 do nothing.
@@ -22,8 +22,8 @@ i32 LogDaemonFileManage(const LogFileCtl* ctl);
 
 namespace tessel {
 
-// The same on behalf of a client: but for the default file, what is opened or created is what the client itself could,
-// and it may be the client's own.
+// The same on behalf of a client: except for the default file, it opens or creates only what the client itself could,
+// and the file may be the client's own.
 i32 ManageDaemonLogFile(const LogFileCtl& ctl, const ucred& client);
 
 }  // namespace tessel

@@ -19,7 +19,7 @@ namespace tessel {
 
 namespace {
 
-// The socket that interface ioctls go through, opened with the first of them and kept: making one costs ten times what
+// The socket that interface ioctls go through, opened for the first of them and kept: creating one costs ten times what
 // the ioctl costs. It carries no state, so any thread may use it at any time. -1 with errno when there is none.
 int IoctlSocket() {
     static std::atomic<int> keptSocket{-1};

@@ -12,7 +12,7 @@ namespace tessel {
 
 enum class InterfaceAnswer { kAnswered, kNoSocket, kRefused };
 
-// In which words a question is logged that was not answered; null: not at all.
+// The words in which an unanswered question is logged; null: not at all.
 struct InterfaceWords {
     const char* noSocket = "socket error";
     const char* refused = "ioctl error";
@@ -23,9 +23,9 @@ struct InterfaceWords {
 [[nodiscard]] InterfaceAnswer AskInterface(const char* name, unsigned long request, ifreq& question,
                                            const InterfaceWords& words = {}, CallSite where = CallSite::Current());
 
-// True for what can name an interface: what the kernel takes, 1 to 15 characters, none of them '/' or ':', not "." or
-// "..", and one word of a line (core/text.h), without control characters, which the kernel would take. False with a log
-// line.
+// True for what can name an interface: what the kernel accepts (1 to 15 characters, no '/' or ':', not "." or "..")
+// that is also one word of a line (core/text.h) without control characters, which the kernel would accept. False with a
+// log line.
 [[nodiscard]] bool IsInterfaceName(const char* name, CallSite where = CallSite::Current());
 
 // The same without a log line.

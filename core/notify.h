@@ -14,8 +14,8 @@ struct NoticeSocket {
 };
 
 // Delivers one notification, at most TESSEL_PAYLOAD_MAX bytes. Returns TESSEL_IPC_OK or another result of tessel/ipc.h;
-// what failed is logged, but for the sender's own words. Takes up to 8 seconds to connect while nobody accepts; a
-// worker's (core/worker.h) ends as soon as that is asked to end. It has not failed then: nobody waits for it any more.
+// failures are logged, apart from the sender's own words. Takes up to 8 seconds to connect while nobody accepts; in a
+// worker (core/worker.h) it ends as soon as that is asked to end. This is not a failure: nobody waits for it any more.
 [[nodiscard]] i32 NotifyBytes(const NoticeSocket& socket, u32 event, const void* data, i32 size);
 
 template <WireRecord Record>

@@ -1,4 +1,4 @@
-// Reading a payload whose parts say themselves how long they are.
+// Reading a payload whose parts state their own lengths.
 #pragma once
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 
 namespace tessel {
 
-// Goes through the bytes once. The first step that the rest is too short for fails, and every one behind it.
+// Goes through the bytes once. The first step for which too little is left fails, and so does every later one.
 class PayloadCursor {
   public:
     PayloadCursor(const void* payload, i32 size)

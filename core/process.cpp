@@ -50,7 +50,7 @@ bool ReadProcessFile(const char* dir, const char* entry, const char* file, char*
     return ReadFileToBuf(path, buffer, bytes) >= 0;
 }
 
-// Each argument in "/proc/PID/cmdline" ends with a NUL. With blanks in their place they are one text.
+// Each argument in "/proc/PID/cmdline" ends with a NUL. With blanks instead, they are one text.
 void JoinArguments(char* cmdline, i32 bytes) {
     i32 last = bytes;
     while (last > 0 && cmdline[last - 1] == '\0')
@@ -144,7 +144,7 @@ bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const ch
 i32 CheckCmdByPid(i32 pid, const char* name) {
     char wanted[16];
     snprintf(wanted, sizeof(wanted), "%d", pid);
-    // Searched for in the listing: the path "/proc/TID" exists for a mere thread, too.
+    // Searched for in the listing: the path "/proc/TID" exists for a mere thread too.
     const i32 found = FindSubdirectory("/proc", "read dir error!", CallSite::Current(),
                                        [&](const char* entry) { return strcmp(entry, wanted) == 0; });
     if (found < 0) return -1;

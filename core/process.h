@@ -18,10 +18,10 @@ i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* nam
 namespace tessel {
 
 // The process whose command line contains `pattern`, has `word` as one of its words and does not contain `except`
-// (null: whatever else it has); 0 when there is none or `word` is empty.
+// (null: anything may be in it); 0 when there is none or `word` is empty.
 [[nodiscard]] i32 FindInterfaceProcess(const char* pattern, const char* word, const char* except);
 
-// True when process `pid` is such a one.
+// True when `pid` is such a process.
 [[nodiscard]] bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except);
 
 // The process that is called `program`, whatever its command line says, and has `word` as one of its words there; 0

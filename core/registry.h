@@ -1,8 +1,8 @@
 // The command registry: which handler serves which command code.
 //
 // A handler is called on the server's thread with the accepted connection, the code, the payload (behind the header, in
-// the server's buffer, which the next request reuses) and the header's payload size (0 to 3072): so much of it was sent
-// or is zero; what lies behind it means nothing. It replies itself and does not close the connection. Its result is
+// the server's buffer, which the next request reuses) and the header's payload size (0 to 3072): that much of it was
+// sent or is zero; what follows means nothing. It replies itself and does not close the connection. Its result is
 // ignored.
 #pragma once
 

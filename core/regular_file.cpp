@@ -9,7 +9,7 @@
 namespace tessel {
 
 UniqueFd OpenRegularFile(const char* path, int flags, mode_t mode) {
-    // Truncated only when it turns out to be a file: not so that a device or FIFO is touched before.
+    // Truncated only once it has turned out to be a file: no device or FIFO is touched before.
     const bool isTruncated = (flags & O_TRUNC) != 0;
     UniqueFd file(open(path, (flags & ~O_TRUNC) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, mode));
     struct stat status {};

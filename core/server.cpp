@@ -27,7 +27,7 @@ constexpr timeval kRequestTimeout{.tv_sec = 5, .tv_usec = 0};
 
 constexpr unsigned kRebuildSeconds = 1;
 
-// Something that keeps the socket from being made, such as a folder of its name, may stay. Said once in this time.
+// Something that keeps the socket from being made, such as a folder of its name, may persist. Logged once in this time.
 constexpr std::chrono::seconds kComplaintTime(60);
 
 constexpr useconds_t kShortagePauseUs = 100'000;
@@ -69,7 +69,7 @@ static_assert(sizeof(Request) == sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, "read 
 
 // One read of what the client has written or is about to write. False with a log line.
 bool ReadRequest(int connection, Request& request) {
-    // Nearly always it is there already.
+    // Nearly always it has already arrived.
     ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
         setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof(kRequestTimeout));
@@ -84,7 +84,7 @@ bool ReadRequest(int connection, Request& request) {
         TESSEL_ERR_AT(CallSite::Current(kServer), "read error!");
         return false;
     }
-    // What a client announces and does not send is zero, not what an earlier one sent.
+    // What a client announces but does not send is zero, not what an earlier one sent.
     const auto clearUpTo = [&request, begin = static_cast<std::size_t>(count)](std::size_t end) {
         if (begin < end) memset(reinterpret_cast<char*>(&request) + begin, 0, end - begin);
     };
@@ -119,7 +119,7 @@ UniqueFd AcceptClient(int listener) {
     while (true) {
         UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
         if (connection.IsOpen()) return connection;
-        // A signal, or a client that has gone already, says nothing about the listening socket.
+        // A signal, or a client that is already gone, says nothing about the listening socket.
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (!IsShortage(errno)) return connection;
         if (!isShortKnown) tessel::LogPerror(CallSite::Current(kServer), "accept error");
@@ -150,7 +150,7 @@ i32 IpcApiDaemonInit() {
         tessel::LogLimit limit(isSilent ? 0 : UINT32_MAX, kComplaintTime);
         if (isRebuilt && !isSilent) silence = tessel::Deadline(kComplaintTime);
         TESSEL_PERROR("accept error");
-        // That a socket could not be bound shows only here, and its cause may last.
+        // A failure to bind shows only here, and its cause may persist.
         if (isRebuilt) {
             TESSEL_ERR("creat unix domain server fail, sleep a while!");
             sleep(kRebuildSeconds);

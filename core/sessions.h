@@ -1,4 +1,4 @@
-// A fixed pool of sessions, for features that serve so many clients at a time and no more.
+// A fixed pool of sessions, for features that serve a limited number of clients at a time.
 #pragma once
 
 #include <array>
@@ -9,8 +9,8 @@ namespace tessel {
 
 // `Session` is constructed once for each slot and used again and again: whoever takes one fills it in.
 //
-// The pool's lock is held by the caller of Find, Take and GiveBack, and never while a worker is joined or a tool runs.
-// A session that Take has handed out belongs to whoever took it until it is given back.
+// The caller of Find, Take and GiveBack holds the pool's lock, which is never held while a worker is joined or a tool
+// runs. A session handed out by Take belongs to whoever took it until it is given back.
 template <typename Session, std::size_t kMax>
 class Sessions {
   public:
@@ -20,7 +20,7 @@ class Sessions {
         return Lock(mutex_);
     }
 
-    // The session in use of which matches(session) is true; null when there is none.
+    // The session in use for which matches(session) is true; null when there is none.
     template <typename Predicate>
     [[nodiscard]] Session* Find(const Lock&, Predicate matches) {
         for (Slot& slot : slots_) {
@@ -29,7 +29,7 @@ class Sessions {
         return nullptr;
     }
 
-    // The first free one, which is in use from now on; null when all are.
+    // The first free one, now in use; null when all are.
     [[nodiscard]] Session* Take(const Lock&) {
         for (Slot& slot : slots_) {
             if (slot.isInUse) continue;

@@ -68,7 +68,7 @@ struct ByteList {
     i32 count = 0;
 };
 
-// Position of the first character of `piece` that is no hexadecimal digit; its length when all are.
+// Position of the first character of `piece` that is not a hexadecimal digit; its length when all are.
 std::size_t HexDigits(const char* piece) {
     std::size_t position = 0;
     while (isxdigit(static_cast<unsigned char>(piece[position])) != 0)

@@ -15,8 +15,8 @@ class LineReader {
     // Takes over the descriptor and reads `limitBytes` of it at most.
     LineReader(UniqueFd file, u32 limitBytes) : file_(std::move(file)), leftBytes_(limitBytes) {}
 
-    // The next line without its newline, terminated; of a line that is longer than the field its next part. False at
-    // the end, at the limit and when the file cannot be read.
+    // The next line without its newline, terminated; for a line longer than the field, its next part. False at the end,
+    // at the limit and when the file cannot be read.
     [[nodiscard]] bool Next(std::span<char> line);
 
   private:

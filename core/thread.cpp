@@ -37,7 +37,7 @@ void BlockSignals() {
 
 void ApplyPriority(const ThreadStart& start) {
     if (start.policy != SCHED_RR) {
-        // On Linux this concerns the calling thread alone. Without privilege it stays as it is.
+        // On Linux this affects only the calling thread. Without privilege it changes nothing.
         errno = 0;
         (void)!nice(-start.prio);
         return;

@@ -1,7 +1,7 @@
 // Threads: named, with signals left to the main thread, with a raised priority.
 //
 // Nothing is ever cancelled. Threads that are stopped are Workers (core/worker.h); those that live as long as the
-// daemon are detached from their birth.
+// daemon are detached from the start.
 #pragma once
 
 #include <pthread.h>
@@ -20,7 +20,7 @@ constexpr i32 kThreadPriorityStep = 5;
 // real-time priority is. Returns the thread, or 0 with a log line.
 pthread_t ThreadSpawn(const char* name, ThreadFunction fn, void* arg, u32 stackSize, i32 policy, i32 prio);
 
-// The same, detached from its birth: the returned id only says that it was started.
+// The same, detached from the start: the returned id only says that it was started.
 pthread_t ThreadSpawnDeatched(const char* name, ThreadFunction fn, void* arg, u32 stackSize, i32 policy, i32 prio);
 
 void ThreadYield();

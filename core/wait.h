@@ -33,7 +33,7 @@ enum class Wait {
 // (-1: none) is looked at first. Signals do not lengthen it.
 [[nodiscard]] Wait WaitReady(int fd, short events, const Deadline& deadline, int stopFd = -1);
 
-// Waits for the deadline. False when stopFd became readable before.
+// Waits until the deadline. False when stopFd became readable first.
 [[nodiscard]] bool SleepUntil(const Deadline& deadline, int stopFd = -1);
 
 }  // namespace tessel

@@ -61,7 +61,7 @@ bool Worker::AwaitEnd(milliseconds limit) {
         const std::lock_guard lock(lock_);
         if (isRunning_) endFd_ = MakeEventFd();
     }
-    // Without a descriptor this takes all of the time.
+    // Without a descriptor this takes the whole time.
     if (isRunning_) (void)WaitReady(endFd_.Get(), POLLIN, deadline);
     {
         const std::lock_guard lock(lock_);
@@ -93,7 +93,7 @@ void Worker::Join() {
     thread_ = 0;
 }
 
-// Gives the descriptor back at once: until it is joined, a worker that ended by itself may rest for ever.
+// Gives the descriptor back immediately: a worker that ended by itself may wait for ever to be joined.
 void Worker::SetEnded() {
     const std::lock_guard lock(lock_);
     isWanted_ = false;

@@ -1,7 +1,7 @@
 // One thread with one owner, who starts it, asks it to end, and joins it exactly once.
 //
 // Nothing is ever cancelled: every wait of a body ends when it is asked to end. The owner's calls (Start, AwaitEnd, the
-// destructor) come one at a time; AskToEnd comes from any thread.
+// destructor) are made one at a time; AskToEnd may come from any thread.
 #pragma once
 
 #include <pthread.h>
@@ -22,19 +22,19 @@ class Worker {
     using Body = void (*)(Worker& self, void* session);
 
     Worker() = default;
-    // Asks it to end and joins it, as long as that takes.
+    // Asks it to end and joins it, however long that takes.
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    // Runs the body in a thread of that name (a literal). A former body that has ended by itself is joined first. False
-    // when one is still running, and with a log line when there is no thread or descriptor to be had.
+    // Runs the body in a thread of that name (a literal). A previous body that ended by itself is joined first. False
+    // when one is still running, or, with a log line, when no thread or descriptor is available.
     [[nodiscard]] bool Start(const char* name, Body body, void* session);
 
-    // Wakes every wait of the body; from any thread, also twice, also when it does not run.
+    // Wakes every wait of the body; from any thread, even twice, even when it does not run.
     void AskToEnd();
 
-    // Joins the body. False: it is still busy. True at once when none was started.
+    // Joins the body. False: it is still busy. True immediately when none was started.
     [[nodiscard]] bool AwaitEnd(std::chrono::milliseconds limit);
 
     // True from a successful Start until the body has ended, joined or not.
@@ -42,8 +42,8 @@ class Worker {
         return isRunning_;
     }
 
-    // The worker whose body calls; null in any other thread. Tools that it runs and notices that it sends end when it
-    // is asked to end.
+    // The worker whose body makes the call; null in any other thread. Tools that it runs and notices that it sends end
+    // when it is asked to end.
     [[nodiscard]] static const Worker* Current();
 
     // For the body.
@@ -51,7 +51,7 @@ class Worker {
     [[nodiscard]] bool IsWanted() const {
         return isWanted_.load(std::memory_order_relaxed);  // StopFd orders everything else
     }
-    // The only sleep of a worker. False: not wanted any more.
+    // The only sleep of a worker. False: no longer wanted.
     [[nodiscard]] bool Sleep(std::chrono::milliseconds time) const;
     // Waits until `fd` is ready for `events` (POLLIN ...), the time is over or it is asked to end.
     [[nodiscard]] Wait WaitFor(int fd, short events, std::chrono::milliseconds time) const;
@@ -70,8 +70,8 @@ class Worker {
     void* session_ = nullptr;
     std::atomic<bool> isWanted_{false};
     std::atomic<bool> isRunning_{false};
-    std::mutex lock_;  // held while a descriptor is opened, written and closed: each has several who may do so
-    UniqueFd stopFd_;  // eventfd, as is the next; open while the body runs
+    std::mutex lock_;  // held while a descriptor is opened, written and closed: several threads may do so
+    UniqueFd stopFd_;  // eventfd, like the next; open while the body runs
     UniqueFd endFd_;   // becomes readable when the body ends; open while the owner waits for that
 };
 

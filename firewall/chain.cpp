@@ -18,7 +18,7 @@ using tessel::RunRule;
 
 namespace {
 
-// Every line this file runs that is no rule: the program, then its argument vector.
+// Every line this file runs that is not a rule: the program, then its argument vector.
 constexpr char kCreate[] = "%s %s -t filter -N %s";
 constexpr char kFlush[] = "%s %s -t filter -F %s";
 
@@ -45,7 +45,7 @@ struct FilterList {
 
 constexpr FilterList kWhite[] = {
     {"iptables", "whitelist", "blacklist", "-I", " -s 127.0.0.0/8", true, kNotCared, kNotCared},
-    // The one loopback rule that is appended. It still stands in front of the DROP rule, which is appended after it.
+    // The one loopback rule that is appended. It still precedes the DROP rule, which is appended after it.
     {"ip6tables", "whitelist", "blacklist", "-A", " -s ::1/64", true, kNotCared, kNotCared},
 };
 constexpr FilterList kBlack[] = {
@@ -53,7 +53,7 @@ constexpr FilterList kBlack[] = {
     {"ip6tables", "blacklist", "whitelist", "-I", " -s ::1/64", false, kNotCaredBlank, kNotCared},
 };
 
-// Adding a rule that is there already is a success.
+// Adding a rule that already exists is a success.
 i32 Apply(const Rule& rule, const char* failure, CallSite where) {
     return RunRule(rule, failure, nullptr, where).value_or(0);
 }
@@ -111,7 +111,7 @@ i32 AddChain(u16 ipType, const char* name) {
         result = ComposeCommand(line, kCreate, program, program, name) ? RunChange(line, {.name = ""}) : -1;
     }
     if (strcmp(name, kIcmpChain) != 0) return result;
-    // For both protocols, whichever the chain was made for: where the other has no such chain, its jump fails.
+    // For both protocols, whichever the chain was made for: if the other has no such chain, its jump fails.
     for (const char* program : kPrograms) {
         result = RunRule({program, "-I", "INPUT", "", name}).value_or(result);
     }

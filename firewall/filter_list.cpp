@@ -97,7 +97,7 @@ i32 IpFilterListManage(u32 operation, const TNetIpFilter& entry) {
     const Rule rule{list.program, found->ipWord, found->chain, match.text, found->target};
     if (isKnown && (!ComposeIpMatch(match, entry) || !ComposeRule(line, rule))) return -1;
     const bool isDel = strcmp(rule.operation, "-D") == 0;
-    // Takes the place of the line that every other change logs; here also for a rule that is there already.
+    // Replaces the line that every other change logs; here also for a rule that already exists.
     TESSEL_PRT("achCmdBuf: %s , del flag :%d", line.text, isDel ? 1 : 0);
     if (!isDel && RuleCheck(line.text) != 0) return 0;
     if (isKnown && found->isLogged) (void)RunLogRule(rule, list.log);  // the rule itself matters more

@@ -1,6 +1,6 @@
 // Entries of the white and the black list.
 //
-// Every operation takes a TESSEL_LIST_... and returns 0, also when an entry to be added is there already, or -1 with a
+// Every operation takes a TESSEL_LIST_... and returns 0, also when an entry to be added already exists, or -1 with a
 // log line.
 #pragma once
 

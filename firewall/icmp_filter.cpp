@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kChain[] = "icmppacket";
 
-// Every line this file runs that is no rule: the program, then its argument vector. The last one is the shell's.
+// Every line this file runs that is not a rule: the program, then its argument vector. The last one is the shell's.
 constexpr char kFlush[] = "%s %s -F %s";
 constexpr char kAnswerEchoes[] = "echo \"0\" > /proc/sys/net/ipv4/icmp_echo_ignore_all";
 
@@ -54,7 +54,7 @@ i32 IcmpFilterManage(u32 type) {
         result = Flush(filter.program);
     for (const EchoFilter& filter : filters) {
         const Rule rule{filter.program, "-I", kChain, filter.match, isDrop ? "DROP" : "RETURN"};
-        // Not left to RunRule: this LOG rule is made whether or not the rule is there already, and ends up behind it.
+        // Not left to RunRule: this LOG rule is added even if the rule already exists, and ends up after it.
         if (isDrop) result = tessel::RunLogRule(rule, filter.log);
         result = tessel::RunRule(rule).value_or(result);
         if (isDrop || !filter.hasKernelSwitch) continue;

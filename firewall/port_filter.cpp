@@ -27,8 +27,8 @@ struct Program {
 
 constexpr Program kPrograms[] = {
     {"iptables", "--log-prefix \"***PORTFILTER***\"", false},
-    // A rule that is there already ends the whole command: an entry for both transports whose TCP rule is there gets no
-    // UDP rule. Clients know it that way.
+    // A rule that already exists ends the whole command: an entry for both transports whose TCP rule exists gets no UDP
+    // rule. Clients know it that way.
     {"ip6tables", "--log-prefix \"***PORTFILTERV6***\"", true},
 };
 

@@ -16,7 +16,7 @@
 
 namespace tessel {
 
-// What comes from outside in it has been checked: each text is one word.
+// Its texts from outside have been checked: each is one word.
 struct Rule {
     const char* program;    // "iptables" or "ip6tables"
     const char* operation;  // "-A", "-I" or "-D"
@@ -34,7 +34,7 @@ struct LogRule {
 // What is logged when a line fails, unless a feature has its own words.
 constexpr char kCommandFailed[] = "ExecCmd error!";
 
-// The rows of a table, IPv4's and IPv6's, that a protocol type stands for. None for a type that is no
+// The rows of a table, IPv4's and IPv6's, that a protocol type stands for. None for a type that is not a
 // TESSEL_PROTOCOL_...
 template <typename Row>
 constexpr std::span<const Row> RowsOf(const Row (&rows)[2], u32 ipType) {
@@ -67,7 +67,7 @@ constexpr bool Refuses(u32 filterType) {
 [[nodiscard]] i32 RunLogRule(const Rule& rule, const LogRule& log, CallSite where = CallSite::Current());
 
 // Adds or deletes a rule, after its LOG rule where there is one. 0, or -1 with `failure` logged; nothing when a rule to
-// be added is there already: its LOG rule is left alone as well then.
+// be added already exists: its LOG rule is then left alone too.
 [[nodiscard]] std::optional<i32> RunRule(const Rule& rule, const char* failure = kCommandFailed,
                                          const LogRule* log = nullptr, CallSite where = CallSite::Current());
 

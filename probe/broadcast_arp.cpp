@@ -29,7 +29,7 @@ struct AnnouncementFrame {
 };
 static_assert(sizeof(AnnouncementFrame) == 60, "no padding between the headers");
 
-// There is one. The worker and `isRunning` are the API server's; the address is set before the worker runs.
+// There is only one. The worker and `isRunning` are the API server's; the address is set before the worker runs.
 struct {
     bool isRunning = false;
     u32 targetIp = 0;
@@ -84,7 +84,7 @@ i32 SendBroadcastArp(i32 ethernetNumber, u32 targetIp, const Worker& self) {
         TESSEL_ERR("IfethGetIpAddr error");
         return -1;
     }
-    (void)sender.ChooseInterface(name);  // on one that has gone meanwhile nothing can be sent
+    (void)sender.ChooseInterface(name);  // nothing can be sent on one that is gone
     const AnnouncementFrame frame = MakeFrame(mac, ip, targetIp);
     for (int sent = 0; sent < kFramesPerBurst; ++sent) {
         if (!sender.SendFrame(&frame, sizeof(frame))) TESSEL_ERR("sendto ARP failed!");

@@ -23,7 +23,7 @@ u16 PortAt(std::span<const u8> bytes, std::size_t at) {
     return static_cast<u16>(bytes[at] << 8 | bytes[at + 1]);
 }
 
-// RFC 792: behind the ICMP header stand the IP header of the packet that caused the error and its first 8 bytes.
+// RFC 792: the ICMP header is followed by the IP header of the packet that caused the error and its first 8 bytes.
 bool QuotesProbe(std::span<const u8> icmp, const ProbePorts& probe) {
     if (icmp.size() < kIcmpBytes + kIpBytes) return false;
     const std::span<const u8> ip = icmp.subspan(kIcmpBytes);

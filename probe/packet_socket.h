@@ -22,7 +22,7 @@ class PacketSocket {
     PacketSocket(const char* interfaceName, u16 protocol, CallSite where);
 
     // For whole frames, on an interface that is still to be chosen. Nothing is logged: when it is not open, or the
-    // interface is not there, errno says why.
+    // interface does not exist, errno says why.
     [[nodiscard]] static PacketSocket ForFrames();
     [[nodiscard]] bool ChooseInterface(const char* name);
 

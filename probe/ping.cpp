@@ -24,14 +24,14 @@ tessel::PingPool* g_ptDaePing = nullptr;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. What ends them has always been there.
+// Every line this file runs: the program, then its argument vector. The blank at their end has always been there.
 constexpr char kPing4[] = "ping ping -c 1 -s %d -t %d -W %d %s ";
 constexpr char kPing6[] = "ping ping -6 -c 1 -s %d -t %d -w %d %s ";
 constexpr char kPing6OfDesktop[] = "ping6 ping6 -c 1 -s %d -t %d -w %d %s ";
 
 constexpr u32 kPacketBytesMin = 56;
 constexpr u32 kPingOutputBytes = 1999;
-// A tool that goes on for so long after its own time-out never ends.
+// A tool that runs this long past its own time-out never ends.
 constexpr std::chrono::seconds kGrace(10);
 
 constexpr i32 kWordMax = 20;
@@ -42,7 +42,7 @@ i32 Signed(u32 number) {
     return static_cast<i32>(number);
 }
 
-// Reports one echo, of which `result` says number and whether it is the last.
+// Reports one echo; `result` has its number and whether it is the last.
 void Report(const TNetPingStartReq& ping, TNetPingResult result, const char* output, tessel::CallSite where) {
     const i32 userId = result.nUserId = ping.nUserId;
     const u32 event = tessel::PingClass(output);

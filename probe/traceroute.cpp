@@ -70,7 +70,7 @@ class Trace {
         ++sequence_;
         TNetTracerouteResult result{
             .tHop = {}, .dwHop = hop, .nUserId = node_.userId, .dwTime = 0, .abyReserved = {}, .dwLast = 0};
-        // One that did not go out is reported, and then its answer is waited for all the same: clients count on that.
+        // One that did not go out is reported, and its answer is still waited for: clients count on that.
         if (!sockets_.Send(static_cast<u16>(kTargetPortBase + sequence_)))
             Report(errno == ENETUNREACH ? TESSEL_TRACE_UNREACHABLE : TESSEL_TRACE_ERROR, result);
         const auto sentAt = steady_clock::now();

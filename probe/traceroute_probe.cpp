@@ -47,7 +47,7 @@ constexpr std::size_t kPacketBytes = 1500;
 // 7 characters and zeros.
 constexpr std::array<char, 56> kPayload = {'V', 'E', 'L', 'T', 'R', 'A', 'C'};
 
-// Of all traces that run.
+// For all running traces.
 struct {
     std::mutex lock;
     int ports = 0;
@@ -60,7 +60,7 @@ sockaddr_storage AnyAddress(const ProbeFamily& family) {
     return address;
 }
 
-// Both families have it behind their own code.
+// Both families have it right after the family code.
 void SetPort(sockaddr_storage& address, u16 port) {
     static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port), "one place for both");
     const u16 portBe = htons(port);
@@ -118,8 +118,8 @@ void ProbeSockets::ReadyForIcmpv6() const {
     if (setsockopt(receiver_.Get(), IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof(on)) != 0) {
         LogPerror(SenderOf(family_), "setsockopt IPV6_RECVPKTINFO error");
     }
-    // Where the checksum stands in an ICMPv6 message. At the level of raw sockets: at that of IPv6 the kernel refuses
-    // the option for ICMPv6, as RFC 3542 demands.
+    // Where the checksum is in an ICMPv6 message. At the level of raw sockets: at the IPv6 level the kernel refuses the
+    // option for ICMPv6, as RFC 3542 demands.
     constexpr int kRawLevel = 255;
     const int checksumAt = 2;
     if (setsockopt(receiver_.Get(), kRawLevel, IPV6_CHECKSUM, &checksumAt, sizeof(checksumAt)) != 0) {
@@ -146,7 +146,7 @@ bool ProbeSockets::Send(u16 targetPort) {
 
 std::optional<u32> ProbeSockets::Receive(const Worker& self) {
     const Deadline deadline(g_probePatience);
-    // Messages that are no answers come without end where somebody sends them: the time counts behind each of them.
+    // Somebody may send an endless stream of messages that are not answers: the time is checked after each of them.
     do {
         switch (WaitReady(receiver_.Get(), POLLIN, deadline, self.StopFd())) {
             case Wait::kReady:

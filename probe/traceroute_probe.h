@@ -15,7 +15,7 @@
 
 namespace tessel {
 
-// How long a probe's answer is waited for. Tests shorten it while nothing is traced.
+// How long to wait for a probe's answer. Tests shorten it while no trace runs.
 extern std::chrono::milliseconds g_probePatience;
 
 // What differs between IPv4 and IPv6.
@@ -28,15 +28,15 @@ struct ProbeFamily {
     std::size_t addressAt;  // within the socket address
     std::size_t addressBytes;
     u32 (*readAnswer)(std::span<const u8> packet, const ProbePorts& probe, CallSite where);
-    // Functions that lines are logged in the name of: the one that sends, and the one that receives.
+    // Functions in whose names lines are logged: the one that sends, and the one that receives.
     const char* sender;
     const char* receiver;
 };
 extern const ProbeFamily kProbeInet;
 extern const ProbeFamily kProbeInet6;
 
-// The port that a trace sends from. Traces that run at one time share the search: it begins where the first of them
-// found a port, for below that one all were taken.
+// The port that a trace sends from. Concurrent traces share the search: it begins where the first of them found a port,
+// because all below that were taken.
 class ProbePort {
   public:
     ProbePort() = default;
@@ -73,7 +73,7 @@ class ProbeSockets {
     [[nodiscard]] bool Send(u16 targetPort);
 
     // Waits for the answer to the probe that was sent last. A type of include/tessel/traceroute.h, or nothing when the
-    // worker is not wanted any more.
+    // worker is no longer wanted.
     [[nodiscard]] std::optional<u32> Receive(const Worker& self);
 
     // Who sent the ICMP message that came last. The zero address at first and after a time-out.

@@ -1,4 +1,4 @@
-// Parts of a route command that are there or not.
+// Optional parts of a route command.
 #pragma once
 
 #include "core/call_site.h"

@@ -23,7 +23,7 @@ using tessel::ToolOutput;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. " dev NAME" and " table N" are there or not.
+// Every line this file runs: the program, then its argument vector. " dev NAME" and " table N" are optional.
 constexpr char kAddV4[] = "ip ip route add default via %s%s metric %d%s";
 constexpr char kAddV6[] = "ip ip -6 route add default via %s%s%s";
 constexpr char kReplaceV6[] = "ip ip -6 route replace default via %s%s";
@@ -145,7 +145,7 @@ i32 CheckGateWay(const char* pchIfaceName, const char* pchGateWay) {
         TESSEL_ERR("FindStrMatchHead outbuf : %s!", output.text);
         return -1;
     }
-    // As part of the word: the gateway "fe80::1" is found in a route through "fe80::12" too.
+    // Any part of the word counts: the gateway "fe80::1" is also found in a route through "fe80::12".
     if (strstr(word, pchGateWay) == nullptr) return -1;
     TESSEL_PRT("found gateway %s", pchGateWay);
     return 0;

@@ -1,8 +1,8 @@
 // Default gateways of interfaces.
 //
-// pchIfaceName is one word, or null where it says so: the tool then chooses, or looks at every interface. dwTable 0 is
-// the main table. Every operation returns 0, or -1 or the executor's result with a log line. The kernel refuses to read
-// or delete in a numbered table that no route was ever put into: such a table does not exist.
+// pchIfaceName is one word, or null where noted: the tool then chooses, or looks at every interface. dwTable 0 is the
+// main table. Every operation returns 0, or -1 or the executor's result with a log line. The kernel refuses to read or
+// delete in a numbered table that no route was ever put into: such a table does not exist.
 #pragma once
 
 #include "core/types.h"
@@ -12,19 +12,19 @@
 // table it is an address like any other.
 [[nodiscard]] i32 GatewaySet(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable = 0);
 
-// IPv4 default routes carry the interface's metric: of the main table while priority routing is on, of other tables
-// always. One that is there already is a failure.
+// IPv4 default routes carry the interface's metric: in the main table while priority routing is on, in other tables
+// always. A route that already exists is a failure.
 [[nodiscard]] i32 GatewaySetV4(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable = 0);
 
-// Adds to a numbered table. In the main table it needs an interface, replaces the route that is there, and leaves one
-// through the same gateway as it is: it may stem from a router advertisement, with a lifetime.
+// Adds to a numbered table. In the main table it needs an interface, replaces the existing route, but leaves one
+// through the same gateway as it is: it may come from a router advertisement, with a lifetime.
 [[nodiscard]] i32 GatewaySetV6(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dwTable = 0);
 
 // 0 when the interface's IPv6 default route goes through this gateway (text), else -1.
 [[nodiscard]] i32 CheckGateWay(const char* pchIfaceName, const char* pchGateWay);
 
-// Delete by family; any other than 2 and 10 is a success with nothing done. An absent route is a failure, but for IPv6
-// in the main table, and in any table that exists when no interface is named.
+// Delete by family; any other than 2 and 10 is a success with nothing done. An absent route is a failure, except for
+// IPv6 in the main table and, when no interface is named, in any table that exists.
 [[nodiscard]] i32 GatewayDel(u16 wSinFamily, const char* pchIfaceName, u32 dwTable = 0);
 [[nodiscard]] i32 DelGateWayV4(const char* pchIfaceName, u32 dwTable = 0);
 [[nodiscard]] i32 DelGateWayV6(const char* pchIfaceName, u32 dwTable = 0);

@@ -42,13 +42,13 @@ void ChangeMetric(const TNetPrioParam& wanted, CallSite where) {
     tessel::StorePriority(static_cast<u32>(found - table.atPrio), changed);
 }
 
-// A default route that is to get another metric.
+// A default route that is to receive another metric.
 struct Reinstalled {
     TNetGatewayMetric route;
     i32 metric;
 };
 
-// True when the interface has a default route with another metric than the entry's.
+// True when the interface has a default route with a metric other than the entry's.
 bool NeedsMetric(const TNetPrioParam& entry, TNetGatewayMetric& route, CallSite where) {
     route = {};
     memcpy(route.achDevName, entry.achDevName, sizeof(route.achDevName));
@@ -91,7 +91,7 @@ i32 ActivePriority() {
         kept[count].metric = entry.nPriority;
         ++count;
     }
-    // All of them first: a swap of two metrics would meet the other interface's route.
+    // All of them first: a swap of two metrics would collide with the other interface's route.
     for (const Reinstalled& each : std::span(kept, count)) {
         const FieldText name(each.route.achDevName);
         (void)GatewayDel(TESSEL_FAMILY_INET, name.Get());

@@ -12,5 +12,5 @@
 // begins with the entry's. Logs in the caller's name.
 void PrioritySet(std::span<const TNetPrioParam> entries, tessel::CallSite where);
 
-// Installs each IPv4 default route again whose metric is not its interface's. Returns 0.
+// Reinstalls each IPv4 default route whose metric is not its interface's. Returns 0.
 i32 ActivePriority();

@@ -1,7 +1,7 @@
 // The metrics that the interfaces' IPv4 default routes are to carry.
 //
-// Read by the netlink monitor's thread while the server's writes: every function takes the table's lock for as long as
-// it copies.
+// Read by the netlink monitor's thread while the server's writes: every function holds the table's lock while it
+// copies.
 #pragma once
 
 #include <atomic>
@@ -21,15 +21,15 @@ namespace tessel {
 // The same, whether priority routing is on or off.
 [[nodiscard]] i32 MetricOfInterface(const char* interfaceName);
 
-// Held while default routes are replaced by others: whoever looks at them and then deletes one must not meet another
-// who does the same. Never together with the table's lock.
+// Held while default routes are replaced: no two threads may look at them and then delete one at the same time. Never
+// together with the table's lock.
 extern std::mutex g_defaultRouteLock;
 
 // A copy of the table; positions without a name are zero. dwNum counts the others.
 [[nodiscard]] TNetPrioParamList PriorityTable();
 
-// Puts an entry at a position below TESSEL_PRIORITIES_MAX. What its sender left behind the name's NUL is not kept, and
-// nothing of an entry without a name.
+// Puts an entry at a position below TESSEL_PRIORITIES_MAX. What the sender left after the name's NUL is not kept, nor
+// anything of an entry without a name.
 void StorePriority(u32 index, const TNetPrioParam& entry);
 
 }  // namespace tessel

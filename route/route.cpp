@@ -17,10 +17,10 @@ using tessel::PlaceClauses;
 namespace {
 
 // Every line this file runs: the program, then its argument vector. " -6", " dev NAME", " metric N" (when adding) and
-// " table N" are there or not.
+// " table N" are optional.
 constexpr char kChange[] = "ip ip%s route %s %s/%d via %s%s%s%s";
 
-// The option for a route's family; null, with a log line, unless both addresses are of one family that is served.
+// The option for a route's family; null, with a log line, unless both addresses are of the same supported family.
 const char* FamilyOption(const TNetIpRouteParam& route, CallSite where) {
     const u16 family = route.tDestIpNet.wSinFamily;
     if (tessel::FindFamily(family) != nullptr && route.tGateway.wSinFamily == family)
@@ -35,7 +35,7 @@ i32 ChangeRoute(const char* verb, const char* interfaceName, const TNetIpRoutePa
     PlaceClauses clauses;
     if (!ComposePlace(clauses, interfaceName, table, where)) return -1;
     const char* const option = FamilyOption(route, where);
-    // With two families the line stays empty, and running that is the failure.
+    // With two families the line stays empty, and running it fails.
     if (option != nullptr &&
         !ComposeCommand(command, kChange, option, verb, AddressText(route.tDestIpNet).text, route.nPrefixLen,
                         AddressText(route.tGateway).text, clauses.dev.text, metric.text, clauses.table.text)) {

@@ -7,8 +7,8 @@
 #include "core/types.h"
 #include "tessel/route.h"
 
-// Add or delete one route. The family is that of destination and gateway; where they differ nothing is run and the
-// result is a failure. The name inside the route is not looked at, nor the metric when deleting.
+// Add or delete one route. The family is that of destination and gateway; if they differ, nothing is run and the result
+// is a failure. The name inside the route is ignored, and so is the metric when deleting.
 [[nodiscard]] i32 OneRouteAdd(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable = 0);
 [[nodiscard]] i32 OneRouteDel(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable = 0);
 

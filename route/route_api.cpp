@@ -23,7 +23,7 @@ const char* NameOrNull(const InterfaceField& name, CallSite where = CallSite::Cu
     return name.Get();
 }
 
-// The kernel has tables of its own above. No more than a warning: the tool decides.
+// Above these are the kernel's own tables. Only a warning: the tool decides.
 void WarnOfTable(u32 table, CallSite where = CallSite::Current()) {
     constexpr u32 kTableMax = 252;
     if (table == 0 || table > kTableMax) TESSEL_ERR_AT(where, "the table id %d is invalid!", static_cast<i32>(table));

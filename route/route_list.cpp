@@ -25,14 +25,14 @@ struct Line {
     char text[kLineMax + 1];
 };
 
-// The word behind a key, or the first word. False, with a log line, when there is none.
+// The word after a key, or the first word. False, with a log line, when there is none.
 bool FindWord(const Line& line, const char* key, char* word, i32 wordMax, CallSite where) {
     if (TesselFindStrMatchHead(line.text, key, ' ', word, wordMax) == 0) return true;
     TESSEL_ERR_AT(where, "%s", line.text);
     return false;
 }
 
-// A word that is missing leaves its field as it is: 0.
+// A missing word leaves its field at 0.
 TNetIpRouteParam ReadRoute(const Line& line, const AddressFamily& family, CallSite where) {
     TNetIpRouteParam route{};
     char word[kWordMax + 1];
@@ -58,7 +58,7 @@ bool IsStaticRoute(const Line& line) {
 
 void AppendRoutes(const char* output, const AddressFamily& family, TNetAllRouteInfo& list, CallSite where) {
     const char* rest = output;
-    // What is behind the last newline may have been cut.
+    // What follows the last newline may have been cut.
     for (const char* end = strchr(rest, '\n'); end != nullptr && list.dwNum < TESSEL_ROUTES_MAX;
          end = strchr(rest, '\n')) {
         const auto length = static_cast<std::size_t>(end - rest);

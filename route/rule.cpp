@@ -14,7 +14,7 @@ using tessel::RunChange;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. " pref N" is there or not.
+// Every line this file runs: the program, then its argument vector. " pref N" is optional.
 constexpr char kTableAdd[] = "ip ip rule add table %d";
 constexpr char kTableDel[] = "ip ip rule del table %d";
 constexpr char kAdd[] = "ip ip rule add from %s/%d fwmark %d%s table %d";
@@ -43,7 +43,7 @@ i32 IpRuleAdd(const TNetIpRule* ptNetIpRule) {
     const TNetIpRule& rule = *ptNetIpRule;
     const Clause pref = rule.nPref != 0 ? tessel::NumberClause("pref", rule.nPref) : Clause{};
     CommandLine command;
-    // For another family the line stays empty, and running that is the failure.
+    // For another family the line stays empty, and running it fails.
     if (IsInet(rule) && !ComposeCommand(command, kAdd, AddressText(rule.tSrcIpNet).text, rule.nPrefixLen, rule.nFwmark,
                                         pref.text, rule.nTable)) {
         return -1;

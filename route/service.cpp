@@ -40,8 +40,8 @@ i32 ServiceStop(const char* serviceName) {
     const char* const known = ProcessOfService(serviceName);
     const char* const processName = known != nullptr ? known : serviceName;
     if (!tessel::IsLineWord(processName)) return -1;
-    // killall takes a name with '/' for a program file, which could be this daemon's. It never ends itself: nobody
-    // would answer.
+    // killall takes a name with '/' for a program file, which could be this daemon's. The daemon never ends itself:
+    // nobody would answer.
     if (strchr(processName, '/') != nullptr || strcmp(processName, kOwnProcess) == 0) {
         TESSEL_ERR("the service name [%s] is invalid!", processName);
         return -1;

@@ -30,15 +30,15 @@ constexpr char kSetMode[] = "echo \"active-backup %d\"  > /sys/devices/virtual/n
 
 constexpr char kBond[] = "bond0";
 
-// The words with which lines are logged. Those of a stop stand in front of lines of the start and the other way round:
-// the log's readers know them so.
+// The words with which lines are logged. Those of a stop precede lines of the start, and the other way round: the log's
+// readers know them that way.
 constexpr char kFlushWords[] = "BondStart flush cmd";
 constexpr char kDownWords[] = "BondStop down";
 
 static_assert(sizeof(g_achNicBuf) > (TESSEL_BOND_INTERFACES_MAX + 1) * std::size_t{TESSEL_NAME_SIZE},
               "names and blanks fit");
 
-// Runs a line and logs it behind `words` (null: not at all). False, with a log line, when it fails.
+// Runs a line and logs it after `words` (null: not at all). False, with a log line, when it fails.
 bool RunStep(const CommandLine& line, const char* words) {
     if (words != nullptr) TESSEL_PRT_AT(line.where, "%s : %s", words, line.text);
     if (Run(line) == 0) return true;
@@ -65,7 +65,7 @@ bool PrepareSlaves(tessel::CallSite where) {
     g_achNicBuf[0] = '\0';
     AddSlave(active, where);
     for (const auto& name : g_tBondParam.Names()) {
-        // Also true of eth10 beside an active eth1, which is therefore left out.
+        // Also true of eth10 when eth1 is active: eth10 is then left out.
         if (strncmp(name.get(), active, strlen(active)) == 0) continue;
         AddSlave(name.get(), where);
         CommandLine command(where);
@@ -79,7 +79,7 @@ bool TakeDown(tessel::CallSite where) {
     return ComposeCommand(command, kDown) && RunStep(command, kDownWords);
 }
 
-// Whether the driver takes the mode is not looked at.
+// Whether the driver accepts the mode is not checked.
 void SetMode(u32 mode, tessel::CallSite where) {
     CommandLine command(where);
     if (!ComposeCommand(command, kSetMode, static_cast<i32>(mode))) return;
@@ -129,7 +129,7 @@ i32 BondStart(u32 mode, TBondParam&& parameters) {
     if (!AreInterfaceNames(parameters, where)) return -1;
     g_tBondParam = std::move(parameters);
     if (!PrepareSlaves(where)) return Forget();
-    if (!TakeDown(where)) return -1;  // the one failure behind which the parameters stay
+    if (!TakeDown(where)) return -1;  // the one failure after which the parameters stay
     SetMode(mode, where);
     if (!JoinSlaves(where)) return Forget();
     g_dwBondStatus = 1;

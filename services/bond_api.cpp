@@ -20,8 +20,8 @@ class BondRequestReader {
     BondRequestReader(const void* payload, i32 size, CallSite where)
         : cursor_(payload, size), size_(size), where_(where) {}
 
-    // False with a log line: not as long as it says or as its parts say, or no memory. Of more interfaces than a bond
-    // can have nothing but their number is read.
+    // False with a log line: not as long as it says or as its parts say, or no memory. If there are more interfaces
+    // than a bond can have, only their number is read.
     [[nodiscard]] bool Read(u32& mode, TBondParam& parameters) {
         TNetBondStartHead head{};
         if (!cursor_.Read(head) || head.nSendLen != size_) return RefuseSize();

@@ -24,7 +24,7 @@ ClockTime FromTimeval(const timeval& time) {
 
 ClockTime ClockNow() {
     timeval now{};
-    (void)gettimeofday(&now, nullptr);  // fails for bad addresses alone
+    (void)gettimeofday(&now, nullptr);  // fails only for bad addresses
     return FromTimeval(now);
 }
 

@@ -1,4 +1,4 @@
-// The machine's clocks. Nothing else of the daemon touches them. Tests link services/clock_note.cpp instead of
+// The machine's clocks. Nothing else in the daemon touches them. Tests link services/clock_note.cpp instead of
 // clock.cpp.
 #pragma once
 
@@ -8,8 +8,8 @@
 
 namespace tessel {
 
-// A time since 1970, or a difference of times, both parts of which then have its sign. 64 bits also where time_t
-// has 32.
+// A time since 1970, or a difference of times, both parts of which then have its sign. 64 bits even where time_t has
+// 32.
 struct ClockTime {
     i64 seconds = 0;
     i32 microseconds = 0;
@@ -20,8 +20,8 @@ struct ClockTime {
 // Steps the system clock to a time that time_t holds. False with errno.
 [[nodiscard]] bool ClockSet(const ClockTime& time);
 
-// Lets the system clock run faster or slower until it has gained `gain`, and gives what an earlier call had not gained
-// yet. False with errno.
+// Makes the system clock run faster or slower until it has gained `gain`, and stores what an earlier call had not yet
+// gained. False with errno.
 [[nodiscard]] bool ClockSlew(const ClockTime& gain, ClockTime& notGainedYet);
 
 }  // namespace tessel

@@ -12,7 +12,7 @@ namespace tessel {
 // The noted clock stands still until it is set by this or by ClockSet.
 void StopClockAt(const ClockTime& time);
 
-// Lets everything that changes a clock fail from now on, after it has been noted, or succeed again.
+// Makes everything that changes a clock fail from now on, after it has been noted, or succeed again.
 void FailClock(bool fails);
 
 // What was done since the last call, in order: "set 1700000000.250000", "slew -0.300000", "rtc 2023-11-14 22:13:20".

@@ -19,8 +19,8 @@ namespace {
 
 using tessel::InterfaceOf;
 
-// Every session that there is, also one that has fallen out of the registry: as long as its worker runs it goes on
-// reporting to its application.
+// Every existing session, even one that has fallen out of the registry: as long as its worker runs, it keeps reporting
+// to its application.
 TDhcpcInfo* g_owned = nullptr;
 
 bool IsOf(const TDhcpcInfo& info, u16 family, const char* interfaceName) {
@@ -65,7 +65,7 @@ TDhcpcInfo* AppendSession(u16 family, const char* interfaceName, tessel::CallSit
     return info;
 }
 
-// Ends what still runs for the interface although the registry does not know it: there is one worker for each at most.
+// Ends what still runs for the interface although the registry does not know it: there is at most one worker for each.
 void EndLostSessions(u16 family, const char* interfaceName, tessel::CallSite where) {
     for (TDhcpcInfo* info = g_owned; info != nullptr; info = info->nextOwned) {
         if (!IsOf(*info, family, interfaceName) || IsRegistered(*info)) continue;
@@ -191,7 +191,7 @@ i32 DhcpcStart(const char* achDevName, u16 wSinFamily, u16 wDnsDynmic, i32 nPid)
 
 i32 DhcpcStop(const char* achDevName, u16 wSinFamily) {
     const tessel::CallSite where = tessel::CallSite::Current();
-    // Nothing can run for what is no interface, and that is a success.
+    // Nothing can run for what cannot be an interface, and that is a success.
     if (!tessel::IsInterfaceName(achDevName)) return 0;
     TDhcpcInfo* const info = DaeFamilyMapDhcpcInfoExt(wSinFamily, achDevName);
     if (info == nullptr) {

@@ -10,7 +10,7 @@ using tessel::ApiRequest;
 
 namespace {
 
-// An interface's name as far as one goes: 15 characters.
+// An interface's name, at most 15 characters.
 struct InterfaceField {
     explicit InterfaceField(const char (&field)[TESSEL_NAME_SIZE]) {
         memcpy(text, field, sizeof(text) - 1);

@@ -22,7 +22,7 @@ using tessel::ComposeCommand;
 
 namespace {
 
-// No shell is involved: the "&" reaches the program as its last argument, of which it takes no notice.
+// No shell is involved: the "&" reaches the program as its last argument, which it ignores.
 constexpr char kStart[] = "udhcpd udhcpd -fS %s &";
 constexpr char kKillAll[] = "killall killall -9 udhcpd";
 constexpr char kRemovePidFiles[] = "rm /usr/etc/udhcpd*.pid";
@@ -61,7 +61,7 @@ namespace {
 
 using TableLock = tessel::DhcpServerTable::Lock;
 
-// Of no table there is no lock either.
+// Without a table there is no lock either.
 TableLock HoldTable() {
     return g_ptDaeDhcpSInfo != nullptr ? g_ptDaeDhcpSInfo->Hold() : TableLock();
 }
@@ -86,13 +86,13 @@ DhcpServer* FamilyMapDhcpsFreeInfo(const TableLock& lock) {
     return g_ptDaeDhcpSInfo->Take(lock);
 }
 
-// The family's place in the record is not looked at.
+// The record's family field is ignored.
 tessel::AddressText Text(const TNetGateway& address) {
     return {tessel::kInet.code, address.abyAddr};
 }
 
 i32 WriteDhcps4Conf(const char* path, const char* interfaceName, const TNetDhcpsConf& conf) {
-    // Written beside and renamed: a server that starts meanwhile never reads half of it.
+    // Written beside the old one and renamed: a server that starts meanwhile never reads half of it.
     char newPath[72];
     snprintf(newPath, sizeof(newPath), "%s.new", path);
     tessel::UniqueFd fd = tessel::OpenRegularFile(newPath, O_WRONLY | O_CREAT | O_TRUNC, kFileMode);
@@ -156,8 +156,8 @@ i32 StartDhcpServer(const char* interfaceName, u16 family, const TNetDhcpsConf& 
     return -1;
 }
 
-// The interface's server, which bears the path of its configuration as a word: "eth1" is also a part of what the server
-// of eth10 bears. Behind the program's name comes a blank, unlike in the path, which an editor may bear as well.
+// The interface's server, which has the path of its configuration as a word: "eth1" alone is also part of what the
+// server of eth10 has. A blank follows the program's name, unlike in the path, which an editor may have as well.
 tessel::InterfaceProcess ServerOf(const ServerFiles& files) {
     return {.pattern = "udhcpd ", .word = files.configuration};
 }
@@ -229,7 +229,7 @@ i32 DhcpsStopAll() {
     if (!ComposeCommand(command, kKillAll)) return -1;
     const i32 status = RunForStatus(command);
     if (status != 0) TESSEL_ERR("the child process error:ret=%d!", status);  // also when none ran
-    // What is not there cannot be removed, and that is all that these have to say.
+    // What is not there cannot be removed: these can report nothing else.
     (void)tessel::RunShell(kRemovePidFiles);
     (void)tessel::RunShell(kRemoveConfigurations);
     const TableLock lock = HoldTable();

@@ -1,6 +1,6 @@
 // The DHCP server: one `udhcpd` for each interface that is served, eight at most, over IPv4.
 //
-// An interface is served from a successful start to a stop: of a server that ended by itself nothing is noticed.
+// An interface is served from a successful start to a stop: a server that ends by itself goes unnoticed.
 #pragma once
 
 #include "core/exec.h"
@@ -17,9 +17,9 @@ extern tessel::DhcpServerTable* g_ptDaeDhcpSInfo;
 // Makes the table. Without memory there is none, which is logged, and every start fails.
 void DaemonDhcpsInit();
 
-// Writes the configuration of the interface's server and starts it. 0, or -1 with a log line: it is served already,
-// eight are, another family than 2, a name that is no interface's, a prefix length above 32, more than 64 DNS servers,
-// files that cannot be written. That the server cannot serve is its own affair: nobody waits for it.
+// Writes the configuration of the interface's server and starts it. 0, or -1 with a log line: it is already served,
+// eight are, a family other than 2, a name that cannot be an interface's, a prefix length above 32, more than 64 DNS
+// servers, files that cannot be written. Whether the server can serve is its own affair: nobody waits for it.
 [[nodiscard]] i32 DhcpsStart(const char* interfaceName, u16 family, const TNetDhcpsConf* conf);
 
 // Kills the interface's server and removes its files. 0, also when the interface is not served; -1 with a log line when
@@ -34,7 +34,7 @@ i32 DhcpsGetStatus(const char* interfaceName, u16 family, i32* status);
 [[nodiscard]] i32 DhcpsStopAll();
 
 // Writes the mask of a prefix length up to 32 as text ("255.255.255.0") into `buffer` and returns that. Null, with a
-// log line, for another family than 2.
+// log line, for a family other than 2.
 const char* PrefixToString(u16 family, u32 prefixBits, char* buffer, u32 size);
 
 namespace tessel {

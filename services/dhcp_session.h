@@ -1,4 +1,5 @@
-// What the clients of both families do alike: start and end their program and worker, take their result file, report.
+// What the clients of both families have in common: start and end their program and worker, take their result file,
+// report.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,7 +18,7 @@ namespace tessel {
     return info.tLease.achDevName;
 }
 
-// Ends a process of the session's, unless it has ended meanwhile. 0, or -1 with a log line.
+// Ends a process of the session, unless it has already ended. 0, or -1 with a log line.
 [[nodiscard]] i32 KillProcess(const InterfaceProcess& wanted, pid_t pid, CallSite where = CallSite::Current());
 
 // Makes sure that the session has its one worker. 0, or -1 with a log line.
@@ -30,16 +31,16 @@ void EndWorker(TDhcpcInfo& info, CallSite where = CallSite::Current());
 // Starts the client program and leaves it to itself. 0, or -1 with a log line.
 [[nodiscard]] i32 StartClient(const CommandLine& line);
 
-// Has a client that runs release its lease and ask for another one. Takes a second.
+// Makes a running client release its lease and ask for another one. Takes a second.
 void RenewFromScratch(const InterfaceProcess& client, pid_t pid);
 
-// True once the client runs: looked for so many times, a second apart.
+// True once the client runs: it is looked for `looks` times, a second apart.
 [[nodiscard]] bool AwaitClient(const InterfaceProcess& client, int looks);
 
 // True when the helper script of the device's image can be read; else false with a log line.
 [[nodiscard]] bool HasScript(const char* path, CallSite where = CallSite::Current());
 
-// Which file was read: another of its name may have come meanwhile.
+// Which file was read: another may have taken its name meanwhile.
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -48,15 +49,15 @@ struct FileIdentity {
 // A session's result file.
 class ResultFile {
   public:
-    // `format` makes the path of the interface's name.
+    // `format` makes the path from the interface's name.
     [[gnu::format(printf, 2, 3)]] explicit ResultFile(const char* format, ...);
 
     [[nodiscard]] const char* Path() const {
         return path_;
     }
 
-    // True when there is a regular file of this process's user. Anything else that bears the name is removed where that
-    // is possible, and logged once.
+    // True when there is a regular file of this process's user. Anything else of that name is removed if possible, and
+    // logged once.
     [[nodiscard]] bool IsThere(CallSite where = CallSite::Current());
 
     enum class Removal { kDone, kReplaced, kGone, kFailed };
@@ -68,11 +69,11 @@ class ResultFile {
     bool isForeignKnown_ = false;
 };
 
-// Opens a result file for reading and says which it is. Closed, with errno set, when it is no regular file or another
-// user's: it may have changed since it was looked for.
+// Opens a result file for reading and says which it is. Closed, with errno set, when it is not a regular file or is
+// another user's: it may have changed since it was looked for.
 [[nodiscard]] UniqueFd OpenResultFile(const char* path, FileIdentity& identity);
 
-// The place for the lease's next DNS server, which `text` says; null, with a log line, when the lease is full.
+// The place for the lease's next DNS server, given in `text`; null, with a log line, when the lease is full.
 [[nodiscard]] TNetGateway* NextDns(TNetDhcpcLease& lease, const char* text, CallSite where);
 
 // Sends the lease, without DNS servers where none are wanted, to the socket of the session's application, whose name

@@ -21,8 +21,8 @@ using tessel::ResultFile;
 
 namespace {
 
-// Every line this file runs: the program, then its argument vector. "-o -O router subnet": no more is asked for, so
-// that no DNS servers arrive.
+// Every line this file runs: the program, then its argument vector. "-o -O router subnet": nothing else is asked for,
+// so that no DNS servers arrive.
 constexpr char kStart[] = "udhcpc udhcpc -i %s -s %s -p /tmp/udhcpc%s.pid";
 constexpr char kStartWithoutDns[] = "udhcpc udhcpc -i %s -o -O router subnet -s %s -p /tmp/udhcpc%s.pid";
 
@@ -65,8 +65,7 @@ void StoreDns(TNetDhcpcLease& lease, const char* text, CallSite where) {
     StoreAddress(*place, text);
 }
 
-// An item's word may stand anywhere in the line; the first of the table counts. Behind it come one character and the
-// value.
+// An item's word may be anywhere in the line; the first one of the table counts. One character and the value follow it.
 void TakeItem(const char* line, TNetDhcpcLease& lease, CallSite where) {
     for (const TDhcpcConfWord& item : g_atDhcpcConfEthItem) {
         const char* value = strstr(line, item.pchWord);
@@ -211,7 +210,8 @@ i32 MaskToPrefix(u16 wSinFamily, const char* achMaskString) {
         TESSEL_ERR("inet_pton error : the charactor is invalid or the sinfamily is not support!");
         return 0;
     }
-    // Of an IPv6 mask the sum of its words, which has nothing at the positions that are counted: those above the 32nd.
+    // For an IPv6 mask, the sum of its words, which has nothing at the positions that are counted: those above the
+    // 32nd.
     const u32 mask = ntohl(words[0] + words[1] + words[2] + words[3]);
     if (((0U - mask) & (0U - mask - 1)) != 0) {
         TESSEL_ERR("the mask is invalid!");
@@ -254,7 +254,7 @@ i32 StartDhcpcV4(TDhcpcInfo* ptDhcpcInfo) {
     constexpr int kLooks = 3;
     const char* const name = InterfaceOf(*ptDhcpcInfo);
     if (tessel::StartWorker(*ptDhcpcInfo, "TesselDhcpcProcessThread", &DhcpcProcessThread) != 0) return -1;
-    (void)LinuxDhcpcStart(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is looked at
+    (void)LinuxDhcpcStart(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is checked below
     if (!tessel::AwaitClient(ClientV4(name), kLooks)) return -1;
     TESSEL_PRT("%s dhcpc already start.", name);
     return 0;

@@ -20,7 +20,7 @@ constexpr TDhcpcConfWord g_atDhcpcConfEthItem[] = {
 [[nodiscard]] i32 StartDhcpcV4(TDhcpcInfo* ptDhcpcInfo);
 [[nodiscard]] i32 StopDhcpcV4(TDhcpcInfo* ptDhcpcInfo);
 
-// Start the client of an interface, or ask the one that runs for a new lease; and end it with its helpers. 0,
+// Start the client of an interface, or ask the running one for a new lease; and end it with its helpers. 0,
 // kDhcpcNotRunning, or -1 with a log line.
 [[nodiscard]] i32 LinuxDhcpcStart(const char* achDevName, u16 wDnsDynmic);
 [[nodiscard]] i32 LinuxDhcpcStop(const char* achDevName);
@@ -31,7 +31,7 @@ constexpr TDhcpcConfWord g_atDhcpcConfEthItem[] = {
                                          tessel::FileIdentity* identity);
 
 // The prefix length of a mask in text; the lowest bit never counts, nor do bits beyond the 32nd: 255.255.255.255 gives
-// 31, every IPv6 mask 0. 0 with a log line for what is no mask, -1 with one for a mask with gaps.
+// 31, every IPv6 mask 0. 0 with a log line for text that is no mask, -1 with one for a mask with gaps.
 [[nodiscard]] i32 MaskToPrefix(u16 wSinFamily, const char* achMaskString);
 
 namespace tessel {

@@ -41,7 +41,7 @@ constexpr std::size_t kLineBytes = 256;
 
 constexpr milliseconds kLook(100);
 constexpr seconds kAfterFailure(1);
-constexpr seconds kAfterReport(2);  // the file is there so long for whoever looks at it
+constexpr seconds kAfterReport(2);  // the file stays that long for whoever looks at it
 
 // The route that stands for the interface's default gateway.
 constexpr char kCurrentGateway[] = "0::0";
@@ -49,7 +49,7 @@ constexpr char kCurrentGateway[] = "0::0";
 // An event that is not reported.
 constexpr u32 kNothingToReport = 4;
 
-// Waits until the link is there or cannot be asked for, four seconds at most.
+// Waits until the link is there or cannot be queried, four seconds at most.
 void WaitForLink(const char* interfaceName, CallSite where) {
     constexpr int kQueries = 4;
     for (int query = 1; query <= kQueries; ++query) {
@@ -124,7 +124,7 @@ bool TakeEvent(const char* line, const Reading& reading) {
     return true;
 }
 
-// Takes a line of a keyword, which may stand anywhere in it, and a value. False when it fails.
+// Takes a line with a keyword, anywhere in it, and a value. False when it fails.
 bool TakeItem(char* line, const Reading& reading) {
     constexpr const char* kKeywords[] = {"local", "leasetime", "prefix", "dnsserver", "route"};
     const auto* const found = std::find_if(std::begin(kKeywords), std::end(kKeywords),
@@ -296,7 +296,7 @@ i32 StartDhcpcV6(TDhcpcInfo* ptDhcpcInfo) {
     const char* const name = InterfaceOf(*ptDhcpcInfo);
     if (!AwaitLinkLocalAddress(name, CallSite::Current())) return -1;
     if (tessel::StartWorker(*ptDhcpcInfo, "V6TesselDhcpcProcessThread", &DhcpcProcessThreadV6) != 0) return -1;
-    (void)LinuxDhcpcStartV6(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is looked at
+    (void)LinuxDhcpcStartV6(name, ptDhcpcInfo->wDnsDynmic);  // whether it runs is checked below
     if (tessel::AwaitClient(ClientV6(name), kLooks)) {
         TESSEL_PRT("%s dhcpc already start.", name);
         return 0;

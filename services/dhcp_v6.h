@@ -10,8 +10,8 @@
 [[nodiscard]] i32 StartDhcpcV6(TDhcpcInfo* ptDhcpcInfo);
 [[nodiscard]] i32 StopDhcpcV6(TDhcpcInfo* ptDhcpcInfo);
 
-// Start the client of an interface, or ask the one that runs for a new lease; and end it. 0, kDhcpcNotRunning, or -1
-// with a log line.
+// Start the client of an interface, or ask the running one for a new lease; and end it. 0, kDhcpcNotRunning, or -1 with
+// a log line.
 [[nodiscard]] i32 LinuxDhcpcStartV6(const char* achDevName, u16 wDnsDynmic);
 [[nodiscard]] i32 LinuxDhcpcStopV6(const char* achDevName);
 

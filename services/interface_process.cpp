@@ -12,7 +12,7 @@ namespace {
 // Every line this file runs: the program, then its argument vector.
 constexpr char kKill[] = "kill kill -9 %d";
 
-// Its process may have ended meanwhile, and its number may be another's.
+// The process may have ended, and its number may now be another's.
 bool IsStill(pid_t pid, const InterfaceProcess& wanted) {
     return pid > 0 && IsInterfaceProcess(pid, wanted.pattern, wanted.word, wanted.except);
 }
@@ -28,7 +28,7 @@ void InterfaceProcess::Signal(pid_t pid, int signal) const {
 }
 
 i32 InterfaceProcess::Kill(pid_t pid) const {
-    if (!IsStill(pid, *this)) return 0;  // what is to be ended has gone
+    if (!IsStill(pid, *this)) return 0;  // what is to be ended is gone
     CommandLine line;
     return ComposeCommand(line, kKill, pid) ? RunForStatus(line) : -1;
 }

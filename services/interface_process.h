@@ -1,4 +1,4 @@
-// Programs that run on for an interface, found again among all processes.
+// Programs that keep running for an interface, found again among all processes.
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@ namespace tessel {
 struct InterfaceProcess {
     const char* pattern;           // what its command line contains
     const char* word;              // one of its words: as a mere part, "eth1" would find what belongs to eth10
-    const char* except = nullptr;  // what it does not contain; null: whatever
+    const char* except = nullptr;  // what it does not contain; null: no such condition
 
     // The first such process; 0 when there is none.
     [[nodiscard]] pid_t Find() const;

@@ -30,7 +30,7 @@ std::unique_ptr<TNtpcInfo> MakeRecord(u16 family) {
     return info;
 }
 
-// -1, with a log line, when there is none to be had.
+// -1, with a log line, when none can be made.
 int MakeStartSemaphore() {
     constexpr key_t kKey = 7783;
     const int semaphore = semget(kKey, 1, 0666 | IPC_CREAT);
@@ -58,7 +58,7 @@ TNtpcInfo* IdleRecord(u16 family, CallSite where) {
     return nullptr;
 }
 
-// The flag is not left to the worker: a second start may come before that has had its turn.
+// The flag is not left to the worker: a second start may come before the worker has had its turn.
 bool StartWorker(TNtpcInfo& info, const TNetGateway& server, u32 interval, const char* name,
                  tessel::Worker::Body body) {
     info.tServer = server;
@@ -192,7 +192,7 @@ i32 NtpcStop(u16 family) {
     }
     pthread_t thread = 0;
     for (int nWaitTime = 10; (thread = info->tNtpcThreadID) != 0; --nWaitTime) {
-        // Of a worker that is not joined yet the handle is good, also when it has ended meanwhile.
+        // The handle of a worker that is not joined yet is valid, even if the worker has ended.
         if (!info->worker.IsRunning() || pthread_kill(thread, SIGUSR1) == ESRCH) {
             TESSEL_PRT("thread %lu, no such thread.", thread);
             break;

@@ -1,8 +1,8 @@
 // NTP clients: the machine's clocks kept in step with one server of each family.
 //
 // A session asks its server, sets the clocks, reports to TESSEL_SOCKET_NTP or TESSEL_SOCKET_NTPV6 and sleeps, until it
-// is stopped. Commands come one at a time; the worker reads its own record, which nobody changes while it runs, but for
-// the flag.
+// is stopped. Commands come one at a time; the worker reads its own record, which nobody changes while it runs, except
+// for the flag.
 #pragma once
 
 #include <pthread.h>
@@ -24,13 +24,13 @@ struct TNtpcInfo {
     tessel::Worker worker;
 };
 
-// The record of IPv4, and behind it that of IPv6. Null without memory.
+// The record of IPv4, followed by that of IPv6. Null without memory.
 extern TNtpcInfo* g_ptDaeNtpcInfo;
 
 // Makes both records and the semaphore of the start. 0, or -1 with a log line.
 i32 DaemonNtpcInit();
 
-// Null, with a log line, for any other family than 2 and 10.
+// Null, with a log line, for any family other than 2 and 10.
 [[nodiscard]] TNtpcInfo* DaeFamilyMapNtpcInfo(u16 family);
 
 // Starts the session of the server's family, which asks every `interval` seconds. IPv4: takes up to twice 5 seconds

@@ -19,7 +19,7 @@ constexpr i64 kMicrosecondsPerSecond = 1000000;
 // From 1900, where NTP begins to count, to 1970.
 constexpr i64 kNtpToUnixSeconds = 2208988800;
 
-// Where the timestamps lie: seconds and 2^-32 seconds.
+// Where the timestamps are: seconds and 2^-32 seconds.
 constexpr std::size_t kOriginateAt = 24;
 constexpr std::size_t kReceiveAt = 32;
 constexpr std::size_t kTransmitAt = 40;

@@ -17,7 +17,7 @@ constexpr u16 kNtpPort = 123;
 using NtpPacket = std::array<u8, 48>;
 
 struct NtpQueryResult {
-    ClockTime delay;      // of the way there and back
+    ClockTime delay;      // of the round trip
     ClockTime offset;     // of the server's clock from this one
     ClockTime corrected;  // the server's time when its answer came
 };
@@ -30,7 +30,7 @@ struct NtpQueryResult {
 
 }  // namespace tessel
 
-// A UDP socket of the family that never blocks; not open when there is none to be had.
+// A UDP socket of the family that never blocks; not open if none can be created.
 [[nodiscard]] tessel::UniqueFd CreateSocket(u16 family);
 
 // Connect a socket of the address's family, so that only this server's answers reach it. `port` is in host order. 0 or
@@ -41,7 +41,7 @@ struct NtpQueryResult {
 // Asks. 0 or -1.
 i32 SendPacket(int fd);
 
-// Takes the answer that has come. 1, or 0 on failure: the result is then unchanged. RFC 5905 wants its length, mode and
-// origin checked; that whatever the server answers counts is how this client has always been. What keeps strangers'
-// answers out is the connected socket, new for each question, and with it the kernel's choice of a port.
+// Takes the answer that has arrived. 1, or 0 on failure: the result is then unchanged. RFC 5905 wants its length, mode
+// and origin checked; this client has always accepted whatever the server answers. Strangers' answers are kept out by
+// the connected socket, new for each question, and the kernel's choice of a port.
 [[nodiscard]] i32 GetServerTime(int fd, tessel::NtpQueryResult& result);

@@ -8,8 +8,8 @@ using tessel::ClockTime;
 
 namespace {
 
-// In local time. What 32 bits do not hold lies outside the years that are taken and stays what no time is: 1900 without
-// a day.
+// In local time. What 32 bits cannot hold is outside the accepted years and stays an impossible time: 1900 without a
+// day.
 tm LocalTime(i64 seconds) {
     tm local{};
     if (seconds < 0 || seconds > INT32_MAX) return local;

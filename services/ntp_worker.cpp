@@ -30,7 +30,7 @@ namespace {
 std::atomic<int> g_signal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "stored by a signal handler");
 
-// The line of the log is left to the thread that was interrupted: it may hold the log's lock.
+// Logging is left to the interrupted thread: it may hold the log's lock.
 void sig_handler_user1(int signal) {
     g_signal = signal;
 }
@@ -76,12 +76,12 @@ void Step(const NtpQueryResult& answer, Adjustment& adjustment, CallSite where) 
     TESSEL_PRT_AT(where, "sync sys time, nRet = %d ", adjustment.result);
 }
 
-// Parts are subtracted one by one: across the change of a second 0.3 s are 1 s and -700000 us, and stepped.
+// The parts are subtracted separately: across a second's boundary 0.3 s become 1 s and -700000 us, and are stepped.
 ClockTime Difference(const ClockTime& left, const ClockTime& right) {
     return {.seconds = left.seconds - right.seconds, .microseconds = left.microseconds - right.microseconds};
 }
 
-// Steps at first, and when the clock is off by a second; else lets it gain.
+// Steps the first time and when the clock is off by a second; otherwise lets it gain.
 Adjustment Adjust(const NtpQueryResult& answer, bool isFirst, CallSite where) {
     const ClockTime offset = Difference(answer.corrected, tessel::ClockNow());
     Adjustment adjustment{.result = 0, .deviation = std::abs(offset.seconds) + std::abs(offset.microseconds) / 1000000};
@@ -95,7 +95,7 @@ Adjustment Adjust(const NtpQueryResult& answer, bool isFirst, CallSite where) {
     return adjustment;
 }
 
-// Always steps, but for a clock that is a second slow, which is left as it is. It has always been so.
+// Always steps, except for a clock that is a second slow, which is left as it is. It has always been so.
 Adjustment AdjustV6(const NtpQueryResult& answer, bool /*isFirst*/, CallSite where) {
     constexpr i64 kLeftAlone = -1;
     const ClockTime offset = Difference(tessel::ClockNow(), answer.corrected);
@@ -178,7 +178,7 @@ void NtpcThread(Worker& self, void* session) {
     AcceptSignal();
     TESSEL_PRT("NtpcThread start...");
     info.tNtpcThreadID = pthread_self();
-    (void)semaphore_v(info.startSemaphore);  // who waits for it gives up after a while
+    (void)semaphore_v(info.startSemaphore);  // whoever waits for it gives up after a while
     Keep(self, info, kRules, CallSite::Current());
 }
 

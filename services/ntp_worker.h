@@ -1,4 +1,4 @@
-// What goes on within a session of the NTP client.
+// What happens in a session of the NTP client.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,7 @@
 
 namespace tessel {
 
-// How long is waited for what. Tests shorten it while no session runs.
+// How long each wait lasts. Tests shorten them while no session runs.
 struct NtpTimes {
     std::chrono::milliseconds reply{75000};    // over IPv4
     std::chrono::milliseconds replyV6{10000};  // over IPv6

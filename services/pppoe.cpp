@@ -23,7 +23,7 @@ TDaePppoeInfo* g_ptDaePppoeInfo = nullptr;
 
 namespace {
 
-// The line that dials goes through the shell, and the text behind "pty" through one more, which is pppd's own.
+// The line that dials goes through the shell, and the text after "pty" through a second one, pppd's own.
 constexpr char kPty[] = "pppd pty \"pppoe -I %s -T 80 -U  -m 1412\" ";
 constexpr char kPtyOfService[] = "pppd pty \" pppoe -I %s -S %s -T 80 -U  -m 1412 \" ";
 constexpr char kOptions[] =
@@ -33,7 +33,7 @@ constexpr char kKill[] = "kill kill -9 %d";
 
 constexpr char kScriptsFile[] = "/tmp/pppd.txt";
 
-// What a pppd of the family bears at the end of its line. Null for another family.
+// What a pppd of the family has at the end of its line. Null for another family.
 const char* FamilyWord(u16 family) {
     switch (family) {
         case TESSEL_FAMILY_INET:
@@ -89,7 +89,7 @@ class ShellWord {
     char text_[sizeof(TNetPppoeConf::achUser) * (sizeof(kQuote) - 1) + sizeof("''")] = {};
 };
 
-// Fills a line bit by bit. What has no room any more makes it too long, and nothing is added behind that.
+// Fills a line bit by bit. What no longer fits makes it too long, and nothing is added after that.
 class GrowingLine {
   public:
     explicit GrowingLine(char (&text)[tessel::kCommandLineBytes]) : text_(text) {}
@@ -124,7 +124,7 @@ struct Texts {
     explicit Texts(const TNetPppoeConf& conf)
         : user(conf.achUser), password(conf.achPassword), service(conf.achService), interfaceName(conf.achDevName) {}
 
-    // Which of them cannot be handed over; null when all can. Interface and service stand where two shells read them.
+    // Which of them cannot be passed on; null when all can. Interface and service are read by two shells.
     [[nodiscard]] const char* FindUnusable() const {
         if (HasControlCharacter(user.Get())) return "user";
         if (HasControlCharacter(password.Get())) return "password";
@@ -157,8 +157,8 @@ void AddLink(GrowingLine& line, u16 family, const TNetPppoeConf& conf, const Tex
     if (const char* const word = FamilyWord(family)) line.Add("%s", word);
 }
 
-// The shell that started it bears the word as well, so what contains "sh" is left out: first of all, and where nothing
-// is left, as of a user called "josh", by the program's name.
+// The shell that started it has the word too, so what contains "sh" is left out at first. If nothing is left, as with a
+// user called "josh", the program's name decides.
 pid_t FindPppd(const char* word) {
     const pid_t pid = GetServicePidFromCmdline2("/proc/", word, nullptr, "sh");
     return pid > 0 ? pid : tessel::FindProgram("pppd", word);
@@ -219,7 +219,7 @@ i32 PppoeClientStop(u16 wSinFamily) {
     if (!ComposeCommand(command, kKill, pid)) return -1;
     TESSEL_PRT("PppoeClientStop cmd %s", strchr(command.text, ' ') + 1);
     const i32 status = RunForStatus(command);
-    // Answered with 0 all the same: clients rely on it.
+    // Still answered with 0: clients rely on it.
     if (status != 0) TESSEL_ERR("the child process error:ret=%d!", status);
     return 0;
 }

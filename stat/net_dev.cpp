@@ -13,14 +13,14 @@ constexpr int kLineBytes = 512;
 constexpr std::size_t kNameMax = 15;
 constexpr std::size_t kComparedBytes = 4;
 
-// In which columns behind the colon the bytes are counted; -1: they are not.
+// The columns after the colon in which bytes are counted; -1: they are not.
 struct Format {
     int received;
     int sent;
 };
 
 Format FormatOf(const char* header) {
-    // Behind the received bytes: packets, errs, drop, fifo, frame, and in the newest form compressed and multicast.
+    // After the received bytes: packets, errs, drop, fifo, frame, and in the newest form compressed and multicast.
     if (strstr(header, "compressed") != nullptr) return {.received = 0, .sent = 8};
     if (strstr(header, "bytes") != nullptr) return {.received = 0, .sent = 6};
     return {.received = -1, .sent = -1};

@@ -21,7 +21,7 @@ struct CounterSample {
 
 // Reads the file from its beginning, in any of the three forms that kernels give it: without byte counters (they read
 // as 0), with them, and with counters of compressed packets beside them. A name counts by its first four characters:
-// "eth0.5" is taken for eth0, and the last one that matches stays.
+// "eth0.5" is taken for eth0, and the last one that matches wins.
 [[nodiscard]] CounterSample ReadCounters(std::FILE* file);
 
 }  // namespace tessel

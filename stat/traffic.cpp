@@ -50,8 +50,8 @@ std::optional<CounterSample> TakeSample(Statistics& statistics, tessel::CallSite
     return sample;
 }
 
-// True as long as sampling is wanted. When it is not, the next start makes a sampler of its own: nobody can come
-// between this answer and that mark.
+// True while sampling is wanted. When it is not, the next start makes a sampler of its own: nobody can come between
+// this answer and that mark.
 bool GoesOn(Statistics& statistics) {
     const std::lock_guard lock(statistics.mutex);
     if (!statistics.isRunning) statistics.hasSampler = false;

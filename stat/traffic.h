@@ -11,11 +11,11 @@
 // "/proc/net/dev" while it is read, else null. Guarded by the mutex of statistics.
 extern std::FILE* g_fpNetDev;
 
-// Starts sampling every `interval` seconds (1 and more). While a former start samples, also when it was asked to stop
-// and has not noticed yet, it goes on with its own interval. 0, or -1 with a log line.
+// Starts sampling every `interval` seconds (1 and more). While an earlier start still samples, even if it was asked to
+// stop but has not noticed yet, it continues with its own interval. 0, or -1 with a log line.
 [[nodiscard]] i32 stat_start(u32 interval);
 
-// Lets sampling end with the period that runs, which is still reported. Returns 0.
+// Ends sampling with the current period, which is still reported. Returns 0.
 [[nodiscard]] i32 stat_stop();
 
 namespace tessel {

@@ -15,7 +15,8 @@ class ElfFile {
     // Opens regular files only: reading a device may have any effect.
     explicit ElfFile(const char* path);
 
-    // True when it could be opened and is of this machine's class and ELF version 1. All else is for such files only.
+    // True when it could be opened and is of this machine's class and ELF version 1. Everything else is for such files
+    // only.
     [[nodiscard]] bool IsValid() const {
         return isValid_;
     }

@@ -1,4 +1,4 @@
-// Files through system calls alone, for use in a signal handler.
+// Files through system calls only, for use in a signal handler.
 #pragma once
 
 #include <sys/types.h>

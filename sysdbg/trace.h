@@ -12,7 +12,7 @@ enum TraceMethod : unsigned {
     kTraceFramePointer = 4,  // along the chain of frame pointers
 };
 
-// Loads the unwind library, for which it is too late in a signal handler. Without it "extbl" finds no frames.
+// Loads the unwind library, which cannot be done in a signal handler. Without it "extbl" finds no frames.
 void PrepareTraces();
 
 // Appends a trace of up to 50 frames to the report for each of the `methods`. Loads the memory map.

@@ -93,7 +93,7 @@ Outcome ChangeOne(const Invocation& invocation) {
     return PerformOn(invocation, std::move(change), wanted, isUnwanted, already);
 }
 
-// Those of a family that flushing or replacing it takes away.
+// Those of a family that flushing or replacing it removes.
 Predicate PassingBeside(const std::vector<std::string>& wanted, int family) {
     return [=](const Json& address) {
         const bool isOwn = address.at("scope") == "link" || address.at("dynamic") == true;

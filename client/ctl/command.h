@@ -11,11 +11,11 @@ struct Invocation {
     const Words& words;
     const Options& options;
     std::string asked;  // "addr add 192.168.1.20/24 dev eth0": begins every message
-    std::FILE* out;     // for what goes on until interrupted; everything else is returned
+    std::FILE* out;     // for what runs until interrupted; everything else is returned
     std::FILE* err;
 };
 
-// What it returns. A document with a failure beside it is shown as well: it is the part that worked.
+// What it returns. A document is shown even beside a failure: it is the part that worked.
 struct Outcome {
     Json document;                          // null: nothing to show
     std::string text = {};                  // for people, instead of the document's columns; with its line ends
@@ -23,7 +23,7 @@ struct Outcome {
     std::vector<std::string> notes = {};    // one line each, on standard error, for people
     std::vector<std::string> planned = {};  // with --dry-run: what this side would do itself
     std::optional<Failure> failure = {};
-    int signal = 0;  // what ended a command that goes on until interrupted
+    int signal = 0;  // what ended a command that runs until interrupted
 };
 
 struct Command {
@@ -69,7 +69,7 @@ constexpr Command Row(std::string_view verb, std::string_view words, Outcome (*r
     return {verb, words, run, summary, example};
 }
 
-// The same of a command for which -4 and -6 mean something.
+// The same for a command for which -4 and -6 mean something.
 template <typename... Parts>
 constexpr Command FamilyRow(Parts... parts) {
     Command row = Row(parts...);
@@ -77,7 +77,7 @@ constexpr Command FamilyRow(Parts... parts) {
     return row;
 }
 
-// Everything that stands behind one word; each lies in a file of its own, listed in grammar.cpp.
+// Everything behind one word; each is in a file of its own, listed in grammar.cpp.
 struct Object {
     std::string_view name;
     std::string_view summary = {};  // half a line

@@ -1,4 +1,5 @@
-// The daemon's crash reports, from their files: no daemon is needed. What a report was cut short of is null or empty:
+// The daemon's crash reports, from their files: no daemon is needed. What is missing from a truncated report is null or
+// empty:
 //   {"time": RFC 3339, "local_time": as it was written, "signal", "signal_name", "thread", "thread_id",
 //    "registers": ["PC:0x1234"],
 //    "frames": from the faulting function outwards, by the method that got further:
@@ -24,7 +25,7 @@ constexpr char kNoCrash[] = "no crash was reported";
 constexpr char kFrameColumns[] =
     "FRAME #{frame}|FUNCTION {function}|OFFSET {offset}|SOURCE {source}|MODULE {module}|ADDRESS {address}";
 
-// What stands in the files.
+// What the files contain.
 constexpr std::string_view kReportBegin = "=============== Exception Occur =================\n";
 constexpr std::string_view kRegisters = "=============CPU registers=============";
 constexpr std::string_view kCallTrace = "===========Call Trace(";
@@ -39,7 +40,7 @@ std::string Demangled(const std::string& name) {
     return status == 0 ? text.get() : name;
 }
 
-// "<MODULE> (<FUNCTION> + OFFSET) [ADDRESS]". Null: it is no such line.
+// "<MODULE> (<FUNCTION> + OFFSET) [ADDRESS]". Null: it is not such a line.
 Json ParseFrame(std::string_view line) {
     const std::size_t module = line.find("> (<");
     const std::size_t function = line.rfind("> + ");

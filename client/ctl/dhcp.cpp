@@ -18,7 +18,7 @@ struct Client {
     int withDns;                                     // as tessel_dhcpc_start() takes it
     std::optional<ListeningProcess> listening = {};  // who gets the leases
     i32 pid = getpid();                              // of that one, as its socket's name has it
-    std::string before = {};                         // what to say of the client that is asked before this one
+    std::string before = {};                         // what to say about the client that is asked before this one
 
     [[nodiscard]] bool Runs() const {
         const char* const program = family == TESSEL_FAMILY_INET6 ? "udhcpc6" : "udhcpc";

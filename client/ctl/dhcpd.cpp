@@ -1,4 +1,4 @@
-// DHCP servers. For the daemon one that has ended by itself runs until it is stopped: processes are looked for, too.
+// DHCP servers. For the daemon, one that ended by itself runs until it is stopped: processes are checked too.
 #include <unistd.h>
 
 #include "client/ctl/kernel.h"
@@ -10,7 +10,7 @@ namespace tessel::ctl {
 namespace {
 
 constexpr char kServer[] = "udhcpd";
-constexpr char kFiles[] = "/usr/etc/udhcpd4_";  // the daemon's, with the interface behind it
+constexpr char kFiles[] = "/usr/etc/udhcpd4_";  // the daemon's, followed by the interface
 
 Json StatusOf(const std::string& asked, const std::string& name) {
     int isServing = 0;
@@ -27,7 +27,7 @@ Json StatusOf(const std::string& asked, const std::string& name) {
             {"remark", NullIfEmpty(remark)}};
 }
 
-// Asked for after a call: that interfaces are missing here says nothing about a daemon that sees others.
+// Checked after a call: interfaces missing here say nothing about a daemon that sees others.
 void RequireInterface(const std::string& asked, const std::string& name) {
     const std::string missing = ForeignKernel().empty() ? MissingInterface(name) : "";
     if (!missing.empty()) throw Refused(asked, missing);

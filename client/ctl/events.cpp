@@ -78,7 +78,7 @@ Json FieldsOf(const EventKind& kind, const tessel_event& event, std::string_view
     if (kind.topic == "dhcp") clear(fields["address"].is_null(), fields, {"prefix_length", "lease_s"});
     if (kind.topic != "traffic") return fields;
     for (Json& one : fields["interfaces"]) {
-        // A counter that began anew within the period makes what would be a negative rate.
+        // A counter that restarted within the period would make a negative rate.
         if (NumberOf(one, "send_bps") < 0 || NumberOf(one, "receive_bps") < 0) one["valid"] = false;
         clear(one["valid"] == false, one, {"send_bps", "receive_bps"});
     }

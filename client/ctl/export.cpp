@@ -67,7 +67,7 @@ Json WantedOf(const Invocation& invocation) {
 
 Outcome Export(const Invocation& invocation) {
     Json state = ReadState(invocation.asked);
-    // A file is for other devices, too, and two of one hardware address disturb each other.
+    // A file is for other devices too, and two with the same hardware address disturb each other.
     for (Json& link : state["interfaces"])
         link.erase("mac");
     const std::string summary = Format("interfaces: {}, routes: {}, rules: {}", state["interfaces"].size(),
@@ -92,7 +92,7 @@ Outcome Apply(const Invocation& invocation) {
     const auto steps = StepsBetween(ReadState(invocation.asked), wanted);
     if (steps.empty()) return {.document = Json::array(), .done = "everything is as wanted already"};
     Outcome outcome{.document = Json::array()};
-    if (options.dryRun) UseRequests(0, true, invocation.err);  // forgets what was asked until here
+    if (options.dryRun) UseRequests(0, true, invocation.err);  // forgets what was asked so far
     for (const Step& step : steps) {
         if (options.dryRun) {
             outcome.planned.push_back("tesselctl " + Joined(step, " "));

@@ -96,7 +96,7 @@ Json ValueAt(const Field& field, Kind kind, ByteSpan bytes, std::size_t offset, 
     return nullptr;
 }
 
-// Of a record within a list the values alone.
+// For a record within a list, only the values.
 std::string ValueText(const Json& value) {
     if (value.is_null()) return "";
     if (!value.is_structured()) return value.is_string() ? value.get<std::string>() : value.dump();
@@ -127,7 +127,7 @@ std::string DescriptionText(const Json& description) {
 }
 
 std::string TypeText(const Field& field) {
-    // By kind. Of numbers and texts the size follows.
+    // By kind. For numbers and texts the size follows.
     constexpr std::string_view kNames[] = {"u",       "i",       "char",      "text",      "u",
                                            "address", "address", "IP filter", "IP filter", "address with length",
                                            "u",       "u8[6]",   "",          "record"};

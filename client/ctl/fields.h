@@ -10,10 +10,10 @@ enum class Kind : u8 {
     kUnsigned,
     kSigned,
     kText,           // padded with NUL
-    kTail,           // text behind the record, up to the payload's end or a NUL
+    kTail,           // text after the record, up to the payload's end or a NUL
     kFlag,           // true for the one number `other`
     kAddress,        // TNetGateway
-    kNetwork,        // TNetGateway whose prefix length, i32, stands at `other`
+    kNetwork,        // TNetGateway whose prefix length, i32, is at `other`
     kFilterNetwork,  // TNetIpFilter, when it is a network
     kFilterRange,    // TNetIpFilter, when it is a range
     kPrefixed,       // TNetIpAddr
@@ -41,7 +41,7 @@ struct Field {
     std::span<const Field> elementFields = {};  // not empty: the elements are records
 };
 
-constexpr std::size_t kNoCount = ~std::size_t{0};  // `other` of lists: every element counts that has a name
+constexpr std::size_t kNoCount = ~std::size_t{0};  // `other` of lists: every element with a name counts
 
 struct Record {
     std::string_view name;
@@ -71,9 +71,9 @@ struct Message {
     Record reply;
     // For --dry-run: what runs the request's tools and nothing else, above tools that are only noted. Null: none.
     Handler* handler = nullptr;
-    std::string_view inDaemon = {};  // what the daemon does beside or instead
+    std::string_view inDaemon = {};  // what the daemon does in addition or instead
 
-    // Changes nothing: --dry-run asks all the same.
+    // Changes nothing: --dry-run sends it anyway.
     [[nodiscard]] bool IsQuery() const {
         return reply.bytes > sizeof(TNetStatusReply) || code == TESSEL_CMD_DHCPS_GET_STATUS;
     }

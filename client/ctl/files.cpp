@@ -15,7 +15,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// An ordinary user's PATH seldom has the directories where the packet filter's tools lie.
+// An ordinary user's PATH seldom has the directories where the packet filter's tools are.
 std::string FindProgram(const std::string& name) {
     for (const char* directory : {"/usr/sbin/", "/sbin/", "/usr/local/sbin/"}) {
         std::string path = directory + name;
@@ -83,7 +83,7 @@ void ReplaceFile(std::string_view asked, const std::string& path, const std::str
     const bool isThere = stat(path.c_str(), &before) == 0;
     const bool isInPlace = isThere && !S_ISREG(before.st_mode);  // a device or a pipe stays what it is
     const std::unique_ptr<char, decltype(&free)> target(isThere ? realpath(path.c_str(), nullptr) : nullptr, &free);
-    const std::string goal = target == nullptr ? path : target.get();  // of a link, the file that it leads to
+    const std::string goal = target == nullptr ? path : target.get();  // for a link, the file that it leads to
     std::string name = goal + ".XXXXXX";
     const UniqueFd file(isInPlace ? open(goal.c_str(), O_WRONLY | O_CLOEXEC) : mkostemp(name.data(), O_CLOEXEC));
     constexpr mode_t kNewMode = 0644;

@@ -11,14 +11,14 @@ namespace tessel::ctl {
 // "-" is standard input. Throws a Failure, for "ASKED: ...", when it cannot be read.
 [[nodiscard]] std::string ReadWholeFile(std::string_view asked, const std::string& path);
 
-// The file is there whole, in the place of what was there before and with its owner and mode, or not at all. Links are
+// Either the whole file replaces what was there before, with its owner and mode, or nothing changes. Links are
 // followed; devices and pipes are written to. Throws a Failure.
 void ReplaceFile(std::string_view asked, const std::string& path, const std::string& text);
 
 struct CapturedTool {
     bool isDone = false;  // ran, and exited with 0
     std::string text;     // standard output
-    std::string problem;  // when not: one line, the tool's own where it said one
+    std::string problem;  // if not: one line, the tool's own if it printed one
 };
 
 // `words` are the program, looked up in the sbin directories and along PATH, and its arguments; `input` is what it

@@ -7,17 +7,17 @@
 
 namespace tessel::ctl {
 
-// What the save tools leave out for a table that nobody has touched.
+// What the save tools leave out for a table that nobody touched.
 constexpr char kNoFilterRules[] = "*filter\n:INPUT ACCEPT [0:0]\n:FORWARD ACCEPT [0:0]\n:OUTPUT ACCEPT [0:0]\nCOMMIT\n";
 constexpr std::string_view kWhitelist = "whitelist";
 constexpr std::string_view kBlacklist = "blacklist";
 
 struct FilterRule {
     std::string chain;
-    std::vector<std::string> words;  // behind the chain: "-s", "10.0.0.0/8", "-j", "RETURN"
+    std::vector<std::string> words;  // after the chain: "-s", "10.0.0.0/8", "-j", "RETURN"
     u64 packets = 0;
 
-    // The word behind an option; empty: it has none.
+    // The word after an option; empty: it has none.
     [[nodiscard]] std::string Get(std::string_view option) const;
     [[nodiscard]] std::string Text() const;
 };
@@ -44,7 +44,7 @@ struct Filter {
     [[nodiscard]] std::string Apply(const std::string& operation, const FilterRule& rule);
 };
 
-// The filters of the families that a change is for, as they are and as they will be.
+// The filters of the families that a change affects, as they are and as they will be.
 struct FilterPlan {
     std::map<int, Filter> now = {};
     std::map<int, Filter> then = {};

@@ -149,7 +149,7 @@ Outcome ChangePort(const Invocation& invocation) {
         filter.eProtocol = protocol;
         return tessel_port_filter(isAdd ? TESSEL_PORT_ADD : TESSEL_PORT_DEL, &filter);
     };
-    // One request for both transports would do, but ends at a TCP rule of IPv6 that is there already.
+    // One request for both transports would do, but ends at an IPv6 TCP rule that already exists.
     const std::string only = words.Text("PROTOCOL");
     const auto send = [&] {
         const int error = only == "udp" ? TESSEL_OK : sendFor(TESSEL_PORT_TCP);

@@ -10,7 +10,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// Who is to be heard, and for what: the whitelist has no rule for established connections.
+// Who must be heard, and for what: the whitelist has no rule for established connections.
 std::set<std::pair<Network, std::string>> Senders() {
     constexpr std::pair<u32, const char*> kServices[] = {{53, "DNS"}, {67, "DHCP"}, {123, "NTP"}, {547, "DHCP"}};
     std::set<std::pair<Network, std::string>> senders;
@@ -71,7 +71,7 @@ std::string WhyShutOut(const Options& options, const FilterPlan& plan) {
         isListed ? Format("\"tesselctl firewall allow {}\" lets it in first, ", HostText(session->peer)) : "");
 }
 
-// What was to come or to go, and whether it is there.
+// What was to be added or removed, and whether it is there.
 Json ReadBack(const std::string& asked, const FilterPlan& plan) {
     std::string problem = ForeignKernel();
     Json rules = Json::array();

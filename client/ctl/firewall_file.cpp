@@ -21,14 +21,14 @@ struct Section {
 };
 using RuleFile = std::map<int, Section>;  // by family
 
-// The restore tools run what this option names when they miss a module: no rule needs it. Whatever its letter stands
-// among, and however the word is abbreviated.
+// The restore tools run what this option names when they miss a module: no rule needs it. Whichever letters it is
+// grouped with, and however the word is abbreviated.
 bool NamesProgram(const std::string& word) {
     if (!word.starts_with("--")) return word.starts_with('-') && word.find('M') != std::string::npos;
     return word.size() > 3 && std::string_view("--modprobe").starts_with(word.substr(0, word.find('=')));
 }
 
-// Throws a Failure for anything but what save tools print, and when it was cut off. Lines before the first heading are
+// Throws a Failure for anything but what save tools print, and if that was cut off. Lines before the first heading are
 // of `family`, 0: of none.
 RuleFile ParseRules(const std::string& asked, const std::string& text, int family) {
     const bool isCut = text.starts_with(kFirstLine) && !text.ends_with(kLastLine);
@@ -81,7 +81,7 @@ std::string Saved(const std::string& asked, int family) {
     return hasFilter ? tool.text : tool.text + Format(kHeading, ToolOf(family)) + ": no rules\n" + kNoFilterRules;
 }
 
-// Those that the kernel has now, of the families of a file; with nothing in tables that only the file has.
+// Those that the kernel has now, for the families of a file; tables that only the file has are empty.
 RuleFile RulesNow(const std::string& asked, const RuleFile& file) {
     RuleFile now;
     for (const auto& [family, section] : file) {
@@ -92,7 +92,7 @@ RuleFile RulesNow(const std::string& asked, const RuleFile& file) {
     return now;
 }
 
-// All of them or, as far as that can be had, none.
+// All of them or, as far as possible, none.
 void ReplaceRules(const std::string& asked, const RuleFile& before, const RuleFile& file) {
     for (const auto& [family, section] : file) {
         const CapturedTool tool = CaptureTool({ToolOf(family) + "-restore", "-c"}, section.text);

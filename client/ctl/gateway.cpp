@@ -22,12 +22,12 @@ struct Place {
     }
 
     const Invocation& invocation;
-    std::string name = invocation.words.Text("dev");  // empty: whichever interface
+    std::string name = invocation.words.Text("dev");  // empty: any interface
     u32 table = invocation.words.Get<u32>("table", kMainTable);
     std::string owner = name.empty() ? "the device" : name;
 };
 
-// Of each interface and family the default route that the daemon reports, then the kernel's further ones.
+// For each interface and family, the default route that the daemon reports, then the kernel's others.
 Outcome ShowGateway(const Invocation& invocation) {
     Place place{invocation};
     const bool isNamed = !place.name.empty();
@@ -68,7 +68,7 @@ Outcome ShowGateway(const Invocation& invocation) {
 // reached, then whether the route is new.
 std::string WhyNotSet(const Place& place, const Network& gateway) {
     std::string why = WhyUnreachable(gateway, place.name);
-    // What the daemon runs for IPv6 in the main table takes the place of what is there.
+    // What the daemon runs for IPv6 in the main table replaces what is there.
     const bool isInet6 = gateway.family == TESSEL_FAMILY_INET6;
     if (!why.empty() || (isInet6 && place.table == kMainTable)) return why;
     const Json own = place.Kernel(gateway.family);

@@ -93,7 +93,7 @@ Answer Meets(const std::string& option, const std::string& value, const Packet& 
     return std::nullopt;
 }
 
-// Every condition up to the target has to be met.
+// Every condition up to the target must be met.
 bool Matches(const std::vector<std::string>& words, const Packet& packet) {
     for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
         const bool isNegated = words[i] == "!";
@@ -107,7 +107,7 @@ bool Matches(const std::vector<std::string>& words, const Packet& packet) {
 
 // Whether a chain accepts or drops. Nothing: packets come back from it.
 Answer Judge(const Filter& filter, const std::string& chain, const Packet& packet, int depth = 0) {
-    // No rule set of ours is deeper. The kernel refuses loops, a file may have some.
+    // No rule set of ours is deeper. The kernel refuses loops, but a file may contain them.
     constexpr int kDepthMax = 16;
     for (const FilterRule& rule : filter.rules) {
         if (rule.chain != chain || !Matches(rule.words, packet)) continue;

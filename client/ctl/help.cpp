@@ -115,7 +115,7 @@ constexpr Command kHelpCommands[] = {
     Row("protocol", "[CODE]", &HelpOnProtocol, "requests and replies, field by field", "help protocol 0x10F"),
 };
 
-// The option that waits for a value behind this word. Not one whose value may be left out.
+// The option that waits for a value after this word. Not one whose value may be left out.
 const OptionRow* WaitingOption(const std::string& word) {
     const bool isShort = word.size() > 1 && word[0] == '-' && word[1] != '-';
     for (const OptionRow& row : OptionRows()) {

@@ -11,7 +11,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// Closed, with errno, when it cannot be had. `groups`: of the changes that it brings; none: for questions.
+// Closed, with errno, when it cannot be opened. `groups`: of the changes that it delivers; none: for queries.
 UniqueFd OpenKernel(u32 groups, int flags) {
     UniqueFd socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | flags, NETLINK_ROUTE));
     sockaddr_nl own{};
@@ -59,7 +59,7 @@ Json Dump(u16 type, int family = TESSEL_FAMILY_BOTH) {
     nlmsghdr* request = mnl_nlmsg_put_header(bytes);
     auto& header = *static_cast<rtgenmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtgenmsg)));
     header.rtgen_family = static_cast<u8>(family == TESSEL_FAMILY_BOTH ? AF_UNSPEC : family);
-    // One that a change cut into is begun anew (NLM_F_DUMP_INTR): changes seldom come all the time.
+    // A dump interrupted by a change is started again (NLM_F_DUMP_INTR): changes are seldom continuous.
     Json entries;
     for (int attempts = 8; attempts > 0 && entries.is_null(); --attempts)
         entries = Ask(request, type, NLM_F_DUMP, false);

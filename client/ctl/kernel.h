@@ -8,7 +8,7 @@ struct nlmsghdr;
 
 namespace tessel::ctl {
 
-// rtnetlink(7), RT_TABLE_MAIN: where routes go that name no table.
+// rtnetlink(7), RT_TABLE_MAIN: where routes that name no table go.
 constexpr u32 kMainTable = 254;
 
 // Every interface of this process's network namespace, in the kernel's order:
@@ -23,7 +23,7 @@ constexpr u32 kMainTable = 254;
 //    "learnt": from a router advertisement}
 [[nodiscard]] Json KernelRoutes(int family, u32 table = kMainTable);
 
-// Rules in the order in which the kernel asks them:
+// Rules in the order in which the kernel tries them:
 //   {"pref", "from": "192.168.1.0/24" or "all", "fwmark" or null, "table" (0: none), "family",
 //    "other_conditions": beyond those two}
 [[nodiscard]] Json KernelRules(int family);
@@ -36,7 +36,7 @@ constexpr u32 kMainTable = 254;
 [[nodiscard]] Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark,
                                  std::string& problem);
 
-// A message of rtnetlink as such a document; of one that is no part of a list, with "event" ("link", "addr", "route",
+// A message of rtnetlink as such a document; for one that is not part of a list, with "event" ("link", "addr", "route",
 // "rule", "neighbour") and "action" ("added", "removed") in front. Null: of a kind that is not shown. With isWay:
 // routes of every type, as KernelRouteTo has them.
 [[nodiscard]] Json FromKernel(const nlmsghdr* message, bool isWay);
@@ -48,7 +48,7 @@ class KernelFollower {
     [[nodiscard]] int Fd() const {
         return socket_.Get();
     }
-    // The changes that there are to read now, without waiting; `isCut` becomes true when some were lost.
+    // The changes that can be read now, without waiting; `isCut` becomes true when some were lost.
     [[nodiscard]] Json Next(bool& isCut);
 
   private:
@@ -62,7 +62,7 @@ class KernelFollower {
 
 // Why no route can go through this gateway, as far as addresses and interfaces tell: "there is no interface eth9",
 // "eth0 is down", "192.168.9.1 is in no network of eth0 (192.168.1.20/24)". Empty: the cause lies elsewhere. An empty
-// name stands for whatever interface.
+// name stands for any interface.
 [[nodiscard]] std::string WhyUnreachable(const Network& gateway, const std::string& interfaceName);
 
 // Why the kernel's answer here says nothing about the daemon that this thread's last call reached: it lives in another

@@ -34,7 +34,7 @@ const Structure* StructureIn(const nlattr* attribute) {
     return isWhole ? static_cast<const Structure*>(mnl_attr_get_payload(attribute)) : nullptr;
 }
 
-// Behind `skipped` bytes. Empty: not of the size that the family's addresses have.
+// After `skipped` bytes. Empty: not of the size that the family's addresses have.
 std::string AddressText(int family, const nlattr* attribute, std::size_t skipped = 0) {
     char text[INET6_ADDRSTRLEN] = "";
     const std::size_t size = skipped + (family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr));
@@ -106,7 +106,7 @@ Json RouteFields(const void* from, const Attributes& attributes) {
     const auto* via = StructureIn<rtvia>(hop[RTA_VIA]);
     const std::string gateway = via == nullptr ? AddressText(header.rtm_family, hop[RTA_GATEWAY])
                                                : AddressText(via->rtvia_family, hop[RTA_VIA], sizeof(rtvia));
-    // What router advertisements brought ends by itself, and nothing else that lasts does.
+    // What came from router advertisements expires by itself; nothing else that lasts does.
     const auto* cache = StructureIn<rta_cacheinfo>(attributes[RTA_CACHEINFO]);
     const bool isLearnt = header.rtm_protocol == RTPROT_RA || (cache != nullptr && cache->rta_expires != 0);
     return {{"destination", NetworkText(header.rtm_family, attributes[RTA_DST], header.rtm_dst_len, "default")},
@@ -138,7 +138,7 @@ Json RuleFields(const void* from, const Attributes& attributes) {
     constexpr u16 kConditions[] = {FRA_IIFNAME,   FRA_OIFNAME,  FRA_TUN_ID,      FRA_L3MDEV,
                                    FRA_UID_RANGE, FRA_IP_PROTO, FRA_SPORT_RANGE, FRA_DPORT_RANGE};
     const auto& header = *static_cast<const fib_rule_hdr*>(from);
-    // A mark of 0 compared with all bits is a condition; the kernel sends its mask alone then.
+    // A mark of 0 compared with all bits is a condition; the kernel then sends only its mask.
     const bool hasMark = attributes[FRA_FWMASK] != nullptr;
     const bool hasOthers = header.dst_len != 0 || header.tos != 0 || (header.flags & FIB_RULE_INVERT) != 0 ||
                            (hasMark && U32Of(attributes[FRA_FWMASK]) != ~u32{0}) ||
@@ -155,7 +155,7 @@ Json RuleFields(const void* from, const Attributes& attributes) {
 }  // namespace
 
 Json FromKernel(const nlmsghdr* message, bool isWay) {
-    // Each type is followed by the one of what is gone.
+    // Each type is followed by the one for its removal.
     static constexpr struct {
         u16 type;
         const char* event;

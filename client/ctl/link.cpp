@@ -117,7 +117,7 @@ void CheckNames(const Invocation& invocation, const std::vector<std::string>& na
     }
 }
 
-// What there is to say of an interface and its default route after its priority was set. Empty: all is as asked.
+// What there is to say about an interface and its default route after its priority was set. Empty: all is as asked.
 std::string RemarkOn(const Json& priority, u32 metric, const Json& routeBefore, const Json& route) {
     if (priority.is_null())
         return "not taken: the set of interfaces is fixed by the first \"priority set\" until the daemon restarts";

@@ -36,7 +36,7 @@ Outcome SetLevel(const Invocation& invocation) {
                                 .done = Format("log level {} (it cannot be read back)", level)});
 }
 
-// Seen through the daemon's own root directory, which may be another.
+// Seen through the daemon's own root directory, which may be a different one.
 bool IsMissingForDaemon(const std::string& path) {
     const std::string root = Format("/proc/{}/root", tessel_daemon_pid());
     if (access((root + "/").c_str(), F_OK) != 0) return false;
@@ -143,7 +143,7 @@ Json LineJson(const std::string& line) {
     return {{"kind", kind}, {"function", function}, {"text", line.substr(static_cast<std::size_t>(text))}};
 }
 
-// The lines of a log; text may go on for several ones. How requests come in and answers go out is left out.
+// The lines of a log; text may span several. How requests come in and answers go out is left out.
 Json LinesOf(std::string_view log) {
     Json lines = Json::array();
     while (!log.empty()) {

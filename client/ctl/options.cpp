@@ -9,7 +9,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// Seconds, with a part if wanted, up to a day.
+// Seconds, with a fraction if wanted, up to a day.
 int Milliseconds(const std::string& word) {
     constexpr double kDay = 86400;
     constexpr double kPerSecond = 1000;
@@ -105,7 +105,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
     longs.push_back({});
 
     Options options;
-    optind = 0;  // begins anew: a command may run another one
+    optind = 0;  // starts over: a command may run another one
     int place = -1;
     for (int found = 0; (found = getopt_long(argc, argv.data(), letters.c_str(), longs.data(), &place)) != -1;) {
         if (found == 1) {
@@ -122,7 +122,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
             return found == 0 ? one.name == longs[static_cast<std::size_t>(place)].name : one.letter == found;
         });
         std::string value = optarg == nullptr ? "" : optarg;
-        // The value of "--wait 5" is a word of its own; of "--wait addr" it is left out.
+        // The value of "--wait 5" is a word of its own; in "--wait addr" it is left out.
         if (optarg == nullptr && ArgumentOf(*row) == optional_argument &&
             IsTime(argv[static_cast<std::size_t>(optind)]))
             value = argv[static_cast<std::size_t>(optind++)];

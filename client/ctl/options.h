@@ -1,4 +1,4 @@
-// The options, which may stand anywhere among the words, but not behind "--".
+// The options, which may appear anywhere among the words, but not after "--".
 #pragma once
 
 #include "client/ctl/text.h"
@@ -28,7 +28,7 @@ struct Options {
     bool version = false;
     std::optional<i32> replyBytes;   // of `raw`
     std::string symbols;             // of `crash show`; empty: none
-    std::vector<std::string> words;  // everything else, in order; words behind "--" are the last ones
+    std::vector<std::string> words;  // everything else, in order; words after "--" are the last ones
     std::size_t wordsBehindDashes = 0;
 };
 
@@ -40,7 +40,7 @@ struct Options {
 
 // For help and completion.
 struct OptionRow {
-    std::string_view name;   // "json"; empty: the letter alone
+    std::string_view name;   // "json"; empty: only the letter
     char letter;             // 0: none
     std::string_view value;  // "S"; "[S]": may be left out; empty: takes none
     std::string_view summary;

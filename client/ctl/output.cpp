@@ -75,7 +75,7 @@ std::string ShownText(const std::string& name, const Json& value) {
     return Joined(parts, " ");
 }
 
-// The fields of a record and of records directly in it, which are known by "outer.inner", too. Of those that have one
+// The fields of a record and of records directly in it, which are also known as "outer.inner". Of those with the same
 // name, the innermost counts.
 using Values = std::map<std::string, Json>;
 
@@ -91,7 +91,7 @@ void Collect(const Json& record, const std::string& path, Values& values) {
 }
 
 // Every record of a document that has one of the fields itself, outermost first, with those of the records around it:
-// lists within a record are gone into only when it lacks a field that is wanted.
+// lists within a record are searched only when it lacks a field that is wanted.
 void FindRecords(const Json& document, const std::vector<std::string>& wanted, std::vector<Values>& found,
                  const std::string& path = "", const Values& outer = {}) {
     if (document.is_array()) {

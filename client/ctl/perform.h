@@ -1,5 +1,5 @@
-// The one sequence of a change: guard, send, cause of a failure, read back. With what judges it before, so that a
-// remote session does not cut itself off, and what stands between the commands and the daemon: -v shows what passes,
+// The one sequence of a change: guard, send, cause of a failure, read back. Also what judges it beforehand, so that a
+// remote session does not cut itself off, and what is between the commands and the daemon: -v shows what passes,
 // --dry-run keeps changes here and asks what would run.
 #pragma once
 
@@ -10,15 +10,15 @@ namespace tessel::ctl {
 
 struct Change {
     std::function<int()> send;  // calls of libtessel; the first error ends it
-    // Why it would end the session that it is typed in; empty: it does not. Not asked with --force.
+    // Why it would end the session that it is typed in; empty: it would not. Not asked with --force.
     std::function<std::string()> guard = {};
     // Why the daemon answered -1; empty: not known.
     std::function<std::string()> cause = {};
-    // What there is now, as a document; may throw. Without it the answer is all that is known.
+    // The present state, as a document; may throw. Without it the answer is all that is known.
     std::function<Json()> read = {};
     // What did not happen, by what was read: "eth0 does not have 192.168.1.20/24". Empty: everything did.
     std::function<std::string(const Json& now)> wrong = {};
-    // What is read is the kernel's: where that is not the daemon's own, nothing is called wrong, and a note says so.
+    // What is read is the kernel's: if that is not the daemon's own, nothing is called wrong, and a note says so.
     bool readsKernel = false;
     std::string done = {};  // "eth0   192.168.1.20/24 added"
 };
@@ -29,10 +29,10 @@ struct Change {
 // `question` is "Empty /tmp/log (3 bytes)"; `loss` what is said where nobody can be asked: "it has 3 bytes".
 void Agree(const Invocation& invocation, const std::string& question, const std::string& loss);
 
-// On standard error at once, for people alone; what can wait belongs into Outcome::notes.
+// On standard error immediately, only for people; what can wait belongs in Outcome::notes.
 void ShowNote(const Invocation& invocation, const std::string& note);
 
-// A host that is not to be shut out, and as far as known the connection that it has to the device.
+// A host that must not be shut out and, as far as known, its connection to the device.
 struct Session {
     std::string text;  // "your session comes from 192.168.1.77"
     Network peer;
@@ -41,7 +41,7 @@ struct Session {
     std::optional<u32> peerPort = {};
 };
 
-// Of --protect's host, else of the one that this is typed from (SSH_CONNECTION); nothing: there is neither.
+// The session of --protect's host, else of the one that this is typed from (SSH_CONNECTION); nothing: there is neither.
 [[nodiscard]] std::optional<Session> GuardedSession(const Options& options);
 
 // That one, and every host with an established TCP connection to port 22 or 23, as the kernel knows them.
@@ -66,16 +66,16 @@ struct Session {
 // is noted: requests that only ask are sent, where there is a daemon; others succeed here, with a reply of zeros.
 void UseRequests(int verbosity, bool isDryRun, std::FILE* err);
 
-// What would become of the packet filter by the requests that `send` makes. None of them is sent.
+// What the requests that `send` makes would do to the packet filter. None of them is sent.
 [[nodiscard]] FilterPlan PlanFilters(const std::function<int()>& send);
 
 // What was noted since UseRequests, for people or as JSON, with what the outcome says that this side would do itself
-// and what is worth knowing before.
+// and what is worth knowing beforehand.
 [[nodiscard]] std::string RenderPlan(const Outcome& outcome, bool asJson);
 
 // What the daemon would run is applied to the filters first: the guard judges what comes of it, entries that would be
 // lost are asked about, and what the kernel has in the end is compared with it. A list that is enabled is refused when
-// it cannot be, and asked about when somebody else than the guarded session would be shut out.
+// it cannot be, and asked about when somebody other than the guarded session would be shut out.
 [[nodiscard]] Outcome ChangeFilter(const Invocation& invocation, const std::string& done,
                                    const std::function<int()>& send, std::string_view enabledList = {});
 

@@ -54,7 +54,7 @@ Outcome Ping(const Invocation& invocation) {
                                    .dwTtl = words.Get<u32>("ttl", 64),
                                    .dwCount = words.Get<u32>("count", 4),
                                    .nUserId = getpid()};
-    // Nothing comes of an echo whose reply cannot be read, perhaps of the last one either.
+    // An echo whose reply cannot be read brings no event, and it may be the last one.
     const auto timeFor = [&](long long echoes) {
         return std::chrono::seconds(echoes * (request.dwTimeout + 2LL) + 8LL);
     };
@@ -128,7 +128,7 @@ Outcome TraceRoute(const Invocation& invocation) {
         .cause =
             Format("{} traces are running or were left behind (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX})};
     const bool isForPeople = !invocation.options.json && invocation.options.fields.empty();
-    long long hop = 0;  // of the line that is open: one a hop, which grows with each of its probes
+    long long hop = 0;  // of the open line: one per hop, which grows with each of its probes
     std::string address;
     const auto addToLine = [&](const ShownEvent& event) {
         std::string text;
@@ -147,7 +147,7 @@ Outcome TraceRoute(const Invocation& invocation) {
         if (isForPeople) addToLine(event);
         if (!isForPeople) ShowLine(invocation, event);
         if (event.kind >= TESSEL_EVENT_TRACE_REACHED) end = event;
-        // Without a route the daemon would go on, 15 s a hop.
+        // Without a route the daemon would continue, 15 s per hop.
         return event.document["last"] != true && end.kind != TESSEL_EVENT_TRACE_UNREACHABLE;
     };
     // Each probe is answered, or given up, within 5 s.

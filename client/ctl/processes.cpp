@@ -31,13 +31,14 @@ pid_t PidIn(const std::string& path) {
     return static_cast<pid_t>(std::strtol(path.c_str() + std::string_view("/proc/").size(), nullptr, 10));
 }
 
-// A file of "/proc/PID"; empty: the process has gone.
+// A file of "/proc/PID"; empty: the process is gone.
 std::string TextAbout(pid_t pid, const char* file) {
     const UniqueFd opened(open(Format("/proc/{}/{}", pid, file).c_str(), O_RDONLY | O_CLOEXEC));
     return opened.IsOpen() ? ReadToEnd(opened.Get()).value_or("") : "";  // it may end while it is read
 }
 
-// A topic and the name of its socket; one that ends with '_' goes on with words of whoever has the notices sent.
+// A topic and the name of its socket; one that ends with '_' continues with words chosen by whoever asked for the
+// notices.
 constexpr std::pair<std::string_view, std::string_view> kNoticeSockets[] = {
     {"ntp", TESSEL_SOCKET_NTP},
     {"ntp inet6", TESSEL_SOCKET_NTPV6},

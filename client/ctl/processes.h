@@ -7,13 +7,13 @@
 
 namespace tessel::ctl {
 
-// {"since", "running_s", "resident_kib"}; each null: it has gone.
+// {"since", "running_s", "resident_kib"}; each null: it is gone.
 [[nodiscard]] Json LookAtProcess(pid_t pid);
 
 // Whether the process sees the interfaces that this one sees; nothing: not allowed to look.
 [[nodiscard]] std::optional<bool> SharesOurNetwork(pid_t pid);
 
-// Empty: it has gone.
+// Empty: it is gone.
 [[nodiscard]] std::string ProcessName(pid_t pid);
 
 // The processes of this name whose command line has these words, one blank between two. The kernel keeps 15 characters
@@ -42,7 +42,7 @@ struct ListeningProcess {
 // The names of sockets with this beginning that somebody listens under.
 [[nodiscard]] std::vector<std::string> ListenedNames(std::string_view beginning);
 
-// Who takes which notices: under every name that is fixed, and under those that programs have made up for themselves.
+// Who takes which notices: under every fixed name, and under those that programs made up for themselves.
 //   [{"topic": kind, family, interface or id: "conflict inet6", "dhcp eth0"; "socket",
 //     "listener": as above; "text": "webui (pid 801)", "nobody"}]
 [[nodiscard]] Json NoticeListeners();

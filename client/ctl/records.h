@@ -5,7 +5,7 @@
 
 #include "client/ctl/fields.h"
 
-// In a namespace of their own: objects of the tool bear the same names (kGateway).
+// In a namespace of their own: objects of the tool have the same names (kGateway).
 namespace tessel::ctl::records {
 
 // What a member's type says about its meaning.

@@ -20,7 +20,7 @@ std::string WhoIsSilenced(const std::string& socket) {
                      : "";
 }
 
-// ---- Conflicts: one switch and one socket a family ----
+// ---- Conflicts: one switch and one socket per family ----
 
 std::string ConflictSocket(int family) {
     return family == TESSEL_FAMILY_INET6 ? TESSEL_SOCKET_IPV6_CONFLICT : TESSEL_SOCKET_IP_CONFLICT;
@@ -92,10 +92,11 @@ constexpr Command kConflictCommands[] = {
 
 // ---- Router advertisements ----
 
-// Of every tesselctl, so that the next one goes on with what another has left behind: an interface keeps its first one.
+// The same for every tesselctl, so that the next one continues what another left behind: an interface keeps its first
+// one.
 constexpr i32 kUser = 0;
 
-// Of whoever gets the reports of an interface; empty: nobody does.
+// The socket of whoever gets the reports of an interface; empty: nobody does.
 std::string RouterSocket(const std::string& interface) {
     const auto names = ListenedNames(Format("{}_{}_", TESSEL_SOCKET_ROUTER_NOTIFY, interface));
     return names.empty() ? "" : names.front();

@@ -39,7 +39,7 @@ struct Passage {
 };
 Passage g_passing;
 
-// Of a code that nobody knows, too.
+// Also for an unknown code.
 Message MessageOf(u32 code) {
     const Message* message = FindMessage(code);
     return message != nullptr ? *message : Message{code, "", {}, {}, nullptr, "has no such request"};
@@ -131,7 +131,7 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     if (!message.inDaemon.empty()) planned.note = Format("the daemon {}", message.inDaemon);
     if (message.handler == nullptr) return planned;
     if (g_ptDaeDhcpSInfo == nullptr) DaemonDhcpsInit();
-    const i32 level = g_logLevel.exchange(0);  // nothing happens that the system's log should know of
+    const i32 level = g_logLevel.exchange(0);  // nothing happens that belongs in the system's log
     const bool usesPriorities = message.code == TESSEL_CMD_GATEWAY_SET || message.code == TESSEL_CMD_PRIORITY_SET;
     if (usesPriorities && !TakeOverPriorities())
         planned.note = "the daemon did not answer, so its priorities are unknown: metrics may differ";
@@ -144,7 +144,7 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     return planned;
 }
 
-// While it lives longer than two seconds, a line says what is waited for, on a terminal, and signals that are held back
+// Once it has lived for two seconds, a line on a terminal says what is being waited for, and signals that are held back
 // (HeldSignals) end the process: without the daemon nothing can be put in order.
 std::jthread NoticeOfWaiting(std::FILE* err) {
     const bool isForPeople = isatty(fileno(err)) != 0;

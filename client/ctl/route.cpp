@@ -7,7 +7,7 @@ namespace tessel::ctl {
 
 namespace {
 
-// The network as text. Throws a Failure for what has bits behind its length.
+// The network as text. Throws a Failure for one with bits beyond its length.
 std::string RequireNetwork(const Invocation& invocation, const Network& network) {
     const std::string text = NetworkText(network);
     const std::string meant = NetworkText(Masked(network));
@@ -15,7 +15,8 @@ std::string RequireNetwork(const Invocation& invocation, const Network& network)
     return text;
 }
 
-// As much of the kernel's routes as the daemon reports of its own. Those to one destination come by their metrics.
+// As much of the kernel's routes as the daemon reports of its own. Those to the same destination come in order of
+// metric.
 Json RoutesIn(int family, u32 table) {
     Json routes = KernelRoutes(family, table);
     for (Json& route : routes)
@@ -194,7 +195,7 @@ Outcome ChangeRule(const Invocation& invocation) {
     Json meant = Json::object();
     if (words.Has("from")) meant = {{"from", source.length == 0 ? "all" : from}, {"table", table}};
     if (mark != 0) meant["fwmark"] = mark;
-    // The kernel compares no source of length 0.
+    // The kernel does not compare a source of length 0.
     Json matched = meant;
     if (source.length == 0) matched.erase("from");
     if (preference != 0) meant["pref"] = preference;

@@ -1,4 +1,4 @@
-// What stands on the links: PPPoE and the bond; and the device's services, the web server among them.
+// What runs on the links: PPPoE and the bond; and the device's services, the web server among them.
 #include <unistd.h>
 
 #include "client/ctl/device.h"
@@ -27,7 +27,7 @@ std::string PasswordOf(const Invocation& invocation) {
     return typed == nullptr ? "" : typed;
 }
 
-// Said here: the daemon would answer -1 to what cannot be handed over, and not why.
+// Said here: the daemon would answer -1 to what cannot be passed on, without saying why.
 template <std::size_t kBytes>
 void StoreText(const Invocation& invocation, const char* what, const std::string& text, bool isPlain,
                char (&field)[kBytes]) {

@@ -44,11 +44,11 @@ Json SettingsOf(const Json& state) {
     return settings;
 }
 
-// The lists that settings of each object stand in.
+// The lists that settings of each object are in.
 constexpr std::pair<std::string_view, const char*> kLists[] = {
     {"addr", "addresses"}, {"gateway", "gateways"}, {"priority", "priorities"}, {"route", "routes"}, {"rule", "rules"}};
 
-// What there is to be: first, empty, what `now` has and the lists of `wanted` leave out.
+// The state to reach: first, empty, what `now` has and the lists of `wanted` leave out.
 Json AimsOf(const Json& now, const Json& wanted) {
     Json aims = Json::object();
     const Json settings = SettingsOf(wanted);
@@ -198,7 +198,7 @@ Outcome TakeBack(const Json& state, const Invocation& outer) {
         (void)CaptureTool({ToolOf(family) + "-restore"}, text);
         rows.push_back(ResultRow("firewall " + FamilyName(family), {}, {}, {}, SavedFilter(family) == text, "before"));
     }
-    // A daemon that is being restarted is waited for.
+    // Waits for a daemon that is being restarted.
     for (int tries = 30; tries > 0 && outcome.document.is_null(); --tries) {
         try {
             outcome = BringTo(state, outer, "before");

@@ -8,26 +8,26 @@ namespace tessel::ctl {
 // {"interfaces": [{"interface", "mtu", "mac", "addresses": ["192.168.1.20/24"], "gateways": ["192.168.1.1"]}],
 //  "priorities": [{"interface", "metric"}], "routes": [{"destination", "gateway", "interface", "metric"}],
 //  "rules": [{"pref", "from", "fwmark" or null, "table"}]}
-// Without what comes by itself: link-local and learnt addresses, learnt routes, routes and rules of the kernel's own.
+// Without what appears by itself: link-local and learnt addresses, learnt routes, the kernel's own routes and rules.
 // With `withFirewall` also "firewall": the packet filters of IPv4 and IPv6, as the tools save them. Throws a Failure.
 [[nodiscard]] Json ReadState(const std::string& asked, bool withFirewall = false);
 
 // A step is a command's words: {"addr", "set", "dev", "eth0", "192.168.1.20/24"}.
 using Step = std::vector<std::string>;
 
-// What is to be run, in order, so that `now` becomes `wanted`. What `wanted` does not name is left alone.
+// What to run, in order, to turn `now` into `wanted`. What `wanted` does not name is left alone.
 [[nodiscard]] std::vector<Step> StepsBetween(const Json& now, const Json& wanted);
 
-// Runs those steps, without asking, and reads back; once again where a step undid another's work. The document has a
-// row for each setting that was not, or is not, as `wanted`:
+// Runs those steps, without asking, and reads back; once more if a step undid another's work. The document has a row
+// for each setting that was not, or is not, as `wanted`:
 //   {"setting", "was", "wanted", "now", "result": "as before" or "not as before"}, "before" being `word` here.
-// The notes say what went wrong with single steps.
+// The notes say what went wrong with individual steps.
 [[nodiscard]] Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word);
 
-// Brings a state back as BringTo does, and its packet filters: a row for each that was another.
+// Brings a state back as BringTo does, and its packet filters: a row for each that was different.
 [[nodiscard]] Outcome TakeBack(const Json& state, const Invocation& outer);
 
-// Of the commands that write `text` to their FILE: standard output without one or for "-". `what` says what is in it.
+// For the commands that write `text` to their FILE: standard output without one or for "-". `what` says what is in it.
 [[nodiscard]] Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what,
                                  const Json& document);
 

@@ -35,7 +35,7 @@ Json InterfacesJson(const std::string& named, const Json& priorities, bool answe
     for (Json& link : KernelLinks()) {
         if (!named.empty() && link["interface"] != named) continue;
         link["gateways"] = Json::array();
-        std::string family;  // the kernel lists the default route first that it uses
+        std::string family;  // the kernel lists first the default route that it uses
         for (const Json& route : routes) {
             if (route["destination"] != "default") continue;
             const bool isFirst = route["family"] != std::exchange(family, TextOf(route, "family"));
@@ -131,7 +131,7 @@ std::string FirewallText(const Json& families) {
     return "firewall   " + Joined(texts, "   ") + "\n";
 }
 
-// That nobody takes a notice is worth a word where the daemon waits for it: conflicts.
+// A notice that nobody takes is worth a word where the daemon waits for it: conflicts.
 std::string ListenersText(const Json& listeners) {
     std::vector<std::string> texts;
     for (const Json& one : listeners) {

@@ -9,7 +9,7 @@ namespace tessel::ctl {
 [[nodiscard]] int RunTool(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err);
 
 // A command from within another (apply, try, trace): its words and options as typed. The outer options for output and
-// time stay as they are. What fails stands in the outcome, and a table that it would show, as text.
+// time stay as they are. A failure is in the outcome, and so is a table that it would show, as text.
 [[nodiscard]] Outcome RunInner(const std::vector<std::string>& arguments, const Invocation& outer);
 
 // The rows that words may mean, before their values are looked at.
@@ -20,7 +20,7 @@ struct Selection {
     std::vector<std::string> rest;
 };
 
-// Objects and verbs may be cut where that is unambiguous. Both throw a Failure.
+// Objects and verbs may be abbreviated where that is unambiguous. Both throw a Failure.
 [[nodiscard]] const Object& FindObject(std::string_view word);
 [[nodiscard]] Selection SelectCommand(const std::vector<std::string>& words);
 
@@ -43,7 +43,7 @@ struct ParsedCommand {
 // On what the words name: everything, an object, or one command.
 [[nodiscard]] std::string HelpText(const std::vector<std::string>& words);
 
-// `words` are those behind "tesselctl", the last one being typed, perhaps empty. Nothing: let the shell offer files.
+// `words` are those after "tesselctl", the last one being typed, perhaps empty. Nothing: let the shell offer files.
 [[nodiscard]] std::vector<std::string> Complete(const std::vector<std::string>& words);
 
 // Runs a command (its arguments as typed, without "tesselctl") and undoes it after `seconds` unless it is confirmed.

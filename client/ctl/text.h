@@ -116,7 +116,7 @@ struct Failure {
 [[nodiscard]] Failure NotApplied(std::string_view asked, std::string_view why);
 [[nodiscard]] Failure Failed(std::string_view asked, std::string_view why);
 
-// For an error of libtessel. `cause` is added when the daemon answered -1; empty: none is known. errno is looked at.
+// For an error of libtessel. `cause` is added when the daemon answered -1; empty: none is known. Reads errno.
 [[nodiscard]] Failure CallFailed(std::string_view asked, int error, std::string_view cause = {});
 
 // Throws CallFailed unless `error` is TESSEL_OK.

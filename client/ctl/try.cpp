@@ -23,7 +23,7 @@ const char* RestText(const Json& rows) {
 // What the guardian is sent.
 constexpr int kKeep = SIGUSR1;
 constexpr int kTakeBack = SIGUSR2;
-constexpr int kBegin = SIGALRM;  // the command is through
+constexpr int kBegin = SIGALRM;  // the command has finished
 
 // The guardian's file, on which it holds a lock as long as it lives:
 //   {"pid", "command", "state": "running", "waiting", "kept" or "taken back", "until" or null, "results" and
@@ -205,7 +205,7 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
     constexpr std::string_view kSettings = " addr apply link gateway priority route rule table firewall ";
     const std::string_view object = ParseWords(ParseOptions(arguments).words).object->name;
     Options options = outer.options;
-    options.force = true;  // instead of the guard there is the guardian
+    options.force = true;  // the guardian replaces the guard
     const Invocation forced{outer.words, options, outer.asked, outer.out, outer.err};
     if (options.dryRun) {
         Outcome outcome = RunInner(arguments, forced);

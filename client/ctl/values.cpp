@@ -1,4 +1,4 @@
-// Typed values: how each kind of word is read, what is said of one that is none, and their text.
+// Typed values: how each kind of word is read, what is said of a wrong one, and their text.
 #include <arpa/inet.h>
 
 #include <charconv>
@@ -36,7 +36,7 @@ std::optional<Value> Anything(const std::string& word) {
     return word.empty() ? std::nullopt : std::optional<Value>(word);
 }
 
-// A gateway, a server, a peer: the zero address is none.
+// A gateway, a server, a peer: the zero address is not one.
 std::optional<Value> Host(const std::string& word) {
     const auto host = ParseHost(word);
     return host && !HostText(*host).empty() ? std::optional<Value>(*host) : std::nullopt;

@@ -83,13 +83,13 @@ class Watcher {
 
     // Until the last event or a signal, which it returns; SIGPIPE also when nobody reads any more.
     int Follow() {
-        // The output is asked for nothing: poll(2) reports in any case that its reader has gone.
+        // Nothing is asked of the output: poll(2) always reports that its reader is gone.
         std::vector<pollfd> waited = {{signals_.Fd(), POLLIN, 0}, {fileno(invocation_.out), 0, 0}};
         for (const Source& source : sources_)
             waited.push_back({tessel_listener_fd(source.listener.get()), POLLIN, 0});
         if (kernel_) waited.push_back({kernel_->Fd(), POLLIN, 0});
         lastEvent_ = Clock::now();
-        // Events may be far apart. Scripts are not told.
+        // Events may be far apart, and somebody at a terminal wonders.
         if (!watch_.onEvent && isatty(fileno(invocation_.err)) != 0)
             ShowNote(invocation_,
                      daemon_ ? "listening; Ctrl-C ends this" : "no daemon is running yet; Ctrl-C ends this");
@@ -107,7 +107,7 @@ class Watcher {
         }
     }
 
-    // What there is, one event of each socket at most. False: that was the last one.
+    // What there is, at most one event from each socket. False: that was the last one.
     bool ShowNext() {
         for (const Source& source : sources_) {
             tessel_event event;
@@ -145,7 +145,7 @@ class Watcher {
         const Failure ended{kExitNotRunning, "not_running", invocation_.asked + ": the daemon has ended" + then};
         if (!watch_.survivesTheDaemon) throw ended;
         if (!daemon) {
-            // Nothing has ended here, so this is no result.
+            // Nothing has ended here, so this is not a result.
             (void)std::fputs(RenderFailure(ended, invocation_.options.json).c_str(), invocation_.err);
             return;
         }
@@ -156,7 +156,8 @@ class Watcher {
         ShowNote(invocation_, "a new daemon is running; continuing with it");
     }
 
-    // Nothing that somebody else has started and who lives on. The sockets stay open until everything was answered.
+    // Leaves alone what was started by somebody else who is still running. The sockets stay open until everything is
+    // answered.
     void SwitchOff(Outcome& outcome) {
         for (const Source& source : sources_) {
             const auto& other = source.takenFrom;
@@ -202,7 +203,7 @@ void ShowLine(const Invocation& invocation, const ShownEvent& event) {
         if (!fields) throw Refused("--get", "no such field (--json shows them)");
         text = *fields;
     }
-    // Whether somebody reads is looked at before the next wait.
+    // Whether somebody reads is checked before the next wait.
     const bool isWritten = std::fputs(text.c_str(), invocation.out) >= 0 && std::fflush(invocation.out) == 0;
     if (!isWritten && errno != EPIPE) throw Failed(invocation.asked, Format("standard output: {}", strerror(errno)));
 }

@@ -1,5 +1,5 @@
-// Shows events as they come, until somebody has had enough: listens first, has them sent, and the other way round on
-// the way out, also on SIGINT, SIGTERM and SIGHUP, or when nobody reads any more.
+// Shows events as they come, until somebody has had enough: listens first, has them sent, and does the reverse on the
+// way out, also on SIGINT, SIGTERM and SIGHUP, or when nobody reads any more.
 #pragma once
 
 #include <sys/signalfd.h>
@@ -15,11 +15,11 @@ namespace tessel::ctl {
 struct ShownEvent {
     Json document;     // time, event, source, and the fields
     std::string line;  // "10:04:11.204  conflict  eth0  ..."
-    std::string text;  // what stands behind the interface or the id there: "seq 0  ttl 64  0.41 ms"
+    std::string text;  // what follows the interface or the id there: "seq 0  ttl 64  0.41 ms"
     int kind = 0;      // enum tessel_event_kind; 0: the kernel's
 };
 
-// Nothing: the message is no event of a known kind, or too short.
+// Nothing: the message is not an event of a known kind, or too short.
 [[nodiscard]] std::optional<ShownEvent> ShowEvent(const tessel_event& event, std::string_view source, WallTime time);
 
 // A change in the kernel, as FromKernel gives it.
@@ -42,15 +42,15 @@ struct Watch {
     // A notice, decoded. False: that was the last one. Without it every event is shown by ShowLine.
     std::function<bool(const ShownEvent& event)> onEvent = {};
     std::chrono::milliseconds deadline{0};  // without an event, which ends it; 0: none
-    // What is switched on is switched on again when the daemon was started anew meanwhile. Not for ping and traceroute.
+    // What is switched on is switched on again when the daemon has been restarted. Not for ping and traceroute.
     bool survivesTheDaemon = true;
 };
 
-// Refuses names that somebody listens under, unless --take: and then neither starts nor stops what that one has
+// Refuses names that somebody listens under, unless --take; with it, neither starts nor stops what that listener has
 // started, and says so. With --dry-run: says what would be listened under and makes the requests.
 [[nodiscard]] Outcome RunWatch(const Invocation& invocation, const Watch& watch);
 
-// An event in the form that the options ask for, at once. Throws a Failure for a field that there is not.
+// An event in the form that the options ask for, immediately. Throws a Failure for a field that does not exist.
 void ShowLine(const Invocation& invocation, const ShownEvent& event);
 
 // What ends the tool from outside.

@@ -152,7 +152,7 @@ class Matcher {
     }
 
     void NoteExpected() {
-        bool waitsForValue = false;  // the ones behind it cannot come before it
+        bool waitsForValue = false;  // the ones after it cannot come before it
         for (const Item& item : items_) {
             const bool isValue = !item.First().isKeyword;
             const bool isOpen = !item.isUsed || item.repeats;

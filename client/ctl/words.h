@@ -61,13 +61,13 @@ using PortList = std::vector<std::pair<u32, u32>>;
 // "inet", "inet6", "both".
 [[nodiscard]] std::string FamilyName(int family);
 
-// The network that an address lies in: the bits behind the length are 0. And its last address.
+// The network that contains an address: the bits beyond the length are 0. And its last address.
 [[nodiscard]] Network Masked(Network network);
 [[nodiscard]] Network LastOf(Network network);
 // True when every address of `inner` is one of `outer`.
 [[nodiscard]] bool Covers(const Network& outer, Network inner);
 
-// Between values and records of include/tessel/. An IPv4 address whose family a record leaves out is one all the same.
+// Between values and records of include/tessel/. An IPv4 address is one even if the record leaves its family out.
 [[nodiscard]] TNetGateway GatewayOf(const Network& network);
 [[nodiscard]] TNetIpAddr AddressOf(const Network& network);
 [[nodiscard]] Network NetworkOf(const TNetGateway& record, i32 length);
@@ -77,8 +77,8 @@ using PortList = std::vector<std::pair<u32, u32>>;
 // What a word of a command stands for.
 using Value = std::variant<std::string, u32, Network, Range, Mac>;
 
-// A kind of word by its name in patterns (words.h): "IF", "A/L", "N:1-100" ... Any name that is not known is a word
-// that only must not be empty.
+// A kind of word by its name in patterns (words.h): "IF", "A/L", "N:1-100" ... An unknown name is any word that is not
+// empty.
 struct ParsedValue {
     std::optional<Value> value;
     std::string problem;  // without a value: "\"192.168.1.300/24\" is no address with its length, such as ..."
@@ -88,7 +88,7 @@ struct ParsedValue {
 // Values worth offering in completion, as far as they can be listed.
 [[nodiscard]] std::vector<std::string> KnownValues(std::string_view kind);
 
-// A row on each kind that occurs in `pattern`, for help: "A/L", "address with its length, such as 192.168.1.20/24".
+// A row for each kind that occurs in `pattern`, for help: "A/L", "address with its length, such as 192.168.1.20/24".
 [[nodiscard]] std::vector<std::vector<std::string>> KindsIn(std::string_view pattern);
 
 // One word of a pattern.
@@ -113,7 +113,7 @@ class Words {
         const Entry* entry = Find(key);
         return entry == nullptr ? "" : entry->word;
     }
-    // The first one. It has to be there, and of this type.
+    // The first one. It must be there, and of this type.
     template <typename T>
     [[nodiscard]] const T& Get(std::string_view key) const {
         return std::get<T>(Find(key)->value);

@@ -29,8 +29,8 @@ namespace {
 
 constexpr char kCrashFile[] = "/usr/tessel_crash.log";
 
-// If whoever started the daemon closed a descriptor below 3, a socket would get its number, and what goes to standard
-// output would go there.
+// If whoever started the daemon closed a descriptor below 3, a socket would get its number, and standard output would
+// go there.
 void OccupyStandardDescriptors() {
     int fd = 0;
     do {
@@ -53,7 +53,7 @@ void SetSignalActions() {
     signal(SIGHUP, SIG_IGN);
     signal(SIGINT, SIG_IGN);
     signal(SIGCHLD, SIG_DFL);  // tools are waited for
-    signal(SIGPIPE, SIG_IGN);  // a client that has gone makes the write fail
+    signal(SIGPIPE, SIG_IGN);  // a client that is gone makes the write fail
 }
 
 }  // namespace
@@ -79,9 +79,9 @@ i32 TesselDaemonInit() {
     return NetdevTableInit();
 }
 
-// The lines of the start are of the error kind: the log's initial level lets them through.
+// The lines of the start are error lines: the log's initial level lets those through.
 void TesselDaemonMain() {
-    constexpr char kMain[] = "main";  // which is all that calls this
+    constexpr char kMain[] = "main";  // the only caller
     OccupyStandardDescriptors();
     // Before the forks, so that they are covered: the debug thread does not outlive them, and its message queue stays.
     // The daemon serves without crash reports, too.
@@ -102,7 +102,7 @@ void TesselDaemonMain() {
     (void)IpcApiRegisterAll();  // always 0
     TESSEL_ERR_AT(CallSite::Current(kMain), "[TESSEL_DAEMON]: api register done");
     (void)IpcApiDaemonInit();
-    // Without a socket no command is served; the workers go on.
+    // Without a socket no command is served; the workers continue.
     while (true)
         sleep(1);
 }

@@ -3,7 +3,7 @@
 
 #include "core/types.h"
 
-// Detaches from the session that started the program: forks twice, each time ending the parent with 0, and goes on in
+// Detaches from the session that started the program: forks twice, each time ending the parent with 0, and continues in
 // "/tmp" with umask 0. Standard input, output and error stay as inherited. Exits with 1 when a fork fails.
 void DaemonInit();
 

@@ -8,7 +8,8 @@ enum {
     TESSEL_ADDRESSES_MAX = 16 /* entries of a list; further addresses of an interface are left out */
 };
 
-/* Scope codes. Both 0 and 4 are global: 0 in a record whose scope nobody set, 4 when it is read from the kernel. */
+/* Scope codes. Both 0 and 4 mean global: 0 in a record whose scope was never set, 4 when it was read from the
+ * kernel. */
 enum {
     TESSEL_SCOPE_UNSET = 0,
     TESSEL_SCOPE_HOST = 1,
@@ -42,8 +43,8 @@ typedef struct {
 static_assert(sizeof(TNetIfaceIp) == 580, "wire size");
 static_assert(offsetof(TNetIfaceIp, atIp) == 4, "wire offset");
 
-/* TESSEL_CMD_IPADDR_ADD and TESSEL_CMD_IPADDR_DEL; answered with a status. An entry of another family than 2 or 10 is
- * answered with 0, and nothing is done. The scope is always the one that the kernel gives. */
+/* TESSEL_CMD_IPADDR_ADD and TESSEL_CMD_IPADDR_DEL; answered with a status. An entry of a family other than 2 and 10 is
+ * answered with 0, and nothing is done. The kernel always chooses the scope. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */
     TNetIpAddr tIp;
@@ -60,8 +61,8 @@ static_assert(sizeof(TNetIpaddrFlushReq) == 18, "wire size");
 static_assert(offsetof(TNetIpaddrFlushReq, achDevName) == 2, "wire offset");
 
 /* TESSEL_CMD_IPADDR_SET; answered with a status. The list replaces the addresses of the family; IPv6 link-local ones
- * and those learnt from router advertisements stay. The payload may end behind the last valid entry; one that ends
- * before it changes nothing and is answered with -1. */
+ * and those learnt from router advertisements stay. The payload may end after the last valid entry; one that ends
+ * earlier changes nothing and is answered with -1. */
 typedef struct {
     uint16_t wSinFamily;               /* 2, 10 or 11 (each entry to its family) */
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */

@@ -4,8 +4,8 @@
 
 #include "tessel/ipc.h"
 
-/* TESSEL_CMD_BROADCAST_ARP_START; answered with a status, or not at all when it has another size. While the announcer
- * runs another start changes nothing. TESSEL_CMD_BROADCAST_ARP_STOP has no payload: with one it gets no answer. */
+/* TESSEL_CMD_BROADCAST_ARP_START; answered with a status, or not at all if its size is wrong. While the announcer runs,
+ * another start changes nothing. TESSEL_CMD_BROADCAST_ARP_STOP has no payload: with one it gets no answer. */
 typedef struct {
     uint32_t dwTargetIp; /* the address that the requests ask for; network order */
 } __attribute__((packed)) TNetBroadcastArpReq;

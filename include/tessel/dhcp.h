@@ -7,8 +7,8 @@
 
 enum { TESSEL_DHCP_DNS_MAX = 64 };
 
-/* TESSEL_CMD_DHCPC_START; answered with a status. DNS servers are asked for. A client that runs already is asked to
- * renew its lease, and reports go to the process given last. */
+/* TESSEL_CMD_DHCPC_START; answered with a status. The client asks for DNS servers. One that is already running is asked
+ * to renew its lease, and reports go to the process named last. */
 typedef struct {
     uint16_t wSinFamily;               /* 2 or 10 */
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */
@@ -17,11 +17,11 @@ typedef struct {
 static_assert(sizeof(TNetDhcpcStartReq) == 22, "wire size");
 static_assert(offsetof(TNetDhcpcStartReq, nPid) == 18, "wire offset");
 
-/* TESSEL_CMD_DHCPC_START_EX; the same with a say in DNS servers. */
+/* TESSEL_CMD_DHCPC_START_EX; the same, with a choice about DNS servers. */
 typedef struct {
     uint16_t wSinFamily;
     char achDevName[TESSEL_NAME_SIZE];
-    uint16_t wDnsDynmic; /* 0: no DNS servers are asked for, and none are reported */
+    uint16_t wDnsDynmic; /* 0: DNS servers are neither asked for nor reported */
     int32_t nPid;
 } __attribute__((packed)) TNetDhcpcStartExReq;
 static_assert(sizeof(TNetDhcpcStartExReq) == 24, "wire size");
@@ -29,7 +29,7 @@ static_assert(offsetof(TNetDhcpcStartExReq, wDnsDynmic) == 18, "wire offset");
 static_assert(offsetof(TNetDhcpcStartExReq, nPid) == 20, "wire offset");
 
 /* TESSEL_CMD_DHCPC_STOP and TESSEL_CMD_DHCPC_RENEW; answered with a status, which for RENEW is always -1: start again
- * instead. Stopping an IPv4 client that has died meanwhile answers -1. */
+ * instead. Stopping an IPv4 client that has already died answers -1. */
 typedef struct {
     uint16_t wSinFamily;
     char achDevName[TESSEL_NAME_SIZE];
@@ -39,12 +39,12 @@ static_assert(offsetof(TNetDhcpcReq, achDevName) == 2, "wire offset");
 
 /* Types of the notifications to TESSEL_SOCKET_DHCPC and TESSEL_SOCKET_DHCPCV6, with a TNetDhcpcLease each. */
 enum {
-    TESSEL_DHCPC_DECONFIGURED = 0, /* IPv4: the lease has gone */
+    TESSEL_DHCPC_DECONFIGURED = 0, /* IPv4: the lease is gone */
     TESSEL_DHCPC_LEASE = 0x505,
     TESSEL_DHCPC_FAILED = 0x506
 };
 
-/* A lease as far as it is known. The families of router and DNS servers are set by the IPv6 client alone. */
+/* What is known of a lease. Only the IPv6 client sets the families of the router and the DNS servers. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE];
     TNetGateway tAddr;
@@ -63,7 +63,7 @@ static_assert(offsetof(TNetDhcpcLease, atDns) == 68, "wire offset");
 
 /* What a server hands out. */
 typedef struct {
-    TNetGateway tStart; /* first address of the pool; IPv4 as are all here */
+    TNetGateway tStart; /* first address of the pool; IPv4, like all addresses here */
     TNetGateway tEnd;   /* last one */
     uint32_t dwPrefixLen;
     TNetGateway tRouter;
@@ -77,7 +77,7 @@ static_assert(offsetof(TNetDhcpsConf, tRouter) == 44, "wire offset");
 static_assert(offsetof(TNetDhcpsConf, dwDnsNum) == 88, "wire offset");
 static_assert(offsetof(TNetDhcpsConf, atDns) == 92, "wire offset");
 
-/* TESSEL_CMD_DHCPS_START; answered with a status. One server an interface, eight in all. */
+/* TESSEL_CMD_DHCPS_START; answered with a status. One server per interface, eight in all. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated */
     uint16_t wSinFamily;               /* 2; there is no server for IPv6 */

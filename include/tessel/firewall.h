@@ -15,7 +15,7 @@ enum { TESSEL_PROTOCOL_IPV4 = 1, TESSEL_PROTOCOL_IPV6 = 2, TESSEL_PROTOCOL_BOTH 
 enum {
     TESSEL_LIST_WHITE_ADD = 1,
     TESSEL_LIST_WHITE_DEL = 2,
-    TESSEL_LIST_BLACK_ADD = 3, /* matching packets are logged, too */
+    TESSEL_LIST_BLACK_ADD = 3, /* matching packets are also logged */
     TESSEL_LIST_BLACK_DEL = 4
 };
 
@@ -42,15 +42,16 @@ typedef struct {
 static_assert(sizeof(TNetIpFilterReq) == 88, "wire size");
 static_assert(offsetof(TNetIpFilterReq, tFilter) == 4, "wire offset");
 
-/* TESSEL_CMD_MAC_FILTER; for IPv4 and IPv6 packets. Behind it the MAC address as text ("02:00:00:00:00:01") up to the
- * payload's end; a NUL may end it earlier. */
+/* TESSEL_CMD_MAC_FILTER; for IPv4 and IPv6 packets. It is followed by the MAC address as text ("02:00:00:00:00:01"),
+ * which ends with the payload or at an earlier NUL. */
 typedef struct {
     uint32_t eCmd; /* TESSEL_LIST_... */
 } __attribute__((packed)) TNetMacFilterReq;
 static_assert(sizeof(TNetMacFilterReq) == 4, "wire size");
 
-/* TESSEL_CMD_IP_AND_MAC_FILTER: packets of one address from one MAC. Behind it the IPv4 or IPv6 address as text up to
- * the payload's end; a NUL may end it earlier. An IPv6 address means the whole /32 network that it lies in. */
+/* TESSEL_CMD_IP_AND_MAC_FILTER: packets of one address from one MAC. It is followed by the IPv4 or IPv6 address as
+ * text, which ends with the payload or at an earlier NUL. An IPv6 address means the whole /32 network that contains
+ * it. */
 typedef struct {
     uint32_t eCmd;   /* TESSEL_LIST_... */
     char achMac[17]; /* as text; needs no NUL */
@@ -73,14 +74,14 @@ typedef struct {
 } __attribute__((packed)) TNetFilterSwitchReq;
 static_assert(sizeof(TNetFilterSwitchReq) == 4, "wire size");
 
-/* TESSEL_CMD_CHAIN_ADD. Behind it the chain's name up to the payload's end; a NUL may end it earlier. The chain
- * "icmppacket" is jumped to from INPUT at once, for both protocols. */
+/* TESSEL_CMD_CHAIN_ADD. It is followed by the chain's name, which ends with the payload or at an earlier NUL. For the
+ * chain "icmppacket", INPUT gets a jump to it immediately, for both protocols. */
 typedef struct {
     uint16_t wIpType; /* TESSEL_PROTOCOL_... */
 } __attribute__((packed)) TNetChainAddReq;
 static_assert(sizeof(TNetChainAddReq) == 2, "wire size");
 
-/* TESSEL_CMD_ICMP_FILTER: whether echo requests are answered. Replaces what was set before for its protocols. */
+/* TESSEL_CMD_ICMP_FILTER: whether echo requests are answered. Replaces the previous setting of its protocols. */
 enum {
     TESSEL_ICMP_ALLOW_IPV4 = 1,
     TESSEL_ICMP_DROP_IPV4 = 2,
@@ -122,8 +123,8 @@ typedef struct {
 static_assert(sizeof(TNetPortFilterReq) == 156, "wire size");
 static_assert(offsetof(TNetPortFilterReq, tFilter) == 4, "wire offset");
 
-/* TESSEL_CMD_FIREWALL_SAVE and TESSEL_CMD_FIREWALL_RESTORE. Behind it the files' base path up to the payload's end; a
- * NUL may end it earlier. "-4" and "-6" are appended to it. */
+/* TESSEL_CMD_FIREWALL_SAVE and TESSEL_CMD_FIREWALL_RESTORE. It is followed by the files' base path, which ends with the
+ * payload or at an earlier NUL. "-4" and "-6" are appended to it. */
 typedef struct {
     uint32_t eIpType; /* TESSEL_PROTOCOL_... */
 } __attribute__((packed)) TNetFirewallFileReq;

@@ -28,7 +28,7 @@ static_assert(offsetof(TNetGatewaySetReq, dwTable) == 36, "wire offset");
 /* TESSEL_CMD_GATEWAY_DEL, answered with a status, and TESSEL_CMD_GATEWAY_GET. A family other than 2 and 10 is answered
  * with 0, and nothing is done. Deleting an absent default route fails, with two exceptions for IPv6: it succeeds in the
  * main table, and without an interface in a numbered one. A numbered table that no route was ever put into does not
- * exist: there, deleting and reading fail for both families. */
+ * exist: deleting and reading there fail for both families. */
 typedef struct {
     uint16_t wSinFamily;               /* 2 or 10 */
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated; empty: any interface */

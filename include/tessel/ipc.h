@@ -1,8 +1,8 @@
 /* How a message travels between applications and tessel_daemon.
  *
- * Every connection carries one request and at most one reply, each a 12-byte header with its payload directly behind
- * it. Requests go to the daemon's socket; notifications go the other way, to a socket that the application listens on.
- * Both ends are on one device, so everything is in native byte order unless a field says otherwise. */
+ * Every connection carries one request and at most one reply, each a 12-byte header followed directly by its payload.
+ * Requests go to the daemon's socket; notifications go the other way, to a socket that the application listens on. Both
+ * ends are on one device, so everything is in native byte order unless a field says otherwise. */
 #ifndef TESSEL_IPC_H
 #define TESSEL_IPC_H
 
@@ -23,8 +23,8 @@
 /* The daemon's own socket. */
 #define TESSEL_SOCKET_API "api_daemon"
 
-/* Sockets of applications, to which the daemon connects to deliver notifications. Those with a comment carry more words
- * behind the name, joined by '_'. */
+/* Sockets of applications, to which the daemon connects to deliver notifications. Where there is a comment, the name is
+ * followed by those words, joined by '_'. */
 #define TESSEL_SOCKET_DHCPC         "ipc_dhcpc"   /* interface, pid */
 #define TESSEL_SOCKET_DHCPCV6       "ipc_dhcpcv6" /* interface, 6, pid */
 #define TESSEL_SOCKET_NTP           "ipc_ntp"
@@ -42,7 +42,7 @@ enum {
     TESSEL_NAME_SIZE = 16         /* bytes of an interface name field: at most 15 characters and a NUL */
 };
 
-/* In front of every message. */
+/* The header of every message. */
 typedef struct {
     uint32_t type; /* command code (tessel/command.h), in a notification the event's code */
     int32_t size;  /* payload bytes that follow */
@@ -76,7 +76,7 @@ enum {
     TESSEL_FAMILY_BOTH = 11 /* IPv4 first, then IPv6; only where a command says so */
 };
 
-/* The 4-byte reply of every command that answers with a status alone. */
+/* The 4-byte reply of every command that answers with only a status. */
 typedef struct {
     int32_t nResult; /* 0 or -1 */
 } TNetStatusReply;

@@ -13,7 +13,7 @@ enum {
     TESSEL_LOG_CLOSE_BOTH = 6
 };
 
-/* TESSEL_CMD_LOG_FILE; answered with a status. The daemon answers 0 to the codes of the library's file and does
+/* TESSEL_CMD_LOG_FILE; answered with a status. For the codes of the library's file the daemon answers 0 and does
  * nothing: that file belongs to the application's own process. Opening truncates. */
 typedef struct {
     uint32_t eCmd;           /* TESSEL_LOG_... */

@@ -7,7 +7,7 @@
 
 /* TESSEL_CMD_NTPC_START; answered with a status. The family within the server's address counts. */
 typedef struct {
-    uint16_t wSinFamily;         /* not looked at */
+    uint16_t wSinFamily;         /* ignored */
     TNetGateway tServer;         /* family 2 or 10 */
     uint32_t dwSyncTimeInterval; /* seconds between queries that are answered; 0 counts as 1 */
 } __attribute__((packed)) TNetNtpcStartReq;
@@ -21,7 +21,7 @@ typedef struct {
 } __attribute__((packed)) TNetNtpcStopReq;
 static_assert(sizeof(TNetNtpcStopReq) == 2, "wire size");
 
-/* TESSEL_CMD_NTPC_CHECK; answered with a status, 0 when the server has answered. */
+/* TESSEL_CMD_NTPC_CHECK; answered with a status, 0 when the server answered. */
 typedef struct {
     TNetGateway tServer; /* family 2 or 10 */
 } __attribute__((packed)) TNetNtpcCheckReq;
@@ -34,7 +34,7 @@ enum {
 };
 
 typedef struct {
-    int32_t nTimeDeviation; /* seconds that the clock was off by; with IPv6 below 0 when it was slow */
+    int32_t nTimeDeviation; /* seconds that the clock was off by; with IPv6 negative when it was slow */
 } __attribute__((packed)) TNetNtpcSynced;
 static_assert(sizeof(TNetNtpcSynced) == 4, "wire size");
 

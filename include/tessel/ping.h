@@ -1,4 +1,4 @@
-/* Ping: echoes to one address, each of them reported. */
+/* Ping: echoes to one address, each one reported. */
 #ifndef TESSEL_PING_H
 #define TESSEL_PING_H
 
@@ -7,12 +7,12 @@
 
 enum { TESSEL_PINGS_MAX = 10 /* at a time */ };
 
-/* TESSEL_CMD_PING_START; answered with a status, -1 also while the user's last one runs and while ten run. */
+/* TESSEL_CMD_PING_START; answered with a status, -1 also while the user's previous ping runs or ten are running. */
 typedef struct {
     TNetGateway tTarget;   /* family 2 or 10, and the address */
     uint32_t dwPacketSize; /* data bytes of an echo request; below 56 counts as 56 */
     uint32_t dwTimeout;    /* seconds to wait for a reply */
-    uint32_t dwTtl;        /* time to live; of IPv6 the hop limit */
+    uint32_t dwTtl;        /* time to live; with IPv6 the hop limit */
     uint32_t dwCount;      /* echoes */
     int32_t nUserId;       /* chosen by the client; ends the name of its socket: TESSEL_SOCKET_PING "_" nUserId */
 } __attribute__((packed)) TNetPingStartReq;
@@ -33,17 +33,17 @@ static_assert(sizeof(TNetPingStopReq) == 4, "wire size");
 enum {
     TESSEL_PING_REPLY = 0,
     TESSEL_PING_NO_REPLY = 1,
-    TESSEL_PING_NO_OUTPUT = 2,  /* the tool had nothing to say */
+    TESSEL_PING_NO_OUTPUT = 2,  /* the tool printed nothing */
     TESSEL_PING_UNREACHABLE = 3 /* there is no route */
 };
 
 /* Their payload, one for each echo. */
 typedef struct {
     int32_t nUserId;
-    uint32_t dwTtl;  /* that the reply arrived with; of a reply alone, as is the next */
+    uint32_t dwTtl;  /* that the reply arrived with; like the next, set for a reply only */
     uint32_t dwTime; /* microseconds from the request to the reply, below 100000000 */
     uint32_t dwSeq;  /* number of the echo, from 0 */
-    uint32_t dwLast; /* 1: there are no further ones */
+    uint32_t dwLast; /* 1: this is the last one */
 } __attribute__((packed)) TNetPingResult;
 static_assert(sizeof(TNetPingResult) == 20, "wire size");
 static_assert(offsetof(TNetPingResult, dwTtl) == 4, "wire offset");

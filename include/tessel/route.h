@@ -7,7 +7,7 @@
 
 enum { TESSEL_ROUTES_MAX = 10 };
 
-/* One route through a gateway. Destination and gateway are of one family. */
+/* One route through a gateway. Destination and gateway have the same family. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL padded */
     TNetGateway tDestIpNet;            /* destination network */
@@ -22,8 +22,8 @@ static_assert(offsetof(TNetIpRouteParam, nPrefixLen) == 56, "wire offset");
 static_assert(offsetof(TNetIpRouteParam, nMetric) == 60, "wire offset");
 
 /* TESSEL_CMD_ROUTE_ADD and TESSEL_CMD_ROUTE_DEL; answered with a status. The name inside the route is not used here.
- * Deletion does not look at the metric. TESSEL_CMD_ROUTE_METRIC_SET carries a TNetIpRouteParam alone: the route of its
- * interface is deleted and added again with its metric. */
+ * Deletion ignores the metric. TESSEL_CMD_ROUTE_METRIC_SET carries only a TNetIpRouteParam: the route is deleted from
+ * its interface and added again with its metric. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL terminated; empty: the kernel chooses the interface */
     TNetIpRouteParam tRoute;
@@ -57,12 +57,12 @@ static_assert(offsetof(TNetRouteGetAllReply, tRoutes) == 4, "wire offset");
 /* TESSEL_CMD_ROUTE_TABLE_ADD and TESSEL_CMD_ROUTE_TABLE_DEL: the rule that sends all traffic to a table; answered with
  * a status. */
 typedef struct {
-    uint32_t dwTable; /* 1 to 252; other numbers are passed on all the same, with a warning in the log */
+    uint32_t dwTable; /* 1 to 252; other numbers are passed on too, with a warning in the log */
 } __attribute__((packed)) TNetRouteTableReq;
 static_assert(sizeof(TNetRouteTableReq) == 4, "wire size");
 
-/* TESSEL_CMD_RULE_ADD and TESSEL_CMD_RULE_DEL: packets of a source network with a mark use a table; answered with
- * a status. A rule that has a preference is deleted by that alone. */
+/* TESSEL_CMD_RULE_ADD and TESSEL_CMD_RULE_DEL: packets from a source network with a mark use a table; answered with a
+ * status. A rule with a preference is deleted by that alone. */
 typedef struct {
     TNetGateway tSrcIpNet; /* source network; IPv4 only */
     int32_t nPrefixLen;    /* of the source network */

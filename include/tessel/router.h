@@ -8,11 +8,11 @@
 
 enum { TESSEL_ROUTER_WATCHES_MAX = 5 /* interfaces at a time */ };
 
-/* TESSEL_CMD_ROUTER_ADVERTISE_START; answered with a status. Of an interface that is watched already only the pid is
- * taken over, and what is known is reported again. */
+/* TESSEL_CMD_ROUTER_ADVERTISE_START; answered with a status. If the interface is already watched, only the pid is taken
+ * over, and what is known is reported again. */
 typedef struct {
     char achDevName[TESSEL_NAME_SIZE]; /* NUL padded */
-    int32_t nUserId;                   /* as is the next, chosen by the client for the name of its socket: */
+    int32_t nUserId;                   /* like the next, chosen by the client for the name of its socket: */
     int32_t nPid;                      /* TESSEL_SOCKET_ROUTER_NOTIFY "_" achDevName "_" nUserId "_" nPid */
 } __attribute__((packed)) TNetRouterStartReq;
 static_assert(sizeof(TNetRouterStartReq) == 24, "wire size");

@@ -1,4 +1,4 @@
-/* Traceroute: the routers that packets to a host pass, one hop after the other. */
+/* Traceroute: the routers that packets to a host pass, hop by hop. */
 #ifndef TESSEL_TRACEROUTE_H
 #define TESSEL_TRACEROUTE_H
 
@@ -6,13 +6,13 @@
 #include "tessel/ipc.h"
 
 enum {
-    TESSEL_TRACES_MAX = 10,      /* of one time, whoever started them */
+    TESSEL_TRACES_MAX = 10,      /* at a time, whoever started them */
     TESSEL_TRACE_HOPS_MAX = 255, /* a trace goes no further */
     TESSEL_TRACE_PROBES = 3      /* sent to each hop */
 };
 
-/* TESSEL_CMD_TRACEROUTE_START; answered with a status: -1 when a trace of this id has not been stopped yet, also one
- * that has reached its end, or when TESSEL_TRACES_MAX have not. Any family is taken; one other than 2 and 10 brings no
+/* TESSEL_CMD_TRACEROUTE_START; answered with a status: -1 while a trace with this id has not been stopped, even if it
+ * has reached its end, or while TESSEL_TRACES_MAX have not. Any family is accepted; one other than 2 and 10 brings no
  * notification. */
 typedef struct {
     TNetGateway tTarget;
@@ -23,7 +23,7 @@ static_assert(sizeof(TNetTracerouteStartReq) == 28, "wire size");
 static_assert(offsetof(TNetTracerouteStartReq, dwMaxHops) == 20, "wire offset");
 static_assert(offsetof(TNetTracerouteStartReq, nUserId) == 24, "wire offset");
 
-/* TESSEL_CMD_TRACEROUTE_STOP; answered with the status 0, also when there is no such trace. */
+/* TESSEL_CMD_TRACEROUTE_STOP; answered with status 0, also when there is no such trace. */
 typedef struct {
     int32_t nUserId;
 } __attribute__((packed)) TNetTracerouteStopReq;
@@ -31,18 +31,18 @@ static_assert(sizeof(TNetTracerouteStopReq) == 4, "wire size");
 
 /* Types of the notifications to TESSEL_SOCKET_TRACEROUTE. */
 enum {
-    TESSEL_TRACE_ERROR = 101,       /* the probe could not be sent, or its answer not be waited for */
+    TESSEL_TRACE_ERROR = 101,       /* the probe could not be sent, or its answer not awaited */
     TESSEL_TRACE_NO_REPLY = 102,    /* no answer within five seconds */
     TESSEL_TRACE_HOP = 103,         /* a router on the way */
     TESSEL_TRACE_REACHED = 104,     /* the target itself: the last one */
     TESSEL_TRACE_UNREACHABLE = 105, /* not sent: there is no route */
-    TESSEL_TRACE_REFUSED = 106      /* somebody says that the target cannot be reached: the last one */
+    TESSEL_TRACE_REFUSED = 106      /* a host says that the target cannot be reached: the last one */
 };
 
-/* Their payload: one for each probe, and one more in front of it for a probe that could not be sent. */
+/* Their payload: one for each probe, preceded by another for a probe that could not be sent. */
 typedef struct {
     TNetGateway tHop; /* who answered; the zero address when nobody did */
-    uint32_t dwHop;   /* 1 and more: how many hops the probe was given */
+    uint32_t dwHop;   /* from 1: how many hops the probe was given */
     int32_t nUserId;  /* of the request */
     uint32_t dwTime;  /* microseconds from sending the probe to its answer; 5000000 without an answer */
     uint8_t abyReserved[12];

@@ -6,15 +6,15 @@
 
 enum { TESSEL_TRAFFIC_INTERFACES = 3 }; /* eth0, eth1, eth2 */
 
-/* TESSEL_CMD_STAT_START; answered with a status, -1 for an interval of 0. While statistics run another start changes
- * nothing. TESSEL_CMD_STAT_STOP has no payload: the period that runs is still reported. */
+/* TESSEL_CMD_STAT_START; answered with a status, -1 for an interval of 0. While statistics run, another start changes
+ * nothing. TESSEL_CMD_STAT_STOP has no payload; the current period is still reported. */
 typedef struct {
     uint32_t dwInterval; /* seconds */
 } __attribute__((packed)) TNetStatStartReq;
 static_assert(sizeof(TNetStatStartReq) == 4, "wire size");
 
-/* What passed in one period. A rate is the difference of two counters: after a counter has restarted, because its
- * interface was made anew, it is negative when read as a signed number. */
+/* The traffic of one period. A rate is the difference of two counters: if a counter restarted because its interface was
+ * recreated, it is negative when read as a signed number. */
 typedef struct {
     uint64_t ullSendBand; /* bits per second */
     uint64_t ullRecvBand;

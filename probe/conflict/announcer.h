@@ -9,7 +9,7 @@
 
 namespace tessel {
 
-// Rounds that are owed after a conflict was reported.
+// Rounds that are owed after a reported conflict.
 constexpr i32 kConfirmRounds = 3;
 
 // What one family's announcing thread and its listener share.

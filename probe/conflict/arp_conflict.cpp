@@ -68,7 +68,7 @@ void Announce(const TNetdevRecord& record) {
 }
 
 // Answers, and composes the reports, while the table is locked; sends them without it, so that a listener that does not
-// accept them holds up this thread alone.
+// accept them holds up only this thread.
 void Check(const char* interfaceName, const ether_arp& arp, CallSite where) {
     TNetConflictReport ipReport{};
     TNetConflictReport macReport{};
@@ -87,7 +87,7 @@ void Check(const char* interfaceName, const ether_arp& arp, CallSite where) {
         tessel::SendReport(TESSEL_SOCKET_IP_CONFLICT, TESSEL_CONFLICT_MAC, macReport, where);
 }
 
-// False for what is no ARP packet of an Ethernet-like link.
+// False for what is not an ARP packet of an Ethernet-like link.
 bool IsOfInterest(const sockaddr_ll& source, ssize_t size, const ether_arp& arp) {
     if (size < static_cast<ssize_t>(sizeof(arp))) return false;
     if (source.sll_pkttype > PACKET_OTHERHOST && source.sll_hatype != ARPHRD_ETHER) return false;
@@ -185,7 +185,7 @@ void RecvNetPacket(void* /*unused*/) {
             recvfrom(listener.Get(), packet, sizeof(packet), 0, reinterpret_cast<sockaddr*>(&source), &sourceSize);
         if (size <= 0) {
             TESSEL_ERR("Failed to recv packet.");
-            sleep(1);  // an error that stays would fill the log
+            sleep(1);  // a lasting error would fill the log
             continue;
         }
         ether_arp arp;

@@ -18,7 +18,7 @@ void RecvNetPacket(void* unused);
 // result.
 [[nodiscard]] i32 ArpIpIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp& arp);
 
-// 2 when the packet's sender has the own MAC, and a request is answered; else 3.
+// 2 when the packet's sender has our own MAC (a request is then answered); else 3.
 [[nodiscard]] i32 ArpMacIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp& arp);
 
 // Check a packet that came in on interface `name` against the IPv4 addresses of the table's records of that name, and

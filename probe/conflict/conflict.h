@@ -1,7 +1,7 @@
-// Detection of other hosts that use an own address or an own MAC.
+// Detection of other hosts that use one of our addresses or MACs.
 //
-// It runs from the start of the daemon to its end, for each family with a thread that announces the own addresses and
-// one that listens. The commands only switch the reports on and off.
+// It runs as long as the daemon, with two threads for each family: one announces our addresses, the other listens. The
+// commands only switch the reports on and off.
 #pragma once
 
 #include <atomic>
@@ -19,7 +19,7 @@ extern std::atomic<i32> g_nConflictConfirmCount;
 extern std::atomic<i32> g_nIpChangedFlag;
 
 // Builds the table of interfaces and starts the four threads. 0, or -1 with a log line; what was started before the
-// failure runs on.
+// failure keeps running.
 i32 ConflictCheckInit();
 
 // Switch the reports of a family, 2 or 10. 0, or -1 with a log line for another family.

@@ -14,7 +14,7 @@ namespace tessel {
 
 namespace {
 
-constexpr u8 kHopLimit = 255;  // proves that no router stands between
+constexpr u8 kHopLimit = 255;  // proves that no router is in between
 constexpr std::size_t kOptionUnit = 8;
 
 struct Solicitation {

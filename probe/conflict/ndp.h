@@ -28,7 +28,7 @@ struct NeighbourPath {
     int hopLimit;
 };
 
-// Reads an ICMPv6 message whose checksum has been verified. Nothing for what RFC 4861 (7.1.1, 7.1.2) makes a node
+// Reads an ICMPv6 message whose checksum has been verified. Nothing for what RFC 4861 (7.1.1, 7.1.2) requires a node to
 // discard.
 [[nodiscard]] std::optional<NeighbourMessage> ReadNeighbourMessage(std::span<const u8> bytes,
                                                                    const NeighbourPath& path);

@@ -15,7 +15,7 @@ namespace {
 
 std::atomic<i32> roundsOwed{0};
 
-// Asks for every IPv6 address that the kernel itself is not asking for any more.
+// Asks for every IPv6 address that the kernel itself is no longer asking for.
 void Announce(const TNetdevRecord& record) {
     for (const TNetIpAddr& entry : tessel::AddressesOf(record)) {
         if (entry.wSinFamily != TESSEL_FAMILY_INET6 || entry.bTentative != 0) continue;

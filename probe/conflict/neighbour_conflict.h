@@ -1,7 +1,7 @@
 // The IPv6 side of conflict detection: by neighbour discovery.
 //
-// On the occasions of the IPv4 side every own address is asked for as if it were new: a host that has it too answers
-// with an advertisement. The kernel defends addresses itself, so nothing is answered here.
+// Whenever the IPv4 side announces, this side asks for every own address as if it were new: a host that has it too
+// answers with an advertisement. The kernel defends addresses itself, so nothing is answered here.
 #pragma once
 
 #include <atomic>

@@ -17,7 +17,7 @@ namespace tessel {
 
 namespace {
 
-constexpr std::size_t kMessageMax = 2048;  // RFC 4861 needs some 100; longer ones are read cut
+constexpr std::size_t kMessageMax = 2048;  // RFC 4861 needs some 100; longer ones are truncated
 
 // A raw ICMPv6 socket for one interface.
 struct Listener {
@@ -58,11 +58,11 @@ UniqueFd OpenSocket(const char* name) {
     return UniqueFd();
 }
 
-// What poll waits for: the table's rebuilds, and one socket an interface.
+// What poll waits for: the table's rebuilds, and one socket per interface.
 class Listeners {
   public:
-    // Opens sockets for interfaces that are new, and closes those of interfaces that have gone. One that has the name
-    // but not the number of before is new.
+    // Opens sockets for interfaces that are new, and closes those of interfaces that are gone. One with the same name
+    // but another number is new.
     void Follow(const ActiveNames& active) {
         Listener kept[kNetdevMax];
         for (u32 i = 0; i < active.count; ++i) {

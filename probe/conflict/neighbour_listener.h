@@ -5,8 +5,8 @@
 
 namespace tessel {
 
-// Hands over every valid solicitation and advertisement from outside, with the name of the interface that it came in
-// on. Follows the table of interfaces.
+// Hands over every valid solicitation and advertisement from outside, with the name of the interface it came in on.
+// Follows the table of interfaces.
 [[noreturn]] void ListenToNeighbours(void (*take)(const char* interfaceName, const NeighbourMessage& message));
 
 }  // namespace tessel

@@ -60,7 +60,7 @@ bool FillRecord(TNetdevRecord& record, const char* name, CallSite where) {
     return true;
 }
 
-// Ends at an interface that cannot be read, or whose name is too long: applications know that the ones listed behind it
+// Ends at an interface that cannot be read, or whose name is too long: applications know that the ones listed after it
 // then take no part until the next rebuild.
 bool FillTable(TNetdevMember& table, CallSite where) {
     tessel::InterfaceList list;

@@ -38,13 +38,13 @@ extern TNetdevMember* g_ptNetdevMember;
 // records that were filled before a failure stay.
 i32 ProbeActiveNetdev(TNetdevMember* ptMember);
 
-// 0 for an interface that is up, resolves addresses and is no loopback; else -1.
+// 0 for an interface that is up, resolves addresses and is not a loopback; else -1.
 [[nodiscard]] i32 InterfaceCheck(const char* name);
 
 namespace tessel {
 
-// Holds the table's mutex. Whoever waits comes next, before a thread that has just let go: some hold it for seconds,
-// one time after the other.
+// Holds the table's mutex. Whoever waits comes next, before a thread that has just released it: some hold it for
+// seconds, again and again.
 class NetdevTableLock {
   public:
     NetdevTableLock();
@@ -53,7 +53,7 @@ class NetdevTableLock {
     NetdevTableLock& operator=(const NetdevTableLock&) = delete;
 };
 
-// Locks the table and rebuilds it. Nothing without a table.
+// Locks the table and rebuilds it. Does nothing without a table.
 void RebuildNetdevTable();
 
 // An eventfd that is written after every rebuild, for one reader; -1 when there is none.

@@ -17,14 +17,14 @@ void FillReport(TNetConflictReport& report, const TNetdevRecord& record, const T
 void SendReport(const char* socketName, u32 type, const TNetConflictReport& report,
                 CallSite where = CallSite::Current());
 
-// While one lives, its thread logs a hundred lines in ten seconds at most: any host on the link can send what they are
-// about, thousands of times a second.
+// While one lives, its thread logs at most a hundred lines in ten seconds: any host on the link can send what causes
+// them, thousands of times a second.
 class ConflictLogLimit : public LogLimit {
   public:
     ConflictLogLimit() : LogLimit(100, std::chrono::seconds(10)) {}
 };
 
-// A MAC as conflicts are logged.
+// A MAC as it is logged with conflicts.
 struct MacText {
     explicit MacText(const u8* mac);
     char text[18];

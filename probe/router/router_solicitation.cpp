@@ -23,7 +23,7 @@ namespace {
 constexpr char kShowLinkLocal[] = "ip ip -6 addr show dev %s scope link";
 constexpr char kAddressKey[] = "inet6 ";
 
-constexpr u8 kHopLimit = 255;  // proves that no router stands between
+constexpr u8 kHopLimit = 255;  // proves that no router is in between
 constexpr u8 kAllRoutersMac[ETH_ALEN] = {0x33, 0x33, 0, 0, 0, 2};
 constexpr in6_addr kAllRouters{{{0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}}};
 

@@ -1,4 +1,4 @@
-// Router Solicitation (RFC 4861): asks the routers on a link to advertise themselves at once.
+// Router Solicitation (RFC 4861): asks the routers on a link to advertise themselves immediately.
 #pragma once
 
 #include "core/types.h"
@@ -9,7 +9,7 @@ constexpr i32 kLinkAddrMax = 256;  // characters
 
 }  // namespace tessel
 
-// Sends one on the interface, from its link-local address and its own MAC. What is missing for that is logged, and
+// Sends one on the interface, from its link-local address and its own MAC. If either is missing, that is logged and
 // nothing is sent. Runs two tools.
 void SendRsPacket(const char* pchIface);
 

@@ -52,7 +52,7 @@ RouterWatch CopyOf(const RouterWatch& watch) {
     return watch;
 }
 
-// The process that the next report goes to, which is the one that was asked for.
+// The process that the next report goes to; that report counts as the forced one.
 i32 TakeReceiver(RouterWatch& watch) {
     const auto lock = g_ptDaeRouterNotifyInfo->Hold();
     watch.isForced = false;
@@ -67,7 +67,7 @@ void Report(const RouterWatch& watch, i32 pid, const TNetRouterNotify& record, t
     if (sent != TESSEL_IPC_OK) TESSEL_ERR_AT(where, "send and recv msg error:%d!", sent);
 }
 
-// Each turn ends in the sleep at the bottom. What a tool said that was killed by a stop is not looked at.
+// Each turn ends in the sleep at the bottom. The output of a tool killed by a stop is ignored.
 bool RouterNotifyThread(const Worker& self, RouterWatch& watch) {
     TNetRouterNotify record{};
     memcpy(record.achDevName, watch.interfaceName, sizeof(record.achDevName));

@@ -2,7 +2,7 @@
 // is reported to the application that asked for it whenever it changes.
 //
 // Five interfaces are watched at a time, each by a worker of its own that looks every two seconds. Names are checked:
-// what the kernel would not take as an interface's is not watched.
+// what the kernel would not accept for an interface is not watched.
 #pragma once
 
 #include <chrono>
@@ -23,9 +23,9 @@ extern tessel::RouterWatchPool* g_ptDaeRouterNotifyInfo;
 // Makes the pool. Without memory there is none, which is logged, and every start fails.
 void DaemonRouterNotifyInit();
 
-// Has an interface watched for the user and process that name the socket of the reports, and sends one Router
-// Solicitation. Where it is watched already reports go to the new process, beginning with one of what is known now. 0,
-// or -1 with a log line.
+// Watches an interface for the user and process that name the socket of the reports, and sends one Router Solicitation.
+// If it is already watched, reports go to the new process, beginning with one of what is known now. 0, or -1 with a log
+// line.
 [[nodiscard]] i32 RouterAdvertiseStart(const char* pchIfaceName, i32 userId, i32 pid);
 
 // Ends it; nothing is reported afterwards. 0, also when the interface is not watched; -1 for a null name.

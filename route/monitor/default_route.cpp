@@ -30,7 +30,7 @@ struct PendingRoute {
     char interfaceName[IF_NAMESIZE];
     CallSite where;
     Deadline due;
-    bool isRepeated;  // messages came after the first one: when that is dealt with, theirs gets its time
+    bool isRepeated;  // more messages came after the first: once that is dealt with, theirs gets its time
 };
 std::vector<PendingRoute> pendingRoutes;
 
@@ -40,14 +40,14 @@ struct Attributes {
         ParseRtAttr(table, kAttributeMax, RTM_RTA(NLMSG_DATA(message)), static_cast<i32>(RTM_PAYLOAD(message)));
     }
 
-    // The number that one carries; false without it.
+    // The number that an attribute carries; false if it is missing.
     [[nodiscard]] bool Read(u32 type, u32& number) const {
         if (table[type] == nullptr || RTA_PAYLOAD(table[type]) < sizeof(number)) return false;
         memcpy(&number, RTA_DATA(table[type]), sizeof(number));
         return true;
     }
 
-    // The address that one carries; no text without it.
+    // The address that an attribute carries; no text if it is missing.
     [[nodiscard]] AddressText Address(u32 type, u16 familyCode) const {
         const tessel::AddressFamily* const family = tessel::FindFamily(familyCode);
         if (family == nullptr || table[type] == nullptr ||
@@ -114,8 +114,8 @@ void KeepInMind(const char* interfaceName, CallSite where) {
     pendingRoutes.push_back(route);
 }
 
-// A second route with the metric comes first, then the one without goes: there always is one. False: the kernel could
-// not be asked now.
+// First a second route with the metric is added, then the one without is removed: there always is one. False: the
+// kernel could not be asked now.
 bool InstallWithMetric(const PendingRoute& route) {
     const CallSite where = route.where;
     const char* const name = route.interfaceName;
@@ -136,8 +136,8 @@ bool InstallWithMetric(const PendingRoute& route) {
     } else {
         TESSEL_PRT_AT(where, "gateway re add with metric ok");
     }
-    // No metric can be named: the kernel removes the interface's first default route. That is the one without metric,
-    // or, when that has gone meanwhile, the one which is to stay.
+    // No metric can be named: the kernel removes the interface's first default route. That is the one without a metric
+    // or, if that is already gone, the one that is to stay.
     const std::optional<DefaultRoutes> after = FindDefaultRoutes(name, where);
     if (!after || !after->plain || !(isAdded || after->hasMetric)) return true;
     if (GatewayDel(TESSEL_FAMILY_INET, name) != 0) {

@@ -5,16 +5,16 @@
 
 #include <linux/netlink.h>
 
-// A route was added. A default route of the main table without metric is kept in mind; whoever added it has two seconds
+// A route was added. A default route of the main table without a metric is remembered; whoever added it has two seconds
 // to finish. `message` is whole: nlmsg_len bytes are there.
 void ProcessRtMsg(const nlmsghdr* message);
 
 namespace tessel {
 
-// The same with every route that the kernel has: some may have been added unnoticed.
+// The same for every route that the kernel has: some may have been added unnoticed.
 void ProcessKernelRoutes();
 
-// Milliseconds until a route in mind is due; INT_MAX without one.
+// Milliseconds until a remembered route is due; INT_MAX without one.
 [[nodiscard]] int MsUntilDueRoute();
 
 // Installs those that are due with their metric.

@@ -47,7 +47,7 @@ void NetlinkDeal(u16 event) {
     }
 }
 
-// Returns when the socket is of no use any more.
+// Returns when the socket is no longer usable.
 void NetlinkRecv(int fd) {
     while (true) {
         alignas(nlmsghdr) u8 buffer[kMessageBytes] = {};

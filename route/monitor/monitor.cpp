@@ -38,7 +38,7 @@ constexpr milliseconds kQuiet(60000);
 constexpr milliseconds kPause(100);     // without a change, then the table is rebuilt
 constexpr milliseconds kLongest(1000);  // from the first change, should they never pause
 
-// The rebuild that address changes ask for. For the monitor's thread alone.
+// The rebuild that address changes ask for. Only for the monitor's thread.
 class OwedRebuild {
   public:
     void Ask() {
@@ -54,7 +54,7 @@ class OwedRebuild {
         if (LeftMs() > 0) return;
         isOwed_ = false;
         tessel::RebuildNetdevTable();
-        // Announcements that went out since the change were those of the table as it was.
+        // Announcements sent since the change were those of the old table.
         tessel::NoteAddressChange();
     }
 
@@ -65,7 +65,7 @@ class OwedRebuild {
 };
 OwedRebuild owedRebuild;
 
-// From NoteChangesFromNowOn until the monitor has its own socket. Nobody reads it: that something came is enough.
+// From NoteChangesFromNowOn until the monitor has its own socket. Nobody reads it: it is enough that something came.
 UniqueFd earlySocket;
 
 bool StartThread(const char* name, ThreadFunction body) {
@@ -76,7 +76,7 @@ bool StartThread(const char* name, ThreadFunction body) {
     return false;
 }
 
-// After changes of which no message was read.
+// After changes whose messages were not read.
 void LookAtAll() {
     tessel::NoteAddressChange();
     owedRebuild.Ask();
@@ -105,7 +105,7 @@ void TakeMessage(const nlmsghdr* message, CallSite where) {
     }
 }
 
-// Takes what one read brings. False when the socket is of no use any more.
+// Takes what one read brings. False when the socket is no longer usable.
 bool ReadMessages(int fd, CallSite where) {
     alignas(nlmsghdr) u8 buffer[kReadBytes];
     const ssize_t size = read(fd, buffer, sizeof(buffer));
@@ -154,12 +154,12 @@ void RouteMonitorThread(void* /*unused*/) {
         // The kernel's limit for programs without privileges may be lower than this one's.
         if (setsockopt(fd.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBytes, sizeof(kReceiveBytes)) != 0)
             (void)setsockopt(fd.Get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBytes, sizeof(kReceiveBytes));
-        // What changed without there being a socket is looked up. While the early one is silent, nothing did.
+        // What changed while there was no socket is looked up. If the early one is silent, nothing did.
         if (!earlySocket.IsOpen() ||
             tessel::WaitReady(earlySocket.Get(), POLLIN, Deadline(milliseconds(0))) != tessel::Wait::kTimeout)
             LookAtAll();
         earlySocket.Reset();
-        (void)NetlinkProcess(fd.Get());  // a socket that fails is replaced at once
+        (void)NetlinkProcess(fd.Get());  // a socket that fails is replaced immediately
     }
 }
 

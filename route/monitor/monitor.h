@@ -7,13 +7,13 @@
 // life. 0, or -1 with a log line when a thread cannot be started.
 i32 NetlinkInit();
 
-// Body of the thread that follows addresses and routes. Ends when its socket cannot be made.
+// Body of the thread that follows addresses and routes. Ends when its socket cannot be created.
 void RouteMonitorThread(void* unused);
 
 namespace tessel {
 
-// Begins to note that something changes; called before the first look at the interfaces. The monitor, which comes to
-// listen later, looks again when something did.
+// Starts noting changes; called before the first look at the interfaces. The monitor, which starts listening later,
+// looks again if there were any.
 void NoteChangesFromNowOn();
 
 }  // namespace tessel

@@ -32,7 +32,8 @@ UniqueFd OpenNetlink(int protocol, u32 portId, u32 groups, CallSite where) {
 
 const nlmsghdr* NextMessage(std::span<const u8>& bytes) {
     if (bytes.size() < sizeof(nlmsghdr)) return nullptr;
-    // Past `void`, as compilers for processors with alignment warn of the direct way: the caller sees to it.
+    // By way of `void`, because compilers for processors that need alignment warn of a direct cast: the caller ensures
+    // it.
     const auto* const message = static_cast<const nlmsghdr*>(static_cast<const void*>(bytes.data()));
     if (message->nlmsg_len < sizeof(nlmsghdr) || message->nlmsg_len > bytes.size()) return nullptr;
     bytes = bytes.subspan(std::min<std::size_t>(NLMSG_ALIGN(message->nlmsg_len), bytes.size()));

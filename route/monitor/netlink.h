@@ -11,7 +11,7 @@
 #include "core/unique_fd.h"
 
 // Puts a pointer to each attribute of a type up to `max` into its slot of `table` (max + 1 entries). A later one of the
-// same type counts; the walk ends at an attribute that is longer than what remains.
+// same type wins; the walk ends at an attribute that is longer than what remains.
 void ParseRtAttr(const rtattr** table, u32 max, const rtattr* first, i32 length);
 
 namespace tessel {
@@ -19,8 +19,8 @@ namespace tessel {
 // Bound to `groups`; portId 0 lets the kernel choose. Closed, with a log line, when that fails.
 [[nodiscard]] UniqueFd OpenNetlink(int protocol, u32 portId, u32 groups, CallSite where = CallSite::Current());
 
-// The first whole message of `bytes`, which are aligned as the kernel aligns them, cut off from them. Nothing at the
-// end, and at a message that is shorter than its header or longer than what is there.
+// Takes the first whole message off `bytes`, which are aligned as the kernel aligns them. Null at the end, and at a
+// message that is shorter than its header or longer than what is left.
 [[nodiscard]] const nlmsghdr* NextMessage(std::span<const u8>& bytes);
 
 // The kernel's IPv4 routes, of all tables. A failure to ask is logged in the caller's name and yields none.
@@ -31,8 +31,8 @@ class RouteDump {
     // The next route as a message like that of a new one, valid until the next call; null at the end.
     [[nodiscard]] const nlmsghdr* Next();
 
-    // Whether Next has yielded all routes and come to the end. False also when routes changed meanwhile so that the
-    // kernel may have left some out.
+    // Whether Next has yielded all routes and come to the end. False also when routes changed meanwhile and the kernel
+    // may have left some out.
     [[nodiscard]] bool IsComplete() const {
         return isDone_ && !isInterrupted_;
     }
@@ -42,7 +42,7 @@ class RouteDump {
     bool isInterrupted_ = false;
     UniqueFd fd_;
     std::span<const u8> rest_;
-    alignas(nlmsghdr) u8 buffer_[8192];  // netlink(7): the kernel fills no more at once
+    alignas(nlmsghdr) u8 buffer_[8192];  // netlink(7): the kernel fills no more at a time
 };
 
 }  // namespace tessel

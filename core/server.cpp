@@ -69,7 +69,7 @@ static_assert(sizeof(Request) == sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, "read 
 
 // One read of what the client has written or is about to write. False with a log line.
 bool ReadRequest(int connection, Request& request) {
-    // Nearly always it has already arrived.
+    // Often it has already arrived.
     ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
         setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof(kRequestTimeout));

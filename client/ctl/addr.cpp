@@ -192,8 +192,7 @@ Outcome Announce(const Invocation& invocation) {
     memcpy(&number, target.bytes.data(), sizeof(number));
     Change change{.send = [&] { return isStop ? tessel_arp_announce_stop() : tessel_arp_announce_start(number); }};
     change.read = [&] { return Json{{"address", NullIfEmpty(text)}}; };
-    change.done =
-        Format("eth0 asks for {} every 3 to 4 minutes (or still for an earlier address: arp announce stop)", text);
+    change.done = Format("eth0 asks for {} every 3 to 4 minutes, or still for another (arp announce stop)", text);
     if (isStop) change.done = "nothing is announced any more";
     return Perform(invocation, change);
 }
@@ -220,11 +219,9 @@ constexpr Command kArpCommands[] = {
     Row("add", "A M [dev IF]", &AddArp, "make a permanent entry", "arp add 192.168.1.77 02:00:00:00:00:77 dev eth0")
         .Sends(TESSEL_CMD_ARP_ADD),
     Row("del", "A [dev IF]", &DelArp, "delete an entry", "arp del 192.168.1.77 dev eth0").Sends(TESSEL_CMD_ARP_DEL),
-    Row("announce", "TARGET=stop|A", &Announce, "make eth0 known to its neighbours by asking for an address",
-        "arp announce 192.168.1.1")
+    Row("announce", "TARGET=stop|A", &Announce, "announce eth0 by asking for an address", "arp announce 192.168.1.1")
         .Sends(TESSEL_CMD_BROADCAST_ARP_START, TESSEL_CMD_BROADCAST_ARP_STOP)
-        .More(
-            "Sends three ARP requests on eth0 every 180 to 240 seconds. Starting again while it runs changes nothing."),
+        .More("Sends three ARP requests on eth0 every 180 to 240 s. Starting again while it runs changes nothing."),
 };
 
 }  // namespace

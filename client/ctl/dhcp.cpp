@@ -32,8 +32,8 @@ struct Client {
         const char* const other = family == TESSEL_FAMILY_INET6 ? ", or there is no link-local address" : "";
         std::string why = MissingInterface(interface);
         if (why.empty())
-            why = Format("no {} client came up on {} within some seconds (see \"tesselctl log follow\"){}",
-                         FamilyName(family), interface, other);
+            why = Format("no {} client came up on {} in time (tesselctl log follow){}", FamilyName(family), interface,
+                         other);
         return why + before;
     }
 };
@@ -210,9 +210,8 @@ constexpr Command kDhcpCommands[] = {
     FamilyRow("start", "IF [dns SWITCH=on|off] [watch] [wait-lease] [notify-pid N:1-4194304]", &StartDhcp,
               "start a DHCP client, or take over a running one", "dhcp start eth0 -4 wait-lease")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_START_EX)
-        .More("Only one process receives the leases: the one already listening, the one given with \"notify-pid\", or "
-              "tesselctl itself with \"watch\" (until interrupted) or \"wait-lease\" (until the first lease, or "
-              "--timeout)."),
+        .More("Only one process receives the leases: the one that listens, the one given with \"notify-pid\", or "
+              "tesselctl with \"watch\" (until interrupted) or \"wait-lease\" (until the first, or --timeout)."),
     FamilyRow("stop", "IF", &StopDhcp, "end the DHCP client", "dhcp stop eth0").Sends(TESSEL_CMD_DHCPC_STOP),
     FamilyRow("renew", "IF [native]", &RenewDhcp, "make the running client renew its lease", "dhcp renew eth0 -4")
         .Sends(TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_RENEW)
@@ -225,8 +224,7 @@ constexpr Command kDhcpCommands[] = {
 constexpr Command kNtpCommands[] = {
     Row("start", "A every S:1- [watch]", &StartNtp, "keep the clock in step", "ntp start 192.168.1.5 every 1h")
         .Sends(TESSEL_CMD_NTPC_START)
-        .More("Sets the system clock and the hardware clock. Each family has one client, which keeps running after "
-              "\"watch\" ends."),
+        .More("Sets the system and the hardware clock. Each family has one client, which outlives \"watch\"."),
     FamilyRow("stop", "", &StopNtp, "leave the clock alone", "ntp stop")
         .Sends(TESSEL_CMD_NTPC_STOP)
         .More("May take up to 11 seconds while the client waits for a server."),

@@ -113,8 +113,7 @@ constexpr Command kDhcpdCommands[] = {
     Row("start", "IF range A A/L router A [dns A]...", &StartDhcpd, "hand out IPv4 addresses on an interface",
         "dhcpd start eth1 range 192.168.2.100 192.168.2.150/24 router 192.168.2.1 dns 192.168.2.1")
         .Sends(TESSEL_CMD_DHCPS_START)
-        .More("The interface needs an address in that network. Leases last a day. Without dns, clients are given "
-              "8.8.8.8."),
+        .More("The interface needs an address in that network. Leases last a day. Without dns, 8.8.8.8 is given."),
     Row("stop", "SERVER=all|IF", &StopDhcpd, "stop the DHCP server of an interface, or all of them", "dhcpd stop eth1")
         .Sends(TESSEL_CMD_DHCPS_STOP, TESSEL_CMD_DHCPS_STOP_ALL)
         .More("\"all\" kills every udhcpd on the device, whoever started it. Leases are kept."),

@@ -12,8 +12,7 @@ constexpr char kExitTexts[] =
     "  0  done, and read back where possible\n"
     "  1  the daemon answered failure, or \"no\"\n"
     "  2  wrong words, or refused before sending\n"
-    "  3  no daemon to talk to\n"
-    "  4  no answer in time\n"
+    "  3  no daemon to talk to\n  4  no answer in time\n"
     "  5  answered success, but it did not happen\n"
     "  6  undone, because nobody confirmed it (try)\n"
     "  128+n  ended by signal n, after switching off what it had switched on\n";
@@ -46,8 +45,8 @@ std::string HelpOnEverything() {
     return Format(
         "usage: tesselctl [OPTIONS] OBJECT [VERB] [WORDS...]\n\n"
         "Talks to tessel_daemon. Objects and verbs may be shortened, options may appear\n"
-        "anywhere, \"show\" and \"status\" may be left out. See also: tesselctl OBJECT -h,\n"
-        "tesselctl OBJECT VERB -h.\n\nobjects\n{}\noptions\n{}\n{}",
+        "anywhere, \"show\" and \"status\" may be left out. See also: tesselctl OBJECT "
+        "-h.\n\nobjects\n{}\noptions\n{}\n{}",
         Indented(std::move(objects)), Indented(std::move(options)), kExitTexts);
 }
 
@@ -76,13 +75,11 @@ std::string HelpOnCommand(const Object& object, const Command& command) {
     std::string text = Format("usage: tesselctl {}{}\n\n{}\n", UsageOf(object, command),
                               command.takesFamily ? " [-4|-6]" : "", command.summary);
     if (!command.background.empty()) text += Format("{}\n", command.background);
-    Rows requests;
+    std::string requests;
     for (const u32 code : command.codes) {
-        if (const Message* message = FindMessage(code))
-            requests.push_back(
-                {Format("0x{:X} {}", code, message->name), Format("tesselctl help protocol 0x{:X}", code)});
+        if (const Message* message = FindMessage(code)) requests += Format("  0x{:X} {}\n", code, message->name);
     }
-    if (!requests.empty()) text += "\nrequests, and how to see their bytes\n" + Indented(std::move(requests));
+    if (!requests.empty()) text += "\nrequests (their bytes: tesselctl help protocol CODE)\n" + requests;
     return text + KindsOf(command.words) + Format("\nexample\n  tesselctl {}\n", command.example);
 }
 

@@ -73,9 +73,8 @@ void UseRequests(int verbosity, bool isDryRun, std::FILE* err);
 // and what is worth knowing beforehand.
 [[nodiscard]] std::string RenderPlan(const Outcome& outcome, bool asJson);
 
-// What the daemon would run is applied to the filters first: the guard judges what comes of it, entries that would be
-// lost are asked about, and what the kernel has in the end is compared with it. A list that is enabled is refused when
-// it cannot be, and asked about when somebody other than the guarded session would be shut out.
+// Applies what the daemon would run to the filters first: the guard judges the result, losing entries needs a yes, and
+// the kernel is compared with it afterwards. Enabling a list that would shut out other sessions needs a yes, too.
 [[nodiscard]] Outcome ChangeFilter(const Invocation& invocation, const std::string& done,
                                    const std::function<int()>& send, std::string_view enabledList = {});
 

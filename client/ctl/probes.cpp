@@ -125,8 +125,7 @@ Outcome TraceRoute(const Invocation& invocation) {
         .name = Format("{}_{}", TESSEL_SOCKET_TRACEROUTE, id),
         .start = [&] { return tessel_traceroute_start(&target, hops, id); },
         .stop = [=] { return tessel_traceroute_stop(id); },
-        .cause =
-            Format("{} traces are running or were left behind (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX})};
+        .cause = Format("{} traces run or were left behind (tesselctl traceroute stop N)", int{TESSEL_TRACES_MAX})};
     const bool isForPeople = !invocation.options.json && invocation.options.fields.empty();
     long long hop = 0;  // of the open line: one per hop, which grows with each of its probes
     std::string address;

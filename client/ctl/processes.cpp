@@ -37,8 +37,7 @@ std::string TextAbout(pid_t pid, const char* file) {
     return opened.IsOpen() ? ReadToEnd(opened.Get()).value_or("") : "";  // it may end while it is read
 }
 
-// A topic and the name of its socket; one that ends with '_' continues with words chosen by whoever asked for the
-// notices.
+// A topic and the name of its socket; one that ends with '_' goes on in words of whoever asked for the notices.
 constexpr std::pair<std::string_view, std::string_view> kNoticeSockets[] = {
     {"ntp", TESSEL_SOCKET_NTP},
     {"ntp inet6", TESSEL_SOCKET_NTPV6},

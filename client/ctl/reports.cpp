@@ -79,8 +79,7 @@ constexpr Command kConflictCommands[] = {
     FamilyRow("on", "", &SwitchConflicts<true>, "report conflicts to the program that listens", "conflict on")
         .Sends(TESSEL_CMD_CONFLICT_START)
         .More("Addresses are watched and defended either way. Reports go to /tmp/ipc_ip_conflict (IPv4) and "
-              "/tmp/ipc_ipv6_conflict; while nobody listens there, each report holds up conflict detection for 5 to 8 "
-              "s."),
+              "/tmp/ipc_ipv6_conflict; while nobody listens there, each holds up conflict detection for 5 to 8 s."),
     FamilyRow("off", "", &SwitchConflicts<false>, "stop reporting conflicts", "conflict off -4")
         .Sends(TESSEL_CMD_CONFLICT_STOP)
         .More("All programs share one switch per family: refused while one listens, unless --force."),
@@ -92,8 +91,7 @@ constexpr Command kConflictCommands[] = {
 
 // ---- Router advertisements ----
 
-// The same for every tesselctl, so that the next one continues what another left behind: an interface keeps its first
-// one.
+// The same for every tesselctl, so that the next one continues what another left behind.
 constexpr i32 kUser = 0;
 
 // The socket of whoever gets the reports of an interface; empty: nobody does.

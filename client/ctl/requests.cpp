@@ -163,9 +163,7 @@ std::jthread NoticeOfWaiting(std::FILE* err) {
         std::unique_lock lock(mutex);
         (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
         if (isForPeople && !stop.stop_requested())
-            (void)std::fputs(
-                "note: no answer yet: this request, or another one before it, takes long (--timeout sets a limit)\n",
-                err);
+            (void)std::fputs("note: no answer yet: this or an earlier request takes long (see --timeout)\n", err);
         while (sigisemptyset(&held) == 0 && !stop.stop_requested()) {
             const int signal = sigtimedwait(&held, nullptr, &kStep);
             if (signal > 0) _exit(kExitSignal + signal);

@@ -15,8 +15,7 @@ std::string RequireNetwork(const Invocation& invocation, const Network& network)
     return text;
 }
 
-// As much of the kernel's routes as the daemon reports of its own. Those to the same destination come in order of
-// metric.
+// As much of the kernel's routes as the daemon reports of its own; those to the same destination by metric.
 Json RoutesIn(int family, u32 table) {
     Json routes = KernelRoutes(family, table);
     for (Json& route : routes)
@@ -61,8 +60,7 @@ struct MeantRoute {
         const auto& network = invocation.words.Get<Network>("A/L");
         const std::string text = RequireNetwork(invocation, network);
         u32 metric = invocation.words.Get<u32>(invocation.words.Has("N") ? "N" : "metric", 0);
-        if (gateway.family != network.family)
-            throw Refused(invocation.asked, "route and gateway belong to different families");
+        if (gateway.family != network.family) throw Refused(invocation.asked, "route and gateway differ in family");
         memcpy(record.achDevName, name.data(), name.size());
         record.tDestIpNet = GatewayOf(network);
         record.tGateway = GatewayOf(gateway);
@@ -247,8 +245,7 @@ constexpr Command kRuleCommands[] = {
     Row("del", "from A/L [fwmark N:0-2147483647] [pref N:1-2147483647] table N:1-2147483647", &ChangeRule<false>,
         "delete a rule by its words", "rule del from 192.168.2.0/24 table 100")
         .Sends(TESSEL_CMD_RULE_DEL)
-        .More("Deletes the first rule that matches these words, whatever else it has; with pref, the first of that "
-              "preference."),
+        .More("Deletes the first rule with these words, whatever else it has; with pref, the first with that."),
     Row("del", "pref N:1-2147483647", &ChangeRule<false>, "delete a rule by its preference", "rule del pref 30")
         .Sends(TESSEL_CMD_RULE_DEL),
 };

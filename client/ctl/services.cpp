@@ -176,9 +176,8 @@ constexpr Command kPppoeCommands[] = {
               "[echo-failure N] [debug]",
               &PppoeStart, "dial a link", "pppoe start eth1 user me@provider password-file /etc/pppoe.password persist")
         .Sends(TESSEL_CMD_PPPOE_START)
-        .More(
-            "The password is the first line of the file (-: standard input), or is asked for. While the link is up, ps "
-            "shows it, and so does the daemon's log from level 4 on. Without -4 or -6 the link carries both families."),
+        .More("The password is the file's first line (-: standard input), or asked for. While the link is up, ps shows "
+              "it, and so does the daemon's log from level 4. Without -4 or -6 the link carries both families."),
     FamilyRow("stop", "", &PppoeStop, "end a link", "pppoe stop")
         .Sends(TESSEL_CMD_PPPOE_STOP)
         .More("Ends one link, of the family it was started with."),
@@ -203,8 +202,7 @@ constexpr Command kWebCommands[] = {
 constexpr Command kServiceCommands[] = {
     Row("stop", "SERVICE=ssh|telnetd|ftpd|NAME", &StopService, "kill a service's processes", "service stop telnetd")
         .Sends(TESSEL_CMD_SERVICE_STOP)
-        .More("Sends signal 9, by process name; something else may restart it. Asks first for other names than these "
-              "three."),
+        .More("Sends signal 9 by process name; something may restart it. Asks first for any other than these three."),
 };
 
 }  // namespace

@@ -97,9 +97,8 @@ Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
             return With(kExitFailed, "no_reply", asked,
                         "the daemon closed the connection without an answer (unknown request, or it exited)");
         case TESSEL_E_PROTOCOL:
-            return With(
-                kExitFailed, "protocol", asked,
-                "the answer was cut short or has another size (do the versions of daemon and tesselctl differ?)");
+            return With(kExitFailed, "protocol", asked,
+                        "the answer was cut short or has another size (do daemon and tesselctl differ?)");
         case TESSEL_E_ARGUMENT:
             return Refused(asked, "these values cannot be sent");
         case TESSEL_E_SYSTEM:

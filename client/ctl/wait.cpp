@@ -87,8 +87,7 @@ constexpr Command kWaitCommands[] = {
 
 }  // namespace
 
-extern const Object kWait = {.name = "wait",
-                             .summary = "until something is there (--timeout S: no longer than this)",
-                             .commands = kWaitCommands};
+extern const Object kWait = {
+    .name = "wait", .summary = "until something is there (for --timeout S at most)", .commands = kWaitCommands};
 
 }  // namespace tessel::ctl

@@ -89,10 +89,8 @@ class Watcher {
             waited.push_back({tessel_listener_fd(source.listener.get()), POLLIN, 0});
         if (kernel_) waited.push_back({kernel_->Fd(), POLLIN, 0});
         lastEvent_ = Clock::now();
-        // Events may be far apart, and somebody at a terminal wonders.
         if (!watch_.onEvent && isatty(fileno(invocation_.err)) != 0)
-            ShowNote(invocation_,
-                     daemon_ ? "listening; Ctrl-C ends this" : "no daemon is running yet; Ctrl-C ends this");
+            ShowNote(invocation_, daemon_ ? "listening; Ctrl-C ends this" : "waiting for a daemon; Ctrl-C ends this");
         while (true) {
             Look();
             if (!ShowNext()) return 0;
@@ -156,8 +154,7 @@ class Watcher {
         ShowNote(invocation_, "a new daemon is running; continuing with it");
     }
 
-    // Leaves alone what was started by somebody else who is still running. The sockets stay open until everything is
-    // answered.
+    // Leaves alone what somebody else started who still runs. The sockets stay open until everything is answered.
     void SwitchOff(Outcome& outcome) {
         for (const Source& source : sources_) {
             const auto& other = source.takenFrom;

@@ -108,8 +108,7 @@ Outcome Why(const Invocation& invocation) {
 }
 
 constexpr Command kWhyCommands[] = {
-    Row("", "A [from A] [fwmark N]", &Why, "the route, rule and gateway that a packet to A would take",
-        "why 192.168.1.1")
+    Row("", "A [from A] [fwmark N]", &Why, "the route, rule and gateway a packet to A would take", "why 192.168.1.1")
         .Sends(TESSEL_CMD_PRIORITY_GET)
         .More("Asks the kernel, not the daemon; \"from\" takes an address of this device."),
 };

@@ -118,7 +118,7 @@ TEST_F(Routes, FailuresSayWhy) {
         {{"route add 10.1.0.0/16 via 192.168.1.253", 1, "there is already 10.1.0.0/16 via 192.168.1.254 dev eth0."},
          {"route add 10.2.0.0/16 via 192.168.7.254 dev eth0", 1, "is in no network of eth0"},
          {"route add 10.2.3.0/16 via 192.168.1.254", 2, "10.2.3.0/16 is not a network but an address in 10.2.0.0/16"},
-         {"route add 10.2.0.0/16 via fe80::1 dev eth0", 2, "to different families"},
+         {"route add 10.2.0.0/16 via fe80::1 dev eth0", 2, "differ in family"},
          {"route del 10.1.0.0/16 via 192.168.1.253", 1, "there is only 10.1.0.0/16 via 192.168.1.254 dev eth0."},
          {"route del 10.9.0.0/16 via 192.168.1.253", 1, "there is no such route"},
          {"route del 10.9.0.0/16 via 192.168.1.253 dev eth9", 1, "there is no interface eth9"}});

@@ -54,6 +54,7 @@ TEST(DhcpFile, OfSomebodyElseIsNotRead) {
             if (put(path) != 0) GTEST_SKIP() << "there is no other user in this namespace";
         }
         EXPECT_EQ(DhcpcReadDhcpcConfFile(&session.tLease, kFile, &event, &identity), -1) << description;
+        EXPECT_EQ(DhcpcReadDhcpcConfFile(nullptr, "/tmp/none", &event, &identity), -1);
         EXPECT_EQ(DhcpcReadDhcpcConfFileV6(&session, &event, &identity), -1) << description;
         EXPECT_EQ(event, 0U) << description;
     }
@@ -89,9 +90,6 @@ TEST(DhcpFile, OfIpv4) {
     EXPECT_THAT(ReadV4(servers), testing::EndsWith(" 10.0.0.63 0"));
     EXPECT_THAT(ReadV4("leasesuccess\nleasetime=5\n" + std::string(70'000, 'x') + "\nleasetime=6\n"), HasSubstr(", 5,"))
         << "what lies behind 64 KiB is not read";
-    FileIdentity identity;
-    u32 event = 0;
-    EXPECT_EQ(DhcpcReadDhcpcConfFile(nullptr, "/tmp/none", &event, &identity), -1);
 }
 
 TEST(DhcpFile, LinesOfIpv6) {

@@ -45,10 +45,9 @@ TEST(ExecCmd, ReportsWhetherTheToolSucceeded) {
     for (const char* line : {"false false", "no-such-program no-such-program", "true", ""})
         EXPECT_EQ(run(line), -1) << line;
     EXPECT_EQ(ExecCmd(nullptr, 0, 0), -1);
-    char words[][7] = {"sh", "-c", "exit 7"};
-    char* argv[] = {words[0], words[1], words[2], nullptr};
+    const char* const argv[] = {"sh", "-c", "exit 7", nullptr};
     pid_t pid = 0;
-    EXPECT_EQ(TesselExecShellProcess("sh", argv, &pid), 7);
+    EXPECT_EQ(TesselExecShellProcess("sh", const_cast<char**>(argv), &pid), 7);
     EXPECT_GT(pid, 0);
 }
 

@@ -320,10 +320,6 @@ TEST(CrashReport, FramePointerMethodOnRequest) {
 
 std::atomic<int> calls;
 
-void CountCall() {
-    ++calls;
-}
-
 TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
     const CrashResult result = Crash([] {
         // What another process of this name and user has left in the queue, which outlives it, is dropped.
@@ -335,7 +331,7 @@ TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
         for (int i = 0; i < 2; ++i)
             (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
         for (int i = 1; i <= 2; ++i) {
-            if (!sysdbg::SendToDebugThread(&CountCall) || !Eventually([i] { return calls == i; })) _exit(1);
+            if (!sysdbg::SendToDebugThread([] { ++calls; }) || !Eventually([i] { return calls == i; })) _exit(1);
         }
         // The first queue in the system's list. One that others may write to is not used.
         msqid_ds queue{};
@@ -343,7 +339,7 @@ TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
         if (queue.msg_perm.mode != 0600) _exit(2);
         queue.msg_perm.mode = 0622;
         msgctl(id, IPC_SET, &queue);
-        if (sysdbg::SendToDebugThread(&CountCall)) _exit(3);
+        if (sysdbg::SendToDebugThread([] { ++calls; })) _exit(3);
         msgctl(id, IPC_RMID, nullptr);
         while (ReadFile("/tmp/output").find("msgrcv") == std::string::npos)
             fflush(stdout);

@@ -51,25 +51,23 @@ TEST(ExecCmd, ReportsWhetherTheToolSucceeded) {
     EXPECT_GT(pid, 0);
 }
 
-class CapturedOutput : public testing::Test {
-  protected:
-    // Runs a shell script. In a line of one word, blanks are tabs.
-    i32 RunScript(std::string script) {
-        std::replace(script.begin(), script.end(), ' ', '\t');
-        std::string line = "sh sh -c " + script;
-        buffer.assign(kBytes + 1, '#');
-        return TesselExecCmdAndGetOutput(line.data(), 1000, buffer.data(), kBytes);
-    }
-    [[nodiscard]] std::string Output() const {
-        return buffer.substr(0, buffer.find('\0'));
-    }
+constexpr u32 kBytes = 2000;
+std::string buffer;
 
-    static constexpr u32 kBytes = 2000;
-    std::string buffer;
-};
+// Runs a shell script. In a line of one word, blanks are tabs.
+i32 RunScript(std::string script) {
+    std::replace(script.begin(), script.end(), ' ', '\t');
+    std::string line = "sh sh -c " + script;
+    buffer.assign(kBytes + 1, '#');
+    return TesselExecCmdAndGetOutput(line.data(), 1000, buffer.data(), kBytes);
+}
+
+std::string Output() {
+    return buffer.substr(0, buffer.find('\0'));
+}
 
 // More than a pipe holds does not block the tool.
-TEST_F(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
+TEST(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
     EXPECT_EQ(RunScript("echo out;echo err>&2;exit 3"), -1);
     EXPECT_EQ(Output(), "out\nerr\n") << "both streams, also after a failure";
     for (const char* script : {"printf %02000d 0", "head -c 5000000 /dev/zero|tr '\\0' 0"}) {
@@ -79,7 +77,7 @@ TEST_F(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
 }
 
 // A signal that is handled meanwhile is not taken for the end of the output.
-TEST_F(CapturedOutput, SurvivesSignals) {
+TEST(CapturedOutput, SurvivesSignals) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
@@ -89,19 +87,6 @@ TEST_F(CapturedOutput, SurvivesSignals) {
     timer = {};
     setitimer(ITIMER_REAL, &timer, nullptr);
     EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
-}
-
-TEST_F(CapturedOutput, ToolsStartWithoutTheDaemonsSignalSettings) {
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    for (const int ignored : {SIGPIPE, SIGHUP, SIGINT, SIGUSR1, SIGRTMIN})
-        signal(ignored, SIG_IGN);
-    EXPECT_EQ(RunScript("grep -E 'Sig(Blk|Ign)' /proc/self/status"), 0);
-    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
-    EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN) << "this process keeps its own";
-    EXPECT_EQ(Output(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
 // From now on this kernel knows no pidfd_open(2), as those before 5.3.
@@ -115,7 +100,7 @@ void ForgetPidFds() {
 }
 
 // Once on a kernel that reports the end of a process through a descriptor, and once on an older one.
-TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
+TEST(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
     g_toolLimit = 700ms;
     for (const bool hasPidFds : {true, false}) {
         if (!hasPidFds) ForgetPidFds();
@@ -140,7 +125,7 @@ TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
     }
 }
 
-TEST_F(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
+TEST(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
     rusage before{};
     rusage after{};
     getrusage(RUSAGE_THREAD, &before);
@@ -162,16 +147,27 @@ std::string FoundBy(const char* script, std::initializer_list<int> blocked = {})
 
 TEST(StartDetached, LeavesAProgramToItself) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> inherited(fopen("/dev/zero", "r"), &fclose);
-    for (const int ignored : {SIGHUP, SIGINT, SIGPIPE})
-        signal(ignored, SIG_IGN);
     EXPECT_EQ(FoundBy("readlink\t/proc/$$/fd/*>/tmp/new"), "/dev/null\n/tmp/new\n/dev/null\n");
+    EXPECT_NE(FoundBy("echo\t$PPID>/tmp/new"), std::to_string(getpid()) + "\n");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+}
+
+TEST(Tools, StartWithoutTheDaemonsSignalSettings) {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    for (const int ignored : {SIGPIPE, SIGHUP, SIGINT, SIGUSR1, SIGRTMIN})
+        signal(ignored, SIG_IGN);
     // The shell itself reads: it blocks signals for a child.
     EXPECT_EQ(
         FoundBy("while\tread\t-r\tx;do\tcase\t$x\tin\tSig[BI]*)\techo\t\"$x\";;esac;done</proc/$$/status>/tmp/new",
                 {SIGUSR1, SIGUSR2, SIGTERM}),
         "SigBlk:\t0000000000004a00\nSigIgn:\t0000000000000000\n");
-    EXPECT_NE(FoundBy("echo\t$PPID>/tmp/new"), std::to_string(getpid()) + "\n");
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+    EXPECT_EQ(RunScript("grep -E 'Sig(Blk|Ign)' /proc/self/status"), 0);
+    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN) << "this process keeps its own";
+    EXPECT_EQ(Output(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
 TEST(Tools, LogsWhatKeptThemFromStarting) {

@@ -200,7 +200,7 @@ TEST(CrashReport, ProcessEndsWhateverKeepsItFromReporting) {
 // Garbage where the return addresses were.
 [[gnu::noinline, gnu::no_sanitize("address", "thread", "undefined")]] void SmashStack() {
     auto* word = static_cast<volatile std::uintptr_t*>(__builtin_frame_address(0));
-    for (int i = 0; i < 256; ++i)
+    for (int i = 0; i < 64; ++i)
         word[i] = ~std::uintptr_t{0} / 3 * 2;
     *nowhere = 1;
 }

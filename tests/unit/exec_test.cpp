@@ -4,7 +4,6 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 
 #include "core/exec_seam.h"
@@ -26,9 +25,7 @@ std::string SplitUp(std::string line, u32 maxLen) {
 }
 
 TEST(BufToArgv, SplitsAtRunsOfBlanksWhatIsNotTooMuch) {
-    std::string words63 = "w";
-    for (int i = 1; i < 63; ++i)
-        words63 += " w";
+    const std::string words63 = Joined(std::vector<std::string>(63, "w"));  // all but the last are "w;"
     EXPECT_EQ(SplitUp("ip  ip   addr ", 100), "ip; ip; addr");
     EXPECT_EQ(SplitUp(" ip", 100), "; ip");
     EXPECT_EQ(SplitUp(words63 + " ", 1000), Joined(Split(words63, " ")));
@@ -81,11 +78,9 @@ TEST(CapturedOutput, SurvivesSignals) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
-    itimerval timer{.it_interval = {.tv_sec = 0, .tv_usec = 1000}, .it_value = {.tv_sec = 0, .tv_usec = 1000}};
-    setitimer(ITIMER_REAL, &timer, nullptr);
+    ualarm(1000, 1000);
     EXPECT_EQ(RunScript("sleep 0.2;head -c 500000 /dev/zero|tr '\\0' x"), 0);
-    timer = {};
-    setitimer(ITIMER_REAL, &timer, nullptr);
+    ualarm(0, 0);
     EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
 }
 

@@ -76,11 +76,9 @@ TEST(Worker, EndsWhereverItWaits) {
         ASSERT_TRUE(Start(worker, session)) << description;
         ASSERT_TRUE(Eventually([&] { return session.hasBegun.load(); }));
         EXPECT_FALSE(worker.AwaitEnd(200ms)) << description << ": it waits";
-        const auto asked = steady_clock::now();
         worker.AskToEnd();
         worker.AskToEnd();
-        EXPECT_TRUE(worker.AwaitEnd(10s)) << description;
-        EXPECT_LT(steady_clock::now() - asked, 2s) << description;
+        EXPECT_TRUE(worker.AwaitEnd(2s)) << description;
         EXPECT_TRUE(session.hasEnded) << description;
     }
     EXPECT_TRUE(Eventually([] { return CountWith("/proc", "cmdline", "4711") == 0; }))

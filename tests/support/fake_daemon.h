@@ -26,11 +26,10 @@ class FakeDaemon {
         sockaddr_un address{};
         socklen_t length = 0;
         (void)MakeAddrServer(listener_.Get(), TESSEL_SOCKET_API, &address, &length);
-        thread_ = std::thread([this] { Serve(); });
+        thread_ = std::jthread([this] { Serve(); });
     }
     ~FakeDaemon() {
         shutdown(listener_.Get(), SHUT_RDWR);
-        thread_.join();
         unlink(TESSEL_SOCKET_DIRECTORY TESSEL_SOCKET_API);
     }
 
@@ -59,10 +58,8 @@ class FakeDaemon {
             EXPECT_EQ(head.size + static_cast<ssize_t>(sizeof(head)), count);
             const SeenRequest seen{head.type, std::string(bytes + sizeof(head), bytes + count)};
             const std::string reply = answer_(seen);
-            {
-                const std::lock_guard lock(lock_);
-                requests_.push_back(seen);
-            }
+            const std::lock_guard lock(lock_);
+            requests_.push_back(seen);
             (void)send(connection.Get(), reply.data(), reply.size(), MSG_NOSIGNAL);
         }
     }
@@ -71,7 +68,7 @@ class FakeDaemon {
     Answer answer_;
     std::mutex lock_;
     std::vector<SeenRequest> requests_;
-    std::thread thread_;
+    std::jthread thread_;  // joined first
 };
 
 // Answers success and does nothing.

@@ -16,14 +16,6 @@ std::string TextOf(const TNetIfaceIp& list) {
     return text;
 }
 
-bool Append(const std::string& output, const AddressFamily& family, TNetIfaceIp& list) {
-    return AppendAddresses(output.c_str(), family, true, list, CallSite::Current());
-}
-
-bool ReadShow(const std::string& output, ipaddr_show_info& info) {
-    return ReadShowInfo(output.c_str(), info, CallSite::Current());
-}
-
 // Of both families, as the whole tool prints them, they are read in the handlers' tests.
 TEST(AddressText, IsReadAsFarAsItMakesSense) {
     const std::pair<std::string, const char*> rows[] = {
@@ -42,7 +34,8 @@ TEST(AddressText, IsReadAsFarAsItMakesSense) {
     };
     for (const auto& [output, expected] : rows) {
         TNetIfaceIp list{};
-        const bool isRead = Append(output, output.starts_with("inet6") ? kInet6 : kInet, list);
+        const AddressFamily& family = output.starts_with("inet6") ? kInet6 : kInet;
+        const bool isRead = AppendAddresses(output.c_str(), family, true, list, CallSite::Current());
         EXPECT_EQ((isRead ? "" : "failed") + TextOf(list), expected) << output;
     }
 }
@@ -51,17 +44,17 @@ TEST(AddressText, NeedsMtuAndMacToBeShownAndIsSixteenLinesAtMost) {
     ipaddr_show_info info{};
     for (const char* output : {"2: eth0:\n    link/ether 00:11:22:33:44:55 brd\n",
                                "2: eth0: mtu 1500\n    link/ether 00:11:22:33:44:55:66:77 brd\n"})
-        EXPECT_FALSE(ReadShow(output, info)) << output;
+        EXPECT_FALSE(ReadShowInfo(output, info, CallSite::Current())) << output;
     std::string output = "2: eth0: mtu 1500 \n    link/ether 00:11:22:33:44:55 \n";
     for (int i = 1; i <= 10; ++i)
         output += "    inet 10.0.0." + std::to_string(i) +
                   "/8 scope global eth0\n    inet6 2001:db8::" + std::to_string(i) + "/64 scope global \n";
     TNetIfaceIp list{};
     for (const auto& family : {kInet, kInet6, kInet})
-        ASSERT_TRUE(Append(output, family, list));
+        ASSERT_TRUE(AppendAddresses(output.c_str(), family, true, list, CallSite::Current()));
     EXPECT_EQ(list.dwNum, 16U);
     EXPECT_THAT(TextOf(list), testing::EndsWith("; 2001:db8::6/64 scope 4"));
-    ASSERT_TRUE(ReadShow(output, info));
+    ASSERT_TRUE(ReadShowInfo(output.c_str(), info, CallSite::Current()));
     EXPECT_EQ(info.mtu, 1500);
     EXPECT_STREQ(info.mac, "00:11:22:33:44:55");
     EXPECT_EQ(info.num, 16U);

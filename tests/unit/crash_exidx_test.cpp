@@ -20,10 +20,8 @@ constexpr std::uint32_t kPc = ArmRegisters::kCounter;
 Words memory;
 
 bool ReadTestWord(std::uint32_t address, std::uint32_t& word) {
-    const auto found = memory.find(address);
-    if (found == memory.end()) return false;
-    word = found->second;
-    return true;
+    if (memory.contains(address)) word = memory[address];
+    return memory.contains(address);
 }
 
 // The index at kIndex: functions, and what stands behind each.

@@ -23,9 +23,6 @@ class CrashFile : public testing::Test {
         EXPECT_EQ(SysdbgInitSignal(SIGURG, nullptr, kCrashFile, 4, kSysdbgNoDebugThread), 0);
         RemoveFiles();
     }
-    ~CrashFile() override {
-        unsetenv("SYSDBG_LOG_LIMIT");
-    }
     static void RemoveFiles() {
         for (const char* path : {kCurrent, kPrevious})
             std::filesystem::remove(path);
@@ -57,6 +54,7 @@ TEST_F(CrashFile, EnvironmentSetsTheLimitAtEveryWrite) {
         SysdbgReport("b");
         EXPECT_EQ(ReadFile(kCurrent).size(), limit == "1"s ? 1U : 1025U) << limit;
     }
+    unsetenv("SYSDBG_LOG_LIMIT");
 }
 
 // Where somebody else has put something, reports go to standard output.

@@ -4,10 +4,6 @@
 #include <pthread.h>
 #include <sys/msg.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <functional>
 
@@ -15,8 +11,8 @@
 #include "sysdbg/guard.h"
 #include "sysdbg/sysdbg.h"
 #include "sysdbg/trace.h"
-#include "tests/support/files.h"
 #include "tests/support/lines.h"
+#include "tests/support/proc.h"
 
 namespace {
 
@@ -64,26 +60,12 @@ using testing::StartsWith;
 
 constexpr char kCrashFile[] = "/tmp/crash";
 
-constexpr char kExtblTrace[] = "\n===========Call Trace(extbl)==========\nObtained ";
-constexpr char kUnwindTrace[] = "\n===========Call Trace(unwind)==========\nObtained ";
-constexpr char kMaps[] = "\n--------Process [";
-
 struct CrashResult {
     pid_t process;
     int status;
     std::string report;
-    std::string extbl;  // its traces
-    std::string unwind;
-    std::string maps;
+    std::vector<std::string> parts;  // of the report: what comes before the traces, both of these, the map
 };
-
-// What stands behind `begin`, up to `end`; empty when one is missing.
-std::string Between(const std::string& text, const std::string& begin, const std::string& end) {
-    const std::size_t from = text.find(begin);
-    const std::size_t to = text.find(end, from);
-    if (from == std::string::npos || to == std::string::npos) return "";
-    return text.substr(from + begin.size(), to - from - begin.size());
-}
 
 // Runs `crash` in a child that has crash diagnostics installed.
 CrashResult Crash(const std::function<void()>& crash, const char* crashFile = kCrashFile,
@@ -98,40 +80,32 @@ CrashResult Crash(const std::function<void()>& crash, const char* crashFile = kC
     int status = 0;
     waitpid(process, &status, 0);
     const std::string report = ReadFile(reportFile);
-    return {process,
-            status,
-            report,
-            Between(report, kExtblTrace, kUnwindTrace),
-            Between(report, kUnwindTrace, kMaps),
-            report.substr(std::min(report.rfind(kMaps), report.size()))};
-}
-
-void ExpectEndBySignal(const CrashResult& result, int signal) {
-    EXPECT_TRUE(WIFSIGNALED(result.status) && WTERMSIG(result.status) == signal) << "status " << result.status;
+    return {process, status, report, Split(report, "\n\n")};
 }
 
 // Every part is in its place, once, up to the last line of the map. Without a name given, any will do.
 void ExpectCompleteReport(const CrashResult& result, int signal, const std::string& threadName = "[^\n]*") {
-    ExpectEndBySignal(result, signal);
-    ASSERT_THAT(result.report.substr(0, 2000),
-                ContainsRegex("^\n=============== Exception Occur =================\n"
-                              "Version: 1\\.0\\.2\\.4a14bb47\nThread id: [0-9]+\nThread name:" +
-                              threadName + "\nSignal num: " + std::to_string(signal) +
-                              "\nException time: 20[0-9]{2}-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9]"
-                              "\n=============CPU registers=============\n"
-                              "(R?[A-Z]+:(0x[0-9a-f]+|\\(nil\\))(, )?)+\n([A-Z0-9]+:(0x[0-9a-f]+|\\(nil\\))(, )?)+\n"
-                              "\n===========Call Trace\\(extbl\\)"));
-    for (const std::string& trace : {result.extbl, result.unwind}) {
-        std::vector<std::string> frames = WholeLines(trace);
-        ASSERT_GE(frames.size(), 2U);
-        EXPECT_EQ(frames[0], std::to_string(frames.size() - 1) + " stack frames:");
-        frames.erase(frames.begin());
+    EXPECT_EQ(WTERMSIG(result.status), signal) << result.status;
+    ASSERT_EQ(result.parts.size(), 4U) << result.report;
+    EXPECT_THAT(result.parts[0],
+                MatchesRegex("\n=============== Exception Occur =================\n"
+                             "Version: 1\\.0\\.2\\.4a14bb47\nThread id: [0-9]+\nThread name:" +
+                             threadName + "\nSignal num: " + std::to_string(signal) +
+                             "\nException time: 20[0-9]{2}-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9]"
+                             "\n=============CPU registers=============\n"
+                             "(R?[A-Z]+:(0x[0-9a-f]+|\\(nil\\))(, )?)+\n([A-Z0-9]+:(0x[0-9a-f]+|\\(nil\\))(, )?)+"));
+    for (const auto& [part, method] : {std::pair{1U, "extbl"s}, {2U, "unwind"s}}) {
+        std::vector<std::string> frames = Split(result.parts[part], "\n");
+        ASSERT_GE(frames.size(), 3U);
+        EXPECT_EQ(frames[0], "===========Call Trace(" + method + ")==========");
+        EXPECT_EQ(frames[1], "Obtained " + std::to_string(frames.size() - 2) + " stack frames:");
+        frames.erase(frames.begin(), frames.begin() + 2);
         EXPECT_THAT(frames, Each(MatchesRegex("<[^<>]*> \\(<[^<>]*> \\+ (0x[0-9a-f]+|\\(nil\\))\\) "
                                               "\\[(0x[0-9a-f]+|\\(nil\\))\\]")));
     }
-    EXPECT_THAT(result.maps, AllOf(StartsWith(kMaps + std::to_string(result.process) + "] Maps-------\n"),
-                                   HasSubstr("[stack]"), EndsWith("\n")));
-    EXPECT_EQ(result.report.rfind("Exception Occur"), result.report.find("Exception Occur"));
+    EXPECT_THAT(result.parts[3],
+                AllOf(StartsWith("--------Process [" + std::to_string(result.process) + "] Maps-------\n"),
+                      HasSubstr("[stack]"), EndsWith("\n")));
 }
 
 void ExpectNamesInOrder(const std::string& trace) {
@@ -161,17 +135,17 @@ TEST(CrashReport, IsCompleteForEverySignalAndThread) {
                 [&, crash = crash] { isWorker ? std::thread(OnNamedThread, crash).join() : OnNamedThread(crash); });
             ExpectCompleteReport(result, signal, "wor \\(k\\) er");
         }
-        ExpectNamesInOrder(result.extbl);
-        ExpectNamesInOrder(result.unwind);
-        EXPECT_THAT(result.unwind, ContainsRegex("^[^\n]*\n<[^\n]*crash_test> \\(<CrashInner>")) << "the fault first";
+        ExpectNamesInOrder(result.parts.at(1));
+        ExpectNamesInOrder(result.parts.at(2));
+        EXPECT_THAT(result.parts[2], ContainsRegex("frames:\n<[^\n]*crash_test> \\(<CrashInner>")) << "the fault first";
     }
     // The C++ library that started the worker is stripped: its functions are not named, only the place in it.
     EXPECT_THAT(result.report, ContainsRegex("/libstdc\\+\\+[^>]*> \\(<> \\+ 0x[0-9a-f]+\\)"));
 
     result = Crash([] { CrashOuter(reinterpret_cast<void (*)()>(8)); });
     ExpectCompleteReport(result, SIGSEGV);
-    EXPECT_THAT(result.unwind, HasSubstr("\n<> (<> + (nil)) [0x8]\n")) << "a call into nowhere keeps its callers";
-    ExpectNamesInOrder(result.unwind);
+    EXPECT_THAT(result.parts.at(2), HasSubstr("\n<> (<> + (nil)) [0x8]\n")) << "a call into nowhere keeps its callers";
+    ExpectNamesInOrder(result.parts[2]);
 }
 
 int Recurse(int depth) {
@@ -191,17 +165,10 @@ void WithPipeAsOutput(bool isFull, void (*crash)()) {
     int ends[2];
     if (pipe2(ends, isFull ? O_NONBLOCK : 0) != 0) return;
     if (!isFull) close(ends[0]);
-    while (isFull && write(ends[1], "x", 1) == 1) {
-    }
+    if (isFull) (void)!write(ends[1], std::string(1 << 20, 'x').data(), 1 << 20);
     fcntl(ends[1], F_SETFL, 0);
     dup2(ends[1], STDOUT_FILENO);
     crash();
-}
-
-void CrashWithoutDescriptors() {
-    const rlimit none{};
-    setrlimit(RLIMIT_NOFILE, &none);
-    CrashOuter(nullptr);
 }
 
 TEST(CrashReport, ProcessEndsWhateverKeepsItFromReporting) {
@@ -212,26 +179,25 @@ TEST(CrashReport, ProcessEndsWhateverKeepsItFromReporting) {
         {"no room on another's", kCrashFile, [] { std::thread([] { returned = Recurse(0); }).join(); }, SIGSEGV},
         {"nobody at the pipe", "", [] { WithPipeAsOutput(false, [] { raise(SIGPWR); }); }, SIGPWR},
         {"a full pipe", nullptr, [] { WithPipeAsOutput(true, [] { CrashOuter(nullptr); }); }, SIGSEGV},
-        {"no descriptor left", kCrashFile, &CrashWithoutDescriptors, SIGSEGV},
+        {"no descriptor left", kCrashFile,
+         [] {
+             const DescriptorShortage shortage;
+             CrashOuter(nullptr);
+         },
+         SIGSEGV},
     };
     for (const auto& [description, crashFile, crash, signal] : rows) {
         SCOPED_TRACE(description);
-        ExpectEndBySignal(Crash(crash, crashFile), signal);
+        EXPECT_EQ(WTERMSIG(Crash(crash, crashFile).status), signal);
     }
 }
 
 // Garbage where the return addresses were.
 [[gnu::noinline, gnu::no_sanitize("address", "thread", "undefined")]] void SmashStack() {
     auto* word = static_cast<volatile std::uintptr_t*>(__builtin_frame_address(0));
-    for (int i = 0; i < 256; ++i)
+    for (int i = 0; i < 64; ++i)
         word[i] = ~std::uintptr_t{0} / 3 * 2;
     *nowhere = 1;
-}
-
-void SmashStackBelowRoom() {
-    volatile std::uintptr_t room[512] = {};
-    SmashStack();
-    returned = static_cast<int>(room[0]);
 }
 
 void HoldLoadersLockAndCrash() {
@@ -253,10 +219,28 @@ void CrashCancelled() {
     CrashOuter(nullptr);
 }
 
-TEST(CrashReport, SurvivesBrokenStacksHeldLocksAndPendingCancellation) {
-    for (void (*crash)() :
-         {&SmashStackBelowRoom, &HoldLoadersLockAndCrash, +[] { std::thread(CrashCancelled).join(); }})
+// The signal waits.
+void CrashAndGetAnotherSignal() {
+    std::thread([first = pthread_self()] {
+        while (!std::filesystem::exists("/tmp/crash.0"))
+            std::this_thread::yield();
+        pthread_kill(first, SIGQUIT);
+        pause();
+    }).detach();
+    CrashOuter(nullptr);
+}
+
+TEST(CrashReport, SurvivesBrokenStacksHeldLocksPendingCancellationAndSignals) {
+    const std::pair<const char*, void (*)()> rows[] = {
+        {"a broken stack", &SmashStack},
+        {"a held lock", &HoldLoadersLockAndCrash},
+        {"a pending cancellation", [] { std::thread(CrashCancelled).join(); }},
+        {"a signal to the thread that reports", &CrashAndGetAnotherSignal},
+    };
+    for (const auto& [description, crash] : rows) {
+        SCOPED_TRACE(description);
         ExpectCompleteReport(Crash(crash), SIGSEGV);
+    }
 }
 
 TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
@@ -272,20 +256,6 @@ TEST(CrashGuard, LeavesStepsThatFaultOrNeverEnd) {
     // The alarm may reach any thread: here the main one, while another is in the endless step.
     std::thread([&] { EXPECT_FALSE(sysdbg::RunGuarded(endless, nullptr)); }).join();
     EXPECT_EQ(signal(SIGALRM, SIG_DFL), SIG_DFL) << "as it was";
-}
-
-TEST(CrashReport, ASignalToTheReportingThreadWaits) {
-    const auto signalFirst = [] {
-        while (!std::filesystem::exists("/tmp/crash.0"))
-            std::this_thread::yield();
-        syscall(SYS_tgkill, getpid(), getpid(), SIGQUIT);
-        pause();
-    };
-    const CrashResult result = Crash([&] {
-        std::thread(signalFirst).detach();
-        CrashOuter(nullptr);
-    });
-    ExpectCompleteReport(result, SIGSEGV);
 }
 
 TEST(CrashReport, ThreadsThatCrashTogetherLeaveOneReport) {
@@ -326,12 +296,11 @@ TEST(CrashReport, ChosenSignalsAloneAreHandled) {
         raise(SIGWINCH);  // ignored by default: reported, and life goes on
         raise(SIGUSR2);
     });
-    ExpectEndBySignal(result, SIGUSR2);
+    EXPECT_EQ(WTERMSIG(result.status), SIGUSR2);
     EXPECT_THAT(result.report, HasSubstr("Signal num: " + std::to_string(SIGWINCH)));
     EXPECT_THAT(result.report, HasSubstr("Signal num: " + std::to_string(SIGUSR2)));
     EXPECT_EQ(Crash([] { raise(SIGTERM); }).report, "") << "being asked to end is not a crash";
-    const int impossible = SIGKILL;
-    EXPECT_EQ(SysdbgInitSignals(&impossible, 1, nullptr, kCrashFile, 0, kSysdbgNoDebugThread), -1);
+    EXPECT_EQ(SysdbgInitSignal(SIGKILL, nullptr, kCrashFile, 0, kSysdbgNoDebugThread), -1) << "nobody can";
 }
 
 TEST(CrashReport, FramePointerMethodOnRequest) {
@@ -346,10 +315,6 @@ TEST(CrashReport, FramePointerMethodOnRequest) {
 
 std::atomic<int> calls;
 
-void CountCall() {
-    ++calls;
-}
-
 TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
     const CrashResult result = Crash([] {
         // What another process of this name and user has left in the queue, which outlives it, is dropped.
@@ -361,33 +326,25 @@ TEST(CrashDebugThread, CallsFunctionsNamedInAPrivateQueue) {
         for (int i = 0; i < 2; ++i)
             (void)SysdbgInit(nullptr, kCrashFile, 0, 0);
         for (int i = 1; i <= 2; ++i) {
-            if (!sysdbg::SendToDebugThread(&CountCall) || !Eventually([i] { return calls == i; })) _exit(1);
+            if (!sysdbg::SendToDebugThread([] { ++calls; }) || !Eventually([i] { return calls == i; })) _exit(1);
         }
-        // The first queue in the system's list, whose lines begin with key, id and mode.
-        std::ifstream queues("/proc/sysvipc/msg");
-        queues.ignore(1000, '\n');
-        key_t key = 0;
-        int id = -1;
-        unsigned mode = 0;
-        queues >> key >> id >> std::oct >> mode;
-        if (mode != 0600) _exit(2);
+        // The first queue in the system's list. One that others may write to is not used.
+        msqid_ds queue{};
+        const int id = msgctl(0, MSG_STAT, &queue);
+        if (queue.msg_perm.mode != 0600) _exit(2);
+        queue.msg_perm.mode = 0622;
+        msgctl(id, IPC_SET, &queue);
+        if (sysdbg::SendToDebugThread([] { ++calls; })) _exit(3);
         msgctl(id, IPC_RMID, nullptr);
         while (ReadFile("/tmp/output").find("msgrcv") == std::string::npos)
             fflush(stdout);
-        // A queue that others may write to is not used.
-        const int open = msgget(key, IPC_CREAT | 0622);
-        if (open < 0 || sysdbg::SendToDebugThread(&CountCall)) _exit(3);
-        msgctl(open, IPC_RMID, nullptr);
-        fflush(stdout);
         _exit(0);
     });
     ASSERT_EQ(result.status, 0);
     std::vector<std::string> output = WholeLines(ReadFile("/tmp/output"));
     // The sender's line may come before, between or after those of the thread.
-    const auto isSendersLine = [](const std::string& line) {
-        return line.starts_with("Send message success , addr is : 0x");
-    };
-    EXPECT_EQ(std::erase_if(output, isSendersLine), 2U);
+    const auto isSent = [](const auto& line) { return line.starts_with("Send message success , addr is : 0x"); };
+    EXPECT_EQ(std::erase_if(output, isSent), 2U);
     const std::string run = "; ; run function start======>; run function end======<";
     EXPECT_EQ(Joined(output),
               "Open file failed!; Open file failed!" + run + run + "; in debug thread loop,msgrcv is -1");

@@ -17,14 +17,14 @@ namespace {
 struct Image {
     ElfW(Ehdr) header{};
     ElfW(Phdr) segment{};
-    ElfW(Shdr) sections[3]{};
+    ElfW(Shdr) sections[3] = {{},
+                              {0, SHT_SYMTAB, 0, 0, offsetof(Image, symbols), sizeof(symbols), 2, 0, 0, 0},
+                              {0, SHT_STRTAB, 0, 0, offsetof(Image, names), sizeof(names), 0, 0, 0, 0}};
     ElfW(Sym) symbols[4]{};
     char names[32] = "\0first\0second\0fixed\0object";
 
     Image() {
-        memcpy(header.e_ident, ELFMAG, SELFMAG);
-        header.e_ident[EI_CLASS] = sizeof(void*) == 4 ? ELFCLASS32 : ELFCLASS64;
-        header.e_ident[EI_VERSION] = EV_CURRENT;
+        memcpy(header.e_ident, sizeof(void*) == 4 ? ELFMAG "\1\0\1" : ELFMAG "\2\0\1", 7);  // class and version
         header.e_type = ET_DYN;
         header.e_phoff = offsetof(Image, segment);
         header.e_phnum = 1;
@@ -34,13 +34,6 @@ struct Image {
         segment.p_offset = 0x100;
         segment.p_vaddr = 0x5100;
         segment.p_filesz = 0x1000;
-        sections[1].sh_type = SHT_SYMTAB;
-        sections[1].sh_offset = offsetof(Image, symbols);
-        sections[1].sh_size = sizeof(symbols);
-        sections[1].sh_link = 2;
-        sections[2].sh_type = SHT_STRTAB;
-        sections[2].sh_offset = offsetof(Image, names);
-        sections[2].sh_size = sizeof(names);
         SetSymbol(0, 26, STT_OBJECT, 1, 0x5000);
         SetSymbol(1, 1, STT_FUNC, 1, 0x5200);
         SetSymbol(2, 7, STT_FUNC, 1, 0x5220);

@@ -89,9 +89,6 @@ TEST(DhcpFile, OfIpv4) {
     EXPECT_THAT(ReadV4(servers), testing::EndsWith(" 10.0.0.63 0"));
     EXPECT_THAT(ReadV4("leasesuccess\nleasetime=5\n" + std::string(70'000, 'x') + "\nleasetime=6\n"), HasSubstr(", 5,"))
         << "what lies behind 64 KiB is not read";
-    FileIdentity identity;
-    u32 event = 0;
-    EXPECT_EQ(DhcpcReadDhcpcConfFile(nullptr, "/tmp/none", &event, &identity), -1);
 }
 
 TEST(DhcpFile, LinesOfIpv6) {

@@ -4,7 +4,6 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 
 #include "core/exec_seam.h"
@@ -26,9 +25,7 @@ std::string SplitUp(std::string line, u32 maxLen) {
 }
 
 TEST(BufToArgv, SplitsAtRunsOfBlanksWhatIsNotTooMuch) {
-    std::string words63 = "w";
-    for (int i = 1; i < 63; ++i)
-        words63 += " w";
+    const std::string words63 = Joined(std::vector<std::string>(63, "w"));  // all but the last are "w;"
     EXPECT_EQ(SplitUp("ip  ip   addr ", 100), "ip; ip; addr");
     EXPECT_EQ(SplitUp(" ip", 100), "; ip");
     EXPECT_EQ(SplitUp(words63 + " ", 1000), Joined(Split(words63, " ")));
@@ -45,32 +42,29 @@ TEST(ExecCmd, ReportsWhetherTheToolSucceeded) {
     for (const char* line : {"false false", "no-such-program no-such-program", "true", ""})
         EXPECT_EQ(run(line), -1) << line;
     EXPECT_EQ(ExecCmd(nullptr, 0, 0), -1);
-    char words[][7] = {"sh", "-c", "exit 7"};
-    char* argv[] = {words[0], words[1], words[2], nullptr};
+    const char* const argv[] = {"sh", "-c", "exit 7", nullptr};
     pid_t pid = 0;
-    EXPECT_EQ(TesselExecShellProcess("sh", argv, &pid), 7);
+    EXPECT_EQ(TesselExecShellProcess("sh", const_cast<char**>(argv), &pid), 7);
     EXPECT_GT(pid, 0);
 }
 
-class CapturedOutput : public testing::Test {
-  protected:
-    // Runs a shell script. In a line of one word, blanks are tabs.
-    i32 RunScript(std::string script) {
-        std::replace(script.begin(), script.end(), ' ', '\t');
-        std::string line = "sh sh -c " + script;
-        buffer.assign(kBytes + 1, '#');
-        return TesselExecCmdAndGetOutput(line.data(), 1000, buffer.data(), kBytes);
-    }
-    [[nodiscard]] std::string Output() const {
-        return buffer.substr(0, buffer.find('\0'));
-    }
+constexpr u32 kBytes = 2000;
+std::string buffer;
 
-    static constexpr u32 kBytes = 2000;
-    std::string buffer;
-};
+// Runs a shell script. In a line of one word, blanks are tabs.
+i32 RunScript(std::string script) {
+    std::replace(script.begin(), script.end(), ' ', '\t');
+    std::string line = "sh sh -c " + script;
+    buffer.assign(kBytes + 1, '#');
+    return TesselExecCmdAndGetOutput(line.data(), 1000, buffer.data(), kBytes);
+}
+
+std::string Output() {
+    return buffer.substr(0, buffer.find('\0'));
+}
 
 // More than a pipe holds does not block the tool.
-TEST_F(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
+TEST(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
     EXPECT_EQ(RunScript("echo out;echo err>&2;exit 3"), -1);
     EXPECT_EQ(Output(), "out\nerr\n") << "both streams, also after a failure";
     for (const char* script : {"printf %02000d 0", "head -c 5000000 /dev/zero|tr '\\0' 0"}) {
@@ -80,29 +74,14 @@ TEST_F(CapturedOutput, FillsTheBufferWithoutTerminatorAndNotOneByteMore) {
 }
 
 // A signal that is handled meanwhile is not taken for the end of the output.
-TEST_F(CapturedOutput, SurvivesSignals) {
+TEST(CapturedOutput, SurvivesSignals) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
-    itimerval timer{.it_interval = {.tv_sec = 0, .tv_usec = 1000}, .it_value = {.tv_sec = 0, .tv_usec = 1000}};
-    setitimer(ITIMER_REAL, &timer, nullptr);
+    ualarm(1000, 1000);
     EXPECT_EQ(RunScript("sleep 0.2;head -c 500000 /dev/zero|tr '\\0' x"), 0);
-    timer = {};
-    setitimer(ITIMER_REAL, &timer, nullptr);
+    ualarm(0, 0);
     EXPECT_EQ(buffer, std::string(kBytes, 'x') + '#');
-}
-
-TEST_F(CapturedOutput, ToolsStartWithoutTheDaemonsSignalSettings) {
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    for (const int ignored : {SIGPIPE, SIGHUP, SIGINT, SIGUSR1, SIGRTMIN})
-        signal(ignored, SIG_IGN);
-    EXPECT_EQ(RunScript("grep -E 'Sig(Blk|Ign)' /proc/self/status"), 0);
-    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
-    EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN) << "this process keeps its own";
-    EXPECT_EQ(Output(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
 // From now on this kernel knows no pidfd_open(2), as those before 5.3.
@@ -116,7 +95,7 @@ void ForgetPidFds() {
 }
 
 // Once on a kernel that reports the end of a process through a descriptor, and once on an older one.
-TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
+TEST(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
     g_toolLimit = 700ms;
     for (const bool hasPidFds : {true, false}) {
         if (!hasPidFds) ForgetPidFds();
@@ -141,7 +120,7 @@ TEST_F(CapturedOutput, EndsWithTheToolAndAtItsLimit) {
     }
 }
 
-TEST_F(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
+TEST(CapturedOutput, IsNotPolledForWhileAToolIsSilent) {
     rusage before{};
     rusage after{};
     getrusage(RUSAGE_THREAD, &before);
@@ -163,16 +142,27 @@ std::string FoundBy(const char* script, std::initializer_list<int> blocked = {})
 
 TEST(StartDetached, LeavesAProgramToItself) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> inherited(fopen("/dev/zero", "r"), &fclose);
-    for (const int ignored : {SIGHUP, SIGINT, SIGPIPE})
-        signal(ignored, SIG_IGN);
     EXPECT_EQ(FoundBy("readlink\t/proc/$$/fd/*>/tmp/new"), "/dev/null\n/tmp/new\n/dev/null\n");
+    EXPECT_NE(FoundBy("echo\t$PPID>/tmp/new"), std::to_string(getpid()) + "\n");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+}
+
+TEST(Tools, StartWithoutTheDaemonsSignalSettings) {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    for (const int ignored : {SIGPIPE, SIGHUP, SIGINT, SIGUSR1, SIGRTMIN})
+        signal(ignored, SIG_IGN);
     // The shell itself reads: it blocks signals for a child.
     EXPECT_EQ(
         FoundBy("while\tread\t-r\tx;do\tcase\t$x\tin\tSig[BI]*)\techo\t\"$x\";;esac;done</proc/$$/status>/tmp/new",
                 {SIGUSR1, SIGUSR2, SIGTERM}),
         "SigBlk:\t0000000000004a00\nSigIgn:\t0000000000000000\n");
-    EXPECT_NE(FoundBy("echo\t$PPID>/tmp/new"), std::to_string(getpid()) + "\n");
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+    EXPECT_EQ(RunScript("grep -E 'Sig(Blk|Ign)' /proc/self/status"), 0);
+    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    EXPECT_EQ(signal(SIGHUP, SIG_DFL), SIG_IGN) << "this process keeps its own";
+    EXPECT_EQ(Output(), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
 TEST(Tools, LogsWhatKeptThemFromStarting) {

@@ -40,8 +40,6 @@ TEST(Neighbour, MessagesThatANodeDiscards) {
     const NeighbourPath toAll = Path("fe80::1", "ff02::1");
     const NeighbourPath dad = Path("::", "ff02::1:ff00:20");
     const NeighbourPath dadToOne = Path("::", "fe80::2");
-    std::string multicastTarget = Advertisement(kTargetOption);
-    multicastTarget[8] = '\xff';
     const std::tuple<const char*, std::string, NeighbourPath, const char*> rows[] = {
         {"solicitation", Solicitation(kSourceOption), direct, "with address"},
         {"advertisement to all", Advertisement(kTargetOption), toAll, "with address"},
@@ -52,7 +50,7 @@ TEST(Neighbour, MessagesThatANodeDiscards) {
         {"solicited and to one", Advertisement(kTargetOption, 0x60), direct, "with address"},
         {"through a router", Solicitation(kSourceOption), routed, ""},
         {"another code", Solicitation(kSourceOption, 1), direct, ""},
-        {"a multicast target", multicastTarget, toAll, ""},
+        {"a multicast target", Advertisement(kTargetOption).replace(8, 1, "\xff"), toAll, ""},
         {"solicited and to all", Advertisement(kTargetOption, 0x60), toAll, ""},
         {"from nowhere to one", Solicitation(""), dadToOne, ""},
         {"from nowhere with an option", Solicitation(kSourceOption), dad, ""},

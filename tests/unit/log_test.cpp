@@ -3,8 +3,6 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <atomic>
-
 #include "core/folder_watch.h"
 #include "core/log_control.h"
 #include "tests/support/files.h"
@@ -40,11 +38,11 @@ void OneOfEach(const std::string& mark) {
 
 // Which of the four forms a destination shows.
 std::string FormsIn(const std::string& text, const std::string& mark) {
-    std::string forms = "epdP";
-    const std::string lines[] = {"error " + mark, "print " + mark, "debug " + mark, mark + "{errno"};
-    for (std::size_t i = 0; i < forms.size(); ++i) {
-        if (text.find(lines[i]) == std::string::npos) forms[i] = '-';
-    }
+    const std::pair<char, std::string> lines[] = {
+        {'e', "error " + mark}, {'p', "print " + mark}, {'d', "debug " + mark}, {'P', mark + "{errno"}};
+    std::string forms;
+    for (const auto& [form, line] : lines)
+        forms += text.find(line) != std::string::npos ? form : '-';
     return forms;
 }
 
@@ -212,18 +210,14 @@ TEST(Log, KeepsWhatComesFromOutsideInItsPlace) {
 
 // For the thread sanitizer: the file is closed and opened under the feet of writers.
 TEST(LogControl, IsSafeWhileOthersWrite) {
-    std::atomic<bool> isOver{false};
-    const auto write = [&] {
-        while (!isOver)
+    const auto write = [](const std::stop_token& isOver) {
+        while (!isOver.stop_requested())
             TESSEL_ERR("line");
     };
-    std::thread writers[] = {std::thread(write), std::thread(write)};
+    const std::jthread writers[] = {std::jthread(write), std::jthread(write)};
     for (int i = 0; i < 20; ++i)
         EXPECT_EQ(Manage(TESSEL_LOG_OPEN_DAEMON), 0);
     EXPECT_EQ(Manage(TESSEL_LOG_CLOSE_DAEMON), 0);
-    isOver = true;
-    for (std::thread& writer : writers)
-        writer.join();
 }
 
 }  // namespace

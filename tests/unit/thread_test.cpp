@@ -60,36 +60,31 @@ TEST(Thread, IsNamedBlocksSignalsAndIsNice) {
 TEST(Thread, IsCancelledWhereItWaitsAndNotInALogLine) {
     const LogFileCtl logFile{.eCmd = TESSEL_LOG_OPEN_DAEMON, .achLibPath = {}, .achDaemonPath = "/tmp/thread.log"};
     ASSERT_EQ(LogDaemonFileManage(&logFile), 0);
-    int readEnd = -1;
+    int descriptor = -1;
     const pthread_t thread = Spawn(
         [](void* arg) {
-            int ends[2];
-            ASSERT_EQ(pipe(ends), 0);
-            const UniqueFd first(ends[0]);
-            const UniqueFd second(ends[1]);
+            const UniqueFd held(dup(STDERR_FILENO));
             EXPECT_EQ(ThreadCancel(pthread_self()), 0);
             TESSEL_ERR("a line");
             TESSEL_PERROR("another");
-            *static_cast<int*>(arg) = ends[0];
-            char byte = 0;
-            (void)!read(ends[0], &byte, 1);
+            *static_cast<int*>(arg) = held.Get();
+            pause();
         },
-        &readEnd);
+        &descriptor);
     EXPECT_EQ(ThreadJoin(thread), PTHREAD_CANCELED);
-    ASSERT_NE(readEnd, -1) << "it has come as far as that";
-    EXPECT_EQ(fcntl(readEnd, F_GETFD), -1) << "its descriptors were closed";
+    ASSERT_NE(descriptor, -1) << "it has come as far as that";
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), -1) << "its descriptor was closed";
 }
 
 TEST(Thread, ThatCannotBeMadeIsZero) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers do not live without memory";
 #endif
-    constexpr u32 kMoreThanThereIs = 0xfffff000;
     rlimit limit{};
     getrlimit(RLIMIT_AS, &limit);
     const rlimit small{.rlim_cur = 1, .rlim_max = limit.rlim_max};
     setrlimit(RLIMIT_AS, &small);
-    const pthread_t thread = ThreadSpawn("big", &Look, nullptr, kMoreThanThereIs, kThreadPolicy, kThreadPriorityStep);
+    const pthread_t thread = ThreadSpawn("big", &Look, nullptr, 0xfffff000, kThreadPolicy, kThreadPriorityStep);
     setrlimit(RLIMIT_AS, &limit);
     EXPECT_EQ(thread, 0U);
 }

@@ -1,10 +1,9 @@
 // Workers under every way to stop, and what they wait in.
 #include "core/worker.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
+#include <sys/eventfd.h>
 
 #include <atomic>
 #include <functional>
@@ -18,10 +17,6 @@
 
 namespace tessel::test {
 namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
 
 struct Session {
     std::function<void(Worker&)> body;
@@ -41,42 +36,30 @@ bool Start(Worker& worker, Session& session) {
 }
 
 // A listener that has room for no further connection.
-class FullListener {
-  public:
-    explicit FullListener(const char* name) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        EXPECT_TRUE(FormSocketAddress(name, address_));
-        unlink(address_.sun_path);
-        EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)), 0);
-        EXPECT_EQ(listen(fd_.Get(), 0), 0);
-        while (true) {
-            UniqueFd filler(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-            if (connect(filler.Get(), reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)) != 0) break;
-            fillers_.push_back(std::move(filler));
-        }
+struct FullListener {
+    FullListener() {
+        socklen_t length = 0;
+        EXPECT_EQ(MakeAddrServer(fd.Get(), "ipc_full", &address, &length), 0);
+        do
+            fillers.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        while (connect(fillers.back().Get(), reinterpret_cast<const sockaddr*>(&address), length) == 0);
     }
-
-  private:
-    UniqueFd fd_;
-    sockaddr_un address_{};
-    std::vector<UniqueFd> fillers_;
+    UniqueFd fd{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    sockaddr_un address{};
+    std::vector<UniqueFd> fillers;
 };
 
 TEST(Worker, EndsWhereverItWaits) {
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const UniqueFd silentEnd(ends[0]);
-    const UniqueFd otherEnd(ends[1]);
-    const FullListener fullListener("ipc_full");
+    const UniqueFd silent(eventfd(0, EFD_CLOEXEC));
+    const FullListener fullListener;
     const std::pair<const char*, std::function<void(Worker&)>> rows[] = {
-        {"sleeping", [](Worker& self) { EXPECT_FALSE(self.Sleep(seconds(60))); }},
+        {"sleeping", [](Worker& self) { EXPECT_FALSE(self.Sleep(60s)); }},
         {"waiting for a packet",
-         [&](Worker& self) { EXPECT_EQ(self.WaitFor(silentEnd.Get(), POLLIN, seconds(60)), Wait::kStopped); }},
+         [&](Worker& self) { EXPECT_EQ(self.WaitFor(silent.Get(), POLLIN, 60s), Wait::kStopped); }},
         {"running a silent tool that ignores SIGTERM",
          [](Worker&) {
-             CommandLine line;
-             ASSERT_TRUE(ComposeCommand(line, "perl perl -e $SIG{TERM}='IGNORE';system('sleep','4711')"));
-             ToolOutput output;
-             EXPECT_EQ(tessel::Run(line, output), -1);
+             char line[] = "perl perl -e $SIG{TERM}='IGNORE';system('sleep','4711')";
+             EXPECT_EQ(ExecCmd(line, sizeof(line), 0), -1);
          }},
         {"running the shell", [](Worker&) { EXPECT_EQ(RunShell("sleep 4711; true"), -1); }},
         {"notifying a listener that accepts nothing",
@@ -84,10 +67,7 @@ TEST(Worker, EndsWhereverItWaits) {
         {"notifying nobody", [](Worker&) { EXPECT_EQ(Notify(NoticeSocket("ipc_nobody"), 1, u32{5}), 0); }},
     };
     TESSEL_ERR("opens the log");
-    Session first{.body = [](Worker&) {}};
-    Worker before;
-    // A sanitizer starts its own thread with the first one.
-    ASSERT_TRUE(Start(before, first) && before.AwaitEnd(seconds(10)));
+    std::thread([] {}).join();  // with the first one come a sanitizer's own
     const auto descriptors = Descriptors();
     const auto threads = Threads();
     for (const auto& [description, body] : rows) {
@@ -95,12 +75,10 @@ TEST(Worker, EndsWhereverItWaits) {
         Worker worker;
         ASSERT_TRUE(Start(worker, session)) << description;
         ASSERT_TRUE(Eventually([&] { return session.hasBegun.load(); }));
-        EXPECT_FALSE(worker.AwaitEnd(milliseconds(200))) << description << ": it waits";
-        const auto asked = steady_clock::now();
+        EXPECT_FALSE(worker.AwaitEnd(200ms)) << description << ": it waits";
         worker.AskToEnd();
         worker.AskToEnd();
-        EXPECT_TRUE(worker.AwaitEnd(seconds(10))) << description;
-        EXPECT_LT(steady_clock::now() - asked, seconds(2)) << description;
+        EXPECT_TRUE(worker.AwaitEnd(2s)) << description;
         EXPECT_TRUE(session.hasEnded) << description;
     }
     EXPECT_TRUE(Eventually([] { return CountWith("/proc", "cmdline", "4711") == 0; }))
@@ -110,92 +88,70 @@ TEST(Worker, EndsWhereverItWaits) {
 }
 
 TEST(Notice, IsNotWaitedForWithoutEnd) {
-    const FullListener fullListener("ipc_full");
+    const FullListener fullListener;
     const auto begin = steady_clock::now();
     EXPECT_EQ(IpcCallbackSendAndRecv("ipc_full", 1, nullptr, 0, nullptr, 0), TESSEL_IPC_ERROR);
     const auto waited = steady_clock::now() - begin;
-    EXPECT_GE(waited, milliseconds(7900));
-    EXPECT_LT(waited, seconds(10));
+    EXPECT_GE(waited, 7900ms);
+    EXPECT_LT(waited, 10s);
 }
 
 TEST(Worker, IsStartedAgainAndJoinedOnce) {
-    Session session{.body = [](Worker& self) { EXPECT_TRUE(self.IsWanted()); }};
+    Session session{.body = [](Worker& self) { EXPECT_TRUE(self.IsWanted() && self.Sleep(1ms)); }};
     Worker worker;
+    const auto descriptors = Descriptors();
     worker.AskToEnd();  // of no effect on what comes
-    EXPECT_TRUE(worker.AwaitEnd(milliseconds(0))) << "nothing was started";
+    EXPECT_TRUE(worker.AwaitEnd(0ms)) << "nothing was started";
     for (int round = 0; round < 50; ++round) {
         session.hasEnded = false;
         ASSERT_TRUE(Start(worker, session));
-        ASSERT_TRUE(Eventually([&] { return session.hasEnded.load() && !worker.IsRunning(); }));
-        EXPECT_TRUE(round % 2 == 0 || worker.AwaitEnd(seconds(1)));
+        ASSERT_TRUE(Eventually([&] { return Descriptors() == descriptors; })) << "given back before it is joined";
+        EXPECT_TRUE(session.hasEnded && !worker.IsRunning());
+        EXPECT_TRUE(round % 2 == 0 || worker.AwaitEnd(1s));
     }
-    session.body = [](Worker& self) { (void)self.Sleep(seconds(60)); };
+    session.body = [](Worker& self) { (void)self.Sleep(60s); };
     ASSERT_TRUE(Start(worker, session));
-    EXPECT_FALSE(Start(worker, session)) << "it runs";
+    EXPECT_FALSE(Start(worker, session) || worker.AwaitEnd(1ms)) << "it runs";
+    EXPECT_EQ(Descriptors(), descriptors + 1) << "that of the stop alone";
     worker.AskToEnd();
-    ASSERT_TRUE(worker.AwaitEnd(seconds(5)));
+    ASSERT_TRUE(worker.AwaitEnd(5s));
     ASSERT_TRUE(Start(worker, session)) << "at once";
     // Left to the destructor.
 }
 
-TEST(Worker, GivesItsDescriptorsBackBeforeItIsJoined) {
-    std::atomic<bool> isDone{false};
-    Session session{.body = [&](Worker& self) {
-        while (!isDone)
-            EXPECT_TRUE(self.Sleep(milliseconds(1)));
-    }};
-    Worker worker;
-    const auto before = Descriptors();
-    ASSERT_TRUE(Start(worker, session));
-    EXPECT_FALSE(worker.AwaitEnd(milliseconds(1)));
-    isDone = true;
-    EXPECT_TRUE(Eventually([&] { return Descriptors() == before; }));
-}
-
 // For the thread sanitizer: asked by others while it ends by itself and is started again.
 TEST(Worker, IsAskedByAnybodyAtAnyTime) {
-    Session session{.body = [](Worker& self) { (void)self.Sleep(milliseconds(1)); }};
+    Session session{.body = [](Worker& self) { (void)self.Sleep(1ms); }};
     Worker worker;
-    std::atomic<bool> isOver{false};
-    Session asking{.body = [&](Worker&) {
-        while (!isOver)
+    const std::jthread other([&](const std::stop_token& isOver) {
+        while (!isOver.stop_requested())
             worker.AskToEnd();
-    }};
-    Worker other;
-    ASSERT_TRUE(Start(other, asking));
+    });
     for (int round = 0; round < 200; ++round) {
         ASSERT_TRUE(Start(worker, session));
-        ASSERT_TRUE(worker.AwaitEnd(seconds(10)));
+        ASSERT_TRUE(worker.AwaitEnd(10s));
     }
-    isOver = true;
-    EXPECT_TRUE(other.AwaitEnd(seconds(10)));
 }
 
 TEST(Worker, SleepsItsWholeTimeDespiteSignals) {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR2, &action, nullptr);
+    signal(SIGURG, [](int) {});  // which workers do not block
     std::atomic<pthread_t> thread{0};
     std::atomic<bool> isDone{false};
     Session session{.body = [&](Worker& self) {
-        sigset_t one;
-        sigemptyset(&one);
-        sigaddset(&one, SIGUSR2);
-        pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
         thread = pthread_self();
         const auto begin = steady_clock::now();
-        EXPECT_TRUE(self.Sleep(milliseconds(300)));
+        EXPECT_TRUE(self.Sleep(300ms));
         const auto slept = steady_clock::now() - begin;
-        EXPECT_GE(slept, milliseconds(300));
-        EXPECT_LT(slept, seconds(3)) << "not its whole time again after each signal";
+        EXPECT_GE(slept, 300ms);
+        EXPECT_LT(slept, 3s) << "not its whole time again after each signal";
         isDone = true;
-        (void)self.Sleep(seconds(60));
+        (void)self.Sleep(60s);
     }};
     Worker worker;
     ASSERT_TRUE(Start(worker, session));
     ASSERT_TRUE(Eventually([&] { return thread != 0; }));
     while (!isDone) {
-        pthread_kill(thread, SIGUSR2);
+        pthread_kill(thread, SIGURG);
         usleep(10'000);
     }
     worker.AskToEnd();

@@ -1,17 +1,12 @@
 // The firewall: what is run and logged when a rule is absent, when it is there, and when one of the lines fails.
 #include "tests/support/firewall.h"
 
-#include <map>
-#include <utility>
-
-#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {
 namespace {
 
 using testing::ElementsAreArray;
-using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
 // One line that is run. What stands in front of it says what becomes of it:
@@ -119,10 +114,6 @@ struct Outcome {
 
 class Firewall : public testing::Test {
   protected:
-    ~Firewall() override {
-        (void)tools_.TakeRuns();
-    }
-
     // With every rule there and with none, and each time with each line failing in turn.
     void Check(std::initializer_list<std::tuple<u32, std::string, std::string>> rows) {
         for (const auto& [type, request, lines] : rows) {
@@ -325,7 +316,7 @@ TEST_F(Firewall, TextsOfEveryLength) {
             const std::string text(length, 'x');
             status = tools_.Status(type, record + text);
             const Lines runs = tools_.TakeRuns();
-            EXPECT_THAT(runs, testing::Each(testing::HasSubstr(text))) << length;
+            EXPECT_THAT(runs, testing::Each(HasSubstr(text))) << length;
             EXPECT_TRUE(status == (runs.size() == 2 ? 0 : -1) && (length > 930 || status == 0)) << length;
         }
         EXPECT_EQ(status, -1) << type;

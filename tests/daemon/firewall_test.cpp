@@ -51,12 +51,7 @@ std::string V6(const std::string& steps) {
 }
 
 // In whose name a command logs, and what its handler logs of a failure.
-struct Names {
-    std::string function;
-    std::string handlerLine;
-};
-
-const std::map<u32, Names> kNames = {
+const std::map<u32, std::pair<std::string, std::string>> kNames = {
     {0x1001, {"IpFilterListManage: ", "ApidIpFilterListManage: IpFilterListManage error!"}},
     {0x1002, {"MacFilterListManage: ", "ApidMacFilterListManage: IpRuleDel error!"}},
     {0x1003, {"FilterEnable: ", "ApidFilterEnable: FilterEnable error!"}},
@@ -298,12 +293,12 @@ TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
          "RuleCheck: not find - ; ExecCmd: ; ExecCmd error!"},
     };
     for (const auto& [type, request, lines] : rows) {
-        const Names& names = kNames.at(type);
+        const auto& [function, handlerLine] = kNames.at(type);
         tools_.Check(lines, type, request, {}, -1);
         Lines expected = Split(lines);
         for (std::string& line : expected)
-            line.insert(0, line.find(": ") == std::string::npos ? names.function : "");
-        if (!names.handlerLine.empty()) expected.push_back(names.handlerLine);
+            line.insert(0, line.find(": ") == std::string::npos ? function : "");
+        if (!handlerLine.empty()) expected.push_back(handlerLine);
         EXPECT_THAT(log_.Take(), ElementsAreArray(expected)) << lines;
     }
 }
@@ -320,7 +315,7 @@ TEST_F(Firewall, TextsOfEveryLength) {
             EXPECT_TRUE(status == (runs.size() == 2 ? 0 : -1) && (length > 930 || status == 0)) << length;
         }
         EXPECT_EQ(status, -1) << type;
-        const std::string line = kNames.at(type).function + "the command is too long:";
+        const std::string line = kNames.at(type).first + "the command is too long:";
         EXPECT_THAT(log_.Take(), testing::Contains(testing::StartsWith(line)));
     }
 }

@@ -1,15 +1,12 @@
 // The device itself: its log, crash reports, services and ARP entries, and requests byte for byte.
 #include <dlfcn.h>
 #include <linux/if_ether.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "client/ctl/processes.h"
-#include "client/ctl/text.h"
 #include "tests/ctl/tool.h"
 
 // In no namespace: the name that the symbol table has is the one written here.
+constexpr int kCrashingLine = __LINE__ + 1;
 extern "C" int CrashingFunction() {
     return getpid();
 }
@@ -20,19 +17,17 @@ namespace {
 TEST(CtlLog, LevelFileAndDebugSwitch) {
     const Daemon daemon;
     WriteFile("/tmp/full", "something");
-    ExpectAll({
-        {"log level info", 0, "log level 4 (it cannot be read back)"},
-        {"log level loud", 2, "\"loud\" is not one of off, error, info, debug, N"},
-        {"log level 2147483648", 2, "\"2147483648\" is"},
-        {"log level -j 0x7fffffff", 0, "{\"level\":2147483647}"},
-        {"log file log.txt", 2, "give the whole path"},
-        {"log file /" + std::string(127, 'x'), 2, "longer than 127"},
-        {"log file /tmp/full", 2, "the file has 9 bytes and would be emptied (--yes does it)"},
-        {"log file /tmp/nowhere/log", 1, "the daemon cannot create the file"},
-        {"log file /tmp/full -n", 0, "0x701"},
-        {"log file /tmp/full --yes", 0, "the daemon logs to /tmp/full"},
-        {"log debug on -n", 0, "creates /tmp/tesseldebug"},
-    });
+    ExpectAll({{"log level info", 0, "log level 4 (it cannot be read back)"},
+               {"log level loud", 2, "\"loud\" is not one of off, error, info, debug, N"},
+               {"log level 2147483648", 2, "\"2147483648\" is"},
+               {"log level -j 0x7fffffff", 0, "{\"level\":2147483647}"},
+               {"log file log.txt", 2, "give the whole path"},
+               {"log file /" + std::string(127, 'x'), 2, "longer than 127"},
+               {"log file /tmp/full", 2, "the file has 9 bytes and would be emptied (--yes does it)"},
+               {"log file /tmp/nowhere/log", 1, "the daemon cannot create the file"},
+               {"log file /tmp/full -n", 0, "0x701"},
+               {"log file /tmp/full --yes", 0, "the daemon logs to /tmp/full"},
+               {"log debug on -n", 0, "creates /tmp/tesseldebug"}});
     EXPECT_TRUE(Eventually([] { return ReadFile("/tmp/full").find("something") == std::string::npos; }));
     EXPECT_FALSE(std::filesystem::exists("/tmp/tesseldebug"));
     ExpectAll({{"log debug on", 0, "logs everything"}, {"log file off", 0, "no log file any more"}});
@@ -53,7 +48,7 @@ TEST(CtlLog, FollowsAFileThatGrowsIsEmptiedAndReplaced) {
     Prepare({"for i in $(seq 12); do echo \"[TESSEL_INFO] $i\"; echo other; done >> /var/log/messages"});
     std::string last;
     for (int i = 3; i <= 12; ++i)
-        last += ctl::Format("[TESSEL_INFO] {}\n", i);
+        last += Format("[TESSEL_INFO] {}\n", i);
     EXPECT_EQ(OutputOf("(sleep 0.7; echo '[TESSEL_ERR] x' >> /var/log/messages; echo other >> /var/log/messages) & "
                        "timeout 2 " TESSEL_CTL_PATH " log follow"),
               last + "[TESSEL_ERR] x\n");
@@ -62,41 +57,34 @@ TEST(CtlLog, FollowsAFileThatGrowsIsEmptiedAndReplaced) {
 
 TEST(CtlService, NamesWhatItKillsAndAsks) {
     Prepare({"cp /bin/sleep /tmp/victim", "/tmp/victim 100 &", "cp /bin/sleep /tmp/telnetd", "/tmp/telnetd 100 &"});
-    EXPECT_TRUE(Eventually([] { return ctl::FindProcesses("victim", "victim 100").size() == 1; }));
+    EXPECT_TRUE(Eventually([] { return FindProcesses("victim", "victim 100").size() == 1; }));
     const Daemon daemon;
-    const std::string pid = std::to_string(ctl::FindProcesses("victim").at(0));
-    ExpectAll({
-        {"service stop nothing-here", 2, "it would kill every process called nothing-here (none runs) (--yes does it)"},
-        {"service stop nothing-here --yes", 1, "Probable cause: no process nothing-here runs here"},
-        {"service stop tessel_daemon --yes", 1, "the daemon never stops itself"},
-        {"service stop victim", 2, "it would kill every process called victim (pid " + pid + ")"},
-    });
-    EXPECT_EQ(ctl::FindProcesses("victim").size(), 1U);
-    ExpectAll({
-        {"service stop victim --yes", 0, "victim stopped (victim, pid " + pid + ")"},
-        {"service stop telnetd", 0, "telnetd stopped (telnetd, pid "},
-    });
-    EXPECT_TRUE(Eventually([] { return ctl::FindProcesses("victim").empty(); }));
+    const std::string pid = std::to_string(FindProcesses("victim").at(0));
+    ExpectAll({{"service stop nothing-here", 2,
+                "it would kill every process called nothing-here (none runs) (--yes does it)"},
+               {"service stop nothing-here --yes", 1, "Probable cause: no process nothing-here runs here"},
+               {"service stop tessel_daemon --yes", 1, "the daemon never stops itself"},
+               {"service stop victim", 2, "it would kill every process called victim (pid " + pid + ")"}});
+    EXPECT_EQ(FindProcesses("victim").size(), 1U);
+    ExpectAll({{"service stop victim --yes", 0, "victim stopped (victim, pid " + pid + ")"},
+               {"service stop telnetd", 0, "telnetd stopped (telnetd, pid "}});
+    EXPECT_TRUE(Eventually([] { return FindProcesses("victim").empty(); }));
     const RemoteSession session;
-    ExpectAll({
-        {"service stop ssh", 2, "it would kill every dropbear, and your session comes from 192.168.1.77"},
-        {"service stop ssh --force", 1, "no process dropbear runs here"},
-    });
+    ExpectAll({{"service stop ssh", 2, "it would kill every dropbear, and your session comes from 192.168.1.77"},
+               {"service stop ssh --force", 1, "no process dropbear runs here"}});
 }
 
 TEST(CtlArp, EntriesAreReadBackFromTheKernel) {
     Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
     const Daemon daemon;
-    ExpectAll({
-        {"arp add 192.168.1.77 02:00:00:00:00:77 eth0", 0, "192.168.1.77   is at 02:00:00:00:00:77"},
-        {"arp add fe80::1 02:00:00:00:00:77 eth0", 2, "ARP is for IPv4 addresses"},
-        {"arp add 10.9.9.9 02:00:00:00:00:77", 1, "10.9.9.9 is in no network of any interface"},
-        {"arp show -g address,mac,interface,state", 0, "192.168.1.77\t02:00:00:00:00:77\teth0\tpermanent\n"},
-        {"arp del 192.168.1.78 eth0", 1, "there is no such entry"},
-    });
+    ExpectAll({{"arp add 192.168.1.77 02:00:00:00:00:77 eth0", 0, "192.168.1.77   is at 02:00:00:00:00:77"},
+               {"arp add fe80::1 02:00:00:00:00:77 eth0", 2, "ARP is for IPv4 addresses"},
+               {"arp add 10.9.9.9 02:00:00:00:00:77", 1, "10.9.9.9 is in no network of any interface"},
+               {"arp show -g address,mac,interface,state", 0, "192.168.1.77\t02:00:00:00:00:77\teth0\tpermanent\n"},
+               {"arp del 192.168.1.78 eth0", 1, "there is no such entry"}});
     EXPECT_THAT(OutputOf("ip neigh show 192.168.1.77"), HasSubstr("lladdr 02:00:00:00:00:77 PERMANENT"));
     ExpectAll({{"arp del 192.168.1.77 dev eth0", 0, "192.168.1.77   deleted"}});
-    EXPECT_THAT(OutputOf("ip neigh show 192.168.1.77"), testing::Not(HasSubstr("PERMANENT")));
+    EXPECT_THAT(OutputOf("ip neigh show 192.168.1.77"), Not(HasSubstr("PERMANENT")));
     const FarLink far("far0", ETH_P_ARP);
     ExpectAll(
         {{"arp announce fe80::1", 2, "ARP is for IPv4"}, {"arp announce 192.168.1.99 -j", 0, "\"192.168.1.99\""}});
@@ -108,16 +96,14 @@ TEST(CtlRaw, SendsBytesFromEverywhere) {
     const Daemon daemon;
     const std::string hex = "65746830000000000000000000000000";
     WriteFile("/tmp/request", Padded("eth0", 16));
-    ExpectAll({
-        {"raw mtu_get " + hex, 0, "00000000dc050000\n"},
-        {"raw 0x112 @/tmp/request --reply 8 -g reply", 0, "00000000dc050000\n"},
-        {"raw mtu_get " + hex + " -j", 0, "\"decoded\":{\"result\":0,\"mtu\":1500}"},
-        {"raw mtu_get 656", 2, "pairs of hexadecimal digits"},
-        {"raw mtu_get @/tmp/nothing", 2, "cannot read /tmp/nothing"},
-        {"raw 0x999", 2, "how long is the reply?"},
-        {"raw no_name", 2, "is not a valid code or name of a request"},
-        {"raw mtu_get " + std::string(6146, '0'), 2, "3073 bytes are more than 3072"},
-    });
+    ExpectAll({{"raw mtu_get " + hex, 0, "00000000dc050000\n"},
+               {"raw 0x112 @/tmp/request --reply 8 -g reply", 0, "00000000dc050000\n"},
+               {"raw mtu_get " + hex + " -j", 0, "\"decoded\":{\"result\":0,\"mtu\":1500}"},
+               {"raw mtu_get 656", 2, "pairs of hexadecimal digits"},
+               {"raw mtu_get @/tmp/nothing", 2, "cannot read /tmp/nothing"},
+               {"raw 0x999", 2, "how long is the reply?"},
+               {"raw no_name", 2, "is not a valid code or name of a request"},
+               {"raw mtu_get " + std::string(6146, '0'), 2, "3073 bytes are more than 3072"}});
     EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " raw mtu_get - < /tmp/request 2> /dev/null"), "00000000dc050000\n");
 }
 
@@ -166,12 +152,13 @@ TEST(CtlCrash, FunctionsOfAStrippedModuleAreNamedFromTheUnstrippedOne) {
     const std::string daemons = "</usr/sbin/tessel_daemon> (<> + ";
     const std::string begin = std::string(kReport).substr(0, std::string(kReport).find("\n===========Call"));
     WriteFile("/tmp/report",
-              begin + "\n===========Call Trace(unwind)==========\n" + daemons + ctl::Format("0x{:x}", offset) +
-                  ") [0x14f8]\n" + daemons + ctl::Format("0x{:x}", offset + 1) +
+              begin + "\n===========Call Trace(unwind)==========\n" + daemons + Format("0x{:x}", offset) +
+                  ") [0x14f8]\n" + daemons + Format("0x{:x}", offset + 1) +
                   ") [0x2]\n</usr/lib/stripped.so> (<> + 0x10) [0x3]\n</lib/libc.so.6> (<> + 0x1) [0x4]\n");
     const ToolRun run = RunLine("crash show /tmp/report --symbols /tmp/symbols");
     EXPECT_EQ(run.status, 0);
-    for (const char* text : {"#0     CrashingFunction", "#1     CrashingFunction", "device_test.cpp:1"})
+    const std::string place = "device_test.cpp:" + std::to_string(kCrashingLine) + " ";
+    for (const std::string text : {"#0     CrashingFunction", "#1     CrashingFunction", place.c_str()})
         EXPECT_THAT(run.out, HasSubstr(text));
     for (const char* text : {"/tmp/symbols/stripped.so lacks symbols", "/tmp/symbols has no file for /lib/libc.so.6"})
         EXPECT_THAT(run.err, HasSubstr(text));

@@ -1,30 +1,17 @@
 // The one reader of the kernel, and what the guard takes from it: the sandbox's own links, routes and connections.
 #include "client/ctl/kernel.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include "client/ctl/perform.h"
-#include "core/unique_fd.h"
 #include "tests/ctl/tool.h"
 
+namespace tessel::test {
 namespace {
 
-using namespace tessel;
-using namespace tessel::ctl;
-using namespace tessel::test;
-
-// The sandbox's links are one for all tests of a process.
 class KernelReader : public testing::Test {
   protected:
     void SetUp() override {
         Prepare({"ip link set eth0 mtu 1400", "ip addr add 192.168.1.20/24 dev eth0",
                  "ip addr add 2001:db8::5/64 dev eth0 nodad", "ip addr add 10.9.0.1 peer 10.9.0.2/32 dev eth1"});
-    }
-    void TearDown() override {
-        Prepare({"ip link set eth0 mtu 1500", "ip addr flush dev eth0", "ip addr flush dev eth1",
-                 "ip neigh flush dev eth0 nud permanent", "ip -6 addr flush dev eth0"});
     }
 };
 
@@ -50,7 +37,6 @@ TEST_F(KernelReader, LinksHaveTheirAddresses) {
     Prepare({"ip link set eth1 down", "ip -n far link set far2 down"});
     EXPECT_EQ(KernelLink("eth1")["state"], "down");
     EXPECT_TRUE(Eventually([] { return KernelLink("eth2")["state"] == "no carrier"; }));  // the kernel takes its time
-    Prepare({"ip link set eth1 up", "ip -n far link set far2 up"});
     EXPECT_EQ(MissingInterface("eth9"), "there is no interface eth9");
     EXPECT_EQ(MissingInterface(""), "");
 }
@@ -89,17 +75,14 @@ TEST_F(KernelReader, RoutesRulesAndNeighbours) {
     EXPECT_THAT(neighbours, testing::Contains(Parsed(R"({"address": "192.168.1.9", "mac": "02:00:00:00:00:99",
         "interface": "eth0", "state": "permanent", "family": "inet"})")));
 
-    const struct {
-        const char* target;
-        const char* from;
-        u32 mark;
-        const char* expected;  // gateway, or the problem
-    } ways[] = {{"8.8.8.8", nullptr, 0, "192.168.1.1"},
-                {"10.1.0.1", "192.168.1.20", 7, "on the link"},
-                {"10.1.0.1", "192.168.1.20", 0, "192.168.1.1"},
-                {"192.168.1.20", nullptr, 0, "local"},
-                {"10.2.0.1", nullptr, 0, "a route drops it"},
-                {"8.8.8.8", "192.168.1.99", 0, "192.168.1.99 is not an address of this device"}};
+    // the target, the source, the mark; the gateway, or the problem
+    const std::tuple<const char*, const char*, u32, const char*> ways[] = {
+        {"8.8.8.8", nullptr, 0, "192.168.1.1"},
+        {"10.1.0.1", "192.168.1.20", 7, "on the link"},
+        {"10.1.0.1", "192.168.1.20", 0, "192.168.1.1"},
+        {"192.168.1.20", nullptr, 0, "local"},
+        {"10.2.0.1", nullptr, 0, "a route drops it"},
+        {"8.8.8.8", "192.168.1.99", 0, "192.168.1.99 is not an address of this device"}};
     for (const auto& [target, from, mark, expected] : ways) {
         const auto source = from == nullptr ? std::nullopt : ParseHost(from);
         std::string found;
@@ -128,8 +111,8 @@ TEST_F(KernelReader, FollowsChanges) {
             texts.push_back(TextOf(change, "event") + " " + TextOf(change, "action"));
     }
     EXPECT_FALSE(isCut);
-    EXPECT_THAT(texts, testing::ElementsAre("route added", "route removed", "rule added", "rule removed", "addr added",
-                                            "link added"));
+    EXPECT_THAT(texts,
+                ElementsAre("route added", "route removed", "rule added", "rule removed", "addr added", "link added"));
     // More than its socket holds.
     Prepare(
         {"for i in $(seq 1 250); do echo route add 10.7.0.$i via 192.168.1.1; echo route del 10.7.0.$i; done | "
@@ -140,39 +123,25 @@ TEST_F(KernelReader, FollowsChanges) {
 
 TEST_F(KernelReader, SaysWhyAGatewayCannotBeReached) {
     Prepare({"ip link set eth2 down"});
-    const struct {
-        const char* gateway;
-        const char* interfaceName;
-        const char* expected;
-    } cases[] = {{"192.168.1.1", "eth0", ""},
-                 {"192.168.1.1", "", ""},
-                 {"192.168.9.1", "eth0", "192.168.9.1 is in no network of eth0 (192.168.1.20/24)"},
-                 {"192.168.9.1", "eth2", "eth2 is down"},
-                 {"192.168.9.1", "eth9", "there is no interface eth9"},
-                 {"2001:db9::1", "eth1", "2001:db9::1 is in no network of eth1"},
-                 {"fe80::1", "", "fe80::1 is on every link: name the interface"},
-                 {"fe80::1", "eth0", ""}};
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        // gateway, interface
+        {"192.168.1.1", "eth0", ""},
+        {"192.168.1.1", "", ""},
+        {"192.168.9.1", "eth0", "192.168.9.1 is in no network of eth0 (192.168.1.20/24)"},
+        {"192.168.9.1", "eth2", "eth2 is down"},
+        {"192.168.9.1", "eth9", "there is no interface eth9"},
+        {"2001:db9::1", "eth1", "2001:db9::1 is in no network of eth1"},
+        {"fe80::1", "", "fe80::1 is on every link: name the interface"},
+        {"fe80::1", "eth0", ""}};
     for (const auto& [gateway, interfaceName, expected] : cases) {
         const std::string why = WhyUnreachable(*ParseHost(gateway), interfaceName);
         EXPECT_TRUE(*expected == '\0' ? why.empty() : why.find(expected) != std::string::npos)
             << gateway << ": " << why;
     }
-    Prepare({"ip link set eth2 up"});
-}
-
-// One that listens for both families has IPv4 peers as mapped addresses.
-UniqueFd ListenOn(u16 port) {
-    UniqueFd server(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in6 any{};
-    any.sin6_family = AF_INET6;
-    any.sin6_port = htons(port);
-    EXPECT_EQ(bind(server.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof(any)), 0);
-    EXPECT_EQ(listen(server.Get(), 1), 0);
-    return server;
 }
 
 TEST_F(KernelReader, GuardKnowsEverySession) {
-    const UniqueFd server = ListenOn(23);
+    const UniqueFd server = BoundTo(23, AF_INET6);  // has IPv4 peers as mapped addresses
     const UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in device{};
     device.sin_family = AF_INET;
@@ -199,3 +168,4 @@ TEST_F(KernelReader, GuardKnowsEverySession) {
 }
 
 }  // namespace
+}  // namespace tessel::test

@@ -1,13 +1,8 @@
 // Gateways, priorities, routes and rules: what the daemon answers, what the kernel has then, and what people read.
 #include "tests/ctl/tool.h"
 
+namespace tessel::test {
 namespace {
-
-using namespace tessel;
-using namespace tessel::ctl;
-using namespace tessel::test;
-using testing::IsEmpty;
-using testing::Not;
 
 class Routing : public testing::Test {
   protected:
@@ -22,10 +17,8 @@ class Routing : public testing::Test {
 using Gateways = Routing;
 
 TEST_F(Gateways, AreSetShownAndDeleted) {
-    EXPECT_EQ(
-        DocumentOf("gateway set 192.168.1.1 dev eth0"),
-        (Json{
-            {"interface", "eth0"}, {"family", "inet"}, {"gateway", "192.168.1.1"}, {"learnt", false}, {"table", 254}}));
+    EXPECT_EQ(DocumentOf("gateway set 192.168.1.1 dev eth0").dump(),
+              R"({"interface":"eth0","family":"inet","gateway":"192.168.1.1","learnt":false,"table":254})");
     EXPECT_THAT(OutputOf("ip route"), HasSubstr("default via 192.168.1.1 dev eth0"));
     Prepare({"ip route add default via 192.168.1.9 dev eth0 metric 50"});
     EXPECT_EQ(DocumentOf("gateway show dev eth0 -4").size(), 2U);
@@ -76,10 +69,8 @@ TEST_F(Gateways, PrioritiesDecide) {
          {"priority set eth0 5 eth0 6", 2, "eth0 is named twice"},
          {"priority set eth1 5 eth3 30", 5, "eth3                    not taken: the set of interfaces is fixed"}});
     EXPECT_THAT(OutputOf("ip route show default"), HasSubstr("192.168.2.1 dev eth1 metric 5"));
-    const Json results = DocumentOf("priority set eth1 5");
-    EXPECT_EQ(results,
-              (Json::array(
-                  {{{"interface", "eth1"}, {"previous", 5}, {"priority", 5}, {"taken", true}, {"remark", nullptr}}})));
+    EXPECT_EQ(DocumentOf("priority set eth1 5").dump(),
+              R"([{"interface":"eth1","previous":5,"priority":5,"taken":true,"remark":null}])");
     Prepare({"ip route replace default via 192.168.2.1 dev eth1 metric 4", "ip route del default dev eth1 metric 5"});
     ExpectAll({{"gateway show dev eth1 -4", 0, "4       its priority is not in effect"}});
 }
@@ -87,12 +78,9 @@ TEST_F(Gateways, PrioritiesDecide) {
 using Routes = Routing;
 
 TEST_F(Routes, AreChangedInTheKernelAndReadBack) {
-    EXPECT_EQ(DocumentOf("route add 10.1.0.0/16 via 192.168.1.254 metric 5"), (Json{{"destination", "10.1.0.0/16"},
-                                                                                    {"gateway", "192.168.1.254"},
-                                                                                    {"interface", "eth0"},
-                                                                                    {"metric", 5},
-                                                                                    {"table", 254},
-                                                                                    {"family", "inet"}}));
+    EXPECT_EQ(DocumentOf("route add 10.1.0.0/16 via 192.168.1.254 metric 5").dump(),
+              R"({"destination":"10.1.0.0/16","gateway":"192.168.1.254","interface":"eth0","metric":5,"table":254,)"
+              R"("family":"inet"})");
     ExpectAll({{"route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6", 0, "dev eth0 metric 6   added\n"},
                {"route add 2001:db8:5::/48 via 2001:db8::1 dev eth0", 0, "dev eth0 metric 1024   added\n"},
                {"route add 10.3.0.0/16 via 192.168.1.254 dev eth0 table 7", 0, "table 7   added\n"},
@@ -140,24 +128,32 @@ TEST_F(Rules, AreChangedInTheKernelAndReadBack) {
                {"rule del from 192.168.2.0/24 table 100", 1, "there is no such rule"},
                {"rule add from 2001:db8::/32 table 100", 2, "IPv4 rules only"},
                {"table add 254 -n", 0, "table 254 is one of the kernel's own"}});
-    EXPECT_EQ(DocumentOf("rule del pref 30"), (Json{{"pref", 30},
-                                                    {"from", "192.168.1.0/24"},
-                                                    {"fwmark", 16},
-                                                    {"table", 100},
-                                                    {"family", "inet"},
-                                                    {"other_conditions", false}}));
-    EXPECT_THAT(OutputOf("ip rule"), testing::AllOf(HasSubstr("32765:\tfrom all lookup 100"), Not(HasSubstr("30:\t"))));
+    EXPECT_EQ(
+        DocumentOf("rule del pref 30").dump(),
+        R"({"pref":30,"from":"192.168.1.0/24","fwmark":16,"table":100,"family":"inet","other_conditions":false})");
+    EXPECT_THAT(OutputOf("ip rule"), AllOf(HasSubstr("32765:\tfrom all lookup 100"), Not(HasSubstr("30:\t"))));
 }
 
+// Nothing but the answers of the daemon's tools says that it was done.
 TEST(Routed, SuccessThatDidNotHappenIsNotApplied) {
-    StandInTools tools({"ip"});
+    Prepare({"iptables -N whitelist", "iptables -N blacklist"});
+    StandInTools tools({"ip", "iptables"});
     const Daemon daemon;
-    ExpectAll({{"route add 10.1.0.0/16 via 192.168.1.254", 5, "answered success, but no such route was added"},
+    ExpectAll({{"addr add 192.168.1.20/24 dev eth0", 5, "answered success, but eth0 does not have 192.168.1.20/24"},
+               {"route add 10.1.0.0/16 via 192.168.1.254", 5, "answered success, but no such route was added"},
                {"table add 100", 5, "answered success, but no such rule was added"},
                {"rule del pref 32767", 5, "answered success, but no rule is gone"},
-               {"gateway set 192.168.1.1 dev eth0", 5, "answered success, but eth0 has no gateway"}});
+               {"gateway set 192.168.1.1 dev eth0", 5, "answered success, but eth0 has no gateway"},
+               {"firewall chain add extra -4", 5, "no inet chain \"extra\""},
+               {"firewall deny 10.0.0.1", 5, "no inet chain \"blacklist\" with the rule"}});
+    tools.Answer("ip -4 addr show dev eth0", "2: eth0: <UP> mtu 1500\n    inet 192.168.1.20/24 scope global eth0\n");
     tools.Answer("ip -4 route show dev eth0 default", "default via 192.168.1.1 \n");
-    ExpectAll({{"gateway del dev eth0 -4", 5, "answered success, but eth0 still has 192.168.1.1"}});
+    ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 5, "answered success, but eth0 still has 192.168.1.20/24"},
+               {"addr flush dev eth0", 5, "eth0 still has 192.168.1.20/24"},
+               {"addr set dev eth0 192.168.1.20/24 10.0.0.1/8", 5, "eth0 does not have 10.0.0.1/8"},
+               {"-j addr add 10.0.0.1/8 dev eth0", 5, R"("error":"not_applied")"},
+               {"gateway del dev eth0 -4", 5, "answered success, but eth0 still has 192.168.1.1"}});
 }
 
 }  // namespace
+}  // namespace tessel::test

@@ -1,22 +1,13 @@
 // The settings as a document; files of them; changes that are taken back; what the daemon logs for a command.
 #include "client/ctl/state.h"
 
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 
-#include "client/ctl/text.h"
 #include "tests/ctl/tool.h"
 
 namespace tessel::test {
-
-using ctl::Joined;
-using ctl::StepsBetween;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 // {"interfaces": [eth0]} with one member set, or another member of the document.
@@ -31,44 +22,33 @@ Json State(const char* key, const char* value) {
 }
 
 TEST(StateTest, StepsLeadFromOneDocumentToAnother) {
-    struct Case {
-        const char* key;
-        const char* wanted;
-        std::vector<std::string> steps;
+    const std::tuple<const char*, const char*, std::string> cases[] = {
+        // what is wanted of a member, and the steps that lead there
+        {"mtu", "1500", ""},
+        {"mtu", "1400", "link set eth0 mtu 1400"},
+        {"mac", R"("02:00:00:00:00:09")", "link set eth0 mac 02:00:00:00:00:09"},
+        {"addresses", R"(["2001:db8::5/64", "192.168.1.20/24"])", ""},
+        {"addresses", R"(["192.168.1.20/24", "192.168.1.21/24", "2001:db8::5/64"])",
+         "addr add 192.168.1.21/24 dev eth0"},
+        {"addresses", R"(["192.168.1.21/24", "2001:db8::5/64"])",
+         "addr del 192.168.1.20/24 dev eth0; addr add 192.168.1.21/24 dev eth0"},
+        {"gateways", "[]", "gateway del dev eth0 -4"},
+        {"gateways", R"(["192.168.1.2", "fe80::1"])",
+         "gateway replace 192.168.1.2 dev eth0; gateway set fe80::1 dev eth0"},
+        {"priorities", R"([{"interface": "eth0", "metric": 10}, {"interface": "eth1", "metric": 20}])",
+         "priority set eth0 10 eth1 20"},
+        {"routes", "[]", "route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5"},
+        {"routes", R"([{"destination": "10.1.0.0/16", "gateway": "192.168.1.254", "interface": "eth0", "metric": 6}])",
+         "route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5; "
+         "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6"},
+        {"rules", R"([{"pref": 30, "from": "192.168.1.0/24", "fwmark": null, "table": 100}])",
+         "rule del from 192.168.1.0/24 fwmark 16 pref 30 table 100; rule add from 192.168.1.0/24 pref 30 table 100"},
     };
-    const Case cases[] = {
-        {"mtu", "1500", {}},
-        {"mtu", "1400", {"link set eth0 mtu 1400"}},
-        {"mac", R"("02:00:00:00:00:09")", {"link set eth0 mac 02:00:00:00:00:09"}},
-        {"addresses", R"(["2001:db8::5/64", "192.168.1.20/24"])", {}},
-        {"addresses",
-         R"(["192.168.1.20/24", "192.168.1.21/24", "2001:db8::5/64"])",
-         {"addr add 192.168.1.21/24 dev eth0"}},
-        {"addresses",
-         R"(["192.168.1.21/24", "2001:db8::5/64"])",
-         {"addr del 192.168.1.20/24 dev eth0", "addr add 192.168.1.21/24 dev eth0"}},
-        {"gateways", "[]", {"gateway del dev eth0 -4"}},
-        {"gateways",
-         R"(["192.168.1.2", "fe80::1"])",
-         {"gateway replace 192.168.1.2 dev eth0", "gateway set fe80::1 dev eth0"}},
-        {"priorities",
-         R"([{"interface": "eth0", "metric": 10}, {"interface": "eth1", "metric": 20}])",
-         {"priority set eth0 10 eth1 20"}},
-        {"routes", "[]", {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5"}},
-        {"routes",
-         R"([{"destination": "10.1.0.0/16", "gateway": "192.168.1.254", "interface": "eth0", "metric": 6}])",
-         {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5",
-          "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6"}},
-        {"rules",
-         R"([{"pref": 30, "from": "192.168.1.0/24", "fwmark": null, "table": 100}])",
-         {"rule del from 192.168.1.0/24 fwmark 16 pref 30 table 100",
-          "rule add from 192.168.1.0/24 pref 30 table 100"}},
-    };
-    for (const Case& one : cases) {
+    for (const auto& [key, wanted, steps] : cases) {
         std::vector<std::string> lines;
-        for (const ctl::Step& step : StepsBetween(State("mtu", "1500"), State(one.key, one.wanted)))
-            lines.push_back(Joined(step, " "));
-        EXPECT_EQ(lines, one.steps) << one.key << " " << one.wanted;
+        for (const Step& step : StepsBetween(State("mtu", "1500"), State(key, wanted)))
+            lines.push_back(ctl::Joined(step, " "));
+        EXPECT_EQ(ctl::Joined(lines, "; "), steps) << key << " " << wanted;
     }
     EXPECT_THAT(StepsBetween(State("mtu", "1500"), Json::object()), IsEmpty()) << "what is not named is left alone";
 }
@@ -78,17 +58,11 @@ class DeviceStateTest : public testing::Test {
   protected:
     void SetUp() override {
         Prepare({"ip addr flush dev eth0", "ip addr flush dev eth1"});
-        for (const char* line : {"addr set dev eth0 192.168.1.20/24 2001:db8::5/64", "gateway set 192.168.1.1 dev eth0",
-                                 "route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5",
-                                 "rule add from 192.168.1.0/24 pref 30 table 100"}) {
-            const ToolRun run = RunLine(line);
-            ASSERT_EQ(run.status, 0) << line << run.err;
-        }
+        ExpectAll({{"addr set dev eth0 192.168.1.20/24 2001:db8::5/64", 0, ""},
+                   {"gateway set 192.168.1.1 dev eth0", 0, ""},
+                   {"route add 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5", 0, ""},
+                   {"rule add from 192.168.1.0/24 pref 30 table 100", 0, ""}});
         before_ = Settings();
-    }
-    void TearDown() override {
-        (void)RunLine("try cancel");
-        (void)RunLine("rule del pref 30");
     }
     static Json Settings() {
         return DocumentOf("export");
@@ -191,9 +165,8 @@ TEST_F(DeviceStateTest, ATraceShowsWhatTheDaemonRan) {
     EXPECT_EQ(OutputOf("ls -d /tmp/tesselctl-trace* 2>/dev/null"), "");
     EXPECT_EQ(OutputOf("ls -l /proc/" + std::to_string(daemon_.Pid()) + "/fd | grep tesselctl-trace"), "");
     ExpectAll({{"log file /tmp/level.log", 0, ""}, {"addr show dev eth0", 0, ""}, {"log file off", 0, ""}});
-    EXPECT_THAT(ReadFile("/tmp/level.log"), testing::Not(HasSubstr("GetIpaddrV4")));
+    EXPECT_THAT(ReadFile("/tmp/level.log"), Not(HasSubstr("GetIpaddrV4")));
 }
 
 }  // namespace
-
 }  // namespace tessel::test

@@ -1,16 +1,11 @@
 // What the tool finds out without changing anything: status, why, wait and monitor.
 #include <csignal>
-#include <thread>
 
-#include "client/ctl/text.h"
-#include "client/libtessel.h"
 #include "tests/ctl/tool.h"
+#include "tests/support/listener.h"
 
+namespace tessel::test {
 namespace {
-
-using namespace tessel;
-using namespace tessel::ctl;
-using namespace tessel::test;
 
 class Finding : public testing::Test {
   protected:
@@ -18,19 +13,13 @@ class Finding : public testing::Test {
         Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip addr add 192.168.2.20/24 dev eth1",
                  "ip route add default via 192.168.1.1 metric 10", "ip route add default via 192.168.2.1 metric 5"});
     }
-    void TearDown() override {
-        Prepare({"ip addr flush dev eth0", "ip addr flush dev eth1"});
-    }
 };
 
 TEST_F(Finding, StatusOfADaemonThatRuns) {
     const Daemon daemon;
-    TNetPrioParamList list{.dwNum = 2,
-                           .atPrio = {{.achDevName = "eth1", .nPriority = 5}, {.achDevName = "eth2", .nPriority = 30}}};
-    ASSERT_EQ(tessel_priority_set(&list), TESSEL_OK);
+    ExpectAll({{"priority set eth1 5 eth2 30", 0, ""}});
     Prepare({"ip link set eth2 down", "for i in 1 2 3 4 5; do ip addr add 10.0.$i.1/24 dev eth2; done"});
-    tessel_listener* listener = nullptr;
-    ASSERT_EQ(tessel_listener_open("ipc_dhcpc_eth0_801", 0, &listener), TESSEL_OK);
+    const auto listener = OpenListener("ipc_dhcpc_eth0_801");
     const std::string me = std::string(program_invocation_short_name) + " (pid " + std::to_string(getpid()) + ")";
     ExpectAll({{"", 0, "running, pid " + std::to_string(daemon.Pid()) + ", since 20"},
                {"status", 0, "gateway 192.168.2.1  metric 5  <- default route\n"},
@@ -42,7 +31,6 @@ TEST_F(Finding, StatusOfADaemonThatRuns) {
                {"status", 0, "firewall   inet off   inet6 off"},
                {"status eth0 -g address", 0, "192.168.1.20"},
                {"status eth9", 2, "there is no interface eth9"}});
-    tessel_listener_close(listener);
     EXPECT_EQ(RunLine("status eth1").out.find("eth0"), std::string::npos);
     const Json status = DocumentOf("status");
     EXPECT_EQ(status["daemon"]["pid"], daemon.Pid());
@@ -53,7 +41,6 @@ TEST_F(Finding, StatusOfADaemonThatRuns) {
     EXPECT_EQ(DocumentOf("status")["crash"], nullptr);  // empty: nothing was reported
     Prepare({"echo x > /usr/tessel_crash.log.0", "touch -d '2026-01-01 12:00:00 UTC' /usr/tessel_crash.log.0"});
     EXPECT_EQ(DocumentOf("status")["crash"]["time"], "2026-01-01T12:00:00.000Z");
-    Prepare({"rm /usr/tessel_crash.log.0", "ip addr flush dev eth2", "ip link set eth2 up"});
 }
 
 TEST_F(Finding, StatusWithoutAnAnswerShowsTheRest) {
@@ -64,9 +51,9 @@ TEST_F(Finding, StatusWithoutAnAnswerShowsTheRest) {
     EXPECT_EQ(DocumentOf("status eth0")["interfaces"][0]["dhcp_server"], nullptr);
     const Daemon daemon;
     kill(daemon.Pid(), SIGSTOP);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = steady_clock::now();
     const ToolRun hangs = RunLine("status");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+    EXPECT_LT(steady_clock::now() - start, 8s);
     kill(daemon.Pid(), SIGCONT);
     EXPECT_EQ(hangs.status, 4);
     EXPECT_THAT(hangs.out, HasSubstr("not answering, pid " + std::to_string(daemon.Pid())));
@@ -78,8 +65,7 @@ TEST_F(Finding, WhyShowsTheChoice) {
              "ip route add default via 192.168.1.7 table 70"});
     {
         const Daemon daemon;
-        TNetPrioParamList list{.dwNum = 1, .atPrio = {{.achDevName = "eth1", .nPriority = 5}}};
-        ASSERT_EQ(tessel_priority_set(&list), TESSEL_OK);
+        ExpectAll({{"priority set eth1 5", 0, ""}});
         EXPECT_THAT(RunLine("why 8.8.8.8").out, HasSubstr("lowest metric (priority eth1 = 5)"));
     }
     EXPECT_EQ(RunLine("why 8.8.8.8").out,
@@ -95,7 +81,6 @@ TEST_F(Finding, WhyShowsTheChoice) {
                {"why 8.8.8.8 from fe80::1", 2, "addresses of two families"},
                {"why 2001:db8::1", 1, "no route leads there"}});
     EXPECT_EQ(DocumentOf("why 10.1.2.3")["routes"][0]["chosen"], true);
-    Prepare({"ip rule del pref 70", "ip route flush table 70"});
 }
 
 TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
@@ -109,7 +94,7 @@ TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
                {"wait gateway -t 5", 0, "192.168."},
                {"wait gateway eth2 -t 1", 4, "eth2 has no gateway"}});
     std::thread later([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        std::this_thread::sleep_for(700ms);
         Prepare({"ip addr add 10.8.0.1/16 dev eth2"});
     });
     EXPECT_EQ(DocumentOf("wait addr eth2 -4 -t 20")["address"], "10.8.0.1");
@@ -120,7 +105,6 @@ TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
     EXPECT_EQ(OutputOf("ip -6 addr show dev eth2 tentative scope global"), "");
     Prepare({"ip addr flush dev eth2", "ip link set eth2 down"});
     ExpectAll({{"wait link eth2 -t 1", 4, "eth2 is not up"}});
-    Prepare({"ip link set eth2 up"});
 }
 
 TEST_F(Finding, MonitorShowsTheKernelAndTakesOnlyWhatIsFree) {
@@ -131,15 +115,14 @@ TEST_F(Finding, MonitorShowsTheKernelAndTakesOnlyWhatIsFree) {
     EXPECT_THAT(shown, HasSubstr("\"event\":\"route\",\"source\":\"kernel\""));
     EXPECT_THAT(shown, HasSubstr("10.4.0.0/16"));
     EXPECT_THAT(shown, HasSubstr("exit 130"));
-    tessel_listener* listener = nullptr;
-    ASSERT_EQ(tessel_listener_open("ipc_ntp", 0, &listener), TESSEL_OK);
+    const auto listener = OpenListener("ipc_ntp");
     const std::string planned = RunLine("monitor -n").out;
     EXPECT_THAT(planned, HasSubstr("ipc_ntpv6"));
     EXPECT_EQ(planned.find("ipc_ntp "), std::string::npos) << planned;
     ExpectAll({{"monitor ntp", 2, "--take"},
                {"monitor ping", 2, "nobody did (see \"ping\")"},
                {"monitor nonsense", 2, "nonsense"}});
-    tessel_listener_close(listener);
 }
 
 }  // namespace
+}  // namespace tessel::test

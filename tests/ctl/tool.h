@@ -1,28 +1,22 @@
 // The tool, run within this process against a daemon that really runs, and the lines that it is given.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <initializer_list>
-#include <iterator>
 #include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "client/ctl/tesselctl.h"
 #include "client/ctl/text.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
-#include "tests/support/files.h"
 
 namespace tessel::test {
 
-using ctl::Json;
-using testing::HasSubstr;
+using namespace ctl;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
 
 struct ToolRun {
     int status;

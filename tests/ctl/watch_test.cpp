@@ -2,11 +2,6 @@
 #include "client/ctl/watch.h"
 
 #include <linux/if_ether.h>
-#include <pthread.h>
-#include <sys/wait.h>
-
-#include <csignal>
-#include <thread>
 
 #include "client/event_names.h"
 #include "core/ipc.h"
@@ -16,15 +11,10 @@
 #include "tests/support/dhcp.h"
 #include "tests/support/listener.h"
 
+namespace tessel::test {
 namespace {
 
-using namespace tessel;
-using namespace tessel::ctl;
-using namespace tessel::test;
-using testing::ContainsRegex;
-using testing::IsEmpty;
-using testing::MatchesRegex;
-using testing::Not;
+using std::filesystem::exists;
 
 const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
 
@@ -49,13 +39,8 @@ TEST(Events, EveryKindHasItsFieldsAndItsLine) {
     const TNetBandwidthReport bandwidth{{{12345678, 999, 1, 0}, {~u64{0}, 5, 1, 0}, {}}};
     const i32 slow = -3;
     const std::string unknown = "\"address\":null,\"prefix_length\":null,\"gateway\":null,\"lease_s\":null,\"dns\":[]}";
-    const struct {
-        const char* socket;
-        u32 type;
-        std::string_view payload;
-        std::string line;  // behind the clock
-        std::string fields;
-    } cases[] = {
+    const std::tuple<const char*, u32, std::string_view, std::string, std::string> cases[] = {
+        // socket, type and payload; the line behind the clock, and the fields of the document
         {"ipc_ping_7", 0, Bytes(echo), "ping      id 7  seq 2  ttl 64  0.41 ms",
          R"({"id":7,"seq":2,"ttl":64,"rtt_us":412,"last":true})"},
         {"ipc_ping_7", 1, Bytes(echo), "ping      id 7  seq 2  no reply",
@@ -95,18 +80,18 @@ TEST(Events, EveryKindHasItsFieldsAndItsLine) {
     };
     EXPECT_EQ(std::size(cases), std::size_t{TESSEL_EVENT_TRAFFIC});
     int kind = 0;
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.line);
-        auto shown = Show(one.socket, one.type, one.payload);
+    for (const auto& [socket, type, payload, line, fields] : cases) {
+        SCOPED_TRACE(line);
+        auto shown = Show(socket, type, payload);
         ASSERT_TRUE(shown.has_value());
         EXPECT_EQ(shown->kind, ++kind);
-        EXPECT_THAT(shown->line, HasSubstr(one.line));
+        EXPECT_THAT(shown->line, HasSubstr(line));
         EXPECT_EQ(shown->document["time"], "1970-01-01T00:00:00.000Z");
-        EXPECT_EQ(shown->document["source"], one.socket);
+        EXPECT_EQ(shown->document["source"], socket);
         for (const char* key : {"time", "event", "source"})
             shown->document.erase(key);
-        EXPECT_TRUE(one.fields.empty() || shown->document.dump() == one.fields) << shown->document;
-        EXPECT_FALSE(Show(one.socket, one.type, std::string(one.payload) + "x").has_value());
+        EXPECT_TRUE(fields.empty() || shown->document.dump() == fields) << shown->document;
+        EXPECT_FALSE(Show(socket, type, std::string(payload) + "x").has_value());
     }
     EXPECT_FALSE(Show("ipc_ip_conflict", 3, Bytes(conflict)).has_value());
 }
@@ -177,10 +162,6 @@ void PrepareLink() {
     Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip -n far addr add 192.168.1.1/24 dev far0"});
 }
 
-bool IsThere(const std::string& name) {
-    return access(("/tmp/" + name).c_str(), F_OK) == 0;
-}
-
 TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
     PrepareLink();
     const Daemon daemon;
@@ -205,7 +186,7 @@ TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
     watching.Signal(SIGINT);
     EXPECT_THAT(watching.EndsWith(128 + SIGINT), IsEmpty());
     ExpectAll({{"ping 192.168.1.1 count 1", 0, "1 answered"}});
-    EXPECT_FALSE(IsThere("ipc_ping_" + std::to_string(getpid())));
+    EXPECT_FALSE(exists("/tmp/ipc_ping_" + std::to_string(getpid())));
 }
 
 TEST(Ping, GivesUpWhenTheDaemonReportsNothing) {
@@ -279,12 +260,12 @@ TEST(Conflict, IsReportedUntilInterrupted) {
     const FarLink link("far0", ETH_P_ARP);
     const Daemon daemon;
     Watching watching("conflict watch -4");
-    ASSERT_TRUE(Eventually([] { return IsThere("ipc_ip_conflict"); }));
+    ASSERT_TRUE(Eventually([] { return exists("/tmp/ipc_ip_conflict"); }));
     EXPECT_TRUE(IpcCallbackSendAndRecv("ipc_ip_conflict", 3, nullptr, 0, nullptr, 0) == 0);
     std::thread claims([&] {
         for (int i = 0; i < 3; ++i) {
             Claim(link);
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            std::this_thread::sleep_for(300ms);
         }
     });
     EXPECT_THAT(watching.Line(), ContainsRegex("  conflict  eth0  192.168.1.20 is used by another host"));
@@ -293,7 +274,7 @@ TEST(Conflict, IsReportedUntilInterrupted) {
                {"conflict off", 2, kThisProgram + " is listening on ipc_ip_conflict and would"}});
     watching.Signal(SIGTERM);
     EXPECT_THAT(watching.EndsWith(128 + SIGTERM), HasSubstr("connections that brought no event: 1"));
-    EXPECT_FALSE(IsThere("ipc_ip_conflict"));
+    EXPECT_FALSE(exists("/tmp/ipc_ip_conflict"));
     // They are off again.
     const auto listener = OpenListener("ipc_ip_conflict");
     Claim(link);
@@ -319,7 +300,7 @@ TEST(Watch, GoesOnWithTheNextDaemon) {
     Watching watching("traffic watch");
     EXPECT_THAT(watching.Line(), HasSubstr("traffic"));
     daemon.reset();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    std::this_thread::sleep_for(1500ms);
     daemon = std::make_unique<Daemon>();
     for (int i = 0; i < 3; ++i)
         EXPECT_THAT(watching.Line(), HasSubstr("traffic"));
@@ -338,7 +319,7 @@ TEST(Routers, ReportsComeFromOneInterfaceToOneProgram) {
     const Daemon daemon;
     ExpectAll({{"ra watch eth9", 2, "there is no interface eth9"}, {"ra stop eth0", 0, "watched no more"}});
     Watching watching("ra watch eth0 -j");
-    ASSERT_TRUE(Eventually([] { return IsThere("ipc_router_notify_eth0_0_" + std::to_string(getpid())); }));
+    ASSERT_TRUE(Eventually([] { return exists("/tmp/ipc_router_notify_eth0_0_" + std::to_string(getpid())); }));
     AdvertiseRouter("far0", "2001:db8:1::");
     const Json event = Json::parse(watching.Line());
     EXPECT_EQ(event["event"], "ra_changed");
@@ -383,3 +364,4 @@ TEST(DhcpClient, LeasesGoToOneProgram) {
 }
 
 }  // namespace
+}  // namespace tessel::test

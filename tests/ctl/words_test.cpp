@@ -1,27 +1,15 @@
 // From words to commands: patterns, values, options, completion, help; and what every row of the tool has to have.
-#include <algorithm>
-
 #include "client/ctl/fields.h"
 #include "client/ctl/output.h"
-#include "client/ctl/tesselctl.h"
 #include "core/startup/command_table.h"
-#include "tessel/ipc.h"
 #include "tests/ctl/tool.h"
 
+namespace tessel::test {
 namespace {
 
-using namespace tessel;
-using namespace tessel::ctl;
-using namespace tessel::test;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 TEST(Pattern, WordsFindTheirPlaces) {
-    const struct {
-        const char* pattern;
-        const char* words;
-        std::string expected;  // "key=value ...", or "!" and a part of what is wrong
-    } cases[] = {
+    const std::tuple<const char*, const char*, std::string> cases[] = {
+        // a pattern, and words; "key=value ...", or "!" and a part of what is wrong
         {"[dev IF]", "", ""},
         {"[dev IF]", "dev eth0", "dev=eth0"},
         {"[dev IF]", "eth0", "dev=eth0"},
@@ -195,3 +183,4 @@ TEST(Output, TablesAndFieldsComeFromTheDocument) {
 }
 
 }  // namespace
+}  // namespace tessel::test

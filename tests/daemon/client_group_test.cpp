@@ -1,19 +1,11 @@
 // The daemon that a group's members may use, beside the one that everybody may.
 #include <grp.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <functional>
 
 #include "tessel/log.h"
 #include "tests/support/daemon.h"
-#include "tests/support/files.h"
+#include "tests/support/proc.h"
 
 namespace tessel::test {
 namespace {
@@ -37,10 +29,6 @@ int As(uid_t user, gid_t group, const std::function<int()>& run) {
     return WIFEXITED(status) && WEXITSTATUS(status) != 255 ? WEXITSTATUS(status) : -1;
 }
 
-int ConnectError() {
-    return ConnectToDaemon().IsOpen() ? 0 : errno;
-}
-
 class ClientGroup : public testing::Test {
   protected:
     void SetUp() override {
@@ -53,6 +41,7 @@ class ClientGroup : public testing::Test {
 };
 
 TEST_F(ClientGroup, KeepsOthersFromTheSocket) {
+    const auto connectError = [] { return ConnectToDaemon().IsOpen() ? 0 : errno; };
     const std::string groups = "root:x:0:\nnetadmin:x:4711:\n";
     const std::tuple<const char*, const char*, std::string, int, int, mode_t, gid_t> rows[] = {
         // the program, the groups; a member's error, somebody else's, and who may use the socket
@@ -68,9 +57,9 @@ TEST_F(ClientGroup, KeepsOthersFromTheSocket) {
         EXPECT_EQ(stat("/tmp/api_daemon", &file), 0);
         EXPECT_EQ(file.st_mode & 07777U, mode);
         EXPECT_EQ(file.st_gid, group);
-        EXPECT_EQ(As(kMember, kMember, &ConnectError), errorOfMember);
-        EXPECT_EQ(As(kFirst, kNetadmin, &ConnectError), errorOfMember);
-        EXPECT_EQ(As(kOutsider, kOutsider, &ConnectError), errorOfOutsider);
+        EXPECT_EQ(As(kMember, kMember, connectError), errorOfMember);
+        EXPECT_EQ(As(kFirst, kNetadmin, connectError), errorOfMember);
+        EXPECT_EQ(As(kOutsider, kOutsider, connectError), errorOfOutsider);
     }
     EXPECT_TRUE(IsLogged("the group netadmin is not known!"));
 }

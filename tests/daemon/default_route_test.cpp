@@ -1,14 +1,10 @@
 // Default routes without metric, one message at a time: the kernel is the sandbox's, the tools are only noted.
 #include "route/monitor/default_route.h"
 
-#include <net/if.h>
-
 #include "route/monitor/netlink.h"
 #include "route/priority_table.h"
 #include "tessel/priority.h"
-#include "tests/support/daemon.h"
 #include "tests/support/far.h"
-#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 #include "tests/support/proc.h"
 
@@ -47,7 +43,7 @@ RouteMessage DefaultThrough(const std::string& interfaceName) {
 // What has been kept in mind gets its two seconds and is looked at.
 void Settle() {
     while (MsUntilDueRoute() < 3000) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(MsUntilDueRoute()));
+        std::this_thread::sleep_for(milliseconds(MsUntilDueRoute()));
         InstallDueRoutes();
     }
 }
@@ -160,7 +156,7 @@ TEST(DefaultRoute, IsLookedForAgainWhenTheKernelCouldNotBeAsked) {
     TNetPrioParamList priorities{.dwNum = 1, .atPrio = {{.achDevName = "eth0", .nPriority = 10}}};
     ASSERT_EQ(tools.Status(0x11C, Bytes(priorities)), 0);
     DefaultThrough("eth0").Process();
-    std::this_thread::sleep_for(std::chrono::milliseconds(MsUntilDueRoute()));
+    std::this_thread::sleep_for(milliseconds(MsUntilDueRoute()));
     {
         const DescriptorShortage shortage;
         InstallDueRoutes();

@@ -1,6 +1,4 @@
 // DHCP client sessions: what is run, what is reported to whom, and that nothing is left behind.
-#include <gmock/gmock.h>
-#include <sys/wait.h>
 
 #include <atomic>
 
@@ -12,9 +10,6 @@
 namespace tessel::test {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
 using std::filesystem::exists;
 
 constexpr char kResultV4[] = "/tmp/udhcpc.confeth0";
@@ -67,7 +62,7 @@ class DhcpClient : public testing::Test {
         std::ptrdiff_t now = 0;
         EXPECT_TRUE(Eventually([&] {
             now = Descriptors(daemon.Pid());
-            std::this_thread::sleep_for(milliseconds(300));
+            std::this_thread::sleep_for(300ms);
             return std::exchange(before, now) == now;
         }));
         return now;
@@ -193,7 +188,7 @@ TEST_F(DhcpClient, StopIsQuickAndForeignFilesAreRemoved) {
     ASSERT_EQ(symlink("/tmp/precious", kResultV4), 0);
     EXPECT_TRUE(GoesSoon(kResultV4));
     std::filesystem::create_directories(std::string(kResultV4) + "/full");
-    std::this_thread::sleep_for(milliseconds(500));
+    std::this_thread::sleep_for(500ms);
     std::filesystem::remove_all(kResultV4);
     EXPECT_TRUE(IsLogged("is no result file"));
     EXPECT_EQ(Split(ReadFile("/var/log/messages"), "is no result file").size(), 2U) << "said once";
@@ -202,7 +197,7 @@ TEST_F(DhcpClient, StopIsQuickAndForeignFilesAreRemoved) {
     EXPECT_TRUE(GoesSoon(kResultV4)) << "and now nobody listens";
     const auto begin = steady_clock::now();
     EXPECT_EQ(Stop(2, "eth0"), 0);
-    EXPECT_LT(steady_clock::now() - begin, seconds(2));
+    EXPECT_LT(steady_clock::now() - begin, 2s);
 }
 
 TEST_F(DhcpClient, OfIpv6) {
@@ -236,13 +231,13 @@ TEST_F(DhcpClient, OfIpv6) {
 TEST_F(DhcpClient, StormsLeaveNothingBehind) {
     const auto descriptors = SettledDescriptors();
     const char* const wanted = getenv("TESSEL_STORM_SECONDS");
-    const auto end = steady_clock::now() + seconds(wanted != nullptr ? atoi(wanted) : 8);
+    const auto end = steady_clock::now() + std::chrono::seconds(wanted != nullptr ? atoi(wanted) : 8);
     std::atomic<bool> isOver{false};
     std::thread script([&] {
         const char* const texts[] = {"leasesuccess\nlocal=1.2.3.4\n", "deconfig\n", "timeout\n", "\xff\xfe", "nak\n"};
         for (unsigned i = 0; !isOver; ++i) {
             WriteResult(i % 2 == 0 ? "/tmp/udhcpc.confeth0" : "/tmp/udhcpc.confeth1", texts[i % 5]);
-            std::this_thread::sleep_for(milliseconds(3));
+            std::this_thread::sleep_for(3ms);
         }
     });
     srand(7);

@@ -2,7 +2,6 @@
 #include "services/dhcp_server.h"
 
 #include "tests/support/dhcp_server.h"
-#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 #include "tests/support/proc.h"
 
@@ -10,7 +9,6 @@ namespace tessel::test {
 namespace {
 
 using std::filesystem::exists;
-using testing::HasSubstr;
 using Lines = std::vector<std::string>;
 
 class DhcpServer : public testing::Test {

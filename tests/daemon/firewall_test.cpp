@@ -1,17 +1,12 @@
 // The firewall: what is run and logged when a rule is absent, when it is there, and when one of the lines fails.
 #include "tests/support/firewall.h"
 
-#include <map>
-#include <utility>
-
-#include "tests/support/lines.h"
 #include "tests/support/noted.h"
 
 namespace tessel::test {
 namespace {
 
 using testing::ElementsAreArray;
-using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
 // One line that is run. What stands in front of it says what becomes of it:
@@ -56,12 +51,7 @@ std::string V6(const std::string& steps) {
 }
 
 // In whose name a command logs, and what its handler logs of a failure.
-struct Names {
-    std::string function;
-    std::string handlerLine;
-};
-
-const std::map<u32, Names> kNames = {
+const std::map<u32, std::pair<std::string, std::string>> kNames = {
     {0x1001, {"IpFilterListManage: ", "ApidIpFilterListManage: IpFilterListManage error!"}},
     {0x1002, {"MacFilterListManage: ", "ApidMacFilterListManage: IpRuleDel error!"}},
     {0x1003, {"FilterEnable: ", "ApidFilterEnable: FilterEnable error!"}},
@@ -119,10 +109,6 @@ struct Outcome {
 
 class Firewall : public testing::Test {
   protected:
-    ~Firewall() override {
-        (void)tools_.TakeRuns();
-    }
-
     // With every rule there and with none, and each time with each line failing in turn.
     void Check(std::initializer_list<std::tuple<u32, std::string, std::string>> rows) {
         for (const auto& [type, request, lines] : rows) {
@@ -307,12 +293,12 @@ TEST_F(Firewall, WhatMakesNoSenseRunsNothing) {
          "RuleCheck: not find - ; ExecCmd: ; ExecCmd error!"},
     };
     for (const auto& [type, request, lines] : rows) {
-        const Names& names = kNames.at(type);
+        const auto& [function, handlerLine] = kNames.at(type);
         tools_.Check(lines, type, request, {}, -1);
         Lines expected = Split(lines);
         for (std::string& line : expected)
-            line.insert(0, line.find(": ") == std::string::npos ? names.function : "");
-        if (!names.handlerLine.empty()) expected.push_back(names.handlerLine);
+            line.insert(0, line.find(": ") == std::string::npos ? function : "");
+        if (!handlerLine.empty()) expected.push_back(handlerLine);
         EXPECT_THAT(log_.Take(), ElementsAreArray(expected)) << lines;
     }
 }
@@ -325,11 +311,11 @@ TEST_F(Firewall, TextsOfEveryLength) {
             const std::string text(length, 'x');
             status = tools_.Status(type, record + text);
             const Lines runs = tools_.TakeRuns();
-            EXPECT_THAT(runs, testing::Each(testing::HasSubstr(text))) << length;
+            EXPECT_THAT(runs, testing::Each(HasSubstr(text))) << length;
             EXPECT_TRUE(status == (runs.size() == 2 ? 0 : -1) && (length > 930 || status == 0)) << length;
         }
         EXPECT_EQ(status, -1) << type;
-        const std::string line = kNames.at(type).function + "the command is too long:";
+        const std::string line = kNames.at(type).first + "the command is too long:";
         EXPECT_THAT(log_.Take(), testing::Contains(testing::StartsWith(line)));
     }
 }

@@ -3,13 +3,11 @@
 
 #include <atomic>
 #include <climits>
-#include <filesystem>
 #include <random>
 
 #include "core/startup/command_table.h"
 #include "tessel/ipc.h"
 #include "tests/support/daemon.h"
-#include "tests/support/files.h"
 #include "tests/support/proc.h"
 
 namespace tessel::test {
@@ -42,11 +40,11 @@ TEST(Hostile, EveryCommandWithEverySizeAndRandomBytes) {
 TEST(Hostile, SilentClientIsServedForABoundedTime) {
     const Daemon daemon;
     const UniqueFd silent = ConnectToDaemon();
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = steady_clock::now();
     EXPECT_TRUE(Serves());
-    const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(waited, std::chrono::milliseconds(4500));
-    EXPECT_LT(waited, std::chrono::seconds(15));
+    const auto waited = steady_clock::now() - start;
+    EXPECT_GE(waited, 4500ms);
+    EXPECT_LT(waited, 15s);
 }
 
 TEST(Hostile, HundredClientsAtOnceAreAnsweredAfterOthersHaveLeftEarly) {
@@ -94,10 +92,9 @@ TEST(Hostile, ToolsInheritNoSocketOfTheDaemon) {
     StandInTools tools({"ip"});
     const Daemon daemon;
     // This stand-in lists the descriptors it was given.
-    WriteFile("/tmp/spy", "#!/bin/sh\nls -l /proc/$$/fd > /tmp/inherited\n");
-    std::filesystem::permissions("/tmp/spy", std::filesystem::perms::all);
+    WriteProgram("/tmp/spy", "#!/bin/sh\nls -l /proc/$$/fd > /tmp/inherited\n");
     std::filesystem::rename("/tmp/spy", tools.Directory() + "/ip");
-    (void)Request(0x11B, std::string("eth0") + std::string(12, '\0'));
+    (void)Request(0x11B, Padded("eth0", 16));
     const std::string inherited = ReadFile("/tmp/inherited");
     EXPECT_NE(inherited, "");
     EXPECT_EQ(inherited.find("socket:"), std::string::npos) << inherited;

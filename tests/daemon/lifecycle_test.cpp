@@ -1,7 +1,4 @@
 // From the start of the program to serving, and what happens to its socket.
-#include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
@@ -16,7 +13,7 @@ TEST(Lifecycle, DaemonDetachesAndTellsItsStart) {
     const Daemon daemon;
     const std::string proc = "/proc/" + std::to_string(daemon.Pid());
     EXPECT_EQ(std::filesystem::read_symlink(proc + "/cwd"), "/tmp");
-    EXPECT_THAT(ReadFile(proc + "/status"), testing::HasSubstr("\nUmask:\t0000\n"));
+    EXPECT_THAT(ReadFile(proc + "/status"), HasSubstr("\nUmask:\t0000\n"));
     EXPECT_NE(getsid(daemon.Pid()), getsid(0));
     EXPECT_NE(getsid(daemon.Pid()), daemon.Pid()) << "not the session's leader: it never gets a terminal";
     for (const int ignored : {SIGHUP, SIGINT, SIGPIPE})
@@ -58,7 +55,7 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
     ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
     std::thread client([] { EXPECT_TRUE(Serves()); });
     EXPECT_TRUE(IsLogged("accept error"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::this_thread::sleep_for(300ms);
     ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &usual, nullptr), 0);
     client.join();
     EXPECT_TRUE(Serves() && socketNode() == before) << "the same socket";
@@ -77,7 +74,7 @@ TEST(Lifecycle, SocketThatCannotBeBoundIsRetried) {
     std::filesystem::create_directory("/tmp/api_daemon");
     ASSERT_EQ(std::system(TESSEL_DAEMON_PATH), 0);
     ASSERT_TRUE(IsLogged("creat unix domain server fail, sleep a while!"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    std::this_thread::sleep_for(2500ms);
     for (const auto& [text, times] : {std::pair{"bind error", 3U},
                                       {"accept error", 2U},
                                       {"creat unix domain", 1U},

@@ -10,7 +10,6 @@
 namespace tessel::test {
 namespace {
 
-using namespace std::string_literals;
 using testing::EndsWith;
 
 // A line that is started, as it is noted.
@@ -95,7 +94,7 @@ TEST(Pppoe, ALineHasRoomFor999Characters) {
         EXPECT_EQ(tools.Status(0x601, Dial(2, others, password + "p", others)), -1);
         EXPECT_EQ(tools.TakeRuns().size(), 0U);
         EXPECT_EQ(access("/tmp/pppd.txt", F_OK), 0) << "refused before anything is touched";
-        EXPECT_THAT(tools.TakeLog(), testing::HasSubstr("PppoeClientStart: the cmd is too long!; pppd pty \" pppoe"));
+        EXPECT_THAT(tools.TakeLog(), HasSubstr("PppoeClientStart: the cmd is too long!; pppd pty \" pppoe"));
     }
     const std::string quotes(255, '\'');
     EXPECT_EQ(tools.Status(0x601, Dial(2, quotes, quotes)), -1) << "the longest words, unterminated";
@@ -119,7 +118,7 @@ TEST(Pppoe, AStopEndsOneOfItsFamily) {
     stop(2, &josh);
     const Process v4("", "noipv6", "/tmp/pppd");
     const Process v6("", "noip +ipv6", "/tmp/pppd");
-    EXPECT_THAT(stop(2, &v4), testing::HasSubstr("wSinFamily : 2; PppoeClientStop: PppoeClientStop cmd kill -9 "));
+    EXPECT_THAT(stop(2, &v4), HasSubstr("wSinFamily : 2; PppoeClientStop: PppoeClientStop cmd kill -9 "));
     stop(10, &v6);
     tools.Answer("kill -9 " + std::to_string(v6.pid), "", 3);
     EXPECT_THAT(stop(11, &v6), EndsWith("; the child process error:ret=3!")) << "its words contain those of both";

@@ -64,7 +64,7 @@ TEST(LogCommands, SteerTheLog) {
         return tools.TakeLog();
     };
     EXPECT_EQ(tools.Status(0x702, Number(4)), 0);
-    EXPECT_THAT(logged(), testing::HasSubstr("dwMtu : 1 "));
+    EXPECT_THAT(logged(), HasSubstr("dwMtu : 1 "));
     EXPECT_EQ(tools.Status(0x702, Number(~0U)), 0);
     EXPECT_EQ(tools.Status(0x702, "12"), -1) << "no level, nothing set";
     EXPECT_EQ(logged(), "");

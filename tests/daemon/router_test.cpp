@@ -13,8 +13,6 @@
 namespace tessel::test {
 namespace {
 
-using namespace std::string_literals;
-
 constexpr char kA[] = "    inet6 2001:db8::a/64 scope global dynamic mngtmpaddr \n";
 const std::string kB = "    inet6 2001:db8::b/64 scope global dynamic \n";
 const std::string kOthers = "    inet6 fe80::1/64 scope link \n    inet6 2001:db8::1/64 scope global \n";
@@ -23,7 +21,7 @@ class RouterWatching : public testing::Test {
   protected:
     RouterWatching() {
         if (g_ptDaeRouterNotifyInfo == nullptr) DaemonRouterNotifyInit();
-        g_routerCycle = std::chrono::milliseconds(5);
+        g_routerCycle = 5ms;
         AnswerTools([this](const std::string& line) -> ToolAnswer {
             const std::lock_guard guard(lock);
             if (line.find("link") != std::string::npos)
@@ -123,7 +121,7 @@ TEST_F(RouterWatching, InterfacesForThemselvesAndFiveAtATime) {
                                   "!; ApidRouterAdvertiseStart: RouterAdvertiseStart error!; ApidRouterAdvertiseStart: "
                                   "ApidRouterAdvertiseStart, nErrid = -1"));
     Stop("eth5");
-    EXPECT_THAT(Joined(log.Take()), testing::HasSubstr("the eth5 router advertise has stopped!"));
+    EXPECT_THAT(Joined(log.Take()), HasSubstr("the eth5 router advertise has stopped!"));
     Stop("eth2");
     EXPECT_EQ(Start("eth5"), 0);
 }

@@ -1,8 +1,5 @@
 // Recorded requests get the recorded replies, byte for byte, from the daemon of every processor and every build.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <set>
 #include <sstream>
 

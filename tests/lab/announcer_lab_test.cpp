@@ -11,16 +11,6 @@
 namespace tessel::test {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-
-i32 Start(const char* target) {
-    return RequestStatus(0xA01, Number(inet_addr(target)));
-}
-i32 Stop() {
-    return RequestStatus(0xA02, "");
-}
-
 // 60 bytes, as they are on the wire.
 std::string Announcement(const char* own, const char* target) {
     const std::string mac = "\x02\x00\x00\x00\x09\x01"s;
@@ -40,28 +30,30 @@ TEST(AnnouncerLab, SendsBurstsUntilItIsStopped) {
     RunOnDevice("ip link set eth0 up; ip addr add 10.9.0.1/24 dev eth0; ip link set eth0 address 02:00:00:00:09:01");
     const Daemon daemon;
     const FarLink link("far0", ETH_P_ARP);
-    EXPECT_EQ(Stop(), 0) << "it does not run";
-    ASSERT_EQ(Start("10.9.0.77"), 0);
-    EXPECT_EQ(Start("10.9.0.88"), 0) << "keeps the first address";
-    const auto start = steady_clock::now();
+    const auto start = [](const char* target) { return RequestStatus(0xA01, Number(inet_addr(target))); };
+    const auto stop = [] { return RequestStatus(0xA02, ""); };
+    EXPECT_EQ(stop(), 0) << "it does not run";
+    ASSERT_EQ(start("10.9.0.77"), 0);
+    EXPECT_EQ(start("10.9.0.88"), 0) << "keeps the first address";
+    const auto begin = steady_clock::now();
     for (int frame = 0; frame < 3; ++frame)
         EXPECT_EQ(NextAnnouncement(link, 2000), Announcement("10.9.0.1", "10.9.0.77"));
-    EXPECT_GT(steady_clock::now() - start, milliseconds(1800)) << "a second apart";
+    EXPECT_GT(steady_clock::now() - begin, 1800ms) << "a second apart";
     EXPECT_EQ(NextAnnouncement(link, 2500), "") << "three";
     // Stopped while it waits for the next burst, and started again at once, with what the interface has now.
-    const auto stop = steady_clock::now();
-    EXPECT_EQ(Stop(), 0);
-    EXPECT_LT(steady_clock::now() - stop, std::chrono::seconds(1));
+    const auto stopped = steady_clock::now();
+    EXPECT_EQ(stop(), 0);
+    EXPECT_LT(steady_clock::now() - stopped, 1s);
     RunOnDevice("ip addr flush dev eth0; ip addr add 10.9.0.2/24 dev eth0");
-    ASSERT_EQ(Start("10.9.0.88"), 0);
+    ASSERT_EQ(start("10.9.0.88"), 0);
     EXPECT_EQ(NextAnnouncement(link, 2000), Announcement("10.9.0.2", "10.9.0.88"));
-    EXPECT_EQ(Stop(), 0) << "within a burst";
+    EXPECT_EQ(stop(), 0) << "within a burst";
     EXPECT_EQ(NextAnnouncement(link, 2500), "");
     // Without an address the burst fails, and the announcer goes on.
     RunOnDevice("ip addr flush dev eth0");
-    ASSERT_EQ(Start("10.9.0.88"), 0);
+    ASSERT_EQ(start("10.9.0.88"), 0);
     EXPECT_TRUE(IsLogged("get ip failed!") && IsLogged("[SendBroadcastArp]"));
-    EXPECT_TRUE(Start("10.9.0.88") == 0 && Stop() == 0);
+    EXPECT_TRUE(start("10.9.0.88") == 0 && stop() == 0);
     for (const auto& [text, count] : {std::pair{"Start already started!", 2U}, {"Stop already stopped!", 1U}})
         EXPECT_EQ(Split(ReadFile("/var/log/messages") + " ", text).size(), count + 1) << text;
 }

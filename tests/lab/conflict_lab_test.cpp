@@ -1,5 +1,4 @@
 // Another host on the link that uses the device's addresses or its MAC: frames as it sends and sees them.
-#include <gmock/gmock.h>
 #include <linux/if_ether.h>
 
 #include "core/ipc.h"
@@ -10,8 +9,6 @@
 
 namespace tessel::test {
 namespace {
-
-using testing::HasSubstr;
 
 const std::string kForeign = "\xc0\xa8\x01\x63"s;
 constexpr u32 kOn = 0x119;
@@ -142,7 +139,7 @@ TEST_F(ConflictLab, AddressesAreAnnouncedOnChangesAndAfterConflicts) {
             RunOnDevice("ip addr del 192.168.1.21/24 dev eth0");
             return peer.Next(6000) == announced;
         },
-        std::chrono::seconds(20)))
+        20s))
         << "in the next cycle";
     while (!peer.Next(6000).empty()) {  // until what these changes owe has been sent
     }
@@ -185,12 +182,12 @@ TEST_F(ConflictLab, AListenerThatDoesNotAccept) {
     // The first report takes the one place in the listener's queue, each of the others 8 seconds.
     for (int i = 0; i < 5; ++i)
         peer.Send(Claim(kOwnMac, kFirst));
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = steady_clock::now();
     const auto answered = [&](const std::string& answer) { return NextFrame(peer, answer) == answer; };
     EXPECT_TRUE(answered(Defence(kFirst, kOwnMac))) << "before the packet is reported";
     RunOnDevice("ip addr add 192.168.1.99/24 dev eth0");
     EXPECT_TRUE(answered(Claim(kOwnMac, kForeign))) << "a new address is read and announced";
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(7)) << "within a cycle";
+    EXPECT_LT(steady_clock::now() - start, 7s) << "within a cycle";
 }
 
 const std::string kOwnInet6 = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;  // 2001:db8::20

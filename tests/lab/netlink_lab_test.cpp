@@ -1,7 +1,5 @@
 // What the kernel has by itself, and what others do to addresses and default routes: what becomes of it.
-#include <gmock/gmock.h>
 #include <linux/if_ether.h>
-#include <sys/stat.h>
 
 #include "tessel/address.h"
 #include "tessel/gateway.h"
@@ -13,10 +11,6 @@
 
 namespace tessel::test {
 namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
 
 // Of eth0, eth1 ...
 void SetPriorities(std::initializer_list<i32> priorities) {
@@ -32,7 +26,7 @@ void SetPriorities(std::initializer_list<i32> priorities) {
 // True when the daemon defends the address against another host's claim.
 bool IsDefended(const FarLink& peer, const std::string& ip) {
     peer.Send(Frame(kBroadcast, kPeerMac, Arp(1, kPeerMac, ip, kNoMac, ip)));
-    const auto deadline = steady_clock::now() + milliseconds(200);
+    const auto deadline = steady_clock::now() + 200ms;
     while (steady_clock::now() < deadline) {
         const std::string frame = peer.Next(50);
         if (frame.size() >= 32 && frame[21] == 2 && frame.compare(28, 4, ip) == 0) return true;
@@ -55,7 +49,7 @@ TEST(NetlinkLab, ADefaultRouteGetsItsMetricAndIsNeverLost) {
         << "a wired interface that is down at the start is brought up and takes part";
     RunOnDevice("ip route add 10.0.0.0/8 via 192.168.0.1 && ip route add default via 192.168.0.1 table 100");
     RunOnDevice("ip route add default via 192.168.0.1 dev eth0");
-    std::this_thread::sleep_for(milliseconds(2500));
+    std::this_thread::sleep_for(2500ms);
     RunOnDevice("ip route del default");
     SetPriorities({10, 11, 12});
     // Each within the two seconds that are waited. Here a command gives the route its metric.
@@ -64,7 +58,7 @@ TEST(NetlinkLab, ADefaultRouteGetsItsMetricAndIsNeverLost) {
     RunOnDevice("ip route add default via 192.168.1.1 dev eth1 && ip route replace default via 192.168.1.2 dev eth1");
     RunOnDevice("ip route append default via 192.168.0.1 dev eth0 && ip route del default dev eth0");
     RunOnDevice("ip route append default via 192.168.0.1 dev eth0");
-    std::this_thread::sleep_for(seconds(5));
+    std::this_thread::sleep_for(5s);
     // The one with a metric is there before the other goes. Without priorities nothing was touched.
     const std::pair<std::string, const char*> rows[] = {
         {"eth0", "192.168.0.1 -192.168.0.1 192.168.0.1 -192.168.0.1 192.168.0.1 192.168.0.1 10 -192.168.0.1 "},
@@ -91,7 +85,7 @@ TEST(NetlinkLab, WhatAnOverrunLosesIsLookedUp) {
     kill(daemon.Pid(), SIGCONT);
     const auto start = steady_clock::now();
     EXPECT_TRUE(Serves());
-    EXPECT_LT(steady_clock::now() - start, seconds(2)) << "requests do not wait for it";
+    EXPECT_LT(steady_clock::now() - start, 2s) << "requests do not wait for it";
     EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); }));
     EXPECT_FALSE(IsDefended(peer, "\x0a\x09\x01\x02"));
     EXPECT_TRUE(IsLogged("netlink messages were lost")) << "the burst was too short for this test";
@@ -103,9 +97,8 @@ TEST(NetlinkLab, ChangesAreGathered) {
     RunOnDevice("for i in 0 1 2; do echo 1 >/proc/sys/net/ipv6/conf/eth$i/disable_ipv6; done");
     RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
     // An `ip` in front of the real one notes each reading of eth0's addresses, and behind the first adds one.
-    mkdir("/tmp/noting", 0755);
-    WriteFile("/tmp/noting/ip", R"(#!/bin/sh
-PATH=${PATH#/tmp/noting:}
+    WriteProgram(MakeProgramFolder() + "/ip", R"(#!/bin/sh
+PATH=${PATH#*:}
 ip "$@"
 status=$?
 [ "$*" != '-4 addr show dev eth0' ] || {
@@ -113,13 +106,11 @@ status=$?
     echo >>/tmp/reads
 }
 exit $status)");
-    chmod("/tmp/noting/ip", 0755);
-    setenv("PATH", (std::string("/tmp/noting:") + getenv("PATH")).c_str(), 1);
     const auto reads = [] { return ReadFile("/tmp/reads").size(); };
     const Daemon daemon;
     const FarLink peer("far0", ETH_P_ARP);
     EXPECT_TRUE(Eventually([&] { return IsDefended(peer, kAdded); })) << "one that came while the table was built";
-    std::this_thread::sleep_for(milliseconds(1300));
+    std::this_thread::sleep_for(1300ms);
     EXPECT_EQ(reads(), 2U) << "the start";
 
     WriteFile("/tmp/tesseldebug", "");
@@ -130,7 +121,7 @@ exit $status)");
         return Split(ReadFile("/var/log/messages"), "TesselRouteMonitorThread detect ip change").size() - 1;
     };
     EXPECT_TRUE(Eventually([&] { return noted() >= 200U; })) << "each change is noted at once: " << noted();
-    std::this_thread::sleep_for(milliseconds(500));
+    std::this_thread::sleep_for(500ms);
     EXPECT_THAT(reads(), testing::AllOf(testing::Ge(3U), testing::Le(5U))) << "a burst";
 
     const std::size_t before = reads();
@@ -143,7 +134,7 @@ exit $status)");
     RunOnDevice("ip route add default via 192.168.1.1 dev eth0 && ip addr add 192.168.1.23/24 dev eth0");
     const auto start = steady_clock::now();
     EXPECT_TRUE(Eventually([&] { return IsDefended(peer, "\xc0\xa8\x01\x17"); }));
-    EXPECT_LT(steady_clock::now() - start, milliseconds(1700)) << "no route holds it up";
+    EXPECT_LT(steady_clock::now() - start, 1700ms) << "no route holds it up";
     EXPECT_TRUE(Eventually(&HasMetric10));
 }
 
@@ -158,7 +149,7 @@ TEST(NetlinkLab, ALearntGatewayIsKept) {
     }));
     const auto set = [&] { return RequestStatus(0x10F, Padded("eth0", 16) + std::string(Bytes(learnt.tGateway))); };
     EXPECT_EQ(set(), 0) << "as it is";
-    EXPECT_THAT(OutputOf("ip -6 route show default"), testing::HasSubstr("expires"));
+    EXPECT_THAT(OutputOf("ip -6 route show default"), HasSubstr("expires"));
     learnt.tGateway.abyAddr[15] ^= 1;
     EXPECT_EQ(set(), 0);
     for (int i = 0; i < 3; ++i)  // one set, one learnt, none: an absent one is a success

@@ -1,5 +1,4 @@
 // Traces through routers that forward, over both families. The commands' handlers run in this process.
-#include <gmock/gmock.h>
 #include <linux/if_ether.h>
 
 #include <list>
@@ -14,12 +13,6 @@
 
 namespace tessel::test {
 namespace {
-
-using namespace std::string_literals;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::steady_clock;
-using testing::HasSubstr;
 
 // eth0 -1- far -2- two -3- three -4- host: 10.N.0.1 and fd00:N::1 are the near ends, .2 and ::2 the far ends. "two"
 // keeps silent, and "three" knows that nobody is behind 10.6 and fd00:6.
@@ -59,7 +52,7 @@ class TracerouteLab : public testing::Test {
     void Stop(u32 id) {
         const auto begin = steady_clock::now();
         EXPECT_EQ(tools.Status(0xD02, Number(id)), 0);
-        EXPECT_LT(steady_clock::now() - begin, seconds(3)) << "a dead client costs 8, a silent router up to 30";
+        EXPECT_LT(steady_clock::now() - begin, 3s) << "a dead client costs 8, a silent router up to 30";
     }
     void StopAll() {
         for (u32 id = 0; id < 12; ++id)
@@ -117,7 +110,7 @@ TEST_F(TracerouteLab, EachProbeIsReported) {
          "105 1 0.0.0.0; 102 1 0.0.0.0; 105 1 0.0.0.0; 102 1 0.0.0.0; 105 1 0.0.0.0; 102 1 0.0.0.0 last"},
         {"fd00:8::1", 1, "101 1 ::; 102 1 ::; 101 1 ::; 102 1 ::; 101 1 ::; 102 1 :: last"},
     };
-    g_probePatience = milliseconds(500);
+    g_probePatience = 500ms;
     for (const auto& [target, hops, expected] : rows) {
         EXPECT_EQ(Start(7, target, hops), 0);
         EXPECT_EQ(client.Route(), expected) << target;
@@ -140,7 +133,7 @@ TEST_F(TracerouteLab, EachProbeIsReported) {
 }
 
 TEST_F(TracerouteLab, ProbesAreNumberedByTheirPortsAndGo255HopsAtMost) {
-    g_probePatience = milliseconds(1);
+    g_probePatience = 1ms;
     const FarLink link("far1", ETH_P_IP);
     Client client(7);
     EXPECT_EQ(Start(7, "10.9.0.1", 300), 0);
@@ -154,12 +147,8 @@ TEST_F(TracerouteLab, ProbesAreNumberedByTheirPortsAndGo255HopsAtMost) {
 }
 
 TEST_F(TracerouteLab, TenAtOnceWithADeadClient) {
-    g_probePatience = seconds(30);
-    UniqueFd taken(socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_in6 port{};
-    port.sin6_family = AF_INET6;
-    port.sin6_port = htons(32768);
-    ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr*>(&port), sizeof(port)), 0);
+    g_probePatience = 30s;
+    UniqueFd taken = BoundTo(32768, AF_INET6, SOCK_DGRAM);
     const auto bound = [] {
         return OutputOf("sed -n 's/.*:\\(80..\\) 0.*/\\1/p' /proc/net/udp /proc/net/udp6 | sort -u");
     };
@@ -193,8 +182,8 @@ TEST_F(TracerouteLab, StormsLeaveNothingBehind) {
     Stop(0);  // opens the system log
     const auto descriptors = Descriptors();
     const char* const wanted = getenv("TESSEL_STORM_SECONDS");
-    const auto end = steady_clock::now() + seconds(wanted != nullptr ? atoi(wanted) : 8);
-    g_probePatience = milliseconds(20);
+    const auto end = steady_clock::now() + std::chrono::seconds(wanted != nullptr ? atoi(wanted) : 8);
+    g_probePatience = 20ms;
     std::atomic<int> started{0};
     const auto storm = [&](unsigned seed) {
         Client client(static_cast<i32>(seed));

@@ -42,6 +42,17 @@ void OnFarSide(Work work) {
     }).join();
 }
 
+// On this port of all addresses; one of streams listens.
+inline UniqueFd BoundTo(u16 port, u16 family, int type = SOCK_STREAM) {
+    UniqueFd fd(socket(family, type | SOCK_CLOEXEC, 0));
+    sockaddr_in6 any{};  // that of IPv4 begins like it: family and port
+    any.sin6_family = family;
+    any.sin6_port = htons(port);
+    EXPECT_EQ(bind(fd.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof(any)), 0);
+    EXPECT_EQ(listen(fd.Get(), 1) == 0, type == SOCK_STREAM);
+    return fd;
+}
+
 // Whole Ethernet frames at the far end of a link.
 class FarLink {
   public:

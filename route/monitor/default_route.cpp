@@ -139,7 +139,8 @@ bool InstallWithMetric(const PendingRoute& route) {
     // No metric can be named: the kernel removes the interface's first default route. That is the one without a metric
     // or, if that is already gone, the one that is to stay.
     const std::optional<DefaultRoutes> after = FindDefaultRoutes(name, where);
-    if (!after || !after->plain || !(isAdded || after->hasMetric)) return true;
+    if (!after) return false;
+    if (!after->plain || !(isAdded || after->hasMetric)) return true;
     if (GatewayDel(TESSEL_FAMILY_INET, name) != 0) {
         TESSEL_DBG_AT(where, "GatewayDel error!");
     } else {
@@ -188,9 +189,14 @@ void ProcessRtMsg(const nlmsghdr* message) {
 namespace tessel {
 
 void ProcessKernelRoutes() {
-    RouteDump dump;
-    while (const nlmsghdr* message = dump.Next())
-        ProcessRtMsg(message);
+    constexpr int kAttempts = 5;  // routes that come and go all the time are reported anyway
+    bool isComplete = false;
+    for (int attempt = 0; attempt < kAttempts && !isComplete; ++attempt) {
+        RouteDump dump;
+        while (const nlmsghdr* message = dump.Next())
+            ProcessRtMsg(message);
+        isComplete = dump.IsComplete();
+    }
 }
 
 int MsUntilDueRoute() {

@@ -13,8 +13,7 @@ constexpr char kExitTexts[] =
     "  1  the daemon answered failure, or \"no\"\n"
     "  2  wrong words, or refused before sending\n"
     "  3  no daemon to talk to\n  4  no answer in time\n"
-    "  5  answered success, but it did not happen\n"
-    "  6  undone, because nobody confirmed it (try)\n"
+    "  5  answered success, but it did not happen\n  6  undone, because nobody confirmed it (try)\n"
     "  128+n  ended by signal n, after switching off what it had switched on\n";
 
 std::string Indented(Rows rows) {

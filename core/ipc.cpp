@@ -239,6 +239,7 @@ i32 ConnectTo(int fd, const char* name, sockaddr_un& address, const Limits& limi
     constexpr CallSite kWhere{"MakeAddrClient", __LINE__};
     if (tessel::FormSocketAddress(name, address)) return ConnectWithin(fd, address, limits, kWhere);
     TESSEL_ERR_AT(kWhere, "the name is too long!");
+    errno = ENAMETOOLONG;  // the caller's may be anything
     return -1;
 }
 

@@ -190,12 +190,11 @@ namespace tessel {
 
 void ProcessKernelRoutes() {
     constexpr int kAttempts = 5;  // routes that come and go all the time are reported anyway
-    bool isComplete = false;
-    for (int attempt = 0; attempt < kAttempts && !isComplete; ++attempt) {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
         RouteDump dump;
         while (const nlmsghdr* message = dump.Next())
             ProcessRtMsg(message);
-        isComplete = dump.IsComplete();
+        if (dump.IsComplete() || !dump.IsOpen()) return;
     }
 }
 

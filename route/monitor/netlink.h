@@ -31,6 +31,11 @@ class RouteDump {
     // The next route as a message like that of a new one, valid until the next call; null at the end.
     [[nodiscard]] const nlmsghdr* Next();
 
+    // False when the kernel could not be asked at all.
+    [[nodiscard]] bool IsOpen() const {
+        return fd_.IsOpen();
+    }
+
     // Whether Next has yielded all routes and come to the end. False also when routes changed meanwhile and the kernel
     // may have left some out.
     [[nodiscard]] bool IsComplete() const {

@@ -114,6 +114,11 @@ bool TacerouteThread(const Worker& self, TracerouteNode& node) {
     return false;
 }
 
+// Finds a user's trace.
+auto OfUser(i32 userId) {
+    return [userId](const TracerouteNode& node) { return node.userId == userId; };
+}
+
 }  // namespace
 
 void DaemonTracerouteInit() {
@@ -123,8 +128,7 @@ void DaemonTracerouteInit() {
 
 i32 TracerouteStart(const TNetGateway& target, u32 maxHops, i32 userId) {
     const auto lock = g_ptDaeTraceroute != nullptr ? g_ptDaeTraceroute->Hold() : tessel::TraceroutePool::Lock();
-    if (lock &&
-        g_ptDaeTraceroute->Find(lock, [&](const TracerouteNode& node) { return node.userId == userId; }) != nullptr) {
+    if (lock && g_ptDaeTraceroute->Find(lock, OfUser(userId)) != nullptr) {
         TESSEL_ERR("the nUserID %d now is tracing!", userId);
         return -1;
     }
@@ -140,8 +144,7 @@ i32 TracerouteStart(const TNetGateway& target, u32 maxHops, i32 userId) {
 }
 
 i32 TracerouteStop(i32 userId) {
-    if (g_ptDaeTraceroute != nullptr)
-        (void)g_ptDaeTraceroute->Stop([&](const TracerouteNode& node) { return node.userId == userId; });
+    if (g_ptDaeTraceroute != nullptr) (void)g_ptDaeTraceroute->Stop(OfUser(userId));
     TESSEL_PRT("the nUserId %d has been stopped!", userId);
     return 0;
 }

@@ -80,6 +80,9 @@ bool ListInterfaces(InterfaceList& list) {
     request.ifc_req = list.entries;
     if (SocketIoctl(SIOCGIFCONF, &request) != 0) return false;
     list.count = static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq);
+    // An address with a label is listed under that ("eth0:1"): no interface's name has a colon.
+    for (ifreq& entry : std::span(list.entries, list.count))
+        entry.ifr_name[strcspn(entry.ifr_name, ":")] = '\0';
     return true;
 }
 

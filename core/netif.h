@@ -42,7 +42,7 @@ struct InterfaceList {
     }
 };
 
-// The first 16 entries. False when the kernel refuses, with a log line.
+// The first 16 addresses, with the names of their interfaces. False when the kernel refuses, with a log line.
 [[nodiscard]] bool ListInterfaces(InterfaceList& list);
 
 constexpr i32 kInterfaceIndexError = 1201;

@@ -3,10 +3,10 @@
 // A command line is one text: the program, then its complete argument vector, argv[0] included ("ip ip addr show"). It
 // is split at blanks, there is no quoting, and nothing goes through a shell. The program is looked up along PATH.
 //
-// A tool killed by a signal counts as successful: only bits 8 to 15 of its wait status count. A program that cannot be
-// run counts as exit status 255. One that exceeds its time limit, or whose worker (core/worker.h) is asked to end, is
-// killed with its process group and counts as failed. Tools start with an empty signal mask and every signal at its
-// default action.
+// A tool killed by a signal counts as successful, with a log line: only bits 8 to 15 of its wait status count. A
+// program that cannot be run counts as exit status 255. One that exceeds its time limit, or whose worker
+// (core/worker.h) is asked to end, is killed with its process group and counts as failed. Tools start with an empty
+// signal mask and every signal at its default action.
 //
 // Everything here ends in the seam (core/exec_seam.h): a program links either the file behind it that runs tools or the
 // one that only notes what would be run.
@@ -45,6 +45,7 @@ struct ToolOutput {
     u32 length = 0;                          // bytes that are there
     bool isCut = false;                      // there were more
     bool wasStarted = false;                 // the tool ran, though it may have been killed
+    bool hasDied = false;                    // of a signal that it was not sent here: its status says nothing
     std::chrono::milliseconds timeLimit{0};  // how long the tool may run; 0: a minute
     char text[kToolOutputBytesMax + 1];      // terminated
 };
@@ -52,7 +53,7 @@ struct ToolOutput {
 // Composes a line by printf's rules. False, with a log line, when it does not fit: it is then empty.
 [[nodiscard, gnu::format(printf, 2, 3)]] bool ComposeCommand(CommandLine& line, const char* format, ...);
 
-// Runs a line. Its exit status (0 to 255), or -1 with a log line: no word or too many, not started, killed.
+// Runs a line. Its exit status (0 to 255), or -1 with a log line: no word or too many, not started, killed here.
 [[nodiscard]] i32 RunForStatus(const CommandLine& line, ToolOutput* output = nullptr);
 
 // Runs a line for what it does. 0, or -1 with the program's name and its output in the log.

@@ -220,23 +220,26 @@ End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, milliseconds limit) {
     }
 }
 
-// Waits for a child that has ended or is about to: its exit status, or -1 with a log line.
-i32 Reap(pid_t pid, CallSite where) {
-    int status = 0;
+// Waits for a child that has ended or is about to. False with a log line.
+bool Reap(pid_t pid, int& status, CallSite where) {
     while (waitpid(pid, &status, 0) < 0) {
         if (errno == EINTR) continue;
         LogPerror(where, "wait error");
-        return -1;
+        return false;
     }
-    return WEXITSTATUS(status);
+    return true;
 }
 
-i32 Finish(pid_t pid, const Tool& tool, End end, milliseconds limit, CallSite where) {
+i32 Finish(pid_t pid, const Tool& tool, ToolOutput* output, End end, milliseconds limit, CallSite where) {
     if (end != End::kExited && kill(-pid, SIGKILL) != 0) kill(pid, SIGKILL);
-    const i32 status = Reap(pid, where);
+    int status = 0;
+    if (!Reap(pid, status, where)) return -1;
     switch (end) {
         case End::kExited:
-            return status;
+            if (!WIFSIGNALED(status)) return WEXITSTATUS(status);
+            TESSEL_ERR_AT(where, "%s died of signal %d", tool.argv[0], WTERMSIG(status));
+            if (output != nullptr) output->hasDied = true;
+            return 0;
         case End::kTooLong:
             TESSEL_ERR_AT(where, "%s was killed after %lld seconds", tool.argv[0],
                           static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(limit).count()));
@@ -288,6 +291,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
         output->length = 0;
         output->isCut = false;
         output->wasStarted = false;
+        output->hasDied = false;
         output->text[0] = '\0';
     }
     ExecReport report;
@@ -307,7 +311,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
         reader.emplace(readEnd.Get(), *output);
     }
     const End end = AwaitEnd(child, readEnd.Get(), reader ? &*reader : nullptr, limit);
-    const i32 status = Finish(child, tool, end, limit, where);
+    const i32 status = Finish(child, tool, output, end, limit, where);
     if (status == kExecFailedStatus) report.Log(where);
     if (output != nullptr) TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
     return status;
@@ -336,9 +340,9 @@ i32 StartTool(const Tool& tool, const sigset_t& blocked, CallSite where) {
     }
     report.CloseWriteEnd();
     report.Log(where);
-    const i32 error = Reap(child, where);
-    if (error <= 0) return 0;
-    errno = error;
+    int status = 0;
+    if (!Reap(child, status, where) || WEXITSTATUS(status) == 0) return 0;
+    errno = WEXITSTATUS(status);
     LogPerror(where, "fork error");
     return -1;
 }

@@ -19,8 +19,8 @@ struct Tool {
     char* const* argv;  // ends with a null
 };
 
-// Runs the tool and waits for it. Its exit status, or -1 with a log line when it could not be started or was killed.
-// Without `output`, its output goes where the daemon's goes; `pid` may be null too.
+// Runs the tool and waits for it. Its exit status, or -1 with a log line when it could not be started or was killed
+// here. Without `output`, its output goes where the daemon's goes; `pid` may be null too.
 [[nodiscard]] i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid);
 
 // How long a tool may run unless its ToolOutput says otherwise: a minute, or less in tests.

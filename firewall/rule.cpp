@@ -59,7 +59,7 @@ i32 RuleCheck(const char* rule) {
     option[1] = 'C';
     TESSEL_PRT("use check option");
     tessel::ToolOutput output(tessel::kCheckOutputBytes);
-    if (tessel::RunForStatus(check, &output) == 0) return -1;
+    if (tessel::RunForStatus(check, &output) == 0 && !output.hasDied) return -1;
     TESSEL_ERR("%s", rule);
     TESSEL_ERR("%s", output.text);
     if (strstr(output.text, "Bad rule") != nullptr) TESSEL_ERR("the rule not exist");

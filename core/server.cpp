@@ -1,7 +1,7 @@
 #include "core/server.h"
 
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -23,7 +23,7 @@ using tessel::UniqueFd;
 namespace {
 
 // How long a client may be connected without having written its request. Nobody else is served meanwhile.
-constexpr timeval kRequestTimeout{.tv_sec = 5, .tv_usec = 0};
+constexpr std::chrono::seconds kRequestTimeout(5);
 
 constexpr unsigned kRebuildSeconds = 1;
 
@@ -72,12 +72,12 @@ bool ReadRequest(int connection, Request& request) {
     // Often it has already arrived.
     ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
-        setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof(kRequestTimeout));
-        count = read(connection, &request, sizeof(request));
+        (void)tessel::WaitReady(connection, POLLIN, tessel::Deadline(kRequestTimeout));  // after a failure: read
+        count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     }
     if (count < 0 && errno == EAGAIN) {
-        TESSEL_ERR_AT(CallSite::Current(kServer), "no request within %ld seconds!",
-                      static_cast<long>(kRequestTimeout.tv_sec));
+        TESSEL_ERR_AT(CallSite::Current(kServer), "no request within %lld seconds!",
+                      static_cast<long long>(kRequestTimeout.count()));
         return false;
     }
     if (count < 0) {

@@ -1,11 +1,13 @@
 #include "core/log.h"
 
+#include <poll.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +18,7 @@
 #include "core/folder_watch.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
+#include "core/wait.h"
 
 std::FILE* pLogLibFd = nullptr;
 std::FILE* pLogDaemonFd = nullptr;
@@ -155,6 +158,18 @@ void WriteToFile(std::FILE*& file, const std::atomic<i32>& flag, const Line& lin
     if (file != nullptr) fprintf(file, "%s%s", line.prefix, line.message);
 }
 
+// A terminal that is held, or a pipe whose reader has stopped, must not stop the daemon: it is waited for once, for a
+// second, and then left out until it takes text again.
+bool StandardOutputIsReady() {
+    constexpr std::chrono::milliseconds kPatience(1000);
+    constexpr std::chrono::milliseconds kNone(0);
+    static std::atomic<bool> isPatient{true};
+    const Deadline deadline(isPatient.load(std::memory_order_relaxed) ? kPatience : kNone);
+    const bool isReady = WaitReady(STDOUT_FILENO, POLLOUT, deadline) == Wait::kReady;
+    isPatient.store(isReady, std::memory_order_relaxed);
+    return isReady;
+}
+
 void Emit(LogKind kind, const Line& line) {
     const bool debugging = kind == LogKind::kDebug;  // a debug line that gets this far goes everywhere
     if (debugging || LevelReaches(kind)) {
@@ -162,7 +177,7 @@ void Emit(LogKind kind, const Line& line) {
         WriteToFile(pLogLibFd, nLogLibFlag, line);
         WriteToFile(pLogDaemonFd, nLogDaemonFlag, line);
     }
-    if (debugging || IsOn(t_consoleSwitch)) {
+    if ((debugging || IsOn(t_consoleSwitch)) && StandardOutputIsReady()) {
         printf("%s%s", line.prefix, line.message);
         fflush(stdout);
     }

@@ -53,7 +53,6 @@ void SetSignalActions() {
     signal(SIGHUP, SIG_IGN);
     signal(SIGINT, SIG_IGN);
     signal(SIGCHLD, SIG_DFL);  // tools are waited for
-    signal(SIGPIPE, SIG_IGN);  // a client that is gone makes the write fail
 }
 
 }  // namespace
@@ -83,6 +82,8 @@ i32 TesselDaemonInit() {
 void TesselDaemonMain() {
     constexpr char kMain[] = "main";  // the only caller
     OccupyStandardDescriptors();
+    // A client that is gone makes the write fail, and so does a standard output that nobody reads.
+    signal(SIGPIPE, SIG_IGN);
     // Before the forks, so that they are covered: the debug thread does not outlive them, and its message queue stays.
     // The daemon serves without crash reports, too.
     (void)SysdbgInit(nullptr, kCrashFile, 0, 0);

@@ -1,7 +1,6 @@
 // Sessions that clients start and stop under a key of their own, each with a worker: ping, traceroute, router watch.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 
 #include "core/sessions.h"
@@ -48,7 +47,7 @@ class ClientSessions {
         slot.owner = this;
         slot.body = body;
         // The slot's last worker gave it back as the last thing it did: this takes no time.
-        AwaitEnd(slot.worker);
+        slot.worker.End();
         if (slot.worker.Start(threadName, &ClientSessions::RunBody, &slot)) return true;
         Clear(lock, slot, Clearer::kClient);
         return false;
@@ -64,9 +63,8 @@ class ClientSessions {
             slot = slots_.Find(lock, [&](const Slot& each) { return !each.isStopping && matches(each.session); });
             if (slot == nullptr) return false;
             slot->isStopping = true;
-            slot->worker.AskToEnd();
         }
-        AwaitEnd(slot->worker);
+        slot->worker.End();
         Clear(Hold(), *slot, Clearer::kClient);
         return true;
     }
@@ -80,11 +78,6 @@ class ClientSessions {
         Worker worker;            // last: it ends before what it uses
     };
     enum class Clearer { kClient, kWorker };
-
-    static void AwaitEnd(Worker& worker) {
-        while (!worker.AwaitEnd(std::chrono::seconds(1))) {
-        }
-    }
 
     static void RunBody(Worker& self, void* runningSlot) {
         Slot& slot = *static_cast<Slot*>(runningSlot);

@@ -24,11 +24,6 @@ const Worker* Worker::Current() {
     return t_current;
 }
 
-Worker::~Worker() {
-    AskToEnd();
-    Join();
-}
-
 bool Worker::Start(const char* name, Body body, void* session) {
     if (IsRunning()) return false;
     Join();
@@ -53,6 +48,11 @@ void Worker::AskToEnd() {
     const std::lock_guard lock(lock_);
     isWanted_ = false;
     if (stopFd_.IsOpen()) (void)eventfd_write(stopFd_.Get(), 1);
+}
+
+void Worker::End() {
+    AskToEnd();
+    Join();
 }
 
 bool Worker::AwaitEnd(milliseconds limit) {

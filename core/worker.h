@@ -1,7 +1,7 @@
 // One thread with one owner, who starts it, asks it to end, and joins it exactly once.
 //
-// Nothing is ever cancelled: every wait of a body ends when it is asked to end. The owner's calls (Start, AwaitEnd, the
-// destructor) are made one at a time; AskToEnd may come from any thread.
+// Nothing is ever cancelled: every wait of a body ends when it is asked to end. The owner's calls (Start, End,
+// AwaitEnd, the destructor) are made one at a time; AskToEnd may come from any thread.
 #pragma once
 
 #include <pthread.h>
@@ -22,8 +22,9 @@ class Worker {
     using Body = void (*)(Worker& self, void* session);
 
     Worker() = default;
-    // Asks it to end and joins it, however long that takes.
-    ~Worker();
+    ~Worker() {
+        End();
+    }
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
@@ -33,6 +34,9 @@ class Worker {
 
     // Wakes every wait of the body; from any thread, even twice, even when it does not run.
     void AskToEnd();
+
+    // Asks the body to end and joins it, however long that takes. Immediate when none was started.
+    void End();
 
     // Joins the body. False: it is still busy. True immediately when none was started.
     [[nodiscard]] bool AwaitEnd(std::chrono::milliseconds limit);

@@ -10,8 +10,6 @@ const Worker* Worker::Current() {
     return nullptr;
 }
 
-Worker::~Worker() = default;
-
 bool Worker::Start(const char* /*name*/, Body /*body*/, void* /*session*/) {
     if (isRunning_) return false;
     isRunning_ = true;
@@ -21,6 +19,10 @@ bool Worker::Start(const char* /*name*/, Body /*body*/, void* /*session*/) {
 
 void Worker::AskToEnd() {
     isWanted_ = false;
+}
+
+void Worker::End() {
+    isRunning_ = false;
 }
 
 bool Worker::AwaitEnd(std::chrono::milliseconds /*limit*/) {

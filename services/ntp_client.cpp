@@ -78,9 +78,7 @@ void ClearRecord(TNtpcInfo& info) {
 // Joins the worker, whatever it does.
 void EndWorker(TNtpcInfo& info) {
     info.isRunning = 0;
-    info.worker.AskToEnd();
-    while (!info.worker.AwaitEnd(kSecond)) {
-    }
+    info.worker.End();
     ClearRecord(info);
 }
 

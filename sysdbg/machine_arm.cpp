@@ -31,7 +31,7 @@ bool ReadWord(std::uint32_t address, std::uint32_t& word) {
 // The index table of the module that is mapped at `counter`.
 bool FindTable(std::uint32_t counter, ExidxTable& table) {
     const MapEntry* entry = FindMapEntry(counter);
-    if (entry == nullptr || entry->path[0] == '\0') return false;
+    if (entry == nullptr || !entry->HasFile()) return false;
     const ElfFile file(entry->path);
     ElfW(Phdr) segment{};
     if (!file.IsValid() || !file.FindSegment(PT_ARM_EXIDX, segment)) return false;

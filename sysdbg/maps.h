@@ -15,7 +15,12 @@ struct MapEntry {
     std::uint64_t offset;  // of `start` in the file
     char device[16];
     std::uint64_t inode;
-    char path[256];  // cut; empty for anonymous memory
+    char path[256];  // cut; empty for anonymous memory, "[stack]" and the like for the kernel's own
+
+    // A relative name would be looked up in the working directory, where everybody may put a file.
+    [[nodiscard]] bool HasFile() const {
+        return path[0] == '/';
+    }
 };
 
 // Reads one line of a maps file. False when it is not one.

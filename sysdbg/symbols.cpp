@@ -101,6 +101,7 @@ void Locate(std::uintptr_t address, bool isReturnAddress, Location& location) {
     if (entry == nullptr || entry->path[0] == '\0') return;
     location.module = entry->path;
     location.offset = address - entry->start;
+    if (!entry->HasFile()) return;
 
     const ElfFile file(entry->path);
     if (!file.IsValid()) return;

@@ -30,11 +30,9 @@ i32 KillProcess(const InterfaceProcess& wanted, pid_t pid, CallSite where) {
 }
 
 i32 StartWorker(TDhcpcInfo& info, const char* name, Worker::Body body, CallSite where) {
+    if (info.worker.IsRunning() && !info.worker.IsWanted()) EndWorker(info, where);
     info.isRunning = 1;
-    if (info.worker.IsRunning()) {
-        if (info.worker.IsWanted()) return 0;
-        EndWorker(info, where);
-    }
+    if (info.worker.IsRunning()) return 0;
     if (info.worker.Start(name, body, &info)) return 0;
     TESSEL_ERR_AT(where, "DhcpcProcessThread created error!");
     info.isRunning = 0;

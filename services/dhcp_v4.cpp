@@ -158,6 +158,7 @@ void DhcpcProcessThread(tessel::Worker& self, void* session) {
         if (!file.IsThere()) {
             (void)self.Sleep(kLook);
         } else if (!TakeResult(info, file, event, CallSite::Current())) {
+            self.AskToEnd();  // a start that comes now begins anew
             info.isRunning = 0;
             return;
         }

@@ -168,7 +168,8 @@ void TakeResult(TDhcpcInfo& info, const ResultFile& file, u32& event, const tess
     tessel::FileIdentity read;
     if (DhcpcReadDhcpcConfFileV6(&info, &event, &read) != 0) {
         TESSEL_ERR_AT(where, "read config file error");
-        if (self.IsWanted()) (void)remove(file.Path());
+        // A newer one stays, and so does one that could not be opened for want of a descriptor.
+        if (self.IsWanted()) (void)file.Remove(read);
         (void)self.Sleep(kAfterFailure);
         return;
     }

@@ -17,6 +17,7 @@ namespace tessel {
 
 namespace {
 
+constexpr int kRetryMs = 60'000;
 constexpr std::size_t kMessageMax = 2048;  // RFC 4861 needs some 100; longer ones are truncated
 
 // A raw ICMPv6 socket for one interface.
@@ -77,14 +78,19 @@ class Listeners {
         count_ = active.count;
     }
 
-    // Waits. Calls take(listener) for each socket that has something; true when the table was rebuilt.
+    // Waits. Calls take(listener) for each socket that has something; true when sockets are to be opened: the table was
+    // rebuilt, or one could not be opened a minute ago.
     template <typename Take>
     bool Wait(Take take) {
         pollfd waited[kNetdevMax + 1];
         waited[kNetdevMax] = {.fd = NetdevRebuildFd(), .events = POLLIN, .revents = 0};
-        for (u32 i = 0; i < kNetdevMax; ++i)
+        int waitMs = -1;
+        for (u32 i = 0; i < kNetdevMax; ++i) {
             waited[i] = {.fd = i < count_ ? listeners_[i].fd.Get() : -1, .events = POLLIN, .revents = 0};
-        if (poll(waited, kNetdevMax + 1, -1) < 0) return false;
+            if (i < count_ && !listeners_[i].fd.IsOpen()) waitMs = kRetryMs;
+        }
+        const int ready = poll(waited, kNetdevMax + 1, waitMs);
+        if (ready <= 0) return ready == 0;
         for (u32 i = 0; i < count_; ++i) {
             if (waited[i].revents != 0) take(listeners_[i]);
         }
@@ -144,7 +150,7 @@ void ListenToNeighbours(void (*take)(const char* interfaceName, const NeighbourM
     Listeners listeners;
     listeners.Follow(CopyNames());
     while (true) {
-        const bool isRebuilt = listeners.Wait([&](const Listener& listener) {
+        const bool mustFollow = listeners.Wait([&](const Listener& listener) {
             u8 buffer[kMessageMax];
             std::span<u8> bytes;
             NeighbourPath path{};
@@ -152,7 +158,7 @@ void ListenToNeighbours(void (*take)(const char* interfaceName, const NeighbourM
             const auto message = ReadNeighbourMessage(bytes, path);
             if (message) take(listener.name, *message);
         });
-        if (isRebuilt) listeners.Follow(CopyNames());
+        if (mustFollow) listeners.Follow(CopyNames());
     }
 }
 

@@ -72,7 +72,7 @@ bool ReadRequest(int connection, Request& request) {
     // Often it has already arrived.
     ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
-        (void)tessel::WaitReady(connection, POLLIN, tessel::Deadline(kRequestTimeout));  // after a failure: read
+        (void)tessel::WaitReady(connection, POLLIN, tessel::Deadline(kRequestTimeout));
         count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
     }
     if (count < 0 && errno == EAGAIN) {

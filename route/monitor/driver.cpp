@@ -19,6 +19,7 @@ constexpr std::size_t kMessageBytes = 1040;
 // Events have the numbers 1 to 9. What they stand for is the module's own affair.
 constexpr u16 kEventFirst = 1;
 constexpr u16 kEventLast = 9;
+constexpr u16 kAddressEvent = 5;
 
 void NetlinkSend(int fd) {
     nlmsghdr message{};
@@ -34,7 +35,7 @@ void NetlinkSend(int fd) {
 void NetlinkDeal(u16 event) {
     TESSEL_PRT("NetlinkDeal type = %d", event);
     switch (event) {
-        case 5:
+        case kAddressEvent:
             tessel::NoteAddressChange();
             [[fallthrough]];
         case 1:
@@ -55,6 +56,10 @@ void NetlinkRecv(int fd) {
         if (size < 0 && errno != EINTR && errno != ENOBUFS) {
             TESSEL_PERROR("recvfrom error");
             return;
+        }
+        if (size < 0) {
+            if (errno == ENOBUFS) NetlinkDeal(kAddressEvent);  // events were lost: it stands for all of them
+            continue;
         }
         if (size == 0) TESSEL_ERR("recv form kerner:%d", 0);
         // What was not received reads as 0. The payload is the module's own.

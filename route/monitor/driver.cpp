@@ -16,7 +16,7 @@ constexpr int kProtocol = 30;
 constexpr u16 kRegister = 8;
 constexpr std::size_t kMessageBytes = 1040;
 
-// Events have the numbers 1 to 9. What they stand for is the module's own affair.
+// Events have the numbers 1 to 9. What most of them stand for is the module's own affair.
 constexpr u16 kEventFirst = 1;
 constexpr u16 kEventLast = 9;
 constexpr u16 kAddressEvent = 5;

@@ -7,7 +7,6 @@
 #include "core/ipc.h"
 #include "tests/ctl/tool.h"
 #include "tests/support/arp.h"
-#include "tests/support/conversation.h"
 #include "tests/support/dhcp.h"
 #include "tests/support/listener.h"
 

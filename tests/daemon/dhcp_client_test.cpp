@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "tests/support/conversation.h"
+#include "tests/support/daemon.h"
 #include "tests/support/dhcp.h"
 #include "tests/support/listener.h"
 #include "tests/support/proc.h"

@@ -2,7 +2,6 @@
 
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
-#include "tests/support/lines.h"
 #include "tests/support/proc.h"
 
 namespace tessel::test {

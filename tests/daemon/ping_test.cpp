@@ -34,12 +34,13 @@ class PingTool : public testing::Test {
     }
     void ExpectLogged(std::initializer_list<const char*> texts) {
         for (const std::string text : texts) {
-            const auto hasCome = [&] { return (lines += Joined(log.Take()) + "; ").find(text) != std::string::npos; };
+            const auto hasCome = [&] {
+                return (lines += Joined(tools.TakeLines()) + "; ").find(text) != std::string::npos;
+            };
             EXPECT_TRUE(Eventually(hasCome)) << text << " in " << lines;
         }
     }
-    NotedTools tools;
-    LoggedLines log{4};
+    LoggedTools tools{4};
     std::string lines;
 };
 

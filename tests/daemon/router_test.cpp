@@ -47,8 +47,7 @@ class RouterWatching : public testing::Test {
     void Stop(const char* name) {
         EXPECT_EQ(tools.Status(0x118, Padded(name, 16)), 0);
     }
-    NotedTools tools;
-    LoggedLines log{4};
+    LoggedTools tools{4};
     std::mutex lock;  // held for what follows, which workers read
     std::string linkAddress, mac, addresses, gateway;
     int reads = 0;
@@ -100,7 +99,7 @@ TEST_F(RouterWatching, ReportsWhatChanges) {
     Stop("eth0");
     Show(kA, "fe80::7");
     EXPECT_EQ(Next(second, 100), "");
-    EXPECT_EQ(log.Take().back(), "ApidRouterAdvertiseStop: ApidRouterAdvertiseStop, nErrid = 0");
+    EXPECT_EQ(tools.TakeLines().back(), "ApidRouterAdvertiseStop: ApidRouterAdvertiseStop, nErrid = 0");
 }
 
 TEST_F(RouterWatching, InterfacesForThemselvesAndFiveAtATime) {
@@ -116,12 +115,12 @@ TEST_F(RouterWatching, InterfacesForThemselvesAndFiveAtATime) {
     EXPECT_EQ(Next(zero, 50) + Next(one, 0), "");
     for (const char* name : {"", "-x", "sixteen-letters-", "eth5"})
         EXPECT_EQ(Start(name), -1) << name;
-    EXPECT_THAT(Joined(log.Take()),
+    EXPECT_THAT(Joined(tools.TakeLines()),
                 testing::EndsWith("RouterAdvertiseStart: the module may be not inited or the iface has up to maximum "
                                   "!; ApidRouterAdvertiseStart: RouterAdvertiseStart error!; ApidRouterAdvertiseStart: "
                                   "ApidRouterAdvertiseStart, nErrid = -1"));
     Stop("eth5");
-    EXPECT_THAT(Joined(log.Take()), HasSubstr("the eth5 router advertise has stopped!"));
+    EXPECT_THAT(Joined(tools.TakeLines()), HasSubstr("the eth5 router advertise has stopped!"));
     Stop("eth2");
     EXPECT_EQ(Start("eth5"), 0);
 }
@@ -132,7 +131,7 @@ TEST_F(RouterWatching, OneSolicitationGoesOutPerWatch) {
     linkAddress = "    inet6 fe80::211:22ff:fe33:4455/64 scope link \n";
     mac = "    link/ether 22:11:22:33:44:55 brd ff\n";
     SendRsPacket("eth0");
-    EXPECT_EQ(Joined(log.Take()),
+    EXPECT_EQ(Joined(tools.TakeLines()),
               "GetLinkAddr: FindStrMatchHead error!; SendRsPacket: get link addr fail; SendRsPacket: eth0 link addr is "
               "fe80::211:22ff:fe33:4455; MacaddrGet: strtol error; SendRsPacket: get mac fail");
     mac = "    link/ether 00:11:22:33:44:55 brd ff\n";

@@ -5,7 +5,6 @@
 
 #include "core/startup/command_table.h"
 #include "tests/support/daemon.h"
-#include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {

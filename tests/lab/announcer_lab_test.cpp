@@ -4,7 +4,6 @@
 #include "tests/support/arp.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
-#include "tests/support/lines.h"
 #include "tests/support/listener.h"
 #include "tests/support/proc.h"
 

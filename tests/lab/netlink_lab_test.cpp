@@ -7,7 +7,6 @@
 #include "tests/support/arp.h"
 #include "tests/support/daemon.h"
 #include "tests/support/far.h"
-#include "tests/support/lines.h"
 
 namespace tessel::test {
 namespace {

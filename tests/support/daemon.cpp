@@ -13,8 +13,6 @@
 #include "core/ipc.h"
 #include "tessel/command.h"
 #include "tessel/mtu.h"
-#include "tests/support/files.h"
-#include "tests/support/lines.h"
 
 namespace tessel::test {
 

@@ -1,17 +1,16 @@
 // A running daemon, the tools it finds, and raw requests to it.
 #pragma once
 
-#include <sys/types.h>
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "core/types.h"
 #include "core/unique_fd.h"
+#include "tessel/gateway.h"
+#include "tests/support/files.h"
 
 namespace tessel::test {
 
@@ -29,6 +28,14 @@ inline std::string Number(u32 value) {
 inline std::string Padded(std::string text, std::size_t bytes) {
     text.resize(bytes);
     return text;
+}
+
+// An address as requests hold it. Any text that is none has the family 7, which nobody knows.
+inline TNetGateway Address(const char* text) {
+    TNetGateway address{};
+    address.wSinFamily = strchr(text, ':') != nullptr ? 10 : strchr(text, '.') != nullptr ? 2 : 7;
+    (void)inet_pton(address.wSinFamily, text, address.abyAddr);
+    return address;
 }
 
 // Closed when no connection could be made.

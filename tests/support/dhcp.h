@@ -7,7 +7,6 @@
 
 #include "core/process.h"
 #include "tests/support/files.h"
-#include "tests/support/lines.h"
 
 namespace tessel::test {
 

@@ -8,7 +8,6 @@
 
 #include "core/ipc.h"
 #include "tests/support/daemon.h"
-#include "tests/support/files.h"
 
 namespace tessel::test {
 

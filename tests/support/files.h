@@ -1,4 +1,5 @@
-// Small files that tests write and read, waiting for something to happen, and the words that most tests use.
+// Small files that tests write and read, their lines as one text, waiting for something to happen, and the words that
+// most tests use.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace tessel::test {
 
@@ -40,6 +42,31 @@ inline void WriteFile(const std::string& path, std::string_view text) {
 inline void WriteProgram(const std::string& path, std::string_view text) {
     WriteFile(path, text);
     chmod(path.c_str(), 0755);
+}
+
+// Lines as one text, so that rows of tables stay short.
+inline std::string Joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines)
+        text += (&line == lines.data() ? "" : "; ") + line;
+    return text;
+}
+
+// The parts of a text; none of an empty one.
+inline std::vector<std::string> Split(const std::string& text, const std::string& separator = "; ") {
+    std::vector<std::string> parts;
+    for (std::size_t at = 0, end = 0; !text.empty() && end != std::string::npos; at = end + separator.size()) {
+        end = text.find(separator, at);
+        parts.push_back(text.substr(at, end - at));
+    }
+    return parts;
+}
+
+// Without what stands behind the last end of a line.
+inline std::vector<std::string> WholeLines(const std::string& text) {
+    std::vector<std::string> lines = Split(text, "\n");
+    if (!lines.empty()) lines.pop_back();
+    return lines;
 }
 
 // A new folder in front of PATH.

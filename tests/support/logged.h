@@ -1,12 +1,55 @@
-// Requests and all that they leave behind: the reply, the lines that are run, and those in the log.
+// Command handlers called directly, above tools that are only noted, and all that a request leaves behind: the reply,
+// the lines that are run, and those in the log.
 #pragma once
 
+#include <sys/socket.h>
+
+#include <map>
 #include <variant>
 
-#include "tests/support/conversation.h"
-#include "tests/support/noted.h"
+#include "core/exec_note.h"
+#include "core/log_control.h"
+#include "core/startup/command_table.h"
+#include "tessel/ipc.h"
+#include "tests/support/daemon.h"
 
 namespace tessel::test {
+
+// What this process logs while one lives.
+class LoggedLines {
+  public:
+    explicit LoggedLines(i32 level) {
+        LogFileCtl open{.eCmd = TESSEL_LOG_OPEN_DAEMON, .achLibPath = {}, .achDaemonPath = {}};
+        memcpy(open.achDaemonPath, kPath, sizeof(kPath));
+        EXPECT_EQ(LogDaemonFileManage(&open), 0);
+        TesselDebugLevelSet(level);
+    }
+    ~LoggedLines() {
+        TesselDebugLevelSet(2);
+    }
+    LoggedLines(const LoggedLines&) = delete;
+    LoggedLines& operator=(const LoggedLines&) = delete;
+
+    // The lines since the last call as "FUNCTION: text"; "[TESSEL_ERR]:PID[1]:TID[1]:[" and the like are left out.
+    std::vector<std::string> Take() {
+        std::vector<std::string> lines = WholeLines(ReadFile(kPath));
+        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(taken_));
+        taken_ += lines.size();
+        for (std::string& line : lines) {
+            const std::size_t name = line.find('[', line.find("TID[") + 4);
+            const std::size_t end = line.find("](", name);
+            const std::size_t text = line.find("): ", end);
+            const bool isWhole = name != std::string::npos && end != std::string::npos && text != std::string::npos;
+            if (isWhole) line = line.substr(name + 1, end - name - 1) + line.substr(text + 1);
+        }
+        return lines;
+    }
+
+  private:
+    static constexpr char kPath[] = "/tmp/logged-lines";
+
+    std::size_t taken_ = 0;
+};
 
 // A command and its payload.
 struct Call {
@@ -17,22 +60,63 @@ struct Call {
 // Lines are joined by "; ". Those of the log are "FUNCTION: text", or "text" of the function before; "$" is a line that
 // was run, the first and then the next, and "#FUNCTION" that it, or the first, failed, and who logs that.
 struct Exchange {
-    const char* description;
+    std::string description;
     Call call;
     std::variant<i32, std::string> expectedReply;  // the status word, or all bytes
     std::string expectedRuns;
-    const char* expectedLog = nullptr;  // null: not looked at
+    std::optional<std::string> expectedLog = {};  // nothing: not looked at
 };
 
-// Noted tools, and what is logged above them.
-class LoggedTools : public NotedTools {
+// The tools, the handlers that run them, and what is logged above them.
+class LoggedTools {
   public:
-    explicit LoggedTools(i32 level = 5) : log_(level) {}
+    explicit LoggedTools(i32 level = 5) : log_(level) {
+        (void)TakeRuns();  // an earlier test's
+        AnswerTools([this](const std::string& line) { return answers_[line]; });
+    }
+    ~LoggedTools() {
+        AnswerTools({});
+    }
+    LoggedTools(const LoggedTools&) = delete;
+    LoggedTools& operator=(const LoggedTools&) = delete;
+
+    // How a tool called with exactly this line ("ip -4 addr show dev eth0") answers; unknown lines succeed silently.
+    void Answer(const std::string& line, const std::string& output, int status = 0) {
+        answers_[line] = {output, status};
+    }
 
     // Tools called with exactly these lines print "No." and end with status 2.
-    void Fail(std::initializer_list<const char*> lines) {
-        for (const char* line : lines)
+    void Fail(std::initializer_list<std::string> lines) {
+        for (const std::string& line : lines)
             Answer(line, "No.", 2);
+    }
+
+    // The lines run since the last call, in order.
+    std::vector<std::string> TakeRuns() {
+        return TakeToolLines();
+    }
+
+    // What the handler of `type` replies: the payload, or nothing when it does not reply.
+    std::optional<std::string> Request(u32 type, std::string_view payload) {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+        const UniqueFd client(ends[0]);
+        const UniqueFd server(ends[1]);
+        // As in the server: what was not sent reads as zero.
+        std::string buffer = Padded(std::string(payload), TESSEL_PAYLOAD_MAX);
+        for (const CommandRow& row : ServedCommands()) {
+            if (row.type == type)
+                (void)row.handler(server.Get(), type, buffer.data(), static_cast<i32>(payload.size()));
+        }
+        std::string answer(sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, '\0');
+        const ssize_t count = read(client.Get(), answer.data(), answer.size());
+        answer.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return PayloadOf(type, answer);
+    }
+
+    // The reply's status word; 12345 without a reply.
+    i32 Status(u32 type, std::string_view payload) {
+        return StatusOf(Request(type, payload));
     }
 
     void Check(std::initializer_list<Exchange> rows) {
@@ -45,8 +129,7 @@ class LoggedTools : public NotedTools {
             const std::vector<std::string> runs = TakeRuns();
             EXPECT_EQ(Joined(runs), row.expectedRuns) << row.description;
             const std::string log = TakeLog();
-            if (row.expectedLog == nullptr) continue;
-            EXPECT_EQ(log, WithRuns(row.expectedLog, runs)) << row.description;
+            EXPECT_EQ(log, row.expectedLog ? WithRuns(*row.expectedLog, runs) : log) << row.description;
         }
     }
 
@@ -62,6 +145,11 @@ class LoggedTools : public NotedTools {
             if (!name.empty()) before = name;
         }
         return Joined(lines);
+    }
+
+    // As they are.
+    std::vector<std::string> TakeLines() {
+        return log_.Take();
     }
 
   private:
@@ -84,6 +172,7 @@ class LoggedTools : public NotedTools {
     }
 
     LoggedLines log_;
+    std::map<std::string, ToolAnswer> answers_;
 };
 
 // A request that begins with, or holds, the name of an interface: its first bytes, or all of them.

@@ -11,7 +11,6 @@
 #include "sysdbg/guard.h"
 #include "sysdbg/sysdbg.h"
 #include "sysdbg/trace.h"
-#include "tests/support/lines.h"
 #include "tests/support/proc.h"
 
 namespace {

@@ -9,7 +9,6 @@
 #include "core/exec_seam.h"
 #include "core/process.h"
 #include "tests/support/files.h"
-#include "tests/support/lines.h"
 
 namespace tessel::test {
 namespace {

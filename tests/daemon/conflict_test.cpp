@@ -2,7 +2,6 @@
 #include "probe/conflict/conflict.h"
 
 #include "probe/conflict/arp_conflict.h"
-#include "probe/conflict/neighbour_conflict.h"
 #include "tests/support/arp.h"
 #include "tests/support/logged.h"
 
@@ -78,21 +77,6 @@ TEST(Conflict, ArpPacketsAgainstATable) {
     table.atRecord[1] = Eth0();
     table.atRecord[1].tIfaceIp = {.dwNum = 99, .atIp = {}};
     EXPECT_EQ(CheckMacConflict(&table, "eth0", &arp, &report), 0) << "no address that is IPv4";
-}
-
-TEST(Conflict, NeighboursAreLogged) {
-    const TNetdevRecord record = Eth0();
-    NeighbourMessage message{.isAdvertisement = true, .target = {}, .linkAddress = {}};
-    memcpy(&message.target, kInet6.data(), kInet6.size());
-    LoggedLines log(2);
-    for (const std::string& mac : {kPeerMac, kOwnMac}) {
-        TNetConflictReport report{};
-        message.linkAddress = std::span<const u8, 6>(reinterpret_cast<const u8*>(mac.data()), 6);
-        EXPECT_NE(CheckNeighbour(record, message, report), 0U);
-    }
-    const std::string at = "[2001:db8::20] The other side MAC[02:00:00:00:";
-    EXPECT_EQ(Joined(log.Take()), "CheckNeighbour: interface[eth0]:Conflicted IP" + at +
-                                      "01:77]; CheckNeighbour: interface[eth0]:Conflicted MAC" + at + "00:00]");
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ TNetDhcpsConf ServerConf(u32 prefixBits = 24, const std::vector<const char*>& dn
 }
 
 Call Start(const char* name, const TNetDhcpsConf& conf = ServerConf(), u16 family = 2) {
-    return {0x801, Of(0, name, family).payload.append(Bytes(conf))};
+    return {0x801, Of(0, name, family).payload.append(Bytes(conf)), "ApidDhcpsStart: DhcpsStart error!"};
 }
 
 class DhcpServer : public testing::Test {
@@ -66,14 +66,14 @@ TEST_F(DhcpServer, ConfigurationIsWrittenAndTheServerStarted) {
                       "ApidDhcpsStart: the achDevname : eth0, wSinFamily : 2; dhcps start sucessfully!"}});
         EXPECT_EQ(ReadFile("/usr/etc/udhcpd4_eth0.conf"),
                   "start 10.9.0.20\nend 10.9.0.21\ninterface eth0\n" + dnsLines + "option subnet " + mask +
-                      "\noption router 10.9.0.1\noption lease 86400\nmax_leases 100\n"
-                      "lease_file /usr/etc/udhcpd4.leases\npidfile /usr/etc/udhcpd4_eth0.pid\n");
+                      "\noption router 10.9.0.1\noption lease 86400\nmax_leases 100\nlease_file "
+                      "/usr/etc/udhcpd4.leases\npidfile /usr/etc/udhcpd4_eth0.pid\n");
         EXPECT_FALSE(exists("/usr/etc/udhcpd4_eth0.conf.new"));
         EXPECT_EQ(ReadFile("/usr/etc/udhcpd4.leases"), "leases");
         Clear();
     }
     const TNetDhcpsConf many = ServerConf(24, std::vector<const char*>(64, "111.111.111.111"));
-    EXPECT_EQ(tools.Status(0x801, Start("fifteen-letters", many).payload), 0);
+    EXPECT_EQ(tools.Status(Start("fifteen-letters", many)), 0);
     EXPECT_THAT(ReadFile("/usr/etc/udhcpd4_fifteen-letters.conf"), HasSubstr("_fifteen-letters.pid\n"));
     EXPECT_TRUE(exists("/usr/etc/udhcpd4.leases"));
 }
@@ -108,10 +108,8 @@ TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
     Serve({"eth0", "eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7"});
     WriteFile("/usr/etc/udhcpd4_eth3.pid", "1");
     tools.Check({
-        {"a ninth", Start("eth8"), -1, "",
-         "DhcpsStart: the dhcp server has up to maxmium!; ApidDhcpsStart: DhcpsStart error!"},
-        {"again", Start("eth3"), -1, "",
-         "DhcpsStart: the interface eth3 Family 2 has startted!; ApidDhcpsStart: DhcpsStart error!"},
+        {"a ninth", Start("eth8"), -1, "", "DhcpsStart: the dhcp server has up to maxmium!"},
+        {"again", Start("eth3"), -1, "", "DhcpsStart: the interface eth3 Family 2 has startted!"},
         {"status", Of(kGetStatus, "eth7"), 1, ""},
         {"of the other family", Of(kGetStatus, "eth7", 10), 0, ""},
     });
@@ -172,7 +170,7 @@ TEST_F(DhcpServer, FilesThatCannotBeWrittenStartNothing) {
     };
     for (const auto& [trouble, lines] : rows) {
         EXPECT_EQ(std::system(trouble), 0);
-        EXPECT_EQ(tools.Status(0x801, Start("eth0").payload), -1);
+        EXPECT_EQ(tools.Status(Start("eth0")), -1);
         EXPECT_THAT(tools.TakeLog(), testing::MatchesRegex(
                                          lines + "; DhcpsStart: StartDhcps error!; ApidDhcpsStart: DhcpsStart error!"));
         tools.Check({{trouble, Of(kGetStatus, "eth0"), 0, ""}});

@@ -47,23 +47,6 @@ TEST(Hostile, SilentClientIsServedForABoundedTime) {
     EXPECT_LT(waited, 15s);
 }
 
-TEST(Hostile, HundredClientsAtOnceAreAnsweredAfterOthersHaveLeftEarly) {
-    const Daemon daemon;
-    for (int i = 0; i < 200; ++i) {
-        const UniqueFd fd = ConnectToDaemon();
-        const IpcMsgHead head{.type = 0x112, .size = 16, .flag = 0};
-        if (i % 2 == 0) send(fd.Get(), &head, static_cast<std::size_t>(i) % sizeof(head), MSG_NOSIGNAL);
-        if (i % 3 == 0) send(fd.Get(), &head, sizeof(head), MSG_NOSIGNAL);
-    }
-    std::atomic<int> answered{0};
-    std::array<std::thread, 100> clients;
-    for (std::thread& client : clients)
-        client = std::thread([&] { answered += Serves() ? 1 : 0; });
-    for (std::thread& client : clients)
-        client.join();
-    EXPECT_EQ(answered, 100);
-}
-
 long ResidentPages(pid_t pid) {
     const std::string statm = ReadFile("/proc/" + std::to_string(pid) + "/statm");
     return std::stol(statm.substr(statm.find(' ')));
@@ -71,9 +54,13 @@ long ResidentPages(pid_t pid) {
 
 TEST(Hostile, HundredThousandRequestsLeaveNothingBehind) {
     const Daemon daemon;
-    const auto request = [](int count) {
-        for (int i = 0; i < count; ++i)
+    const auto request = [](std::size_t count) {
+        const IpcMsgHead head{.type = 0x112, .size = 16, .flag = 0};
+        for (std::size_t i = 0; i < count; ++i) {
+            // Some leave early, with a part of a header or without waiting for the answer.
+            if (i % 7 == 0) send(ConnectToDaemon().Get(), &head, i % (sizeof(head) + 1), MSG_NOSIGNAL);
             ASSERT_TRUE(i % 10 == 0 ? SendRaw(0x999, 5000, "x").has_value() : Serves());
+        }
     };
     request(2000);
     const long pages = ResidentPages(daemon.Pid());

@@ -22,20 +22,21 @@ TEST(Mtu, IsLogged) {
         {"set", Set("eth0", 1400), 0, "", "ApidMtuSet: ApidMtuSet achDevName : eth0, dwMtu : 1400 "},
         {"get", Get("eth0"), mtu, "", "MtuGet: MtuGet pchIfaceName : eth0; MtuGet mtu : 1400"},
     });
-    EXPECT_EQ(tools.Status(0x111, Set("eth0", 1).payload), -1);
-    EXPECT_EQ(tools.Status(0x112, Get("-V").payload), -1);
+    EXPECT_EQ(tools.Status(Set("eth0", 1)), -1);
+    EXPECT_EQ(tools.Status(Get("-V")), -1);
     EXPECT_THAT(
         tools.TakeLog(),
-        testing::MatchesRegex(
-            "ApidMtuSet: ApidMtuSet achDevName : eth0, dwMtu : 1 ; .*:MtuSet\\([0-9]+\\):ioctl "
-            "error\\{errno\\(22\\):.*; MtuSet error!; MtuGet: MtuGet pchIfaceName : -V; .*:MtuGet\\([0-9]+\\):ioctl "
-            "error\\{errno\\(19\\):.*; ApidMtuGet: MtuGet error!"));
+        testing::MatchesRegex("ApidMtuSet: ApidMtuSet achDevName : eth0, dwMtu : 1 ; .*:MtuSet\\([0-9]+\\):ioctl "
+                              "error\\{errno\\(22\\):.*; MtuSet error!; MtuGet: MtuGet pchIfaceName : -V; "
+                              ".*:MtuGet\\([0-9]+\\):ioctl error\\{errno\\(19\\):.*; ApidMtuGet: MtuGet error!"));
 }
 
 TEST(Service, IsStoppedByItsNameOnThisSystem) {
     LoggedTools tools;
     tools.Fail({"killall -9 nobody"});
-    const auto stop = [](const char* name) { return Call{0x126, Padded(name, 16)}; };
+    const auto stop = [](const char* name) {
+        return Call{0x126, Padded(name, 16), "ApidServiceStop: ExecCmd Service Stop error!"};
+    };
     WriteFile("/etc/issue", "Device\n");
     tools.Check({{"device", stop("ssh"), 0, "killall -9 dropbear"},
                  {"device", stop("telnetd"), 0, "killall -9 telnetd"},
@@ -46,13 +47,10 @@ TEST(Service, IsStoppedByItsNameOnThisSystem) {
         {"desktop", stop("telnetd"), 0, "killall -9 in.telnetd"},
         {"desktop", stop("ftpd"), 0, "killall -9 vsftpd"},
         {"any other", stop("crond"), 0, "killall -9 crond"},
-        {"not running", stop("nobody"), -1, "killall -9 nobody",
-         "ExecCmd: killall; No.; ApidServiceStop: ExecCmd Service Stop error!"},
-        {"an option", stop("-V"), -1, "",
-         "ServiceStop: the text [-V] is invalid!; ApidServiceStop: ExecCmd Service Stop error!"},
+        {"not running", stop("nobody"), -1, "killall -9 nobody", "ExecCmd: killall; No."},
+        {"an option", stop("-V"), -1, "", "ServiceStop: the text [-V] is invalid!"},
         {"a file", stop("/proc/1/exe"), -1, ""},
-        {"this program", stop("tessel_daemon"), -1, "",
-         "ServiceStop: the service name [tessel_daemon] is invalid!; ApidServiceStop: ExecCmd Service Stop error!"},
+        {"this program", stop("tessel_daemon"), -1, "", "ServiceStop: the service name [tessel_daemon] is invalid!"},
     });
 }
 
@@ -60,7 +58,7 @@ TEST(LogCommands, SteerTheLog) {
     LoggedTools tools(2);
     // What a refused MTU logs: an error, and what was asked for before that.
     const auto logged = [&] {
-        EXPECT_EQ(tools.Status(0x111, Set("eth9", 1).payload), -1);
+        EXPECT_EQ(tools.Status(Set("eth9", 1)), -1);
         return tools.TakeLog();
     };
     EXPECT_EQ(tools.Status(0x702, Number(4)), 0);

@@ -1,4 +1,4 @@
-// The broadcast ARP announcer and traffic statistics on real links.
+// The broadcast ARP announcer on a real link, and the sampler of traffic statistics.
 #include <netinet/if_ether.h>
 
 #include "tests/support/arp.h"
@@ -57,30 +57,15 @@ TEST(AnnouncerLab, SendsBurstsUntilItIsStopped) {
         EXPECT_EQ(Split(ReadFile("/var/log/messages") + " ", text).size(), count + 1) << text;
 }
 
-TEST(TrafficLab, ReportsWhatPassesAndHasOneSampler) {
+TEST(TrafficLab, HasOneSampler) {
     const Daemon daemon;
     Listener listener(TESSEL_SOCKET_STAT);
-    tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]{};
-    const auto next = [&] {
-        EXPECT_EQ(listener.Next(), 0);
-        EXPECT_EQ(listener.event.size, 72U);
-        EXPECT_EQ(tessel_event_traffic(&listener.event, traffic), TESSEL_OK);
-    };
+    const auto next = [&] { EXPECT_TRUE(listener.Next() == 0 && listener.event.size == 72); };
     const auto samplers = [&] { return Threads(daemon.Pid(), "stat_thread\n"); };
-    RunOnDevice("ip link set eth0 up; ip link set eth1 up; ip link set eth2 up; ip addr add 10.9.0.1/24 dev eth0");
     EXPECT_EQ(tessel_traffic_stop(), TESSEL_OK);
     ASSERT_EQ(tessel_traffic_start(1), TESSEL_OK);
     ASSERT_EQ(tessel_traffic_start(60), TESSEL_OK) << "goes on with its own interval";
     next();
-    const FarLink far("far0", ETH_P_ALL);
-    for (int frame = 0; frame < 100; ++frame)
-        far.Send(std::string(12, '\x02') + std::string(988, '\x08'));
-    next();
-    EXPECT_GE(traffic[0].received_bits_per_second, 800'000) << "100 frames of 1000 bytes within one second";
-    EXPECT_TRUE(traffic[0].sent_bits_per_second < 200'000 && traffic[2].is_valid == 1);
-    RunOnDevice("ip link del eth2");
-    next();
-    EXPECT_EQ(traffic[2].is_valid, 0);
     // A stop lets the period that runs be reported, then the sampler ends; a start before goes on with it. However a
     // start meets that end, at once or after one more period, one samples afterwards.
     for (int round = 0; round < 3; ++round) {

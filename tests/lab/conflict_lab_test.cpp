@@ -226,6 +226,9 @@ TEST_F(ConflictLab, TheSameInet6AddressOnTwoHosts) {
     }
     solicit();
     EXPECT_EQ(reports.Next(500), "");
+    const std::string at = "[2001:db8::20] The other side MAC[02:00:00:00:";
+    EXPECT_TRUE(IsLogged("[CheckNeighbour](") && IsLogged("interface[eth0]:Conflicted IP" + at));
+    EXPECT_TRUE(IsLogged("interface[eth0]:Conflicted MAC" + at + "00:00]"));
 }
 
 }  // namespace

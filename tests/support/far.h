@@ -1,10 +1,8 @@
 // The hosts at the other end of the sandbox's links, in the network namespace "far".
 #pragma once
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
-#include <netinet/icmp6.h>
 #include <netpacket/packet.h>
 #include <poll.h>
 #include <sched.h>
@@ -12,8 +10,7 @@
 #include <array>
 #include <cstdlib>
 
-#include "core/unique_fd.h"
-#include "tests/support/files.h"
+#include "tests/support/daemon.h"
 
 namespace tessel::test {
 
@@ -109,24 +106,14 @@ inline void SendIcmpv6(const char* farInterface, const char* to, std::string_vie
     });
 }
 
-// A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861), or
-// for as many seconds as it says.
-inline void AdvertiseRouter(const char* farInterface, const char* prefix, u16 routerSeconds = 1800,
-                            u32 prefixSeconds = 86400) {
-    struct {
-        nd_router_advert header;
-        nd_opt_prefix_info network;
-    } message{};
-    message.header.nd_ra_type = ND_ROUTER_ADVERT;
-    message.header.nd_ra_curhoplimit = 64;
-    message.header.nd_ra_router_lifetime = htons(routerSeconds);
-    message.network.nd_opt_pi_type = ND_OPT_PREFIX_INFORMATION;
-    message.network.nd_opt_pi_len = sizeof(message.network) / 8;
-    message.network.nd_opt_pi_prefix_len = 64;
-    message.network.nd_opt_pi_flags_reserved = ND_OPT_PI_FLAG_ONLINK | ND_OPT_PI_FLAG_AUTO;
-    message.network.nd_opt_pi_valid_time = message.network.nd_opt_pi_preferred_time = htonl(prefixSeconds);
-    ASSERT_EQ(inet_pton(AF_INET6, prefix, &message.network.nd_opt_pi_prefix), 1);
-    SendIcmpv6(farInterface, "ff02::1", {reinterpret_cast<const char*>(&message), sizeof(message)});
+// A router behind `farInterface` offers itself for half an hour and the network `prefix`/64 for a day (RFC 4861).
+inline void AdvertiseRouter(const char* farInterface, const char* prefix) {
+    const std::string none(8, '\0');
+    const std::string day = "\0\x01\x51\x80"s;
+    SendIcmpv6(farInterface, "ff02::1",
+               "\x86\0\0\0\x40\0\x07\x08"s + none +   // 64 hops, 1800 seconds
+                   "\x03\x04\x40\xc0"s + day + day +  // prefix information: 64 bits, on the link, autonomous
+                   none.substr(4) + std::string(Bytes(Address(prefix).abyAddr)));
 }
 
 }  // namespace tessel::test

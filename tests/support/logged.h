@@ -51,10 +51,11 @@ class LoggedLines {
     std::size_t taken_ = 0;
 };
 
-// A command and its payload.
+// A command, its payload, and what its handler logs behind all else when it fails, if it always does so.
 struct Call {
     u32 type;
     std::string payload;
+    std::string failure = "";
 };
 
 // Lines are joined by "; ". Those of the log are "FUNCTION: text", or "text" of the function before; "$" is a line that
@@ -64,7 +65,7 @@ struct Exchange {
     Call call;
     std::variant<i32, std::string> expectedReply;  // the status word, or all bytes
     std::string expectedRuns;
-    std::optional<std::string> expectedLog = {};  // nothing: not looked at
+    std::optional<std::string> expectedLog = {};  // its handler's failure aside; nothing: not looked at
 };
 
 // The tools, the handlers that run them, and what is logged above them.
@@ -119,6 +120,10 @@ class LoggedTools {
         return StatusOf(Request(type, payload));
     }
 
+    i32 Status(const Call& call) {
+        return Status(call.type, call.payload);
+    }
+
     void Check(std::initializer_list<Exchange> rows) {
         for (const Exchange& row : rows) {
             const std::string reply = Request(row.call.type, row.call.payload).value_or("");
@@ -129,7 +134,11 @@ class LoggedTools {
             const std::vector<std::string> runs = TakeRuns();
             EXPECT_EQ(Joined(runs), row.expectedRuns) << row.description;
             const std::string log = TakeLog();
-            EXPECT_EQ(log, row.expectedLog ? WithRuns(*row.expectedLog, runs) : log) << row.description;
+            if (!row.expectedLog) continue;
+            std::vector<std::string> expected = Split(WithRuns(*row.expectedLog, runs));
+            const bool hasFailed = !reply.empty() && StatusOf(reply) != 0;
+            if (hasFailed && !row.call.failure.empty()) expected.push_back(row.call.failure);
+            EXPECT_EQ(log, Joined(expected)) << row.description;
         }
     }
 
@@ -153,7 +162,8 @@ class LoggedTools {
     }
 
   private:
-    // A line is logged behind its program, and a failure as the program and what it printed.
+    // A line is logged behind its program, the shell's without "sh -c ", and a failure as the program and what it
+    // printed.
     static std::string WithRuns(std::string text, const std::vector<std::string>& runs) {
         auto run = runs.begin();
         const auto programOf = [&] { return run != runs.end() ? run->substr(0, run->find(' ')) : ""; };
@@ -165,7 +175,8 @@ class LoggedTools {
                 text.replace(at, end - at, "ExecCmd: " + program + "; No.; " + name + ": ExecCmd error!");
             } else {
                 program = programOf();
-                text.replace(at, 1, program + " " + (run != runs.end() ? *run++ : ""));
+                const std::string line = run != runs.end() ? *run++ : "";
+                text.replace(at, 1, program == "sh" ? line.substr(6) : program + " " + line);
             }
         }
         return text;

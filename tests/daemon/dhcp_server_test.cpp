@@ -102,6 +102,8 @@ TEST_F(DhcpServer, WhatCannotBeServedLeavesNothingBehind) {
         EXPECT_EQ(std::system("ls /usr/etc | grep -q udhcpd"), 1 << 8) << log;
     }
     EXPECT_EQ(tools.Status(0x801, two.substr(0, 18 + 92 + 40)), 0) << "two servers are two";
+    (void)tools.TakeRuns();
+    Serve({"eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7"});
 }
 
 TEST_F(DhcpServer, EightInterfacesAreServedOnce) {
@@ -160,20 +162,18 @@ TEST_F(DhcpServer, OnlyTheServerOfTheInterfaceIsKilled) {
 }
 
 TEST_F(DhcpServer, FilesThatCannotBeWrittenStartNothing) {
-    const std::string notWritten = "[^;]*; StartDhcpServer4: DHCPS write into configure ERROR!";
-    const std::pair<const char*, std::string> rows[] = {
+    const std::string notWritten = "; StartDhcpServer4: DHCPS write into configure ERROR!";
+    const std::pair<std::string, std::string> rows[] = {
         {"mkdir /usr/etc/udhcpd4.leases",
-         "StartDhcpServer4: open file /usr/etc/udhcpd4.leases failed; [^;]*fopen error\\{errno\\([^;]*"},
+         "StartDhcpServer4: open file /usr/etc/udhcpd4.leases failed; fopen error{errno(21):Is a directory}"},
         {"mkfifo /usr/etc/udhcpd4_eth0.conf.new",
          "WriteDhcps4Conf: open file /usr/etc/udhcpd4_eth0.conf failed!" + notWritten},
-        {"mkdir /usr/etc/udhcpd4_eth0.conf", "[^;]*write error\\{errno\\(" + notWritten},
+        {"mkdir /usr/etc/udhcpd4_eth0.conf", "WriteDhcps4Conf: write error{errno(21):Is a directory}" + notWritten},
     };
-    for (const auto& [trouble, lines] : rows) {
-        EXPECT_EQ(std::system(trouble), 0);
-        EXPECT_EQ(tools.Status(Start("eth0")), -1);
-        EXPECT_THAT(tools.TakeLog(), testing::MatchesRegex(
-                                         lines + "; DhcpsStart: StartDhcps error!; ApidDhcpsStart: DhcpsStart error!"));
-        tools.Check({{trouble, Of(kGetStatus, "eth0"), 0, ""}});
+    for (const auto& [trouble, log] : rows) {
+        EXPECT_EQ(std::system(trouble.c_str()), 0);
+        tools.Check({{trouble, Start("eth0"), -1, "", log + "; DhcpsStart: StartDhcps error!"},
+                     {trouble, Of(kGetStatus, "eth0"), 0, ""}});
         Clear();
     }
 }

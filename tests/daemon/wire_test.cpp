@@ -39,21 +39,6 @@ std::string BytesOf(std::istream& text) {
     return bytes;
 }
 
-void AnswerQueries(StandInTools& tools) {
-    tools.Answer("ip -4 addr show dev eth0", "    inet 10.1.2.3/8 brd 10.255.255.255 scope global eth0\n");
-    tools.Answer("ip -6 addr show dev eth0",
-                 "    inet6 2001:db8::65/64 scope global dynamic\n    inet6 fe80::1/64 scope link tentative\n");
-    tools.Answer("ip addr show dev eth0",
-                 "2: eth0: <UP> mtu 1400 qdisc\n    link/ether 00:11:22:33:44:55 brd\n    inet6 fe80::1/64 scope "
-                 "link\n    inet 10.1.2.3/8 scope global eth0\n");
-    tools.Answer("ip -4 route show dev eth0 default", "default via 192.168.1.1 metric 10 \n");
-    tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
-    tools.Answer("ip -4 route show", "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5\n");
-    tools.Answer("ip -6 route show", "2001:db8::5 via fe80::1 dev eth0 metric 1024 pref medium\n");
-    tools.Answer("ip link show dev eth0", "2: eth0: <UP>\n    link/ether 02:0a:00:Ff:10:5 brd ff:ff:ff:ff:ff:ff\n");
-    tools.Answer("ip link show dev short", "    link/ether 02:00:00:00:01 brd ff:ff:ff:ff:ff:ff\n");
-}
-
 // The lengths that a payload is sent with: its own, and those behind each "at" of its line.
 std::vector<std::size_t> LengthsOf(std::size_t own, std::istream& answers) {
     std::vector<std::size_t> lengths = {own};
@@ -72,7 +57,18 @@ std::vector<std::size_t> LengthsOf(std::size_t own, std::istream& answers) {
 TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
     StandInTools tools({"ip", "ifconfig", "killall", "arp", "iptables", "ip6tables", "iptables-save", "ip6tables-save",
                         "iptables-restore", "ip6tables-restore", "udhcpd", "kill", "ifenslave", "lighttpd", "ping"});
-    AnswerQueries(tools);
+    tools.Answer("ip -4 addr show dev eth0", "    inet 10.1.2.3/8 brd 10.255.255.255 scope global eth0\n");
+    tools.Answer("ip -6 addr show dev eth0",
+                 "    inet6 2001:db8::65/64 scope global dynamic\n    inet6 fe80::1/64 scope link tentative\n");
+    tools.Answer("ip addr show dev eth0",
+                 "2: eth0: <UP> mtu 1400 qdisc\n    link/ether 00:11:22:33:44:55 brd\n    inet6 fe80::1/64 scope "
+                 "link\n    inet 10.1.2.3/8 scope global eth0\n");
+    tools.Answer("ip -4 route show dev eth0 default", "default via 192.168.1.1 metric 10 \n");
+    tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
+    tools.Answer("ip -4 route show", "10.1.0.0/16 via 192.168.1.254 dev eth0 metric 5\n");
+    tools.Answer("ip -6 route show", "2001:db8::5 via fe80::1 dev eth0 metric 1024 pref medium\n");
+    tools.Answer("ip link show dev eth0", "2: eth0: <UP>\n    link/ether 02:0a:00:Ff:10:5 brd ff:ff:ff:ff:ff:ff\n");
+    tools.Answer("ip link show dev short", "    link/ether 02:00:00:00:01 brd ff:ff:ff:ff:ff:ff\n");
     const Daemon daemon;
     const std::string recorded = ReadFile(TESSEL_WIRE_FILE);
     std::istringstream lines(recorded);
@@ -88,18 +84,16 @@ TEST(Wire, RecordedRequestsGetTheRecordedReplies) {
         request >> command;
         const u32 code = *codes.insert(static_cast<u32>(std::stoul(command, nullptr, 16))).first;
         std::string payload = BytesOf(request);
-        std::vector<std::pair<std::string, std::string>> lengthsOf;  // each answer's
+        using Answer = std::pair<std::string, std::string>;
+        std::vector<Answer> lengthsOf;  // each answer's
         for (const std::size_t length : LengthsOf(payload.size(), answers)) {
             std::string sent = payload;
             sent.resize(length, '\xa5');
             const auto reply = Request(code, sent);
             const std::string answer = reply ? TextOf(*reply) : "nothing";
-            const auto known = std::find_if(lengthsOf.begin(), lengthsOf.end(),
-                                            [&](const auto& entry) { return entry.first == answer; });
-            if (known != lengthsOf.end())
-                known->second += ' ' + std::to_string(length);
-            else
-                lengthsOf.emplace_back(answer, lengthsOf.empty() ? "" : ' ' + std::to_string(length));
+            const std::string at = lengthsOf.empty() ? "" : ' ' + std::to_string(length);
+            const auto known = std::ranges::find(lengthsOf, answer, &Answer::first);
+            (known != lengthsOf.end() ? *known : lengthsOf.emplace_back(answer, "")).second += at;
         }
         for (const auto& [answer, lengths] : lengthsOf) {
             replayed += (answer == lengthsOf[0].first ? " = " : ", ") + answer;

@@ -81,21 +81,21 @@ TEST_F(ConflictLab, ArpIsAnsweredAndReported) {
     Reports reports(TESSEL_SOCKET_IP_CONFLICT);
     const std::string one = "1:" + Report(2, kFirst);
     const std::string two = "2:" + Report(2, kSecond);
-    const auto from = [](const std::string& mac, const std::string& arp) { return Frame(kBroadcast, mac, arp); };
+    const auto peers = [](const std::string& arp) { return Frame(kBroadcast, kPeerMac, arp); };
     const std::string announcement = Claim(kPeerMac, kFirst);
     // With the answers and the reports.
     const std::tuple<const char*, std::string, std::string, std::string> rows[] = {
         {"announced by a request", announcement, Defence(kFirst), one},
         {"announced by a reply", Claim(kPeerMac, kFirst, 2), "", one},
-        {"probed for", from(kPeerMac, Arp(1, kPeerMac, kNoIp, kNoMac, kSecond)), ProbeAnswer(kSecond), ""},
-        {"probed for with a target MAC", from(kPeerMac, Arp(1, kPeerMac, kNoIp, kOwnMac, kFirst)), "", ""},
-        {"answered to a probe", from(kPeerMac, Arp(2, kPeerMac, kFirst, kNoMac, kNoIp)), "", one},
-        {"the same as a request", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kNoIp)), "", ""},
+        {"probed for", peers(Arp(1, kPeerMac, kNoIp, kNoMac, kSecond)), ProbeAnswer(kSecond), ""},
+        {"probed for with a target MAC", peers(Arp(1, kPeerMac, kNoIp, kOwnMac, kFirst)), "", ""},
+        {"answered to a probe", peers(Arp(2, kPeerMac, kFirst, kNoMac, kNoIp)), "", one},
+        {"the same as a request", peers(Arp(1, kPeerMac, kFirst, kNoMac, kNoIp)), "", ""},
         {"the own MAC: every address is defended", Claim(kOwnMac, kForeign),
          Defence(kFirst, kOwnMac) + Defence(kSecond, kOwnMac), two},
         {"own MAC and address", Claim(kOwnMac, kFirst, 2), "", one + two},
-        {"one byte short", from(kPeerMac, Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(0, 27)), "", ""},
-        {"no Ethernet", from(kPeerMac, "\0\x06"s + Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(2)), "", ""},
+        {"one byte short", peers(Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(0, 27)), "", ""},
+        {"no Ethernet", peers("\0\x06"s + Arp(1, kPeerMac, kFirst, kNoMac, kFirst).substr(2)), "", ""},
         {"foreign addresses", Claim(kPeerMac, kForeign), "", ""},
     };
     AwaitDefence();
@@ -115,17 +115,14 @@ TEST_F(ConflictLab, ArpIsAnsweredAndReported) {
     EXPECT_EQ(NextFrame(peer), Defence(kFirst)) << "with the reports switched off too";
     EXPECT_EQ(reports.Next(300), "");
     // Every frame of a flood is answered; the log has some lines about it.
-    const auto lines = [] {
-        const std::string log = ReadFile("/var/log/messages");
-        return std::count(log.begin(), log.end(), '\n');
-    };
+    const auto lines = [] { return WholeLines(ReadFile("/var/log/messages")).size(); };
     const auto before = lines();
     for (int i = 0; i < 400; ++i) {
         peer.Send(announcement);
         ASSERT_EQ(NextFrame(peer), Defence(kFirst)) << i;
     }
     EXPECT_TRUE(IsLogged("Conflicted IP[192.168.1.20]"));
-    EXPECT_LT(lines() - before, 300);
+    EXPECT_LT(lines() - before, 300U);
 }
 
 TEST_F(ConflictLab, AddressesAreAnnouncedOnChangesAndAfterConflicts) {
@@ -174,8 +171,8 @@ TEST_F(ConflictLab, AListenerThatDoesNotAccept) {
     const Daemon daemon;
     const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
-    ASSERT_TRUE(FormSocketAddress(TESSEL_SOCKET_IP_CONFLICT, address));
-    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    socklen_t length = 0;
+    ASSERT_EQ(MakeAddrServer(listener.Get(), TESSEL_SOCKET_IP_CONFLICT, &address, &length), 0);
     ASSERT_EQ(listen(listener.Get(), 0), 0);
     AwaitDefence();
     Switch(kOn, TESSEL_FAMILY_INET);

@@ -38,10 +38,6 @@ UniqueFd ConnectTo(const char* name) {
     return fd;
 }
 
-UniqueFd ConnectToDaemon() {
-    return ConnectTo(TESSEL_SOCKET_API);
-}
-
 pid_t ServingPid() {
     return PeerOf(ConnectToDaemon().Get()).pid;
 }
@@ -82,10 +78,6 @@ i32 StatusOf(const std::optional<std::string>& reply) {
     i32 status = 12345;
     if (reply && reply->size() >= sizeof(status)) memcpy(&status, reply->data(), sizeof(status));
     return status;
-}
-
-i32 RequestStatus(u32 type, std::string_view payload) {
-    return StatusOf(Request(type, payload));
 }
 
 StandInTools::StandInTools(const std::vector<std::string>& names) : directory_(MakeProgramFolder()) {

@@ -10,6 +10,7 @@
 #include "core/types.h"
 #include "core/unique_fd.h"
 #include "tessel/gateway.h"
+#include "tessel/ipc.h"
 #include "tests/support/files.h"
 
 namespace tessel::test {
@@ -40,7 +41,9 @@ inline TNetGateway Address(const char* text) {
 
 // Closed when no connection could be made.
 UniqueFd ConnectTo(const char* name);
-UniqueFd ConnectToDaemon();
+inline UniqueFd ConnectToDaemon() {
+    return ConnectTo(TESSEL_SOCKET_API);
+}
 
 // Writes one message with the given header words and payload and reads until the daemon closes: everything it answered,
 // header included. Nothing when no connection could be made.
@@ -69,7 +72,9 @@ std::optional<std::string> PayloadOf(u32 type, const std::optional<std::string>&
 
 // A reply's status word; 12345 without a reply.
 i32 StatusOf(const std::optional<std::string>& reply);
-i32 RequestStatus(u32 type, std::string_view payload);
+inline i32 RequestStatus(u32 type, std::string_view payload) {
+    return StatusOf(Request(type, payload));
+}
 
 // Programs in front of PATH that note how they are called and answer as they are told.
 class StandInTools {

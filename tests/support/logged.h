@@ -10,7 +10,6 @@
 #include "core/exec_note.h"
 #include "core/log_control.h"
 #include "core/startup/command_table.h"
-#include "tessel/ipc.h"
 #include "tests/support/daemon.h"
 
 namespace tessel::test {
@@ -30,17 +29,19 @@ class LoggedLines {
     LoggedLines(const LoggedLines&) = delete;
     LoggedLines& operator=(const LoggedLines&) = delete;
 
-    // The lines since the last call as "FUNCTION: text"; "[TESSEL_ERR]:PID[1]:TID[1]:[" and the like are left out.
+    // The lines since the last call as "FUNCTION: text", without "[TESSEL_ERR]:PID[1]:TID[1]:[" and the source's line.
     std::vector<std::string> Take() {
         std::vector<std::string> lines = WholeLines(ReadFile(kPath));
         lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(taken_));
         taken_ += lines.size();
         for (std::string& line : lines) {
-            const std::size_t name = line.find('[', line.find("TID[") + 4);
-            const std::size_t end = line.find("](", name);
-            const std::size_t text = line.find("): ", end);
-            const bool isWhole = name != std::string::npos && end != std::string::npos && text != std::string::npos;
-            if (isWhole) line = line.substr(name + 1, end - name - 1) + line.substr(text + 1);
+            const std::size_t thread = line.find("TID[");
+            const std::size_t name = line.find("]:", thread) + 2;
+            const std::size_t end = line.find('(', name);
+            const std::size_t text = line.find("):", end);
+            if (thread == std::string::npos || text == std::string::npos) continue;
+            const std::size_t brackets = line[name] == '[' ? 1 : 0;  // but not around a name with errno's text
+            line = line.substr(name + brackets, end - name - 2 * brackets) + ": " + line.substr(text + 2 + brackets);
         }
         return lines;
     }

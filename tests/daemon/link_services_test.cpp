@@ -124,7 +124,7 @@ TEST(Pppoe, AStopEndsOneOfItsFamily) {
 }
 
 Call Start(const std::string& request) {
-    return {0xF01, request};
+    return {0xF01, request, "ApidBondStart: BondStart error!"};
 }
 const Call kStop = {0xF02, ""};
 

@@ -76,7 +76,7 @@ inline i32 RequestStatus(u32 type, std::string_view payload) {
     return StatusOf(Request(type, payload));
 }
 
-// Programs in front of PATH that note how they are called and answer as they are told.
+// Programs in front of PATH that note how they are called and answer as a test says.
 class StandInTools {
   public:
     explicit StandInTools(const std::vector<std::string>& names);

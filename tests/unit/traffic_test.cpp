@@ -67,6 +67,7 @@ TEST(Bandwidth, IsBitsPerSecond) {
     const TNetBandwidthReport expected{{{4000, 4, 1, 0}, {0, static_cast<u64>(-4), 1, 0}, {}}};
     EXPECT_EQ(memcmp(&report, &expected, sizeof(report)), 0);
     EXPECT_EQ(static_cast<u64>(tessel::BandwidthBetween(after, before, 0xffffffff).atBand[0].ullSendBand), 0U);
+    EXPECT_EQ(u32{tessel::BandwidthBetween(after, before, 1).atBand[2].dwValid}, 0U) << "it has gone";
 }
 
 }  // namespace

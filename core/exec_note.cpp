@@ -54,6 +54,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
     output->length = static_cast<u32>(std::min<std::size_t>(answer.output.size(), output->limit));
     output->isCut = answer.output.size() > output->limit;
     output->wasStarted = answer.status >= 0;
+    output->hasDied = answer.hasDied;
     memcpy(output->text, answer.output.data(), output->length);
     output->text[output->length] = '\0';
     return answer.status;

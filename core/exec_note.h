@@ -12,7 +12,8 @@ namespace tessel {
 // How a tool answers.
 struct ToolAnswer {
     std::string output;
-    i32 status = 0;  // exit status, or -1: it could not be started
+    i32 status = 0;        // exit status, or -1: it could not be started
+    bool hasDied = false;  // of a signal
 };
 
 // Answers a line ("ip -4 addr show dev eth0": the argument vector).

@@ -246,6 +246,11 @@ TEST_F(Firewall, EntriesOfTheLists) {
             {0x100D, Number(op) + kMac + "fe80::9", V6(mac(" -s fe80::9/32" + gap))},
         });
     }
+    // A check that dies of a signal, whose status is 0 as well, has found nothing.
+    const std::string check = "iptables -C whitelist" + from + " -j RETURN";
+    tools_.Answer(check, "", 0, true);
+    EXPECT_EQ(tools_.Status(0x1002, Number(1) + kMac), 0);
+    EXPECT_THAT(tools_.TakeRuns(), testing::Contains(Replaced(check, {{"-C", "-I"}})));
 }
 
 // One rule for ports, added or deleted, with its LOG rule.

@@ -41,6 +41,11 @@ TEST(Hostile, SilentClientIsServedForABoundedTime) {
     const Daemon daemon;
     const UniqueFd silent = ConnectToDaemon();
     const auto start = steady_clock::now();
+    // A stop interrupts the wait even without a handler. It goes on.
+    std::this_thread::sleep_for(200ms);
+    kill(daemon.Pid(), SIGSTOP);
+    std::this_thread::sleep_for(200ms);
+    kill(daemon.Pid(), SIGCONT);
     EXPECT_TRUE(Serves());
     const auto waited = steady_clock::now() - start;
     EXPECT_GE(waited, 4500ms);

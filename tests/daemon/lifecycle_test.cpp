@@ -53,6 +53,22 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
     EXPECT_TRUE(Serves() && socketNode() == before) << "the same socket";
 }
 
+// A pipe that is closed, and one that is full, as of a terminal that is held.
+TEST(Lifecycle, AStandardOutputThatNobodyReadsStopsNothing) {
+    (void)std::system("{ sleep 1; " TESSEL_DAEMON_PATH "; } | true");
+    EXPECT_TRUE(Eventually([] { return Serves(); }));
+    kill(ServingPid(), SIGKILL);
+    ASSERT_EQ(mkfifo("/tmp/out", 0600), 0);
+    const UniqueFd reader(open("/tmp/out", O_RDWR | O_CLOEXEC | O_NONBLOCK));
+    ASSERT_EQ(std::system(TESSEL_DAEMON_PATH " > /tmp/out"), 0);
+    EXPECT_TRUE(Eventually([] { return Serves(); }));
+    while (write(reader.Get(), std::string(4096, 'x').data(), 4096) > 0) {
+    }
+    WriteFile("/tmp/tessellog", "");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(RequestStatus(0x702, ""), -1) << "logged, but not there";
+}
+
 TEST(Lifecycle, ASecondStartTakesTheSocketOver) {
     WriteFile("/tmp/api_daemon", "left behind by a crash");
     const Daemon first;

@@ -56,9 +56,9 @@ std::string Take(std::size_t bytes, Next next) {
 
 class ConflictLab : public testing::Test {
   protected:
-    // eth0 has two IPv4 addresses, and nobody but the daemon answers for them.
+    // eth0 has two IPv4 addresses, one with a label, and nobody but the daemon answers for them.
     ConflictLab() {
-        RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 192.168.1.21/24 dev eth0");
+        RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip addr add 192.168.1.21/24 dev eth0 label eth0:1");
         RunOnDevice("cd /proc/sys/net; echo 1 >ipv6/conf/eth0/disable_ipv6; echo 8 >ipv4/conf/eth0/arp_ignore");
     }
     static void Switch(u32 code, u16 family) {

@@ -83,8 +83,8 @@ class LoggedTools {
     LoggedTools& operator=(const LoggedTools&) = delete;
 
     // How a tool called with exactly this line ("ip -4 addr show dev eth0") answers; unknown lines succeed silently.
-    void Answer(const std::string& line, const std::string& output, int status = 0) {
-        answers_[line] = {output, status};
+    void Answer(const std::string& line, const std::string& output, int status = 0, bool hasDied = false) {
+        answers_[line] = {output, status, hasDied};
     }
 
     // Tools called with exactly these lines print "No." and end with status 2.

@@ -5,15 +5,9 @@
 #include "probe/conflict/arp_conflict.h"
 #include "probe/conflict/netdev_table.h"
 
-namespace {
+namespace tessel::fuzz {
 
-using tessel::fuzz::Require;
-
-constexpr u8 kMac[6] = {2, 0, 0, 0, 0, 0};
-
-}  // namespace
-
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     const std::string front("\1\x0a\0\0\2", 5);
     const std::string ether("\0\1\x08\0\x06\x04\0\1\x02\0\0\0\1\x77\x0a\0\0\2\0\0\0\0\0\0\x0a\0\0\2", 28);
     std::string probe = front + ether;
@@ -23,8 +17,8 @@ std::vector<std::string> tessel::fuzz::Seeds() {
     return {front + ether, probe, reply};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    tessel::fuzz::Input input(data, size);
+void TryInput(Input input) {
+    constexpr u8 kMac[6] = {2, 0, 0, 0, 0, 0};
     static TNetdevMember table{};
     table = {};
     table.dwNum = 1;
@@ -36,30 +30,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (TNetIpAddr& entry : record.tIfaceIp.atIp) {
         entry.wSinFamily = TESSEL_FAMILY_INET;
         const u32 address =
-            tessel::AddressesOf(record).size() > 1 || input.Left() > sizeof(ether_arp) ? input.Take<u32>() : 0x0200000a;
+            AddressesOf(record).size() > 1 || input.Left() > sizeof(ether_arp) ? input.Take<u32>() : 0x0200000a;
         memcpy(entry.abyAddr, &address, sizeof(address));
         if (&entry == &record.tIfaceIp.atIp[0] && record.tIfaceIp.dwNum <= 1) break;
     }
     const auto arp = input.Take<ether_arp>();
-    if (IsValidateArp(arp) == 0) return 0;
+    if (IsValidateArp(arp) == 0) return;
 
     TNetConflictReport report{};
     const i32 isConflict = CheckIpConflict(&table, "none", &arp, &report);
-    u32 sender = 0;
-    u32 target = 0;
-    memcpy(&sender, arp.arp_spa, sizeof(sender));
-    memcpy(&target, arp.arp_tpa, sizeof(target));
     const bool isOwnMac = memcmp(arp.arp_sha, kMac, sizeof(kMac)) == 0;
     Require(isConflict == 0 || isConflict == 1);
     if (isConflict == 1) {
-        u32 reported = 0;
-        memcpy(&reported, report.tAddr.abyAddr, sizeof(reported));
-        Require(reported == sender || reported == target);
+        const auto isReported = [&](const u8(&ip)[4]) { return memcmp(report.tAddr.abyAddr, ip, sizeof(ip)) == 0; };
+        Require(isReported(arp.arp_spa) || isReported(arp.arp_tpa));
         Require(memcmp(report.abyMac, kMac, sizeof(kMac)) == 0 && strcmp(report.achDevName, "none") == 0);
     }
     const i32 macResult = CheckMacConflict(&table, "none", &arp, &report);
     Require(macResult == 0 || macResult == 2 || macResult == 3);
-    Require((macResult == 2) == (isOwnMac && !tessel::AddressesOf(record).empty()) || macResult == 0);
+    Require((macResult == 2) == (isOwnMac && !AddressesOf(record).empty()) || macResult == 0);
     Require(CheckIpConflict(&table, "other", &arp, &report) == 0);
-    return 0;
 }
+
+}  // namespace tessel::fuzz

@@ -4,10 +4,11 @@
 #include "client/ctl/text.h"
 #include "fuzz/fuzz.h"
 
+namespace tessel::fuzz {
+
 namespace {
 
-using namespace tessel::ctl;
-using tessel::fuzz::Require;
+using namespace ctl;
 
 // Read, written and read again, it is the same.
 template <typename Value, typename ToText>
@@ -34,7 +35,7 @@ void CheckValues(const std::string& word) {
 
 }  // namespace
 
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     std::vector<std::string> seeds = {"addr\nset\n192.168.1.20/24\nfd00::1/64\ndev\neth0"};
     for (const Object* object : Objects()) {
         for (const Command& command : object->commands) {
@@ -46,9 +47,9 @@ std::vector<std::string> tessel::fuzz::Seeds() {
     return seeds;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void TryInput(Input input) {
     std::vector<std::string> words;
-    const std::string text = tessel::fuzz::Input(data, size).TakeText();
+    const std::string text = input.TakeText();
     for (const std::string_view word : Split(text, '\n'))
         words.emplace_back(word);
     for (const std::string& word : words)
@@ -60,5 +61,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // It says what is wrong.
     }
     (void)Complete(words);
-    return 0;
 }
+
+}  // namespace tessel::fuzz

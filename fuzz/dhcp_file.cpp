@@ -1,31 +1,26 @@
 // The result files of both DHCP clients. The first byte chooses the family, the others are the file.
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
 #include "fuzz/fuzz.h"
 #include "services/dhcp_v4.h"
 #include "services/dhcp_v6.h"
 
-using tessel::fuzz::Require;
+namespace tessel::fuzz {
 
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     return {std::string(1, '\0') +
                 "leasesuccess\nlocal=192.168.1.20\nsubnet=255.255.255.0\nrouter=192.168.1.1\n"
                 "dns=8.8.8.8\nleasetime=3600\n",
             "\1leasesuccess\naddr=fd00::2/64\nrouter=fe80::1\ndns=fd00::1\nleasetime=3600\n"};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) return 0;
+void TryInput(Input input) {
     constexpr u32 kLimitBytes = 65536;
     TNetDhcpcLease lease{};
     strcpy(lease.achDevName, "eth0");
     u32 event = 0;
-    tessel::LineReader lines(tessel::fuzz::FileOf({data + 1, size - 1}), kLimitBytes);
-    if (data[0] % 2 == 0) {
-        tessel::ReadResultV4(lines, lease, event);
+    const bool isInet = input.Take<u8>() % 2 == 0;
+    LineReader lines(FileOf(input.TakeRest()), kLimitBytes);
+    if (isInet) {
+        ReadResultV4(lines, lease, event);
         Require(event <= 4);
     } else {
         char line[256];
@@ -35,5 +30,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     Require(lease.dwDnsNum <= TESSEL_DHCP_DNS_MAX);
     Require(strcmp(lease.achDevName, "eth0") == 0);
-    return 0;
 }
+
+}  // namespace tessel::fuzz

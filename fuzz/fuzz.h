@@ -1,10 +1,9 @@
-// What the targets share. Each is a function on bytes, LLVMFuzzerTestOneInput, and a list of seeds.
+// What the targets share. Each is a function on an input, TryInput, and a list of seeds.
 #pragma once
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
-#include <cstdint>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +15,8 @@
 #include "core/unique_fd.h"
 
 namespace tessel::fuzz {
+
+using namespace std::string_literals;
 
 // A finding unless it holds.
 inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
@@ -32,17 +33,13 @@ class Input {
     template <typename Value>
     Value Take() {
         std::array<u8, sizeof(Value)> bytes{};
-        const std::size_t count = std::min(bytes.size(), rest_.size());
-        std::copy_n(rest_.begin(), count, bytes.begin());
-        rest_ = rest_.subspan(count);
-        Value value;
-        memcpy(&value, bytes.data(), bytes.size());
-        return value;
+        const std::span<const u8> taken = Cut(bytes.size());
+        std::copy(taken.begin(), taken.end(), bytes.begin());
+        return std::bit_cast<Value>(bytes);
     }
     // At most so many bytes, in a place of their own: the sanitizer watches both ends.
     std::vector<u8> TakeBytes(std::size_t most) {
-        const std::span<const u8> taken = rest_.first(std::min(most, rest_.size()));
-        rest_ = rest_.subspan(taken.size());
+        const std::span<const u8> taken = Cut(most);
         return {taken.begin(), taken.end()};
     }
     std::vector<u8> TakeRest() {
@@ -58,6 +55,12 @@ class Input {
     }
 
   private:
+    std::span<const u8> Cut(std::size_t most) {
+        const std::span<const u8> cut = rest_.first(std::min(most, rest_.size()));
+        rest_ = rest_.subspan(cut.size());
+        return cut;
+    }
+
     std::span<const u8> rest_;
 };
 
@@ -69,7 +72,13 @@ std::string BytesOf(const Record& record) {
 // A file of these bytes that lies nowhere, read from its beginning.
 [[nodiscard]] UniqueFd FileOf(std::span<const u8> bytes);
 
-// What the target's corpus begins with, written there by "fuzz_x --seeds DIRECTORY". Each target has its own.
+// What a handler answers to the first `size` bytes of a payload, header included. Empty when it does not.
+using Handler = i32(int fd, u32 type, const void* payload, i32 size);
+[[nodiscard]] std::string AnswerOf(Handler* handler, u32 type, const std::vector<u8>& payload, std::size_t size);
+
+// Each target has its own: what its corpus begins with, which "fuzz_x --seeds DIRECTORY" writes there, and what it
+// does.
 [[nodiscard]] std::vector<std::string> Seeds();
+void TryInput(Input input);
 
 }  // namespace tessel::fuzz

@@ -5,13 +5,13 @@
 #include "route/gateway.h"
 #include "route/route_list.h"
 
-namespace {
+namespace tessel::fuzz {
 
-using tessel::fuzz::Require;
+namespace {
 
 void CheckAddresses(const TNetIfaceIp& list) {
     Require(list.dwNum <= TESSEL_ADDRESSES_MAX);
-    for (const TNetIpAddr& entry : tessel::AddressesOf(list)) {
+    for (const TNetIpAddr& entry : AddressesOf(list)) {
         Require(entry.wSinFamily == TESSEL_FAMILY_INET || entry.wSinFamily == TESSEL_FAMILY_INET6);
         Require(entry.dwScope <= TESSEL_SCOPE_GLOBAL && entry.bTentative <= 1 && entry.bDynamic <= 1);
     }
@@ -27,7 +27,7 @@ void CheckRoutes(const TNetAllRouteInfo& list) {
 
 }  // namespace
 
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     const std::string addresses =
         "2: eth0@if3: <BROADCAST,MULTICAST,UP,LOWER_UP> mtu 1500 qdisc noqueue state UP group default qlen 1000\n"
         "    link/ether 72:23:f2:8d:c7:80 brd ff:ff:ff:ff:ff:ff link-netns far\n"
@@ -42,46 +42,37 @@ std::vector<std::string> tessel::fuzz::Seeds() {
     return seeds;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    tessel::fuzz::Input input(data, size);
-    const u8 reader = input.Take<u8>();
+void TryInput(Input input) {
+    const int reader = input.Take<u8>() % 6;
     const std::string output = input.TakeText();
-    tessel::AnswerTools([&](const std::string&) { return tessel::ToolAnswer{output}; });
+    AnswerTools([&](const std::string&) { return ToolAnswer{output}; });
     TNetIfaceIp addresses{};
     TNetAllRouteInfo routes{};
     TNetGateway gateway{};
     u32 expires = 0;
-    switch (reader % 6) {
-        case 0:
-            (void)IpaddrGet("eth0", TESSEL_FAMILY_BOTH, &addresses);
-            break;
-        case 1:
-            (void)IpaddrGetEx("eth0", TESSEL_FAMILY_INET6, &addresses);
-            break;
-        case 2: {
-            ipaddr_show_info info{};
-            const i32 status = ipaddr_show_filter("eth0", &info);
-            Require((status == 0 || status == -1) && info.num <= TESSEL_ADDRESSES_MAX);
-            break;
-        }
-        case 3:
-            (void)AllRoutesGet(TESSEL_FAMILY_BOTH, &routes);
-            break;
-        case 4: {
-            (void)GetGateWayV4("eth0", &gateway);
-            TNetGatewayMetric metric{.achDevName = "eth0", .nMetric = 0, .tGateway = {}};
-            (void)GetGateWayV4WithMetric(&metric);
-            Require(strcmp(metric.achDevName, "eth0") == 0);
-            break;
-        }
-        default:
-            (void)GetGateWayV6Ex("eth0", &gateway, &expires);
-            (void)CheckGateWay("eth0", "fe80::1");
-            Require(expires <= 1);
+    if (reader == 0) (void)IpaddrGet("eth0", TESSEL_FAMILY_BOTH, &addresses);
+    if (reader == 1) (void)IpaddrGetEx("eth0", TESSEL_FAMILY_INET6, &addresses);
+    if (reader == 2) {
+        ipaddr_show_info info{};
+        const i32 status = ipaddr_show_filter("eth0", &info);
+        Require((status == 0 || status == -1) && info.num <= TESSEL_ADDRESSES_MAX);
+    }
+    if (reader == 3) (void)AllRoutesGet(TESSEL_FAMILY_BOTH, &routes);
+    if (reader == 4) {
+        (void)GetGateWayV4("eth0", &gateway);
+        TNetGatewayMetric metric{.achDevName = "eth0", .nMetric = 0, .tGateway = {}};
+        (void)GetGateWayV4WithMetric(&metric);
+        Require(strcmp(metric.achDevName, "eth0") == 0);
+    }
+    if (reader == 5) {
+        (void)GetGateWayV6Ex("eth0", &gateway, &expires);
+        (void)CheckGateWay("eth0", "fe80::1");
+        Require(expires <= 1);
     }
     CheckAddresses(addresses);
     CheckRoutes(routes);
-    for (const std::string& line : tessel::TakeToolLines())
+    for (const std::string& line : TakeToolLines())
         Require(line.find(" show") != std::string::npos);
-    return 0;
 }
+
+}  // namespace tessel::fuzz

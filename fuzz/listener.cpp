@@ -7,11 +7,9 @@
 #include "core/ipc.h"
 #include "fuzz/fuzz.h"
 
-namespace {
+namespace tessel::fuzz {
 
-using tessel::UniqueFd;
-using tessel::fuzz::BytesOf;
-using tessel::fuzz::Require;
+namespace {
 
 constexpr const char* kNames[] = {
     "ipc_dhcpc_eth0_7", "ipc_dhcpcv6_eth0_6_7",       "ipc_ntp",         "ipc_ntpv6",         "ipc_ping_7",
@@ -26,7 +24,7 @@ tessel_listener* ListenerAt(std::size_t index) {
 void Send(const char* name, const std::vector<u8>& bytes) {
     const UniqueFd sender(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
-    Require(tessel::FormSocketAddress(name, address));
+    Require(FormSocketAddress(name, address));
     Require(connect(sender.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0);
     Require(write(sender.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
 }
@@ -40,7 +38,7 @@ void CheckReader(int (*read)(const tessel_event*, Record*), const tessel_event& 
 
 }  // namespace
 
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     const auto message = [](char name, u32 type, std::size_t size) {
         return name + BytesOf(IpcMsgHead{.type = type, .size = static_cast<i32>(size), .flag = 0}) +
                std::string(size, '\1');
@@ -57,8 +55,7 @@ std::vector<std::string> tessel::fuzz::Seeds() {
             message(4, 7, 3073)};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    tessel::fuzz::Input input(data, size);
+void TryInput(Input input) {
     const std::size_t index = input.Take<u8>() % std::size(kNames);
     const std::vector<u8> bytes = input.TakeBytes(8192);
     tessel_listener* const listener = ListenerAt(index);
@@ -74,7 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                          bytes.size() - sizeof(head) >= static_cast<std::size_t>(head.size);
     Require(result == (isWhole ? TESSEL_OK : TESSEL_E_TIMEOUT));
     Require(tessel_listener_malformed(listener) == malformed + (isWhole ? 0 : 1));
-    if (!isWhole) return 0;
+    if (!isWhole) return;
     Require(event.type == head.type && event.size == static_cast<u32>(head.size) && event.name != nullptr);
     Require(memcmp(event.payload, bytes.data() + sizeof(head), event.size) == 0);
     CheckReader(&tessel_event_lease, event, TESSEL_EVENT_DHCP_LEASE, TESSEL_EVENT_DHCP_DECONFIGURED);
@@ -84,5 +81,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckReader(&tessel_event_ntp, event, TESSEL_EVENT_NTP_SYNCED, TESSEL_EVENT_NTP_SYNCED);
     tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES];
     (void)tessel_event_traffic(&event, traffic);
-    return 0;
 }
+
+}  // namespace tessel::fuzz

@@ -3,13 +3,9 @@
 #include "probe/conflict/ndp.h"
 #include "probe/conflict/neighbour_conflict.h"
 
-namespace {
+namespace tessel::fuzz {
 
-using tessel::fuzz::Require;
-
-}  // namespace
-
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     const std::string linkLocal("\xfe\x80\0\0\0\0\0\0\0\0\0\0\0\0\0\1", 16);
     const std::string toAll("\xff\x02\0\0\0\0\0\0\0\0\0\0\0\0\0\1", 16);
     const std::string target("\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20", 16);
@@ -21,14 +17,13 @@ std::vector<std::string> tessel::fuzz::Seeds() {
             std::string(16, '\0') + toAll + "\xff" + solicitation};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    tessel::fuzz::Input input(data, size);
+void TryInput(Input input) {
     const auto source = input.Take<in6_addr>();
     const auto destination = input.Take<in6_addr>();
-    const tessel::NeighbourPath path{.source = source, .destination = destination, .hopLimit = input.Take<u8>()};
+    const NeighbourPath path{.source = source, .destination = destination, .hopLimit = input.Take<u8>()};
     const std::vector<u8> bytes = input.TakeRest();
-    const auto message = tessel::ReadNeighbourMessage(bytes, path);
-    if (!message) return 0;
+    const auto message = ReadNeighbourMessage(bytes, path);
+    if (!message) return;
     // RFC 4861 7.1: what is let through has passed no router and is about one host.
     Require(path.hopLimit == 255 && bytes.size() >= 24 && message->target.s6_addr[0] != 0xff);
     Require(memcmp(&message->target, &bytes[8], sizeof(message->target)) == 0);
@@ -44,8 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool isOwnMac =
         message->linkAddress && std::equal(message->linkAddress->begin(), message->linkAddress->end(), record.abyMac);
     TNetConflictReport report{};
-    const u32 conflict = tessel::CheckNeighbour(record, *message, report);
+    const u32 conflict = CheckNeighbour(record, *message, report);
     Require((conflict == TESSEL_CONFLICT_MAC) == isOwnMac);
     Require(conflict != TESSEL_CONFLICT_IP || (message->isAdvertisement && message->linkAddress.has_value()));
-    return 0;
 }
+
+}  // namespace tessel::fuzz

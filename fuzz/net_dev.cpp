@@ -4,20 +4,22 @@
 #include "fuzz/fuzz.h"
 #include "stat/traffic.h"
 
+namespace tessel::fuzz {
+
 namespace {
 
-tessel::CounterSample ReadText(std::vector<u8> text) {
+CounterSample ReadText(std::vector<u8> text) {
     if (text.empty()) return {};
     std::FILE* const file = fmemopen(text.data(), text.size(), "r");
-    tessel::fuzz::Require(file != nullptr);
-    const tessel::CounterSample sample = tessel::ReadCounters(file);
+    Require(file != nullptr);
+    const CounterSample sample = ReadCounters(file);
     fclose(file);
     return sample;
 }
 
 }  // namespace
 
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     const std::string newest =
         "Inter-|   Receive                                                |  Transmit\n"
         " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs drop fifo colls\n"
@@ -26,16 +28,17 @@ std::vector<std::string> tessel::fuzz::Seeds() {
     return {newest + newest, "Inter\n face |bytes packets errs\neth2:1 2 3 4 5 6 7 8 9\n"};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    tessel::fuzz::Input input(data, size);
-    const tessel::CounterSample first = ReadText(input.TakeBytes(size / 2));
-    const tessel::CounterSample second = ReadText(input.TakeRest());
-    const TNetBandwidthReport report = tessel::BandwidthBetween(first, second, 1 + size % 3);
+void TryInput(Input input) {
+    const std::size_t size = input.Left();
+    const CounterSample first = ReadText(input.TakeBytes(size / 2));
+    const CounterSample second = ReadText(input.TakeRest());
+    const TNetBandwidthReport report = BandwidthBetween(first, second, 1 + size % 3);
     for (int i = 0; i < TESSEL_TRAFFIC_INTERFACES; ++i) {
         const bool isThere = first.interfaces[i].isThere && second.interfaces[i].isThere;
         const TNetBandwidth& band = report.atBand[i];
-        tessel::fuzz::Require(band.dwValid == (isThere ? 1U : 0U));
-        tessel::fuzz::Require(isThere || (band.ullSendBand == 0 && band.ullRecvBand == 0));
+        Require(band.dwValid == (isThere ? 1U : 0U));
+        Require(isThere || (band.ullSendBand == 0 && band.ullRecvBand == 0));
     }
-    return 0;
 }
+
+}  // namespace tessel::fuzz

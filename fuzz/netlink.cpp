@@ -5,39 +5,33 @@
 #include "fuzz/fuzz.h"
 #include "route/monitor/default_route.h"
 
-namespace {
+namespace tessel::fuzz {
 
-using tessel::fuzz::BytesOf;
-using tessel::fuzz::Require;
+namespace {
 
 std::string Attribute(u16 type, u32 value) {
     return BytesOf(rtattr{.rta_len = 8, .rta_type = type}) + BytesOf(value);
 }
 
 std::string Route(const std::string& attributes) {
-    rtmsg route{};
-    route.rtm_family = 2;
-    route.rtm_table = RT_TABLE_MAIN;
-    route.rtm_type = RTN_UNICAST;
-    route.rtm_scope = RT_SCOPE_UNIVERSE;
-    nlmsghdr header{};
-    header.nlmsg_type = RTM_NEWROUTE;
-    header.nlmsg_len = static_cast<u32>(sizeof(header) + sizeof(route) + attributes.size());
+    const rtmsg route{2, 0, 0, 0, RT_TABLE_MAIN, 0, RT_SCOPE_UNIVERSE, RTN_UNICAST, 0};
+    const auto size = static_cast<u32>(sizeof(nlmsghdr) + sizeof(route) + attributes.size());
+    const nlmsghdr header{size, RTM_NEWROUTE, 0, 0, 0};
     return BytesOf(header) + BytesOf(route) + attributes;
 }
 
 }  // namespace
 
-std::vector<std::string> tessel::fuzz::Seeds() {
+std::vector<std::string> Seeds() {
     const std::string route =
         Attribute(RTA_TABLE, RT_TABLE_MAIN) + Attribute(RTA_GATEWAY, 0x0100000a) + Attribute(RTA_OIF, 1);
     return {Route(route), Route(route + Attribute(RTA_PRIORITY, 5)), Route(route) + Route(Attribute(RTA_DST, 10))};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::vector<u8> bytes(data, data + size);  // aligned, as a receive buffer is
+void TryInput(Input input) {
+    const std::vector<u8> bytes = input.TakeRest();  // aligned, as a receive buffer is
     std::span<const u8> rest(bytes);
-    while (const nlmsghdr* const message = tessel::NextMessage(rest)) {
+    while (const nlmsghdr* const message = NextMessage(rest)) {
         const u8* const begin = reinterpret_cast<const u8*>(message);
         Require(message->nlmsg_len >= sizeof(nlmsghdr) && begin >= bytes.data());
         Require(begin + message->nlmsg_len <= bytes.data() + bytes.size() && rest.size() < bytes.size());
@@ -51,6 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         ProcessRtMsg(message);
     }
-    Require(tessel::MsUntilDueRoute() >= 0 && tessel::TakeToolLines().empty());
-    return 0;
+    Require(MsUntilDueRoute() >= 0 && TakeToolLines().empty());
 }
+
+}  // namespace tessel::fuzz

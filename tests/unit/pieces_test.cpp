@@ -138,7 +138,9 @@ TEST(Ipv4, MasksClassesSubnetsAndHosts) {
     for (const i32 direction : {1, 2})
         EXPECT_EQ(MaskConvertIpv4(&mask, &prefix, direction), -1) << direction;
     EXPECT_EQ(MaskIsContiguous(inet_addr("255.255.240.0")), 0);
-    EXPECT_EQ(MaskIsContiguous(inet_addr("255.0.255.0")), -1);
+    mask = inet_addr("255.0.255.0");
+    EXPECT_EQ(MaskIsContiguous(mask), -1);
+    EXPECT_TRUE(MaskConvertIpv4(&mask, &prefix, 0) == 0 && prefix == 8) << "up to the first zero";
     constexpr std::pair<const char*, i32> kClasses[] = {
         {"0.1.2.3", 1305},   {"1.0.0.0", 1301},   {"126.255.255.255", 1301}, {"127.0.0.1", 1305},
         {"128.0.0.0", 1302}, {"192.0.0.0", 1303}, {"224.0.0.0", 1304},       {"240.0.0.0", 1305}};

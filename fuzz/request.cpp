@@ -148,9 +148,9 @@ std::vector<std::string> Requests() {
     const auto add = [&](std::initializer_list<u32> types, const auto& record, const std::string& behind = "") {
         const std::string payload = BytesOf(record) + behind;
         const auto rows = ServedCommands();
-        for (u8 index = 0; index < rows.size(); ++index) {
+        for (std::size_t index = 0; index < rows.size(); ++index) {
             if (std::find(types.begin(), types.end(), rows[index].type) != types.end())
-                requests.push_back(BytesOf(index) + BytesOf(static_cast<u16>(payload.size())) + payload);
+                requests.push_back(static_cast<char>(index) + BytesOf(static_cast<u16>(payload.size())) + payload);
         }
     };
     const TNetIpAddr inet{0, 2, 0, {10, 0, 0, 2}, 24, 0, 0};

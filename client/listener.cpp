@@ -48,6 +48,11 @@ FileIdentity IdentityAt(const char* path) {
     return lstat(path, &status) == 0 ? IdentityOf(status) : FileIdentity{};
 }
 
+// True when the name is free afterwards.
+bool Remove(const char* path) {
+    return unlink(path) == 0 || errno == ENOENT;
+}
+
 void UnlinkIfStill(const char* path, const FileIdentity& identity) {
     if (IdentityAt(path) == identity) unlink(path);
 }
@@ -72,18 +77,30 @@ struct tessel_listener {
 
 namespace {
 
+// The lock file. One that exists is opened without O_CREAT: with it, the kernel may refuse another user's file below
+// "/tmp/" even to root (fs.protected_regular).
+UniqueFd OpenLockFile(const char* path) {
+    constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
+    UniqueFd fd(open(path, kFlags));
+    if (!fd.IsOpen() && errno == ENOENT) fd.Reset(open(path, kFlags | O_CREAT | O_EXCL, 0644));
+    return fd;
+}
+
 // Opens and locks the lock file. Its owner removes it in the end: a lock on a file that is gone is worth nothing, so
 // the one locked must be the one that has the name.
 int TakeLock(tessel_listener& listener, bool force) {
     while (true) {
-        UniqueFd fd(open(listener.lockPath, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
-        if (!fd.IsOpen()) return TESSEL_E_SYSTEM;
+        UniqueFd fd = OpenLockFile(listener.lockPath);
+        if (!fd.IsOpen()) {
+            if (errno == EEXIST || (force && errno == EACCES && Remove(listener.lockPath))) continue;
+            return TESSEL_E_SYSTEM;
+        }
         struct stat status {};
         if (fstat(fd.Get(), &status) != 0) return TESSEL_E_SYSTEM;
         if (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) {
             if (errno != EWOULDBLOCK) return TESSEL_E_SYSTEM;
             if (!force) return TESSEL_E_IN_USE;
-            if (unlink(listener.lockPath) != 0 && errno != ENOENT) return TESSEL_E_SYSTEM;
+            if (!Remove(listener.lockPath)) return TESSEL_E_SYSTEM;
             continue;
         }
         if (IdentityAt(listener.lockPath) != IdentityOf(status)) continue;
@@ -96,7 +113,7 @@ int TakeLock(tessel_listener& listener, bool force) {
 int Listen(tessel_listener& listener, const sockaddr_un& address) {
     listener.socket.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!listener.socket.IsOpen()) return TESSEL_E_SYSTEM;
-    if (unlink(address.sun_path) != 0 && errno != ENOENT) return TESSEL_E_SYSTEM;
+    if (!Remove(address.sun_path)) return TESSEL_E_SYSTEM;
     if (bind(listener.socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         return errno == EADDRINUSE ? TESSEL_E_IN_USE : TESSEL_E_SYSTEM;
     }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "core/file_rights.h"
@@ -74,6 +75,7 @@ std::FILE* OpenEmpty(const ucred& client, const FileRole& role, const char* path
     if (!fd.IsOpen()) return nullptr;
     if (!IsOurs(fd.Get(), client.uid)) {
         TESSEL_ERR("%s is somebody else's", path);
+        errno = EPERM;
         return nullptr;
     }
     std::FILE* file = ftruncate(fd.Get(), 0) == 0 ? fdopen(fd.Get(), "w+") : nullptr;

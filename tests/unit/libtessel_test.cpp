@@ -211,6 +211,10 @@ TEST(Call, TheLibraryLogStaysInThisProcess) {
     EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_BOTH, "/tmp/both.log", nullptr), TESSEL_OK);
     EXPECT_TRUE(std::filesystem::exists("/tmp/both.log"));
     EXPECT_EQ(daemon.Requests().size(), 1U);
+    std::filesystem::create_hard_link("/tmp/both.log", "/tmp/second.log");
+    errno = 0;
+    EXPECT_EQ(tessel_log_file(TESSEL_LOG_OPEN_LIB, "/tmp/second.log", nullptr), TESSEL_E_SYSTEM);
+    EXPECT_EQ(errno, EPERM);
 }
 
 void SendAndClose(const char* name, u32 type, i32 size, std::string_view payload) {

@@ -51,11 +51,15 @@ template <typename Request>
     return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
-// The record of an event of one of the kinds from `first` to `last`. TESSEL_E_ARGUMENT for any other event.
+// The record of an event of one of the kinds from `first` to `last`. TESSEL_E_ARGUMENT for any other event, and
+// for null.
 template <typename Record>
-[[nodiscard]] int ReadEvent(const tessel_event& event, int first, int last, Record& record) {
-    if (event.kind < first || event.kind > last || event.size != sizeof(record)) return TESSEL_E_ARGUMENT;
-    memcpy(&record, event.payload, sizeof(record));
+[[nodiscard]] int ReadEvent(const tessel_event* event, int first, int last, Record* record) {
+    if (event == nullptr || record == nullptr || event->kind < first || event->kind > last ||
+        event->size != sizeof(*record)) {
+        return TESSEL_E_ARGUMENT;
+    }
+    memcpy(record, event->payload, sizeof(*record));
     return TESSEL_OK;
 }
 

@@ -68,8 +68,9 @@ int tessel_traffic_stop(void) {
 }
 
 int tessel_event_traffic(const tessel_event* event, tessel_traffic traffic[TESSEL_TRAFFIC_INTERFACES]) {
+    if (traffic == nullptr) return TESSEL_E_ARGUMENT;
     TNetBandwidthReport report;
-    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_TRAFFIC, TESSEL_EVENT_TRAFFIC, report);
+    const int error = tessel::ReadEvent(event, TESSEL_EVENT_TRAFFIC, TESSEL_EVENT_TRAFFIC, &report);
     if (error != TESSEL_OK) return error;
     for (int index = 0; index < TESSEL_TRAFFIC_INTERFACES; ++index) {
         const TNetBandwidth band = report.atBand[index];

@@ -41,17 +41,18 @@ int tessel_dhcpc_stop(int family, const char* interface) {
 }
 
 int tessel_event_lease(const tessel_event* event, TNetDhcpcLease* lease) {
-    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_DHCP_LEASE, TESSEL_EVENT_DHCP_DECONFIGURED, *lease);
+    const int error = tessel::ReadEvent(event, TESSEL_EVENT_DHCP_LEASE, TESSEL_EVENT_DHCP_DECONFIGURED, lease);
     if (error == TESSEL_OK) lease->dwDnsNum = std::min<u32>(lease->dwDnsNum, TESSEL_DHCP_DNS_MAX);
     return error;
 }
 
 int tessel_dhcpd_start(const char* interface, const TNetDhcpsConf* conf) {
-    TNetDhcpsStartReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET, .tConf = *conf};
-    if (!StoreName(request.achDevName, interface) || conf->dwPrefixLen > tessel::PrefixLengthMax(TESSEL_FAMILY_INET) ||
-        conf->dwDnsNum > TESSEL_DHCP_DNS_MAX) {
+    TNetDhcpsStartReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET, .tConf = {}};
+    if (conf == nullptr || !StoreName(request.achDevName, interface) ||
+        conf->dwPrefixLen > tessel::PrefixLengthMax(TESSEL_FAMILY_INET) || conf->dwDnsNum > TESSEL_DHCP_DNS_MAX) {
         return TESSEL_E_ARGUMENT;
     }
+    request.tConf = *conf;
     return CallForStatus(TESSEL_CMD_DHCPS_START, request);
 }
 
@@ -63,7 +64,7 @@ int tessel_dhcpd_stop(const char* interface) {
 
 int tessel_dhcpd_status(const char* interface, int* is_serving) {
     TNetDhcpsReq request{.achDevName = {}, .wSinFamily = TESSEL_FAMILY_INET};
-    if (!StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
+    if (is_serving == nullptr || !StoreName(request.achDevName, interface)) return TESSEL_E_ARGUMENT;
     TNetStatusReply reply;
     const int error = tessel::Call(TESSEL_CMD_DHCPS_GET_STATUS, &request, sizeof(request), &reply, sizeof(reply));
     if (error == TESSEL_OK) *is_serving = reply.nResult != 0 ? 1 : 0;

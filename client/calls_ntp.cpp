@@ -7,7 +7,7 @@
 using tessel::CallForStatus;
 
 int tessel_ntp_start(const TNetGateway* server, uint32_t interval) {
-    if (!tessel::IsFamily(server->wSinFamily) || interval == 0) return TESSEL_E_ARGUMENT;
+    if (server == nullptr || !tessel::IsFamily(server->wSinFamily) || interval == 0) return TESSEL_E_ARGUMENT;
     const TNetNtpcStartReq request{
         .wSinFamily = server->wSinFamily, .tServer = *server, .dwSyncTimeInterval = interval};
     return CallForStatus(TESSEL_CMD_NTPC_START, request);
@@ -20,14 +20,15 @@ int tessel_ntp_stop(int family) {
 }
 
 int tessel_ntp_check(const TNetGateway* server) {
-    if (!tessel::IsFamily(server->wSinFamily)) return TESSEL_E_ARGUMENT;
+    if (server == nullptr || !tessel::IsFamily(server->wSinFamily)) return TESSEL_E_ARGUMENT;
     const TNetNtpcCheckReq request{.tServer = *server};
     return CallForStatus(TESSEL_CMD_NTPC_CHECK, request);
 }
 
 int tessel_event_ntp(const tessel_event* event, int32_t* deviation) {
+    if (deviation == nullptr) return TESSEL_E_ARGUMENT;
     TNetNtpcSynced synced;
-    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_NTP_SYNCED, TESSEL_EVENT_NTP_SYNCED, synced);
+    const int error = tessel::ReadEvent(event, TESSEL_EVENT_NTP_SYNCED, TESSEL_EVENT_NTP_SYNCED, &synced);
     if (error == TESSEL_OK) *deviation = synced.nTimeDeviation;
     return error;
 }

@@ -36,7 +36,7 @@ int tessel_arp_announce_stop(void) {
 }
 
 int tessel_ping_start(const TNetPingStartReq* ping) {
-    if (!tessel::IsFamily(ping->tTarget.wSinFamily)) return TESSEL_E_ARGUMENT;
+    if (ping == nullptr || !tessel::IsFamily(ping->tTarget.wSinFamily)) return TESSEL_E_ARGUMENT;
     return CallForStatus(TESSEL_CMD_PING_START, *ping);
 }
 
@@ -46,7 +46,7 @@ int tessel_ping_stop(int32_t user_id) {
 }
 
 int tessel_event_ping(const tessel_event* event, TNetPingResult* result) {
-    return tessel::ReadEvent(*event, TESSEL_EVENT_PING_REPLY, TESSEL_EVENT_PING_UNREACHABLE, *result);
+    return tessel::ReadEvent(event, TESSEL_EVENT_PING_REPLY, TESSEL_EVENT_PING_UNREACHABLE, result);
 }
 
 int tessel_router_start(const char* interface, int32_t user_id, int32_t pid) {
@@ -62,13 +62,13 @@ int tessel_router_stop(const char* interface) {
 }
 
 int tessel_event_router(const tessel_event* event, TNetRouterNotify* report) {
-    const int error = tessel::ReadEvent(*event, TESSEL_EVENT_RA_CHANGED, TESSEL_EVENT_RA_CHANGED, *report);
+    const int error = tessel::ReadEvent(event, TESSEL_EVENT_RA_CHANGED, TESSEL_EVENT_RA_CHANGED, report);
     if (error == TESSEL_OK) report->tIfaceIp.dwNum = std::min<u32>(report->tIfaceIp.dwNum, TESSEL_ADDRESSES_MAX);
     return error;
 }
 
 int tessel_traceroute_start(const TNetGateway* target, uint32_t max_hops, int32_t id) {
-    if (!tessel::IsFamily(target->wSinFamily)) return TESSEL_E_ARGUMENT;
+    if (target == nullptr || !tessel::IsFamily(target->wSinFamily)) return TESSEL_E_ARGUMENT;
     const TNetTracerouteStartReq request{.tTarget = *target, .dwMaxHops = max_hops, .nUserId = id};
     return CallForStatus(TESSEL_CMD_TRACEROUTE_START, request);
 }
@@ -79,5 +79,5 @@ int tessel_traceroute_stop(int32_t id) {
 }
 
 int tessel_event_trace(const tessel_event* event, TNetTracerouteResult* result) {
-    return tessel::ReadEvent(*event, TESSEL_EVENT_TRACE_ERROR, TESSEL_EVENT_TRACE_REFUSED, *result);
+    return tessel::ReadEvent(event, TESSEL_EVENT_TRACE_ERROR, TESSEL_EVENT_TRACE_REFUSED, result);
 }

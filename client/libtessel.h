@@ -2,7 +2,8 @@
  *
  * A call sends one request and waits for its reply, for at most the time set by tessel_set_timeout_ms(). Calls keep no
  * state: any thread may call at any time. Arguments stay the caller's; outputs are written only on success. Every int
- * that a function returns is a value of enum tessel_error unless its comment says otherwise. */
+ * that a function returns is a value of enum tessel_error unless its comment says otherwise; for a null pointer that is
+ * TESSEL_E_ARGUMENT, unless the comment allows it. The pointer to a listener must be one that is open. */
 #ifndef TESSEL_LIBTESSEL_H
 #define TESSEL_LIBTESSEL_H
 

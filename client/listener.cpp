@@ -190,6 +190,7 @@ int tessel_listener_has_name(const tessel_listener* listener) {
 }
 
 int tessel_listener_next(tessel_listener* listener, tessel_event* event, int timeout_ms) {
+    if (event == nullptr) return TESSEL_E_ARGUMENT;
     const auto deadline = Clock::now() + milliseconds(std::max(timeout_ms, 0));
     while (true) {
         const UniqueFd connection(accept4(listener->socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));

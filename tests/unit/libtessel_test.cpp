@@ -150,6 +150,15 @@ TEST(Call, WhatMeansNothingIsNeverSent) {
         tessel_conflict_stop(0x10002), tessel_traceroute_start(&ofBoth, 30, 1), tessel_log_file(0, nullptr, nullptr),
         tessel_log_file(7, nullptr, nullptr), tessel_log_file(3, nullptr, std::string(128, 'p').c_str()),
         tessel_raw(1, std::string(3073, 'x').data(), 3073, nullptr, 0));
+    tessel_event event{};
+    TNetPingResult result{};
+    expectRefused(tessel_ping_start(nullptr), tessel_traceroute_start(nullptr, 30, 1), tessel_ntp_start(nullptr, 60),
+                  tessel_ntp_check(nullptr), tessel_dhcpd_start("eth0", nullptr), tessel_dhcpd_status("eth0", nullptr),
+                  tessel_event_ping(nullptr, &result), tessel_event_ntp(&event, nullptr),
+                  tessel_event_traffic(&event, nullptr), tessel_listener_next(nullptr, nullptr, 0));
+    event.kind = TESSEL_EVENT_PING_REPLY;
+    event.size = sizeof(result);
+    expectRefused(tessel_event_ping(&event, nullptr));
     for (const std::size_t count : {0, 4, 5})
         EXPECT_EQ(tessel_bond_start(0, names, count, "eth0", nullptr), TESSEL_E_ARGUMENT) << count;
     for (const std::size_t bytes : {3032, 3069, 9999})

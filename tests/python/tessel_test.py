@@ -60,6 +60,8 @@ class RecordTest(unittest.TestCase):
         entry = tessel.TNetIpFilter(range="2001:db8::1-2001:db8::9")
         entry.data[40:42] = bytes(2)  # does not count
         self.assertEqual((entry.family, entry.range), (10, "2001:db8::1-2001:db8::9"))
+        entry.range = gateway.gateway = None
+        self.assertEqual((entry.source, entry.range, gateway.value), ("2001:db8::1/0", None, None))
 
     def test_what_does_not_fit_is_refused(self):
         for kind, fields, error in [

@@ -68,7 +68,7 @@ class Listener:
 
     def __init__(self, name, flags=0, timeout=None):
         self.timeout = timeout
-        self._lock = threading.Lock()
+        self._lock = threading.RLock()
         self._handle = ctypes.c_void_p()
         call("listener_open", text(name), ctypes.c_uint(flags), ctypes.byref(self._handle))
 
@@ -77,6 +77,10 @@ class Listener:
         if not self._handle:
             raise ValueError("the listener is closed")
         return self._handle
+
+    def _ask(self, what):
+        with self._lock:
+            return getattr(library, "tessel_listener_" + what)(self._open)
 
     def next(self, timeout=None):
         """The next event. None within `timeout` seconds is an Error with E_TIMEOUT; without one it waits for ever."""
@@ -98,15 +102,15 @@ class Listener:
 
     def fileno(self):
         """For select(): readable when next() has something to do."""
-        return library.tessel_listener_fd(self._open)
+        return self._ask("fd")
 
     def has_name(self):
         """False once somebody took the name: no more events come."""
-        return library.tessel_listener_has_name(self._open) == 1
+        return self._ask("has_name") == 1
 
     def malformed(self):
         """How many connections brought no whole message."""
-        return library.tessel_listener_malformed(self._open)
+        return self._ask("malformed")
 
     def close(self):
         """Gives the name back."""

@@ -103,6 +103,8 @@ def read_host(raw):
 
 
 def write_host(value):
+    if value is None:
+        return bytes(20)
     address = ip_address(value)
     return struct.pack("=HH16s", 2 if address.version == 4 else 10, 0, address.packed)
 
@@ -144,8 +146,9 @@ class Range(Field):
         return f"{read_host(first)}-{read_host(first[:4] + last[4:])}" if any(last[4:]) else None
 
     def __set__(self, record, value):
-        first, last = value.split("-")
-        super().__set__(record, first)
+        first, last = value.split("-") if value else (None, None)
+        if first:
+            super().__set__(record, first)
         self.last.__set__(record, last)
 
 

@@ -1,5 +1,6 @@
 // What applications link: the transport, calls to the daemon and the listener for its reports.
 #include <poll.h>
+#include <sys/fsuid.h>
 
 #include <atomic>
 
@@ -285,6 +286,22 @@ TEST(Listener, RespectsListenersWithoutALockAndReplacesDeadOnes) {
     foreign.Reset();
     EXPECT_TRUE(std::filesystem::exists("/tmp/ipc_ntpv6"));
     EXPECT_NE(OpenListener("ipc_ntpv6"), nullptr);
+}
+
+// The kernel may refuse a file of another user's with O_CREAT (fs.protected_regular), and one of mode 0 without.
+TEST(Listener, LockFilesLeftByOthersAreNoObstacle) {
+    constexpr char kLockFile[] = "/tmp/ipc_stat.lock";
+    constexpr uid_t kOther = 1;
+    WriteFile(kLockFile, "");
+    if (chown(kLockFile, kOther, 0) != 0) GTEST_SKIP() << "there is only one user";
+    EXPECT_NE(OpenListener("ipc_stat"), nullptr);
+    WriteFile(kLockFile, "");
+    ASSERT_EQ(chown(kLockFile, kOther, 0), 0);
+    ASSERT_EQ(chmod(kLockFile, 0), 0);
+    setfsuid(kOther);
+    OpenListener("ipc_stat", 0, TESSEL_E_SYSTEM);
+    EXPECT_NE(OpenListener("ipc_stat", TESSEL_LISTEN_TAKE), nullptr);
+    setfsuid(0);
 }
 
 TEST(Listener, RefusesNamesThatAreNone) {

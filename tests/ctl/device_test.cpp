@@ -69,7 +69,7 @@ TEST(CtlService, NamesWhatItKillsAndAsks) {
     ExpectAll({{"service stop victim --yes", 0, "victim stopped (victim, pid " + pid + ")"},
                {"service stop telnetd", 0, "telnetd stopped (telnetd, pid "}});
     EXPECT_TRUE(Eventually([] { return FindProcesses("victim").empty(); }));
-    const RemoteSession session;
+    EnterSession();
     ExpectAll({{"service stop ssh", 2, "it would kill every dropbear, and your session comes from 192.168.1.77"},
                {"service stop ssh --force", 1, "no process dropbear runs here"}});
 }

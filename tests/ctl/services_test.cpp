@@ -20,14 +20,11 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
          {"dhcpd start eth1 range 192.168.2.150 192.168.2.100/24 router 192.168.2.1", 2, "no range within one network"},
          {"dhcpd start eth1 range 192.168.3.1 192.168.2.100/24 router 192.168.2.1", 2, "no range within one network"},
          {"dhcpd start eth1 range 192.168.2.1 192.168.2.9/24 router fe80::1", 2, "there is no server for IPv6"},
-         {"dhcpd start eth1 range 192.168.2.1 192.168.2.9/33 router 192.168.2.1", 2,
-          "not a valid address with its length"},
          {"dhcpd show eth9", 2, "there is no interface eth9"},
          {"dhcpd show", 0, "eth2"},
          {start, 0, "192.168.2.100 to 192.168.2.150/24 are handed out"},
          {start, 2, "it is already served (dhcpd stop eth1)"},
          {"status eth1", 0, "  DHCP server\n"},
-         {"status lo -g dhcp_server", 0, "false\n"},
          {"dhcpd start eth2 range 192.168.3.1 192.168.3.9/24 router 192.168.3.1", 5, "its udhcpd has exited"}});
     EXPECT_THAT(ReadFile("/usr/etc/udhcpd4_eth1.conf"),
                 HasSubstr("start 192.168.2.100\nend 192.168.2.150\ninterface eth1\noption dns  10.9.9.9\noption dns  "
@@ -101,10 +98,6 @@ TEST(CtlBond, IsReadBackFromTheDriver) {
     Prepare({"ip addr add 192.168.1.20/24 dev eth1", "ip link add eth10 type veth"});
     const StandInTools tools({"ifconfig", "ifenslave", "ip"});
     const Daemon daemon;
-    {
-        const RemoteSession session;
-        ExpectAll({{"bond start eth2 eth1 active eth2", 2, "your session runs over"}});
-    }
     ExpectAll({{"bond show", 0, "there is no bond"},
                {"bond start eth0 eth1 eth2 lo eth10 active eth0", 2, "at most four interfaces"},
                {"bond start eth1 eth2 active eth0", 2, "eth0 has to be one of them"},
@@ -131,6 +124,8 @@ TEST(CtlBond, IsReadBackFromTheDriver) {
          {"bond stop", 5, "bond0 still has members"},
          {"bond start eth1 eth2 active eth1", 0, "bond0   eth1, eth2, active eth1; their addresses were removed"}});
     EXPECT_EQ(DocumentOf("bond show")["mode"], "fault-tolerance (active-backup)");
+    EnterSession();
+    ExpectAll({{"bond start eth2 eth1 active eth2", 2, "your session runs over"}});
 }
 
 // The lines that the next command would run, without those of the shell.

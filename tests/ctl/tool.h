@@ -72,23 +72,24 @@ inline void ExpectAll(std::initializer_list<Expected> cases) {
     }
 }
 
+// As listeners are named.
+const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
+
 // Runs lines of the device's own tools in the sandbox that the tests live in.
 inline void Prepare(std::initializer_list<const char*> lines) {
     for (const char* line : lines)
-        ASSERT_EQ(std::system(line), 0) << line;
+        RunOnDevice(line);
 }
 
-// A remote session, as sshd(8) describes it.
-class RemoteSession {
-  public:
-    explicit RemoteSession(const char* peer = "192.168.1.77", const char* device = "192.168.1.20") {
-        setenv("SSH_CONNECTION", (std::string(peer) + " 50000 " + device + " 22").c_str(), 1);
-    }
-    ~RemoteSession() {
-        unsetenv("SSH_CONNECTION");
-    }
-    RemoteSession(const RemoteSession&) = delete;
-    RemoteSession& operator=(const RemoteSession&) = delete;
-};
+// Two of the device's links have addresses, and so has the host at the other end of the first one.
+inline void PrepareLinks() {
+    Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip addr add 2001:db8::5/64 dev eth0 nodad",
+             "ip addr add 192.168.2.20/24 dev eth1", "ip -n far addr add 192.168.1.1/24 dev far0"});
+}
+
+// From here on the tool is used in a remote session, as sshd(8) describes it.
+inline void EnterSession(const char* peer = "192.168.1.77", const char* device = "192.168.1.20") {
+    setenv("SSH_CONNECTION", Format("{} 50000 {} 22", peer, device).c_str(), 1);
+}
 
 }  // namespace tessel::test

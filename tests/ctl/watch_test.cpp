@@ -15,8 +15,6 @@ namespace {
 
 using std::filesystem::exists;
 
-const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
-
 std::optional<ShownEvent> Show(const char* socket, u32 type, std::string_view payload) {
     const EventName name = FindEventName(socket, type);
     tessel_event event{.kind = name.kind, .name = name.name, .type = type, .size = 0, .payload = {}};
@@ -95,26 +93,6 @@ TEST(Events, EveryKindHasItsFieldsAndItsLine) {
     EXPECT_FALSE(Show("ipc_ip_conflict", 3, Bytes(conflict)).has_value());
 }
 
-TEST(Events, ChangesInTheKernel) {
-    const std::pair<const char*, std::string> cases[] = {
-        {R"({"event":"route","action":"added","destination":"default","gateway":"192.168.2.1","interface":"eth1",
-             "metric":5,"table":254,"source":null})",
-         "kernel    eth1  default via 192.168.2.1 metric 5 added"},
-        {R"({"event":"route","action":"removed","destination":"10.0.0.0/8","gateway":null,"metric":0,"table":7})",
-         "kernel    10.0.0.0/8 without metric table 7 removed"},
-        {R"({"event":"addr","action":"added","interface":"eth0","address":"fe80::1","prefix_length":64})",
-         "kernel    eth0  fe80::1/64 added"},
-        {R"({"event":"link","action":"added","interface":"eth0","state":"down","mtu":1400})", "eth0  down mtu 1400"},
-        {R"({"event":"rule","action":"added","pref":9,"from":"all","fwmark":3,"table":7})",
-         "kernel    rule 9 from all fwmark 3 table 7 added"},
-    };
-    for (const auto& [change, line] : cases) {
-        const ShownEvent shown = ShowKernelEvent(Json::parse(change), WallTime{});
-        EXPECT_THAT(shown.line, testing::EndsWith(line));
-        EXPECT_EQ(shown.document["source"], "kernel");
-    }
-}
-
 // The tool in a thread of its own, its output in a pipe.
 class Watching {
   public:
@@ -127,11 +105,6 @@ class Watching {
             fclose(out);
         });
     }
-    ~Watching() {
-        if (read_ != nullptr) fclose(read_);
-    }
-    Watching(const Watching&) = delete;
-    Watching& operator=(const Watching&) = delete;
 
     [[nodiscard]] std::string Line() {
         char line[512] = "";
@@ -141,7 +114,7 @@ class Watching {
         EXPECT_EQ(pthread_kill(thread_.native_handle(), signal), 0);
     }
     void StopReading() {
-        fclose(std::exchange(read_, nullptr));
+        fclose(read_);
     }
     // Standard error.
     std::string EndsWith(int status) {
@@ -157,12 +130,8 @@ class Watching {
     std::thread thread_;
 };
 
-void PrepareLink() {
-    Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip -n far addr add 192.168.1.1/24 dev far0"});
-}
-
 TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
-    PrepareLink();
+    PrepareLinks();
     const Daemon daemon;
     const ToolRun run = RunLine("ping 192.168.1.1 count 2");
     EXPECT_EQ(run.status, 0);
@@ -174,10 +143,8 @@ TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
                {"ping 192.168.1.300", 2, "not a valid address"},
                {"ping 192.168.1.1 count 1 -n", 0, "listens on ipc_ping_"},
                {"ping stop 7", 0, "ping 7 stopped"}});
-    std::istringstream lines(RunLine("ping 192.168.1.1 count 1 -j").out);
-    std::string line;
-    EXPECT_EQ(Json::parse((std::getline(lines, line), line))["event"], "ping_reply");
-    EXPECT_EQ(Json::parse((std::getline(lines, line), line))["lost_percent"], 0);
+    EXPECT_THAT(RunLine("ping 192.168.1.1 count 1 -j").out,
+                MatchesRegex("\\{.*\"event\":\"ping_reply\",.*}\n\\{.*\"lost_percent\":0[,}].*\n"));
     EXPECT_EQ(RunLine("ping 192.168.1.1 count 2 -g seq").out, "0\n1\n");
     // An interrupted one is stopped: the next one of the same id can start.
     Watching watching("ping 192.168.1.9 count 100 timeout 1");
@@ -188,17 +155,13 @@ TEST(Ping, LooksAsPeopleKnowItAndLeavesNothingBehind) {
     EXPECT_FALSE(exists("/tmp/ipc_ping_" + std::to_string(getpid())));
 }
 
-TEST(Ping, GivesUpWhenTheDaemonReportsNothing) {
+TEST(Ping, ADaemonThatReportsNothingOrHangsHoldsNobody) {
     StandInTools tools({"ping"});
     tools.Answer("ping -c 1 -s 56 -t 64 -W 1 192.168.1.1",
                  "64 bytes from 192.168.1.1: icmp_seq=1 ttl=64 time=200000 ms\n");
     const Daemon daemon;
     ExpectAll({{"ping 192.168.1.1 count 1 timeout 1", 1, "0 sent, 0 answered\n"}});
     EXPECT_EQ(tools.TakeRuns().size(), 1U);
-}
-
-TEST(Ping, AHangingDaemonHoldsNobody) {
-    const Daemon daemon;
     kill(daemon.Pid(), SIGSTOP);
     EXPECT_EQ(OutputOf("timeout --preserve-status -s INT -k 9 1 " TESSEL_CTL_PATH " ping 192.168.1.1; echo $?"),
               "130\n");
@@ -206,7 +169,7 @@ TEST(Ping, AHangingDaemonHoldsNobody) {
 }
 
 TEST(Traceroute, ALineAHop) {
-    PrepareLink();
+    PrepareLinks();
     const Daemon daemon;
     for (int i = 0; i < 2; ++i) {  // the id is free again
         const ToolRun run = RunLine("traceroute 192.168.1.1");
@@ -225,7 +188,7 @@ TEST(Traceroute, ALineAHop) {
                {"traceroute 10.9.0.1", 1, "hop 1, 192.168.1.1, reports that the target cannot be reached"}});
 }
 
-TEST(Traffic, IsShownAndSwitchedOff) {
+TEST(Traffic, IsSwitchedOffUnlessSomebodyElseHasStartedIt) {
     const Daemon daemon;
     const ToolRun run = RunLine("traffic watch count 2");
     EXPECT_EQ(run.status, 0) << run.err;
@@ -236,11 +199,6 @@ TEST(Traffic, IsShownAndSwitchedOff) {
     while (reports < 3 && listener.Next(2500) == 0)
         ++reports;
     EXPECT_LE(reports, 1) << "of the period that ran, unless it was over before somebody listened";
-}
-
-TEST(Traffic, WhatSomebodyElseHasStartedGoesOn) {
-    const Daemon daemon;
-    Listener listener("ipc_stat");
     ASSERT_EQ(tessel_traffic_start(2), TESSEL_OK);
     ExpectAll({{"traffic watch count 1", 2, kThisProgram + " is listening on ipc_stat (--take"},
                {"traffic stop", 2, "would get no more"},
@@ -255,7 +213,7 @@ void Claim(const FarLink& link) {
 }
 
 TEST(Conflict, IsReportedUntilInterrupted) {
-    PrepareLink();
+    PrepareLinks();
     const FarLink link("far0", ETH_P_ARP);
     const Daemon daemon;
     Watching watching("conflict watch -4");
@@ -307,7 +265,7 @@ TEST(Watch, GoesOnWithTheNextDaemon) {
     EXPECT_THAT(watching.EndsWith(128 + SIGHUP),
                 MatchesRegex(".*the daemon has ended; waiting for the next one\nnote: a new daemon is running.*\n"));
     // A ping does not go on.
-    PrepareLink();
+    PrepareLinks();
     Watching ping("ping 192.168.1.9 count 99 timeout 1");
     EXPECT_THAT(ping.Line(), HasSubstr("no reply"));
     daemon.reset();

@@ -9,6 +9,7 @@ import pathlib
 import re
 import signal
 import socket
+import socketserver
 import struct
 import subprocess
 import sys
@@ -82,27 +83,18 @@ def requests_answered_with(status):
     """Serves in the daemon's place. Gives the list of the requests that came: code and payload."""
     requests = []
 
-    def serve():
-        while True:
-            connection, _ = listener.accept()
-            with connection:
-                code, size, _ = struct.unpack("=IiI", connection.recv(12, socket.MSG_WAITALL))
-                requests.append((code, connection.recv(size, socket.MSG_WAITALL) if size else b""))
-                connection.sendall(struct.pack("=IiIi", code, 4, 0, status))
-            if code == END:
-                return
+    class Answer(socketserver.BaseRequestHandler):
+        def handle(self):
+            code, size, _ = struct.unpack("=IiI", self.request.recv(12, socket.MSG_WAITALL))
+            requests.append((code, self.request.recv(size, socket.MSG_WAITALL) if size else b""))
+            self.request.sendall(struct.pack("=IiIi", code, 4, 0, status))
 
-    END = 0xFFFF
-    with socket.socket(socket.AF_UNIX) as listener:
-        listener.bind("/tmp/api_daemon")
-        listener.listen()
-        server = threading.Thread(target=serve)
-        server.start()
+    with socketserver.UnixStreamServer("/tmp/api_daemon", Answer) as server:
+        threading.Thread(target=server.serve_forever, args=[0.01]).start()
         try:
             yield requests
         finally:
-            tessel.request(END, reply_size=4)
-            server.join()
+            server.shutdown()
             os.unlink("/tmp/api_daemon")
 
 

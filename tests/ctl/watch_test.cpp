@@ -101,7 +101,7 @@ class Watching {
         EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
         read_ = fdopen(ends[0], "r");
         thread_ = std::thread([this, line, out = fdopen(ends[1], "w")] {
-            status_ = RunTool(WordsOf(line), out, err_);
+            status_ = RunTool(WordsIn(line), out, err_);
             fclose(out);
         });
     }
@@ -190,6 +190,7 @@ TEST(Traceroute, ALineAHop) {
 
 TEST(Traffic, IsSwitchedOffUnlessSomebodyElseHasStartedIt) {
     const Daemon daemon;
+    ExpectAll({{"traffic watch count 1 -g valid", 0, "true\ntrue\ntrue\n"}});
     const ToolRun run = RunLine("traffic watch count 2");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err, "");
@@ -202,9 +203,11 @@ TEST(Traffic, IsSwitchedOffUnlessSomebodyElseHasStartedIt) {
     ASSERT_EQ(tessel_traffic_start(2), TESSEL_OK);
     ExpectAll({{"traffic watch count 1", 2, kThisProgram + " is listening on ipc_stat (--take"},
                {"traffic stop", 2, "would get no more"},
-               {"traffic watch count 2 --take", 0, "reports come every 2 s"},
-               {"traffic watch count 1 -g valid", 0, "true\ntrue\ntrue\n"},
-               {"traffic stop", 0, "end with the current period"}});
+               {"traffic watch count 2 --take", 0, "reports come every 2 s"}});
+    Listener again("ipc_stat");
+    EXPECT_EQ(again.Next(), 0);
+    EXPECT_EQ(again.Next(), 0) << "it goes on, beyond the period that ran";
+    ExpectAll({{"traffic stop --force", 0, "end with the current period"}});
 }
 
 // Somebody on the link who says that an address of the device is his.

@@ -28,19 +28,19 @@ TEST(Pattern, WordsFindTheirPlaces) {
     };
     for (const auto& [pattern, words, expected] : cases) {
         SCOPED_TRACE(testing::Message() << pattern << " <- " << words);
-        const Match match = MatchWords(pattern, WordsOf(words));
+        const Match match = MatchWords(pattern, WordsIn(words));
         EXPECT_EQ(match.isComplete, !expected.starts_with('!')) << match.problem;
         if (!match.isComplete) {
             EXPECT_THAT(match.problem, HasSubstr(expected.substr(1)));
             continue;
         }
-        for (const std::string& pair : WordsOf(expected)) {
+        for (const std::string& pair : WordsIn(expected)) {
             const std::size_t equals = pair.find('=');
             EXPECT_TRUE(match.words.Has(pair.substr(0, equals)));
             EXPECT_EQ(match.words.Text(pair.substr(0, equals)), pair.substr(equals + 1)) << pair;
         }
     }
-    EXPECT_THAT(MatchWords("IF N [IF N]...", WordsOf("eth0 1 eth1 0x10")).words.All<u32>("N"), ElementsAre(1, 16));
+    EXPECT_THAT(MatchWords("IF N [IF N]...", WordsIn("eth0 1 eth1 0x10")).words.All<u32>("N"), ElementsAre(1, 16));
     EXPECT_EQ(UsageWords("LIST=on|off|N [P=tcp|udp] mtu N:68-65536 [A]"), "on|off|N [tcp|udp] mtu N [A]");
 }
 
@@ -66,7 +66,7 @@ TEST(Grammar, ObjectsAndVerbsMayBeCut) {
     };
     for (const auto& [words, expected] : cases) {
         try {
-            const ParsedCommand parsed = ParseWords(WordsOf(words));
+            const ParsedCommand parsed = ParseWords(WordsIn(words));
             EXPECT_EQ(TitleOf(*parsed.object, *parsed.command), expected) << words;
         } catch (const Failure& failure) {
             EXPECT_EQ(failure.exit, kExitRefused);
@@ -76,7 +76,7 @@ TEST(Grammar, ObjectsAndVerbsMayBeCut) {
 }
 
 TEST(Options, AreReadWhereverTheyStand) {
-    const Options options = ParseOptions(WordsOf("addr -4j --get a,b --wait 1.5 show -vvt2 --color=never -- -n"));
+    const Options options = ParseOptions(WordsIn("addr -4j --get a,b --wait 1.5 show -vvt2 --color=never -- -n"));
     EXPECT_THAT(options.words, ElementsAre("addr", "show", "-n"));
     EXPECT_EQ(options.wordsBehindDashes, 1U);
     EXPECT_TRUE(options.inet && options.json && !options.dryRun);
@@ -105,7 +105,7 @@ TEST(Commands, EveryServedCodeHasANamedVerbAndEveryRowWhatItNeeds) {
             codes.insert(codes.end(), command.codes.begin(), command.codes.end());
             EXPECT_FALSE(command.summary.empty()) << title;
             // An example is the command that it stands for.
-            const Options options = ParseOptions(WordsOf(std::string(command.example)));
+            const Options options = ParseOptions(WordsIn(std::string(command.example)));
             EXPECT_EQ(ParseWords(options.words).command, &command) << title;
             EXPECT_THAT(HelpText({std::string(object->name), std::string(command.verb)}), HasSubstr(command.summary));
         }
@@ -128,7 +128,7 @@ TEST(Commands, TheProtocolsPageHasTheFieldsOfEveryRequest) {
         std::stable_sort(fields.begin(), fields.end(), [](auto& a, auto& b) { return a.offset < b.offset; });
         auto field = fields.begin();
         std::replace(line.begin(), line.end(), ';', ' ');
-        for (const std::string& word : WordsOf(line.substr(0, line.rfind('|', line.size() - 2)))) {
+        for (const std::string& word : WordsIn(line.substr(0, line.rfind('|', line.size() - 2)))) {
             if (!word.starts_with("char[") && word != "u16" && word != "u32" && word != "i32") continue;
             field = std::find_if(field, fields.end(), [&](const Field& one) { return TypeText(one) == word; });
             ASSERT_NE(field++, fields.end()) << word << " in " << line;

@@ -154,13 +154,6 @@ class DaemonTest(unittest.TestCase):
         while not tessel.daemon_is_listening():
             time.sleep(0.01)
 
-    @classmethod
-    def tearDownClass(cls):
-        tessel.mtu_get("eth0")
-        os.kill(tessel.daemon_pid(), signal.SIGKILL)
-        while tessel.daemon_is_listening():
-            time.sleep(0.01)
-
     def test_what_is_set_is_what_the_kernel_has(self):
         tessel.addr_add("eth1", "10.0.0.7/8")
         tessel.mtu_set("eth1", 1400)

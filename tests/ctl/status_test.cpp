@@ -64,7 +64,6 @@ TEST_F(Finding, WhyShowsTheChoice) {
              "ip route add default via 192.168.1.7 table 70", "ip route add blackhole 10.2.0.0/16",
              "ip route add 10.4.0.0/16 dev eth0",
              "ip route add 10.4.0.0/16 metric 9 nexthop via 192.168.1.3 nexthop via 192.168.1.4"});
-
     {
         const Daemon daemon;
         ExpectAll({{"priority set eth1 5", 0, ""}});
@@ -114,24 +113,32 @@ TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
 }
 
 TEST_F(Finding, MonitorShowsTheKernelAndTakesOnlyWhatIsFree) {
-    const std::string tool = TESSEL_CTL_PATH;
-    // What comes while it is stopped is more than its socket holds.
-    const std::string shown =
-        OutputOf(tool + " monitor kernel -j > /tmp/changes & " + tool +
-                 " monitor 2>&1 & sleep 1.5; ip route add default via 192.168.1.4 metric 77; ip rule add pref 9 fwmark "
-                 "3 table 7;"
-                 "ip route add 10.0.0.0/8 via 192.168.1.4 table 7; ip route del 10.0.0.0/8 table 7;"
-                 "ip addr add 10.8.0.1/16 dev eth2; ip link set eth2 mtu 1400; sleep 1; kill -STOP $!;"
-                 "for i in $(seq 250); do echo route add 10.7.0.$i via 192.168.1.4; echo route del 10.7.0.$i; done | "
-                 "ip -batch -;"
-                 "kill -CONT $!; sleep 1; kill $!; wait $!; echo exit $?");
+    Prepare({TESSEL_CTL_PATH " monitor kernel -j > /tmp/changes &",
+             "{ sh -c 'echo $$ > /tmp/pid; exec " TESSEL_CTL_PATH " monitor'; echo exit $?; } > /tmp/shown 2>&1 &"});
+    const auto has = [](std::string_view text) {
+        return (ReadFile("/tmp/shown") + ReadFile("/tmp/changes")).find(text) != std::string::npos;
+    };
+    EXPECT_TRUE(Eventually([&] {  // both follow
+        RunOnDevice("ip route add 10.4.0.0/16 via 192.168.1.4 && ip route del 10.4.0.0/16");
+        return has("  10.4.0.0/16 via") && has("\"10.4.0.0/16\"");
+    }));
+    Prepare({"ip route add default via 192.168.1.4 metric 77", "ip rule add pref 9 fwmark 3 table 7",
+             "ip route add 10.0.0.0/8 via 192.168.1.4 table 7", "ip route del 10.0.0.0/8 table 7",
+             "ip addr add 10.8.0.1/16 dev eth2", "ip link set eth2 mtu 1400"});
     for (const char* text : {"  kernel    eth0  default via 192.168.1.4 metric 77 added\n",
                              "  kernel    rule 9 from all fwmark 3 table 7 added\n",
                              "  kernel    eth0  10.0.0.0/8 via 192.168.1.4 without metric table 7 removed\n",
                              "  kernel    eth2  10.8.0.1/16 added\n", "  kernel    eth2  up mtu 1400\n",
-                             "note: changes in the kernel came too fast: some are missing\n", "exit 143\n"})
-        EXPECT_THAT(shown, HasSubstr(text));
-    EXPECT_THAT(ReadFile("/tmp/changes"), HasSubstr(R"("event":"rule","source":"kernel","action":"added","pref":9,)"));
+                             R"("event":"rule","source":"kernel","action":"added","pref":9,)"})
+        EXPECT_TRUE(Eventually([&] { return has(text); })) << text;
+    // What comes while it is stopped is more than its socket holds.
+    Prepare({"kill -STOP $(cat /tmp/pid)",
+             "for i in $(seq 250); do echo route add 10.7.0.$i via 192.168.1.4; echo route del 10.7.0.$i; done | "
+             "ip -batch -",
+             "kill -CONT $(cat /tmp/pid)"});
+    EXPECT_TRUE(Eventually([&] { return has("note: changes in the kernel came too fast: some are"); }));
+    Prepare({"kill $(cat /tmp/pid)"});
+    EXPECT_TRUE(Eventually([&] { return has("exit 143\n"); }));
     const auto listener = OpenListener("ipc_ntp");
     const std::string planned = RunLine("monitor -n").out;
     EXPECT_THAT(planned, HasSubstr("ipc_ntpv6"));

@@ -59,7 +59,7 @@ inline void ExpectAll(std::initializer_list<Expected> cases) {
 }
 
 // As listeners are named.
-const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
+inline const std::string kThisProgram = "ctl_test (pid " + std::to_string(getpid()) + ")";
 
 // Runs lines of the device's own tools in the sandbox that the tests live in.
 inline void Prepare(std::initializer_list<const char*> lines) {

@@ -42,9 +42,7 @@ TEST_F(Finding, StatusShowsWhatThereIsWhetherTheDaemonAnswersOrNot) {
               R"({"address":"192.168.2.20","prefix_length":24,"family":"inet","scope":"global","dynamic":false,)"
               R"("tentative":false}],"gateways":[{"gateway":"192.168.2.1","family":"inet","metric":5,"learnt":false,)"
               R"("preferred":true}],"priority":5,"dhcp_server":false}])");
-    const Json status = DocumentOf("status");
-    EXPECT_EQ(status["daemon"]["pid"], daemon.Pid());
-    EXPECT_EQ(status["daemon"]["other_pids"], Json::array());
+    EXPECT_EQ(DocumentOf("status")["daemon"]["other_pids"], Json::array());
     WriteFile("/usr/tessel_crash.log.0", "");
     EXPECT_EQ(DocumentOf("status")["crash"], nullptr);  // empty: nothing was reported
     Prepare({"echo x > /usr/tessel_crash.log.0", "touch -d '2026-01-01 12:00:00 UTC' /usr/tessel_crash.log.0"});

@@ -1,4 +1,5 @@
 // The result files of both DHCP clients. The first byte chooses the family, the others are the file.
+#include "core/exec_note.h"
 #include "fuzz/fuzz.h"
 #include "services/dhcp_v4.h"
 #include "services/dhcp_v6.h"
@@ -30,6 +31,8 @@ void TryInput(Input input) {
     }
     Require(lease.dwDnsNum <= TESSEL_DHCP_DNS_MAX);
     Require(strcmp(lease.achDevName, "eth0") == 0);
+    for (const std::string& line : TakeToolLines())
+        Require(!isInet && line == "ip -6 route show dev eth0 default");
 }
 
 }  // namespace tessel::fuzz

@@ -3,6 +3,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "client/libtessel.h"
 #include "core/ipc.h"
 #include "fuzz/fuzz.h"
@@ -64,7 +66,9 @@ void TryInput(Input input) {
 
     static tessel_event event;
     memset(&event, 0xa5, sizeof(event));
-    const int result = tessel_listener_next(listener, &event, 0);
+    int result = tessel_listener_next(listener, &event, 0);
+    while (result == TESSEL_E_SYSTEM && errno == EINTR)  // by the fuzzer's clock
+        result = tessel_listener_next(listener, &event, 0);
     IpcMsgHead head{};
     std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(head)), reinterpret_cast<u8*>(&head));
     const bool isWhole = bytes.size() >= sizeof(head) && head.size >= 0 && head.size <= TESSEL_PAYLOAD_MAX &&

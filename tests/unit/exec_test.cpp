@@ -175,7 +175,8 @@ TEST(Tools, LogsWhatKeptThemFromStartingAndFromEnding) {
     EXPECT_EQ(RunShell("exit 255"), 255) << "says nothing of its start";
     ToolOutput output;
     ASSERT_TRUE(ComposeCommand(line, "perl perl -e kill(9,$$)"));
-    EXPECT_TRUE(Run(line) == 0 && Run(line, output) == 0 && output.hasDied) << "of a signal: its exit status is 0";
+    EXPECT_TRUE(RunForStatus(line) == 0 && tessel::Run(line, output) == 0 && output.hasDied)
+        << "of a signal: its exit status is 0";
     unlink("/tmp/tessellog");
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
                 testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)(.|\n)*"

@@ -56,8 +56,9 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
 // A pipe that is closed, and one that is full, as of a terminal that is held.
 TEST(Lifecycle, AStandardOutputThatNobodyReadsStopsNothing) {
     (void)std::system("{ sleep 1; " TESSEL_DAEMON_PATH "; } | true");
-    EXPECT_TRUE(Eventually([] { return Serves(); }));
-    kill(ServingPid(), SIGKILL);
+    pid_t pid = 0;
+    ASSERT_TRUE(Eventually([&] { return (pid = ServingPid()) != 0; }));
+    kill(pid, SIGKILL);
     ASSERT_EQ(mkfifo("/tmp/out", 0600), 0);
     const UniqueFd reader(open("/tmp/out", O_RDWR | O_CLOEXEC | O_NONBLOCK));
     ASSERT_EQ(std::system(TESSEL_DAEMON_PATH " > /tmp/out"), 0);

@@ -11,6 +11,7 @@
 
 #include "core/ipc.h"
 #include "core/unique_fd.h"
+#include "core/wait.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ constexpr i32 kPoisonResult = 0x7fffffff;
 constexpr u8 kPoisonByte = 0xA5;
 
 std::atomic<int> g_timeoutMs{tessel::kIpcTimeoutMs};
+std::atomic<int> g_stopFd{-1};
 std::atomic<tessel::Transport> g_transport{&tessel::CallDaemon};
 thread_local int t_daemonPid = 0;
 
@@ -74,6 +76,10 @@ int ErrorOfTransport(i32 result, bool timeIsUp) {
     }
 }
 
+bool IsStopped(int stopFd) {
+    return !tessel::SleepUntil(tessel::Deadline(std::chrono::milliseconds(0)), stopFd);
+}
+
 bool IsBuffer(const void* data, std::size_t size, std::size_t sizeMax) {
     return (data == nullptr) == (size == 0) && size <= sizeMax;
 }
@@ -102,16 +108,27 @@ int CallDaemon(u32 code, const void* request, std::size_t size, void* reply, std
     auto* replyBytes = static_cast<u8*>(reply);
     Poison(replyBytes, replySize);
     const int timeoutMs = g_timeoutMs.load(std::memory_order_relaxed);
+    const int stopFd = StopOfCalls();
+    if (IsStopped(stopFd)) return TESSEL_E_TIMEOUT;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     ucred peer{};
     errno = 0;
     const i32 result = IpcApiSendAndRecvWithin(code, request, static_cast<i32>(size), reply,
-                                               static_cast<i32>(replySize), timeoutMs, &peer);
+                                               static_cast<i32>(replySize), timeoutMs, &peer, stopFd);
     t_daemonPid = peer.pid;
     const bool timeIsUp = Clock::now() >= deadline;
     const bool isStored = replySize == 0 ? !timeIsUp : !IsPoison(replyBytes, replySize);
     if (result == TESSEL_IPC_OK && isStored) return TESSEL_OK;
+    if (IsStopped(stopFd)) return TESSEL_E_TIMEOUT;
     return ErrorOfTransport(result, timeIsUp);
+}
+
+int EndCallsAt(int stopFd) {
+    return g_stopFd.exchange(stopFd, std::memory_order_relaxed);
+}
+
+int StopOfCalls() {
+    return g_stopFd.load(std::memory_order_relaxed);
 }
 
 void UseTransport(Transport transport) {

@@ -19,6 +19,12 @@ using Transport = int (*)(u32 code, const void* request, std::size_t size, void*
 // the callers unchanged. To be called before other threads exist.
 void UseTransport(Transport transport);
 
+// From now on CallDaemon ends, with TESSEL_E_TIMEOUT, as soon as this descriptor is readable, and sends nothing when it
+// already is; -1: none. The daemon may still carry out what it was sent. Returns the one before, which StopOfCalls
+// gives until then.
+int EndCallsAt(int stopFd);
+[[nodiscard]] int StopOfCalls();
+
 // Through the transport in use.
 [[nodiscard]] int Call(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
 

@@ -379,9 +379,9 @@ i32 IpcCallbackSend(const char* name, u32 type, const void* data, i32 size, int 
 }
 
 i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize, int timeoutMs,
-                            ucred* peer) {
+                            ucred* peer, int stopFd) {
     Exchange exchange = ApiExchange(type, data, size, reply, replySize);
-    exchange.limits = {.connectMs = timeoutMs, .exchangeMs = timeoutMs, .stopFd = -1, .mayConnect = nullptr};
+    exchange.limits = {.connectMs = timeoutMs, .exchangeMs = timeoutMs, .stopFd = stopFd, .mayConnect = nullptr};
     exchange.peer = peer;
     return SendAndReceive(exchange, CallSite::Current());
 }

@@ -39,9 +39,10 @@ namespace tessel {
 constexpr int kIpcTimeoutMs = 60000;
 
 // IpcApiSendAndRecv with a time limit of its own for connecting, for writing and for reading. Unless `peer` is null, it
-// stores the process that answered there (nothing when there was no connection).
+// stores the process that answered there (nothing when there was no connection). It ends, with TESSEL_IPC_ERROR, as
+// soon as `stopFd` (-1: none) is readable: what has been written by then reaches the daemon all the same.
 [[nodiscard]] i32 IpcApiSendAndRecvWithin(u32 type, const void* data, i32 size, void* reply, i32 replySize,
-                                          int timeoutMs, ucred* peer);
+                                          int timeoutMs, ucred* peer, int stopFd = -1);
 
 // Whether a socket file of this owner and group may be connected to.
 using SocketJudge = bool (*)(uid_t owner, gid_t group);

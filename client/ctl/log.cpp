@@ -166,16 +166,21 @@ Outcome TraceCommand(const Invocation& invocation) {
     Outcome outcome;
     std::string log;
     int error = tessel_log_file(TESSEL_LOG_OPEN_DAEMON, nullptr, path.c_str());
+    const int systemError = errno;
     if (error == TESSEL_OK) {
         error = tessel_log_level_set(5);  // everything
         outcome = RunInner(arguments, invocation);
-        (void)tessel_log_level_set(2);  // the level of a daemon that was just started
+    }
+    if (const int signal = signals.Take(); signal != 0) outcome = {.document = nullptr, .signal = signal};
+    if (error == TESSEL_OK || error == TESSEL_E_TIMEOUT) {  // without an answer it may still be carried out
+        (void)tessel_log_level_set(2);                      // the level of a daemon that was just started
         (void)tessel_log_file(TESSEL_LOG_CLOSE_DAEMON, nullptr, nullptr);
         if (access(path.c_str(), R_OK) == 0) log = ReadWholeFile(asked, path);
     }
     (void)unlink(path.c_str());
     (void)rmdir(directory);
-    Require(asked, error);
+    errno = systemError;
+    if (outcome.signal == 0) Require(asked, error);
     if (invocation.options.dryRun) return outcome;
     const Json lines = LinesOf(log);
     outcome.text = RenderTable(lines, " {kind}| {function}| {text}", false, false) +

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <condition_variable>
-#include <csignal>
 #include <mutex>
 #include <thread>
 
@@ -10,7 +9,6 @@
 #include "client/ctl/fields.h"
 #include "client/ctl/files.h"
 #include "client/ctl/perform.h"
-#include "client/ctl/watch.h"
 #include "core/exec_note.h"
 #include "core/log_state.h"
 #include "core/unique_fd.h"
@@ -144,30 +142,16 @@ PlannedRequest Planned(const Message& message, std::span<const u8> bytes) {
     return planned;
 }
 
-// Once it has lived for two seconds, a line on a terminal says what is being waited for, and signals that are held back
-// (HeldSignals) end the process: without the daemon nothing can be put in order.
+// Once it has lived for two seconds, a line on a terminal says what is being waited for.
 std::jthread NoticeOfWaiting(std::FILE* err) {
-    const bool isForPeople = isatty(fileno(err)) != 0;
-    sigset_t blocked;
-    sigset_t held;
-    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-    sigemptyset(&held);
-    for (const int ending : kEndingSignals) {
-        if (sigismember(&blocked, ending) == 1) sigaddset(&held, ending);
-    }
-    if (!isForPeople && sigisemptyset(&held) != 0) return {};
+    if (isatty(fileno(err)) == 0) return {};
     return std::jthread([=](const std::stop_token& stop) {
         constexpr std::chrono::seconds kPatience{2};
-        constexpr timespec kStep{0, 100'000'000};
         std::mutex mutex;
         std::unique_lock lock(mutex);
         (void)std::condition_variable_any().wait_for(lock, stop, kPatience, [] { return false; });
-        if (isForPeople && !stop.stop_requested())
+        if (!stop.stop_requested())
             (void)std::fputs("note: no answer yet: this or an earlier request takes long (see --timeout)\n", err);
-        while (sigisemptyset(&held) == 0 && !stop.stop_requested()) {
-            const int signal = sigtimedwait(&held, nullptr, &kStep);
-            if (signal > 0) _exit(kExitSignal + signal);
-        }
     });
 }
 

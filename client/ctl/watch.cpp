@@ -58,7 +58,8 @@ class Watcher {
             SwitchOn();
             outcome.signal = Follow();
         } catch (const Failure& failure) {
-            outcome.failure = failure;
+            outcome.signal = signals_.Take();
+            if (outcome.signal == 0) outcome.failure = failure;
         }
         SwitchOff(outcome);
         for (const Source& source : sources_)
@@ -162,7 +163,9 @@ class Watcher {
             if (!source.socket.stop || !isOurs || tessel_listener_has_name(source.listener.get()) == 0) continue;
             const int error = source.socket.stop();
             if (error == TESSEL_OK || error == TESSEL_E_NOT_RUNNING || outcome.failure) continue;
-            outcome.failure = CallFailed(Format("{}, switching off", invocation_.asked), error);
+            const Failure failure = CallFailed(Format("{}, switching off", invocation_.asked), error);
+            if (outcome.signal == 0) outcome.failure = failure;
+            if (outcome.signal != 0) outcome.notes.push_back(failure.message);
         }
     }
 

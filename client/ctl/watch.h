@@ -6,6 +6,7 @@
 
 #include <csignal>
 
+#include "client/call.h"
 #include "client/ctl/command.h"
 #include "core/unique_fd.h"
 
@@ -56,8 +57,9 @@ void ShowLine(const Invocation& invocation, const ShownEvent& event);
 // What ends the tool from outside.
 inline constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-// While one lives, those wait in a descriptor: none is lost between a look and a wait. Those that
-// the caller of the tool had ignored (nohup does) stay so. SIGPIPE is ignored from then on: writes fail instead.
+// While one lives, those wait in a descriptor: none is lost between a look and a wait. They end the waiting for an
+// answer of the daemon or for one of the user (Agree), so that whoever asked puts everything in order. Those that the
+// caller of the tool had ignored (nohup does) stay so. SIGPIPE is ignored from then on: writes fail instead.
 class HeldSignals {
   public:
     HeldSignals() {
@@ -71,11 +73,13 @@ class HeldSignals {
         }
         pthread_sigmask(SIG_BLOCK, &held, &previous_);
         fd_.Reset(signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK));
+        outerFd_ = EndCallsAt(Fd());
     }
     ~HeldSignals() {
         // What came twice has been obeyed: it must not end the process after all.
         while (Take() != 0) {
         }
+        (void)EndCallsAt(outerFd_);
         pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
     }
     HeldSignals(const HeldSignals&) = delete;
@@ -85,15 +89,19 @@ class HeldSignals {
     [[nodiscard]] int Fd() const {
         return fd_.Get();
     }
-    // The next one; 0: none came.
+    // The next one; 0: none came. After one, what is sent to put things in order waits five seconds for its answer.
     [[nodiscard]] int Take() const {
         signalfd_siginfo info;
-        return read(fd_.Get(), &info, sizeof(info)) == sizeof(info) ? static_cast<int>(info.ssi_signo) : 0;
+        if (read(fd_.Get(), &info, sizeof(info)) != sizeof(info)) return 0;
+        (void)tessel_set_timeout_ms(5000);
+        (void)EndCallsAt(-1);
+        return static_cast<int>(info.ssi_signo);
     }
 
   private:
     sigset_t previous_{};
     UniqueFd fd_;
+    int outerFd_ = -1;
 };
 
 }  // namespace tessel::ctl

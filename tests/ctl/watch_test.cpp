@@ -164,7 +164,7 @@ TEST(Ping, ADaemonThatReportsNothingOrHangsHoldsNobody) {
     EXPECT_EQ(tools.TakeRuns().size(), 1U);
     kill(daemon.Pid(), SIGSTOP);
     EXPECT_EQ(OutputOf("timeout --preserve-status -s INT -k 9 1 " TESSEL_CTL_PATH " ping 192.168.1.1; echo $?"),
-              "130\n");
+              "0 sent, 0 answered\n130\n");
     kill(daemon.Pid(), SIGCONT);
 }
 
@@ -235,6 +235,12 @@ TEST(Conflict, IsReportedUntilInterrupted) {
     watching.Signal(SIGTERM);
     EXPECT_THAT(watching.EndsWith(128 + SIGTERM), HasSubstr("connections that brought no event: 1"));
     EXPECT_FALSE(exists("/tmp/ipc_ip_conflict"));
+    // The same when the daemon is busy: it gets to both requests later.
+    kill(daemon.Pid(), SIGSTOP);
+    EXPECT_EQ(OutputOf("timeout --preserve-status -s TERM 1 " TESSEL_CTL_PATH " conflict watch -4; echo $?"), "143\n");
+    kill(daemon.Pid(), SIGCONT);
+    EXPECT_FALSE(exists("/tmp/ipc_ip_conflict"));
+    ExpectAll({{"priority", 0, ""}});
     // They are off again.
     const auto listener = OpenListener("ipc_ip_conflict");
     Claim(link);

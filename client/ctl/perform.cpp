@@ -1,7 +1,9 @@
 #include "client/ctl/perform.h"
 
+#include <poll.h>
 #include <unistd.h>
 
+#include "client/call.h"
 #include "client/ctl/kernel.h"
 
 namespace tessel::ctl {
@@ -39,8 +41,12 @@ void Agree(const Invocation& invocation, const std::string& question, const std:
     if (!canAsk) throw Refused(invocation.asked, loss + " (--yes does it)");
     (void)std::fputs(Format("{}? [y/N] ", question).c_str(), invocation.err);
     (void)std::fflush(invocation.err);
+    pollfd waits[] = {{STDIN_FILENO, POLLIN, 0}, {StopOfCalls(), POLLIN, 0}};
+    while (poll(waits, std::size(waits), -1) < 0 && errno == EINTR) {
+    }
     std::array<char, 16> answer{};
-    const bool isRead = std::fgets(answer.data(), static_cast<int>(answer.size()), stdin) != nullptr;
+    const bool isRead =
+        waits[1].revents == 0 && std::fgets(answer.data(), static_cast<int>(answer.size()), stdin) != nullptr;
     if (!isRead || (answer[0] != 'y' && answer[0] != 'Y')) throw Refused(invocation.asked, "not done");
 }
 

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
@@ -58,31 +59,38 @@ void Send(const UniqueFd& guardian, int order) {
     if (pid > 0 && !IsOver(guardian)) (void)kill(pid, order);
 }
 
-// The guardian's life. Every signal is blocked.
-[[noreturn]] void Guard(const Invocation& outer, const Json& saved, u32 seconds, const UniqueFd& file, Json document) {
+// The guardian's life. Every signal is blocked. The command may take long, or ask: its clock begins when `parent` says
+// that the command has finished, or ends. What is decided before counts from then on.
+[[noreturn]] void Guard(const Invocation& outer, const Json& saved, u32 seconds, const UniqueFd& file, Json document,
+                        pid_t parent) {
     setsid();
+    (void)prctl(PR_SET_PDEATHSIG, kBegin);
+    if (getppid() != parent) (void)kill(getpid(), kBegin);
     constexpr int kFdsMax = 1024;
     const int nowhere = open("/dev/null", O_RDWR);
     for (int fd = 0; fd < kFdsMax; ++fd) {
         if (fd != file.Get()) (void)(fd <= STDERR_FILENO ? dup2(nowhere, fd) : close(fd));
     }
+    (void)EndCallsAt(-1);
     openlog("tesselctl", LOG_PID, LOG_DAEMON);
     document["pid"] = getpid();
     sigset_t orders;
     sigemptyset(&orders);
     for (const int order : {kKeep, kTakeBack, kBegin})
         sigaddset(&orders, order);
-    timespec limit{.tv_sec = outer.options.timeoutMs / 1000 + static_cast<time_t>(seconds), .tv_nsec = 0};
-    int order = sigtimedwait(&orders, nullptr, &limit);
-    if (order == kBegin) {
+    int decision = 0;
+    for (int order = 0; (order = sigwaitinfo(&orders, nullptr)) != kBegin;)
+        decision = order > 0 ? order : decision;  // it may have been stopped meanwhile
+    if (decision == 0) {
         document["state"] = "waiting";
         document["until"] = JsonTime(std::chrono::system_clock::now() + std::chrono::seconds(seconds));
         WriteDocument(file, document);
-        limit.tv_sec = seconds;
-        order = sigtimedwait(&orders, nullptr, &limit);
+        const timespec limit{.tv_sec = static_cast<time_t>(seconds), .tv_nsec = 0};
+        sigdelset(&orders, kBegin);  // the end of the parent means nothing any more
+        decision = sigtimedwait(&orders, nullptr, &limit);
     }
     document["state"] = "kept";
-    if (order != kKeep) {
+    if (decision != kKeep) {
         const Outcome outcome = TakeBack(saved, outer);
         document.update({{"state", "taken back"}, {"results", outcome.document}, {"problems", outcome.notes}});
         syslog(LOG_NOTICE, "%s: taken back, %s", TextOf(document, "command").c_str(), RestText(outcome.document));
@@ -91,7 +99,7 @@ void Send(const UniqueFd& guardian, int order) {
     _exit(kExitDone);
 }
 
-// Takes everything back `seconds` after kBegin, in any case after the time for an answer and those.
+// Takes everything back `seconds` after kBegin.
 UniqueFd StartGuardian(const Invocation& outer, const Json& saved, u32 seconds, const std::string& command) {
     const UniqueFd file = OpenGuardian(O_RDWR | O_CREAT);
     if (!file.IsOpen()) throw Failed(outer.asked, "the guardian's file cannot be opened, or is another user's");
@@ -107,8 +115,9 @@ UniqueFd StartGuardian(const Invocation& outer, const Json& saved, u32 seconds, 
     sigset_t previous;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, &previous);  // what is sent to the guardian before it looks is not lost
+    const pid_t parent = getpid();
     const pid_t child = fork();
-    if (child == 0) Guard(outer, saved, seconds, file, document);
+    if (child == 0) Guard(outer, saved, seconds, file, document, parent);
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     if (child < 0) throw Failed(outer.asked, "cannot start the process that would undo it");
     document["pid"] = child;
@@ -152,7 +161,7 @@ Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std:
     const std::string state = TextOf(outcome.document, "state");
     outcome.done = TextOf(outcome.document, "command") + "   kept";
     if (state == "kept") return outcome;
-    if (state != "taken back") throw Failed(invocation.asked, "the process that was to undo it has exited");
+    if (state != "taken back") throw Failed(invocation.asked, "the process that was to undo it has exited: it stays");
     outcome.notes = outcome.document.at("problems");
     outcome.document = Json(outcome.document.at("results"));
     outcome.text = RenderTable(outcome.document, " {setting}| {now}| {result}", false, false);
@@ -161,11 +170,10 @@ Outcome EndOf(const Invocation& invocation, const UniqueFd& guardian, const std:
 }
 
 Outcome Try(const Invocation& invocation) {
-    constexpr u32 kSeconds = 60;
     const Step command = invocation.words.All<std::string>("COMMAND");
     if (command.size() != invocation.options.wordsBehindDashes)
         throw Refused(invocation.asked, R"(the command stands behind "--": try 60 -- link set eth0 mtu 1400)");
-    return TryCommand(invocation, invocation.words.Get<u32>("S", kSeconds), command);
+    return TryCommand(invocation, invocation.words.Get<u32>("S", 60), command);
 }
 
 Outcome ShowStatus(const Invocation& /*invocation*/) {
@@ -187,7 +195,7 @@ Outcome Decide(const Invocation& invocation) {
 }
 
 constexpr Command kTryCommands[] = {
-    Row("", "[S:1-] COMMAND...", &Try, "run a command, and undo it after S seconds (60) unless somebody keeps it",
+    Row("", "[S:1-86400] COMMAND...", &Try, "run a command, and undo it after S seconds (60) unless somebody keeps it",
         "try 60 -- gateway replace 192.168.1.254 dev eth0")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .More("Write the command after \"--\". Addresses, MTU, hardware addresses, gateways, priorities, routes, rules "
@@ -213,23 +221,23 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
         return outcome;
     }
     const Json saved = ReadState(outer.asked, true);
-    Say(outer, "saved: interfaces, gateways, priorities, routes, rules, firewall\n");
     if (kSettings.find(Format(" {} ", object)) == std::string_view::npos)
         ShowNote(outer, Format("only settings are restored: what \"{}\" starts or ends stays so", object));
     if (object == "priority" && saved.at("priorities").empty())
         ShowNote(outer, "the first priorities after the daemon's start cannot be undone, only changed");
     const UniqueFd guardian = StartGuardian(forced, saved, seconds, Joined(arguments, " "));
     const HeldSignals signals;
+    (void)signal(SIGTSTP, SIG_IGN);  // a command that has been stopped half-way would never be undone
     Outcome outcome = RunInner(arguments, forced);
+    // What was refused has changed nothing.
+    const bool wasRefused = outcome.failure && outcome.failure->exit == kExitRefused;
+    if (outcome.failure) Send(guardian, wasRefused ? kKeep : kTakeBack);
+    Send(guardian, kBegin);
     if (outcome.failure) {
-        // What was refused has changed nothing.
-        const bool wasRefused = outcome.failure->exit == kExitRefused;
-        Send(guardian, wasRefused ? kKeep : kTakeBack);
         const std::string& why = outcome.failure->message;
         const Outcome end = EndOf(outer, guardian, why.substr(0, why.find_last_not_of('.') + 1) + "; ");
         return wasRefused ? outcome : end;
     }
-    Send(guardian, kBegin);
     Say(outer, outcome.done.empty() ? outcome.text : outcome.done + "\n");
     for (const std::string& note : outcome.notes)
         ShowNote(outer, note);

@@ -1,6 +1,7 @@
 // The settings as a document; files of them; changes that are taken back; what the daemon logs for a command.
 #include "client/ctl/state.h"
 
+#include <pty.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -149,6 +150,35 @@ TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
     EXPECT_EQ(StatusOf(kept), 0);
     EXPECT_THAT(Settings().dump(), HasSubstr("192.168.1.99/24"));
     ExpectAll({{"try confirm", 1, "nothing waits"}, {"try status", 0, "nothing waits"}});
+}
+
+// As long as it asks there is nothing to undo: what is decided meanwhile counts afterwards.
+TEST_F(DeviceStateTest, AChangeAfterAQuestionIsTakenBackToo) {
+    EXPECT_EQ(RunLine("export /tmp/state.json").status, 0);
+    EXPECT_EQ(RunLine("addr set dev eth0 -4 192.168.1.77/24").status, 0);
+    const Json before = Settings();
+    int terminal = -1;
+    const auto ask = [&] {
+        const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+        if (child == 0) execl(TESSEL_CTL_PATH, "", "try", "60", "--", "apply", "/tmp/state.json", nullptr);
+        std::string shown;
+        for (char c = 0; shown.find("[y/N]") == std::string::npos && read(terminal, &c, 1) == 1;)
+            shown += c;
+        return child;
+    };
+    const pid_t answered = ask();
+    const pid_t cancelling = Typed("try cancel");
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(write(terminal, "y\n", 2), 2);
+    EXPECT_EQ(StatusOf(answered), 6);
+    EXPECT_EQ(StatusOf(cancelling), 0);
+    EXPECT_EQ(Settings(), before);
+    close(terminal);
+    const pid_t interrupted = ask();
+    EXPECT_EQ(write(terminal, "\x03", 1), 1);
+    EXPECT_EQ(StatusOf(interrupted), 2) << "refused: nothing was done";
+    close(terminal);
+    EXPECT_EQ(Settings(), before);
 }
 
 TEST_F(DeviceStateTest, ATraceShowsWhatTheDaemonRan) {

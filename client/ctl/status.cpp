@@ -153,6 +153,7 @@ Outcome Status(const Invocation& invocation) {
     } catch (const Failure& failure) {
         outcome.failure = failure;
         state = failure.exit == kExitNotRunning ? "not running" : "not answering";
+        if (failure.error == "not_permitted") state = "not permitted";
         if (failure.exit == kExitTimeout)
             outcome.failure->message = invocation.asked + ": no answer in time: showing what is known without it";
     }

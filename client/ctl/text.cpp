@@ -102,6 +102,9 @@ Failure CallFailed(std::string_view asked, int error, std::string_view cause) {
         case TESSEL_E_ARGUMENT:
             return Refused(asked, "these values cannot be sent");
         case TESSEL_E_SYSTEM:
+            if (systemError == EACCES && access(kSocketPath, W_OK) != 0)
+                return {kExitFailed, "not_permitted",
+                        Format("only root and the members of its group may use {} (ls -l names it)", kSocketPath)};
             return With(kExitFailed, "system", asked, strerror(systemError));
         default:
             return With(kExitFailed, "system", asked, tessel_strerror(error));

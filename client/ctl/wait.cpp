@@ -20,6 +20,7 @@ Outcome WaitFor(const Invocation& invocation, const std::string& missing, const 
             outcome.document = look();
             if (!outcome.document.is_null()) return outcome;
         } catch (const Failure& failure) {
+            if (failure.error == "not_permitted") throw;
             if (failure.exit == kExitNotRunning) problem = "the daemon is not running";
             if (failure.exit == kExitTimeout) problem = "the daemon does not answer";
         }

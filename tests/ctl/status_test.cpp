@@ -57,6 +57,15 @@ TEST_F(Finding, StatusShowsWhatThereIsWhetherTheDaemonAnswersOrNot) {
     EXPECT_THAT(hangs.out, AllOf(HasSubstr("not answering, pid " + pid), HasSubstr("192.168.1.20/24")));
 }
 
+TEST_F(Finding, WhoMayNotUseTheSocketLearnsWhoMay) {
+    const Daemon daemon;
+    ASSERT_EQ(chmod("/tmp/api_daemon", 0), 0);
+    for (const std::string line : {"status", "addr show", "wait daemon -t 9", "trace -- addr show", "dhcp start eth0"})
+        EXPECT_THAT(OutputOf("setpriv --bounding-set -dac_override " TESSEL_CTL_PATH " " + line + " 2>&1; echo $?"),
+                    testing::EndsWith("may use /tmp/api_daemon (ls -l names it)\n1\n"))
+            << line;
+}
+
 TEST_F(Finding, WhyShowsTheChoice) {
     Prepare({"ip route add 10.1.0.0/16 via 192.168.1.9", "ip rule add pref 70 fwmark 7 table 70",
              "ip route add default via 192.168.1.7 table 70", "ip route add blackhole 10.2.0.0/16",

@@ -24,12 +24,20 @@ std::string FindProgram(const std::string& name) {
     return name;
 }
 
+// False: not all of it could be written, and errno says why.
+bool WriteAll(int fd, std::string_view text) {
+    for (ssize_t count = 0; !text.empty(); text.remove_prefix(static_cast<std::size_t>(count))) {
+        count = write(fd, text.data(), text.size());
+        if (count == 0) errno = ENOSPC;
+        if (count <= 0) return false;
+    }
+    return true;
+}
+
 // A file without a name that holds `text`, to be read from its start. Unlike a pipe it takes any amount at once.
 UniqueFd Holding(std::string_view text) {
     UniqueFd file(memfd_create("text", MFD_CLOEXEC));
-    const auto size = static_cast<ssize_t>(text.size());
-    if (file.IsOpen() && (write(file.Get(), text.data(), text.size()) != size || lseek(file.Get(), 0, SEEK_SET) != 0))
-        file.Reset();
+    if (file.IsOpen() && (!WriteAll(file.Get(), text) || lseek(file.Get(), 0, SEEK_SET) != 0)) file.Reset();
     return file;
 }
 
@@ -87,7 +95,7 @@ void ReplaceFile(std::string_view asked, const std::string& path, const std::str
     std::string name = goal + ".XXXXXX";
     const UniqueFd file(isInPlace ? open(goal.c_str(), O_WRONLY | O_CLOEXEC) : mkostemp(name.data(), O_CLOEXEC));
     constexpr mode_t kNewMode = 0644;
-    bool isWritten = file.IsOpen() && write(file.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    bool isWritten = file.IsOpen() && WriteAll(file.Get(), text);
     if (isWritten && !isInPlace) {
         (void)!fchown(file.Get(), isThere ? before.st_uid : geteuid(), isThere ? before.st_gid : getegid());
         isWritten = fchmod(file.Get(), isThere ? before.st_mode : kNewMode) == 0 && fsync(file.Get()) == 0 &&

@@ -16,7 +16,8 @@ namespace tessel::ctl {
 namespace {
 
 // Texts by "link eth0 mtu", "priority eth0", "gateway dev eth0 -6"; of addresses, routes and rules by the words that
-// add them, with the text "there". In the order in which they are to be made.
+// add them, with the text "there". In the order in which they are to be made. Throws a Failure for what can never be
+// read back: link-local addresses, and a second gateway.
 Json SettingsOf(const Json& state) {
     Json settings = Json::object();
     const auto list = [](const Json& record, const char* key) { return record.value(key, Json::array()); };
@@ -24,15 +25,21 @@ Json SettingsOf(const Json& state) {
         const std::string name = TextOf(link, "interface");
         if (!TextOf(link, "mac").empty()) settings["link " + name + " mac"] = link.at("mac");
         if (link.contains("mtu")) settings["link " + name + " mtu"] = link.at("mtu").dump();
-        for (const std::string address : list(link, "addresses"))
-            settings[Format("addr {} dev {}", address, name)] = "there";
+        for (const std::string address : list(link, "addresses")) {
+            const std::string setting = Format("addr {} dev {}", address, name);
+            if (Covers(*ParseNetwork("fe80::/10"), *ParseNetwork(address)))
+                throw Refused(setting, "link-local addresses are left alone");
+            settings[setting] = "there";
+        }
     }
     for (const Json& entry : list(state, "priorities"))
         settings["priority " + TextOf(entry, "interface")] = entry.at("metric").dump();
     for (const Json& link : list(state, "interfaces")) {
         for (const std::string gateway : list(link, "gateways")) {
             const int family = gateway.find(':') == std::string::npos ? 4 : 6;
-            settings[Format("gateway dev {} -{}", TextOf(link, "interface"), family)] = gateway;
+            const std::string setting = Format("gateway dev {} -{}", TextOf(link, "interface"), family);
+            if (settings.contains(setting)) throw Refused(setting, "there is another one beside " + gateway);
+            settings[setting] = gateway;
         }
     }
     for (const Json& route : list(state, "routes"))

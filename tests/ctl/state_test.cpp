@@ -111,9 +111,13 @@ TEST_F(DeviceStateTest, AWrongFileIsRefusedWithThePlace) {
              {R"({"interfaces": [{"mtu": 1400}]})", R"(interfaces[0]: "interface" is missing)"},
              {R"({"interfaces": [{"interface": "eth9"}]})", "there is no interface eth9"},
              {R"({"interfaces": [{"interface": "eth0", "mtu": 20}]})", "from 68 to 65536"},
-             {R"({"interfaces": [{"interface": "eth0", "addresses": ["192.168.1.300/24"]}]})", "addresses[0]"}}) {
+             {R"({"interfaces": [{"interface": "eth0", "addresses": ["192.168.1.300/24"]}]})", "addresses[0]"},
+             {R"({"interfaces": [{"interface": "eth0", "addresses": ["fe80::9/64"]}]})",
+              "link-local addresses are left"},
+             {R"({"interfaces": [{"interface": "eth0", "gateways": ["192.168.1.1", "192.168.1.2"]}]})",
+              "another one"}}) {
         WriteFile("/tmp/wrong.json", text);
-        ExpectAll({{"diff /tmp/wrong.json", 2, problem}, {"apply /tmp/wrong.json --yes", 2, "/tmp/wrong.json"}});
+        ExpectAll({{"diff /tmp/wrong.json", 2, problem}, {"apply /tmp/wrong.json --yes", 2, problem}});
     }
 }
 

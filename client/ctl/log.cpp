@@ -18,8 +18,8 @@ namespace tessel::ctl {
 namespace {
 
 constexpr char kDebugSwitchFile[] = "/tmp/tesseldebug";
-constexpr char kDaemonLog[] = "/tmp/tessel_daemon.log";
-constexpr char kSystemLog[] = "/var/log/messages";
+// The daemon's own, and those of the system, of which it has some lines.
+constexpr const char* kLogs[] = {"/tmp/tessel_daemon.log", "/var/log/messages", "/var/log/syslog"};
 constexpr char kDaemonMark[] = "[TESSEL_";  // every line of the daemon has it
 constexpr std::size_t kPathMax = sizeof(LogFileCtl::achDaemonPath) - 1;
 constexpr std::pair<std::string_view, u32> kLevels[] = {{"off", 0}, {"error", 2}, {"info", 4}, {"debug", 5}};
@@ -85,8 +85,14 @@ Outcome SetDebug(const Invocation& invocation) {
 // Until a signal ends the process, or nobody reads any more.
 Outcome Follow(const Invocation& invocation) {
     constexpr int kPollMs = 200;
+    constexpr off_t kTailBytes = 65536;
     std::string path = invocation.words.Text("FILE");
-    if (path.empty()) path = access(kDaemonLog, F_OK) == 0 ? kDaemonLog : kSystemLog;
+    for (const char* log : kLogs)
+        if (path.empty() && access(log, R_OK) == 0) path = log;
+    if (path.empty())
+        throw Failed(invocation.asked, Format("cannot read {} (name a FILE, or use journalctl -f -t tessel_daemon)",
+                                              Joined(kLogs, ", ")));
+    const bool isSystems = std::find(kLogs + 1, std::end(kLogs), path) != std::end(kLogs);
     if (invocation.options.dryRun) return {.document = nullptr, .planned = {"follows " + path}};
     if (access(path.c_str(), R_OK) != 0) throw Failed(invocation.asked, Format("{}: {}", path, strerror(errno)));
     struct stat seen {};  // of the log as far as it was read
@@ -96,19 +102,21 @@ Outcome Follow(const Invocation& invocation) {
         const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
         if (fstat(file.Get(), &now) != 0) return std::string();
         const bool isAnother = now.st_ino != seen.st_ino || now.st_size < seen.st_size;
-        now.st_size = lseek(file.Get(), isAnother ? 0 : seen.st_size, SEEK_SET);
+        const bool isCut = seen.st_ino == 0 && now.st_size > kTailBytes;
+        const off_t from = isCut ? now.st_size - kTailBytes : seen.st_size;
+        now.st_size = lseek(file.Get(), isAnother && !isCut ? 0 : from, SEEK_SET);
         std::string text = ReadToEnd(file.Get()).value_or("");
         text.erase(text.rfind('\n') + 1);
         now.st_size += static_cast<off_t>(text.size());
         seen = now;
-        return text;
+        return isCut ? text.substr(text.find('\n') + 1) : text;
     };
     // What has just happened, and then everything.
     for (std::ptrdiff_t most = 10; ferror(invocation.out) == 0; most = PTRDIFF_MAX) {
         std::vector<std::string> lines;
         std::istringstream text(newLines());
         for (std::string line; std::getline(text, line);) {
-            if (path != kSystemLog || line.find(kDaemonMark) != std::string::npos) lines.push_back(line + "\n");
+            if (!isSystems || line.find(kDaemonMark) != std::string::npos) lines.push_back(line + "\n");
         }
         lines.erase(lines.begin(), lines.end() - std::min(std::ssize(lines), most));
         (void)std::fputs(Joined(lines, "").c_str(), invocation.out);
@@ -130,8 +138,8 @@ constexpr Command kLogCommands[] = {
         "log debug on")
         .More("Creates or removes /tmp/tesseldebug, which every log line looks for."),
     Row("follow", "[FILE]", &Follow, "show the end of the daemon's log, and new lines as they come", "log follow")
-        .More("Reads /tmp/tessel_daemon.log if it exists, else the daemon's lines in /var/log/messages; starts with "
-              "the last 10."),
+        .More("Reads /tmp/tessel_daemon.log, else the daemon's lines in /var/log/messages or /var/log/syslog; starts "
+              "with the last 10 (of 64 KiB)."),
 };
 
 // Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".

@@ -59,11 +59,11 @@ Json LookAtProcess(pid_t pid) {
     const std::string line = TextAbout(pid, "stat");
     const auto words = WordsIn(line.substr(line.rfind(')') + 1));
     if (words.size() < 22) return {{"since", nullptr}, {"running_s", nullptr}, {"resident_kib", nullptr}};
-    const auto number = [&](std::size_t field) { return std::strtol(words[field - 3].c_str(), nullptr, 10); };
+    const auto number = [&](std::size_t field) { return std::strtoll(words[field - 3].c_str(), nullptr, 10); };
     timespec sinceBoot{};
     clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
     const auto age = seconds(sinceBoot.tv_sec) + std::chrono::nanoseconds(sinceBoot.tv_nsec) -
-                     std::chrono::milliseconds(number(22) * 1000LL / sysconf(_SC_CLK_TCK));
+                     std::chrono::milliseconds(number(22) * 1000 / sysconf(_SC_CLK_TCK));
     const auto now = std::chrono::system_clock::now();
     const auto since = std::chrono::floor<seconds>(now - age);
     return {{"since", JsonTime(since)},
@@ -104,10 +104,8 @@ std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::
 }
 
 std::string PidsText(const std::vector<pid_t>& pids) {
-    std::vector<std::string> numbers;
-    for (const pid_t pid : pids)
-        numbers.push_back(std::to_string(pid));
-    return pids.empty() ? "none runs" : Format("{} {}", pids.size() == 1 ? "pid" : "pids", Joined(numbers, ", "));
+    const std::string numbers = Joined(pids, ", ", [](pid_t pid) { return std::to_string(pid); });
+    return pids.empty() ? "none runs" : Format("{} {}", pids.size() == 1 ? "pid" : "pids", numbers);
 }
 
 std::optional<ListeningProcess> FindListeningProcess(const std::string& socketName) {

@@ -53,7 +53,10 @@ Outcome SetMtu(const Invocation& invocation) {
     };
     change.read = [&] { return ShowMtu(invocation).document; };
     change.wrong = [&](const Json& now) { return now["mtu"] == mtu ? "" : Format("it is {}", NumberOf(now, "mtu")); };
-    return Perform(invocation, change);
+    Outcome outcome = Perform(invocation, change);
+    if (mtu < kInet6Least)
+        outcome.notes.push_back(Format("below {} the kernel takes IPv6 and its addresses off {}", kInet6Least, name));
+    return outcome;
 }
 
 Outcome ShowMac(const Invocation& invocation) {

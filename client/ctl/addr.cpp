@@ -141,7 +141,9 @@ Outcome SetAddr(const Invocation& invocation) {
 }
 
 Outcome ShowArp(const Invocation& /*invocation*/) {
-    return {.document = KernelNeighbours(TESSEL_FAMILY_INET)};
+    Outcome outcome{.document = KernelNeighbours(TESSEL_FAMILY_INET)};
+    if (outcome.document.empty()) outcome.notes = {"there are no ARP entries"};
+    return outcome;
 }
 
 const Network& Ipv4Of(const Invocation& invocation, const char* key) {

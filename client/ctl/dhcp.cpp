@@ -108,8 +108,10 @@ Outcome WatchLeases(const Invocation& invocation, const std::vector<Client>& cli
 Outcome StartDhcp(const Invocation& invocation) {
     const auto clients = ClientsOf(invocation, false);
     const Words& words = invocation.words;
-    if (words.Has("watch") || words.Has("wait-lease")) return WatchLeases(invocation, clients);
     const auto named = static_cast<i32>(words.Get<u32>("notify-pid", 0));
+    const bool isWatched = words.Has("watch") || words.Has("wait-lease");
+    if (isWatched && named != 0) throw Refused(invocation.asked, "one process gets the leases: watch, or notify-pid");
+    if (isWatched) return WatchLeases(invocation, clients);
     const auto send = [&](const Client& client) { return client.Start(named != 0 ? named : client.pid); };
     Outcome outcome = PerformEach(invocation, clients, "DHCP client started", send, &Client::WhyNotStarted);
     for (const Client& client : clients) {
@@ -182,7 +184,7 @@ Outcome StopNtp(const Invocation& invocation) {
         return int{TESSEL_OK};
     };
     Outcome outcome = Perform(invocation, {.send = send, .read = [&] { return Json{{"stopped", names}}; }});
-    outcome.done = Format("the NTP client has stopped ({})", Joined(names, ", "));
+    outcome.done = Format("no NTP client runs any more ({})", Joined(names, ", "));
     return outcome;
 }
 

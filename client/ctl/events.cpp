@@ -89,10 +89,10 @@ std::string RatesText(const Json& interfaces) {
     std::vector<std::string> parts;
     for (const Json& one : interfaces) {
         if (one["valid"] != true) continue;
-        parts.push_back(Format("{} sends {}, receives {}", TextOf(one, "interface"),
+        parts.push_back(Format("{}  sends {:>12}  receives {:>12}", TextOf(one, "interface"),
                                HumanRate(NumberOf(one, "send_bps")), HumanRate(NumberOf(one, "receive_bps"))));
     }
-    return parts.empty() ? "neither eth0 nor eth1 nor eth2 was there" : Joined(parts, "   ");
+    return parts.empty() ? "neither eth0 nor eth1 nor eth2 was there" : Joined(parts, "\n");
 }
 
 std::string FilledText(std::string_view pattern, const Json& fields) {
@@ -101,7 +101,7 @@ std::string FilledText(std::string_view pattern, const Json& fields) {
         shown[":" + key] = FillTemplate(Format("{0} {{{0}}}", key), fields);
         if (value.is_null()) continue;
         if (key == "rtt_us") shown["rtt"] = MillisecondsText(value.get<long long>());
-        if (key == "lease_s") shown["lease"] = HumanDuration(value.get<long>());
+        if (key == "lease_s") shown["lease"] = HumanDuration(value.get<long long>());
         if (key == "interfaces") shown["rates"] = RatesText(value);
     }
     const std::string text = FillTemplate(pattern, shown);
@@ -116,7 +116,10 @@ ShownEvent Shown(WallTime time, std::string_view event, std::string_view source,
     shown.document["source"] = source;  // a route has one, too
     const std::string owner =
         fields.contains("id") ? Format("id {}", NumberOf(fields, "id")) : TextOf(fields, "interface");
-    shown.line = Format("{}  {:<8}  {}{}{}", ClockText(time), topic, owner, owner.empty() ? "" : "  ", text);
+    for (const std::string_view line : Split(text, '\n')) {
+        shown.line += Format("{}{}  {:<8}  {}{}{}", shown.line.empty() ? "" : "\n", ClockText(time), topic, owner,
+                             owner.empty() ? "" : "  ", line);
+    }
     shown.text = std::move(text);
     return shown;
 }

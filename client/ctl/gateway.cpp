@@ -61,6 +61,7 @@ Outcome ShowGateway(const Invocation& invocation) {
             }
         }
     });
+    if (outcome.document.empty() && !outcome.failure) outcome.notes = {"there is no default gateway"};
     return outcome;
 }
 

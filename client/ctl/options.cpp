@@ -43,9 +43,9 @@ void SetReplyBytes(Options& options, const std::string& word) {
 }
 
 void SetTry(Options& options, const std::string& word) {
-    constexpr u32 kSeconds = 60;
-    options.trySeconds = word.empty() ? kSeconds : ParseSeconds(word);
-    if (!options.trySeconds || *options.trySeconds == 0) throw Refused("--try", word + " is no time");
+    const ParsedValue seconds = ParseValue("S:1-86400", word.empty() ? "60" : word);
+    if (!seconds.value) throw Refused("--try", seconds.problem);
+    options.trySeconds = std::get<u32>(*seconds.value);
 }
 
 constexpr OptionRow kRows[] = {
@@ -81,8 +81,10 @@ int ArgumentOf(const OptionRow& row) {
     return row.value.starts_with('[') ? optional_argument : required_argument;
 }
 
-bool IsTime(const char* word) {
-    return word != nullptr && isdigit(static_cast<unsigned char>(word[0])) != 0;
+// "90", "0.5", "10m"; neither an address nor "0x107".
+bool IsTime(std::string word) {
+    word.erase(std::min(word.find('.'), word.size()), 1);
+    return ParseSeconds(word) && word.find('x') == std::string::npos;
 }
 
 }  // namespace
@@ -123,7 +125,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
         });
         std::string value = optarg == nullptr ? "" : optarg;
         // The value of "--wait 5" is a word of its own; in "--wait addr" it is left out.
-        if (optarg == nullptr && ArgumentOf(*row) == optional_argument &&
+        if (optarg == nullptr && ArgumentOf(*row) == optional_argument && optind < argc &&
             IsTime(argv[static_cast<std::size_t>(optind)]))
             value = argv[static_cast<std::size_t>(optind++)];
         const auto choices = Split(row->choices, '|');
@@ -139,8 +141,12 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
 }
 
 bool WantsJson(const std::vector<std::string>& arguments) {
-    return std::any_of(arguments.begin(), arguments.end(),
-                       [](const std::string& argument) { return argument == "-j" || argument == "--json"; });
+    const auto end = std::find(arguments.begin(), arguments.end(), "--");
+    return std::any_of(arguments.begin(), end, [](const std::string& argument) {
+        if (argument.starts_with("--")) return argument.size() > 2 && std::string_view("--json").starts_with(argument);
+        // "-4j", but not "-gj": behind those letters a value begins.
+        return argument.starts_with('-') && argument.find('j') < argument.find_first_of("gt");
+    });
 }
 
 std::span<const OptionRow> OptionRows() {

@@ -47,6 +47,7 @@ Outcome ShowRoute(const Invocation& invocation) {
         routes.push_back(route);
     }
     if (isCut) outcome.notes.emplace_back("10 routes are shown; there may be more (--kernel shows all)");
+    if (routes.empty()) outcome.notes.emplace_back("there are no such routes (default routes: gateway)");
     outcome.document = {{"routes", routes}, {"truncated", isCut}};
     return outcome;
 }

@@ -56,7 +56,7 @@ TEST(CtlNtp, AsksAServerAndShowsItsEvents) {
                {"ntp start 10.9.0.2 every 0", 2, "\"0\" is no"},
                {"ntp start 10.9.0.2 every 1h", 0, "10.9.0.2 is asked for the time every 1h 0m"},
                {"ntp start 10.9.0.9 every 1h", 1, "an NTP client for inet is already running (ntp stop -4)"},
-               {"ntp stop", 0, "the NTP client has stopped (inet, inet6)"}});
+               {"ntp stop", 0, "no NTP client runs any more (inet, inet6)"}});
     EXPECT_THAT(OutputOf("timeout -s INT 3 " TESSEL_CTL_PATH " ntp start 192.0.2.9 every 5 watch -j"),
                 HasSubstr("\"event\":\"ntp_failed\""));
     ExpectAll({{"ntp start 10.9.0.9 every 1h", 1, "is already running"}});

@@ -70,7 +70,7 @@ TEST(Events, EveryKindHasItsFieldsAndItsLine) {
          "conflict  eth0  its hardware address 02:00:00:00:00:01 is used by another host", ""},
         {"ipc_router_notify_eth0_0_1", 0, Bytes(router), "ra        eth0  addresses 2001::/64 gateway fe80::1",
          R"({"interface":"eth0","addresses":["2001::/64"],"gateway":"fe80::1"})"},
-        {"ipc_stat", 0, Bytes(bandwidth), "traffic   eth0 sends 12.3 Mbit/s, receives 999 bit/s",
+        {"ipc_stat", 0, Bytes(bandwidth), "traffic   eth0  sends  12.3 Mbit/s  receives    999 bit/s",
          R"({"interfaces":[{"interface":"eth0","send_bps":12345678,"receive_bps":999,"valid":true},)"
          R"({"interface":"eth1","send_bps":null,"receive_bps":null,"valid":false},)"
          R"({"interface":"eth2","send_bps":null,"receive_bps":null,"valid":false}]})"},
@@ -194,7 +194,7 @@ TEST(Traffic, IsSwitchedOffUnlessSomebodyElseHasStartedIt) {
     const ToolRun run = RunLine("traffic watch count 2");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err, "");
-    EXPECT_THAT(run.out, ContainsRegex("  traffic   eth0 sends .*it/s, receives .*it/s   eth1"));
+    EXPECT_THAT(run.out, ContainsRegex("  traffic   eth0  sends .*it/s  receives .*it/s\n.*  traffic   eth1 "));
     Listener listener("ipc_stat");
     int reports = 0;
     while (reports < 3 && listener.Next(2500) == 0)
@@ -301,6 +301,7 @@ TEST(DhcpClient, LeasesGoToOneProgram) {
     const Daemon daemon;
     ExpectAll({{"dhcp renew eth0", 2, "no DHCP client runs on eth0"},
                {"dhcp renew eth0 native -4", 1, "always fails"},
+               {"dhcp start eth0 watch notify-pid 4242", 2, "watch, or notify-pid"},
                {"dhcp start eth0 -4 notify-pid 4242", 0, "eth0: DHCP client started (inet)"}});
     EXPECT_THAT(clients.Take(1), HasSubstr("udhcpc -i eth0"));
     const std::string lease =

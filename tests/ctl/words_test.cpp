@@ -85,7 +85,12 @@ TEST(Options, AreReadWhereverTheyStand) {
     EXPECT_EQ(options.timeoutMs, 2000);
     EXPECT_EQ(options.verbosity, 2);
     EXPECT_EQ(ParseOptions({"--wait", "addr"}).waitMs, 10000);
+    EXPECT_EQ(ParseOptions({"--try", "10m", "--wait", "0.5", "addr"}).words.size(), 1U);
+    EXPECT_EQ(ParseOptions({"--try", "192.168.1.1", "--wait", "0x115"}).words.size(), 2U);
+    for (const char* json : {"-4j", "-qj", "--js"})
+        EXPECT_THAT(RunLine(Format("addr --nonsense {}", json)).err, HasSubstr("{\"error\":\"refused\""));
     ExpectAll({{"--nonsense", 2, "--nonsense is unknown"},
+               {"--try 86401 addr", 2, "from 1 to 86400"},
                {"addr show -jxy", 2, "-x is unknown"},
                {"addr --get", 2, "--get has no value"},
                {"-t 1e9 addr", 2, "is no time"},

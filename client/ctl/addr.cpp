@@ -129,11 +129,9 @@ Outcome SetAddr(const Invocation& invocation) {
         const int error = tessel_addr_set(name.c_str(), family, &list);
         if (error != TESSEL_E_FAILED || !MissingInterface(name).empty()) return error;
         const Failure failure = CallFailed(invocation.asked, error);
-        std::vector<std::string> left;
-        const Json now = DaemonAddresses(invocation.asked, name, family);
-        for (const Json& address : now.at("addresses"))
-            left.push_back(AddressText(address));
-        const std::string has = left.empty() ? "no such address" : Joined(left, "  ");
+        const Json now = DaemonAddresses(invocation.asked, name, family).at("addresses");
+        const std::string left = Joined(now, "  ", [](const Json& address) { return AddressText(address); });
+        const std::string has = left.empty() ? "no such address" : left;
         throw Failure{failure.exit, failure.error, Format("{}. {} has {} now", failure.message, name, has)};
     };
     const std::string done = Format("{}   set to {}", name, Joined(texts, "  "));

@@ -36,7 +36,6 @@ struct Command {
     std::string_view columns = {};     // the document as a table
     std::string_view background = {};  // for help: what people should know
     bool takesFamily = false;          // -4 and -6 mean something
-    bool isHidden = false;             // not in lists: explained when asked for by name
 
     template <typename... Codes>
     [[nodiscard]] constexpr Command Sends(Codes... sent) const {
@@ -55,11 +54,6 @@ struct Command {
     [[nodiscard]] constexpr Command More(std::string_view text) const {
         Command row = *this;
         row.background = text;
-        return row;
-    }
-    [[nodiscard]] constexpr Command Hidden() const {
-        Command row = *this;
-        row.isHidden = true;
         return row;
     }
 };

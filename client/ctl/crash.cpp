@@ -191,12 +191,7 @@ Outcome ShowCrash(const Invocation& invocation) {
     }
     outcome.text = FillTemplate("{local_time}\nsignal {signal} ({signal_name})\nthread {thread_id} {thread}\n", report);
     outcome.text += "\n" + RenderTable(report["frames"], kFrameColumns, !invocation.options.noHeader, false);
-    Rows rows;
-    for (std::size_t i = 0; i < report["registers"].size(); ++i) {
-        if (i % 3 == 0) rows.push_back({i == 0 ? "registers" : ""});
-        rows.back().push_back(report["registers"][i].get<std::string>());
-    }
-    outcome.text += RenderRows(rows);
+    outcome.text += FillTemplate("registers  {registers}\n", report);
     return outcome;
 }
 

@@ -88,11 +88,9 @@ Outcome StopAll(const Invocation& invocation) {
         const std::string what = Format("every {} ({}), also those of others", kServer, PidsText(pids));
         Agree(invocation, "Kill " + what, "it would kill " + what);
     }
+    const auto read = [] { return Json{{"pids", AwaitProcesses(kServer, false)}}; };
     return Perform(invocation, {.send = &tessel_dhcpd_stop_all,
-                                .read =
-                                    [] {
-                                        return Json{{"pids", AwaitProcesses(kServer, false)}};
-                                    },
+                                .read = read,
                                 .wrong = [](const Json& now) { return now["pids"].empty() ? "" : "one still runs"; },
                                 .done = Format("every {} ended ({})", kServer, PidsText(pids))});
 }

@@ -59,10 +59,8 @@ std::string FilterRule::Get(std::string_view option) const {
 }
 
 std::string FilterRule::Text() const {
-    std::vector<std::string> shown;
-    for (const std::string& word : words)
-        shown.push_back(word.find(' ') == std::string::npos ? word : Format("\"{}\"", word));
-    return Joined(shown, " ");
+    const auto shown = [](auto& word) { return word.find(' ') == word.npos ? word : Format("\"{}\"", word); };
+    return Joined(words, " ", shown);
 }
 
 bool Filter::Has(const FilterRule& rule) const {

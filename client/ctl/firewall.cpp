@@ -161,17 +161,11 @@ Outcome ChangePort(const Invocation& invocation) {
 // The daemon's tools refuse what it asks them for.
 template <bool kSaves>
 Outcome AskDaemon(const Invocation& invocation) {
-    const int protocols = ProtocolsOf(invocation.options);
     const std::string path = invocation.words.Text("PATH");
     const auto call = kSaves ? &tessel_firewall_save : &tessel_firewall_restore;
-    const std::string cause =
-        Format("the tool refuses \">\" and \"<\" as arguments; use \"tesselctl firewall {} FILE\"",
-               kSaves ? "export" : "import");
-    const auto read = [&] { return Json{{"done", invocation.asked}}; };
-    return Perform(invocation, {.send = [&] { return call(protocols, path.c_str()); },
-                                .cause = [&] { return cause; },
-                                .read = read,
-                                .done = invocation.asked + "   done"});
+    const auto send = [&] { return call(ProtocolsOf(invocation.options), path.c_str()); };
+    const auto cause = [] { return Format("use \"tesselctl firewall {} FILE\"", kSaves ? "export" : "import"); };
+    return Perform(invocation, {.send = send, .cause = cause, .done = invocation.asked + "   done"});
 }
 
 constexpr std::string_view kListBackground =
@@ -223,12 +217,10 @@ constexpr Command kFirewallCommands[] = {
               "anything is changed, and undone if a tool fails. Tables that are not in the file stay."),
     FamilyRow("save", "PATH", &AskDaemon<true>, "have the daemon save the rules, which fails: use export",
               "firewall save /tmp/rules")
-        .Sends(TESSEL_CMD_FIREWALL_SAVE)
-        .Hidden(),
+        .Sends(TESSEL_CMD_FIREWALL_SAVE),
     FamilyRow("restore", "PATH", &AskDaemon<false>, "have the daemon restore the rules, which fails: use import",
               "firewall restore /tmp/rules")
-        .Sends(TESSEL_CMD_FIREWALL_RESTORE)
-        .Hidden(),
+        .Sends(TESSEL_CMD_FIREWALL_RESTORE),
 };
 
 }  // namespace

@@ -68,10 +68,10 @@ Json FamiliesJson(const RuleFile& file) {
 }
 
 std::string RulesText(const RuleFile& file) {
-    std::vector<std::string> counts;
-    for (const auto& [family, section] : file)
-        counts.push_back(Format("{} {} {}", section.rules, FamilyName(family), section.rules == 1 ? "rule" : "rules"));
-    return Joined(counts, ", ");
+    return Joined(file, ", ", [](const auto& part) {
+        const std::size_t rules = part.second.rules;
+        return Format("{} {} {}", rules, FamilyName(part.first), rules == 1 ? "rule" : "rules");
+    });
 }
 
 std::string Saved(const std::string& asked, int family) {

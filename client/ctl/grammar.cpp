@@ -105,10 +105,10 @@ ParsedCommand ParseWords(const std::vector<std::string>& words) {
         }
     }
     const std::string title = TitleOf(*selection.object, *nearest);
-    std::vector<std::string> usages;
-    for (const Command* row : selection.rows)
-        usages.push_back(Format("tesselctl {}{}{}", title, row->words.empty() ? "" : " ", UsageWords(row->words)));
-    throw Refused(title, Format("{} (usage: {})", nearestMatch.problem, Joined(usages, ", or ")));
+    const std::string usages = Joined(selection.rows, ", or ", [&](const Command* row) {
+        return Format("tesselctl {}{}{}", title, row->words.empty() ? "" : " ", UsageWords(row->words));
+    });
+    throw Refused(title, Format("{} (usage: {})", nearestMatch.problem, usages));
 }
 
 std::string TitleOf(const Object& object, const Command& command) {

@@ -54,7 +54,6 @@ std::string HelpOnObject(const Object& object) {
     std::string examples;
     std::string patterns;
     for (const Command& command : object.commands) {
-        if (command.isHidden) continue;
         verbs += Format("  tesselctl {}\n      {}\n", UsageOf(object, command), command.summary);
         examples += Format("  tesselctl {}\n", command.example);
         patterns += Format(" {}", command.words);
@@ -125,11 +124,9 @@ const OptionRow* WaitingOption(const std::string& word) {
 std::vector<std::string> PlainWords(const std::vector<std::string>& words) {
     std::vector<std::string> plain;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        if (words[i].starts_with('-') && words[i].size() > 1) {
-            if (WaitingOption(words[i]) != nullptr) ++i;
-        } else {
-            plain.push_back(words[i]);
-        }
+        const bool isOption = words[i].starts_with('-') && words[i].size() > 1;
+        if (!isOption) plain.push_back(words[i]);
+        if (isOption && WaitingOption(words[i]) != nullptr) ++i;
     }
     return plain;
 }

@@ -9,8 +9,8 @@ namespace {
 // Words that stand for a state show it by their colour.
 std::string Coloured(const std::string& text) {
     static const std::map<std::string_view, std::string_view> kColours = {
-        {"up", "32"},         {"on", "32"},        {"running", "32"}, {"down", "31"}, {"off", "2"},
-        {"no carrier", "31"}, {"tentative", "31"}, {"failed", "31"},  {"dead", "31"}, {"not answering", "31"}};
+        {"up", "32"},         {"running", "32"},   {"down", "31"},  {"off", "2"},
+        {"no carrier", "31"}, {"tentative", "31"}, {"failed", "31"}};
     const auto found = kColours.find(text);
     return found == kColours.end() ? text : Format("\x1b[{}m{}\x1b[0m", found->second, text);
 }
@@ -69,10 +69,7 @@ std::string PlainText(const Json& value) {
 std::string ShownText(const std::string& name, const Json& value) {
     if (value.is_boolean()) return value.get<bool>() ? name : "";
     if (!value.is_array()) return PlainText(value);
-    std::vector<std::string> parts;
-    for (const Json& part : value)
-        parts.push_back(PlainText(part));
-    return Joined(parts, " ");
+    return Joined(value, " ", &PlainText);
 }
 
 // The fields of a record and of records directly in it, which are also known as "outer.inner". Of those with the same

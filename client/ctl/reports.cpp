@@ -30,20 +30,15 @@ template <bool isOn>
 Outcome SwitchConflicts(const Invocation& invocation) {
     const auto families = FamiliesOf(invocation.options);
     Json document = Json::array();
-    std::vector<std::string> names;
     std::vector<std::string> notes;
     std::string silenced;
     for (const int family : families) {
         const std::string socket = ConflictSocket(family);
         const Json listener = ListenerJson(FindListeningProcess(socket));
-        names.push_back(FamilyName(family));
-        document.push_back({{"family", names.back()}, {"reporting", isOn}, {"listener", listener}});
+        document.push_back({{"family", FamilyName(family)}, {"reporting", isOn}, {"listener", listener}});
         if (!isOn && !listener.is_null()) silenced = WhoIsSilenced(socket);
         if (!isOn || !listener.is_null()) continue;
-        notes.push_back(
-            Format("nobody is listening on {} (as \"conflict watch\" does): each report will hold up conflict "
-                   "detection for 5 to 8 s",
-                   socket));
+        notes.push_back(Format("nobody is listening on {}: each report will hold up detection for 5 to 8 s", socket));
     }
     const auto send = [&] {
         for (const int family : families)
@@ -51,10 +46,11 @@ Outcome SwitchConflicts(const Invocation& invocation) {
         return int{TESSEL_OK};
     };
     Outcome outcome = Perform(
-        invocation, {.send = send,
-                     .guard = [&] { return silenced; },
-                     .read = [&] { return document; },
-                     .done = Format("{}: conflicts are reported{}", Joined(names, ", "), isOn ? "" : " no more")});
+        invocation,
+        {.send = send,
+         .guard = [&] { return silenced; },
+         .read = [&] { return document; },
+         .done = Format("{}: conflicts are reported{}", Joined(families, ", ", &FamilyName), isOn ? "" : " no more")});
     outcome.notes.insert(outcome.notes.end(), notes.begin(), notes.end());
     return outcome;
 }
@@ -66,12 +62,6 @@ Outcome WatchConflicts(const Invocation& invocation) {
                                  .start = [=] { return tessel_conflict_start(family); },
                                  .stop = [=] { return tessel_conflict_stop(family); }});
     }
-    std::string note = "the other host's hardware address is only in the daemon's log (tesselctl log follow)";
-    watch.onEvent = [&](const ShownEvent& event) {
-        ShowLine(invocation, event);
-        if (!note.empty()) ShowNote(invocation, std::exchange(note, ""));
-        return true;
-    };
     return RunWatch(invocation, watch);
 }
 
@@ -86,7 +76,8 @@ constexpr Command kConflictCommands[] = {
     FamilyRow("watch", "", &WatchConflicts, "show conflicts as they are reported, until interrupted", "conflict watch")
         .Sends(TESSEL_CMD_CONFLICT_START, TESSEL_CMD_CONFLICT_STOP)
         .More("Switches the reports on, and off again at the end. One program per family can listen: refused while "
-              "another does, unless --take; the switch then stays as that program left it."),
+              "another does, unless --take; the switch then stays as that program left it. The other host's hardware "
+              "address is only in the daemon's log."),
 };
 
 // ---- Router advertisements ----

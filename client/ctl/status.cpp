@@ -122,8 +122,7 @@ std::vector<std::string> LinkRow(const Json& link) {
 std::string FirewallText(const Json& families) {
     std::vector<std::string> texts;
     for (const Json& family : families) {
-        const char* pattern = "{family} {list} on ({entries} entries)";
-        if (family["entries"] == 1) pattern = "{family} {list} on (1 entry)";
+        const char* pattern = "{family} {list} on (entries: {entries})";
         if (family["list"].is_null()) pattern = "{family} off";
         if (!family["problem"].is_null()) pattern = "{family} not known: {problem}";
         texts.push_back(FillTemplate(pattern, family));

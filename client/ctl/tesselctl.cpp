@@ -26,18 +26,9 @@ void PrintText(std::FILE* file, const std::string& text) {
 }
 
 bool WantsColour(const Options& options, std::FILE* out) {
-    const auto value = [](const char* variable) {
-        return std::string(getenv(variable) != nullptr ? getenv(variable) : "");
-    };
     if (options.colour != "auto") return options.colour == "always";
-    if (!value("NO_COLOR").empty()) return false;
-    const std::string forced = value("CLICOLOR_FORCE");
-    return (!forced.empty() && forced != "0") || isatty(fileno(out)) != 0;
-}
-
-int ShowFailure(const Failure& failure, bool asJson, std::FILE* err) {
-    Print(err, RenderFailure(failure, asJson));
-    return failure.exit;
+    const char* const noColour = getenv("NO_COLOR");
+    return (noColour == nullptr || *noColour == '\0') && isatty(fileno(out)) != 0;
 }
 
 // A daemon that is starting, for as long as --wait says.
@@ -67,21 +58,10 @@ Outcome Run(const Command& command, const Invocation& invocation) {
     return outcome;
 }
 
-// The same arguments without --try, which is handled here.
-std::vector<std::string> WithoutTry(const std::vector<std::string>& arguments) {
-    std::vector<std::string> rest;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const bool isTry = arguments[i] == "--try" || arguments[i].starts_with("--try=");
-        const bool hasValue = arguments[i] == "--try" && i + 1 < arguments.size() && ParseSeconds(arguments[i + 1]);
-        if (!isTry) rest.push_back(arguments[i]);
-        if (hasValue) ++i;
-    }
-    return rest;
-}
-
-// What an outcome prints, by the options. Returns the exit status.
-int ShowOutcome(const Outcome& outcome, const Command& command, const Options& options, std::FILE* out,
-                std::FILE* err) {
+// What an outcome prints, by the options. Returns the exit status, or throws the outcome's failure.
+int ShowOutcome(const Outcome& outcome, const Command& command, const Invocation& invocation) {
+    const Options& options = invocation.options;
+    std::FILE* const out = invocation.out;
     const bool hasResult = !outcome.document.is_null();
     const bool isForPrograms = options.json || !options.fields.empty();
     if (!options.fields.empty() && hasResult) {
@@ -98,10 +78,9 @@ int ShowOutcome(const Outcome& outcome, const Command& command, const Options& o
         PrintText(out, RenderTable(outcome.document, command.columns, !options.noHeader, WantsColour(options, out)));
     }
     (void)std::fflush(out);
-    const Words none;
     for (const std::string& note : outcome.notes)
-        ShowNote({.words = none, .options = options, .asked = {}, .out = out, .err = err}, note);
-    if (outcome.failure) return ShowFailure(*outcome.failure, options.json, err);
+        ShowNote(invocation, note);
+    if (outcome.failure) throw Failure(*outcome.failure);
     return outcome.signal == 0 ? kExitDone : kExitSignal + outcome.signal;
 }
 
@@ -117,9 +96,9 @@ int RunCommand(const Options& options, const std::vector<std::string>& arguments
         Print(out, RenderPlan(Run(command, invocation), options.json));
         return kExitDone;
     }
-    return ShowOutcome(options.trySeconds ? TryCommand(invocation, *options.trySeconds, WithoutTry(arguments))
-                                          : Run(command, invocation),
-                       command, options, out, err);
+    const auto& seconds = options.trySeconds;
+    return ShowOutcome(seconds ? TryCommand(invocation, *seconds, arguments) : Run(command, invocation), command,
+                       invocation);
 }
 
 }  // namespace
@@ -163,7 +142,8 @@ int RunTool(const std::vector<std::string>& arguments, std::FILE* out, std::FILE
         }
         return RunCommand(options, arguments, out, err);
     } catch (const Failure& failure) {
-        return ShowFailure(failure, WantsJson(arguments), err);
+        Print(err, RenderFailure(failure, WantsJson(arguments)));
+        return failure.exit;
     }
 }
 

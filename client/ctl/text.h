@@ -38,17 +38,17 @@ template <typename... Arguments>
     return FormatArguments(pattern, fmt::make_format_args(arguments...));
 }
 
-// "a, b, c"
-template <typename List>
-[[nodiscard]] std::string Joined(const List& list, std::string_view between) {
-    std::string text;
+// "a, b, c": the elements, or what `text` makes of them.
+template <typename List, typename Projection = std::identity>
+[[nodiscard]] std::string Joined(const List& list, std::string_view between, Projection text = {}) {
+    std::string joined;
     bool isFirst = true;
     for (const auto& element : list) {
-        if (!isFirst) text += between;
+        if (!isFirst) joined += between;
         isFirst = false;
-        text += element;
+        joined += text(element);
     }
-    return text;
+    return joined;
 }
 
 // "a|b" at '|': "a", "b". Nothing for an empty text; empty pieces are kept.

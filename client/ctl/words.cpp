@@ -84,10 +84,9 @@ ParsedValue ValueOf(const Token& token, const std::string& word) {
 }
 
 std::string Described(const Item& item) {
-    std::vector<std::string> texts;
-    for (const Token& token : item.tokens)
-        texts.push_back(token.choices.empty() ? std::string(WithoutBounds(token.name)) : Joined(token.choices, "|"));
-    return Joined(texts, " ");
+    return Joined(item.tokens, " ", [](const Token& token) {
+        return token.choices.empty() ? std::string(WithoutBounds(token.name)) : Joined(token.choices, "|");
+    });
 }
 
 class Matcher {

@@ -77,7 +77,7 @@ int ErrorOfTransport(i32 result, bool timeIsUp) {
 }
 
 bool IsStopped(int stopFd) {
-    return !tessel::SleepUntil(tessel::Deadline(std::chrono::milliseconds(0)), stopFd);
+    return stopFd >= 0 && !tessel::SleepUntil(tessel::Deadline(std::chrono::milliseconds(0)), stopFd);
 }
 
 bool IsBuffer(const void* data, std::size_t size, std::size_t sizeMax) {

@@ -55,7 +55,7 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
 
 // A pipe that is closed, and one that is full, as of a terminal that is held.
 TEST(Lifecycle, AStandardOutputThatNobodyReadsStopsNothing) {
-    (void)std::system("{ sleep 1; " TESSEL_DAEMON_PATH "; } | true");
+    ASSERT_EQ(std::system("{ sleep 1; " TESSEL_DAEMON_PATH "; } | true"), 0);
     pid_t pid = 0;
     ASSERT_TRUE(Eventually([&] { return (pid = ServingPid()) != 0; }));
     kill(pid, SIGKILL);

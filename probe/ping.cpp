@@ -57,7 +57,7 @@ void Report(const TNetPingStartReq& ping, TNetPingResult result, const char* out
     } else if (ping.tTarget.wSinFamily == TESSEL_FAMILY_INET) {
         TESSEL_PRT_AT(where, "User Id %d ping return : %u(%u)", userId, event, result.dwSeq);
     } else {
-        TESSEL_PRT_AT(where, "User Id %d ping return:%u(%u)", userId, event, result.dwSeq);
+        TESSEL_PRT_AT(where, "ping return:%u(%u)", event, result.dwSeq);
     }
 }
 

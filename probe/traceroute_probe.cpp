@@ -146,14 +146,17 @@ bool ProbeSockets::Send(u16 targetPort) {
 
 std::optional<u32> ProbeSockets::Receive(const Worker& self) {
     const Deadline deadline(g_probePatience);
-    // Somebody may send an endless stream of messages that are not answers: the time is checked after each of them.
+    // What is no answer begins a wait of its own, but somebody may send it in an endless stream: the time is checked
+    // after each.
     do {
-        switch (WaitReady(receiver_.Get(), POLLIN, deadline, self.StopFd())) {
+        switch (WaitReady(receiver_.Get(), POLLIN, Deadline(g_probePatience), self.StopFd())) {
             case Wait::kReady:
                 if (const u32 answer = ReceiveOne(); answer != kNoAnswer) return answer;
                 break;
             case Wait::kTimeout:
-                break;
+                TESSEL_ERR_AT(ReceiverOf(family_), "select timeout.");
+                responder_ = {};
+                return TESSEL_TRACE_NO_REPLY;
             case Wait::kStopped:
                 return std::nullopt;
             case Wait::kFailed: {
@@ -163,7 +166,6 @@ std::optional<u32> ProbeSockets::Receive(const Worker& self) {
             }
         }
     } while (!deadline.HasPassed());
-    TESSEL_ERR_AT(ReceiverOf(family_), "select timeout.");
     responder_ = {};
     return TESSEL_TRACE_NO_REPLY;
 }

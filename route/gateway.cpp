@@ -202,15 +202,21 @@ i32 GetGateWayV4(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTabl
     return Read(tessel::kInet, pchIfaceName, dwTable, ptNetGateway, output, CallSite::Current());
 }
 
-i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable) {
+i32 tessel::ReadGateWayV6(const char* name, TNetGateway* gateway, u32 table, CallSite where) {
     ToolOutput output;
-    return Read(tessel::kInet6, pchIfaceName, dwTable, ptNetGateway, output, CallSite::Current());
+    return Read(kInet6, name, table, gateway, output, where);
+}
+
+i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable) {
+    return tessel::ReadGateWayV6(pchIfaceName, ptNetGateway, dwTable, CallSite::Current());
 }
 
 i32 GetGateWayV6Ex(const char* pchIfaceName, TNetGateway* ptNetGateway, u32* pdwExpires) {
     ToolOutput output;
     const i32 result = Read(tessel::kInet6, pchIfaceName, 0, ptNetGateway, output, CallSite::Current());
-    if (result == 0 && strstr(output.text, "expires") != nullptr) *pdwExpires = 1;
+    // Anywhere in the listing, but a route without a gateway has not been learnt from one.
+    const bool hasGateway = strstr(output.text, kViaKey) != nullptr;
+    if (result == 0 && hasGateway && strstr(output.text, "expires") != nullptr) *pdwExpires = 1;
     return result;
 }
 

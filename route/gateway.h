@@ -5,6 +5,7 @@
 // delete in a numbered table that no route was ever put into: such a table does not exist.
 #pragma once
 
+#include "core/call_site.h"
 #include "core/types.h"
 #include "tessel/gateway.h"
 
@@ -34,6 +35,10 @@
 [[nodiscard]] i32 GatewayGet(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGateway, u32 dwTable = 0);
 [[nodiscard]] i32 GetGateWayV4(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable = 0);
 [[nodiscard]] i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable = 0);
+namespace tessel {
+// GetGateWayV6 as a part of `where`, whose name the log lines bear.
+[[nodiscard]] i32 ReadGateWayV6(const char* name, TNetGateway* gateway, u32 table, CallSite where);
+}  // namespace tessel
 // *pdwExpires becomes 1 when the route has a lifetime, else it is left alone.
 [[nodiscard]] i32 GetGateWayV6Ex(const char* pchIfaceName, TNetGateway* ptNetGateway, u32* pdwExpires);
 

@@ -208,7 +208,7 @@ i32 GetRaGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway) {
     }
     *ptNetGateway = {};
     ptNetGateway->wSinFamily = TESSEL_FAMILY_INET6;
-    if (GetGateWayV6(pchIfaceName, ptNetGateway) != 0) return -1;
+    if (tessel::ReadGateWayV6(pchIfaceName, ptNetGateway, 0, tessel::CallSite::Current()) != 0) return -1;
     if (std::all_of(std::begin(ptNetGateway->abyAddr), std::end(ptNetGateway->abyAddr),
                     [](u8 byte) { return byte == 0; })) {
         TESSEL_PRT("FindStrMatchHead error!");

@@ -68,11 +68,11 @@ OwedRebuild owedRebuild;
 // From NoteChangesFromNowOn until the monitor has its own socket. Nobody reads it: it is enough that something came.
 UniqueFd earlySocket;
 
-bool StartThread(const char* name, ThreadFunction body) {
+bool StartThread(const char* name, ThreadFunction body, CallSite where) {
     if (ThreadSpawnDeatched(name, body, nullptr, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep) != 0) {
         return true;
     }
-    TESSEL_PERROR("init thread create error");
+    tessel::LogPerror(where, "init thread create error");
     return false;
 }
 
@@ -165,8 +165,10 @@ void RouteMonitorThread(void* /*unused*/) {
 
 i32 NetlinkInit() {
     (void)BringUpInterface();  // whatever is up can be followed
-    if (!StartThread("TesselSysNetlinkInitThread", &NetlinkInitThread)) return -1;
-    return StartThread("TesselRouteMonitorThread", &RouteMonitorThread) ? 0 : -1;
+    const CallSite where = CallSite::Current();
+    const bool isStarted = StartThread("TesselSysNetlinkInitThread", &NetlinkInitThread, where) &&
+                           StartThread("TesselRouteMonitorThread", &RouteMonitorThread, where);
+    return isStarted ? 0 : -1;
 }
 
 namespace tessel {

@@ -65,7 +65,7 @@ TEST_F(PingTool, LinesAndNotices) {
     }
     ExpectLogged({"ApidPingStart: PingStart user 7 begin; ", "Ping4: pchCmd : ping -c 1 -s 56 -t 64 -W 1 10.0.0.1 ; ",
                   "Ping4: User Id 7 ping return : 0(0)", "Ping6: pchChildStdoutBuf : ping: Network is unreachable",
-                  "Ping6: User Id 7 ping return:3(0)"});
+                  "Ping6: ping return:3(0)"});
 }
 
 TEST_F(PingTool, RepliesThatCannotBeReadAreLeftOut) {

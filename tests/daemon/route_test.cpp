@@ -118,6 +118,7 @@ TEST(Gateway, Reading) {
                  "default via 10.0.0.1 metric 10 \ndefault via 10.0.0.2 metric 20 \n");
     tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
     tools.Answer("ip -6 route show default table 5", "default via fe80::2 dev eth0 expires 5sec\n");
+    tools.Answer("ip -6 route show dev link default", "default metric 1024 expires 299sec\n");
     tools.Fail({"ip -4 route show dev bad default"});
     tools.Check({
         {"the first", Get(2), Gateway(0, Address("10.0.0.1")), "ip -4 route show dev eth0 default"},
@@ -127,6 +128,7 @@ TEST(Gateway, Reading) {
          "No.; GetGateWayV4: ExecCmdAndGetOutput error!"},
         {"learnt", Get(10), Gateway(11111, Address("fe80::1")), "ip -6 route show dev eth0 default",
          "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $"},
+        {"no gateway but a lifetime", Get(10, "link"), Gateway(0, Address("::")), "ip -6 route show dev link default"},
         {"not in a table", Get(10, "", 5), Gateway(0, Address("fe80::2")), "ip -6 route show default table 5",
          "ApidGatewayGet: the achDevName is empty!; GetGateWayV6: GetGateWayV6 cmd : $"},
         {"none, IPv6", Get(10, "eth1"), Gateway(0, Address("::")), "ip -6 route show dev eth1 default"},

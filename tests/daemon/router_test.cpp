@@ -134,6 +134,10 @@ TEST_F(RouterWatching, OneSolicitationGoesOutPerWatch) {
     EXPECT_EQ(Joined(tools.TakeLines()),
               "GetLinkAddr: FindStrMatchHead error!; SendRsPacket: get link addr fail; SendRsPacket: eth0 link addr is "
               "fe80::211:22ff:fe33:4455; MacaddrGet: strtol error; SendRsPacket: get mac fail");
+    TesselDebugLevelSet(5);
+    TNetGateway none{};
+    EXPECT_EQ(GetRaGateWayV6(nullptr, &none), -1);
+    EXPECT_EQ(tools.TakeLines().at(0), "GetRaGateWayV6: GetGateWayV6 cmd : ip ip -6 route show default");
     mac = "    link/ether 00:11:22:33:44:55 brd ff\n";
     EXPECT_EQ(Start("eth0") + Start("eth0"), 0);
     const std::string own = "\0\x11\x22\x33\x44\x55"s;

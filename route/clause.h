@@ -23,4 +23,9 @@ struct PlaceClauses {
 // name. False, with a log line, for a name that is not one word or that no interface can have.
 [[nodiscard]] bool ComposePlace(PlaceClauses& clauses, const char* interfaceName, u32 table, CallSite where);
 
+// What is done to a numbered table is logged under a name of its own.
+[[nodiscard]] constexpr CallSite NamedFor(u32 table, const char* tableName, CallSite where = CallSite::Current()) {
+    return {table == 0 ? where.function : tableName, where.line};
+}
+
 }  // namespace tessel

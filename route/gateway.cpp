@@ -17,6 +17,7 @@ using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::ComposeCommand;
 using tessel::ComposePlace;
+using tessel::NamedFor;
 using tessel::PlaceClauses;
 using tessel::RunChange;
 using tessel::ToolOutput;
@@ -92,7 +93,8 @@ i32 GatewaySet(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 dw
             TESSEL_PRT("remove the ipv6 gateway!");
             return DelGateWayV6(pchIfaceName);
         default:
-            TESSEL_ERR("GatewaySet wSinFamily %d is invalid!", ptNetGateway->wSinFamily);
+            TESSEL_ERR_AT(NamedFor(dwTable, "GatewaySetToTable"), "GatewaySet wSinFamily %d is invalid!",
+                          ptNetGateway->wSinFamily);
             return -1;
     }
 }
@@ -101,8 +103,8 @@ i32 GatewaySetV4(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 
     const bool hasMetric = pchIfaceName != nullptr && (dwTable != 0 || g_nRoutedetectE != 0);
     const i32 metric = hasMetric ? tessel::MetricOfInterface(pchIfaceName) : 0;
     PlaceClauses clauses;
-    CommandLine command;
-    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current()) ||
+    CommandLine command(NamedFor(dwTable, "GatewaySetV4ToTable"));
+    if (!ComposePlace(clauses, pchIfaceName, dwTable, command.where) ||
         !ComposeCommand(command, kAddV4, AddressText(*ptNetGateway).text, clauses.dev.text, metric,
                         clauses.table.text)) {
         return -1;
@@ -119,8 +121,8 @@ i32 GatewaySetV6(const char* pchIfaceName, const TNetGateway* ptNetGateway, u32 
     if (isMainTable) TESSEL_PRT("pchIfaceName : %s", pchIfaceName);
     const AddressText gateway(*ptNetGateway);
     PlaceClauses clauses;
-    CommandLine command;
-    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current())) return -1;
+    CommandLine command(NamedFor(dwTable, "GatewaySetV6ToTable"));
+    if (!ComposePlace(clauses, pchIfaceName, dwTable, command.where)) return -1;
     if (!(isMainTable ? ComposeCommand(command, kReplaceV6, gateway.text, clauses.dev.text)
                       : ComposeCommand(command, kAddV6, gateway.text, clauses.dev.text, clauses.table.text))) {
         return -1;
@@ -154,14 +156,14 @@ i32 CheckGateWay(const char* pchIfaceName, const char* pchGateWay) {
 i32 GatewayDel(u16 wSinFamily, const char* pchIfaceName, u32 dwTable) {
     if (wSinFamily == TESSEL_FAMILY_INET) return DelGateWayV4(pchIfaceName, dwTable);
     if (wSinFamily == TESSEL_FAMILY_INET6) return DelGateWayV6(pchIfaceName, dwTable);
-    TESSEL_ERR("the wSinFamily %d is not supportted!", wSinFamily);
+    TESSEL_ERR_AT(NamedFor(dwTable, "GatewayDelFromTable"), "the wSinFamily %d is not supportted!", wSinFamily);
     return 0;  // clients rely on success here
 }
 
 i32 DelGateWayV4(const char* pchIfaceName, u32 dwTable) {
     PlaceClauses clauses;
-    CommandLine command;
-    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current()) ||
+    CommandLine command(NamedFor(dwTable, "DelGateWayV4FromTable"));
+    if (!ComposePlace(clauses, pchIfaceName, dwTable, command.where) ||
         !ComposeCommand(command, kDelV4, clauses.dev.text, clauses.table.text)) {
         return -1;
     }
@@ -170,8 +172,8 @@ i32 DelGateWayV4(const char* pchIfaceName, u32 dwTable) {
 
 i32 DelGateWayV6(const char* pchIfaceName, u32 dwTable) {
     PlaceClauses clauses;
-    CommandLine command;
-    if (!ComposePlace(clauses, pchIfaceName, dwTable, CallSite::Current())) return -1;
+    CommandLine command(NamedFor(dwTable, "DelGateWayV6FromTable"));
+    if (!ComposePlace(clauses, pchIfaceName, dwTable, command.where)) return -1;
     if (!(pchIfaceName != nullptr ? ComposeCommand(command, kDelV6, clauses.dev.text, clauses.table.text)
                                   : ComposeCommand(command, kFlushV6, clauses.table.text))) {
         return -1;
@@ -188,7 +190,7 @@ i32 DelGateWayV6(const char* pchIfaceName, u32 dwTable) {
 i32 GatewayGet(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGateway, u32 dwTable) {
     if (wSinFamily == TESSEL_FAMILY_INET) return GetGateWayV4(pchIfaceName, ptNetGateway, dwTable);
     if (wSinFamily != TESSEL_FAMILY_INET6) {
-        TESSEL_ERR("wSinFamily %d is not suypportted!\n!", wSinFamily);
+        TESSEL_ERR_AT(NamedFor(dwTable, "GatewayGetFromTable"), "wSinFamily %d is not suypportted!\n!", wSinFamily);
         return 0;  // clients rely on success here
     }
     if (dwTable != 0) return GetGateWayV6(pchIfaceName, ptNetGateway, dwTable);
@@ -199,7 +201,7 @@ i32 GatewayGet(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGatew
 
 i32 GetGateWayV4(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable) {
     ToolOutput output;
-    return Read(tessel::kInet, pchIfaceName, dwTable, ptNetGateway, output, CallSite::Current());
+    return Read(tessel::kInet, pchIfaceName, dwTable, ptNetGateway, output, NamedFor(dwTable, "GetGateWayV4FromTable"));
 }
 
 i32 tessel::ReadGateWayV6(const char* name, TNetGateway* gateway, u32 table, CallSite where) {
@@ -208,7 +210,7 @@ i32 tessel::ReadGateWayV6(const char* name, TNetGateway* gateway, u32 table, Cal
 }
 
 i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable) {
-    return tessel::ReadGateWayV6(pchIfaceName, ptNetGateway, dwTable, CallSite::Current());
+    return tessel::ReadGateWayV6(pchIfaceName, ptNetGateway, dwTable, NamedFor(dwTable, "GetGateWayV6FromTable"));
 }
 
 i32 GetGateWayV6Ex(const char* pchIfaceName, TNetGateway* ptNetGateway, u32* pdwExpires) {

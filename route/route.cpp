@@ -30,7 +30,8 @@ const char* FamilyOption(const TNetIpRouteParam& route, CallSite where) {
 }
 
 i32 ChangeRoute(const char* verb, const char* interfaceName, const TNetIpRouteParam& route, u32 table,
-                const Clause& metric, CallSite where) {
+                const Clause& metric, const char* tableName, CallSite caller) {
+    const CallSite where = tessel::NamedFor(table, tableName, caller);
     CommandLine command(where);
     PlaceClauses clauses;
     if (!ComposePlace(clauses, interfaceName, table, where)) return -1;
@@ -41,18 +42,20 @@ i32 ChangeRoute(const char* verb, const char* interfaceName, const TNetIpRoutePa
                         AddressText(route.tGateway).text, clauses.dev.text, metric.text, clauses.table.text)) {
         return -1;
     }
-    return tessel::RunChange(command);
+    return tessel::RunChange(command, {.name = caller.function});
 }
 
 }  // namespace
 
 i32 OneRouteAdd(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
     return ChangeRoute("add", pchIfaceName, *ptNetIpRouteParam, dwTable,
-                       tessel::NumberClause("metric", ptNetIpRouteParam->nMetric), CallSite::Current());
+                       tessel::NumberClause("metric", ptNetIpRouteParam->nMetric), "OneRouteAddToTable",
+                       CallSite::Current());
 }
 
 i32 OneRouteDel(const char* pchIfaceName, const TNetIpRouteParam* ptNetIpRouteParam, u32 dwTable) {
-    return ChangeRoute("del", pchIfaceName, *ptNetIpRouteParam, dwTable, {}, CallSite::Current());
+    return ChangeRoute("del", pchIfaceName, *ptNetIpRouteParam, dwTable, {}, "OneRouteDelFromTable",
+                       CallSite::Current());
 }
 
 i32 RouteMetricSet(const TNetIpRouteParam* ptNetIpRouteParam) {

@@ -73,7 +73,7 @@ TEST(Gateway, SettingAndDeleting) {
          "$; found gateway fe80::1; GatewaySetV6: gateway fe80::1 maybe has been configed by ra"},
         {"IPv6, part of another text", Set("fe80::1", "longer"), 0, "ip -6 route show dev longer default"},
         {"IPv6, a table", Set("fe80::2", "eth0", 5), 0, "ip -6 route add default via fe80::2 dev eth0 table 5",
-         "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6: GatewaySetV6 achCmdBuf: $"},
+         "ApidGatewaySet: the achDevName is eth0!; GatewaySetV6ToTable: GatewaySetV6 achCmdBuf: $"},
         {"the zero address deletes, IPv6", Set("::"), 0, "ip -6 route del default dev eth0",
          "ApidGatewaySet: the achDevName is eth0!; GatewaySet: remove the ipv6 gateway!; DelGateWayV6: GatewaySetV6 "
          "achCmdBuf: $"},
@@ -130,7 +130,7 @@ TEST(Gateway, Reading) {
          "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $"},
         {"no gateway but a lifetime", Get(10, "link"), Gateway(0, Address("::")), "ip -6 route show dev link default"},
         {"not in a table", Get(10, "", 5), Gateway(0, Address("fe80::2")), "ip -6 route show default table 5",
-         "ApidGatewayGet: the achDevName is empty!; GetGateWayV6: GetGateWayV6 cmd : $"},
+         "ApidGatewayGet: the achDevName is empty!; GetGateWayV6FromTable: GetGateWayV6 cmd : $"},
         {"none, IPv6", Get(10, "eth1"), Gateway(0, Address("::")), "ip -6 route show dev eth1 default"},
         {"an unknown family", Get(7), 0, "",
          "ApidGatewayGet: the achDevName is eth0!; GatewayGet: wSinFamily 7 is not suypportted!; !"},
@@ -297,7 +297,7 @@ TEST(Route, OneIsAddedAndDeleted) {
     tools.Check({
         {"no name, a table of 0", Add("", inet, 0), 0, "ip route add 10.1.0.0/16 via 10.0.0.1 metric 5"},
         {"a table", Add("eth0", inet, 100), 0, "ip route add 10.1.0.0/16 via 10.0.0.1 dev eth0 metric 5 table 100",
-         "ApidOneRouteAdd: the pchIfaceName is eth0!; OneRouteAdd: OneRouteAdd achCmdBuf: $"},
+         "ApidOneRouteAdd: the pchIfaceName is eth0!; OneRouteAddToTable: OneRouteAdd achCmdBuf: $"},
         {"IPv6", Add("eth0", inet6), 0, "ip -6 route add fd00::/32 via fe80::1 dev eth0 metric 6"},
         {"there already", Add("", refused), -1, "ip route add 10.9.0.0/16 via 10.0.0.1 metric 5",
          "ApidOneRouteAdd: the pchIfaceName is NULL!; OneRouteAdd: OneRouteAdd achCmdBuf: $; #OneRouteAdd"},

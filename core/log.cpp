@@ -1,7 +1,9 @@
 #include "core/log.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -158,22 +160,37 @@ void WriteToFile(std::FILE*& file, const std::atomic<i32>& flag, const Line& lin
     if (file != nullptr) fprintf(file, "%s%s", line.prefix, line.message);
 }
 
-// A terminal that is held, or a pipe whose reader has stopped, must not stop the daemon: it is waited for once, for a
-// second, and then left out until it takes text again.
-bool StandardOutputIsReady() {
+// A terminal that is held, a pipe whose reader has stopped or a log daemon that is stuck must not stop this one: each
+// is waited for once, for a second, and then left out until it takes text again.
+bool TakesText(int fd, std::atomic<bool>& isPatient) {
     constexpr std::chrono::milliseconds kPatience(1000);
     constexpr std::chrono::milliseconds kNone(0);
-    static std::atomic<bool> isPatient{true};
     const Deadline deadline(isPatient.load(std::memory_order_relaxed) ? kPatience : kNone);
-    const bool isReady = WaitReady(STDOUT_FILENO, POLLOUT, deadline) == Wait::kReady;
+    const bool isReady = WaitReady(fd, POLLOUT, deadline) == Wait::kReady;
     isPatient.store(isReady, std::memory_order_relaxed);
     return isReady;
+}
+
+bool StandardOutputIsReady() {
+    static std::atomic<bool> isPatient{true};
+    return TakesText(STDOUT_FILENO, isPatient);
+}
+
+// A socket of its own has room whenever the log daemon's queue has: syslog(3), which would wait for ever, then does
+// not.
+bool SystemLogIsReady() {
+    static std::atomic<bool> isPatient{true};
+    constexpr sockaddr_un kSystemLog{.sun_family = AF_UNIX, .sun_path = _PATH_LOG};
+    const UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const bool isThere =
+        probe.IsOpen() && connect(probe.Get(), reinterpret_cast<const sockaddr*>(&kSystemLog), sizeof(kSystemLog)) == 0;
+    return !isThere || TakesText(probe.Get(), isPatient);
 }
 
 void Emit(LogKind kind, const Line& line) {
     const bool debugging = kind == LogKind::kDebug;  // a debug line that gets this far goes everywhere
     if (debugging || LevelReaches(kind)) {
-        syslog(SyslogPriority(kind), "%s%s", line.prefix, line.message);
+        if (SystemLogIsReady()) syslog(SyslogPriority(kind), "%s%s", line.prefix, line.message);
         WriteToFile(pLogLibFd, nLogLibFlag, line);
         WriteToFile(pLogDaemonFd, nLogDaemonFlag, line);
     }

@@ -53,8 +53,8 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
     EXPECT_TRUE(Serves() && socketNode() == before) << "the same socket";
 }
 
-// A pipe that is closed, and one that is full, as of a terminal that is held.
-TEST(Lifecycle, AStandardOutputThatNobodyReadsStopsNothing) {
+// A pipe that is closed, one that is full, as of a terminal that is held, and a log daemon that is stuck.
+TEST(Lifecycle, OutputThatNobodyReadsStopsNothing) {
     ASSERT_EQ(std::system("{ sleep 1; " TESSEL_DAEMON_PATH "; } | true"), 0);
     pid_t pid = 0;
     ASSERT_TRUE(Eventually([&] { return (pid = ServingPid()) != 0; }));
@@ -68,6 +68,14 @@ TEST(Lifecycle, AStandardOutputThatNobodyReadsStopsNothing) {
     WriteFile("/tmp/tessellog", "");
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(RequestStatus(0x702, ""), -1) << "logged, but not there";
+    const pid_t collector = atoi(OutputOf("pgrep -x socat").c_str());
+    ASSERT_GT(collector, 0);
+    kill(collector, SIGSTOP);
+    for (int i = 0; i < 25; ++i)
+        EXPECT_EQ(RequestStatus(0x702, ""), -1);
+    kill(collector, SIGCONT);
+    const std::string last = "the size is error:size=3";
+    EXPECT_TRUE(Eventually([&] { return RequestStatus(0x702, "xyz") == -1 && IsLogged(last); })) << "goes on";
 }
 
 TEST(Lifecycle, ASecondStartTakesTheSocketOver) {

@@ -2,6 +2,7 @@
 #include "core/log.h"
 #include "core/text.h"
 #include "route/gateway.h"
+#include "route/priority_table.h"
 
 using tessel::ApiReplyStatus;
 using tessel::ApiRequest;
@@ -27,6 +28,7 @@ const char* NameOrNull(const InterfaceField& name, LogKind kind, CallSite where 
 i32 ApidGatewaySet(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetGatewaySetReq>(payload, size);
     const InterfaceField name(request.achDevName);
+    const std::lock_guard lock(tessel::g_defaultRouteLock);
     const i32 result = GatewaySet(NameOrNull(name, LogKind::kPrint), &request.tGateway, request.dwTable);
     return ApiReplyStatus(fd, type, result, "GatewaySet error!");
 }
@@ -34,6 +36,7 @@ i32 ApidGatewaySet(int fd, u32 type, const void* payload, i32 size) {
 i32 ApidGatewayDel(int fd, u32 type, const void* payload, i32 size) {
     const auto request = ApiRequest<TNetGatewayReq>(payload, size);
     const InterfaceField name(request.achDevName);
+    const std::lock_guard lock(tessel::g_defaultRouteLock);
     const i32 result = GatewayDel(request.wSinFamily, NameOrNull(name, LogKind::kPrint), request.dwTable);
     return ApiReplyStatus(fd, type, result, "GatewaySet error!");  // the setter's words
 }

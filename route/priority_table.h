@@ -21,8 +21,8 @@ namespace tessel {
 // The same, whether priority routing is on or off.
 [[nodiscard]] i32 MetricOfInterface(const char* interfaceName);
 
-// Held while default routes are replaced: no two threads may look at them and then delete one at the same time. Taken
-// before the table's lock, never after it.
+// Held while default routes are replaced, and by requests that set or delete one: what a thread has looked at must not
+// change before it deletes or adds. Taken before the table's lock, never after it.
 extern std::mutex g_defaultRouteLock;
 
 // A copy of the table; positions without a name are zero. dwNum counts the others.

@@ -139,6 +139,29 @@ TEST(DefaultRoute, OnlyWhatIsStillThereIsReplaced) {
     EXPECT_EQ(Joined(lines), Joined(expectedLines));
 }
 
+TEST(DefaultRoute, ARequestWaitsForTheReplacement) {
+    LoggedTools tools;
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0 && ip route add default via 192.168.1.1");
+    TNetPrioParamList priorities{.dwNum = 1, .atPrio = {{.achDevName = "eth0", .nPriority = 10}}};
+    ASSERT_EQ(tools.Status(0x11C, Bytes(priorities)), 0);
+    (void)tools.TakeRuns();
+    std::thread client;
+    AnswerTools([&](const std::string& line) {
+        if (line.find(" add ") != std::string::npos) {
+            client = std::thread([&] { EXPECT_EQ(tools.Status(0x116, "\2"s + std::string(17, '\0')), 0); });
+            std::this_thread::sleep_for(200ms);
+        }
+        return ToolAnswer{};
+    });
+    Process(DefaultThrough("eth0"));
+    Settle();
+    client.join();
+    EXPECT_EQ(Joined(tools.TakeRuns()),
+              "ip route add default via 192.168.1.1 dev eth0 metric 10; ip -4 route del "
+              "default dev eth0; ip -4 route del default")
+        << "and what it deletes does not come back";
+}
+
 TEST(DefaultRoute, IsLookedForAgainWhenTheKernelCouldNotBeAsked) {
     LoggedTools tools(2);
     TNetPrioParamList priorities{.dwNum = 1, .atPrio = {{.achDevName = "eth0", .nPriority = 10}}};

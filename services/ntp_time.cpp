@@ -63,6 +63,8 @@ i32 NtpcTimeCheck(const tm* time) {
     return 0;
 }
 
+std::atomic<u32> tessel::g_clockSteps{0};
+
 i32 NtpcSetTime(const ClockTime& time) {
     const tm local = LocalTime(time.seconds);
     if (NtpcTimeCheck(&local) != 0) return -1;
@@ -70,6 +72,7 @@ i32 NtpcSetTime(const ClockTime& time) {
         TESSEL_PERROR("sync time fail\n");
         return -1;
     }
+    ++tessel::g_clockSteps;
     if (SetHardwareClock(time) != 0) {
         TESSEL_ERR("sync to rtc fail");
         return -1;

@@ -133,6 +133,7 @@ std::optional<milliseconds> Synchronise(const Worker& self, const TNtpcInfo& inf
         if (rules.reportsUnreachable) rules.report(kFailed, 0);
         return tessel::g_ntpTimes.retry;
     }
+    const u32 clockSteps = tessel::g_clockSteps;
     (void)SendPacket(socket.Get());  // what was not sent is not answered either
     const Wait wait = self.WaitFor(socket.Get(), POLLIN, tessel::g_ntpTimes.*rules.replyTime);
     if (wait == Wait::kStopped) return milliseconds(0);
@@ -151,6 +152,10 @@ std::optional<milliseconds> Synchronise(const Worker& self, const TNtpcInfo& inf
         rules.report(kFailed, 0);
         TESSEL_ERR_AT(where, "get server time failed");
         return pause;
+    }
+    if (tessel::g_clockSteps != clockSteps) {
+        TESSEL_PRT_AT(where, "the clock was set while the answer was on its way, ask again");
+        return milliseconds(0);
     }
     const Adjustment adjustment = rules.adjust(answer, isFirst, where);
     isFirst = false;

@@ -247,6 +247,24 @@ TEST_F(Ntp, IsStoppedWhateverItDoes) {
     }
 }
 
+// Its times are from before and after the step.
+TEST_F(Ntp, AnAnswerThatMeetsTheOtherFamilysStepIsNotUsed) {
+    Listener inet("ipc_ntp");
+    Listener inet6("ipc_ntpv6");
+    NtpServer server(AF_INET);
+    NtpServer server6(AF_INET6);
+    EXPECT_EQ(Do(Start("10.7.0.2", kHour)) + Do(Start("fd07::2", kHour)), 0);
+    (void)server6.Receive();
+    (void)server.Receive();
+    server.Send(server.Time(1700003600));
+    EXPECT_EQ(NextNotice(inet), "1 3600");
+    server6.Send(server6.Time(1700003610));
+    ASSERT_TRUE(Eventually([] { return ReadFile("/tmp/logged-lines").find("ask again") != std::string::npos; }));
+    (void)server6.Receive();
+    server6.Send(server6.Time(1700003610));
+    EXPECT_EQ(NextNotice(inet6), "1 -10");
+}
+
 TEST_F(Ntp, EndsWithoutASocketAndIsThenStopped) {
     g_ntpTimes.retry = 10ms;
     const Listener listener("ipc_ntp");

@@ -15,7 +15,7 @@
 extern std::atomic<i32> g_nIpv6ChangedFlag;
 
 // Bodies of the two threads.
-[[noreturn]] void RecvNetPacketV6(void* unused);
+void RecvNetPacketV6(void* unused);
 [[noreturn]] void SendNetPacketV6(void* unused);
 
 namespace tessel {

@@ -41,16 +41,20 @@ ActiveNames CopyNames() {
     return active;
 }
 
+UniqueFd RawSocket() {
+    return UniqueFd(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMPV6));
+}
+
 // Receives solicitations and advertisements with their hop limit and destination.
 UniqueFd OpenSocket(const char* name) {
-    UniqueFd fd(socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMPV6));
+    UniqueFd fd = RawSocket();
     icmp6_filter filter;
     ICMP6_FILTER_SETBLOCKALL(&filter);
     ICMP6_FILTER_SETPASS(ND_NEIGHBOR_SOLICIT, &filter);
     ICMP6_FILTER_SETPASS(ND_NEIGHBOR_ADVERT, &filter);
     const int on = 1;
     const bool isReady =
-        setsockopt(fd.Get(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof(filter)) == 0 &&
+        fd.IsOpen() && setsockopt(fd.Get(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof(filter)) == 0 &&
         setsockopt(fd.Get(), IPPROTO_IPV6, IPV6_RECVHOPLIMIT, &on, sizeof(on)) == 0 &&
         setsockopt(fd.Get(), IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof(on)) == 0 &&
         setsockopt(fd.Get(), SOL_SOCKET, SO_BINDTODEVICE, name, static_cast<socklen_t>(strlen(name) + 1)) == 0;
@@ -147,6 +151,10 @@ bool Receive(int fd, std::span<u8> buffer, std::span<u8>& bytes, NeighbourPath& 
 }  // namespace
 
 void ListenToNeighbours(void (*take)(const char* interfaceName, const NeighbourMessage& message)) {
+    if (!RawSocket().IsOpen() && errno == EAFNOSUPPORT) {
+        TESSEL_PERROR("socket error!");
+        return;
+    }
     Listeners listeners;
     listeners.Follow(CopyNames());
     while (true) {

@@ -79,10 +79,10 @@ ResultFile::ResultFile(const char* format, ...) {
     va_end(arguments);
 }
 
-bool ResultFile::IsThere(CallSite where) {
+bool ResultFile::IsThere(const FileIdentity& known, CallSite where) {
     struct stat status {};
     if (lstat(path_, &status) != 0) return false;
-    if (S_ISREG(status.st_mode) && status.st_uid == geteuid()) return true;
+    if (S_ISREG(status.st_mode) && status.st_uid == geteuid()) return FileIdentity(status) != known;
     const bool isRemoved = remove(path_) == 0;  // an empty folder, too
     if (!isForeignKnown_) {
         TESSEL_ERR_AT(where, "%s is no result file, it is %s", path_, isRemoved ? "removed" : "left alone");
@@ -94,7 +94,7 @@ bool ResultFile::IsThere(CallSite where) {
 ResultFile::Removal ResultFile::Remove(const FileIdentity& read) const {
     struct stat status {};
     if (lstat(path_, &status) != 0) return errno == ENOENT ? Removal::kGone : Removal::kFailed;
-    if (status.st_dev != read.device || status.st_ino != read.inode) return Removal::kReplaced;
+    if (FileIdentity(status) != read) return Removal::kReplaced;
     if (unlink(path_) == 0) return Removal::kDone;
     return errno == ENOENT ? Removal::kGone : Removal::kFailed;
 }
@@ -108,7 +108,7 @@ UniqueFd OpenResultFile(const char* path, FileIdentity& identity) {
         errno = EPERM;
         return file;
     }
-    identity = {.device = status.st_dev, .inode = status.st_ino};
+    identity = FileIdentity(status);
     return file;
 }
 

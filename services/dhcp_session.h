@@ -40,10 +40,22 @@ void RenewFromScratch(const InterfaceProcess& client, pid_t pid);
 // True when the helper script of the device's image can be read; else false with a log line.
 [[nodiscard]] bool HasScript(const char* path, CallSite where = CallSite::Current());
 
-// Which file was read: another may have taken its name meanwhile.
+// Which file was read, and as it was then: another may have taken its name meanwhile, or its text.
 struct FileIdentity {
+    FileIdentity() = default;
+    explicit FileIdentity(const struct stat& status)
+        : device(status.st_dev),
+          inode(status.st_ino),
+          bytes(status.st_size),
+          seconds(status.st_mtim.tv_sec),
+          nanoseconds(status.st_mtim.tv_nsec) {}
+    bool operator==(const FileIdentity&) const = default;
+
     dev_t device = 0;
     ino_t inode = 0;
+    off_t bytes = 0;
+    time_t seconds = 0;
+    long nanoseconds = 0;
 };
 
 // A session's result file.
@@ -56,9 +68,9 @@ class ResultFile {
         return path_;
     }
 
-    // True when there is a regular file of this process's user. Anything else of that name is removed if possible, and
-    // logged once.
-    [[nodiscard]] bool IsThere(CallSite where = CallSite::Current());
+    // True when there is a regular file of this process's user, and it is not `known`. Anything else of that name is
+    // removed if possible, and logged once.
+    [[nodiscard]] bool IsThere(const FileIdentity& known = {}, CallSite where = CallSite::Current());
 
     enum class Removal { kDone, kReplaced, kGone, kFailed };
     // Removes the file if it still is the one that was read.

@@ -16,6 +16,7 @@
 #include "core/log.h"
 #include "core/netif.h"
 #include "core/text.h"
+#include "core/wait.h"
 #include "route/gateway.h"
 
 using std::chrono::milliseconds;
@@ -48,6 +49,21 @@ constexpr char kCurrentGateway[] = "0::0";
 
 // An event that is not reported.
 constexpr u32 kNothingToReport = 4;
+
+// The file of such an event stays until the script replaces it. It is read again and again, but ever more seldom: each
+// time costs log lines and a tool.
+struct Unreported {
+    tessel::FileIdentity file;
+    milliseconds pause{0};
+    tessel::Deadline next{milliseconds(0)};
+
+    void Note(const tessel::FileIdentity& read) {
+        constexpr milliseconds kAtMost(60'000);
+        pause = read == file ? std::min(2 * pause, kAtMost) : kLook;
+        file = read;
+        next = tessel::Deadline(pause);
+    }
+};
 
 // Waits until the link is there or cannot be queried, four seconds at most.
 void WaitForLink(const char* interfaceName, CallSite where) {
@@ -164,7 +180,8 @@ bool TakeLine(char* line, const Reading& reading) {
 }
 
 // Reads and reports the file that is there.
-void TakeResult(TDhcpcInfo& info, const ResultFile& file, u32& event, const tessel::Worker& self, CallSite where) {
+void TakeResult(TDhcpcInfo& info, const ResultFile& file, u32& event, Unreported& unreported,
+                const tessel::Worker& self, CallSite where) {
     tessel::FileIdentity read;
     if (DhcpcReadDhcpcConfFileV6(&info, &event, &read) != 0) {
         TESSEL_ERR_AT(where, "read config file error");
@@ -175,8 +192,7 @@ void TakeResult(TDhcpcInfo& info, const ResultFile& file, u32& event, const tess
     }
     TESSEL_PRT_AT(where, "nMsgType : %d", static_cast<i32>(event));
     if (event == kNothingToReport) {
-        // The file stays until the script replaces it.
-        (void)self.Sleep(kLook);
+        unreported.Note(read);
         return;
     }
     tessel::ReportLease(info, TESSEL_SOCKET_DHCPCV6, "_6", event, where);
@@ -189,10 +205,11 @@ void TakeResult(TDhcpcInfo& info, const ResultFile& file, u32& event, const tess
 void DhcpcProcessThreadV6(tessel::Worker& self, void* session) {
     TDhcpcInfo& info = *static_cast<TDhcpcInfo*>(session);
     ResultFile file(kResultPath, InterfaceOf(info));
+    Unreported unreported;
     u32 event = 0;
     while (info.isRunning != 0 && self.IsWanted()) {
-        if (file.IsThere()) {
-            TakeResult(info, file, event, self, CallSite::Current());
+        if (file.IsThere(unreported.next.HasPassed() ? tessel::FileIdentity() : unreported.file)) {
+            TakeResult(info, file, event, unreported, self, CallSite::Current());
         } else {
             (void)self.Sleep(kLook);
         }

@@ -213,9 +213,15 @@ TEST_F(DhcpClient, OfIpv6) {
     WriteResult(kResultV6, "leasefailbydad\n");
     EXPECT_EQ(listener.Next(), 0x506);
     EXPECT_TRUE(GoesSoon(kResultV6));
-    WriteResult(kResultV6, "timeout\n");
-    EXPECT_EQ(listener.Next(500), -1);
-    EXPECT_TRUE(std::filesystem::remove(kResultV6)) << "left until the script replaces it";
+    WriteResult(kResultV6, "nak\n");
+    EXPECT_EQ(listener.Next(2000), -1);
+    const std::size_t reads = Split(ReadFile("/var/log/messages"), "maybe dhcp server has no ip to offer").size() - 1;
+    EXPECT_TRUE(reads >= 3 && reads <= 5) << reads << ": after 0.1, 0.3, 0.7 and 1.5 s";
+    WriteFile(kResultV6, "timeout\n");
+    EXPECT_EQ(listener.Next(50), -1);
+    WriteFile(kResultV6, "leasefailbydad\n");
+    EXPECT_EQ(listener.Next(700), 0x506) << "sooner than the other one would have been read again";
+    EXPECT_TRUE(GoesSoon(kResultV6));
     // A client that has died, and another wish for DNS servers.
     EndClient("udhcpc6");
     Expect(StartWithoutDns(10, "eth0", 77), 0, line + "-o -p /tmp/udhcpc6eth0.pid blocked 10 12 15");

@@ -138,7 +138,7 @@ Outcome Delete(const Invocation& invocation) {
 Outcome ChangePort(const Invocation& invocation) {
     const Words& words = invocation.words;
     const bool isAdd = words.Text("CHANGE") == "add";
-    const std::string ports = words.Text("PORTS");
+    const auto& ports = words.Get<std::string>("PORTS");
     TNetPortFilter filter{};
     filter.eInet = static_cast<u32>(ProtocolsOf(invocation.options));
     filter.ePortType = words.Text("KIND") == "sport" ? TESSEL_PORT_SOURCE : TESSEL_PORT_DESTINATION;

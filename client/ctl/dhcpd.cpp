@@ -19,7 +19,9 @@ Json StatusOf(const std::string& asked, const std::string& name) {
     const std::string pidFile = kFiles + name + ".pid";
     std::string remark;
     if (isServing != 0 && pids.empty()) remark = "its server has exited: run \"dhcpd stop\" before starting it again";
-    if (isServing == 0 && !pids.empty()) remark = "not known to the daemon";
+    if (isServing == 0 && !pids.empty())
+        remark =
+            Format("{} runs ({}), not known to the daemon: end it with \"dhcpd stop all\"", kServer, PidsText(pids));
     return {{"interface", name},
             {"serving", isServing != 0},
             {"pid", pids.empty() ? Json() : Json(pids.front())},
@@ -67,11 +69,10 @@ Outcome StartDhcpd(const Invocation& invocation) {
     const Json before = StatusOf(invocation.asked, name);
     RequireInterface(invocation.asked, name);
     if (before["serving"]) throw Refused(invocation.asked, Format("it is already served (dhcpd stop {})", name));
+    if (!before["pid"].is_null()) throw Refused(invocation.asked, TextOf(before, "remark"));
     Change change{.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); }};
     change.read = [&] {
-        constexpr useconds_t kSettleUs = 300 * 1000;  // a server that cannot use its configuration ends
         (void)AwaitProcesses(kServer, true, kFiles + name + ".conf");
-        usleep(kSettleUs);
         return StatusOf(invocation.asked, name);
     };
     change.wrong = [&](const Json& now) {
@@ -98,10 +99,13 @@ Outcome StopAll(const Invocation& invocation) {
 Outcome StopDhcpd(const Invocation& invocation) {
     const std::string name = invocation.words.Text("SERVER");
     if (name == "all") return StopAll(invocation);
-    return Perform(invocation, {.send = [&] { return tessel_dhcpd_stop(name.c_str()); },
-                                .read = [&] { return StatusOf(invocation.asked, name); },
-                                .wrong = [](const Json& now) { return now["serving"] ? "it is still served" : ""; },
-                                .done = name + "   not served any more"});
+    Change change{.send = [&] { return tessel_dhcpd_stop(name.c_str()); }, .done = name + "   not served any more"};
+    change.read = [&] {
+        (void)AwaitProcesses(kServer, false, kFiles + name + ".conf");
+        return StatusOf(invocation.asked, name);
+    };
+    change.wrong = [](const Json& now) { return now["serving"] ? "it is still served" : TextOf(now, "remark"); };
+    return Perform(invocation, change);
 }
 
 constexpr Command kDhcpdCommands[] = {

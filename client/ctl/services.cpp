@@ -45,10 +45,13 @@ void StoreText(const Invocation& invocation, const char* what, const std::string
 }
 
 Change ProcessChange(std::function<int()> send, const char* process, bool shouldRun) {
-    Change change{.send = std::move(send), .read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; }};
+    Change change{.send = std::move(send)};
+    change.read = [=, others = shouldRun ? FindProcesses(process) : std::vector<pid_t>()] {
+        return Json{{"pids", AwaitProcesses(process, shouldRun, "", others)}};
+    };
     change.wrong = [=](const Json& now) {
         if (now["pids"].empty() != shouldRun) return std::string();
-        return shouldRun ? Format("no {} is running: its log says why", process) : "one still runs";
+        return shouldRun ? Format("no {} of it is running: its log says why", process) : "one still runs";
     };
     return change;
 }

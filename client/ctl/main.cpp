@@ -7,6 +7,12 @@
 
 namespace {
 
+// If whoever started the tool closed a descriptor below 3, a file would get its number, and output would go there.
+void OccupyStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", O_RDWR);
+}
+
 // The library copies its log lines to standard output when a switch file says so. They must not mix with results: from
 // here on standard output leads to standard error, and results have a stream of their own.
 std::FILE* SplitOffResults() {
@@ -18,6 +24,7 @@ std::FILE* SplitOffResults() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    OccupyStandardDescriptors();
     std::FILE* out = SplitOffResults();
     if (out == nullptr) {
         std::perror("tesselctl: standard output");

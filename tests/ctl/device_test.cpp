@@ -102,7 +102,7 @@ TEST(CtlRaw, SendsBytesFromEverywhere) {
                {"raw 0x999", 2, "how long is the reply?"},
                {"raw no_name", 2, "is not a valid code or name of a request"},
                {"raw mtu_get " + std::string(6146, '0'), 2, "3073 bytes are more than 3072"}});
-    EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " raw mtu_get - < /tmp/request 2> /dev/null"), "00000000dc050000\n");
+    EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " raw mtu_get - < /tmp/request 2>&-"), "00000000dc050000\n");
 }
 
 constexpr char kReport[] =

@@ -82,6 +82,15 @@ Outcome SetDebug(const Invocation& invocation) {
     return outcome;
 }
 
+// Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".
+Json LineJson(const std::string& line) {
+    char kind[16] = "";
+    char function[64] = "";
+    int text = 0;
+    (void)sscanf(line.c_str(), "[TESSEL_%15[A-Z]]%*[^T]TID[%*d]:[%63[^]]](%*d): %n", kind, function, &text);
+    return {{"kind", kind}, {"function", function}, {"text", line.substr(static_cast<std::size_t>(text))}};
+}
+
 // Until a signal ends the process, or nobody reads any more.
 Outcome Follow(const Invocation& invocation) {
     constexpr int kPollMs = 200;
@@ -116,11 +125,14 @@ Outcome Follow(const Invocation& invocation) {
         std::vector<std::string> lines;
         std::istringstream text(newLines());
         for (std::string line; std::getline(text, line);) {
-            if (!isSystems || line.find(kDaemonMark) != std::string::npos) lines.push_back(line + "\n");
+            if (!isSystems || line.find(kDaemonMark) != std::string::npos) lines.push_back(line);
         }
         lines.erase(lines.begin(), lines.end() - std::min(std::ssize(lines), most));
-        (void)std::fputs(Joined(lines, "").c_str(), invocation.out);
-        (void)std::fflush(invocation.out);
+        for (const std::string& line : lines) {
+            Json document{{"line", line}};
+            document.update(LineJson(line.substr(std::min(line.find(kDaemonMark), line.size()))));
+            ShowLine(invocation, {.document = document, .line = line, .text = {}});
+        }
         poll(nullptr, 0, kPollMs);
     }
     return {};
@@ -141,15 +153,6 @@ constexpr Command kLogCommands[] = {
         .More("Reads /tmp/tessel_daemon.log, else the daemon's lines in /var/log/messages or /var/log/syslog; starts "
               "with the last 10 (of 64 KiB)."),
 };
-
-// Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".
-Json LineJson(const std::string& line) {
-    char kind[16] = "";
-    char function[64] = "";
-    int text = 0;
-    (void)sscanf(line.c_str(), "[TESSEL_%15[A-Z]]%*[^T]TID[%*d]:[%63[^]]](%*d): %n", kind, function, &text);
-    return {{"kind", kind}, {"function", function}, {"text", line.substr(static_cast<std::size_t>(text))}};
-}
 
 // The lines of a log; text may span several. How requests come in and answers go out is left out.
 Json LinesOf(std::string_view log) {

@@ -9,14 +9,15 @@ namespace tessel::ctl {
 
 namespace {
 
-// Seconds, with a fraction if wanted, up to a day.
+// "90", "0.5", "10m": up to a day.
 int Milliseconds(const std::string& word) {
     constexpr double kDay = 86400;
     constexpr double kPerSecond = 1000;
     double seconds = -1;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), seconds);
-    const bool isWhole = error == std::errc{} && end == word.data() + word.size();
-    if (!isWhole || seconds < 0 || seconds > kDay)
+    const char* const end = word.data() + word.size();
+    if (std::from_chars(word.data(), end, seconds, std::chars_format::fixed).ptr != end)
+        seconds = ParseSeconds(word).value_or(~u32{0});
+    if (!(seconds >= 0 && seconds <= kDay))  // "nan" is no number
         throw Refused("options", Format("\"{}\" is no time from 0 to 86400 seconds", word));
     return static_cast<int>(std::lround(seconds * kPerSecond));
 }
@@ -53,7 +54,7 @@ constexpr OptionRow kRows[] = {
     {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header", nullptr, &SetFields},
     {"", '4', "", "IPv4 only", &Options::inet},
     {"", '6', "", "IPv6 only", &Options::inet6},
-    {"timeout", 't', "S", "seconds to wait for the answer (60)", nullptr, &SetTimeout},
+    {"timeout", 't', "S", "how long to wait for the answer: 90, 10m or 1h (60)", nullptr, &SetTimeout},
     {"wait", 0, "[S]", "wait for a daemon that is starting (10 s)", nullptr,
      [](Options& o, const std::string& word) { o.waitMs = Milliseconds(word.empty() ? "10" : word); }},
     {"dry-run", 'n', "", "show the request and what the daemon would run; change nothing", &Options::dryRun},
@@ -61,8 +62,8 @@ constexpr OptionRow kRows[] = {
      [](Options& o, const std::string&) { ++o.verbosity; }},
     {"quiet", 'q', "", "no words when it worked", &Options::quiet},
     {"no-header", 0, "", "no header line", &Options::noHeader},
-    {"color", 0, "WHEN", "auto, always or never", nullptr, [](Options& o, const std::string& word) { o.colour = word; },
-     "auto|always|never"},
+    {"color", 0, "WHEN", "always, never, or auto: by NO_COLOR, CLICOLOR_FORCE and the terminal", nullptr,
+     [](Options& o, const std::string& word) { o.colour = word; }, "auto|always|never"},
     {"yes", 'y', "", "do not ask", &Options::yes},
     {"force", 0, "", "do it even if it cuts off this session", &Options::force},
     {"protect", 0, "A", "do not shut out this host (instead of the SSH client)", nullptr, &SetProtected},

@@ -25,8 +25,9 @@ Outcome WaitFor(const Invocation& invocation, const std::string& missing, const 
             if (failure.exit == kExitTimeout) problem = "the daemon does not answer";
         }
         if (leftMs <= 0)
-            throw Failure{kExitTimeout, "timeout",
-                          Format("{}: {}, after {} s", invocation.asked, problem, invocation.options.timeoutMs / 1000)};
+            throw Failure{
+                kExitTimeout, "timeout",
+                Format("{}: {}, after {:g} s", invocation.asked, problem, invocation.options.timeoutMs / 1000.0)};
         poll(nullptr, 0, std::min(leftMs, 200));
     }
 }

@@ -52,6 +52,10 @@ TEST(CtlLog, FollowsAFileThatGrowsIsEmptiedAndReplaced) {
     EXPECT_EQ(OutputOf("(sleep 0.7; echo '[TESSEL_ERR] x' >> /var/log/messages; echo other >> /var/log/messages) & "
                        "timeout 2 " TESSEL_CTL_PATH " log follow"),
               last + "[TESSEL_ERR] x\n");
+    EXPECT_THAT(
+        OutputOf("timeout 1 " TESSEL_CTL_PATH " log follow -j"),
+        testing::EndsWith(
+            "\n{\"line\":\"[TESSEL_ERR] x\",\"kind\":\"ERR\",\"function\":\"\",\"text\":\"[TESSEL_ERR] x\"}\n"));
     ExpectAll({{"log follow /tmp/nothing", 1, "No such file"}});
 }
 

@@ -12,10 +12,12 @@ namespace {
 constexpr char kServer[] = "udhcpd";
 constexpr char kFiles[] = "/usr/etc/udhcpd4_";  // the daemon's, followed by the interface
 
-Json StatusOf(const std::string& asked, const std::string& name) {
+// With `awaited` there should soon be a process, or none.
+Json StatusOf(const std::string& asked, const std::string& name, std::optional<bool> awaited = {}) {
     int isServing = 0;
     Require(asked, tessel_dhcpd_status(name.c_str(), &isServing));
-    const auto pids = FindProcesses(kServer, kFiles + name + ".conf");
+    const std::string file = kFiles + name + ".conf";
+    const auto pids = awaited ? AwaitProcesses(kServer, *awaited, file) : FindProcesses(kServer, file);
     const std::string pidFile = kFiles + name + ".pid";
     std::string remark;
     if (isServing != 0 && pids.empty()) remark = "its server has exited: run \"dhcpd stop\" before starting it again";
@@ -71,10 +73,7 @@ Outcome StartDhcpd(const Invocation& invocation) {
     if (before["serving"]) throw Refused(invocation.asked, Format("it is already served (dhcpd stop {})", name));
     if (!before["pid"].is_null()) throw Refused(invocation.asked, TextOf(before, "remark"));
     Change change{.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); }};
-    change.read = [&] {
-        (void)AwaitProcesses(kServer, true, kFiles + name + ".conf");
-        return StatusOf(invocation.asked, name);
-    };
+    change.read = [&] { return StatusOf(invocation.asked, name, true); };
     change.wrong = [&](const Json& now) {
         if (!now["pid"].is_null()) return std::string();
         return Format("its {0} has exited: does {1} have an address? (dhcpd stop {1} first)", kServer, name);
@@ -100,10 +99,7 @@ Outcome StopDhcpd(const Invocation& invocation) {
     const std::string name = invocation.words.Text("SERVER");
     if (name == "all") return StopAll(invocation);
     Change change{.send = [&] { return tessel_dhcpd_stop(name.c_str()); }, .done = name + "   not served any more"};
-    change.read = [&] {
-        (void)AwaitProcesses(kServer, false, kFiles + name + ".conf");
-        return StatusOf(invocation.asked, name);
-    };
+    change.read = [&] { return StatusOf(invocation.asked, name, false); };
     change.wrong = [](const Json& now) { return now["serving"] ? "it is still served" : TextOf(now, "remark"); };
     return Perform(invocation, change);
 }

@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <sstream>
-
 #include "client/ctl/files.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
@@ -122,16 +120,15 @@ Outcome Follow(const Invocation& invocation) {
     };
     // What has just happened, and then everything.
     for (std::ptrdiff_t most = 10; ferror(invocation.out) == 0; most = PTRDIFF_MAX) {
-        std::vector<std::string> lines;
-        std::istringstream text(newLines());
-        for (std::string line; std::getline(text, line);) {
-            if (!isSystems || line.find(kDaemonMark) != std::string::npos) lines.push_back(line);
-        }
+        const std::string text = newLines();
+        std::vector<std::string_view> lines = Split(text, '\n');
+        if (!lines.empty()) lines.pop_back();  // behind the last line's end
+        std::erase_if(lines, [&](auto line) { return isSystems && line.find(kDaemonMark) == line.npos; });
         lines.erase(lines.begin(), lines.end() - std::min(std::ssize(lines), most));
-        for (const std::string& line : lines) {
+        for (const std::string_view line : lines) {
             Json document{{"line", line}};
-            document.update(LineJson(line.substr(std::min(line.find(kDaemonMark), line.size()))));
-            ShowLine(invocation, {.document = document, .line = line, .text = {}});
+            document.update(LineJson(std::string(line.substr(std::min(line.find(kDaemonMark), line.size())))));
+            ShowLine(invocation, {.document = document, .line = std::string(line), .text = {}});
         }
         poll(nullptr, 0, kPollMs);
     }

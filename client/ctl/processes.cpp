@@ -99,7 +99,6 @@ std::vector<pid_t> FindProcesses(std::string_view name, std::string_view words) 
 std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words,
                                   const std::vector<pid_t>& others) {
     constexpr useconds_t kLookUs = 100 * 1000;
-    constexpr useconds_t kSettleUs = 300 * 1000;
     const auto look = [&] {
         auto found = FindProcesses(name, words);
         std::erase_if(found, [&](pid_t pid) { return std::ranges::count(others, pid) != 0; });
@@ -107,7 +106,7 @@ std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::
     };
     for (int looks = 0; looks < 10 && look().empty() == isOneWanted; ++looks)
         usleep(kLookUs);
-    if (isOneWanted) usleep(kSettleUs);
+    if (isOneWanted) usleep(3 * kLookUs);
     return look();
 }
 

@@ -45,12 +45,10 @@ std::optional<Value> Host(const std::string& word) {
 // The kernel's xt_multiport takes 15 numbers, two for a range. They are written anew: the tools take "010" for 8, and
 // some of them no range without an end.
 std::optional<Value> Ports(const std::string& word) {
-    constexpr std::ptrdiff_t kNumbersMax = 15;
     const std::string text = Joined(ParsePorts(word).value_or(PortList()), ",", [](const auto& range) {
         return range.first == range.second ? Format("{}", range.first) : Format("{}:{}", range.first, range.second);
     });
-    const auto isBetween = [](char c) { return c == ',' || c == ':'; };
-    const bool fits = !text.empty() && std::ranges::count_if(text, isBetween) < kNumbersMax;
+    const bool fits = !text.empty() && std::ranges::count_if(text, [](char c) { return c == ',' || c == ':'; }) < 15;
     return fits ? std::optional<Value>(text) : std::nullopt;
 }
 
@@ -244,9 +242,8 @@ Network NetworkOf(const TNetGateway& record, i32 length) {
 }
 
 Network NetworkOf(const TNetIpAddr& record) {
-    Network network{.family = record.wSinFamily};
+    Network network{.family = record.wSinFamily, .length = record.dwPrefixLen};
     memcpy(network.bytes.data(), record.abyAddr, network.bytes.size());
-    network.length = record.dwPrefixLen;
     return network;
 }
 

@@ -11,14 +11,12 @@ namespace {
 Outcome WaitFor(const Invocation& invocation, const std::string& missing, const std::function<Json()>& look) {
     using std::chrono::milliseconds;
     const auto end = Clock::now() + milliseconds(invocation.options.timeoutMs);
-    Outcome outcome;
     while (true) {
         const auto leftMs = static_cast<int>(std::chrono::ceil<milliseconds>(end - Clock::now()).count());
         (void)tessel_set_timeout_ms(std::max(leftMs, 500));  // for the last look, too
         std::string problem = missing;
         try {
-            outcome.document = look();
-            if (!outcome.document.is_null()) return outcome;
+            if (const Json found = look(); !found.is_null()) return {.document = found};
         } catch (const Failure& failure) {
             if (failure.error == "not_permitted") throw;
             if (failure.exit == kExitNotRunning) problem = "the daemon is not running";

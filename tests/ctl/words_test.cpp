@@ -97,7 +97,7 @@ TEST(Options, AreReadWhereverTheyStand) {
                {"-t 1e9 addr", 2, "is no time"},
                {"-t nan addr", 2, "is no time"},
                {"--color loud", 2, "not one of auto"},
-               {"--protect 300.1.1.1 addr", 2, "is not an address"},
+               {"--protect 300.1.1.1 addr", 2, "is not a valid address"},
                {"link mtu eth0 -4", 2, "mean nothing here"},
                {"addr -V", 0, "tesselctl "}});
     EXPECT_TRUE(DocumentOf("-V").contains("version"));

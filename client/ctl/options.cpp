@@ -83,10 +83,8 @@ bool IsTime(std::string word) {
 Options ParseOptions(const std::vector<std::string>& arguments) {
     std::vector<std::string> copies = {"tesselctl"};
     copies.insert(copies.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& copy : copies)
-        argv.push_back(copy.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv(copies.size() + 1);  // a null pointer is the last one
+    std::ranges::transform(copies, argv.begin(), [](std::string& copy) { return copy.data(); });
     const int argc = static_cast<int>(copies.size());
 
     std::vector<option> longs;

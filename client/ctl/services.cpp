@@ -109,9 +109,8 @@ Outcome BondStart(const Invocation& invocation) {
     if (names.size() > TESSEL_BOND_INTERFACES_MAX) why = "a bond has at most four interfaces";
     if (std::find(names.begin(), names.end(), active) == names.end()) why = active + " has to be one of them";
     if (!why.empty()) throw Refused(invocation.asked, why);
-    std::vector<const char*> texts;
-    for (const std::string& name : names)
-        texts.push_back(name.c_str());
+    std::vector<const char*> texts(names.size());
+    std::ranges::transform(names, texts.begin(), [](const std::string& name) { return name.c_str(); });
     const u32 mode = invocation.words.Get<u32>("mode", 1);
     Change change{.send = [&] { return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr); }};
     change.guard = [&] { return firstReason(&CutsSessionOn); };

@@ -95,7 +95,7 @@ TEST(CtlPppoe, HandsThePasswordOverAndShowsItToNobody) {
     EXPECT_TRUE(Eventually([] { return FindProcesses("pppd").empty(); }));
     ExpectAll({{"pppoe stop -j", 0, "{\"pids\":[]}"}});
     // A modem's does not stand for one that cannot dial.
-    Prepare({"cp /bin/sleep /tmp/pppd", "/tmp/pppd 100 &", "printf '#!/bin/sh\nsleep 0.2\n' > $(command -v pppd)"});
+    Prepare({"cp /bin/sleep /tmp/pppd", "/tmp/pppd 100 &", "printf '#!/bin/sh\nsleep 0.15\n' > $(command -v pppd)"});
     EXPECT_TRUE(Eventually([] { return FindProcesses("pppd").size() == 1; }));
     ExpectAll({{start + "/tmp/password", 5, "answered success, but no pppd of it is running"}});
 }

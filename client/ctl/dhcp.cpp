@@ -22,7 +22,7 @@ struct Client {
 
     [[nodiscard]] bool Runs() const {
         const char* const program = family == TESSEL_FAMILY_INET6 ? "udhcpc6" : "udhcpc";
-        return !FindProcesses(program, Format("-i {} -s", interface)).empty();
+        return !FindProcesses(program, Format("-i {} ", interface)).empty();
     }
     // Starts it, or has it renew its lease.
     [[nodiscard]] int Start(i32 receiver) const {

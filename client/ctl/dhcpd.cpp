@@ -12,14 +12,18 @@ namespace {
 constexpr char kServer[] = "udhcpd";
 constexpr char kFiles[] = "/usr/etc/udhcpd4_";  // the daemon's, followed by the interface
 
-Json StatusOf(const std::string& asked, const std::string& name) {
+// With `awaited` there should soon be a process, or none.
+Json StatusOf(const std::string& asked, const std::string& name, std::optional<bool> awaited = {}) {
     int isServing = 0;
     Require(asked, tessel_dhcpd_status(name.c_str(), &isServing));
-    const auto pids = FindProcesses(kServer, kFiles + name + ".conf");
+    const std::string file = kFiles + name + ".conf";
+    const auto pids = awaited ? AwaitProcesses(kServer, *awaited, file) : FindProcesses(kServer, file);
     const std::string pidFile = kFiles + name + ".pid";
     std::string remark;
     if (isServing != 0 && pids.empty()) remark = "its server has exited: run \"dhcpd stop\" before starting it again";
-    if (isServing == 0 && !pids.empty()) remark = "not known to the daemon";
+    if (isServing == 0 && !pids.empty())
+        remark =
+            Format("{} runs ({}), not known to the daemon: end it with \"dhcpd stop all\"", kServer, PidsText(pids));
     return {{"interface", name},
             {"serving", isServing != 0},
             {"pid", pids.empty() ? Json() : Json(pids.front())},
@@ -67,13 +71,9 @@ Outcome StartDhcpd(const Invocation& invocation) {
     const Json before = StatusOf(invocation.asked, name);
     RequireInterface(invocation.asked, name);
     if (before["serving"]) throw Refused(invocation.asked, Format("it is already served (dhcpd stop {})", name));
+    if (!before["pid"].is_null()) throw Refused(invocation.asked, TextOf(before, "remark"));
     Change change{.send = [&] { return tessel_dhcpd_start(name.c_str(), &conf); }};
-    change.read = [&] {
-        constexpr useconds_t kSettleUs = 300 * 1000;  // a server that cannot use its configuration ends
-        (void)AwaitProcesses(kServer, true, kFiles + name + ".conf");
-        usleep(kSettleUs);
-        return StatusOf(invocation.asked, name);
-    };
+    change.read = [&] { return StatusOf(invocation.asked, name, true); };
     change.wrong = [&](const Json& now) {
         if (!now["pid"].is_null()) return std::string();
         return Format("its {0} has exited: does {1} have an address? (dhcpd stop {1} first)", kServer, name);
@@ -98,10 +98,10 @@ Outcome StopAll(const Invocation& invocation) {
 Outcome StopDhcpd(const Invocation& invocation) {
     const std::string name = invocation.words.Text("SERVER");
     if (name == "all") return StopAll(invocation);
-    return Perform(invocation, {.send = [&] { return tessel_dhcpd_stop(name.c_str()); },
-                                .read = [&] { return StatusOf(invocation.asked, name); },
-                                .wrong = [](const Json& now) { return now["serving"] ? "it is still served" : ""; },
-                                .done = name + "   not served any more"});
+    Change change{.send = [&] { return tessel_dhcpd_stop(name.c_str()); }, .done = name + "   not served any more"};
+    change.read = [&] { return StatusOf(invocation.asked, name, false); };
+    change.wrong = [](const Json& now) { return now["serving"] ? "it is still served" : TextOf(now, "remark"); };
+    return Perform(invocation, change);
 }
 
 constexpr Command kDhcpdCommands[] = {

@@ -34,13 +34,9 @@ Outcome Show(const Invocation& invocation) {
         const auto add = [](Json& rules, const FilterRule& rule) {
             rules.push_back({{"chain", rule.chain}, {"rule", rule.Text()}, {"packets", rule.packets}});
         };
-        Json shown{{"family", FamilyName(family)},
-                   {"list", "off"},
-                   {"policy", filter.policies.at("INPUT")},
-                   {"echo_requests", EchoText(filter)},
-                   {"entries", Json::array()},
-                   {"ports", Json::array()},
-                   {"session", nullptr}};
+        Json shown{{"family", FamilyName(family)}, {"list", "off"}, {"policy", filter.policies.at("INPUT")}};
+        shown.update({{"echo_requests", EchoText(filter)}, {"entries", Json::array()}, {"ports", Json::array()}});
+        shown["session"] = nullptr;
         for (const std::string_view list : {kWhitelist, kBlacklist}) {
             if (shown["list"] == "off" && filter.IsHooked(list)) shown["list"] = list;
             for (const FilterRule& rule : filter.Entries(list))
@@ -92,8 +88,7 @@ Outcome SwitchEchoes(const Invocation& invocation) {
 
 Outcome AddChain(const Invocation& invocation) {
     const std::string name = invocation.words.Text("add");
-    const int protocols = ProtocolsOf(invocation.options);
-    const auto send = [&] { return tessel_chain_add(protocols, name.c_str()); };
+    const auto send = [&] { return tessel_chain_add(ProtocolsOf(invocation.options), name.c_str()); };
     return ChangeFilter(invocation, "chain " + name + "   added", send);
 }
 
@@ -138,7 +133,7 @@ Outcome Delete(const Invocation& invocation) {
 Outcome ChangePort(const Invocation& invocation) {
     const Words& words = invocation.words;
     const bool isAdd = words.Text("CHANGE") == "add";
-    const std::string ports = words.Text("PORTS");
+    const auto& ports = words.Get<std::string>("PORTS");
     TNetPortFilter filter{};
     filter.eInet = static_cast<u32>(ProtocolsOf(invocation.options));
     filter.ePortType = words.Text("KIND") == "sport" ? TESSEL_PORT_SOURCE : TESSEL_PORT_DESTINATION;

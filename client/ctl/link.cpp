@@ -12,7 +12,7 @@ Outcome ShowLink(const Invocation& invocation) {
     const std::string named = invocation.words.Text("IF");
     Outcome outcome{.document = Json::array()};
     ForEachInterface(named, outcome, [&](const std::string& name) {
-        const Json link = KernelLink(name);
+        Json link = KernelLink(name);
         ipaddr_show_info info{};
         u32 mtu = 0;
         int error = tessel_addr_show(name.c_str(), &info);
@@ -25,7 +25,8 @@ Outcome ShowLink(const Invocation& invocation) {
         outcome.document.push_back({{"interface", name},
                                     {"state", NullIfEmpty(TextOf(link, "state"))},
                                     {"mtu", isKernels ? mtu : static_cast<u32>(info.mtu)},
-                                    {"mac", NullIfEmpty(isKernels ? TextOf(link, "mac") : FieldText(info.mac).Get())}});
+                                    {"mac", NullIfEmpty(isKernels ? TextOf(link, "mac") : FieldText(info.mac).Get())},
+                                    {"addresses", link["addresses"]}});
     });
     return outcome;
 }
@@ -179,11 +180,11 @@ Outcome SetPriority(const Invocation& invocation) {
 }
 
 constexpr Command kLinkCommands[] = {
-    Row("show", "[IF]", &ShowLink, "state, MTU and hardware address", "link show eth0")
+    Row("show", "[IF]", &ShowLink, "state, MTU, hardware address and addresses", "link show eth0")
         .Sends(TESSEL_CMD_IPADDR_SHOW, TESSEL_CMD_MTU_GET)
-        .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}")
-        .More("Without an Ethernet address (lo, ppp0) all but the MTU comes from the kernel. There is no \"link set "
-              "eth0 up\" or \"down\": the daemon does not switch interfaces."),
+        .Columns("INTERFACE {interface}|STATE {state}|MTU {mtu}|MAC {mac}|ADDRESS {address}/{prefix_length}")
+        .More("State and addresses come from the kernel; without a hardware address (lo, ppp0), all but the MTU. "
+              "There is no \"link set eth0 up\" or \"down\": the daemon does not switch interfaces."),
     Row("mtu", "IF", &ShowMtu, "the largest packet in bytes", "link mtu eth0")
         .Sends(TESSEL_CMD_MTU_GET)
         .Columns(" {mtu}"),

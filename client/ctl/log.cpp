@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <sstream>
-
 #include "client/ctl/files.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
@@ -82,6 +80,15 @@ Outcome SetDebug(const Invocation& invocation) {
     return outcome;
 }
 
+// Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".
+Json LineJson(const std::string& line) {
+    char kind[16] = "";
+    char function[64] = "";
+    int text = 0;
+    (void)sscanf(line.c_str(), "[TESSEL_%15[A-Z]]%*[^T]TID[%*d]:[%63[^]]](%*d): %n", kind, function, &text);
+    return {{"kind", kind}, {"function", function}, {"text", line.substr(static_cast<std::size_t>(text))}};
+}
+
 // Until a signal ends the process, or nobody reads any more.
 Outcome Follow(const Invocation& invocation) {
     constexpr int kPollMs = 200;
@@ -113,14 +120,16 @@ Outcome Follow(const Invocation& invocation) {
     };
     // What has just happened, and then everything.
     for (std::ptrdiff_t most = 10; ferror(invocation.out) == 0; most = PTRDIFF_MAX) {
-        std::vector<std::string> lines;
-        std::istringstream text(newLines());
-        for (std::string line; std::getline(text, line);) {
-            if (!isSystems || line.find(kDaemonMark) != std::string::npos) lines.push_back(line + "\n");
-        }
+        const std::string text = newLines();
+        std::vector<std::string_view> lines = Split(text, '\n');
+        if (!lines.empty()) lines.pop_back();  // behind the last line's end
+        std::erase_if(lines, [&](auto line) { return isSystems && line.find(kDaemonMark) == line.npos; });
         lines.erase(lines.begin(), lines.end() - std::min(std::ssize(lines), most));
-        (void)std::fputs(Joined(lines, "").c_str(), invocation.out);
-        (void)std::fflush(invocation.out);
+        for (const std::string_view line : lines) {
+            Json document{{"line", line}};
+            document.update(LineJson(std::string(line.substr(std::min(line.find(kDaemonMark), line.size())))));
+            ShowLine(invocation, {.document = document, .line = std::string(line), .text = {}});
+        }
         poll(nullptr, 0, kPollMs);
     }
     return {};
@@ -141,15 +150,6 @@ constexpr Command kLogCommands[] = {
         .More("Reads /tmp/tessel_daemon.log, else the daemon's lines in /var/log/messages or /var/log/syslog; starts "
               "with the last 10 (of 64 KiB)."),
 };
-
-// Of "[TESSEL_PRT]:PID[7]:TID[7]:[GatewaySet](88): remove the ipv4 gateway!" or "[TESSEL_DBG]PID[7]TID[7]:[...".
-Json LineJson(const std::string& line) {
-    char kind[16] = "";
-    char function[64] = "";
-    int text = 0;
-    (void)sscanf(line.c_str(), "[TESSEL_%15[A-Z]]%*[^T]TID[%*d]:[%63[^]]](%*d): %n", kind, function, &text);
-    return {{"kind", kind}, {"function", function}, {"text", line.substr(static_cast<std::size_t>(text))}};
-}
 
 // The lines of a log; text may span several. How requests come in and answers go out is left out.
 Json LinesOf(std::string_view log) {

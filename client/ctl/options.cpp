@@ -9,16 +9,16 @@ namespace tessel::ctl {
 
 namespace {
 
-// Seconds, with a fraction if wanted, up to a day.
+// "90", "0.5", "10m": up to a day.
 int Milliseconds(const std::string& word) {
     constexpr double kDay = 86400;
-    constexpr double kPerSecond = 1000;
     double seconds = -1;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), seconds);
-    const bool isWhole = error == std::errc{} && end == word.data() + word.size();
-    if (!isWhole || seconds < 0 || seconds > kDay)
+    const char* const end = word.data() + word.size();
+    if (std::from_chars(word.data(), end, seconds, std::chars_format::fixed).ptr != end)
+        seconds = ParseSeconds(word).value_or(~u32{0});
+    if (!(seconds >= 0 && seconds <= kDay))  // "nan" is no number
         throw Refused("options", Format("\"{}\" is no time from 0 to 86400 seconds", word));
-    return static_cast<int>(std::lround(seconds * kPerSecond));
+    return static_cast<int>(std::lround(seconds * 1000));
 }
 
 void SetFields(Options& options, const std::string& word) {
@@ -27,25 +27,12 @@ void SetFields(Options& options, const std::string& word) {
     std::erase(options.fields, "");
 }
 
-void SetTimeout(Options& options, const std::string& word) {
-    options.timeoutMs = std::max(Milliseconds(word), 1);
-}
-
-void SetProtected(Options& options, const std::string& word) {
-    options.protect = ParseHost(word);
-    if (!options.protect) throw Refused("--protect", word + " is not an address");
-}
-
-void SetReplyBytes(Options& options, const std::string& word) {
-    const auto bytes = ParseNumber(word);
-    if (!bytes || *bytes > 1U << 20) throw Refused("--reply", word + " is no number of bytes up to 1048576");
-    options.replyBytes = static_cast<i32>(*bytes);
-}
-
-void SetTry(Options& options, const std::string& word) {
-    const ParsedValue seconds = ParseValue("S:1-86400", word.empty() ? "60" : word);
-    if (!seconds.value) throw Refused("--try", seconds.problem);
-    options.trySeconds = std::get<u32>(*seconds.value);
+// The value of a kind (values.cpp).
+template <typename T>
+T ValueOf(const char* option, std::string_view kind, const std::string& word) {
+    const ParsedValue parsed = ParseValue(kind, word);
+    if (!parsed.value) throw Refused(option, parsed.problem);
+    return std::get<T>(*parsed.value);
 }
 
 constexpr OptionRow kRows[] = {
@@ -53,25 +40,29 @@ constexpr OptionRow kRows[] = {
     {"get", 'g', "F[,F]", "only these fields, separated by tabs, no header", nullptr, &SetFields},
     {"", '4', "", "IPv4 only", &Options::inet},
     {"", '6', "", "IPv6 only", &Options::inet6},
-    {"timeout", 't', "S", "seconds to wait for the answer (60)", nullptr, &SetTimeout},
+    {"timeout", 't', "S", "how long to wait for the answer: 90, 10m or 1h (60)", nullptr,
+     [](auto& o, auto& word) { o.timeoutMs = std::max(Milliseconds(word), 1); }},
     {"wait", 0, "[S]", "wait for a daemon that is starting (10 s)", nullptr,
-     [](Options& o, const std::string& word) { o.waitMs = Milliseconds(word.empty() ? "10" : word); }},
+     [](auto& o, auto& word) { o.waitMs = Milliseconds(word.empty() ? "10" : word); }},
     {"dry-run", 'n', "", "show the request and what the daemon would run; change nothing", &Options::dryRun},
     {"verbose", 'v', "", "show request and reply; -vv with their bytes", nullptr,
-     [](Options& o, const std::string&) { ++o.verbosity; }},
+     [](auto& o, auto&) { ++o.verbosity; }},
     {"quiet", 'q', "", "no words when it worked", &Options::quiet},
     {"no-header", 0, "", "no header line", &Options::noHeader},
-    {"color", 0, "WHEN", "auto, always or never", nullptr, [](Options& o, const std::string& word) { o.colour = word; },
-     "auto|always|never"},
+    {"color", 0, "WHEN", "always, never, or auto: by NO_COLOR, CLICOLOR_FORCE and the terminal", nullptr,
+     [](auto& o, auto& word) { o.colour = word; }, "auto|always|never"},
     {"yes", 'y', "", "do not ask", &Options::yes},
     {"force", 0, "", "do it even if it cuts off this session", &Options::force},
-    {"protect", 0, "A", "do not shut out this host (instead of the SSH client)", nullptr, &SetProtected},
-    {"try", 0, "[S]", "undo it after S seconds (60) unless it is confirmed", nullptr, &SetTry},
+    {"protect", 0, "A", "do not shut out this host (instead of the SSH client)", nullptr,
+     [](auto& o, auto& word) { o.protect = ValueOf<Network>("--protect", "A", word); }},
+    {"try", 0, "[S]", "undo it after S seconds (60) unless it is confirmed", nullptr,
+     [](auto& o, auto& word) { o.trySeconds = ValueOf<u32>("--try", "S:1-86400", word.empty() ? "60" : word); }},
     {"take", 0, "", "take over from a program that is already listening", &Options::take},
     {"kernel", 0, "", "add what the kernel knows and the daemon does not report", &Options::kernel},
-    {"reply", 0, "N", "bytes of the reply to \"raw\"; 0: wait for none", nullptr, &SetReplyBytes},
+    {"reply", 0, "N", "bytes of the reply to \"raw\"; 0: wait for none", nullptr,
+     [](auto& o, auto& word) { o.replyBytes = static_cast<i32>(ValueOf<u32>("--reply", "N:0-1048576", word)); }},
     {"symbols", 0, "DIR", "unstripped files from which \"crash show\" names functions", nullptr,
-     [](Options& o, const std::string& word) { o.symbols = word; }},
+     [](auto& o, auto& word) { o.symbols = word; }},
     {"help", 'h', "", "help on the words before it", &Options::help},
     {"version", 'V', "", "the version", &Options::version},
 };
@@ -92,10 +83,8 @@ bool IsTime(std::string word) {
 Options ParseOptions(const std::vector<std::string>& arguments) {
     std::vector<std::string> copies = {"tesselctl"};
     copies.insert(copies.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& copy : copies)
-        argv.push_back(copy.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv(copies.size() + 1);  // a null pointer is the last one
+    std::ranges::transform(copies, argv.begin(), [](std::string& copy) { return copy.data(); });
     const int argc = static_cast<int>(copies.size());
 
     std::vector<option> longs;
@@ -135,8 +124,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
         if (row->apply != nullptr) row->apply(options, value);
     }
     options.wordsBehindDashes = static_cast<std::size_t>(argc - optind);
-    for (; optind < argc; ++optind)
-        options.words.emplace_back(argv[static_cast<std::size_t>(optind)]);
+    options.words.insert(options.words.end(), argv.begin() + optind, argv.end() - 1);
     return options;
 }
 
@@ -159,14 +147,12 @@ int FamilyOf(const Options& options) {
 }
 
 std::vector<int> FamiliesOf(const Options& options) {
-    const int family = FamilyOf(options);
-    return family == TESSEL_FAMILY_BOTH ? std::vector<int>{TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}
-                                        : std::vector<int>{family};
+    if (options.inet == options.inet6) return {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6};
+    return {FamilyOf(options)};
 }
 
 bool HasFamily(const Options& options, int family) {
-    const int asked = FamilyOf(options);
-    return asked == TESSEL_FAMILY_BOTH || asked == family;
+    return options.inet == options.inet6 || family == FamilyOf(options);
 }
 
 }  // namespace tessel::ctl

@@ -96,11 +96,18 @@ std::vector<pid_t> FindProcesses(std::string_view name, std::string_view words) 
     return found;
 }
 
-std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words) {
+std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words,
+                                  const std::vector<pid_t>& others) {
     constexpr useconds_t kLookUs = 100 * 1000;
-    for (int looks = 0; looks < 10 && FindProcesses(name, words).empty() == isOneWanted; ++looks)
+    const auto look = [&] {
+        auto found = FindProcesses(name, words);
+        std::erase_if(found, [&](pid_t pid) { return std::ranges::count(others, pid) != 0; });
+        return found;
+    };
+    for (int looks = 0; looks < 10 && look().empty() == isOneWanted; ++looks)
         usleep(kLookUs);
-    return FindProcesses(name, words);
+    if (isOneWanted) usleep(3 * kLookUs);
+    return look();
 }
 
 std::string PidsText(const std::vector<pid_t>& pids) {

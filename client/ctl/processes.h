@@ -20,8 +20,10 @@ namespace tessel::ctl {
 // of a name.
 [[nodiscard]] std::vector<pid_t> FindProcesses(std::string_view name, std::string_view words = {});
 
-// The same, as soon as there is one, or none of them; after a second, whatever there is.
-[[nodiscard]] std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words = {});
+// The same but for `others`, as soon as there is one (that does not end at once), or none; after a second, what there
+// is.
+[[nodiscard]] std::vector<pid_t> AwaitProcesses(std::string_view name, bool isOneWanted, std::string_view words = {},
+                                                const std::vector<pid_t>& others = {});
 
 // "pid 12", "pids 12, 13", "none runs".
 [[nodiscard]] std::string PidsText(const std::vector<pid_t>& pids);

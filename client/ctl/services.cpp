@@ -45,10 +45,13 @@ void StoreText(const Invocation& invocation, const char* what, const std::string
 }
 
 Change ProcessChange(std::function<int()> send, const char* process, bool shouldRun) {
-    Change change{.send = std::move(send), .read = [=] { return Json{{"pids", AwaitProcesses(process, shouldRun)}}; }};
+    Change change{.send = std::move(send)};
+    change.read = [=, others = shouldRun ? FindProcesses(process) : std::vector<pid_t>()] {
+        return Json{{"pids", AwaitProcesses(process, shouldRun, "", others)}};
+    };
     change.wrong = [=](const Json& now) {
         if (now["pids"].empty() != shouldRun) return std::string();
-        return shouldRun ? Format("no {} is running: its log says why", process) : "one still runs";
+        return shouldRun ? Format("no {} of it is running: its log says why", process) : "one still runs";
     };
     return change;
 }
@@ -106,9 +109,8 @@ Outcome BondStart(const Invocation& invocation) {
     if (names.size() > TESSEL_BOND_INTERFACES_MAX) why = "a bond has at most four interfaces";
     if (std::find(names.begin(), names.end(), active) == names.end()) why = active + " has to be one of them";
     if (!why.empty()) throw Refused(invocation.asked, why);
-    std::vector<const char*> texts;
-    for (const std::string& name : names)
-        texts.push_back(name.c_str());
+    std::vector<const char*> texts(names.size());
+    std::ranges::transform(names, texts.begin(), [](const std::string& name) { return name.c_str(); });
     const u32 mode = invocation.words.Get<u32>("mode", 1);
     Change change{.send = [&] { return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr); }};
     change.guard = [&] { return firstReason(&CutsSessionOn); };

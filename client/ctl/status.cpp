@@ -40,11 +40,10 @@ Json InterfacesJson(const std::string& named, const Json& priorities, bool answe
             if (route["destination"] != "default") continue;
             const bool isFirst = route["family"] != std::exchange(family, TextOf(route, "family"));
             if (route["interface"] != link["interface"]) continue;
-            link["gateways"].push_back({{"gateway", route["gateway"]},
-                                        {"family", route["family"]},
-                                        {"metric", route["metric"]},
-                                        {"learnt", route["learnt"]},
-                                        {"preferred", isFirst}});
+            Json& gateway = link["gateways"].emplace_back();
+            for (const char* key : {"gateway", "family", "metric", "learnt"})
+                gateway[key] = route[key];
+            gateway["preferred"] = isFirst;
         }
         const Json priority = FindIn(priorities, "interface", link["interface"]);
         link["priority"] = priority.is_null() ? Json() : priority["metric"];
@@ -61,10 +60,8 @@ Json FirewallJson() {
     Json families = Json::array();
     for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
         const Filter filter = ReadFilter(family);
-        Json entry{{"family", FamilyName(family)},
-                   {"list", nullptr},
-                   {"entries", nullptr},
-                   {"problem", NullIfEmpty(filter.problem)}};
+        Json entry{{"family", FamilyName(family)}, {"list", nullptr}, {"entries", nullptr}};
+        entry["problem"] = NullIfEmpty(filter.problem);
         for (const std::string_view list : {kWhitelist, kBlacklist}) {
             if (!filter.IsHooked(list)) continue;
             entry["list"] = list;

@@ -27,8 +27,9 @@ void PrintText(std::FILE* file, const std::string& text) {
 
 bool WantsColour(const Options& options, std::FILE* out) {
     if (options.colour != "auto") return options.colour == "always";
-    const char* const noColour = getenv("NO_COLOR");
-    return (noColour == nullptr || *noColour == '\0') && isatty(fileno(out)) != 0;
+    const auto isSet = [](const char* name) { return getenv(name) != nullptr && *getenv(name) != '\0'; };
+    if (isSet("NO_COLOR")) return false;
+    return (isSet("CLICOLOR_FORCE") && *getenv("CLICOLOR_FORCE") != '0') || isatty(fileno(out)) != 0;
 }
 
 // A daemon that is starting, for as long as --wait says.

@@ -58,8 +58,7 @@ std::string JsonTime(WallTime time) {
 
 std::string DateText(WallTime time) {
     std::string text = TimeText(time, true);
-    text[text.find('T')] = ' ';
-    return text;
+    return text.replace(text.find('T'), 1, " ");
 }
 
 std::string ClockText(WallTime time) {

@@ -42,16 +42,14 @@ std::optional<Value> Host(const std::string& word) {
     return host && !HostText(*host).empty() ? std::optional<Value>(*host) : std::nullopt;
 }
 
-// The kernel's xt_multiport takes 15 numbers, two for a range. Neither end of a range is left out.
+// The kernel's xt_multiport takes 15 numbers, two for a range. They are written anew: the tools take "010" for 8, and
+// some of them no range without an end.
 std::optional<Value> Ports(const std::string& word) {
-    constexpr std::size_t kNumbersMax = 15;
-    const auto ports = ParsePorts(word);
-    const bool isClosed = !word.empty() && !word.starts_with(':') && !word.ends_with(':') &&
-                          word.find(":,") == std::string::npos && word.find(",:") == std::string::npos;
-    std::size_t numbers = 0;
-    for (const auto& [first, last] : ports.value_or(PortList()))
-        numbers += first == last ? 1 : 2;
-    return ports && isClosed && numbers <= kNumbersMax ? std::optional<Value>(word) : std::nullopt;
+    const std::string text = Joined(ParsePorts(word).value_or(PortList()), ",", [](const auto& range) {
+        return range.first == range.second ? Format("{}", range.first) : Format("{}:{}", range.first, range.second);
+    });
+    const bool fits = !text.empty() && std::ranges::count_if(text, [](char c) { return c == ',' || c == ':'; }) < 15;
+    return fits ? std::optional<Value>(text) : std::nullopt;
 }
 
 std::optional<Value> Code(const std::string& word) {
@@ -124,6 +122,7 @@ std::optional<Range> ParseRange(std::string_view text) {
     const auto first = ParseHost(text.substr(0, dash));
     const auto last = ParseHost(text.substr(dash + 1));
     if (!first || !last || first->family != last->family || *first > *last) return std::nullopt;
+    if (HostText(*last).empty()) return std::nullopt;  // in a request, no last address stands for a whole network
     return Range{*first, *last};
 }
 
@@ -243,9 +242,8 @@ Network NetworkOf(const TNetGateway& record, i32 length) {
 }
 
 Network NetworkOf(const TNetIpAddr& record) {
-    Network network{.family = record.wSinFamily};
+    Network network{.family = record.wSinFamily, .length = record.dwPrefixLen};
     memcpy(network.bytes.data(), record.abyAddr, network.bytes.size());
-    network.length = record.dwPrefixLen;
     return network;
 }
 

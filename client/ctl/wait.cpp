@@ -11,22 +11,21 @@ namespace {
 Outcome WaitFor(const Invocation& invocation, const std::string& missing, const std::function<Json()>& look) {
     using std::chrono::milliseconds;
     const auto end = Clock::now() + milliseconds(invocation.options.timeoutMs);
-    Outcome outcome;
     while (true) {
         const auto leftMs = static_cast<int>(std::chrono::ceil<milliseconds>(end - Clock::now()).count());
         (void)tessel_set_timeout_ms(std::max(leftMs, 500));  // for the last look, too
         std::string problem = missing;
         try {
-            outcome.document = look();
-            if (!outcome.document.is_null()) return outcome;
+            if (const Json found = look(); !found.is_null()) return {.document = found};
         } catch (const Failure& failure) {
             if (failure.error == "not_permitted") throw;
             if (failure.exit == kExitNotRunning) problem = "the daemon is not running";
             if (failure.exit == kExitTimeout) problem = "the daemon does not answer";
         }
         if (leftMs <= 0)
-            throw Failure{kExitTimeout, "timeout",
-                          Format("{}: {}, after {} s", invocation.asked, problem, invocation.options.timeoutMs / 1000)};
+            throw Failure{
+                kExitTimeout, "timeout",
+                Format("{}: {}, after {:g} s", invocation.asked, problem, invocation.options.timeoutMs / 1000.0)};
         poll(nullptr, 0, std::min(leftMs, 200));
     }
 }

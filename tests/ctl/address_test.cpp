@@ -79,7 +79,7 @@ TEST(Addresses, TheSessionIsKept) {
 TEST(Links, AreShownAndChanged) {
     const Daemon daemon;
     Prepare({"ip addr add 192.168.1.20/24 dev eth0", "ip link set eth2 down"});
-    ExpectAll({{"link show eth0", 0, "INTERFACE  STATE  MTU   MAC\neth0       up     1500  02:00:00:00:00:00\n"},
+    ExpectAll({{"link show eth0", 0, "eth0       up     1500  02:00:00:00:00:00  192.168.1.20/24\n"},
                {"link show eth2", 0, "eth2       down"},
                {"link show lo", 0, "lo: the daemon reports no hardware address"},
                {"link show eth9", 1, "there is no interface eth9"},
@@ -97,8 +97,9 @@ TEST(Links, AreShownAndChanged) {
                // Read back from the kernel, which knows what the daemon cannot read.
                {"link set eth0 mac 22:00:00:00:00:0a", 0, "eth0   mac 22:00:00:00:00:0a\n"},
                {"link mac eth0", 1, "it is 22:00:00:00:00:0a"}});
-    EXPECT_EQ(DocumentOf("link show eth0").dump(),
-              R"([{"interface":"eth0","state":"up","mtu":1400,"mac":"22:00:00:00:00:0a"}])");
+    EXPECT_THAT(DocumentOf("link show eth0").dump(),
+                testing::StartsWith(R"([{"interface":"eth0","state":"up","mtu":1400,"mac":"22:00:00:00:00:0a",)"
+                                    R"("addresses":[{"address":"192.168.1.20","prefix_length":24,"family":"inet",)"));
     EXPECT_EQ(DocumentOf("link show lo")[0]["mac"], nullptr);
     EXPECT_EQ(DocumentOf("link show").size(), 4U);
 }

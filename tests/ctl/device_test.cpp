@@ -52,6 +52,10 @@ TEST(CtlLog, FollowsAFileThatGrowsIsEmptiedAndReplaced) {
     EXPECT_EQ(OutputOf("(sleep 0.7; echo '[TESSEL_ERR] x' >> /var/log/messages; echo other >> /var/log/messages) & "
                        "timeout 2 " TESSEL_CTL_PATH " log follow"),
               last + "[TESSEL_ERR] x\n");
+    EXPECT_THAT(
+        OutputOf("timeout 1 " TESSEL_CTL_PATH " log follow -j"),
+        testing::EndsWith(
+            "\n{\"line\":\"[TESSEL_ERR] x\",\"kind\":\"ERR\",\"function\":\"\",\"text\":\"[TESSEL_ERR] x\"}\n"));
     ExpectAll({{"log follow /tmp/nothing", 1, "No such file"}});
 }
 
@@ -102,7 +106,7 @@ TEST(CtlRaw, SendsBytesFromEverywhere) {
                {"raw 0x999", 2, "how long is the reply?"},
                {"raw no_name", 2, "is not a valid code or name of a request"},
                {"raw mtu_get " + std::string(6146, '0'), 2, "3073 bytes are more than 3072"}});
-    EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " raw mtu_get - < /tmp/request 2> /dev/null"), "00000000dc050000\n");
+    EXPECT_EQ(OutputOf(TESSEL_CTL_PATH " raw mtu_get - < /tmp/request 2>&-"), "00000000dc050000\n");
 }
 
 constexpr char kReport[] =

@@ -48,8 +48,10 @@ TEST_F(FirewallTest, PortsAndEchoRequests) {
     const auto rules = [] { return RulesOf("iptables") + RulesOf("ip6tables"); };
     ExpectAll({{"firewall port add tcp dport 80,443 in drop -4", 0, "added"},
                {"firewall port add sport 1000:2000 out accept -6", 0, "added"},
+               {"firewall port add udp dport 010,0x50,:7 in drop -4", 0, "added"},
                {"firewall icmp drop", 0, "drop"}});
-    EXPECT_THAT(rules(), AllOf(HasSubstr("-A INPUT -p tcp -m multiport --dports 80,443 -j DROP"),
+    EXPECT_THAT(rules(), AllOf(HasSubstr("-A INPUT -p udp -m multiport --dports 10,80,0:7 -j DROP"),
+                               HasSubstr("-A INPUT -p tcp -m multiport --dports 80,443 -j DROP"),
                                HasSubstr("-A OUTPUT -p udp -m udp --sport 1000:2000 -j RETURN"),
                                HasSubstr("-A icmppacket -p icmp -m icmp --icmp-type 8 -j DROP"),
                                HasSubstr("-A icmppacket -p ipv6-icmp -m icmp6 --icmpv6-type 128 -j DROP")));
@@ -59,6 +61,7 @@ TEST_F(FirewallTest, PortsAndEchoRequests) {
                {"firewall port del sport 1000:2000 out accept -6", 0, "deleted"},
                {"firewall port del tcp dport 80,443 in drop -4", 0, "deleted"},
                {"firewall port del tcp dport 80,443 in drop -4", 1, "has no rule"},
+               {"firewall port del udp dport 10,80,0:7 in drop -4", 0, "deleted"},
                {"firewall icmp allow -4", 0, "allow"}});
     EXPECT_THAT(rules(), AllOf(Not(HasSubstr("port")), Not(HasSubstr("--icmp-type 8 -j DROP")),
                                HasSubstr("--icmpv6-type 128 -j DROP")));
@@ -70,7 +73,9 @@ TEST(FirewallWithoutChains, RefusesWhatCannotBeMeant) {
         {{"firewall allow 192.168.1.5/24", 2, "write 192.168.1.0/24 or 192.168.1.5"},
          {"firewall allow 192.168.1.300/24", 2, "192.168.1.300/24"},
          {"firewall allow 192.168.1.0/24 02:00:00:00:00:01", 2, "with the address of a host"},
+         {"firewall deny 0.0.0.0-0.0.0.0", 2, "not a valid range of addresses"},
          {"firewall port add dport 70000 in drop", 2, "ports"},
+         {"firewall port add dport 1:2,3:4,5:6,7:8,9:10,11:12,13:14,15:16 in drop", 2, "at most 15 ports"},
          {"firewall allow 192.168.1.5", 1, "there is no inet whitelist chain (tesselctl firewall chain add whitelist)"},
          {"firewall enable whitelist --yes", 2, "there is no inet whitelist chain"},
          {"firewall enable blacklist --yes -4", 2, "there is no inet blacklist chain"},

@@ -33,12 +33,18 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
     ASSERT_TRUE(shown["pid"].is_number());
     ExpectAll({{"dhcpd stop eth1 -n", 0, "runs     kill -9 " + shown["pid"].dump()}});
     kill(shown["pid"], SIGKILL);
+    const std::string other = "/usr/etc/udhcpd4_eth0.conf";  // of a daemon that is no more
     Prepare({"cp /bin/sleep /tmp/udhcpd", "/tmp/udhcpd 100 &"});
-    EXPECT_TRUE(Eventually([] { return FindProcesses("udhcpd", "100").size() == 1; }));
+    RunOnDevice("cp /usr/etc/udhcpd4_eth1.conf " + other + "; udhcpd -fS " + other + " &");
+    EXPECT_TRUE(
+        Eventually([&] { return FindProcesses("udhcpd", "100").size() + FindProcesses("udhcpd", other).size() == 2; }));
     ExpectAll({{"dhcpd show eth1", 0, "its server has exited"},
                {"dhcpd stop eth1", 0, "eth1   not served any more"},
-               {"dhcpd stop all", 2, "it would kill every udhcpd (pid "},
-               {"dhcpd stop all --yes", 0, "every udhcpd ended (pid "}});
+               {"dhcpd show eth0", 0, "udhcpd runs (pid "},
+               {"dhcpd start eth0" + served, 2, "not known to the daemon: end it with \"dhcpd stop all\""},
+               {"dhcpd stop eth0", 5, "answered success, but udhcpd runs (pid "},
+               {"dhcpd stop all", 2, "it would kill every udhcpd (pids "},
+               {"dhcpd stop all --yes", 0, "every udhcpd ended (pids "}});
 }
 
 TEST(CtlNtp, AsksAServerAndShowsItsEvents) {
@@ -88,6 +94,10 @@ TEST(CtlPppoe, HandsThePasswordOverAndShowsItToNobody) {
     ExpectAll({{"pppoe stop -4", 0, "pppd had pid"}, {"pppoe stop", 0, "pppd had pid"}});
     EXPECT_TRUE(Eventually([] { return FindProcesses("pppd").empty(); }));
     ExpectAll({{"pppoe stop -j", 0, "{\"pids\":[]}"}});
+    // A modem's does not stand for one that cannot dial.
+    Prepare({"cp /bin/sleep /tmp/pppd", "/tmp/pppd 100 &", "printf '#!/bin/sh\nsleep 0.15\n' > $(command -v pppd)"});
+    EXPECT_TRUE(Eventually([] { return FindProcesses("pppd").size() == 1; }));
+    ExpectAll({{start + "/tmp/password", 5, "answered success, but no pppd of it is running"}});
 }
 
 TEST(CtlBond, IsReadBackFromTheDriver) {
@@ -171,7 +181,7 @@ TEST(CtlWeb, KnowsWhatRuns) {
                {"web start -g pids", 0, "["},
                {"web stop", 0, "every lighttpd ended (pid "}});
     WriteFile(tools.Directory() + "/lighttpd", "#!/bin/sh\nexit 0\n");
-    ExpectAll({{"web start", 5, "no lighttpd is running"}});
+    ExpectAll({{"web start", 5, "no lighttpd of it is running"}});
 }
 
 }  // namespace

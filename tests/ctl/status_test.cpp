@@ -95,9 +95,10 @@ TEST_F(Finding, WhyShowsTheChoice) {
 }
 
 TEST_F(Finding, WaitEndsWithWhatItWaitsFor) {
-    ExpectAll({{"wait daemon -t 1", 4, "wait daemon: the daemon is not running, after 1 s"},
+    ExpectAll({{"wait daemon -t 0.3", 4, "wait daemon: the daemon is not running, after 0.3 s"},
                {"wait link eth9 -t 1", 4, "wait link eth9: eth9 is not up, after 1 s"},
                {"wait link eth0 -t 1", 0, "eth0"}});
+    EXPECT_EQ(OutputOf("CLICOLOR_FORCE=1 " TESSEL_CTL_PATH " wait link eth0 --no-header"), "eth0  \x1b[32mup\x1b[0m\n");
     const Daemon daemon;
     ExpectAll({{"wait daemon -t 5", 0, std::to_string(daemon.Pid())},
                {"wait addr eth1", 0, "192.168.2.20/24"},

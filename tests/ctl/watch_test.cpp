@@ -302,7 +302,7 @@ TEST(DhcpClient, LeasesGoToOneProgram) {
     ExpectAll({{"dhcp renew eth0", 2, "no DHCP client runs on eth0"},
                {"dhcp renew eth0 native -4", 1, "always fails"},
                {"dhcp start eth0 watch notify-pid 4242", 2, "watch, or notify-pid"},
-               {"dhcp start eth0 -4 notify-pid 4242", 0, "eth0: DHCP client started (inet)"}});
+               {"dhcp start eth0 -4 dns off notify-pid 4242", 0, "eth0: DHCP client started (inet)"}});
     EXPECT_THAT(clients.Take(1), HasSubstr("udhcpc -i eth0"));
     const std::string lease =
         "leasesuccess\nlocal=10.0.0.7\nsubnet=255.255.255.0\nrouter=10.0.0.1\ndns=10.0.0.1\nleasetime=864\n";

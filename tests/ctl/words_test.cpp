@@ -85,6 +85,7 @@ TEST(Options, AreReadWhereverTheyStand) {
     EXPECT_EQ(options.timeoutMs, 2000);
     EXPECT_EQ(options.verbosity, 2);
     EXPECT_EQ(ParseOptions({"--wait", "addr"}).waitMs, 10000);
+    EXPECT_EQ(ParseOptions({"--wait", "2m", "-t1h"}).waitMs, 120000);
     EXPECT_EQ(ParseOptions({"--try", "10m", "--wait", "0.5", "addr"}).words.size(), 1U);
     EXPECT_EQ(ParseOptions({"--try", "192.168.1.1", "--wait", "0x115"}).words.size(), 2U);
     for (const char* json : {"-4j", "-qj", "--js"})
@@ -94,8 +95,9 @@ TEST(Options, AreReadWhereverTheyStand) {
                {"addr show -jxy", 2, "-x is unknown"},
                {"addr --get", 2, "--get has no value"},
                {"-t 1e9 addr", 2, "is no time"},
+               {"-t nan addr", 2, "is no time"},
                {"--color loud", 2, "not one of auto"},
-               {"--protect 300.1.1.1 addr", 2, "is not an address"},
+               {"--protect 300.1.1.1 addr", 2, "is not a valid address"},
                {"link mtu eth0 -4", 2, "mean nothing here"},
                {"addr -V", 0, "tesselctl "}});
     EXPECT_TRUE(DocumentOf("-V").contains("version"));

@@ -12,24 +12,26 @@ namespace {
 // A value as ReadState writes it.
 Json CheckedValue(const std::string& where, const Json& value, std::string_view kind) {
     if (kind.starts_with('~') && value.is_null()) return value;
-    kind.remove_prefix(kind.find_first_not_of("?~"));
+    const bool isNetwork = kind.starts_with('=');
+    kind.remove_prefix(kind.find_first_not_of("?~="));
     const bool isNumber = kind.starts_with('N');
     if (isNumber ? !value.is_number_integer() : !value.is_string())
         throw Refused(where, Format("{} is no {}", value.dump(), isNumber ? "number" : "text"));
     const ParsedValue parsed = ParseValue(kind, isNumber ? value.dump() : value.get<std::string>());
-    const std::string problem = kind == "IF" && parsed.value ? MissingInterface(value) : parsed.problem;
-    if (!problem.empty()) throw Refused(where, problem);
+    if (!parsed.problem.empty()) throw Refused(where, parsed.problem);
     if (const auto* mac = std::get_if<Mac>(&*parsed.value)) return MacText(*mac);
     const auto* network = std::get_if<Network>(&*parsed.value);
     if (network == nullptr) return value;
+    if (isNetwork && *network != Masked(*network)) throw Refused(where, "network is " + NetworkText(Masked(*network)));
+    if (kind == "A/L" && !isNetwork && Covers(*ParseNetwork("fe80::/10"), *network))
+        throw Refused(where, "link-local addresses are left alone");
     return kind == "A" ? HostText(*network) : NetworkText(*network);
 }
 
 // Its values in the schema's order. Keys whose value would be a list may be missing, too.
 Json Checked(const std::string& where, const Json& value, const Json& schema) {
     if (schema.is_string()) return CheckedValue(where, value, schema.get<std::string>());
-    if (value.type() != schema.type())
-        throw Refused(where, schema.is_array() ? "[list] expected" : "{object} expected");
+    if (value.type() != schema.type()) throw Refused(where, schema.is_array() ? "list expected" : "{object} expected");
     Json result(schema.type());
     if (schema.is_array()) {
         for (std::size_t i = 0; i < value.size(); ++i)
@@ -48,12 +50,12 @@ Json Checked(const std::string& where, const Json& value, const Json& schema) {
 }
 
 Json WantedOf(const Invocation& invocation) {
-    // By kinds of values (values.cpp). "?" before a kind: may be missing; "~": may be null.
+    // By kinds of values (values.cpp). Before a kind, "?": may be missing; "~": may be null; "=": a network.
     const Json schema = Json::parse(R"({
         "interfaces": [{"interface": "IF", "mtu": "?N:68-65536", "mac": "?M", "addresses": ["A/L"], "gateways": ["A"]}],
         "priorities": [{"interface": "IF", "metric": "N:0-2147483647"}],
-        "routes": [{"destination": "A/L", "gateway": "A", "interface": "IF", "metric": "N:0-2147483647"}],
-        "rules": [{"pref": "N:1-2147483647", "from": "A/L", "fwmark": "~N:0-2147483647", "table": "N:1-2147483647"}]
+        "routes": [{"destination": "=A/L", "gateway": "A", "interface": "IF", "metric": "N:0-2147483647"}],
+        "rules": [{"pref": "N:1-2147483647", "from": "=A/L", "fwmark": "~N:0-2147483647", "table": "N:1-2147483647"}]
     })");
     const std::string text = ReadWholeFile(invocation.asked, invocation.words.Text("FILE"));
     try {
@@ -107,16 +109,14 @@ Outcome Apply(const Invocation& invocation) {
 }
 
 constexpr Command kExportCommands[] = {
-    Row("", "[FILE]", &Export, "write the settings that can be read back to a file, or show them",
-        "export /etc/tessel.json")
+    Row("", "[FILE]", &Export, "write the settings that can be read back, or show them", "export /etc/tessel.json")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .More("Addresses, MTU, gateways, routes through gateways, IPv4 rules and priorities. Leaves out what appears "
               "by itself: link-local and learnt addresses, learnt gateways and routes, ppp."),
 };
 
 constexpr Command kDiffCommands[] = {
-    Row("", "FILE", &Diff, "the commands that \"apply\" would run; exit status 1 if there are any",
-        "diff /etc/tessel.json")
+    Row("", "FILE", &Diff, "the commands that \"apply\" would run; exit status 1 if any", "diff /etc/tessel.json")
         .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
         .Columns(" {command}")
         .More("Settings and interfaces that the file does not mention are left alone."),

@@ -114,8 +114,7 @@ Outcome StopRouters(const Invocation& invocation) {
 }
 
 constexpr Command kRaCommands[] = {
-    Row("watch", "IF", &WatchRouters, "ask for router advertisements and show what is learnt from them",
-        "ra watch eth0")
+    Row("watch", "IF", &WatchRouters, "ask for router advertisements, show what is learnt from them", "ra watch eth0")
         .Sends(TESSEL_CMD_ROUTER_ADVERTISE_START, TESSEL_CMD_ROUTER_ADVERTISE_STOP)
         .More("Reports addresses and gateway whenever the addresses change; losing only the gateway is not reported."),
     Row("stop", "IF", &StopRouters, "end the watch, whichever program started it", "ra stop eth0")

@@ -1,4 +1,6 @@
 // The settings as a file, and back.
+#include <sys/stat.h>
+
 #include "client/ctl/files.h"
 #include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
@@ -132,6 +134,19 @@ constexpr Command kApplyCommands[] = {
 };
 
 }  // namespace
+
+Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what, const Json& json) {
+    const std::string path = invocation.words.Text("FILE");
+    if (path.empty() || path == "-") return {.document = json, .text = text};
+    if (invocation.options.dryRun)
+        return {.document = json, .planned = {Format("writes {} ({} bytes)", path, text.size())}};
+    struct stat there {};
+    if (stat(path.c_str(), &there) == 0 && S_ISREG(there.st_mode) && there.st_size > 0)
+        Agree(invocation, Format("Replace {} ({} bytes)", path, there.st_size),
+              Format("{} would be replaced: it has {} bytes", path, there.st_size));
+    ReplaceFile(invocation.asked, path, text);
+    return {.document = json, .done = Format("{}   {}", path, what)};
+}
 
 extern const Object kExport = {.name = "export", .summary = "the settings as one file", .commands = kExportCommands};
 extern const Object kDiff = {.name = "diff", .summary = "how a file differs from settings", .commands = kDiffCommands};

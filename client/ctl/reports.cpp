@@ -45,12 +45,9 @@ Outcome SwitchConflicts(const Invocation& invocation) {
             Require(invocation.asked, isOn ? tessel_conflict_start(family) : tessel_conflict_stop(family));
         return int{TESSEL_OK};
     };
-    Outcome outcome = Perform(
-        invocation,
-        {.send = send,
-         .guard = [&] { return silenced; },
-         .read = [&] { return document; },
-         .done = Format("{}: conflicts are reported{}", Joined(families, ", ", &FamilyName), isOn ? "" : " no more")});
+    Change change{.send = send, .guard = [&] { return silenced; }, .read = [&] { return document; }};
+    change.done = Format("{}: conflicts are reported{}", Joined(families, ", ", &FamilyName), isOn ? "" : " no more");
+    Outcome outcome = Perform(invocation, change);
     outcome.notes.insert(outcome.notes.end(), notes.begin(), notes.end());
     return outcome;
 }

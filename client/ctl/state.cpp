@@ -1,7 +1,5 @@
 #include "client/ctl/state.h"
 
-#include <sys/stat.h>
-
 #include <fstream>
 #include <sstream>
 
@@ -72,8 +70,7 @@ Json AimsOf(const Json& now, const Json& wanted) {
         for (const auto& [object, list] : kLists) {
             const bool isListed = words[0] == object && (wanted.contains(list) || link.contains(list));
             // A link-local address that was not there yet comes by itself.
-            const bool comesAlone = name.starts_with("addr fe80:");
-            if (isListed && !comesAlone && !settings.contains(name)) aims[name] = "";
+            if (isListed && !name.starts_with("addr fe80:") && !settings.contains(name)) aims[name] = "";
         }
     }
     aims.update(settings);
@@ -176,13 +173,12 @@ Json ReadState(const std::string& asked, bool isWhole) {
         const auto pref = NumberOf(rule, "pref");
         const bool isKernels = pref == 0 || (!isWhole && (pref == 32766 || pref == 32767));  // ip-rule(8)
         if (rule.at("from") == "all") rule["from"] = "0.0.0.0/0";
-        const bool isOther = rule.at("other_conditions") || rule.at("fwmark") == 0;  // none that the daemon makes
-        if (!isKernels && !isOther && NumberOf(rule, "table") != 0)
+        if (!isKernels && !rule.at("other_conditions") && rule.at("fwmark") != 0 && NumberOf(rule, "table") != 0)
             state["rules"].push_back(chosen(rule, {"pref", "from", "fwmark", "table"}));
     }
     if (!isWhole) return state;
-    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6})
-        state["tables"].push_back(CaptureTool({ToolOf(family) + "-save", "-c"}).text);
+    for (const std::string tool : {"iptables", "ip6tables"})
+        state["tables"][tool] = CaptureTool({tool + "-save", "-c"}).text;
     state.update({{"echoes", ReadWholeFile(asked, kEchoSwitch)}, {"others", KernelLines()}});
     return state;
 }
@@ -235,14 +231,12 @@ Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view wo
 }
 
 Outcome TakeBack(const Json& state, const Invocation& outer) {
-    Outcome outcome;
-    Json rows = Json::array();
-    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-        const std::string text = state.at("tables").at(family == TESSEL_FAMILY_INET ? 0 : 1);
-        const std::string now = CaptureTool({ToolOf(family) + "-save"}).text;
-        (void)CaptureTool({ToolOf(family) + "-restore", "-c"}, RestoredTables(text, now));
+    for (const auto& [tool, text] : state.at("tables").items()) {
+        const std::string now = CaptureTool({tool + "-save"}).text;
+        (void)CaptureTool({tool + "-restore", "-c"}, RestoredTables(text, now));
     }
     std::ofstream(kEchoSwitch) << TextOf(state, "echoes");
+    Outcome outcome;
     // Waits for a daemon that is being restarted.
     for (int tries = 30; tries > 0 && outcome.document.is_null(); --tries) {
         try {
@@ -252,23 +246,9 @@ Outcome TakeBack(const Json& state, const Invocation& outer) {
             sleep(1);
         }
     }
-    if (outcome.document.is_null()) rows.push_back(ResultRow("everything else", {}, {}, {}, false, "before"));
-    rows.insert(rows.end(), outcome.document.begin(), outcome.document.end());
-    outcome.document = rows;
+    if (outcome.document.is_null())
+        outcome.document = Json::array({ResultRow("everything", {}, {}, {}, false, "before")});
     return outcome;
-}
-
-Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what, const Json& json) {
-    const std::string path = invocation.words.Text("FILE");
-    if (path.empty() || path == "-") return {.document = json, .text = text};
-    if (invocation.options.dryRun)
-        return {.document = json, .planned = {Format("writes {} ({} bytes)", path, text.size())}};
-    struct stat there {};
-    if (stat(path.c_str(), &there) == 0 && S_ISREG(there.st_mode) && there.st_size > 0)
-        Agree(invocation, Format("Replace {} ({} bytes)", path, there.st_size),
-              Format("{} would be replaced: it has {} bytes", path, there.st_size));
-    ReplaceFile(invocation.asked, path, text);
-    return {.document = json, .done = Format("{}   {}", path, what)};
 }
 
 bool IsAllAs(const Json& rows) {

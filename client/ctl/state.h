@@ -25,8 +25,7 @@ using Step = std::vector<std::string>;
 // The notes say what went wrong with individual steps.
 [[nodiscard]] Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word);
 
-// Brings a whole state back as BringTo does, and its packet filters: a row for each table that was different, and for
-// whatever the kernel does not have as before.
+// Brings a whole state back as BringTo does, packet filters first: with a row for whatever else is not as before.
 [[nodiscard]] Outcome TakeBack(const Json& state, const Invocation& outer);
 
 // For the commands that write `text` to their FILE: standard output without one or for "-". `what` says what is in it.

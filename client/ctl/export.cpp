@@ -112,14 +112,14 @@ Outcome Apply(const Invocation& invocation) {
 
 constexpr Command kExportCommands[] = {
     Row("", "[FILE]", &Export, "write the settings that can be read back, or show them", "export /etc/tessel.json")
-        .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
+        .Sends(TESSEL_CMD_PRIORITY_GET)
         .More("Addresses, MTU, gateways, routes through gateways, IPv4 rules and priorities. Leaves out what appears "
               "by itself: link-local and learnt addresses, learnt gateways and routes, ppp."),
 };
 
 constexpr Command kDiffCommands[] = {
     Row("", "FILE", &Diff, "the commands that \"apply\" would run; exit status 1 if any", "diff /etc/tessel.json")
-        .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
+        .Sends(TESSEL_CMD_PRIORITY_GET)
         .Columns(" {command}")
         .More("Settings and interfaces that the file does not mention are left alone."),
 };
@@ -127,7 +127,7 @@ constexpr Command kDiffCommands[] = {
 constexpr Command kApplyCommands[] = {
     Row("", "FILE", &Apply, "show the commands that lead to the settings of a file, ask, run them, and read back",
         "apply /etc/tessel.json --yes")
-        .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
+        .Sends(TESSEL_CMD_PRIORITY_GET)
         .Columns("SETTING {setting}|NOW {now}|RESULT {result}")
         .More("Settings that the file does not mention are left alone. Exit status 5 if something is not as the file "
               "says. In a boot script: tesselctl --wait 30 apply /etc/tessel.json --yes"),

@@ -201,7 +201,7 @@ Outcome Decide(const Invocation& invocation) {
 constexpr Command kTryCommands[] = {
     Row("", "[S:1-86400] COMMAND...", &Try, "run a command, and undo it after S seconds (60) unless somebody keeps it",
         "try 60 -- gateway replace 192.168.1.254 dev eth0")
-        .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
+        .Sends(TESSEL_CMD_PRIORITY_GET)
         .More(
             "Write the command after \"--\". Settings and packet filter are restored as far as the daemon can, even if "
             "the session ends: exit status 6. What is not as before is named. Remote sessions are not guarded here."),

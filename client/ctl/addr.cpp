@@ -54,7 +54,8 @@ Outcome PerformOn(const Invocation& invocation, Change change, const std::vector
         Json link = KernelLink(name);
         std::string cut;
         for (const Json& address : link["addresses"]) {
-            if (cut.empty() && isUnwanted(address)) cut = CutsSessionAt(*ParseNetwork(AddressText(address)));
+            if (cut.empty() && isUnwanted(address))
+                cut = CutsSessionAt(invocation.options, *ParseNetwork(AddressText(address)));
         }
         return cut;
     };

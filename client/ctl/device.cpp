@@ -63,7 +63,7 @@ void ForEachInterface(const std::string& named, Outcome& outcome, const std::fun
         try {
             add(name);
         } catch (const Failure& failure) {
-            if (failure.error != "failed") throw;
+            if (failure.error != "failed" && failure.error != "refused") throw;
             outcome.failure = failure;
         }
     }
@@ -71,8 +71,7 @@ void ForEachInterface(const std::string& named, Outcome& outcome, const std::fun
 
 bool HasAll(const Json& record, const Json& members) {
     const auto pairs = members.items();
-    return std::all_of(pairs.begin(), pairs.end(),
-                       [&](const auto& one) { return record.at(one.key()) == one.value(); });
+    return std::all_of(pairs.begin(), pairs.end(), [&](auto& one) { return record.at(one.key()) == one.value(); });
 }
 
 Json FindIn(const Json& list, const Json& members) {
@@ -89,8 +88,7 @@ std::string RouteText(const Json& route) {
     if (!TextOf(route, "gateway").empty()) text += " via " + TextOf(route, "gateway");
     if (!TextOf(route, "interface").empty()) text += " dev " + TextOf(route, "interface");
     if (NumberOf(route, "metric") != 0) text += Format(" metric {}", NumberOf(route, "metric"));
-    if (WireTable(static_cast<u32>(NumberOf(route, "table"))) != 0)
-        text += Format(" table {}", NumberOf(route, "table"));
+    if (WireTable(static_cast<u32>(NumberOf(route, "table"))) != 0) text += " table " + route.at("table").dump();
     return text;
 }
 

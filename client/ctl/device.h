@@ -12,8 +12,7 @@ namespace tessel::ctl {
 
 // {"interface" or null, "family", "gateway" or null, "learnt", "table"} of one family. An empty name stands for any
 // interface. A table that does not exist has no gateway.
-[[nodiscard]] Json DaemonGateway(std::string_view asked, const std::string& interfaceName, int family,
-                                 u32 table = kMainTable);
+[[nodiscard]] Json DaemonGateway(std::string_view asked, const std::string& name, int family, u32 table = kMainTable);
 
 // [{"interface", "metric"}]: the metrics of IPv4 default routes.
 [[nodiscard]] Json DaemonPriorities(std::string_view asked);
@@ -23,7 +22,8 @@ namespace tessel::ctl {
 [[nodiscard]] Json DefaultRoutes(const std::string& interfaceName, int family, u32 table = kMainTable);
 
 // Runs `add` for the interface that was named, or for every interface when the name is empty: then one for which the
-// daemon answers -1, because it has just gone away, leaves its failure in the outcome and does not hide the others.
+// daemon answers -1, because it has just gone away, or whose name cannot be sent, leaves its failure in the outcome and
+// does not hide the others.
 void ForEachInterface(const std::string& named, Outcome& outcome, const std::function<void(const std::string&)>& add);
 
 // What the bonding driver says: {"interface": "bond0", "mode", "active", "members": [{"member", "link", "mac"}]}; null:

@@ -1,7 +1,7 @@
 // DHCP servers. For the daemon, one that ended by itself runs until it is stopped: processes are checked too.
 #include <unistd.h>
 
-#include "client/ctl/kernel.h"
+#include "client/ctl/device.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/processes.h"
 
@@ -40,9 +40,9 @@ void RequireInterface(const std::string& asked, const std::string& name) {
 Outcome ShowDhcpd(const Invocation& invocation) {
     const std::string only = invocation.words.Text("IF");
     Outcome outcome{.document = Json::array()};
-    for (const std::string& name : only.empty() ? InterfaceNames() : std::vector{only}) {
+    ForEachInterface(only, outcome, [&](const std::string& name) {
         if (name != "lo") outcome.document.push_back(StatusOf(invocation.asked, name));
-    }
+    });
     RequireInterface(invocation.asked, only);
     return outcome;
 }

@@ -47,8 +47,7 @@ RuleFile ParseRules(const std::string& asked, const std::string& text, int famil
         std::string_view problem;
         if (family == 0) problem = "comes before the family of the rules is known (give -4 or -6)";
         if (!isText || !rule) problem = "is no line of saved rules";
-        if (rule && std::any_of(rule->words.begin(), rule->words.end(), &NamesProgram))
-            problem = "names a program to be run";
+        if (rule && std::any_of(rule->words.begin(), rule->words.end(), &NamesProgram)) problem = "names a program";
         if (!problem.empty()) throw Refused(asked, Format("line {} {}", number, problem));
         Section& section = file[family];
         section.text += line + "\n";
@@ -100,8 +99,7 @@ void ReplaceRules(const std::string& asked, const RuleFile& before, const RuleFi
         const bool isUndone = std::all_of(before.begin(), before.end(), [](const auto& part) {
             return CaptureTool({ToolOf(part.first) + "-restore"}, part.second.text).isDone;
         });
-        throw Failed(asked,
-                     tool.problem + (isUndone ? ". The rules are as before" : ". The old rules could not be put back"));
+        throw Failed(asked, tool.problem + (isUndone ? ". The rules are as before" : ". They could not be put back"));
     }
 }
 

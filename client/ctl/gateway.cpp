@@ -1,6 +1,7 @@
 // Default gateways. The daemon reports the first default route of an interface only: the kernel knows the others.
 #include "client/ctl/device.h"
 #include "client/ctl/perform.h"
+#include "client/ctl/watch.h"
 
 namespace tessel::ctl {
 
@@ -81,8 +82,7 @@ std::string WhyNotSet(const Place& place, const Network& gateway) {
     const auto metric = NumberOf(FindIn(DaemonPriorities(place.invocation.asked), "interface", place.name), "metric");
     const Json other = FindIn(DefaultRoutes("", gateway.family, place.table), "metric", metric);
     if (isInet6 || other.is_null()) return "";
-    return Format("the default route of {} has the same metric {} (see \"priority\")", TextOf(other, "interface"),
-                  metric);
+    return Format("the default route of {} has metric {}, too (see \"priority\")", TextOf(other, "interface"), metric);
 }
 
 template <bool kReplaces>
@@ -95,7 +95,10 @@ Outcome SetGateway(const Invocation& invocation) {
     const std::string old = kReplaces ? TextOf(place.Ask(gateway.family), "gateway") : "";
     const std::string why = !kReplaces && invocation.options.dryRun ? WhyNotSet(place, gateway) : "";
     const auto send = [&] {
-        if (!old.empty()) Require(invocation.asked, place.Delete(gateway.family));
+        std::optional<HeldSignals> held;  // there is no gateway in between
+        if (!old.empty()) held.emplace();
+        if (held) (void)EndCallsAt(-1);
+        if (held) Require(invocation.asked, place.Delete(gateway.family));
         const int error = place.Set(gateway);
         if (error == TESSEL_OK || old.empty()) return error;
         const Failure failure = CallFailed(invocation.asked, error, WhyNotSet(place, gateway));
@@ -104,7 +107,7 @@ Outcome SetGateway(const Invocation& invocation) {
         const std::string left = isBack ? Format("The old gateway {} is set again", old) : old + " was deleted before";
         throw Failure{failure.exit, failure.error, Format("{} ({})", failure.message, left)};
     };
-    Change change{.send = send, .guard = [&] { return CutsSessionOn(place.name); }};
+    Change change{.send = send, .guard = [&] { return CutsSessionOn(invocation.options, place.name); }};
     change.done = Format("{}   gateway {} set", place.owner, text);
     change.cause = [&] { return WhyNotSet(place, gateway); };
     change.read = [&] {
@@ -135,7 +138,8 @@ Outcome DelGateway(const Invocation& invocation) {
     for (const int family : FamiliesOf(invocation.options)) {
         const std::string old = TextOf(place.Ask(family), "gateway");
         if (old.empty() && place.Kernel(family).empty()) continue;
-        Change change{.send = [&] { return place.Delete(family); }, .guard = [&] { return CutsSessionOn(place.name); }};
+        Change change{.send = [&] { return place.Delete(family); },
+                      .guard = [&] { return CutsSessionOn(invocation.options, place.name); }};
         change.read = [&] { return place.Ask(family); };
         change.wrong = [&](const Json& now) {
             const bool isThere = !old.empty() && now.at("gateway") == old;

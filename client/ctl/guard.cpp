@@ -145,7 +145,9 @@ std::vector<Session> Connections(const std::string& protocol) {
 
 std::optional<Session> GuardedSession(const Options& options) {
     if (!options.protect) return OwnSession();
-    return Session{.text = "--protect names " + HostText(*options.protect), .peer = *options.protect};
+    std::string problem;
+    const Json way = KernelRouteTo(*options.protect, nullptr, std::nullopt, problem);
+    return Session{"--protect names " + HostText(*options.protect), *options.protect, ParseHost(TextOf(way, "source"))};
 }
 
 std::vector<Session> KnownSessions(const Options& options) {
@@ -163,17 +165,18 @@ std::vector<Session> KnownSessions(const Options& options) {
     return sessions;
 }
 
-std::string CutsSessionAt(const Network& address) {
-    const auto own = OwnSession();
-    const bool isIt = own && own->device && HostText(*own->device) == HostText(address);
-    return isIt ? "your session runs over " + HostText(address) : "";
+std::string CutsSessionAt(const Options& options, const Network& address) {
+    const auto own = GuardedSession(options);
+    const std::string text = HostText(address);
+    if (!own || !own->device || HostText(*own->device) != text) return "";
+    return options.protect ? Format("{}, which is reached from {}", own->text, text) : "your session runs over " + text;
 }
 
-std::string CutsSessionOn(const std::string& interfaceName) {
-    const auto own = OwnSession();
+std::string CutsSessionOn(const Options& options, const std::string& interfaceName) {
+    const auto own = GuardedSession(options);
     if (!own || !own->device) return "";
     const bool isOnIt = interfaceName.empty() || RunsOver(interfaceName, own->device) == true;
-    return isOnIt ? CutsSessionAt(*own->device) : "";
+    return isOnIt ? CutsSessionAt(options, *own->device) : "";
 }
 
 bool LetsThrough(const Filter& filter, const Session& session) {

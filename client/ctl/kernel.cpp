@@ -89,7 +89,7 @@ Json KernelLink(const std::string& name) {
 Json KernelRoutes(int family, u32 table) {
     Json routes = Json::array();
     for (Json& route : Dump(RTM_GETROUTE, family)) {
-        if (NumberOf(route, "table") == table) routes.push_back(std::move(route));
+        if (table == kAllTables || NumberOf(route, "table") == table) routes.push_back(std::move(route));
     }
     return routes;
 }

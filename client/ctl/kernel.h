@@ -10,6 +10,7 @@ namespace tessel::ctl {
 
 // rtnetlink(7), RT_TABLE_MAIN: where routes that name no table go.
 constexpr u32 kMainTable = 254;
+constexpr u32 kAllTables = 0;
 
 // Every interface of this process's network namespace, in the kernel's order:
 //   {"interface", "state": "up"/"down"/"no carrier", "mtu", "mac" or null, "kind" ("veth", "bond" ...) or null,
@@ -33,8 +34,7 @@ constexpr u32 kMainTable = 254;
 
 // The route that a packet takes: as above, with "source" or null, and "local" for the device's own addresses.
 // Null: none, and `problem` says why.
-[[nodiscard]] Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark,
-                                 std::string& problem);
+[[nodiscard]] Json KernelRouteTo(const Network& to, const Network* from, std::optional<u32> mark, std::string& problem);
 
 // A message of rtnetlink as such a document; for one that is not part of a list, with "event" ("link", "addr", "route",
 // "rule", "neighbour") and "action" ("added", "removed") in front. Null: of a kind that is not shown. With isWay:

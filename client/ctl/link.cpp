@@ -46,7 +46,7 @@ Outcome SetMtu(const Invocation& invocation) {
     change.guard = [&] {
         const auto session = GuardedSession(invocation.options);
         const bool isInet6 = session && session->peer.family == TESSEL_FAMILY_INET6;
-        return isInet6 && mtu < kInet6Least ? CutsSessionOn(name) : "";
+        return isInet6 && mtu < kInet6Least ? CutsSessionOn(invocation.options, name) : "";
     };
     change.cause = [&] {
         const std::string missing = MissingInterface(name);
@@ -85,7 +85,7 @@ Outcome SetMac(const Invocation& invocation) {
     if (!why.empty()) throw Refused(invocation.asked, Format("{} {}: not a valid interface address", text, why));
     Change change{.send = [&] { return tessel_mac_set(name.c_str(), mac.data()); }, .readsKernel = true};
     change.done = Format("{}   mac {}", name, text);
-    change.guard = [&] { return CutsSessionOn(name); };
+    change.guard = [&] { return CutsSessionOn(invocation.options, name); };
     change.cause = [&] { return MissingInterface(name); };
     change.read = [&] { return Json{{"interface", name}, {"mac", TextOf(KernelLink(name), "mac")}}; };
     change.wrong = [&](const Json& now) { return now.at("mac") == text ? "" : "the address is " + TextOf(now, "mac"); };

@@ -45,12 +45,9 @@ Outcome SwitchConflicts(const Invocation& invocation) {
             Require(invocation.asked, isOn ? tessel_conflict_start(family) : tessel_conflict_stop(family));
         return int{TESSEL_OK};
     };
-    Outcome outcome = Perform(
-        invocation,
-        {.send = send,
-         .guard = [&] { return silenced; },
-         .read = [&] { return document; },
-         .done = Format("{}: conflicts are reported{}", Joined(families, ", ", &FamilyName), isOn ? "" : " no more")});
+    Change change{.send = send, .guard = [&] { return silenced; }, .read = [&] { return document; }};
+    change.done = Format("{}: conflicts are reported{}", Joined(families, ", ", &FamilyName), isOn ? "" : " no more");
+    Outcome outcome = Perform(invocation, change);
     outcome.notes.insert(outcome.notes.end(), notes.begin(), notes.end());
     return outcome;
 }
@@ -114,8 +111,7 @@ Outcome StopRouters(const Invocation& invocation) {
 }
 
 constexpr Command kRaCommands[] = {
-    Row("watch", "IF", &WatchRouters, "ask for router advertisements and show what is learnt from them",
-        "ra watch eth0")
+    Row("watch", "IF", &WatchRouters, "ask for router advertisements, show what is learnt from them", "ra watch eth0")
         .Sends(TESSEL_CMD_ROUTER_ADVERTISE_START, TESSEL_CMD_ROUTER_ADVERTISE_STOP)
         .More("Reports addresses and gateway whenever the addresses change; losing only the gateway is not reported."),
     Row("stop", "IF", &StopRouters, "end the watch, whichever program started it", "ra stop eth0")

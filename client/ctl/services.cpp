@@ -113,7 +113,7 @@ Outcome BondStart(const Invocation& invocation) {
     std::ranges::transform(names, texts.begin(), [](const std::string& name) { return name.c_str(); });
     const u32 mode = invocation.words.Get<u32>("mode", 1);
     Change change{.send = [&] { return tessel_bond_start(mode, texts.data(), texts.size(), active.c_str(), nullptr); }};
-    change.guard = [&] { return firstReason(&CutsSessionOn); };
+    change.guard = [&] { return firstReason([&](auto& name) { return CutsSessionOn(invocation.options, name); }); };
     change.cause = [] { return ReadBond().is_null() ? "" : "there already is a bond (bond stop)"; };
     change.read = &ReadBond;
     change.wrong = [&](const Json& bond) {
@@ -127,7 +127,8 @@ Outcome BondStart(const Invocation& invocation) {
 }
 
 Outcome BondStop(const Invocation& invocation) {
-    Change change{.send = &tessel_bond_stop, .guard = [] { return CutsSessionOn("bond0"); }, .read = &ReadBond};
+    Change change{.send = &tessel_bond_stop, .read = &ReadBond};
+    change.guard = [&] { return CutsSessionOn(invocation.options, "bond0"); };
     change.wrong = [](const Json& bond) {
         return bond.is_null() || bond["members"].empty() ? "" : "bond0 still has members";
     };

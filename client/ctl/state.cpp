@@ -1,7 +1,6 @@
 #include "client/ctl/state.h"
 
-#include <sys/stat.h>
-
+#include <fstream>
 #include <sstream>
 
 #include "client/ctl/device.h"
@@ -17,7 +16,7 @@ namespace {
 
 // Texts by "link eth0 mtu", "priority eth0", "gateway dev eth0 -6"; of addresses, routes and rules by the words that
 // add them, with the text "there". In the order in which they are to be made. Throws a Failure for what can never be
-// read back: link-local addresses, and a second gateway.
+// read back: a second gateway.
 Json SettingsOf(const Json& state) {
     Json settings = Json::object();
     const auto list = [](const Json& record, const char* key) { return record.value(key, Json::array()); };
@@ -25,12 +24,8 @@ Json SettingsOf(const Json& state) {
         const std::string name = TextOf(link, "interface");
         if (!TextOf(link, "mac").empty()) settings["link " + name + " mac"] = link.at("mac");
         if (link.contains("mtu")) settings["link " + name + " mtu"] = link.at("mtu").dump();
-        for (const std::string address : list(link, "addresses")) {
-            const std::string setting = Format("addr {} dev {}", address, name);
-            if (Covers(*ParseNetwork("fe80::/10"), *ParseNetwork(address)))
-                throw Refused(setting, "link-local addresses are left alone");
-            settings[setting] = "there";
-        }
+        for (const std::string address : list(link, "addresses"))
+            settings[Format("addr {} dev {}", address, name)] = "there";
     }
     for (const Json& entry : list(state, "priorities"))
         settings["priority " + TextOf(entry, "interface")] = entry.at("metric").dump();
@@ -42,18 +37,26 @@ Json SettingsOf(const Json& state) {
             settings[setting] = gateway;
         }
     }
-    for (const Json& route : list(state, "routes"))
-        settings[FillTemplate("route {destination} via {gateway} dev {interface} metric {metric}", route)] = "there";
+    for (Json route : list(state, "routes")) {
+        // IPv6 has no metric of 0 (IP6_RT_PRIO_USER).
+        if (route["metric"] == 0 && TextOf(route, "destination").find(':') != std::string::npos) route["metric"] = 1024;
+        const char* const table = route.value("table", kMainTable) == kMainTable ? "" : " table {table}";
+        const std::string way = "route {destination} via {gateway} dev {interface} metric {metric}";
+        settings[FillTemplate(way + table, route)] = "there";
+    }
     for (const Json& rule : list(state, "rules")) {
-        const char* const mark = rule.at("fwmark").is_null() ? "" : "fwmark {fwmark} ";
+        const char* const mark = NumberOf(rule, "fwmark") == 0 ? "" : "fwmark {fwmark} ";
         settings[FillTemplate(Format("rule from {{from}} {}pref {{pref}} table {{table}}", mark), rule)] = "there";
     }
+    for (const std::string line : list(state, "others"))
+        settings[line] = "there";
     return settings;
 }
 
-// The lists that settings of each object are in.
-constexpr std::pair<std::string_view, const char*> kLists[] = {
-    {"addr", "addresses"}, {"gateway", "gateways"}, {"priority", "priorities"}, {"route", "routes"}, {"rule", "rules"}};
+// The lists that settings of each object are in; and what no step brings back.
+constexpr std::pair<std::string_view, const char*> kLists[] = {{"addr", "addresses"},      {"gateway", "gateways"},
+                                                               {"priority", "priorities"}, {"route", "routes"},
+                                                               {"rule", "rules"},          {"ip:", "others"}};
 
 // The state to reach: first, empty, what `now` has and the lists of `wanted` leave out.
 Json AimsOf(const Json& now, const Json& wanted) {
@@ -66,7 +69,8 @@ Json AimsOf(const Json& now, const Json& wanted) {
             dev == words.end() ? Json() : FindIn(wanted.value("interfaces", Json::array()), "interface", dev[1]);
         for (const auto& [object, list] : kLists) {
             const bool isListed = words[0] == object && (wanted.contains(list) || link.contains(list));
-            if (isListed && !settings.contains(name)) aims[name] = "";
+            // A link-local address that was not there yet comes by itself.
+            if (isListed && !name.starts_with("addr fe80:") && !settings.contains(name)) aims[name] = "";
         }
     }
     aims.update(settings);
@@ -75,6 +79,7 @@ Json AimsOf(const Json& now, const Json& wanted) {
 
 void AddStep(std::vector<Step>& steps, const std::string& name, const std::string& had, const std::string& wanted) {
     const std::string object = name.substr(0, name.find(' '));
+    if (object == "ip:") return;
     const std::string subject = name.substr(object.size() + 1);
     std::string line = Format("{} {} {}", object, wanted.empty() ? "del" : "add", subject);
     if (object == "link") line = Format("link set {} {}", subject, wanted);
@@ -84,7 +89,7 @@ void AddStep(std::vector<Step>& steps, const std::string& name, const std::strin
     }
     if (object == "priority") {
         // One command for all: the first one since the daemon's start fixes the interfaces. There is none to remove it.
-        if (wanted.empty()) return;
+        if (wanted.empty() || !MissingInterface(subject).empty()) return;
         const bool isFurther = !steps.empty() && steps.back()[0] == object;
         line = Format("{} {} {}", isFurther ? Joined(steps.back(), " ") : "priority set", subject, wanted);
         if (isFurther) steps.pop_back();
@@ -101,59 +106,80 @@ Json ResultRow(const std::string& name, const std::string& was, const std::strin
             {"result", Format("{}as {}", isDone ? "" : "not ", word)}};
 }
 
-// By the tool that saves it, without what changes by itself: comments and counters. A kernel without rules may have no
-// table to show. Empty: it cannot be read.
-std::string SavedFilter(int family) {
-    const CapturedTool tool = CaptureTool({ToolOf(family) + "-save", "-t", "filter"});
-    std::string text;
-    std::istringstream lines(tool.text);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with(':')) line = line.substr(0, line.find('[')) + "[0:0]";
-        if (!line.starts_with('#')) text += line + "\n";
-    }
-    return tool.isDone && text.empty() ? kNoFilterRules : text;
+// Everything that a command may have changed, as the tools print it, without what changes by itself: steps bring back
+// less. Local routes come with addresses, some of them late.
+Json KernelLines() {
+    constexpr char kScript[] =
+        "PATH=$PATH:/usr/sbin:/sbin; (ip -o addr; ip -4 rule; ip -6 rule; ip -4 route show table all; "
+        "ip -6 route show table all; ip -o link | sed 's/[<>,]/ /g; s/^[^ ]* \\([^ ]*\\).* UP .*/\\1 up/; s/ mtu.*//'; "
+        "iptables-save; ip6tables-save; cat /proc/sys/net/ipv4/icmp_echo_ignore_all) 2>&1 | "
+        "sed '/^#/d; /^:.* ACCEPT/d; /^COMMIT/d; /^[*]/d; / table local proto kernel /d; s/ [0-9]*sec//g; "
+        "s/ tentative//; s/ linkdown//; s/\\[[0-9]*:[0-9]*\\]//'";
+    Json lines = Json::array();
+    const CapturedTool tool = CaptureTool({"sh", "-c", kScript});
+    for (const std::string_view line : Split(tool.isDone ? tool.text : tool.problem, '\n'))
+        lines.push_back("ip: " + std::string(line));
+    return lines;
 }
+
+// For the restore tool: what was saved, and every other table that there is now without rules.
+std::string RestoredTables(std::string saved, const std::string& now) {
+    for (const std::string table : {"filter", "nat", "mangle", "raw", "security"}) {
+        const std::string head = Format("*{}\n", table);
+        const bool isNew = saved.find(head) == std::string::npos && now.find(head) != std::string::npos;
+        if (isNew) saved += table == "filter" ? kNoFilterRules : head + "COMMIT\n";
+    }
+    return saved;
+}
+
+constexpr char kEchoSwitch[] = "/proc/sys/net/ipv4/icmp_echo_ignore_all";
 
 }  // namespace
 
-Json ReadState(const std::string& asked, bool withFirewall) {
+Json ReadState(const std::string& asked, bool isWhole) {
     const auto chosen = [](const Json& record, std::initializer_list<const char*> keys) {
         Json entry;
         for (const char* key : keys)
             entry[key] = record.at(key);
         return entry;
     };
-    Json state{{"interfaces", Json::array()},
-               {"priorities", DaemonPriorities(asked)},
-               {"routes", Json::array()},
-               {"rules", Json::array()}};
+    Json state = Json::parse(R"({"interfaces": [], "priorities": [], "routes": [], "rules": []})");
+    state["priorities"] = DaemonPriorities(asked);
     for (const Json& link : KernelLinks()) {
-        if (link.at("interface") == "lo" || link.at("kind") == "ppp") continue;
-        Json& entry = state["interfaces"].emplace_back(chosen(link, {"interface", "mtu", "mac"}));
+        if ((link.at("interface") == "lo" && !isWhole) || link.at("kind") == "ppp") continue;
+        Json entry = chosen(link, {"interface", "mtu", "mac"});
         entry.update({{"addresses", Json::array()}, {"gateways", Json::array()}});
         for (const Json& address : link.at("addresses")) {
-            if (address.at("scope") != "link" && !address.at("dynamic"))
+            const bool isLearnt = address.at("dynamic") && (!isWhole || address.at("family") == "inet6");
+            if (!isLearnt && (isWhole || address["scope"] != "link"))
                 entry["addresses"].push_back(AddressText(address));
         }
         for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-            const Json gateway = DaemonGateway(asked, link.at("interface"), family);
-            if (!gateway.at("gateway").is_null() && !gateway.at("learnt"))
-                entry["gateways"].push_back(gateway.at("gateway"));
+            const Json first = DefaultRoutes(link.at("interface"), family)[0];  // null: none
+            if (!isWhole && !TextOf(first, "gateway").empty() && !first.at("learnt"))
+                entry["gateways"].push_back(first.at("gateway"));
         }
+        state["interfaces"].push_back(entry);
     }
-    for (const Json& route : KernelRoutes(TESSEL_FAMILY_BOTH)) {
+    for (Json route : KernelRoutes(TESSEL_FAMILY_BOTH, isWhole ? kAllTables : kMainTable)) {
         const bool isPlain = !route.at("gateway").is_null() && !route.at("interface").is_null();
-        if (isPlain && !route.at("learnt") && route.at("destination") != "default")
-            state["routes"].push_back(chosen(route, {"destination", "gateway", "interface", "metric"}));
+        const bool isDefault = route.at("destination") == "default";
+        if (!isPlain || route.at("learnt") || (isDefault && !isWhole)) continue;
+        if (isDefault) route["destination"] = route.at("family") == "inet" ? "0.0.0.0/0" : "::/0";
+        state["routes"].push_back(chosen(route, {"destination", "gateway", "interface", "metric"}));
+        if (isWhole) state["routes"].back()["table"] = route.at("table");
     }
     for (Json rule : KernelRules(TESSEL_FAMILY_INET)) {
         const auto pref = NumberOf(rule, "pref");
-        const bool isKernels = pref == 0 || pref == 32766 || pref == 32767;  // ip-rule(8)
+        const bool isKernels = pref == 0 || (!isWhole && (pref == 32766 || pref == 32767));  // ip-rule(8)
         if (rule.at("from") == "all") rule["from"] = "0.0.0.0/0";
-        if (!isKernels && !rule.at("other_conditions") && NumberOf(rule, "table") != 0)
+        if (!isKernels && !rule.at("other_conditions") && rule.at("fwmark") != 0 && NumberOf(rule, "table") != 0)
             state["rules"].push_back(chosen(rule, {"pref", "from", "fwmark", "table"}));
     }
-    if (withFirewall) state["firewall"] = {SavedFilter(TESSEL_FAMILY_INET), SavedFilter(TESSEL_FAMILY_INET6)};
+    if (!isWhole) return state;
+    for (const std::string tool : {"iptables", "ip6tables"})
+        state["tables"][tool] = CaptureTool({tool + "-save", "-c"}).text;
+    state.update({{"echoes", ReadWholeFile(asked, kEchoSwitch)}, {"others", KernelLines()}});
     return state;
 }
 
@@ -170,7 +196,9 @@ std::vector<Step> StepsBetween(const Json& now, const Json& wanted) {
 
 Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word) {
     constexpr int kRounds = 2;
-    Json now = ReadState(outer.asked);
+    const bool isWhole = wanted.contains("tables");
+    const auto read = [&] { return ReadState(outer.asked, isWhole); };
+    Json now = read();
     const Json before = SettingsOf(now);
     Outcome outcome;
     for (int round = 0; round < kRounds; ++round) {
@@ -180,31 +208,35 @@ Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view wo
             const Outcome inner = RunInner(step, outer);
             if (inner.failure) outcome.notes.push_back(inner.failure->message);
         }
-        now = ReadState(outer.asked);
+        now = read();
+    }
+    // What the kernel does by itself, such as learning an address again, takes a while.
+    for (int tries = isWhole ? 20 : 0; tries > 0 && SettingsOf(now) != AimsOf(SettingsOf(now), wanted); --tries) {
+        usleep(100'000);
+        now = read();
     }
     const Json after = SettingsOf(now);
     Json either = before;
     either.update(after);
     const Json aims = AimsOf(either, wanted);
-    outcome.document = Json::array();
+    Json& rows = outcome.document = Json::array();
     for (const auto& [name, text] : aims.items()) {
         const std::string was = TextOf(before, name.c_str());
         const std::string is = TextOf(after, name.c_str());
-        if (was != text || is != text) outcome.document.push_back(ResultRow(name, was, text, is, is == text, word));
+        const bool isStep = !name.starts_with("ip:");
+        if ((isStep && was != text) || is != text) rows.push_back(ResultRow(name, was, text, is, is == text, word));
     }
-    if (!IsAllAs(outcome.document)) outcome.failure = NotApplied(outer.asked, Format("not everything is as {}", word));
+    if (!IsAllAs(rows)) outcome.failure = NotApplied(outer.asked, Format("not everything is as {}", word));
     return outcome;
 }
 
 Outcome TakeBack(const Json& state, const Invocation& outer) {
-    Outcome outcome;
-    Json rows = Json::array();
-    for (const int family : {TESSEL_FAMILY_INET, TESSEL_FAMILY_INET6}) {
-        const std::string text = state.at("firewall").at(family == TESSEL_FAMILY_INET ? 0 : 1);
-        if (text.empty() || SavedFilter(family) == text) continue;
-        (void)CaptureTool({ToolOf(family) + "-restore"}, text);
-        rows.push_back(ResultRow("firewall " + FamilyName(family), {}, {}, {}, SavedFilter(family) == text, "before"));
+    for (const auto& [tool, text] : state.at("tables").items()) {
+        const std::string now = CaptureTool({tool + "-save"}).text;
+        (void)CaptureTool({tool + "-restore", "-c"}, RestoredTables(text, now));
     }
+    std::ofstream(kEchoSwitch) << TextOf(state, "echoes");
+    Outcome outcome;
     // Waits for a daemon that is being restarted.
     for (int tries = 30; tries > 0 && outcome.document.is_null(); --tries) {
         try {
@@ -214,24 +246,9 @@ Outcome TakeBack(const Json& state, const Invocation& outer) {
             sleep(1);
         }
     }
-    if (outcome.document.is_null()) rows.push_back(ResultRow("everything else", {}, {}, {}, false, "before"));
-    rows.insert(rows.end(), outcome.document.begin(), outcome.document.end());
-    outcome.document = rows;
+    if (outcome.document.is_null())
+        outcome.document = Json::array({ResultRow("everything", {}, {}, {}, false, "before")});
     return outcome;
-}
-
-Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what,
-                   const Json& document) {
-    const std::string path = invocation.words.Text("FILE");
-    if (path.empty() || path == "-") return {.document = document, .text = text};
-    if (invocation.options.dryRun)
-        return {.document = document, .planned = {Format("writes {} ({} bytes)", path, text.size())}};
-    struct stat there {};
-    if (stat(path.c_str(), &there) == 0 && S_ISREG(there.st_mode) && there.st_size > 0)
-        Agree(invocation, Format("Replace {} ({} bytes)", path, there.st_size),
-              Format("{} would be replaced: it has {} bytes", path, there.st_size));
-    ReplaceFile(invocation.asked, path, text);
-    return {.document = document, .done = Format("{}   {}", path, what)};
 }
 
 bool IsAllAs(const Json& rows) {

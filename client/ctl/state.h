@@ -9,8 +9,9 @@ namespace tessel::ctl {
 //  "priorities": [{"interface", "metric"}], "routes": [{"destination", "gateway", "interface", "metric"}],
 //  "rules": [{"pref", "from", "fwmark" or null, "table"}]}
 // Without what appears by itself: link-local and learnt addresses, learnt routes, the kernel's own routes and rules.
-// With `withFirewall` also "firewall": the packet filters of IPv4 and IPv6, as the tools save them. Throws a Failure.
-[[nodiscard]] Json ReadState(const std::string& asked, bool withFirewall = false);
+// With `isWhole`, for TakeBack, everything that can be restored, and what it takes to see whether all of it is:
+// gateways are routes then, and routes have a "table". Throws a Failure.
+[[nodiscard]] Json ReadState(const std::string& asked, bool isWhole = false);
 
 // A step is a command's words: {"addr", "set", "dev", "eth0", "192.168.1.20/24"}.
 using Step = std::vector<std::string>;
@@ -24,7 +25,7 @@ using Step = std::vector<std::string>;
 // The notes say what went wrong with individual steps.
 [[nodiscard]] Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word);
 
-// Brings a state back as BringTo does, and its packet filters: a row for each that was different.
+// Brings a whole state back as BringTo does, packet filters first: with a row for whatever else is not as before.
 [[nodiscard]] Outcome TakeBack(const Json& state, const Invocation& outer);
 
 // For the commands that write `text` to their FILE: standard output without one or for "-". `what` says what is in it.

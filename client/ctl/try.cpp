@@ -85,9 +85,13 @@ void Send(const UniqueFd& guardian, int order) {
         document["state"] = "waiting";
         document["until"] = JsonTime(std::chrono::system_clock::now() + std::chrono::seconds(seconds));
         WriteDocument(file, document);
-        const timespec limit{.tv_sec = static_cast<time_t>(seconds), .tv_nsec = 0};
         sigdelset(&orders, kBegin);  // the end of the parent means nothing any more
-        decision = sigtimedwait(&orders, nullptr, &limit);
+        const auto end = Clock::now() + std::chrono::seconds(seconds);
+        do {  // again when it was stopped and continued
+            const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
+            const timespec limit{.tv_sec = std::max<time_t>(left, 0), .tv_nsec = 0};
+            decision = sigtimedwait(&orders, nullptr, &limit);
+        } while (decision < 0 && errno == EINTR);
     }
     document["state"] = "kept";
     if (decision != kKeep) {
@@ -197,10 +201,10 @@ Outcome Decide(const Invocation& invocation) {
 constexpr Command kTryCommands[] = {
     Row("", "[S:1-86400] COMMAND...", &Try, "run a command, and undo it after S seconds (60) unless somebody keeps it",
         "try 60 -- gateway replace 192.168.1.254 dev eth0")
-        .Sends(TESSEL_CMD_GATEWAY_GET, TESSEL_CMD_PRIORITY_GET)
-        .More("Write the command after \"--\". Addresses, MTU, hardware addresses, gateways, priorities, routes, rules "
-              "and the packet filter are restored, even if the session ends: exit status 6. Remote sessions are not "
-              "guarded here."),
+        .Sends(TESSEL_CMD_PRIORITY_GET)
+        .More(
+            "Write the command after \"--\". Settings and packet filter are restored as far as the daemon can, even if "
+            "the session ends: exit status 6. What is not as before is named. Remote sessions are not guarded here."),
     Row("confirm", "", &Decide<kKeep>, "keep it, from any session", "try confirm"),
     Row("cancel", "", &Decide<kTakeBack>, "take it back now", "try cancel"),
     Row("status", "", &ShowStatus, "what waits to be confirmed", "try status")

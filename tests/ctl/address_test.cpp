@@ -57,9 +57,21 @@ TEST(Addresses, FullListsAreMarkedAndCompletedFromTheKernel) {
     EXPECT_EQ(all["addresses"].size(), 18U);
 }
 
+TEST(Addresses, AnInterfaceThatCannotBeSentHidesNoOther) {
+    const Daemon daemon;
+    Prepare({"ip link add \"$(printf 'a\\177b')\" type veth peer name other0"});
+    for (const char* const line : {"addr show", "link show", "dhcpd show"})
+        EXPECT_FALSE(DocumentOf(line).empty()) << line;
+    ExpectAll({{"addr show", 2, "cannot be sent"}, {"export", 0, "eth0"}});
+}
+
 TEST(Addresses, TheSessionIsKept) {
     const Daemon daemon;
     Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
+    ExpectAll(
+        {{"addr flush dev eth0 --protect 192.168.1.77", 2, "names 192.168.1.77, which is reached from 192.168.1.20"},
+         {"link set eth0 mac 02:00:00:00:00:09 --protect 192.168.1.77", 2, "which is reached from"},
+         {"addr flush dev eth1 --protect 192.168.1.77", 0, "flushed"}});
     EnterSession();
     ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 2, "your session runs over 192.168.1.20"},
                {"addr flush dev eth0", 2, "your session runs over"},

@@ -48,7 +48,7 @@ TEST_F(Gateways, FailuresSayWhy) {
                {"gateway replace 192.168.9.1 dev eth0", 1, "The old gateway 192.168.1.1 is set again"},
                {"gateway set 0.0.0.0 dev eth0", 2, "\"0.0.0.0\" is not a valid address"}});
     EnterSession();
-    ExpectAll({{"gateway set 192.168.2.1 dev eth1", 1, "the default route of eth0 has the same metric 0"},
+    ExpectAll({{"gateway set 192.168.2.1 dev eth1", 1, "the default route of eth0 has metric 0, too"},
                {"gateway del dev eth0", 2, "your session runs over 192.168.1.20"},
                {"gateway replace 192.168.1.2 dev eth0", 2, "your session runs over"},
                {"gateway replace 192.168.1.2 dev eth0 --force", 0, "two steps: 192.168.1.1 is deleted, then"}});

@@ -103,13 +103,27 @@ TEST_F(DeviceStateTest, AFileBringsBackWhatWasExported) {
     EXPECT_EQ(Settings(), before_);
 }
 
+// At boot a link may come late; and people write what the kernel has in another form.
+TEST_F(DeviceStateTest, AFileIsAppliedAsFarAsItCanBe) {
+    const std::string rest = R"("routes": [{"destination": "2001:db8:9::/48", "gateway": "2001:db8::1",
+        "interface": "eth0", "metric": 0}], "rules": [{"pref": 77, "from": "10.0.0.0/8", "fwmark": 0, "table": 100}]})";
+    WriteFile("/tmp/late.json", R"({"interfaces": [{"interface": "eth9", "mtu": 1400}, {"interface": "eth0",
+        "mtu": 1400}], "priorities": [{"interface": "eth0", "metric": 10}, {"interface": "eth9", "metric": 20}], )" +
+                                    rest);
+    WriteFile("/tmp/there.json", "{" + rest);
+    ExpectAll({{"apply /tmp/late.json --yes", 5, "there is no interface eth9"},
+               {"link mtu eth0", 0, "1400"},
+               {"priority show", 0, "eth0       10"},
+               {"apply /tmp/there.json --yes", 0, "as wanted already"}});
+}
+
 TEST_F(DeviceStateTest, AWrongFileIsRefusedWithThePlace) {
     for (const auto& [text, problem] : std::initializer_list<std::pair<const char*, const char*>>{
              {"{", "line 1"},
              {"[]", "{object} expected"},
              {R"({"speed": 1})", R"(there is no setting "speed")"},
              {R"({"interfaces": [{"mtu": 1400}]})", R"(interfaces[0]: "interface" is missing)"},
-             {R"({"interfaces": [{"interface": "eth9"}]})", "there is no interface eth9"},
+             {R"({"rules": [{"pref": 30, "from": "10.0.0.1/8", "fwmark": 0, "table": 100}]})", "network is 10.0.0.0/8"},
              {R"({"interfaces": [{"interface": "eth0", "mtu": 20}]})", "from 68 to 65536"},
              {R"({"interfaces": [{"interface": "eth0", "addresses": ["192.168.1.300/24"]}]})", "addresses[0]"},
              {R"({"interfaces": [{"interface": "eth0", "addresses": ["fe80::9/64"]}]})",
@@ -132,6 +146,10 @@ TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
     const pid_t cancelled = Typed(std::string("try 60") + kChange);
     ASSERT_TRUE(Eventually(&IsWaiting));
     EXPECT_EQ(RunLine(std::string("try 60") + kChange).status, 2) << "one at a time";
+    for (const int order : {SIGSTOP, SIGCONT})
+        kill(DocumentOf("try status")[0]["pid"], order);
+    std::this_thread::sleep_for(300ms);
+    EXPECT_TRUE(IsWaiting()) << "being stopped is no decision";
     EXPECT_EQ(RunLine("try cancel").status, 0);
     EXPECT_EQ(StatusOf(cancelled), 6);
     EXPECT_EQ(Settings(), before_) << "cancelled";
@@ -154,6 +172,38 @@ TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
     EXPECT_EQ(StatusOf(kept), 0);
     EXPECT_THAT(Settings().dump(), HasSubstr("192.168.1.99/24"));
     ExpectAll({{"try confirm", 1, "nothing waits"}, {"try status", 0, "nothing waits"}});
+}
+
+// By what the kernel's own tools print.
+TEST_F(DeviceStateTest, WhatIsSaidToBeAsBeforeIsSo) {
+    Prepare({"ip addr add 10.3.3.3/24 dev eth1 valid_lft 1000 preferred_lft 1000",
+             "ip rule add iif eth1 pref 100 table 100", "ip route add default via 192.168.1.2 dev eth0 metric 20",
+             "iptables -t nat -A OUTPUT -d 10.1.1.1 -j RETURN", "iptables -N icmppacket",
+             "echo 1 >/proc/sys/net/ipv4/icmp_echo_ignore_all"});
+    WriteFile("/tmp/rules", "*nat\n-A OUTPUT -d 10.2.2.2/32 -j RETURN\nCOMMIT\n*raw\n:OUTPUT DROP [0:0]\nCOMMIT\n");
+    const auto look = [] {
+        return OutputOf(
+            "(ip -o addr; ip rule; ip route show table all | grep -v 'table local'; iptables-save | "
+            "grep -e -A -e DROP; cat /proc/sys/net/ipv4/icmp_echo_ignore_all) | "
+            "sed 's/ [0-9]*sec//g; s/ tentative//' | sort");
+    };
+    for (const auto& [line, isAll] :
+         std::initializer_list<std::pair<std::string, bool>>{{"table del 254", true},
+                                                             {"gateway replace 192.168.1.254 dev eth0", true},
+                                                             {"gateway set 192.168.1.1 dev eth0 table 100", true},
+                                                             {"addr flush dev lo -4", true},
+                                                             {"addr del fe80::ff:fe00:2/64 dev eth2", true},
+                                                             {"firewall import /tmp/rules -4 --yes", true},
+                                                             {"firewall icmp allow -4", true},
+                                                             {"rule del pref 100", false},
+                                                             {"addr set dev eth1 10.4.4.4/24", false}}) {
+        const std::string before = look();
+        const ToolRun run = RunLine("try 1 -- " + line);
+        EXPECT_EQ(run.status, 6) << line;
+        EXPECT_THAT(run.err, HasSubstr(isAll ? "taken back, everything is as" : "taken back, not everything is as"))
+            << line;
+        EXPECT_EQ(look() == before, isAll) << line << "\n" << before << look() << run.out;
+    }
 }
 
 // As long as it asks there is nothing to undo: what is decided meanwhile counts afterwards.

@@ -62,12 +62,10 @@ Outcome PerformOn(const Invocation& invocation, Change change, const std::vector
     change.read = [&] { return DaemonAddresses(invocation.asked, name, TESSEL_FAMILY_BOTH); };
     change.wrong = [&](const Json& now) {
         if (now.at("truncated") == true) return std::string();
-        for (const std::string& text : wanted) {
+        for (const std::string& text : wanted)
             if (!HasAddress(now.at("addresses"), text)) return Format("{} does not have {}", name, text);
-        }
-        for (const Json& address : now.at("addresses")) {
+        for (const Json& address : now.at("addresses"))
             if (isUnwanted(address)) return Format("{} still has {}", name, AddressText(address));
-        }
         return std::string();
     };
     change.cause = [&] {

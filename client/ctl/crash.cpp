@@ -31,8 +31,6 @@ constexpr std::string_view kRegisters = "=============CPU registers=============
 constexpr std::string_view kCallTrace = "===========Call Trace(";
 constexpr std::string_view kMaps = "--------Process [";
 
-// ---- From a report to its document ----
-
 std::string Demangled(const std::string& name) {
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
@@ -133,8 +131,6 @@ Json CrashReports(const std::string& asked, const std::string& path) {
     return reports;
 }
 
-// ---- Symbols ----
-
 // Names the function of a frame by addr2line and the unstripped file of its module: DIRECTORY/PATH, as below a device's
 // root, or DIRECTORY/NAME; it must be the very build that crashed. Empty, or what did not help.
 std::string NameFunction(const std::string& directory, Json& frame) {
@@ -157,8 +153,6 @@ std::string NameFunction(const std::string& directory, Json& frame) {
     if (!source.starts_with("??")) frame["source"] = source.substr(source.rfind('/') + 1);
     return "";
 }
-
-// ---- The commands ----
 
 Outcome ListCrashes(const Invocation& invocation) {
     Outcome outcome{.document = CrashReports(invocation.asked, "")};

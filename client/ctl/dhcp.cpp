@@ -78,11 +78,10 @@ Outcome PerformEach(const Invocation& invocation, const std::vector<Client>& cli
 Outcome WatchLeases(const Invocation& invocation, const std::vector<Client>& clients) {
     Watch watch;
     for (const Client& client : clients) {
-        if (client.listening && !invocation.options.take) {
+        if (client.listening && !invocation.options.take)
             throw Refused(invocation.asked,
                           Format("{} gets the leases of {} {} (--take has them sent here meanwhile)",
                                  ListeningText(*client.listening), client.interface, FamilyName(client.family)));
-        }
         const auto start = [&] {
             Require(invocation.asked, client.Start(getpid()), client.WhyNotStarted());
             return int{TESSEL_OK};

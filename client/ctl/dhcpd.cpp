@@ -22,8 +22,7 @@ Json StatusOf(const std::string& asked, const std::string& name, std::optional<b
     std::string remark;
     if (isServing != 0 && pids.empty()) remark = "its server has exited: run \"dhcpd stop\" before starting it again";
     if (isServing == 0 && !pids.empty())
-        remark =
-            Format("{} runs ({}), not known to the daemon: end it with \"dhcpd stop all\"", kServer, PidsText(pids));
+        remark = Format("udhcpd runs ({}), not known to the daemon: end it with \"dhcpd stop all\"", PidsText(pids));
     return {{"interface", name},
             {"serving", isServing != 0},
             {"pid", pids.empty() ? Json() : Json(pids.front())},
@@ -62,9 +61,8 @@ Outcome StartDhcpd(const Invocation& invocation) {
     conf.dwPrefixLen = last.length;
     conf.tRouter = GatewayOf(words.Get<Network>("router"));
     servers.insert(servers.end(), {first, last, words.Get<Network>("router")});
-    for (const Network& address : servers) {
+    for (const Network& address : servers)
         if (address.family != TESSEL_FAMILY_INET) throw Refused(invocation.asked, "there is no server for IPv6");
-    }
     const std::string range = Format("{} to {}", HostText(first), NetworkText(last));
     if (!Covers(Masked(last), first) || first.bytes > last.bytes)
         throw Refused(invocation.asked, range + " is no range within one network");

@@ -69,9 +69,8 @@ Json FieldsOf(const EventKind& kind, const tessel_event& event, std::string_view
     if (fields.contains("family")) fields["family"] = FamilyOf(source);
     // Numbers that stand for nothing.
     const auto clear = [](bool isEmpty, Json& record, std::initializer_list<const char*> keys) {
-        for (const char* key : keys) {
+        for (const char* key : keys)
             if (isEmpty) record[key] = nullptr;
-        }
     };
     if (kind.topic == "ping") clear(kind.kind != TESSEL_EVENT_PING_REPLY, fields, {"ttl", "rtt_us"});
     if (kind.topic == "trace") clear(fields["address"].is_null(), fields, {"rtt_us"});
@@ -150,9 +149,8 @@ ShownEvent ShowKernelEvent(const Json& change, WallTime time) {
     fields["with"] = metric == 0 ? "without metric" : Format("metric {}", metric);
     if (TextOf(change, "action") == "removed") fields["removed"] = "removed";
     std::string text;
-    for (const auto& [name, pattern] : kKernelTexts) {
+    for (const auto& [name, pattern] : kKernelTexts)
         if (name == event) text = FilledText(pattern, fields);
-    }
     return Shown(time, event, "kernel", "kernel", change, std::move(text));
 }
 

@@ -40,9 +40,8 @@ Json Checked(const std::string& where, const Json& value, const Json& schema) {
             result.push_back(Checked(Format("{}[{}]", where, i), value[i], schema[0]));
         return result;
     }
-    for (const auto& [key, ignored] : value.items()) {
+    for (const auto& [key, ignored] : value.items())
         if (!schema.contains(key)) throw Refused(where, Format("there is no setting \"{}\"", key));
-    }
     for (const auto& [key, inner] : schema.items()) {
         const bool mayMiss = inner.is_array() || inner.get<std::string>().starts_with('?');
         if (!mayMiss && !value.contains(key)) throw Refused(where, Format("\"{}\" is missing", key));

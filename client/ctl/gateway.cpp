@@ -57,9 +57,8 @@ Outcome ShowGateway(const Invocation& invocation) {
             if (hasOne || (isNamed && routes.empty()))
                 add(family, own.is_null() ? reported : own, priority,
                     differs ? Json("its priority is not in effect") : Json());
-            for (const Json& route : routes) {
+            for (const Json& route : routes)
                 if (route != own) add(family, route, priority, "another default route: the daemon does not report it");
-            }
         }
     });
     if (outcome.document.empty() && !outcome.failure) outcome.notes = {"there is no default gateway"};

@@ -24,9 +24,8 @@ std::vector<std::string_view> NamesFor(std::string_view word, const std::vector<
 
 std::vector<const Command*> RowsOf(const Object& object, std::string_view verb) {
     std::vector<const Command*> rows;
-    for (const Command& command : object.commands) {
+    for (const Command& command : object.commands)
         if (command.verb == verb) rows.push_back(&command);
-    }
     return rows;
 }
 

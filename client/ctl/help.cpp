@@ -74,9 +74,8 @@ std::string HelpOnCommand(const Object& object, const Command& command) {
                               command.takesFamily ? " [-4|-6]" : "", command.summary);
     if (!command.background.empty()) text += Format("{}\n", command.background);
     std::string requests;
-    for (const u32 code : command.codes) {
+    for (const u32 code : command.codes)
         if (const Message* message = FindMessage(code)) requests += Format("  0x{:X} {}\n", code, message->name);
-    }
     if (!requests.empty()) text += "\nrequests (their bytes: tesselctl help protocol CODE)\n" + requests;
     return text + KindsOf(command.words) + Format("\nexample\n  tesselctl {}\n", command.example);
 }
@@ -97,9 +96,8 @@ Outcome HelpOnExit(const Invocation&) {
 Outcome HelpOnProtocol(const Invocation& invocation) {
     Rows rows;
     const u32* code = invocation.words.If<u32>("CODE");
-    for (const Message& message : Messages()) {
+    for (const Message& message : Messages())
         if (code == nullptr || *code == message.code) AddMessage(message, rows);
-    }
     if (rows.empty()) throw Refused(invocation.asked, "no request with a name has this code");
     return TextHelp(RenderRows(rows));
 }
@@ -133,9 +131,8 @@ std::vector<std::string> PlainWords(const std::vector<std::string>& words) {
 
 void AddToken(const Token& token, std::vector<std::string>& offers) {
     if (token.isKeyword) offers.emplace_back(token.name);
-    for (const std::string_view choice : token.choices) {
+    for (const std::string_view choice : token.choices)
         if (!IsKind(choice)) offers.emplace_back(choice);
-    }
     const auto known = KnownValues(token.name);
     if (!token.isKeyword) offers.insert(offers.end(), known.begin(), known.end());
 }

@@ -89,7 +89,9 @@ Json KernelLink(const std::string& name) {
 Json KernelRoutes(int family, u32 table) {
     Json routes = Json::array();
     for (Json& route : Dump(RTM_GETROUTE, family)) {
-        if (table == kAllTables || NumberOf(route, "table") == table) routes.push_back(std::move(route));
+        // A kernel without IPv6 lists the routes of IPv4 in place of its.
+        const bool isAsked = family == TESSEL_FAMILY_BOTH || route["family"] == FamilyName(family);
+        if (isAsked && (table == kAllTables || NumberOf(route, "table") == table)) routes.push_back(std::move(route));
     }
     return routes;
 }

@@ -25,9 +25,8 @@ constexpr std::pair<std::string_view, u32> kLevels[] = {{"off", 0}, {"error", 2}
 Outcome SetLevel(const Invocation& invocation) {
     const u32* number = invocation.words.If<u32>("LEVEL");
     u32 level = number != nullptr ? *number : 0;
-    for (const auto& [name, value] : kLevels) {
+    for (const auto& [name, value] : kLevels)
         if (name == invocation.words.Text("LEVEL")) level = value;
-    }
     const auto read = [&] { return Json{{"level", level}}; };
     return Perform(invocation, {.send = [&] { return tessel_log_level_set(static_cast<i32>(level)); },
                                 .read = read,

@@ -103,9 +103,8 @@ void FindRecords(const Json& document, const std::vector<std::string>& wanted, s
     values.insert(outer.begin(), outer.end());
     const std::size_t before = found.size();
     const bool hasAll = std::all_of(wanted.begin(), wanted.end(), isKnown);
-    for (const auto& [key, member] : document.items()) {
+    for (const auto& [key, member] : document.items())
         if (!hasAll && IsListOfRecords(member)) FindRecords(member, wanted, found, path + key + ".", values);
-    }
     if (found.size() == before && hasOwn) found.push_back(std::move(values));
 }
 

@@ -21,8 +21,6 @@ Outcome StopProbe(const Invocation& invocation) {
 constexpr char kStopWords[] = "N:0-2147483647";
 constexpr char kStopSummary[] = "stop what another program left running, by its id";
 
-// ---- ping ----
-
 // `times` are those of the answers, in microseconds.
 Json EchoesJson(long long sent, const std::vector<long long>& times) {
     const auto answered = static_cast<long long>(times.size());
@@ -98,8 +96,6 @@ constexpr Command kPingCommands[] = {
         .Sends(TESSEL_CMD_PING_STOP)
         .More("Programs choose their own ids; tesselctl uses its process id. It stops its own ping."),
 };
-
-// ---- traceroute ----
 
 std::string ProbeText(const ShownEvent& event) {
     if (event.kind == TESSEL_EVENT_TRACE_ERROR) return "not sent";

@@ -15,12 +15,9 @@ namespace {
 
 // Whom it would silence to end the reports to this socket; empty: nobody listens.
 std::string WhoIsSilenced(const std::string& socket) {
-    const auto listening = FindListeningProcess(socket);
-    return listening ? Format("{} is listening on {} and would get no more reports", ListeningText(listening), socket)
-                     : "";
+    const auto who = FindListeningProcess(socket);
+    return who ? Format("{} is listening on {} and would get no more reports", ListeningText(who), socket) : "";
 }
-
-// ---- Conflicts: one switch and one socket per family ----
 
 std::string ConflictSocket(int family) {
     return family == TESSEL_FAMILY_INET6 ? TESSEL_SOCKET_IPV6_CONFLICT : TESSEL_SOCKET_IP_CONFLICT;
@@ -77,8 +74,6 @@ constexpr Command kConflictCommands[] = {
               "address is only in the daemon's log."),
 };
 
-// ---- Router advertisements ----
-
 // The same for every tesselctl, so that the next one continues what another left behind.
 constexpr i32 kUser = 0;
 
@@ -91,10 +86,9 @@ std::string RouterSocket(const std::string& interface) {
 Outcome WatchRouters(const Invocation& invocation) {
     const std::string interface = invocation.words.Text("IF");
     if (const std::string why = MissingInterface(interface); !why.empty()) throw Refused(invocation.asked, why);
-    if (const std::string other = RouterSocket(interface); !other.empty()) {
+    if (const std::string other = RouterSocket(interface); !other.empty())
         throw Refused(invocation.asked, Format("{} gets the reports (tesselctl ra stop {} --force ends them)",
                                                ListeningText(FindListeningProcess(other)), interface));
-    }
     const char* const name = interface.c_str();
     const WatchedSocket socket{.name = Format("{}_{}_{}_{}", TESSEL_SOCKET_ROUTER_NOTIFY, interface, kUser, getpid()),
                                .start = [=] { return tessel_router_start(name, kUser, getpid()); },
@@ -117,8 +111,6 @@ constexpr Command kRaCommands[] = {
     Row("stop", "IF", &StopRouters, "end the watch, whichever program started it", "ra stop eth0")
         .Sends(TESSEL_CMD_ROUTER_ADVERTISE_STOP),
 };
-
-// ---- Traffic ----
 
 Outcome WatchTraffic(const Invocation& invocation) {
     const u32 interval = invocation.words.Get<u32>("every", 1);
@@ -159,8 +151,6 @@ constexpr Command kTrafficCommands[] = {
         .Sends(TESSEL_CMD_STAT_STOP),
 };
 
-// ---- Everything ----
-
 Outcome Monitor(const Invocation& invocation) {
     const auto kinds = invocation.words.All<std::string>("KIND");
     auto missing = kinds;
@@ -173,10 +163,9 @@ Outcome Monitor(const Invocation& invocation) {
         if (isAsked || (kinds.empty() && one["listener"].is_null())) watch.sockets.push_back({TextOf(one, "socket")});
         std::erase(missing, kind);
     }
-    if (!missing.empty()) {
+    if (!missing.empty())
         throw Refused(invocation.asked, Format("{0} notices go to whoever asked for them, and nobody did (see \"{0}\")",
                                                missing.front()));
-    }
     return RunWatch(invocation, watch);
 }
 

@@ -170,9 +170,8 @@ Outcome ChangeTable(const Invocation& invocation) {
 Outcome ShowRule(const Invocation& invocation) {
     Outcome outcome{.document = KernelRules(FamilyOf(invocation.options))};
     if (invocation.options.json || !invocation.options.fields.empty()) return outcome;
-    for (Json& rule : outcome.document) {
+    for (Json& rule : outcome.document)
         if (!rule["fwmark"].is_null()) rule["fwmark"] = Format("{:#x}", NumberOf(rule, "fwmark"));
-    }
     return outcome;
 }
 

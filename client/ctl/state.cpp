@@ -124,11 +124,9 @@ Json KernelLines() {
 
 // For the restore tool: what was saved, and every other table that there is now without rules.
 std::string RestoredTables(std::string saved, const std::string& now) {
-    for (const std::string table : {"filter", "nat", "mangle", "raw", "security"}) {
-        const std::string head = Format("*{}\n", table);
-        const bool isNew = saved.find(head) == std::string::npos && now.find(head) != std::string::npos;
-        if (isNew) saved += table == "filter" ? kNoFilterRules : head + "COMMIT\n";
-    }
+    for (const std::string_view line : Split(now, '\n'))
+        if (line.starts_with('*') && saved.find(line) == std::string::npos)
+            saved += line == "*filter" ? kNoFilterRules : Format("{}\nCOMMIT\n", line);
     return saved;
 }
 

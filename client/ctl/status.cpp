@@ -14,8 +14,6 @@ namespace {
 constexpr char kDaemonName[] = "tessel_daemon";
 constexpr int kPatienceMs = 2000;
 
-// ---- What there is ----
-
 Json DaemonJson(const std::string& state, pid_t pid) {
     Json daemon{{"state", state}, {"pid", pid == 0 ? Json() : Json(pid)}};
     daemon.update(LookAtProcess(pid));
@@ -81,8 +79,6 @@ Json CrashJson() {
     }
     return last == 0 ? Json() : Json{{"time", JsonTime(std::chrono::system_clock::from_time_t(last))}};
 }
-
-// ---- How it looks ----
 
 std::string DaemonText(const Json& daemon) {
     std::string text = TextOf(daemon, "state") + FillTemplate(", pid {pid}", daemon);

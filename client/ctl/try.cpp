@@ -68,9 +68,8 @@ void Send(const UniqueFd& guardian, int order) {
     if (getppid() != parent) (void)kill(getpid(), kBegin);
     constexpr int kFdsMax = 1024;
     const int nowhere = open("/dev/null", O_RDWR);
-    for (int fd = 0; fd < kFdsMax; ++fd) {
+    for (int fd = 0; fd < kFdsMax; ++fd)
         if (fd != file.Get()) (void)(fd <= STDERR_FILENO ? dup2(nowhere, fd) : close(fd));
-    }
     (void)EndCallsAt(-1);
     openlog("tesselctl", LOG_PID, LOG_DAEMON);
     document["pid"] = getpid();
@@ -107,10 +106,9 @@ void Send(const UniqueFd& guardian, int order) {
 UniqueFd StartGuardian(const Invocation& outer, const Json& saved, u32 seconds, const std::string& command) {
     const UniqueFd file = OpenGuardian(O_RDWR | O_CREAT);
     if (!file.IsOpen()) throw Failed(outer.asked, "the guardian's file cannot be opened, or is another user's");
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0)
         throw Refused(outer.asked, Format("\"{}\" waits to be confirmed (tesselctl try confirm, or try cancel)",
                                           TextOf(DocumentIn(file), "command")));
-    }
     Json document{{"pid", nullptr},   {"command", command},       {"state", "running"},
                   {"until", nullptr}, {"results", Json::array()}, {"problems", Json::array()}};
     WriteDocument(file, document);

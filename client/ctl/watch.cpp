@@ -188,9 +188,8 @@ Outcome RunWatch(const Invocation& invocation, const Watch& watch) {
         outcome.planned.push_back(Format("listens on {}", socket.name));
         if (socket.start) (void)socket.start();
     }
-    for (const WatchedSocket& socket : watch.sockets) {
+    for (const WatchedSocket& socket : watch.sockets)
         if (socket.stop) (void)socket.stop();
-    }
     if (watch.followsKernel) outcome.planned.emplace_back("follows the kernel");
     return outcome;
 }

@@ -110,9 +110,8 @@ class Matcher {
   private:
     // A keyword where one is open, else the next value that fits (optional ones need not), else a name without "dev".
     Item* ItemFor(const std::string& word) {
-        for (Item& item : items_) {
+        for (Item& item : items_)
             if ((!item.isUsed || item.repeats) && item.First().isKeyword && item.First().name == word) return &item;
-        }
         for (Item& item : items_) {
             if (item.First().isKeyword || (item.isUsed && !item.repeats)) continue;
             const ParsedValue value = ValueOf(item.First(), word);

@@ -133,9 +133,8 @@ class Words {
     template <typename T>
     [[nodiscard]] std::vector<T> All(std::string_view key) const {
         std::vector<T> all;
-        for (const Entry& entry : entries_) {
+        for (const Entry& entry : entries_)
             if (entry.key == key) all.push_back(std::get<T>(entry.value));
-        }
         return all;
     }
 

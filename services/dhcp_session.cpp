@@ -94,7 +94,7 @@ bool ResultFile::IsThere(const FileIdentity& known, CallSite where) {
 ResultFile::Removal ResultFile::Remove(const FileIdentity& read) const {
     struct stat status {};
     if (lstat(path_, &status) != 0) return errno == ENOENT ? Removal::kGone : Removal::kFailed;
-    if (FileIdentity(status) != read) return Removal::kReplaced;
+    if (!FileIdentity(status).IsSameFile(read)) return Removal::kReplaced;
     if (unlink(path_) == 0) return Removal::kDone;
     return errno == ENOENT ? Removal::kGone : Removal::kFailed;
 }

@@ -40,7 +40,7 @@ void RenewFromScratch(const InterfaceProcess& client, pid_t pid);
 // True when the helper script of the device's image can be read; else false with a log line.
 [[nodiscard]] bool HasScript(const char* path, CallSite where = CallSite::Current());
 
-// Which file was read, and as it was then: another may have taken its name meanwhile, or its text.
+// Which file was read, and as it was then: another may have taken its name meanwhile, or its text may have changed.
 struct FileIdentity {
     FileIdentity() = default;
     explicit FileIdentity(const struct stat& status)
@@ -50,6 +50,9 @@ struct FileIdentity {
           seconds(status.st_mtim.tv_sec),
           nanoseconds(status.st_mtim.tv_nsec) {}
     bool operator==(const FileIdentity&) const = default;
+    [[nodiscard]] bool IsSameFile(const FileIdentity& other) const {
+        return device == other.device && inode == other.inode;
+    }
 
     dev_t device = 0;
     ino_t inode = 0;
@@ -68,8 +71,8 @@ class ResultFile {
         return path_;
     }
 
-    // True when there is a regular file of this process's user, and it is not `known`. Anything else of that name is
-    // removed if possible, and logged once.
+    // True when there is a regular file of this process's user, and it is not `known`, or no more as it was. Anything
+    // else of that name is removed if possible, and logged once.
     [[nodiscard]] bool IsThere(const FileIdentity& known = {}, CallSite where = CallSite::Current());
 
     enum class Removal { kDone, kReplaced, kGone, kFailed };

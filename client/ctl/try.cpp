@@ -88,7 +88,7 @@ void Send(const UniqueFd& guardian, int order) {
         const auto end = Clock::now() + std::chrono::seconds(seconds);
         do {  // again when it was stopped and continued
             const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
-            const timespec limit{.tv_sec = std::max<time_t>(left, 0), .tv_nsec = 0};
+            const timespec limit{.tv_sec = static_cast<time_t>(std::max<i64>(left, 0)), .tv_nsec = 0};
             decision = sigtimedwait(&orders, nullptr, &limit);
         } while (decision < 0 && errno == EINTR);
     }

@@ -310,13 +310,16 @@ TEST(DhcpClient, LeasesGoToOneProgram) {
     EXPECT_THAT(clients.Take(1), HasSubstr("udhcpc eth0 USR1"));
     WriteResult("/tmp/udhcpc.confeth0", lease);
     EXPECT_THAT(watching.Line(), HasSubstr("dhcp      eth0  lease 10.0.0.7/24 gateway 10.0.0.1"));
-    ExpectAll({{"dhcp watch eth0 -4", 2, kThisProgram + " gets the leases of eth0 inet (--take"},
-               {"dhcp renew eth0 -4", 0, "asked to renew"},
-               {"dhcp start eth0 -4 dns off", 0, kThisProgram + " still gets the leases of eth0 inet"},
-               {"dhcp start eth0 -4 notify-pid 4242", 0, kThisProgram + " no longer gets the leases"}});
+    ExpectAll({{"dhcp watch eth0 -4", 2, kThisProgram + " gets the leases of eth0 inet (--take"}});
+    for (const Expected& one : std::initializer_list<Expected>{
+             {"dhcp renew eth0 -4", 0, "asked to renew"},
+             {"dhcp start eth0 -4 dns off", 0, kThisProgram + " still gets the leases of eth0 inet"},
+             {"dhcp start eth0 -4 notify-pid 4242", 0, kThisProgram + " no longer gets the leases"}}) {
+        ExpectAll({one});
+        EXPECT_EQ(clients.Take(1), "udhcpc eth0 USR1") << "a second one before that is noted would be lost";
+    }
     watching.Signal(SIGINT);
     (void)watching.EndsWith(128 + SIGINT);
-    (void)clients.Take(3);
     Watching waiting("dhcp start eth0 -4 wait-lease -j");
     (void)clients.Take(1);
     WriteResult("/tmp/udhcpc.confeth0", lease);

@@ -72,10 +72,11 @@ TEST(NetlinkLab, ADefaultRouteGetsItsMetricAndIsNeverLost) {
 }
 
 TEST(NetlinkLab, WhatAnOverrunLosesIsLookedUp) {
-    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
     const Daemon daemon;
     const FarLink peer("far0", ETH_P_ARP);
     SetPriorities({10});
+    RunOnDevice("ip addr add 192.168.1.20/24 dev eth0");
+    ASSERT_TRUE(Eventually([&] { return IsDefended(peer, kFirst); })) << "the monitor listens";
     kill(daemon.Pid(), SIGSTOP);
     RunOnDevice(
         "for i in $(seq 1 3000); do echo addr add 10.9.$((i/250)).$((i%250+1))/32 dev eth0; echo addr del "

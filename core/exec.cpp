@@ -45,13 +45,9 @@ struct ShellLine {
     }
 };
 
-// Executors log under the names by which application developers know them, however they were called.
-CallSite Named(const char* function, int line = __builtin_LINE()) {
-    return {function, line};
-}
-
+// This and the next log under the names by which application developers know them, however they were called.
 i32 RunLoggingFailure(const char* line, u32 maxLen) {
-    const CallSite where = Named("ExecCmd");
+    const CallSite where = CallSite::Current("ExecCmd");
     const SplitLine split(line, maxLen, where);
     if (!split.IsWhole()) return -1;
     ToolOutput output;
@@ -62,7 +58,7 @@ i32 RunLoggingFailure(const char* line, u32 maxLen) {
 }
 
 i32 RunForOutput(const char* line, u32 maxLen, ToolOutput& output) {
-    const CallSite where = Named("TesselExecCmdAndGetOutput");
+    const CallSite where = CallSite::Current("TesselExecCmdAndGetOutput");
     const SplitLine split(line, maxLen, where);
     if (!split.IsWhole()) return -1;
     if (RunTool(split.Get(), &output, nullptr) == 0) return 0;

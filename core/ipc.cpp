@@ -236,7 +236,7 @@ i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, Call
 
 // Connects `fd` to the name. 0, or -1: with a log line, or with errno ECANCELED when it was stopped.
 i32 ConnectTo(int fd, const char* name, sockaddr_un& address, const Limits& limits) {
-    constexpr CallSite kWhere{"MakeAddrClient", __LINE__};
+    constexpr CallSite kWhere = CallSite::Current("MakeAddrClient");
     if (tessel::FormSocketAddress(name, address)) return ConnectWithin(fd, address, limits, kWhere);
     TESSEL_ERR_AT(kWhere, "the name is too long!");
     errno = ENAMETOOLONG;  // the caller's may be anything
@@ -361,7 +361,7 @@ Exchange CallbackExchange(const char* name, u32 type, const void* data, i32 size
     return exchange;
 }
 
-constexpr CallSite kCallbackSite{"IpcCallbackSendAndRecv", __LINE__};
+constexpr CallSite kCallbackSite = CallSite::Current("IpcCallbackSendAndRecv");
 
 }  // namespace
 

@@ -6,8 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
-#include <new>
+#include <vector>
 
 #include "core/log.h"
 
@@ -29,17 +28,16 @@ struct Found {
         constexpr std::size_t kTextBytesMax = 1 << 20;
         int error = ERANGE;
         for (std::size_t bytes = 4096; error == ERANGE && bytes <= kTextBytesMax; bytes *= 4) {
-            texts.reset(new (std::nothrow) char[bytes]);
-            if (texts == nullptr) return;
+            texts.resize(bytes);
             Entry* found = nullptr;
-            error = find(key, &entry, texts.get(), bytes, &found);
+            error = find(key, &entry, texts.data(), bytes, &found);
             isKnown = found != nullptr;
         }
     }
 
     bool isKnown = false;
     Entry entry{};
-    std::unique_ptr<char[]> texts;  // what the entry points into
+    std::vector<char> texts;  // what the entry points into
 };
 
 using Group = Found<group>;

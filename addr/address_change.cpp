@@ -63,7 +63,7 @@ TNetIfaceIp OfFamily(const TNetIfaceIp& list, u16 family) {
     for (const TNetIpAddr& entry : AddressesOf(list)) {
         if (entry.wSinFamily != family) continue;
         chosen.atIp[chosen.dwNum] = entry;
-        chosen.dwNum = chosen.dwNum + 1;
+        ++chosen.dwNum;
     }
     return chosen;
 }
@@ -192,8 +192,9 @@ i32 IpaddrV6Set(const char* pchIfaceName, const TNetIfaceIp* ptNetIfaceIp) {
         const i32 result = entry.dwScope == TESSEL_SCOPE_LINK ? 0 : IpaddrAddV6(pchIfaceName, &entry);
         if (result == 0) continue;
         TESSEL_ERR("IpaddrAddV6 error : %d!", result);
-        for (const TNetIpAddr& old : AddressesOf(previous))
+        for (const TNetIpAddr& old : AddressesOf(previous)) {
             if (!IsKept(old, CallSite::Current())) (void)IpaddrAddV6(pchIfaceName, &old);  // as many as can be
+        }
         return result;
     }
     return 0;

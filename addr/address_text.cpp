@@ -77,7 +77,7 @@ bool AppendShowAddresses(const char* output, const AddressFamily& family, u32 fa
         entry.prefix_len = address.prefixLength;
         entry.family = familyFlag;
         info.addr[info.num] = entry;
-        info.num = info.num + 1;
+        ++info.num;
     }
     return true;
 }
@@ -109,7 +109,7 @@ bool AppendAddresses(const char* output, const AddressFamily& family, bool marks
             ReadMarks(strstr(position, "scope"), text.text, marksTentative, address, where);
         address.dwScope = ScopeStrToCode(scopeWord);
         list.atIp[list.dwNum] = address;
-        list.dwNum = list.dwNum + 1;
+        ++list.dwNum;
     }
     return true;
 }

@@ -4,7 +4,9 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "core/log.h"
 
@@ -17,56 +19,54 @@ constexpr bool kIsForAll = kGroup[0] == '\0';
 
 constexpr gid_t kNoGroup = static_cast<gid_t>(-1);
 
-// Looked up each time: members may come and go.
-struct Group {
-    Group() {
-        group* found = nullptr;
-        (void)getgrnam_r(kGroup, &entry, text, sizeof(text), &found);
-        isKnown = found != nullptr;
-    }
-    [[nodiscard]] bool Lists(const char* user) const {
-        char** member = entry.gr_mem;
-        while (*member != nullptr && strcmp(*member, user) != 0)
-            ++member;
-        return *member != nullptr;
+// A group or a user. Looked up each time: members may come and go.
+template <typename Entry>
+struct Found {
+    // A group of a directory service may have thousands of members: there is as much room for the texts as they need.
+    template <typename Key>
+    Found(int (*find)(Key, Entry*, char*, std::size_t, Entry**), Key key) {
+        constexpr std::size_t kTextBytesMax = 1 << 20;
+        int error = ERANGE;
+        for (std::size_t bytes = 4096; error == ERANGE && bytes <= kTextBytesMax; bytes *= 4) {
+            texts.resize(bytes);
+            Entry* found = nullptr;
+            error = find(key, &entry, texts.data(), bytes, &found);
+            isKnown = found != nullptr;
+        }
     }
 
-    bool isKnown;
-    group entry{};
-    char text[16384];
+    bool isKnown = false;
+    Entry entry{};
+    std::vector<char> texts;  // what the entry points into
 };
 
-struct User {
-    explicit User(uid_t id) {
-        passwd* found = nullptr;
-        (void)getpwuid_r(id, &entry, text, sizeof(text), &found);
-        isKnown = found != nullptr;
-    }
+using Group = Found<group>;
+using User = Found<passwd>;
 
-    bool isKnown;
-    passwd entry{};
-    char text[4096];
-};
+bool Lists(const group& clients, const char* user) {
+    char** member = clients.gr_mem;
+    while (*member != nullptr && strcmp(*member, user) != 0)
+        ++member;
+    return *member != nullptr;
+}
 
 }  // namespace
 
-const SocketAccess* ClientAccess() {
-    static SocketAccess access;
-    if (kIsForAll) return nullptr;
-    const Group clients;
-    if (!clients.isKnown) TESSEL_ERR("the group %s is not known!", kGroup);
-    access = clients.isKnown ? SocketAccess{.mode = 0660, .group = clients.entry.gr_gid}
-                             : SocketAccess{.mode = 0600, .group = kNoGroup};
-    return &access;
+std::optional<SocketAccess> ClientAccess() {
+    if (kIsForAll) return std::nullopt;
+    const Group clients(&getgrnam_r, kGroup);
+    if (clients.isKnown) return SocketAccess{.mode = 0660, .group = clients.entry.gr_gid};
+    TESSEL_ERR("the group %s is not known!", kGroup);
+    return SocketAccess{.mode = 0600, .group = kNoGroup};
 }
 
 bool MayBeNotified(uid_t owner, gid_t group) {
     if (kIsForAll || owner == 0 || owner == geteuid()) return true;
-    const Group clients;
+    const Group clients(&getgrnam_r, kGroup);
     if (!clients.isKnown) return false;
     if (group == clients.entry.gr_gid) return true;
-    const User user(owner);
-    return user.isKnown && (user.entry.pw_gid == clients.entry.gr_gid || clients.Lists(user.entry.pw_name));
+    const User user(&getpwuid_r, owner);
+    return user.isKnown && (user.entry.pw_gid == clients.entry.gr_gid || Lists(clients.entry, user.entry.pw_name));
 }
 
 }  // namespace tessel

@@ -5,13 +5,15 @@
 
 #include <sys/types.h>
 
+#include <optional>
+
 #include "core/ipc.h"
 
 namespace tessel {
 
-// How the daemon's socket is to be made; null: as it always was, open to everybody. A group unknown to this system is
-// logged, and only the daemon's own user and root remain.
-[[nodiscard]] const SocketAccess* ClientAccess();
+// How the daemon's socket is to be made; nothing: as it always was, open to everybody. A group unknown to this system
+// is logged, and only the daemon's own user and root remain.
+[[nodiscard]] std::optional<SocketAccess> ClientAccess();
 
 // Whether a notification may go to a socket file of this owner and group. A file of the clients' group is a member's:
 // the kernel lets nobody else assign that group. For other files, the owner must be listed as a member or have it as

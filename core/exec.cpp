@@ -1,6 +1,5 @@
 #include "core/exec.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -18,10 +17,10 @@ class SplitLine {
   public:
     // Logs in the name of `where` when there is nothing to run.
     SplitLine(const char* line, u32 maxLen, CallSite where) {
-        strncpy(text_, line, sizeof(text_) - 1);
+        snprintf(text_, sizeof(text_), "%s", line);
         isWhole_ = strlen(line) < sizeof(text_) && TesselBufToArgv(text_, words_, kCommandWordsMax, maxLen, ' ') == 0 &&
                    words_[0] != nullptr && words_[1] != nullptr;
-        if (!isWhole_) TESSEL_ERR_AT(where, "%s", text_);
+        if (!isWhole_) TESSEL_ERR_AT(where, "%s", line);
     }
     [[nodiscard]] bool IsWhole() const {
         return isWhole_;
@@ -31,7 +30,7 @@ class SplitLine {
     }
 
   private:
-    char text_[kCommandLineBytes] = {};
+    char text_[kCommandLineBytes];
     char* words_[kCommandWordsMax + 1] = {};
     bool isWhole_;
 };
@@ -46,13 +45,9 @@ struct ShellLine {
     }
 };
 
-// Executors log under the names by which application developers know them, however they were called.
-CallSite Named(const char* function, int line = __builtin_LINE()) {
-    return {function, line};
-}
-
+// This and the next log under the names by which application developers know them, however they were called.
 i32 RunLoggingFailure(const char* line, u32 maxLen) {
-    const CallSite where = Named("ExecCmd");
+    const CallSite where = CallSite::Current("ExecCmd");
     const SplitLine split(line, maxLen, where);
     if (!split.IsWhole()) return -1;
     ToolOutput output;
@@ -63,7 +58,7 @@ i32 RunLoggingFailure(const char* line, u32 maxLen) {
 }
 
 i32 RunForOutput(const char* line, u32 maxLen, ToolOutput& output) {
-    const CallSite where = Named("TesselExecCmdAndGetOutput");
+    const CallSite where = CallSite::Current("TesselExecCmdAndGetOutput");
     const SplitLine split(line, maxLen, where);
     if (!split.IsWhole()) return -1;
     if (RunTool(split.Get(), &output, nullptr) == 0) return 0;
@@ -161,7 +156,7 @@ i32 TesselExecShellProcess(const char* file, char** argv, pid_t* pid) {
 }
 
 i32 TesselExecShellPrcPipe(const char* file, char** argv, char* buf, u32 len, i32* outLen) {
-    tessel::ToolOutput output(std::min(len, tessel::kToolOutputBytesMax));
+    tessel::ToolOutput output(len);
     const i32 status = tessel::RunTool({.file = file, .argv = argv}, &output, nullptr);
     memcpy(buf, output.text, output.length);
     *outLen = static_cast<i32>(output.length);
@@ -182,7 +177,7 @@ i32 TesselExecCmdAndGetOutput(char* cmd, u32 maxLen, char* out, u32 outLen) {
         return -1;
     }
     memset(out, 0, outLen);
-    tessel::ToolOutput output(std::min(outLen, tessel::kToolOutputBytesMax));
+    tessel::ToolOutput output(outLen);
     const i32 result = tessel::RunForOutput(cmd, maxLen, output);
     memcpy(out, output.text, output.length);
     return result;

@@ -14,6 +14,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <chrono>
 #include <initializer_list>
 
@@ -38,7 +39,8 @@ struct CommandLine {
 
 // What a tool prints, standard error included.
 struct ToolOutput {
-    explicit ToolOutput(u32 bytes = kToolOutputBytes) : limit(bytes) {
+    // kToolOutputBytesMax at most are kept, whatever is asked for.
+    explicit ToolOutput(u32 bytes = kToolOutputBytes) : limit(std::min(bytes, kToolOutputBytesMax)) {
         text[0] = '\0';
     }
     u32 limit;                               // bytes that are kept

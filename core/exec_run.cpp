@@ -124,28 +124,36 @@ class OutputReader {
   public:
     OutputReader(int pipe, ToolOutput& output) : pipe_(pipe), output_(output) {}
 
-    enum class Outcome { kRead, kNothingThere, kEnd };
-
-    // Reads once, without waiting.
-    Outcome ReadOnce() {
+    // Readable when there is something or the end has come; -1 after that.
+    [[nodiscard]] int Fd() const {
+        return pipe_;
+    }
+    [[nodiscard]] bool HasEnded() const {
+        return pipe_ < 0;
+    }
+    // Reads once, without waiting. False when nothing was there.
+    bool ReadOnce() {
         char dropped[4096];
         const u32 room = output_.limit - output_.length;
         const ssize_t count =
             read(pipe_, room > 0 ? output_.text + output_.length : dropped, room > 0 ? room : sizeof(dropped));
-        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return Outcome::kNothingThere;
-        if (count <= 0) return Outcome::kEnd;
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return false;
+        if (count <= 0) {
+            pipe_ = -1;
+            return false;
+        }
         if (room == 0) {
             output_.isCut = true;
-            return Outcome::kRead;
+            return true;
         }
         output_.length += static_cast<u32>(count);
         output_.text[output_.length] = '\0';
-        return Outcome::kRead;
+        return true;
     }
 
     // What has been written so far, as far as it matters.
     void ReadRest() {
-        while (!output_.isCut && ReadOnce() == Outcome::kRead) {
+        while (!output_.isCut && !HasEnded() && ReadOnce()) {
         }
     }
 
@@ -186,36 +194,39 @@ class ChildWatch {
 
 enum class End { kExited, kTooLong, kStopped };
 
-// Reads the output until the child has ended, the time is over or the worker is asked to end. The end of the output
-// says little: a tool may close it and continue, and a program that it left running may hold it open, or write into it,
-// for ever.
-End AwaitEnd(pid_t pid, int pipe, OutputReader* reader, milliseconds limit) {
-    const Worker* const worker = Worker::Current();
-    constexpr u32 kReadsPerLook = 64;
+// Waits until the child has ended, the time is over or the worker is asked to end, and reads the output (null: none is
+// wanted) meanwhile. The end of the output says little: a tool may close it and continue, and a program that it left
+// running may hold it open, or write into it, for ever.
+End AwaitEnd(pid_t pid, OutputReader* reader, milliseconds limit) {
     // What most tools print fits into the pipe, and then they end: reading it only then avoids earlier wake-ups.
-    constexpr milliseconds kBrief(10);
+    constexpr milliseconds kUnread(10);
+    constexpr u32 kReadsPerLook = 64;
+    const Worker* const worker = Worker::Current();
     const Deadline deadline(limit);
-    const Deadline briefEnd(std::min(limit, kBrief));
+    const Deadline unreadEnd(std::min(limit, kUnread));
     ChildWatch child(pid);
     for (u32 round = 0;; ++round) {
-        const int briefMs = child.Fd() >= 0 ? briefEnd.LeftMs() : 0;
-        pollfd waited[] = {{.fd = briefMs > 0 ? -1 : pipe, .events = POLLIN, .revents = 0},
-                           {.fd = child.Fd(), .events = POLLIN, .revents = 0},
-                           {.fd = worker != nullptr ? worker->StopFd() : -1, .events = POLLIN, .revents = 0}};
-        const int lookMs = briefMs > 0 && pipe >= 0 ? briefMs : child.NextLookMs();
+        const bool hasOutput = reader != nullptr && !reader->HasEnded();
+        const int unreadMs = hasOutput && child.Fd() >= 0 ? unreadEnd.LeftMs() : 0;
+        enum { kOutput, kChild, kStop, kWaited };
+        pollfd waited[kWaited] = {
+            {.fd = hasOutput && unreadMs == 0 ? reader->Fd() : -1, .events = POLLIN, .revents = 0},
+            {.fd = child.Fd(), .events = POLLIN, .revents = 0},
+            {.fd = worker != nullptr ? worker->StopFd() : -1, .events = POLLIN, .revents = 0}};
+        const int lookMs = unreadMs > 0 ? unreadMs : child.NextLookMs();
         const int leftMs = deadline.LeftMs();
-        (void)poll(waited, 3, lookMs < 0 ? leftMs : std::min(lookMs, leftMs));
-        const bool isReadable = reader != nullptr && waited[0].revents != 0;
-        if (isReadable && reader->ReadOnce() == OutputReader::Outcome::kEnd) {
-            pipe = -1;
-            child.LookSoon();
-        }
-        const bool mayHaveEnded = waited[1].revents != 0 || child.Fd() < 0;
-        if (mayHaveEnded && (!isReadable || pipe < 0 || round % kReadsPerLook == 0) && child.HasEnded()) {
-            if (pipe >= 0) reader->ReadRest();
+        (void)poll(waited, kWaited, lookMs < 0 ? leftMs : std::min(lookMs, leftMs));
+
+        const bool isReadable = hasOutput && waited[kOutput].revents != 0;
+        if (isReadable && !reader->ReadOnce() && reader->HasEnded()) child.LookSoon();
+        const bool mayHaveEnded = waited[kChild].revents != 0 || child.Fd() < 0;
+        // While something was there, there is probably more: it comes first, except for a look now and then.
+        const bool isTimeToLook = !isReadable || reader->HasEnded() || round % kReadsPerLook == 0;
+        if (mayHaveEnded && isTimeToLook && child.HasEnded()) {
+            if (reader != nullptr) reader->ReadRest();
             return End::kExited;
         }
-        if (waited[2].revents != 0) return End::kStopped;
+        if (waited[kStop].revents != 0) return End::kStopped;
         if (leftMs == 0) return End::kTooLong;
     }
 }
@@ -275,7 +286,7 @@ void CloseFrom(int first) {
 }  // namespace
 
 i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
-    const CallSite where{output != nullptr ? "TesselExecShellPrcPipe" : "TesselExecShellProcess", __LINE__};
+    const CallSite where = CallSite::Current(output != nullptr ? "TesselExecShellPrcPipe" : "TesselExecShellProcess");
     TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);
     UniqueFd readEnd;
     UniqueFd writeEnd;
@@ -310,7 +321,7 @@ i32 RunTool(const Tool& tool, ToolOutput* output, pid_t* pid) {
         output->wasStarted = true;
         reader.emplace(readEnd.Get(), *output);
     }
-    const End end = AwaitEnd(child, readEnd.Get(), reader ? &*reader : nullptr, limit);
+    const End end = AwaitEnd(child, reader ? &*reader : nullptr, limit);
     const i32 status = Finish(child, tool, output, end, limit, where);
     if (status == kExecFailedStatus) report.Log(where);
     if (output != nullptr) TESSEL_DBG_AT(where, "%s:%d:[%s]", where.function, where.line, tool.argv[0]);

@@ -236,7 +236,7 @@ i32 ConnectWithin(int fd, const sockaddr_un& address, const Limits& limits, Call
 
 // Connects `fd` to the name. 0, or -1: with a log line, or with errno ECANCELED when it was stopped.
 i32 ConnectTo(int fd, const char* name, sockaddr_un& address, const Limits& limits) {
-    constexpr CallSite kWhere{"MakeAddrClient", __LINE__};
+    constexpr CallSite kWhere = CallSite::Current("MakeAddrClient");
     if (tessel::FormSocketAddress(name, address)) return ConnectWithin(fd, address, limits, kWhere);
     TESSEL_ERR_AT(kWhere, "the name is too long!");
     errno = ENAMETOOLONG;  // the caller's may be anything
@@ -297,10 +297,10 @@ Exchange ApiExchange(u32 type, const void* data, i32 size, void* reply, i32 repl
 }  // namespace
 
 i32 MakeAddrServer(int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen) {
-    return tessel::MakeAddrServerFor(nullptr, fd, name, addr, addrlen);
+    return tessel::MakeAddrServerFor(std::nullopt, fd, name, addr, addrlen);
 }
 
-i32 tessel::MakeAddrServerFor(const SocketAccess* clients, int fd, const char* name, sockaddr_un* addr,
+i32 tessel::MakeAddrServerFor(const std::optional<SocketAccess>& clients, int fd, const char* name, sockaddr_un* addr,
                               socklen_t* addrlen, CallSite where) {
     if (!FormSocketAddress(name, *addr)) {
         TESSEL_ERR_AT(where, "the name is too long!");
@@ -312,9 +312,9 @@ i32 tessel::MakeAddrServerFor(const SocketAccess* clients, int fd, const char* n
     }
     unlink(addr->sun_path);
     // The file gets the descriptor's mode. Until it listens, nobody can connect.
-    const bool isMade = (clients == nullptr || fchmod(fd, clients->mode) == 0) &&
+    const bool isMade = (!clients || fchmod(fd, clients->mode) == 0) &&
                         bind(fd, reinterpret_cast<sockaddr*>(addr), *addrlen) == 0 &&
-                        (clients == nullptr || lchown(addr->sun_path, static_cast<uid_t>(-1), clients->group) == 0);
+                        (!clients || lchown(addr->sun_path, static_cast<uid_t>(-1), clients->group) == 0);
     if (!isMade) {
         LogPerror(where, "bind error");
         unlink(addr->sun_path);
@@ -361,7 +361,7 @@ Exchange CallbackExchange(const char* name, u32 type, const void* data, i32 size
     return exchange;
 }
 
-constexpr CallSite kCallbackSite{"IpcCallbackSendAndRecv", __LINE__};
+constexpr CallSite kCallbackSite = CallSite::Current("IpcCallbackSendAndRecv");
 
 }  // namespace
 

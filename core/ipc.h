@@ -9,6 +9,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <optional>
+
 #include "core/call_site.h"
 #include "core/types.h"
 #include "tessel/ipc.h"
@@ -58,9 +60,9 @@ struct SocketAccess {
     gid_t group;  // -1: the process's
 };
 
-// MakeAddrServer; unless `clients` is null, the file has that access before anybody can connect.
-i32 MakeAddrServerFor(const SocketAccess* clients, int fd, const char* name, sockaddr_un* addr, socklen_t* addrlen,
-                      CallSite where = CallSite::Current());
+// MakeAddrServer; the file has the access of `clients`, if there is one, before anybody can connect.
+i32 MakeAddrServerFor(const std::optional<SocketAccess>& clients, int fd, const char* name, sockaddr_un* addr,
+                      socklen_t* addrlen, CallSite where = CallSite::Current());
 
 // Fills `addr` for the name. False when the path is too long.
 [[nodiscard]] bool FormSocketAddress(const char* name, sockaddr_un& addr);

@@ -44,7 +44,7 @@ InterfaceAnswer Ask(unsigned long request, void* question, const InterfaceWords&
 
 // For the helpers, whose failures are logged twice: by the ioctl and in their own name.
 i32 Query(unsigned long request, const char* ifname, ifreq& question, CallSite where = CallSite::Current()) {
-    constexpr CallSite kIoctl{"SocketIoctl", __LINE__};
+    constexpr CallSite kIoctl = CallSite::Current("SocketIoctl");
     if (AskInterface(ifname, request, question, {}, kIoctl) == InterfaceAnswer::kAnswered) return 0;
     LogPerror(where, "ioctl error");
     return -1;

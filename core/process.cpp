@@ -86,9 +86,10 @@ i32 FindByCmdline(const char* dir, const char* name, const char* name2, const ch
     });
 }
 
-bool BelongsToInterface(const char* entry, const char* pattern, const char* word, const char* except) {
+bool IsWanted(const char* entry, const tessel::InterfaceProcess& wanted) {
     const Cmdline cmdline(kProcesses, entry);
-    return cmdline.Has(pattern) && cmdline.HasWord(word) && (except == nullptr || !cmdline.Has(except));
+    return cmdline.Has(wanted.pattern) && cmdline.HasWord(wanted.word) &&
+           (wanted.except == nullptr || !cmdline.Has(wanted.except));
 }
 
 }  // namespace
@@ -116,11 +117,16 @@ i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* nam
 
 namespace tessel {
 
-i32 FindInterfaceProcess(const char* pattern, const char* word, const char* except) {
-    const i32 pid = FindSubdirectory(kProcesses, kOpenFailure, CallSite::Current(), [&](const char* entry) {
-        return BelongsToInterface(entry, pattern, word, except);
-    });
+pid_t InterfaceProcess::Find() const {
+    const i32 pid = FindSubdirectory(kProcesses, kOpenFailure, CallSite::Current("FindInterfaceProcess"),
+                                     [this](const char* entry) { return IsWanted(entry, *this); });
     return pid > 0 ? pid : 0;
+}
+
+bool InterfaceProcess::Is(pid_t pid) const {
+    char entry[16];
+    snprintf(entry, sizeof(entry), "%d", pid);
+    return pid > 0 && IsWanted(entry, *this);
 }
 
 i32 FindProgram(const char* program, const char* word) {
@@ -131,12 +137,6 @@ i32 FindProgram(const char* program, const char* word) {
         return strcmp(name, program) == 0 && Cmdline(kProcesses, entry).HasWord(word);
     });
     return pid > 0 ? pid : 0;
-}
-
-bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except) {
-    char entry[16];
-    snprintf(entry, sizeof(entry), "%d", pid);
-    return BelongsToInterface(entry, pattern, word, except);
 }
 
 }  // namespace tessel

@@ -3,6 +3,8 @@
 // The first three return the pid of the first match, 0 when none matches, -1 with a log line when `dir` cannot be read.
 #pragma once
 
+#include <sys/types.h>
+
 #include "core/types.h"
 
 // The process whose command name (the first line of its status file) contains `name`.
@@ -17,12 +19,17 @@ i32 GetServicePidFromCmdline2(const char* dir, const char* name, const char* nam
 
 namespace tessel {
 
-// The process whose command line contains `pattern`, has `word` as one of its words and does not contain `except`
-// (null: anything may be in it); 0 when there is none or `word` is empty.
-[[nodiscard]] i32 FindInterfaceProcess(const char* pattern, const char* word, const char* except);
+// A program that keeps running for an interface, found again among all processes. Its texts are not owned.
+struct InterfaceProcess {
+    const char* pattern;           // what its command line contains
+    const char* word;              // one of its words: as a mere part, "eth1" would find what belongs to eth10
+    const char* except = nullptr;  // what it does not contain; null: no such condition
 
-// True when `pid` is such a process.
-[[nodiscard]] bool IsInterfaceProcess(i32 pid, const char* pattern, const char* word, const char* except);
+    // The first such process; 0 when there is none or `word` is empty.
+    [[nodiscard]] pid_t Find() const;
+    // True if `pid` still is such a process: it may have ended, and its number may now be another's.
+    [[nodiscard]] bool Is(pid_t pid) const;
+};
 
 // The process that is called `program`, whatever its command line says, and has `word` as one of its words there; 0
 // when there is none.

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 
 #include "core/client_group.h"
 #include "core/folder_watch.h"
@@ -30,26 +31,31 @@ constexpr unsigned kRebuildSeconds = 1;
 // Something that keeps the socket from being made, such as a folder of its name, may persist. Logged once in this time.
 constexpr std::chrono::seconds kComplaintTime(60);
 
-constexpr useconds_t kShortagePauseUs = 100'000;
-
 // In whose name the server's lines are logged, whichever of its steps they come from.
 constexpr char kServer[] = "IpcApiDaemonInit";
 
-// True for what passes by itself: this process or the whole system is out of descriptors or memory just now.
-bool IsShortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
+// What `open` opens, however long this process or the whole system is out of descriptors or memory: that passes by
+// itself, and is logged once. Closed, with errno set, after any other failure.
+template <typename Open>
+UniqueFd OpenDespiteShortage(Open open, const char* failure, CallSite where) {
+    constexpr useconds_t kPauseUs = 100'000;
+    for (bool isKnown = false;; isKnown = true) {
+        UniqueFd fd(open());
+        const bool isShortage = errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS;
+        if (fd.IsOpen() || !isShortage) return fd;
+        if (!isKnown) tessel::LogPerror(where, failure);
+        usleep(kPauseUs);
+    }
 }
 
-// A new listening socket, bound, however long a shortage of descriptors or memory lasts. Closed, with a log line, when
-// no socket can be made at all.
+// A new listening socket, bound. Closed, with a log line, when no socket can be made at all.
 UniqueFd MakeListener(CallSite where = CallSite::Current()) {
-    UniqueFd listener;
-    while (true) {
-        listener.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        if (listener.IsOpen()) break;
-        tessel::LogPerror(where, "socket error!");
-        if (!IsShortage(errno)) return listener;
-        sleep(kRebuildSeconds);
+    constexpr char kFailure[] = "socket error!";
+    UniqueFd listener =
+        OpenDespiteShortage([] { return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }, kFailure, where);
+    if (!listener.IsOpen()) {
+        tessel::LogPerror(where, kFailure);
+        return listener;
     }
     sockaddr_un address{};
     socklen_t addressLength = 0;
@@ -113,18 +119,26 @@ void ServeConnection(int connection, Request& request, tessel::FolderWatch& logS
     (void)node->handler(connection, request.head.type, request.payload.data(), request.head.size);
 }
 
-// The next client; closed when the listening socket is broken.
+// The next client, which waits in the queue during a shortage; closed, with errno set, when the socket is broken.
 UniqueFd AcceptClient(int listener) {
-    bool isShortKnown = false;
-    while (true) {
-        UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-        if (connection.IsOpen()) return connection;
+    const auto accept = [listener] {
+        int connection = -1;
         // A signal, or a client that is already gone, says nothing about the listening socket.
-        if (errno == EINTR || errno == ECONNABORTED) continue;
-        if (!IsShortage(errno)) return connection;
-        if (!isShortKnown) tessel::LogPerror(CallSite::Current(kServer), "accept error");
-        isShortKnown = true;
-        usleep(kShortagePauseUs);  // clients wait in the queue meanwhile
+        do
+            connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        while (connection < 0 && (errno == EINTR || errno == ECONNABORTED));
+        return connection;
+    };
+    return OpenDespiteShortage(accept, "accept error", CallSite::Current(kServer));
+}
+
+// Serves until the listening socket is broken, and sets errno then. True when there was a client.
+bool ServeUntilBroken(int listener, tessel::FolderWatch& logSwitches) {
+    Request request;
+    for (bool hasServed = false;; hasServed = true) {
+        const UniqueFd connection = AcceptClient(listener);
+        if (!connection.IsOpen()) return hasServed;
+        ServeConnection(connection.Get(), request, logSwitches);
     }
 }
 
@@ -133,31 +147,27 @@ UniqueFd AcceptClient(int listener) {
 i32 IpcApiDaemonInit() {
     UniqueFd listener = MakeListener();
     if (!listener.IsOpen()) return -1;
-    Request request;
     tessel::FolderWatch logSwitches(tessel::kLogSwitchFolder);
     TESSEL_ERR("[TESSEL_DAEMON]: api daemon start");
 
-    bool isRebuilt = false;
     tessel::Deadline silence{std::chrono::milliseconds(0)};
-    while (true) {
-        const UniqueFd connection = AcceptClient(listener.Get());
-        if (connection.IsOpen()) {
-            isRebuilt = false;
-            ServeConnection(connection.Get(), request, logSwitches);
-            continue;
-        }
-        const bool isSilent = isRebuilt && !silence.HasPassed();
-        tessel::LogLimit limit(isSilent ? 0 : UINT32_MAX, kComplaintTime);
-        if (isRebuilt && !isSilent) silence = tessel::Deadline(kComplaintTime);
-        TESSEL_PERROR("accept error");
+    for (bool isRebuilt = false; listener.IsOpen(); isRebuilt = true) {
+        const bool hasServed = ServeUntilBroken(listener.Get(), logSwitches);
         // A failure to bind shows only here, and its cause may persist.
-        if (isRebuilt) {
+        const bool isUseless = isRebuilt && !hasServed;
+        std::optional<tessel::LogLimit> mute;  // also covers what is logged while the next one is made
+        if (isUseless && !silence.HasPassed()) {
+            mute.emplace(0U, kComplaintTime);
+        } else if (isUseless) {
+            silence = tessel::Deadline(kComplaintTime);
+        }
+        TESSEL_PERROR("accept error");
+        if (isUseless) {
             TESSEL_ERR("creat unix domain server fail, sleep a while!");
             sleep(kRebuildSeconds);
         }
         listener.Reset();
         listener = MakeListener();
-        if (!listener.IsOpen()) return -1;
-        isRebuilt = true;
     }
+    return -1;
 }

@@ -1,28 +1,36 @@
 #include "core/text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 
 #include "core/log.h"
 
 namespace tessel {
 
+namespace {
+
+constexpr char kHexDigits[] = "0123456789abcdefABCDEF";
+
+}  // namespace
+
 bool CanBeLineWord(const char* text) {
     const auto isOfWord = [](char c) { return static_cast<u8>(c) > ' ' && c != '\x7f'; };
     return text != nullptr && text[0] != '\0' && text[0] != '-' && std::all_of(text, text + strlen(text), isOfWord);
 }
 
+bool AcceptText(const char* text, bool isRight, CallSite where) {
+    if (!isRight) TESSEL_ERR_AT(where, "the text [%s] is invalid!", text != nullptr ? text : "");
+    return isRight;
+}
+
 bool IsLineWord(const char* text, CallSite where) {
-    if (CanBeLineWord(text)) return true;
-    TESSEL_ERR_AT(where, "the text [%s] is invalid!", text != nullptr ? text : "");
-    return false;
+    return AcceptText(text, CanBeLineWord(text), where);
 }
 
 bool IsMacText(const char* text) {
     constexpr int kBytes = 6;
     for (int byte = 0; byte < kBytes; ++byte) {
-        const std::size_t digits = strspn(text, "0123456789abcdefABCDEF");
+        const std::size_t digits = strspn(text, kHexDigits);
         const char end = byte == kBytes - 1 ? '\0' : ':';
         if (digits < 1 || digits > 2 || text[digits] != end) return false;
         text += digits + 1;
@@ -68,14 +76,6 @@ struct ByteList {
     i32 count = 0;
 };
 
-// Position of the first character of `piece` that is not a hexadecimal digit; its length when all are.
-std::size_t HexDigits(const char* piece) {
-    std::size_t position = 0;
-    while (isxdigit(static_cast<unsigned char>(piece[position])) != 0)
-        ++position;
-    return position;
-}
-
 bool StoreHexByte(const char* piece, ByteList& list, tessel::CallSite where) {
     constexpr unsigned long kByteMax = 255;
     const unsigned long value = strtoul(piece, nullptr, 16);
@@ -105,7 +105,7 @@ i32 StrToU8WitchoutSepchar(char* src, char sep, u8* dst, i32 dstLen) {
     while (true) {
         char* separator = sep == '\0' ? nullptr : strchr(piece, sep);
         if (separator != nullptr) *separator = '\0';
-        const std::size_t digits = HexDigits(piece);
+        const std::size_t digits = strspn(piece, tessel::kHexDigits);
         if (piece[digits] != '\0') {
             const int offset = static_cast<int>(piece - src);
             const int position = static_cast<int>(digits);

@@ -34,6 +34,9 @@ class FieldText {
 // The same without a log line.
 [[nodiscard]] bool CanBeLineWord(const char* text);
 
+// Passes on whether a text from outside is what it has to be. If it is not, logs that.
+[[nodiscard]] bool AcceptText(const char* text, bool isRight, CallSite where);
+
 // True for six bytes in hexadecimal of one or two digits each, joined by colons, and for nothing else.
 [[nodiscard]] bool IsMacText(const char* text);
 

@@ -38,7 +38,6 @@ void BlockSignals() {
 void ApplyPriority(const ThreadStart& start) {
     if (start.policy != SCHED_RR) {
         // On Linux this affects only the calling thread. Without privilege it changes nothing.
-        errno = 0;
         (void)!nice(-start.prio);
         return;
     }

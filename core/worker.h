@@ -53,7 +53,7 @@ class Worker {
     // For the body.
 
     [[nodiscard]] bool IsWanted() const {
-        return isWanted_.load(std::memory_order_relaxed);  // StopFd orders everything else
+        return isWanted_;
     }
     // The only sleep of a worker. False: no longer wanted.
     [[nodiscard]] bool Sleep(std::chrono::milliseconds time) const;

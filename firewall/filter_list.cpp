@@ -73,6 +73,18 @@ i32 Manage(const ListKind& list, const Operation& operation, const CommandLine& 
     return tessel::RunRule(rule, tessel::kCommandFailed, log, match.where).value_or(0);
 }
 
+// For entries without a MAC. Unlike that of others, the line is logged with a flag, and also if its rule already
+// exists.
+i32 RunIpRule(const Rule& rule, const CommandLine& line, const LogRule* log) {
+    const bool isDel = IsDeletion(rule);
+    TESSEL_PRT_AT(line.where, "achCmdBuf: %s , del flag :%d", line.text, isDel ? 1 : 0);
+    if (!isDel && RuleCheck(line.text) != 0) return 0;
+    if (log != nullptr) (void)RunLogRule(rule, *log, line.where);  // the rule itself matters more
+    if (Run(line) == 0) return 0;
+    TESSEL_ERR_AT(line.where, "%s", tessel::kCommandFailed);
+    return -1;
+}
+
 // An end address of zeros: the entry is a network.
 bool ComposeIpMatch(CommandLine& match, const TNetIpFilter& entry) {
     const u16 family = entry.tStart.wSinFamily;
@@ -89,21 +101,16 @@ i32 IpFilterListManage(u32 operation, const TNetIpFilter& entry) {
     const Operation* found = FindOperation(operation);
     if (found == nullptr) return -1;
     const u16 family = entry.tStart.wSinFamily;
-    const bool isKnown = tessel::FindFamily(family) != nullptr;
-    if (!isKnown) TESSEL_ERR("IpFilterListManage wSinFamily %d is invalid!", family);
     const ListKind& list = kIpLists[family == TESSEL_FAMILY_INET6 ? 1 : 0];
     CommandLine match;
-    CommandLine line;  // stays empty for an unknown family: running it fails, and is logged, like any other
+    CommandLine line;
     const Rule rule{list.program, found->ipWord, found->chain, match.text, found->target};
-    if (isKnown && (!ComposeIpMatch(match, entry) || !ComposeRule(line, rule))) return -1;
-    const bool isDel = strcmp(rule.operation, "-D") == 0;
-    // Replaces the line that every other change logs; here also for a rule that already exists.
-    TESSEL_PRT("achCmdBuf: %s , del flag :%d", line.text, isDel ? 1 : 0);
-    if (!isDel && RuleCheck(line.text) != 0) return 0;
-    if (isKnown && found->isLogged) (void)RunLogRule(rule, list.log);  // the rule itself matters more
-    if (Run(line) == 0) return 0;
-    TESSEL_ERR("%s", tessel::kCommandFailed);
-    return -1;
+    if (tessel::FindFamily(family) == nullptr) {
+        TESSEL_ERR("IpFilterListManage wSinFamily %d is invalid!", family);
+        return RunIpRule(rule, line, nullptr);  // the empty line fails, and is logged, like any other
+    }
+    if (!ComposeIpMatch(match, entry) || !ComposeRule(line, rule)) return -1;
+    return RunIpRule(rule, line, found->isLogged ? &list.log : nullptr);
 }
 
 i32 MacFilterListManage(u32 operation, const char* mac) {

@@ -16,12 +16,11 @@ constexpr char kLogRule[] = "%s %s %s %s%s -j LOG %s --log-level %s";
 constexpr u32 kCheckOutputBytes = 128;
 constexpr std::size_t kLogLevelNotice = 2;  // of g_achLogLevel
 
-// Only a rule to be added is looked for; whether one can be deleted is left to the tool.
-bool IsPresent(const Rule& rule, const CommandLine& line) {
-    return strcmp(rule.operation, "-D") != 0 && RuleCheck(line.text) != 0;
-}
-
 }  // namespace
+
+bool IsDeletion(const Rule& rule) {
+    return strcmp(rule.operation, "-D") == 0;
+}
 
 bool ComposeRule(CommandLine& line, const Rule& rule) {
     return ComposeCommand(line, kRule, rule.program, rule.program, rule.operation, rule.chain, rule.match, rule.target);
@@ -37,7 +36,7 @@ i32 RunLogRule(const Rule& rule, const LogRule& log, CallSite where) {
 std::optional<i32> RunRule(const Rule& rule, const char* failure, const LogRule* log, CallSite where) {
     CommandLine line(where);
     if (!ComposeRule(line, rule)) return -1;
-    if (IsPresent(rule, line)) return std::nullopt;
+    if (!IsDeletion(rule) && RuleCheck(line.text) != 0) return std::nullopt;
     if (log != nullptr) (void)RunLogRule(rule, *log, where);  // the rule itself matters more
     return RunChange(line, {.name = "", .failure = failure});
 }

@@ -25,6 +25,9 @@ struct Rule {
     const char* target;
 };
 
+// Only a rule to be added is looked for first; whether one can be deleted is left to the tool.
+[[nodiscard]] bool IsDeletion(const Rule& rule);
+
 // The rule beside another that logs what both match.
 struct LogRule {
     const char* prefix;   // the whole option. Its quotation marks reach the tool: there is no shell to remove them

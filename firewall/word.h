@@ -4,26 +4,19 @@
 
 #include "core/call_site.h"
 #include "core/family.h"
-#include "core/log.h"
 #include "core/text.h"
 
 namespace tessel {
 
 // True for the text of a MAC. False with a log line.
 [[nodiscard]] inline bool IsMacWord(const char* text, CallSite where = CallSite::Current()) {
-    if (!IsLineWord(text, where)) return false;
-    const bool isMac = IsMacText(text);
-    if (!isMac) TESSEL_ERR_AT(where, "the text [%s] is invalid!", text);
-    return isMac;
+    return AcceptText(text, text != nullptr && IsMacText(text), where);
 }
 
 // True for the text of an address of this family. False with a log line.
 [[nodiscard]] inline bool IsAddressWord(const AddressFamily& family, const char* text,
                                         CallSite where = CallSite::Current()) {
-    if (!IsLineWord(text, where)) return false;
-    const bool isAddress = IsAddressText(family, text);
-    if (!isAddress) TESSEL_ERR_AT(where, "the text [%s] is invalid!", text);
-    return isAddress;
+    return AcceptText(text, text != nullptr && IsAddressText(family, text), where);
 }
 
 }  // namespace tessel

@@ -14,6 +14,7 @@
 #include "core/system.h"
 #include "core/text.h"
 
+using tessel::CallSite;
 using tessel::CommandLine;
 using tessel::Worker;
 
@@ -43,58 +44,49 @@ i32 Signed(u32 number) {
 }
 
 // Reports one echo; `result` has its number and whether it is the last.
-void Report(const TNetPingStartReq& ping, TNetPingResult result, const char* output, tessel::CallSite where) {
-    const i32 userId = result.nUserId = ping.nUserId;
+void Report(const TNetPingStartReq& ping, TNetPingResult result, const char* output, CallSite where) {
+    result.nUserId = ping.nUserId;
     const u32 event = tessel::PingClass(output);
     if (event == TESSEL_PING_REPLY && PingBufToMsg(output, &result) != 0) {
         TESSEL_ERR_AT(where, "%s", output);
         TESSEL_ERR_AT(where, "ping buf to msg error!");
         return;
     }
-    const i32 sent = Notify(tessel::NoticeSocket("%s_%d", TESSEL_SOCKET_PING, userId), event, result);
+    const i32 sent = Notify(tessel::NoticeSocket("%s_%d", TESSEL_SOCKET_PING, ping.nUserId), event, result);
     if (sent != TESSEL_IPC_OK) {
         TESSEL_ERR_AT(where, "send and recv msg error:%d!", sent);
     } else if (ping.tTarget.wSinFamily == TESSEL_FAMILY_INET) {
-        TESSEL_PRT_AT(where, "User Id %d ping return : %u(%u)", userId, event, result.dwSeq);
+        TESSEL_PRT_AT(where, "User Id %d ping return : %u(%u)", ping.nUserId, event, result.dwSeq);
     } else {
         TESSEL_PRT_AT(where, "ping return:%u(%u)", event, result.dwSeq);
     }
 }
 
-// All echoes of a session. 0, or -1 when it ended before the last.
-i32 SendEchoes(const Worker& self, const TNetPingStartReq& ping, CommandLine command) {
-    if (!tessel::ComposePing(command, ping)) return -1;
+// All echoes of a session. False when it ended before the last.
+bool SendEchoes(const Worker& self, const TNetPingStartReq& ping, CommandLine command) {
+    if (!tessel::ComposePing(command, ping)) return false;
     TESSEL_PRT_AT(command.where, "pchCmd : %s", strchr(command.text, ' ') + 1);
     for (u32 i = 0; i < ping.dwCount; ++i) {
-        if (!self.IsWanted()) return -1;
+        if (!self.IsWanted()) return false;
         tessel::ToolOutput output(kPingOutputBytes);
         output.timeLimit = std::chrono::seconds(ping.dwTimeout) + kGrace;
         (void)tessel::RunForStatus(command, &output);  // what it printed counts
-        if (!output.wasStarted || !self.IsWanted()) return -1;
+        if (!output.wasStarted || !self.IsWanted()) return false;
         TESSEL_PRT_AT(command.where, "pchChildStdoutBuf : %s", output.text);
         TNetPingResult result{};
         result.dwSeq = i;
         result.dwLast = i == ping.dwCount - 1 ? 1 : 0;
         Report(ping, result, output.text, command.where);
     }
-    return 0;
-}
-
-// They differ in the name under which they log.
-i32 Ping4(const Worker& self, const TNetPingStartReq& ping) {
-    return SendEchoes(self, ping, CommandLine());
-}
-
-i32 Ping6(const Worker& self, const TNetPingStartReq& ping) {
-    return SendEchoes(self, ping, CommandLine());
+    return true;
 }
 
 bool PingThread(const Worker& self, TNetPingStartReq& ping) {
     switch (ping.tTarget.wSinFamily) {
         case TESSEL_FAMILY_INET:
-            return Ping4(self, ping) == 0;
+            return SendEchoes(self, ping, CommandLine(CallSite::Current("Ping4")));
         case TESSEL_FAMILY_INET6:
-            return Ping6(self, ping) == 0;
+            return SendEchoes(self, ping, CommandLine(CallSite::Current("Ping6")));
         default:
             TESSEL_ERR("the wSinFamily %d is invalid!", ping.tTarget.wSinFamily);
             return false;

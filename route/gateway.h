@@ -35,10 +35,6 @@
 [[nodiscard]] i32 GatewayGet(const char* pchIfaceName, u16 wSinFamily, TNetGateway* ptNetGateway, u32 dwTable = 0);
 [[nodiscard]] i32 GetGateWayV4(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable = 0);
 [[nodiscard]] i32 GetGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway, u32 dwTable = 0);
-namespace tessel {
-// GetGateWayV6 as a part of `where`, whose name the log lines bear.
-[[nodiscard]] i32 ReadGateWayV6(const char* name, TNetGateway* gateway, u32 table, CallSite where);
-}  // namespace tessel
 // *pdwExpires becomes 1 when the route has a lifetime, else it is left alone.
 [[nodiscard]] i32 GetGateWayV6Ex(const char* pchIfaceName, TNetGateway* ptNetGateway, u32* pdwExpires);
 
@@ -61,3 +57,11 @@ inline constexpr auto& DelGateWayV6FromTable = DelGateWayV6;
 inline constexpr auto& GatewayGetFromTable = GatewayGet;
 inline constexpr auto& GetGateWayV4FromTable = GetGateWayV4;
 inline constexpr auto& GetGateWayV6FromTable = GetGateWayV6;
+
+namespace tessel {
+
+// GetGateWayV6 as a part of `where`, whose name the log lines bear. A null name: any interface. Stores the zero address
+// when there is no gateway.
+[[nodiscard]] i32 ReadGateWayV6(const char* name, TNetGateway* gateway, u32 table, CallSite where);
+
+}  // namespace tessel

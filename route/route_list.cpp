@@ -68,7 +68,7 @@ void AppendRoutes(const char* output, const AddressFamily& family, TNetAllRouteI
         rest = end + 1;
         if (!IsStaticRoute(line)) continue;
         list.atRoute[list.dwNum] = ReadRoute(line, family, where);
-        list.dwNum = list.dwNum + 1;
+        ++list.dwNum;
     }
 }
 

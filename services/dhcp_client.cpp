@@ -80,7 +80,7 @@ bool RenewRunningClient(const tessel::InterfaceProcess& client, const TDhcpcInfo
     const pid_t pid = client.Find();
     if (pid <= 0) return false;
     TESSEL_PRT_AT(where, " %s dhcpc already start. nApipid %d", InterfaceOf(info), info.nApipid.load());
-    client.Signal(pid, SIGUSR1);
+    Signal(client, pid, SIGUSR1);
     return true;
 }
 

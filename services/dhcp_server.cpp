@@ -269,7 +269,7 @@ i32 EndDhcpServer(const char* interfaceName, CallSite where) {
     }
     TESSEL_PRT_AT(where, "*****found udhcpd process, pid_file:%s, config_file:%s, will kill process %d*****", files.pid,
                   files.configuration, pid);
-    const i32 status = server.Kill(pid);
+    const i32 status = KillByTool(server, pid);
     if (status != 0) TESSEL_ERR_AT(where, "the child process error:ret=%d!", status);
     return status;
 }

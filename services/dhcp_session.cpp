@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kSecond(1);
 }  // namespace
 
 i32 KillProcess(const InterfaceProcess& wanted, pid_t pid, CallSite where) {
-    if (wanted.Kill(pid) == 0) return 0;
+    if (KillByTool(wanted, pid) == 0) return 0;
     TESSEL_ERR_AT(where, "the child process error!");
     TESSEL_ERR_AT(where, "kill -9 %d", pid);
     return -1;
@@ -52,8 +52,8 @@ i32 StartClient(const CommandLine& line) {
 }
 
 void RenewFromScratch(const InterfaceProcess& client, pid_t pid) {
-    client.Signal(pid, SIGUSR2);  // release
-    client.Signal(pid, SIGUSR1);  // renew
+    Signal(client, pid, SIGUSR2);  // release
+    Signal(client, pid, SIGUSR1);  // renew
     sleep(1);
 }
 
@@ -118,7 +118,7 @@ TNetGateway* NextDns(TNetDhcpcLease& lease, const char* text, CallSite where) {
         return nullptr;
     }
     TNetGateway* const place = &lease.atDns[lease.dwDnsNum];
-    lease.dwDnsNum = lease.dwDnsNum + 1;
+    ++lease.dwDnsNum;
     return place;
 }
 

@@ -36,6 +36,9 @@ constexpr milliseconds kLook(100);
 // The event of a file: a code of g_atDhcpcConfMsgType, or what the last report was sent with.
 enum ResultEvent : u32 { kDeconfig = 0, kLease = 1, kLeaseFail = 2, kNak = 3, kTimeout = 4 };
 
+// A code of g_atDhcpcConfEthItem.
+enum ResultItem : u32 { kLocal = 0, kSubnet = 1, kRouter = 2, kDns = 3, kLeaseTime = 4 };
+
 // What helps the client: one that keeps link-local addresses, and the script while it runs. The client's own command
 // line names the script, too.
 InterfaceProcess LinkLocalHelper(const char* interfaceName) {
@@ -72,21 +75,21 @@ void TakeItem(const char* line, TNetDhcpcLease& lease, CallSite where) {
         if (value == nullptr) continue;
         value += strlen(item.pchWord);
         if (*value != '\0') ++value;
-        switch (item.dwCode) {
-            case 0:
+        switch (static_cast<ResultItem>(item.dwCode)) {
+            case kLocal:
                 lease.tAddr.wSinFamily = TESSEL_FAMILY_INET;
                 StoreAddress(lease.tAddr, value);
                 break;
-            case 1:
+            case kSubnet:
                 lease.dwPrefixLen = static_cast<u32>(MaskToPrefix(TESSEL_FAMILY_INET, value));
                 break;
-            case 2:
+            case kRouter:
                 StoreAddress(lease.tRouter, value);
                 break;
-            case 3:
+            case kDns:
                 StoreDns(lease, value, where);
                 break;
-            default:
+            case kLeaseTime:
                 lease.dwLeaseTime = static_cast<u32>(atoi(value));
                 break;
         }

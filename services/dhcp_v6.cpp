@@ -143,6 +143,7 @@ bool TakeEvent(const char* line, const Reading& reading) {
 // Takes a line with a keyword, anywhere in it, and a value. False when it fails.
 bool TakeItem(char* line, const Reading& reading) {
     constexpr const char* kKeywords[] = {"local", "leasetime", "prefix", "dnsserver", "route"};
+    enum Item { kLocal, kLeaseTime, kPrefix, kDnsServer, kRoute };  // their indexes
     const auto* const found = std::find_if(std::begin(kKeywords), std::end(kKeywords),
                                            [&](const char* keyword) { return strstr(line, keyword) != nullptr; });
     if (found == std::end(kKeywords)) return true;
@@ -153,26 +154,27 @@ bool TakeItem(char* line, const Reading& reading) {
     }
     const char* const value = strtok_r(nullptr, " ", &rest);
     if (value == nullptr) return true;
-    switch (found - std::begin(kKeywords)) {
-        case 0:
+    switch (static_cast<Item>(found - std::begin(kKeywords))) {
+        case kLocal:
             TESSEL_PRT_AT(reading.where, "local tmp : %s", value);
             StoreAddress(reading.lease.tAddr, value);
             return true;
-        case 1:
+        case kLeaseTime:
             reading.lease.dwLeaseTime = static_cast<u32>(atoi(value));
             return true;
-        case 2:
+        case kPrefix:
             reading.lease.dwPrefixLen = static_cast<u32>(atoi(value));
             return true;
-        case 3:
+        case kDnsServer:
             if (TNetGateway* const place = tessel::NextDns(reading.lease, value, reading.where); place != nullptr)
                 StoreAddress(*place, value);
             return true;
-        default:
+        case kRoute:
             if (strcmp(value, kCurrentGateway) == 0) return TakeCurrentGateway(reading);
             StoreAddress(reading.lease.tRouter, value);
             return true;
     }
+    return true;
 }
 
 bool TakeLine(char* line, const Reading& reading) {

@@ -188,15 +188,16 @@ i32 NtpcStop(u16 family) {
         TESSEL_PRT("the %lu ntp has been stopped!", info->tNtpcThreadID.load());
         return 0;
     }
-    pthread_t thread = 0;
-    for (int nWaitTime = 10; (thread = info->tNtpcThreadID) != 0; --nWaitTime) {
+    for (int secondsLeft = 10;; --secondsLeft) {
+        const pthread_t thread = info->tNtpcThreadID;  // read once: the worker clears it
+        if (thread == 0) break;
         // The handle of a worker that is not joined yet is valid, even if the worker has ended.
         if (!info->worker.IsRunning() || pthread_kill(thread, SIGUSR1) == ESRCH) {
             TESSEL_PRT("thread %lu, no such thread.", thread);
             break;
         }
-        TESSEL_PRT("send SIGUSR1 to wake up thread %lu success. nWaitTime = %d", thread, nWaitTime);
-        if (nWaitTime < 0) {
+        TESSEL_PRT("send SIGUSR1 to wake up thread %lu success. nWaitTime = %d", thread, secondsLeft);
+        if (secondsLeft < 0) {
             TESSEL_ERR("thread can't exit normal,so kill it %lu", thread);
             break;
         }

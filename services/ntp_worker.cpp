@@ -37,7 +37,7 @@ void sig_handler_user1(int signal) {
 
 void LogSignal() {
     const int signal = g_signal.exchange(0);
-    if (signal != 0) TESSEL_PRT_AT((CallSite{"sig_handler_user1", __LINE__}), "this signal is %d ", signal);
+    if (signal != 0) TESSEL_PRT_AT(CallSite::Current("sig_handler_user1"), "this signal is %d ", signal);
 }
 
 void AcceptSignal() {

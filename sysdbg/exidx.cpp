@@ -172,9 +172,8 @@ class Program {
     }
 
     void Execute(std::uint8_t instruction) {
+        if (instruction < 0b1000'0000) return MoveStackPointer(instruction);
         switch (instruction >> 4) {
-            case 0b0000 ... 0b0111:
-                return MoveStackPointer(instruction);
             case 0b1000:
                 return PopUnderMask(instruction);
             case 0b1001:

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "sysdbg/debug_thread.h"
@@ -69,5 +70,5 @@ int SysdbgInitSignal(int signal, const char* logPath, const char* crashFile, std
 }
 
 int SysdbgInit(const char* logPath, const char* crashFile, std::int32_t limit, std::uint32_t flags) {
-    return SysdbgInitSignals(kSignals, sizeof(kSignals) / sizeof(kSignals[0]), logPath, crashFile, limit, flags);
+    return SysdbgInitSignals(kSignals, std::size(kSignals), logPath, crashFile, limit, flags);
 }

@@ -111,10 +111,11 @@ void Locate(std::uintptr_t address, bool isReturnAddress, Location& location) {
     // No call precedes the signal trampoline's first instruction, to which the kernel has a handler return.
     const bool isFound = (isReturnAddress && FindFunction(file, address - 1, inFile - 1, location.function)) ||
                          FindFunction(file, address, inFile, location.function);
-    if (isFound)
+    if (isFound) {
         location.offset = inFile - location.function.address;
-    else
+    } else {
         location.function.name[0] = '\0';
+    }
 }
 
 }  // namespace sysdbg

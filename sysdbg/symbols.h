@@ -6,6 +6,8 @@
 
 namespace sysdbg {
 
+class ElfFile;
+
 struct FunctionSymbol {
     char name[512];          // mangled, cut to fit
     std::uintptr_t address;  // less the load bias
@@ -13,7 +15,7 @@ struct FunctionSymbol {
 
 // Finds the function of an ELF file whose range contains `address`. `inFile` is the same address less the file's
 // load bias, as all but absolute symbols hold it. False when there is none, as in a stripped file.
-bool FindFunction(const class ElfFile& file, std::uintptr_t address, std::uintptr_t inFile, FunctionSymbol& function);
+bool FindFunction(const ElfFile& file, std::uintptr_t address, std::uintptr_t inFile, FunctionSymbol& function);
 
 struct Location {
     const char* module = "";  // path; empty where no file is mapped

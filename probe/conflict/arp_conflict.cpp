@@ -24,12 +24,11 @@ namespace {
 
 constexpr std::size_t kReceiveBytes = 2048;
 
-// Results of ArpMacIsConflict.
-constexpr i32 kMacConflict = 2;
+// The other result of ArpMacIsConflict than TESSEL_CONFLICT_MAC.
 constexpr i32 kNoMacConflict = 3;
 
 // Raw, as on the wire.
-u32 Ip(const u8* bytes) {
+u32 LoadAddress(const u8* bytes) {
     u32 ip = 0;
     memcpy(&ip, bytes, sizeof(ip));
     return ip;
@@ -54,7 +53,7 @@ void VisitAddresses(const TNetdevMember& table, const char* name, Visit visit) {
     for (const TNetdevRecord& record : tessel::RecordsOf(table)) {
         if (record.bActive == 0 || strcmp(record.achDevName, name) != 0) continue;
         for (const TNetIpAddr& entry : tessel::AddressesOf(record)) {
-            if (entry.wSinFamily == TESSEL_FAMILY_INET && visit(record, entry, Ip(entry.abyAddr))) return;
+            if (entry.wSinFamily == TESSEL_FAMILY_INET && visit(record, entry, LoadAddress(entry.abyAddr))) return;
         }
     }
 }
@@ -63,13 +62,13 @@ void VisitAddresses(const TNetdevMember& table, const char* name, Visit visit) {
 void Announce(const TNetdevRecord& record) {
     for (const TNetIpAddr& entry : tessel::AddressesOf(record)) {
         if (entry.wSinFamily != TESSEL_FAMILY_INET) continue;
-        SendArpPacket(record.achDevName, Ip(entry.abyAddr), record.abyMac, kArpGratuitous);
+        SendArpPacket(record.achDevName, LoadAddress(entry.abyAddr), record.abyMac, kArpGratuitous);
     }
 }
 
 // Answers, and composes the reports, while the table is locked; sends them without it, so that a listener that does not
 // accept them holds up only this thread.
-void Check(const char* interfaceName, const ether_arp& arp, CallSite where) {
+void TakePacket(const char* interfaceName, const ether_arp& arp, CallSite where) {
     TNetConflictReport ipReport{};
     TNetConflictReport macReport{};
     i32 ipResult = 0;
@@ -97,12 +96,12 @@ bool IsOfInterest(const sockaddr_ll& source, ssize_t size, const ether_arp& arp)
 }  // namespace
 
 i32 ArpIpIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp& arp) {
-    const u32 sender = Ip(arp.arp_spa);
-    const u32 target = Ip(arp.arp_tpa);
+    const u32 sender = LoadAddress(arp.arp_spa);
+    const u32 target = LoadAddress(arp.arp_tpa);
     if (sender == ip && target == ip) {  // announced
         LogIpConflict(name, ip, arp, CallSite::Current());
         if (IsRequest(arp)) ReplyArpPacket(name, ip, ownMac, arp.arp_sha, kArpDefend);
-        return IsRequest(arp) || IsReply(arp) ? 1 : 0;
+        return IsRequest(arp) || IsReply(arp) ? i32{TESSEL_CONFLICT_IP} : 0;
     }
     if (sender == 0 && target == ip && arp.arp_tha[0] == 0) {  // probed for: answered and not reported
         LogIpConflict(name, ip, arp, CallSite::Current());
@@ -115,7 +114,7 @@ i32 ArpIpIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp&
     }
     if (sender == ip && target == 0) {  // the answer to a probe
         LogIpConflict(name, ip, arp, CallSite::Current());
-        return IsReply(arp) ? 1 : 0;
+        return IsReply(arp) ? i32{TESSEL_CONFLICT_IP} : 0;
     }
     return 0;
 }
@@ -128,7 +127,7 @@ i32 ArpMacIsConflict(const char* name, u32 ip, const u8* ownMac, const ether_arp
     } else if (!IsReply(arp)) {
         TESSEL_ERR("arp op is wrong");
     }
-    return kMacConflict;
+    return TESSEL_CONFLICT_MAC;
 }
 
 i32 CheckIpConflict(const TNetdevMember* ptMember, const char* name, const ether_arp* ptArp,
@@ -140,12 +139,11 @@ i32 CheckIpConflict(const TNetdevMember* ptMember, const char* name, const ether
     i32 result = 0;
     VisitAddresses(*ptMember, name, [&](const TNetdevRecord& record, const TNetIpAddr& entry, u32 ip) {
         result = ArpIpIsConflict(name, ip, record.abyMac, *ptArp);
-        if (result == 1) tessel::FillReport(*ptReport, record, entry);
-        return result == 1;
+        const bool isConflict = result == TESSEL_CONFLICT_IP;
+        if (isConflict) tessel::FillReport(*ptReport, record, entry);
+        return isConflict;
     });
-    if (result == 1) {
-        TESSEL_ERR("the ip conflict ip : %s", AddressText(ptReport->tAddr).text);
-    }
+    if (result == TESSEL_CONFLICT_IP) TESSEL_ERR("the ip conflict ip : %s", AddressText(ptReport->tAddr).text);
     return result;
 }
 
@@ -159,7 +157,7 @@ i32 CheckMacConflict(const TNetdevMember* ptMember, const char* name, const ethe
     // All of them: each address is defended.
     VisitAddresses(*ptMember, name, [&](const TNetdevRecord& record, const TNetIpAddr& entry, u32 ip) {
         result = ArpMacIsConflict(name, ip, record.abyMac, *ptArp);
-        if (result == kMacConflict) tessel::FillReport(*ptReport, record, entry);
+        if (result == TESSEL_CONFLICT_MAC) tessel::FillReport(*ptReport, record, entry);
         return false;
     });
     return result;
@@ -195,6 +193,6 @@ void RecvNetPacket(void* /*unused*/) {
         if (ioctl(listener.Get(), SIOCGIFNAME, &interface) != 0) {
             TESSEL_PERROR("ioctl error");
         }
-        Check(interface.ifr_name, arp, CallSite::Current());
+        TakePacket(interface.ifr_name, arp, CallSite::Current());
     }
 }

@@ -79,15 +79,11 @@ void SendRsPacket(const char* pchIface) {
     }
     const SolicitationFrame frame = MakeFrame(mac, source);
     auto sender = tessel::PacketSocket::ForFrames();
-    const bool isReady = sender.IsOpen() && sender.ChooseInterface(pchIface);
-    if (isReady) TESSEL_DBG("IcmpChecksum = [%02x].", ntohs(frame.message.nd_rs_cksum));
-    if (!isReady) {
-        LogFailure(sender.IsOpen() ? "ioctl" : "socket");
-    } else if (!sender.SendFrame(&frame, sizeof(frame))) {
-        LogFailure("sendto");
-    } else {
-        TESSEL_PRT("sendto ok!");
-    }
+    if (!sender.IsOpen()) return LogFailure("socket");
+    if (!sender.ChooseInterface(pchIface)) return LogFailure("ioctl");
+    TESSEL_DBG("IcmpChecksum = [%02x].", ntohs(frame.message.nd_rs_cksum));
+    if (!sender.SendFrame(&frame, sizeof(frame))) return LogFailure("sendto");
+    TESSEL_PRT("sendto ok!");
 }
 
 i32 GetLinkAddr(const char* pchIface, char* address) {

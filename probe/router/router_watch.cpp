@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "addr/address.h"
@@ -16,6 +17,7 @@
 
 using tessel::AddressesOf;
 using tessel::AddressText;
+using tessel::CallSite;
 using tessel::Worker;
 
 namespace {
@@ -59,7 +61,7 @@ i32 TakeReceiver(RouterWatch& watch) {
     return watch.pid;
 }
 
-void Report(const RouterWatch& watch, i32 pid, const TNetRouterNotify& record, tessel::CallSite where) {
+void Report(const RouterWatch& watch, i32 pid, const TNetRouterNotify& record, CallSite where) {
     const tessel::NoticeSocket socket("%s_%s_%d_%d", TESSEL_SOCKET_ROUTER_NOTIFY, watch.interfaceName, watch.userId,
                                       pid);
     TESSEL_PRT_AT(where, "achServerPath %s", socket.name);
@@ -67,41 +69,50 @@ void Report(const RouterWatch& watch, i32 pid, const TNetRouterNotify& record, t
     if (sent != TESSEL_IPC_OK) TESSEL_ERR_AT(where, "send and recv msg error:%d!", sent);
 }
 
-// Each turn ends in the sleep at the bottom. The output of a tool killed by a stop is ignored.
-bool RouterNotifyThread(const Worker& self, RouterWatch& watch) {
+// What a watch remembers from one look to the next.
+struct Memory {
+    TNetIfaceIp addresses;      // as they were reported last
+    i32 pid;                    // to this process
+    bool lacksGateway = false;  // there was none: it is looked for again until there is one
+};
+
+// One look. Nothing: no report is due. The output of a tool killed by a stop is ignored.
+std::optional<TNetRouterNotify> Look(const Worker& self, const RouterWatch& watch, Memory& memory, CallSite where) {
     TNetRouterNotify record{};
     memcpy(record.achDevName, watch.interfaceName, sizeof(record.achDevName));
-    TNetIfaceIp reported{};
-    i32 reportedPid = CopyOf(watch).pid;
-    bool lacksGateway = false;
+    const i32 result = GetGlobalIpaddrV6(watch.interfaceName, &record.tIfaceIp);
+    if (!self.IsWanted()) return std::nullopt;
+    if (result != 0) {
+        TESSEL_ERR_AT(where, "GetGlobalIpaddrV6 error");
+        return std::nullopt;
+    }
+    const bool hasChanged = NetAddrCmp(&record.tIfaceIp, &memory.addresses) != 0;
+    const RouterWatch wanted = CopyOf(watch);
+    if (!hasChanged && !memory.lacksGateway && !wanted.isForced && wanted.pid == memory.pid) {
+        TESSEL_DBG_AT(where, "ra addr not change, no need to report");
+        return std::nullopt;
+    }
+    memory.lacksGateway = GetRaGateWayV6(watch.interfaceName, &record.tGateway) != 0;
+    if (!self.IsWanted()) return std::nullopt;
+    if (!memory.lacksGateway) {
+        TESSEL_DBG_AT(where, "GetRaGateWayV6 ok");
+        return record;
+    }
+    TESSEL_PRT_AT(where, "GetDefaultGateway error");
+    if (hasChanged) return record;
+    TESSEL_DBG_AT(where, "ra addr not change, no gateway, no need to report");
+    return std::nullopt;
+}
+
+bool RouterNotifyThread(const Worker& self, RouterWatch& watch) {
+    const CallSite where = CallSite::Current();
+    Memory memory{.addresses = {}, .pid = CopyOf(watch).pid};
     do {
-        record.tIfaceIp = {};
-        const i32 result = GetGlobalIpaddrV6(watch.interfaceName, &record.tIfaceIp);
-        if (!self.IsWanted()) break;
-        if (result != 0) {
-            TESSEL_ERR("GetGlobalIpaddrV6 error");
-            continue;
+        if (const auto record = Look(self, watch, memory, where)) {
+            memory.addresses = record->tIfaceIp;
+            memory.pid = TakeReceiver(watch);
+            Report(watch, memory.pid, *record, where);
         }
-        const bool hasChanged = NetAddrCmp(&record.tIfaceIp, &reported) != 0;
-        const RouterWatch wanted = CopyOf(watch);
-        if (!hasChanged && !lacksGateway && !wanted.isForced && wanted.pid == reportedPid) {
-            TESSEL_DBG("ra addr not change, no need to report");
-            continue;
-        }
-        lacksGateway = GetRaGateWayV6(watch.interfaceName, &record.tGateway) != 0;
-        if (!self.IsWanted()) break;
-        if (lacksGateway) {
-            TESSEL_PRT("GetDefaultGateway error");
-        } else {
-            TESSEL_DBG("GetRaGateWayV6 ok");
-        }
-        if (lacksGateway && !hasChanged) {
-            TESSEL_DBG("ra addr not change, no gateway, no need to report");
-            continue;
-        }
-        reported = record.tIfaceIp;
-        reportedPid = TakeReceiver(watch);
-        Report(watch, reportedPid, record, tessel::CallSite::Current());
     } while (self.Sleep(tessel::g_routerCycle));
     TESSEL_PRT("the RouterNotifyThread %d quit!", watch.userId);
     return false;  // only a stop ends it
@@ -208,7 +219,7 @@ i32 GetRaGateWayV6(const char* pchIfaceName, TNetGateway* ptNetGateway) {
     }
     *ptNetGateway = {};
     ptNetGateway->wSinFamily = TESSEL_FAMILY_INET6;
-    if (tessel::ReadGateWayV6(pchIfaceName, ptNetGateway, 0, tessel::CallSite::Current()) != 0) return -1;
+    if (tessel::ReadGateWayV6(pchIfaceName, ptNetGateway, 0, CallSite::Current()) != 0) return -1;
     if (std::all_of(std::begin(ptNetGateway->abyAddr), std::end(ptNetGateway->abyAddr),
                     [](u8 byte) { return byte == 0; })) {
         TESSEL_PRT("FindStrMatchHead error!");

@@ -34,9 +34,8 @@ class ClientGroup : public testing::Test {
     void SetUp() override {
         if (As(kOutsider, kOutsider, [] { return 0; }) != 0) GTEST_SKIP() << "one user in this namespace";
         WriteFile("/etc/group", "root:x:0:\nnetadmin:x:4711:other,member\n");
-        WriteFile("/etc/passwd",
-                  "root:x:0:0::/:/bin/sh\nmember:x:2001:2001::/:/bin/sh\nfirst:x:2002:4711::/:/bin/sh\n"
-                  "netadmi:x:2003:2003::/:/bin/sh\n");
+        WriteFile("/etc/passwd", "root:x:0:0::/:/bin/sh\nmember:x:2001:2001:" + std::string(5000, 'm') +
+                                     ":/:/bin/sh\nfirst:x:2002:4711::/:/bin/sh\nnetadmi:x:2003:2003::/:/bin/sh\n");
     }
 };
 
@@ -47,6 +46,8 @@ TEST_F(ClientGroup, KeepsOthersFromTheSocket) {
         // the program, the groups; a member's error, somebody else's, and who may use the socket
         {"everybody, as ever", TESSEL_DAEMON_PATH, groups, 0, 0, "777 0\n"},
         {"a group", TESSEL_GROUPED_DAEMON_PATH, groups, 0, EACCES, "660 4711\n"},
+        {"a large group", TESSEL_GROUPED_DAEMON_PATH, "netadmin:x:4711:" + std::string(20'000, 'm') + "\n", 0, EACCES,
+         "660 4711\n"},
         {"a group that there is not", TESSEL_GROUPED_DAEMON_PATH, "root:x:0:\n", EACCES, EACCES, "600 0\n"},
     };
     for (const auto& [description, program, lines, errorOfMember, errorOfOutsider, rights] : rows) {

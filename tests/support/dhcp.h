@@ -38,7 +38,7 @@ class StandInClients {
 
     // The process of a program on an interface; 0 when there is none.
     static pid_t PidOf(const char* program, const char* interfaceName) {
-        return FindInterfaceProcess(program, interfaceName, nullptr);
+        return InterfaceProcess{.pattern = program, .word = interfaceName}.Find();
     }
 
   private:

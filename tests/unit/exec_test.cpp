@@ -166,6 +166,8 @@ TEST(Tools, StartWithoutTheDaemonsSignalSettings) {
 TEST(Tools, LogsWhatKeptThemFromStartingAndFromEnding) {
     testing::internal::CaptureStdout();
     WriteFile("/tmp/tessellog", "");
+    std::string words = Joined(std::vector<std::string>(64, "w"));
+    EXPECT_EQ(ExecCmd(words.data(), 1000, 0), -1) << "one too many";
     CommandLine line;
     ASSERT_TRUE(ComposeCommand(line, "no-such-program no-such-program -x"));
     EXPECT_EQ(StartDetached(line), 0) << "it was started";
@@ -178,7 +180,9 @@ TEST(Tools, LogsWhatKeptThemFromStartingAndFromEnding) {
     EXPECT_TRUE(RunForStatus(line) == 0 && tessel::Run(line, output) == 0 && output.hasDied)
         << "of a signal: its exit status is 0";
     unlink("/tmp/tessellog");
-    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+    const std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(log, testing::ContainsRegex("\\[ExecCmd\\]\\([0-9]+\\): (w; ){63}w\n"));
+    EXPECT_THAT(log,
                 testing::ContainsRegex("TestBody\\([0-9]+\\):exec error:\\{errno\\(2\\)(.|\n)*"
                                        "TesselExecShellProcess\\([0-9]+\\):exec error:\\{errno\\(2\\)[^\n]*\n"
                                        "[^\n]*\\[TesselExecShellProcess\\]\\([0-9]+\\): perl died of signal 9\n"

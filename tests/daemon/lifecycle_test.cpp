@@ -51,18 +51,7 @@ TEST(Lifecycle, AShortageOfDescriptorsIsWaitedOut) {
     ASSERT_EQ(prlimit(daemon.Pid(), RLIMIT_NOFILE, &usual, nullptr), 0);
     client.join();
     EXPECT_TRUE(Serves() && socketNode() == before) << "the same socket";
-}
-
-TEST(Lifecycle, AShortageAtTheStartIsLoggedOnceAndWaitedOut) {
-    WriteFile("/tmp/tessellog", "");
-    ASSERT_EQ(std::system("prlimit -n5: " TESSEL_DAEMON_PATH " > /tmp/out"), 0);
-    const auto complaints = [] { return OutputOf("grep -c 'IpcApiDaemonInit(.*socket error!' /tmp/out"); };
-    EXPECT_TRUE(Eventually([&] { return complaints() == "1\n"; }));
-    std::this_thread::sleep_for(1500ms);
-    EXPECT_EQ(complaints(), "1\n");
-    const rlimit usual{.rlim_cur = 100, .rlim_max = 100};
-    ASSERT_EQ(prlimit(atoi(OutputOf("pgrep -x tessel_daemon").c_str()), RLIMIT_NOFILE, &usual, nullptr), 0);
-    EXPECT_TRUE(Eventually([] { return Serves(); }));
+    EXPECT_EQ(Split(ReadFile("/var/log/messages"), "accept error").size(), 2U) << "logged once";
 }
 
 // A pipe that is closed, one that is full, as of a terminal that is held, and a log daemon that is stuck.

@@ -1,4 +1,5 @@
-// IPv4 masks and address classes. Addresses and masks are in network byte order.
+// IPv4 masks and address classes, for handlers to come: none uses them yet. Addresses and masks are in network byte
+// order.
 #pragma once
 
 #include "core/types.h"

@@ -29,9 +29,11 @@ enum class LogKind { kError, kPrint, kDebug };
 [[nodiscard]] bool LogWanted(LogKind kind);
 
 // While one lives, its thread looks each switch file up once, and again after every tick of the system's clock, instead
-// of once per line: a request that logs a dozen lines to nowhere costs two look-ups. With a watch over
-// kLogSwitchFolder, which is this thread's alone and lives as long as the thread, it asks that instead: what was known
-// when the last one ended stays valid until the watch notices something. The server holds one for each request.
+// of once per line: a request that logs a dozen lines to nowhere costs two look-ups. The server holds one for each
+// request.
+//
+// With a watch over kLogSwitchFolder even these are saved: what was known when the last one ended stays valid until the
+// watch notices something. The watch belongs to this thread alone and lives as long as the thread.
 class LogSwitchMemory {
   public:
     explicit LogSwitchMemory(FolderWatch* watch = nullptr);

@@ -146,8 +146,8 @@ bool ProbeSockets::Send(u16 targetPort) {
 
 std::optional<u32> ProbeSockets::Receive(const Worker& self) {
     const Deadline deadline(g_probePatience);
-    // What is no answer begins a wait of its own, but somebody may send it in an endless stream: the time is checked
-    // after each.
+    // A packet that is not an answer starts the wait again. Somebody could keep us here with a stream of them, hence
+    // the first deadline: a probe takes twice the patience at most.
     do {
         switch (WaitReady(receiver_.Get(), POLLIN, Deadline(g_probePatience), self.StopFd())) {
             case Wait::kReady:

@@ -30,8 +30,8 @@ constexpr char kSetMode[] = "echo \"active-backup %d\"  > /sys/devices/virtual/n
 
 constexpr char kBond[] = "bond0";
 
-// The words with which lines are logged. Those of a stop precede lines of the start, and the other way round: the log's
-// readers know them that way.
+// The words with which lines are logged. Some steps of a start bear those of a stop, and the other way round: whoever
+// searches the log knows them that way.
 constexpr char kFlushWords[] = "BondStart flush cmd";
 constexpr char kDownWords[] = "BondStop down";
 

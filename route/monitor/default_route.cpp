@@ -30,7 +30,7 @@ struct PendingRoute {
     char interfaceName[IF_NAMESIZE];
     CallSite where;
     Deadline due;
-    bool isRepeated;  // more messages came after the first: once that is dealt with, theirs gets its time
+    bool isRepeated;  // more messages came while this one waited: once it is handled, they get a wait of their own
 };
 std::vector<PendingRoute> pendingRoutes;
 

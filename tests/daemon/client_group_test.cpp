@@ -15,8 +15,8 @@ constexpr uid_t kMember = 2001;    // the group is its second one
 constexpr uid_t kFirst = 2002;     // the group is its first one
 constexpr uid_t kOutsider = 2003;  // has nothing to do with it
 
-// What a function returns in a process of that user and group; -1 when it cannot be one. The member has the clients'
-// too.
+// Calls a function in a process of that user and group and returns its result; -1 when the process cannot become
+// theirs. kMember's is in the clients' group, too.
 int As(uid_t user, gid_t group, const std::function<int()>& run) {
     const pid_t child = fork();
     if (child == 0) {

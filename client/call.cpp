@@ -139,6 +139,14 @@ int Call(u32 code, const void* request, std::size_t size, void* reply, std::size
     return g_transport.load(std::memory_order_relaxed)(code, request, size, reply, replySize);
 }
 
+int CallWithStatus(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
+    const int error = Call(code, request, size, reply, replySize);
+    if (error != TESSEL_OK) return error;
+    i32 status = 0;
+    memcpy(&status, reply, sizeof(status));
+    return status == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
+}
+
 }  // namespace tessel
 
 const char* tessel_strerror(int error) {

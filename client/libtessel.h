@@ -368,8 +368,7 @@ enum tessel_listen_flag {
 };
 
 /* Listens under a name from tessel/ipc.h, such as TESSEL_SOCKET_NTP. Without TESSEL_LISTEN_TAKE a name with a living
- * listener gives TESSEL_E_IN_USE; a file left by a dead one is replaced, by root even
- * another user's. */
+ * listener gives TESSEL_E_IN_USE; a file left by a dead one is replaced, even another user's if the caller is root. */
 TESSEL_API int tessel_listener_open(const char* name, unsigned flags, tessel_listener** listener);
 
 /* For poll(): readable when tessel_listener_next() has something to do. Stays the listener's. */

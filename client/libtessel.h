@@ -116,8 +116,8 @@ TESSEL_API int tessel_gateway_del(const char* interface, int family, uint32_t ta
 TESSEL_API int tessel_priority_get(TNetPrioParamList* list);
 
 /* Sets the priorities of 1 to TESSEL_PRIORITIES_MAX interfaces, none twice, with metrics from 0. TESSEL_OK says that
- * the daemon accepted the list, not that every entry took effect: the first call since its start fixes the interfaces.
- * Read it back. */
+ * the daemon accepted the list, not that every entry took effect: the first call since its start decides which
+ * interfaces the table holds. Read it back. */
 TESSEL_API int tessel_priority_set(const TNetPrioParamList* list);
 
 /* The routes of the main table that have a gateway, default routes left out, of a family or of both (IPv4 first). A

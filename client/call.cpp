@@ -15,8 +15,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // Fills a reply before the call. The transport reports some failures as success and leaves the reply alone: a reply
 // that still looks like this was never stored.
 constexpr i32 kPoisonResult = 0x7fffffff;
@@ -110,13 +108,13 @@ int CallDaemon(u32 code, const void* request, std::size_t size, void* reply, std
     const int timeoutMs = g_timeoutMs.load(std::memory_order_relaxed);
     const int stopFd = StopOfCalls();
     if (IsStopped(stopFd)) return TESSEL_E_TIMEOUT;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    const Deadline deadline{std::chrono::milliseconds(timeoutMs)};
     ucred peer{};
     errno = 0;
     const i32 result = IpcApiSendAndRecvWithin(code, request, static_cast<i32>(size), reply,
                                                static_cast<i32>(replySize), timeoutMs, &peer, stopFd);
     t_daemonPid = peer.pid;
-    const bool timeIsUp = Clock::now() >= deadline;
+    const bool timeIsUp = deadline.HasPassed();
     const bool isStored = replySize == 0 ? !timeIsUp : !IsPoison(replyBytes, replySize);
     if (result == TESSEL_IPC_OK && isStored) return TESSEL_OK;
     if (IsStopped(stopFd)) return TESSEL_E_TIMEOUT;
@@ -137,6 +135,14 @@ void UseTransport(Transport transport) {
 
 int Call(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
     return g_transport.load(std::memory_order_relaxed)(code, request, size, reply, replySize);
+}
+
+int CallWithStatus(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize) {
+    const int error = Call(code, request, size, reply, replySize);
+    if (error != TESSEL_OK) return error;
+    i32 status = 0;
+    memcpy(&status, reply, sizeof(status));
+    return status == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
 }
 
 }  // namespace tessel

@@ -32,14 +32,15 @@ int EndCallsAt(int stopFd);
 // listener has nothing to accept. (An empty connection would occupy the daemon until it gave up on it.)
 [[nodiscard]] bool SomebodyListens(const char* socketName);
 
-// A record each way, for the request its first `requestBytes` bytes; the status at the start of the reply becomes the
-// result.
+// As Call, and the status at the start of the reply becomes the result.
+[[nodiscard]] int CallWithStatus(u32 code, const void* request, std::size_t size, void* reply, std::size_t replySize);
+
+// A record each way, for the request its first `requestBytes` bytes.
 template <typename Reply, typename Request>
 [[nodiscard]] int CallWithRecords(u32 code, const Request& request, Reply& reply,
                                   std::size_t requestBytes = sizeof(Request)) {
-    const int error = Call(code, &request, requestBytes, &reply, sizeof(reply));
-    if (error != TESSEL_OK) return error;
-    return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
+    static_assert(offsetof(Reply, nResult) == 0 && sizeof(reply.nResult) == sizeof(i32), "begins with its status");
+    return CallWithStatus(code, &request, requestBytes, &reply, sizeof(reply));
 }
 
 // The first `requestBytes` bytes of a record, to a command that answers with only a status.
@@ -52,9 +53,7 @@ template <typename Request>
 // The same without a record.
 [[nodiscard]] inline int CallForStatus(u32 code) {
     TNetStatusReply reply;
-    const int error = Call(code, nullptr, 0, &reply, sizeof(reply));
-    if (error != TESSEL_OK) return error;
-    return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
+    return CallWithStatus(code, nullptr, 0, &reply, sizeof(reply));
 }
 
 // The record of an event of one of the kinds from `first` to `last`. TESSEL_E_ARGUMENT for any other event, and

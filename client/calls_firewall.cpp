@@ -10,7 +10,7 @@
 #include "client/request_fields.h"
 #include "core/text.h"
 
-using tessel::Call;
+using tessel::CallForStatus;
 using tessel::IsFamily;
 using tessel::PrefixLengthMax;
 using tessel::StoreName;
@@ -45,13 +45,6 @@ struct MacText {
     char text[kMacTextBytes];
 };
 
-int CallForStatus(u32 code, const void* request, std::size_t size) {
-    TNetStatusReply reply;
-    const int error = Call(code, request, size, &reply, sizeof(reply));
-    if (error != TESSEL_OK) return error;
-    return reply.nResult == TESSEL_RESULT_OK ? TESSEL_OK : TESSEL_E_FAILED;
-}
-
 // Requests that end with a text: without its NUL, which the daemon adds.
 template <std::size_t kTextBytes, typename Head>
 int CallWithText(u32 code, const Head& head, const char* text) {
@@ -67,7 +60,7 @@ int CallWithText(u32 code, const Head& head, const char* text) {
 int SwitchFilter(u32 code, int list) {
     if (list < TESSEL_FILTER_WHITE_IPV4 || list > TESSEL_FILTER_BLACK_BOTH) return TESSEL_E_ARGUMENT;
     const TNetFilterSwitchReq request{.eType = static_cast<u32>(list)};
-    return CallForStatus(code, &request, sizeof(request));
+    return CallForStatus(code, request);
 }
 
 int CallWithPath(u32 code, int protocols, const char* path) {
@@ -92,7 +85,7 @@ int ChangeArp(u32 code, const char* interface, const u8* mac, const char* addres
         return TESSEL_E_ARGUMENT;
     }
     if (mac != nullptr) memcpy(request.achMac, MacText(mac).text, kMacTextBytes);
-    return CallForStatus(code, &request, sizeof(request));
+    return CallForStatus(code, request);
 }
 
 }  // namespace
@@ -103,7 +96,7 @@ int tessel_ip_filter(int operation, const TNetIpFilter* filter) {
         return TESSEL_E_ARGUMENT;
     }
     const TNetIpFilterReq request{.eCmd = static_cast<u32>(operation), .tFilter = *filter};
-    return CallForStatus(TESSEL_CMD_IP_FILTER, &request, sizeof(request));
+    return CallForStatus(TESSEL_CMD_IP_FILTER, request);
 }
 
 int tessel_mac_filter(int operation, const uint8_t mac[6]) {
@@ -139,14 +132,14 @@ int tessel_chain_add(int protocols, const char* name) {
 int tessel_icmp_filter(int type) {
     if (type < TESSEL_ICMP_ALLOW_IPV4 || type > TESSEL_ICMP_DROP_BOTH) return TESSEL_E_ARGUMENT;
     const TNetIcmpFilterReq request{.eType = static_cast<u32>(type)};
-    return CallForStatus(TESSEL_CMD_ICMP_FILTER, &request, sizeof(request));
+    return CallForStatus(TESSEL_CMD_ICMP_FILTER, request);
 }
 
 int tessel_port_filter(int operation, const TNetPortFilter* filter) {
     const bool isOperation = operation == TESSEL_PORT_ADD || operation == TESSEL_PORT_DEL;
     if (!isOperation || filter == nullptr || !IsSendable(*filter)) return TESSEL_E_ARGUMENT;
     const TNetPortFilterReq request{.eCmd = static_cast<u32>(operation), .tFilter = *filter};
-    return CallForStatus(TESSEL_CMD_PORT_FILTER, &request, sizeof(request));
+    return CallForStatus(TESSEL_CMD_PORT_FILTER, request);
 }
 
 int tessel_firewall_save(int protocols, const char* path) {

@@ -116,8 +116,8 @@ TESSEL_API int tessel_gateway_del(const char* interface, int family, uint32_t ta
 TESSEL_API int tessel_priority_get(TNetPrioParamList* list);
 
 /* Sets the priorities of 1 to TESSEL_PRIORITIES_MAX interfaces, none twice, with metrics from 0. TESSEL_OK says that
- * the daemon accepted the list, not that every entry took effect: the first call since its start fixes the interfaces.
- * Read it back. */
+ * the daemon accepted the list, not that every entry took effect: the first call since its start decides which
+ * interfaces the table holds. Read it back. */
 TESSEL_API int tessel_priority_set(const TNetPrioParamList* list);
 
 /* The routes of the main table that have a gateway, default routes left out, of a family or of both (IPv4 first). A
@@ -368,8 +368,7 @@ enum tessel_listen_flag {
 };
 
 /* Listens under a name from tessel/ipc.h, such as TESSEL_SOCKET_NTP. Without TESSEL_LISTEN_TAKE a name with a living
- * listener gives TESSEL_E_IN_USE; a file left by a dead one is replaced, by root even
- * another user's. */
+ * listener gives TESSEL_E_IN_USE; a file left by a dead one is replaced, even another user's if the caller is root. */
 TESSEL_API int tessel_listener_open(const char* name, unsigned flags, tessel_listener** listener);
 
 /* For poll(): readable when tessel_listener_next() has something to do. Stays the listener's. */

@@ -20,12 +20,13 @@
 #include "client/libtessel.h"
 #include "core/ipc.h"
 #include "core/unique_fd.h"
+#include "core/wait.h"
 
+using tessel::Deadline;
 using tessel::UniqueFd;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int kBacklog = 100;
@@ -55,11 +56,6 @@ bool Remove(const char* path) {
 
 void UnlinkIfStill(const char* path, const FileIdentity& identity) {
     if (IdentityAt(path) == identity) unlink(path);
-}
-
-int MillisecondsUntil(Clock::time_point deadline) {
-    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-    return static_cast<int>(std::max<milliseconds::rep>(left.count(), 0));
 }
 
 }  // namespace
@@ -122,7 +118,7 @@ int Listen(tessel_listener& listener, const sockaddr_un& address) {
 }
 
 // Reads up to `size` bytes until the deadline; how many came.
-std::size_t ReadFully(int connection, void* buffer, std::size_t size, Clock::time_point deadline) {
+std::size_t ReadFully(int connection, void* buffer, std::size_t size, const Deadline& deadline) {
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count = recv(connection, static_cast<u8*>(buffer) + done, size - done, MSG_DONTWAIT);
@@ -131,15 +127,14 @@ std::size_t ReadFully(int connection, void* buffer, std::size_t size, Clock::tim
             continue;
         }
         if (count == 0 || (errno != EAGAIN && errno != EINTR)) break;
-        pollfd readable{.fd = connection, .events = POLLIN, .revents = 0};
-        if (poll(&readable, 1, MillisecondsUntil(deadline)) == 0) break;
+        if (tessel::WaitReady(connection, POLLIN, deadline) != tessel::Wait::kReady) break;
     }
     return done;
 }
 
 // One connection carries one message and gets no answer. False when it brought none.
 bool ReadEvent(int connection, const char* socketName, tessel_event& event) {
-    const auto deadline = Clock::now() + kSilentSenderTime;
+    const Deadline deadline(kSilentSenderTime);
     IpcMsgHead head{};
     if (ReadFully(connection, &head, sizeof(head), deadline) != sizeof(head)) return false;
     if (head.size < 0 || head.size > TESSEL_PAYLOAD_MAX) return false;
@@ -191,7 +186,7 @@ int tessel_listener_has_name(const tessel_listener* listener) {
 
 int tessel_listener_next(tessel_listener* listener, tessel_event* event, int timeout_ms) {
     if (event == nullptr) return TESSEL_E_ARGUMENT;
-    const auto deadline = Clock::now() + milliseconds(std::max(timeout_ms, 0));
+    const Deadline deadline(milliseconds(std::max(timeout_ms, 0)));
     while (true) {
         const UniqueFd connection(accept4(listener->socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (connection.IsOpen()) {
@@ -201,10 +196,11 @@ int tessel_listener_next(tessel_listener* listener, tessel_event* event, int tim
         }
         if (errno == ECONNABORTED) continue;
         if (errno != EAGAIN) return TESSEL_E_SYSTEM;
+        // Not WaitReady, which signals do not end.
         pollfd readable{.fd = listener->socket.Get(), .events = POLLIN, .revents = 0};
-        const int ready = poll(&readable, 1, timeout_ms < 0 ? -1 : MillisecondsUntil(deadline));
-        if (ready == 0) return TESSEL_E_TIMEOUT;
+        const int ready = poll(&readable, 1, timeout_ms < 0 ? -1 : deadline.LeftMs());
         if (ready < 0) return TESSEL_E_SYSTEM;
+        if (ready == 0 && deadline.HasPassed()) return TESSEL_E_TIMEOUT;
     }
 }
 

@@ -15,7 +15,7 @@ using tessel::FieldText;
 
 namespace {
 
-void FixInterfaces(std::span<const TNetPrioParam> entries, CallSite where) {
+void StoreInterfaces(std::span<const TNetPrioParam> entries, CallSite where) {
     u32 index = 0;
     for (const TNetPrioParam& entry : entries) {
         tessel::StorePriority(index++, entry);
@@ -71,7 +71,7 @@ void PrioritySet(std::span<const TNetPrioParam> entries, CallSite where) {
         return;
     }
     if (g_nRoutedetectE == 0) {
-        FixInterfaces(entries, where);
+        StoreInterfaces(entries, where);
         g_nRoutedetectE = 1;
     } else {
         for (const TNetPrioParam& entry : entries)

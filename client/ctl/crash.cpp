@@ -85,8 +85,7 @@ Json ParseReport(const std::string& text) {
     for (std::string line; std::getline(lines, line) && !line.starts_with(kMaps);) {
         if (line.starts_with(kCallTrace)) traces.push_back(Json::array());
         if (areRegisters) {
-            std::istringstream words(line);
-            for (std::string word; words >> word;)
+            for (const std::string& word : WordsIn(line))
                 registers.push_back(word.substr(0, word.find(',')));
         }
         areRegisters = line == kRegisters || (areRegisters && !line.empty());
@@ -180,8 +179,7 @@ Outcome ShowCrash(const Invocation& invocation) {
     for (Json& frame : report["frames"]) {
         if (symbols.empty() || !frame["function"].is_null() || frame["module"].is_null()) continue;
         const std::string problem = NameFunction(symbols, frame);
-        const bool isNew = std::find(outcome.notes.begin(), outcome.notes.end(), problem) == outcome.notes.end();
-        if (!problem.empty() && isNew) outcome.notes.push_back(problem);
+        if (!problem.empty() && std::ranges::count(outcome.notes, problem) == 0) outcome.notes.push_back(problem);
     }
     outcome.text = FillTemplate("{local_time}\nsignal {signal} ({signal_name})\nthread {thread_id} {thread}\n", report);
     outcome.text += "\n" + RenderTable(report["frames"], kFrameColumns, !invocation.options.noHeader, false);

@@ -82,11 +82,9 @@ Outcome WatchLeases(const Invocation& invocation, const std::vector<Client>& cli
             throw Refused(invocation.asked,
                           Format("{} gets the leases of {} {} (--take has them sent here meanwhile)",
                                  ListeningText(*client.listening), client.interface, FamilyName(client.family)));
-        const auto start = [&] {
-            Require(invocation.asked, client.Start(getpid()), client.WhyNotStarted());
-            return int{TESSEL_OK};
-        };
-        watch.sockets.push_back({.name = Format("{}{}", client.sockets, getpid()), .start = start});
+        watch.sockets.push_back({.name = Format("{}{}", client.sockets, getpid()),
+                                 .start = [&] { return client.Start(getpid()); },
+                                 .cause = client.WhyNotStarted()});
         // The client stays; its leases go back to where they went before.
         if (client.listening) watch.sockets.back().stop = [&] { return client.Start(client.pid); };
     }
@@ -128,9 +126,7 @@ Outcome StopDhcp(const Invocation& invocation) {
         if (client.Runs()) families.push_back(FamilyName(client.family));
         return tessel_dhcpc_stop(client.family, client.interface.c_str());
     };
-    const auto cause = [](const Client& client) {
-        return FamilyName(client.family) + ": its client had ended by itself";
-    };
+    const auto cause = [](auto& client) { return FamilyName(client.family) + ": its client had ended by itself"; };
     Outcome outcome = PerformEach(invocation, ClientsOf(invocation, false), "no DHCP client ran", send, cause);
     if (!families.empty())
         outcome.done = Format("{}: DHCP client stopped ({})", invocation.words.Text("IF"), Joined(families, ", "));

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include "client/ctl/files.h"
-#include "client/ctl/kernel.h"
 #include "client/ctl/perform.h"
 #include "client/ctl/state.h"
 #include "client/ctl/tesselctl.h"

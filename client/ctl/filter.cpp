@@ -36,8 +36,7 @@ std::vector<std::string> PiecesOf(const FilterRule& rule) {
 
 auto FindRule(const std::vector<FilterRule>& rules, const FilterRule& wanted) {
     const auto pieces = PiecesOf(wanted);
-    return std::find_if(rules.begin(), rules.end(),
-                        [&](const FilterRule& rule) { return rule.chain == wanted.chain && PiecesOf(rule) == pieces; });
+    return std::ranges::find_if(rules, [&](auto& one) { return one.chain == wanted.chain && PiecesOf(one) == pieces; });
 }
 
 }  // namespace
@@ -68,8 +67,7 @@ bool Filter::Has(const FilterRule& rule) const {
 }
 
 bool Filter::IsHooked(std::string_view chain) const {
-    return std::any_of(rules.begin(), rules.end(),
-                       [&](const FilterRule& rule) { return rule.chain == "INPUT" && rule.Get("-j") == chain; });
+    return std::ranges::any_of(rules, [&](auto& rule) { return rule.chain == "INPUT" && rule.Get("-j") == chain; });
 }
 
 std::vector<FilterRule> Filter::Entries(std::string_view list) const {

@@ -116,10 +116,8 @@ std::string TitleOf(const Object& object, const Command& command) {
 
 std::vector<std::string_view> VerbsOf(const Object& object) {
     std::vector<std::string_view> verbs;
-    for (const Command& command : object.commands) {
-        const bool isNew = std::find(verbs.begin(), verbs.end(), command.verb) == verbs.end();
-        if (!command.verb.empty() && isNew) verbs.push_back(command.verb);
-    }
+    for (const Command& command : object.commands)
+        if (!command.verb.empty() && std::ranges::count(verbs, command.verb) == 0) verbs.push_back(command.verb);
     return verbs;
 }
 

@@ -62,8 +62,7 @@ Answer IsIn(const std::string& text, const std::optional<Network>& network) {
 Answer HasPort(const std::string& text, const std::optional<u32>& port) {
     const auto ports = ParsePorts(text);
     if (!ports || !port) return std::nullopt;
-    return std::any_of(ports->begin(), ports->end(),
-                       [&](const auto& range) { return range.first <= *port && *port <= range.second; });
+    return std::ranges::any_of(*ports, [&](auto& range) { return range.first <= *port && *port <= range.second; });
 }
 
 // Only of neighbours.
@@ -188,8 +187,7 @@ bool LetsThrough(const Filter& filter, const Session& session) {
 
 bool IsListed(const Filter& filter, const Network& network) {
     const auto entries = filter.Entries(kWhitelist);
-    return std::any_of(entries.begin(), entries.end(),
-                       [&](const FilterRule& rule) { return Matches(rule.words, {.source = network}); });
+    return std::ranges::any_of(entries, [&](auto& rule) { return Matches(rule.words, {.source = network}); });
 }
 
 }  // namespace tessel::ctl

@@ -191,12 +191,10 @@ std::vector<std::string> Complete(const std::vector<std::string>& words) {
     const std::string last = words.empty() ? "" : words.back();
     const std::vector<std::string> before(words.begin(), words.empty() ? words.end() : words.end() - 1);
     const OptionRow* waiting = before.empty() ? nullptr : WaitingOption(before.back());
-    std::vector<std::string> offers;
+    std::vector<std::string> offers = last.starts_with('-') ? OptionNames() : Offers(PlainWords(before));
     if (waiting != nullptr) {
         const auto choices = Split(waiting->choices, '|');
         offers.assign(choices.begin(), choices.end());
-    } else {
-        offers = last.starts_with('-') ? OptionNames() : Offers(PlainWords(before));
     }
     std::ranges::sort(offers);
     offers.erase(std::unique(offers.begin(), offers.end()), offers.end());

@@ -142,8 +142,7 @@ Json RuleFields(const void* from, const Attributes& attributes) {
     const bool hasMark = attributes[FRA_FWMASK] != nullptr;
     const bool hasOthers = header.dst_len != 0 || header.tos != 0 || (header.flags & FIB_RULE_INVERT) != 0 ||
                            (hasMark && U32Of(attributes[FRA_FWMASK]) != ~u32{0}) ||
-                           std::any_of(std::begin(kConditions), std::end(kConditions),
-                                       [&](u16 one) { return attributes[one] != nullptr; });
+                           std::ranges::any_of(kConditions, [&](u16 one) { return attributes[one] != nullptr; });
     return {{"pref", U32Of(attributes[FRA_PRIORITY])},
             {"from", NetworkText(header.family, attributes[FRA_SRC], header.src_len, "all")},
             {"fwmark", hasMark ? Json(U32Of(attributes[FRA_FWMARK])) : Json()},

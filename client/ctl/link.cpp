@@ -147,10 +147,11 @@ Outcome SetPriority(const Invocation& invocation) {
     }
     Change change{.send = [&] { return tessel_priority_set(&list); }};
     change.guard = [&] {
-        std::string missing;
+        std::string why;
         for (const std::string& name : names)
-            missing = before.empty() && missing.empty() ? MissingInterface(name) : missing;
-        return missing.empty() ? "" : missing + ", and the first list fixes the interfaces until the daemon restarts";
+            why = before.empty() && why.empty() ? MissingInterface(name) : why;
+        if (!why.empty()) why += ", and the first list decides which interfaces count until the daemon restarts";
+        return why;
     };
     change.read = [&] {
         const Json after = DaemonPriorities(invocation.asked);
@@ -206,8 +207,8 @@ constexpr Command kPriorityCommands[] = {
         "set metrics of interfaces (lower wins), and read them back", "priority set eth0 10 eth1 20")
         .Sends(TESSEL_CMD_PRIORITY_SET, TESSEL_CMD_PRIORITY_GET)
         .Columns("INTERFACE {interface}|BEFORE {previous}|NOW {priority}|REMARK {remark}")
-        .More("The first list fixes the interfaces until the daemon restarts. IPv4 default routes get their new metric "
-              "immediately; for a moment there is none."),
+        .More("The first list decides which interfaces count until the daemon restarts. IPv4 default routes get their "
+              "new metric immediately; for a moment there is none."),
 };
 
 }  // namespace

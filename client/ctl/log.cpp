@@ -47,10 +47,9 @@ Outcome SetFile(const Invocation& invocation) {
         throw Refused(invocation.asked, "the daemon has a directory of its own: give the whole path");
     if (path.size() > kPathMax) throw Refused(invocation.asked, Format("longer than {} characters", kPathMax));
     struct stat status {};
-    if (!isOff && stat(path.c_str(), &status) == 0 && status.st_size > 0) {
+    if (!isOff && stat(path.c_str(), &status) == 0 && status.st_size > 0)
         Agree(invocation, Format("Empty {} ({} bytes)", path, status.st_size),
               Format("the file has {} bytes and would be emptied", status.st_size));
-    }
     Change change;
     change.send = [&] {
         return isOff ? tessel_log_file(TESSEL_LOG_CLOSE_DAEMON, nullptr, nullptr)

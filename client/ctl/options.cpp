@@ -78,6 +78,14 @@ bool IsTime(std::string word) {
     return ParseSeconds(word) && word.find('x') == std::string::npos;
 }
 
+void SetOption(Options& options, const OptionRow& row, const std::string& value) {
+    const auto choices = Split(row.choices, '|');
+    if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
+        throw Refused(Format("--{}", row.name), Format("{} is not one of {}", value, Joined(choices, ", ")));
+    if (row.flag != nullptr) options.*row.flag = true;
+    if (row.apply != nullptr) row.apply(options, value);
+}
+
 }  // namespace
 
 Options ParseOptions(const std::vector<std::string>& arguments) {
@@ -117,11 +125,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
         if (optarg == nullptr && ArgumentOf(*row) == optional_argument && optind < argc &&
             IsTime(argv[static_cast<std::size_t>(optind)]))
             value = argv[static_cast<std::size_t>(optind++)];
-        const auto choices = Split(row->choices, '|');
-        if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
-            throw Refused(Format("--{}", row->name), Format("{} is not one of {}", value, Joined(choices, ", ")));
-        if (row->flag != nullptr) options.*row->flag = true;
-        if (row->apply != nullptr) row->apply(options, value);
+        SetOption(options, *row, value);
     }
     options.wordsBehindDashes = static_cast<std::size_t>(argc - optind);
     options.words.insert(options.words.end(), argv.begin() + optind, argv.end() - 1);
@@ -129,11 +133,14 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
 }
 
 bool WantsJson(const std::vector<std::string>& arguments) {
+    std::string lettersWithValue;
+    for (const OptionRow& row : kRows)
+        if (row.letter != 0 && !row.value.empty()) lettersWithValue += row.letter;
     const auto end = std::find(arguments.begin(), arguments.end(), "--");
-    return std::any_of(arguments.begin(), end, [](const std::string& argument) {
+    return std::any_of(arguments.begin(), end, [&](const std::string& argument) {
         if (argument.starts_with("--")) return argument.size() > 2 && std::string_view("--json").starts_with(argument);
         // "-4j", but not "-gj": behind those letters a value begins.
-        return argument.starts_with('-') && argument.find('j') < argument.find_first_of("gt");
+        return argument.starts_with('-') && argument.find('j') < argument.find_first_of(lettersWithValue);
     });
 }
 

@@ -210,12 +210,8 @@ std::optional<std::string> RenderFields(const Json& document, const std::vector<
         if (!isKnown && hasRecords && (records.empty() || !hasEmptyList)) return std::nullopt;
     }
     std::string text;
-    for (Values& values : records) {
-        std::vector<std::string> line;
-        for (const std::string& field : fields)
-            line.push_back(PlainText(values[field]));
-        text += Joined(line, "\t") + "\n";
-    }
+    for (Values& values : records)
+        text += Joined(fields, "\t", [&](auto& field) { return PlainText(values[field]); }) + "\n";
     return text;
 }
 

@@ -18,15 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The paths that a pattern of glob(7) stands for, as far as they may be seen.
-std::vector<std::string> Matching(const std::string& pattern) {
-    glob_t found{};
-    (void)glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found);
-    std::vector<std::string> paths(found.gl_pathv, found.gl_pathv + found.gl_pathc);
-    globfree(&found);
-    return paths;
-}
-
 pid_t PidIn(const std::string& path) {
     return static_cast<pid_t>(std::strtol(path.c_str() + std::string_view("/proc/").size(), nullptr, 10));
 }
@@ -52,6 +43,14 @@ constexpr std::pair<std::string_view, std::string_view> kNoticeSockets[] = {
 };
 
 }  // namespace
+
+std::vector<std::string> Matching(const std::string& pattern) {
+    glob_t found{};
+    (void)glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found);
+    std::vector<std::string> paths(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    globfree(&found);
+    return paths;
+}
 
 Json LookAtProcess(pid_t pid) {
     using std::chrono::seconds;

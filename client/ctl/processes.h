@@ -10,6 +10,9 @@ namespace tessel::ctl {
 // {"since", "running_s", "resident_kib"}; each null: it is gone.
 [[nodiscard]] Json LookAtProcess(pid_t pid);
 
+// The paths that a pattern of glob(7) stands for, as far as they may be seen.
+[[nodiscard]] std::vector<std::string> Matching(const std::string& pattern);
+
 // Whether the process sees the interfaces that this one sees; nothing: not allowed to look.
 [[nodiscard]] std::optional<bool> SharesOurNetwork(pid_t pid);
 

@@ -51,11 +51,10 @@ Outcome SwitchConflicts(const Invocation& invocation) {
 
 Outcome WatchConflicts(const Invocation& invocation) {
     Watch watch;
-    for (const int family : FamiliesOf(invocation.options)) {
+    for (const int family : FamiliesOf(invocation.options))
         watch.sockets.push_back({.name = ConflictSocket(family),
                                  .start = [=] { return tessel_conflict_start(family); },
                                  .stop = [=] { return tessel_conflict_stop(family); }});
-    }
     return RunWatch(invocation, watch);
 }
 
@@ -122,10 +121,9 @@ Outcome WatchTraffic(const Invocation& invocation) {
         const auto now = Clock::now();
         // A second start keeps the interval of the first one: what is really used shows between two reports.
         const long long measured = std::llround(std::chrono::duration<double>(now - before).count());
-        if (++shown == 2 && measured != interval) {
+        if (++shown == 2 && measured != interval)
             ShowNote(invocation,
                      Format("reports come every {} s, as first started (tesselctl traffic stop ends them)", measured));
-        }
         before = now;
         return shown != count;
     };

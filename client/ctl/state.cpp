@@ -1,94 +1,102 @@
 #include "client/ctl/state.h"
 
 #include <fstream>
-#include <sstream>
 
 #include "client/ctl/device.h"
 #include "client/ctl/files.h"
 #include "client/ctl/filter.h"
 #include "client/ctl/output.h"
-#include "client/ctl/perform.h"
 #include "client/ctl/tesselctl.h"
 
 namespace tessel::ctl {
 
 namespace {
 
-// Texts by "link eth0 mtu", "priority eth0", "gateway dev eth0 -6"; of addresses, routes and rules by the words that
-// add them, with the text "there". In the order in which they are to be made. Throws a Failure for what can never be
-// read back: a second gateway.
-Json SettingsOf(const Json& state) {
-    Json settings = Json::object();
+struct Setting {
+    std::string object;          // of the command that makes it; kKernelLine: none does
+    std::string subject;         // what that command names: "192.168.1.20/24 dev eth0", "eth0 mtu", "dev eth0 -6"
+    std::string value;           // "1400"; kThere if the subject says it all; empty: it is not there
+    std::string list = {};       // the key of the list that has all of its kind; empty: there is none
+    std::string interface = {};  // whose list that is; empty: the device's
+    bool operator==(const Setting&) const = default;
+};
+constexpr char kThere[] = "there";
+constexpr char kKernelLine[] = "ip:";
+
+// By object and subject, "link eth0 mtu", in the order in which they are to be made.
+using Settings = nlohmann::ordered_map<std::string, Setting>;
+
+// Empty: it is not there.
+std::string ValueIn(const Settings& settings, const std::string& name) {
+    const auto found = settings.find(name);
+    return found == settings.end() ? "" : found->second.value;
+}
+
+// Throws a Failure for what can never be read back: a second gateway.
+Settings SettingsOf(const Json& state) {
+    Settings settings;
+    const auto add = [&](const Setting& setting) { settings[setting.object + " " + setting.subject] = setting; };
     const auto list = [](const Json& record, const char* key) { return record.value(key, Json::array()); };
     for (const Json& link : list(state, "interfaces")) {
         const std::string name = TextOf(link, "interface");
-        if (!TextOf(link, "mac").empty()) settings["link " + name + " mac"] = link.at("mac");
-        if (link.contains("mtu")) settings["link " + name + " mtu"] = link.at("mtu").dump();
+        if (!TextOf(link, "mac").empty()) add({"link", name + " mac", link.at("mac")});
+        if (link.contains("mtu")) add({"link", name + " mtu", link.at("mtu").dump()});
         for (const std::string address : list(link, "addresses"))
-            settings[Format("addr {} dev {}", address, name)] = "there";
+            add({"addr", Format("{} dev {}", address, name), kThere, "addresses", name});
     }
     for (const Json& entry : list(state, "priorities"))
-        settings["priority " + TextOf(entry, "interface")] = entry.at("metric").dump();
+        add({"priority", TextOf(entry, "interface"), entry.at("metric").dump(), "priorities"});
     for (const Json& link : list(state, "interfaces")) {
         for (const std::string gateway : list(link, "gateways")) {
             const int family = gateway.find(':') == std::string::npos ? 4 : 6;
-            const std::string setting = Format("gateway dev {} -{}", TextOf(link, "interface"), family);
-            if (settings.contains(setting)) throw Refused(setting, "there is another one beside " + gateway);
-            settings[setting] = gateway;
+            const std::string name = TextOf(link, "interface");
+            const Setting setting{"gateway", Format("dev {} -{}", name, family), gateway, "gateways", name};
+            if (!ValueIn(settings, "gateway " + setting.subject).empty())
+                throw Refused("gateway " + setting.subject, "there is another one beside " + gateway);
+            add(setting);
         }
     }
     for (Json route : list(state, "routes")) {
         // IPv6 has no metric of 0 (IP6_RT_PRIO_USER).
         if (route["metric"] == 0 && TextOf(route, "destination").find(':') != std::string::npos) route["metric"] = 1024;
         const char* const table = route.value("table", kMainTable) == kMainTable ? "" : " table {table}";
-        const std::string way = "route {destination} via {gateway} dev {interface} metric {metric}";
-        settings[FillTemplate(way + table, route)] = "there";
+        const std::string way = "{destination} via {gateway} dev {interface} metric {metric}";
+        add({"route", FillTemplate(way + table, route), kThere, "routes"});
     }
     for (const Json& rule : list(state, "rules")) {
         const char* const mark = NumberOf(rule, "fwmark") == 0 ? "" : "fwmark {fwmark} ";
-        settings[FillTemplate(Format("rule from {{from}} {}pref {{pref}} table {{table}}", mark), rule)] = "there";
+        const std::string words = Format("from {{from}} {}pref {{pref}} table {{table}}", mark);
+        add({"rule", FillTemplate(words, rule), kThere, "rules"});
     }
     for (const std::string line : list(state, "others"))
-        settings[line] = "there";
+        add({kKernelLine, line, kThere, "others"});
     return settings;
 }
 
-// The lists that settings of each object are in; and what no step brings back.
-constexpr std::pair<std::string_view, const char*> kLists[] = {{"addr", "addresses"},      {"gateway", "gateways"},
-                                                               {"priority", "priorities"}, {"route", "routes"},
-                                                               {"rule", "rules"},          {"ip:", "others"}};
-
-// The state to reach: first, empty, what `now` has and the lists of `wanted` leave out.
-Json AimsOf(const Json& now, const Json& wanted) {
-    Json aims = Json::object();
-    const Json settings = SettingsOf(wanted);
-    for (const auto& [name, text] : now.items()) {
-        const Step words = WordsIn(name);
-        const auto dev = std::find(words.begin(), words.end(), "dev");
-        const Json link =
-            dev == words.end() ? Json() : FindIn(wanted.value("interfaces", Json::array()), "interface", dev[1]);
-        for (const auto& [object, list] : kLists) {
-            const bool isListed = words[0] == object && (wanted.contains(list) || link.contains(list));
-            // A link-local address that was not there yet comes by itself.
-            if (isListed && !name.starts_with("addr fe80:") && !settings.contains(name)) aims[name] = "";
-        }
+// The state to reach: first, without a value, what `now` has and the lists of `wanted` leave out.
+Settings AimsOf(const Settings& now, const Json& wanted) {
+    Settings aims;
+    const Settings settings = SettingsOf(wanted);
+    for (const auto& [name, setting] : now) {
+        const Json link = FindIn(wanted.value("interfaces", Json::array()), "interface", setting.interface);
+        const bool isLeftOut =
+            settings.count(name) == 0 && (wanted.contains(setting.list) || link.contains(setting.list));
+        // A link-local address that was not there yet comes by itself.
+        if (isLeftOut && !name.starts_with("addr fe80:")) (aims[name] = setting).value.clear();
     }
-    aims.update(settings);
+    aims.insert(settings.begin(), settings.end());
     return aims;
 }
 
-void AddStep(std::vector<Step>& steps, const std::string& name, const std::string& had, const std::string& wanted) {
-    const std::string object = name.substr(0, name.find(' '));
-    if (object == "ip:") return;
-    const std::string subject = name.substr(object.size() + 1);
+void AddStep(std::vector<Step>& steps, const Setting& aim, const std::string& had) {
+    const auto& [object, subject, wanted, list, interface] = aim;
+    if (object == kKernelLine || had == wanted) return;
     std::string line = Format("{} {} {}", object, wanted.empty() ? "del" : "add", subject);
     if (object == "link") line = Format("link set {} {}", subject, wanted);
-    if (object == "gateway" && !wanted.empty()) {
-        const std::string device = subject.substr(0, subject.rfind(' '));
-        line = Format("gateway {} {} {}", had.empty() ? "set" : "replace", wanted, device);
-    }
+    if (object == "gateway" && !wanted.empty())
+        line = Format("gateway {} {} dev {}", had.empty() ? "set" : "replace", wanted, interface);
     if (object == "priority") {
-        // One command for all: the first one since the daemon's start fixes the interfaces. There is none to remove it.
+        // One command for all: the daemon's first list decides which interfaces count. There is none to remove it.
         if (wanted.empty() || !MissingInterface(subject).empty()) return;
         const bool isFurther = !steps.empty() && steps.back()[0] == object;
         line = Format("{} {} {}", isFurther ? Joined(steps.back(), " ") : "priority set", subject, wanted);
@@ -118,7 +126,7 @@ Json KernelLines() {
     Json lines = Json::array();
     const CapturedTool tool = CaptureTool({"sh", "-c", kScript});
     for (const std::string_view line : Split(tool.isDone ? tool.text : tool.problem, '\n'))
-        lines.push_back("ip: " + std::string(line));
+        lines.push_back(line);
     return lines;
 }
 
@@ -182,22 +190,22 @@ Json ReadState(const std::string& asked, bool isWhole) {
 }
 
 std::vector<Step> StepsBetween(const Json& now, const Json& wanted) {
-    const Json settings = SettingsOf(now);
-    const Json aims = AimsOf(settings, wanted);
+    const Settings settings = SettingsOf(now);
     std::vector<Step> steps;
-    for (const auto& [name, text] : aims.items()) {
-        const std::string had = TextOf(settings, name.c_str());
-        if (had != text) AddStep(steps, name, had, text);
-    }
+    for (const auto& [name, aim] : AimsOf(settings, wanted))
+        AddStep(steps, aim, ValueIn(settings, name));
     return steps;
 }
 
 Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view word) {
+    // With an address, the kernel deletes routes that were as wanted; only then is there a step for them.
     constexpr int kRounds = 2;
+    constexpr int kSettlingLooks = 20;
+    constexpr useconds_t kSettlingPauseUs = 100'000;
     const bool isWhole = wanted.contains("tables");
     const auto read = [&] { return ReadState(outer.asked, isWhole); };
     Json now = read();
-    const Json before = SettingsOf(now);
+    const Settings before = SettingsOf(now);
     Outcome outcome;
     for (int round = 0; round < kRounds; ++round) {
         outcome.notes.clear();
@@ -209,34 +217,35 @@ Outcome BringTo(const Json& wanted, const Invocation& outer, std::string_view wo
         now = read();
     }
     // What the kernel does by itself, such as learning an address again, takes a while.
-    for (int tries = isWhole ? 20 : 0; tries > 0 && SettingsOf(now) != AimsOf(SettingsOf(now), wanted); --tries) {
-        usleep(100'000);
+    for (int looks = isWhole ? kSettlingLooks : 0; looks > 0; --looks) {
+        const Settings settings = SettingsOf(now);
+        if (settings == AimsOf(settings, wanted)) break;
+        usleep(kSettlingPauseUs);
         now = read();
     }
-    const Json after = SettingsOf(now);
-    Json either = before;
-    either.update(after);
-    const Json aims = AimsOf(either, wanted);
+    const Settings after = SettingsOf(now);
+    Settings either = before;
+    either.insert(after.begin(), after.end());
     Json& rows = outcome.document = Json::array();
-    for (const auto& [name, text] : aims.items()) {
-        const std::string was = TextOf(before, name.c_str());
-        const std::string is = TextOf(after, name.c_str());
-        const bool isStep = !name.starts_with("ip:");
-        if ((isStep && was != text) || is != text) rows.push_back(ResultRow(name, was, text, is, is == text, word));
+    for (const auto& [name, aim] : AimsOf(either, wanted)) {
+        const std::string was = ValueIn(before, name);
+        const std::string is = ValueIn(after, name);
+        if ((aim.object != kKernelLine && was != aim.value) || is != aim.value)
+            rows.push_back(ResultRow(name, was, aim.value, is, is == aim.value, word));
     }
     if (!IsAllAs(rows)) outcome.failure = NotApplied(outer.asked, Format("not everything is as {}", word));
     return outcome;
 }
 
 Outcome TakeBack(const Json& state, const Invocation& outer) {
+    constexpr int kDaemonTries = 30;  // a second apart: it may be restarting
     for (const auto& [tool, text] : state.at("tables").items()) {
         const std::string now = CaptureTool({tool + "-save"}).text;
         (void)CaptureTool({tool + "-restore", "-c"}, RestoredTables(text, now));
     }
     std::ofstream(kEchoSwitch) << TextOf(state, "echoes");
     Outcome outcome;
-    // Waits for a daemon that is being restarted.
-    for (int tries = 30; tries > 0 && outcome.document.is_null(); --tries) {
+    for (int tries = kDaemonTries; tries > 0 && outcome.document.is_null(); --tries) {
         try {
             outcome = BringTo(state, outer, "before");
         } catch (const Failure& failure) {

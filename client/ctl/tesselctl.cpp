@@ -91,8 +91,7 @@ int RunCommand(const Options& options, const std::vector<std::string>& arguments
     (void)tessel_set_timeout_ms(options.timeoutMs);
     UseRequests(options.verbosity, options.dryRun, err);
     const Command& command = *parsed.command;
-    const Invocation invocation{
-        .words = parsed.words, .options = options, .asked = parsed.asked, .out = out, .err = err};
+    const Invocation invocation{parsed.words, options, parsed.asked, out, err};
     if (options.dryRun) {
         Print(out, RenderPlan(Run(command, invocation), options.json));
         return kExitDone;
@@ -114,9 +113,7 @@ Outcome RunInner(const std::vector<std::string>& arguments, const Invocation& ou
         options.force = options.force || outer.options.force;
         options.quiet = options.quiet || outer.options.quiet;
         const ParsedCommand parsed = ParseCommand(options);
-        outcome =
-            Run(*parsed.command,
-                {.words = parsed.words, .options = options, .asked = parsed.asked, .out = outer.out, .err = outer.err});
+        outcome = Run(*parsed.command, {parsed.words, options, parsed.asked, outer.out, outer.err});
         if (outcome.text.empty() && outcome.done.empty() && !outcome.document.is_null())
             outcome.text = RenderTable(outcome.document, parsed.command->columns, !options.noHeader, false);
     } catch (const Failure& failure) {

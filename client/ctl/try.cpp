@@ -9,6 +9,7 @@
 #include "client/ctl/files.h"
 #include "client/ctl/output.h"
 #include "client/ctl/perform.h"
+#include "client/ctl/processes.h"
 #include "client/ctl/state.h"
 #include "client/ctl/tesselctl.h"
 #include "client/ctl/watch.h"
@@ -59,20 +60,25 @@ void Send(const UniqueFd& guardian, int order) {
     if (pid > 0 && !IsOver(guardian)) (void)kill(pid, order);
 }
 
-// The guardian's life. Every signal is blocked. The command may take long, or ask: its clock begins when `parent` says
-// that the command has finished, or ends. What is decided before counts from then on.
-[[noreturn]] void Guard(const Invocation& outer, const Json& saved, u32 seconds, const UniqueFd& file, Json document,
-                        pid_t parent) {
+// Leaves the session, and what is open there but the guardian's file. kBegin comes when `parent` ends, too.
+void DetachFrom(pid_t parent, const UniqueFd& file) {
     setsid();
     (void)prctl(PR_SET_PDEATHSIG, kBegin);
     if (getppid() != parent) (void)kill(getpid(), kBegin);
-    constexpr int kFdsMax = 1024;
     const int nowhere = open("/dev/null", O_RDWR);
-    for (int fd = 0; fd < kFdsMax; ++fd)
-        if (fd != file.Get()) (void)(fd <= STDERR_FILENO ? dup2(nowhere, fd) : close(fd));
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        (void)dup2(nowhere, fd);
+    for (const std::string& path : Matching("/proc/self/fd/*")) {
+        const int fd = std::atoi(path.substr(path.rfind('/') + 1).c_str());
+        if (fd != file.Get() && fd > STDERR_FILENO) (void)close(fd);
+    }
     (void)EndCallsAt(-1);
     openlog("tesselctl", LOG_PID, LOG_DAEMON);
-    document["pid"] = getpid();
+}
+
+// kKeep, kTakeBack, or -1: nobody decided in time. Every signal is blocked. The command may take long, or ask: the time
+// begins with kBegin, and what was decided before counts from then on.
+int AwaitOrder(u32 seconds, const UniqueFd& file, Json& document) {
     sigset_t orders;
     sigemptyset(&orders);
     for (const int order : {kKeep, kTakeBack, kBegin})
@@ -80,18 +86,25 @@ void Send(const UniqueFd& guardian, int order) {
     int decision = 0;
     for (int order = 0; (order = sigwaitinfo(&orders, nullptr)) != kBegin;)
         decision = order > 0 ? order : decision;  // it may have been stopped meanwhile
-    if (decision == 0) {
-        document["state"] = "waiting";
-        document["until"] = JsonTime(std::chrono::system_clock::now() + std::chrono::seconds(seconds));
-        WriteDocument(file, document);
-        sigdelset(&orders, kBegin);  // the end of the parent means nothing any more
-        const auto end = Clock::now() + std::chrono::seconds(seconds);
-        do {  // again when it was stopped and continued
-            const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
-            const timespec limit{.tv_sec = static_cast<time_t>(std::max<i64>(left, 0)), .tv_nsec = 0};
-            decision = sigtimedwait(&orders, nullptr, &limit);
-        } while (decision < 0 && errno == EINTR);
-    }
+    if (decision != 0) return decision;
+    document["state"] = "waiting";
+    document["until"] = JsonTime(std::chrono::system_clock::now() + std::chrono::seconds(seconds));
+    WriteDocument(file, document);
+    sigdelset(&orders, kBegin);  // the end of the parent means nothing any more
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    do {  // again when it was stopped and continued
+        const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
+        const timespec limit{.tv_sec = static_cast<time_t>(std::max<i64>(left, 0)), .tv_nsec = 0};
+        decision = sigtimedwait(&orders, nullptr, &limit);
+    } while (decision < 0 && errno == EINTR);
+    return decision;
+}
+
+[[noreturn]] void Guard(const Invocation& outer, const Json& saved, u32 seconds, const UniqueFd& file, Json document,
+                        pid_t parent) {
+    DetachFrom(parent, file);
+    document["pid"] = getpid();
+    const int decision = AwaitOrder(seconds, file, document);
     document["state"] = "kept";
     if (decision != kKeep) {
         const Outcome outcome = TakeBack(saved, outer);
@@ -212,7 +225,8 @@ constexpr Command kTryCommands[] = {
 }  // namespace
 
 Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::string>& arguments) {
-    constexpr std::string_view kSettings = " addr apply link gateway priority route rule table firewall ";
+    constexpr std::string_view kSettings[] = {"addr",  "apply", "link",  "gateway", "priority",
+                                              "route", "rule",  "table", "firewall"};
     const std::string_view object = ParseWords(ParseOptions(arguments).words).object->name;
     Options options = outer.options;
     options.force = true;  // the guardian replaces the guard
@@ -223,7 +237,7 @@ Outcome TryCommand(const Invocation& outer, u32 seconds, const std::vector<std::
         return outcome;
     }
     const Json saved = ReadState(outer.asked, true);
-    if (kSettings.find(Format(" {} ", object)) == std::string_view::npos)
+    if (std::ranges::count(kSettings, object) == 0)
         ShowNote(outer, Format("only settings are restored: what \"{}\" starts or ends stays so", object));
     if (object == "priority" && saved.at("priorities").empty())
         ShowNote(outer, "the first priorities after the daemon's start cannot be undone, only changed");

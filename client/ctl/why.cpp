@@ -53,8 +53,7 @@ Json RoutesTo(const Network& target, const Json& route) {
         routes.push_back(std::move(one));
     }
     const auto rank = [](const Json& one) { return std::pair(-LengthOf(one), NumberOf(one, "metric")); };
-    std::stable_sort(routes.begin(), routes.end(),
-                     [&](const Json& one, const Json& other) { return rank(one) < rank(other); });
+    std::stable_sort(routes.begin(), routes.end(), [&](auto& one, auto& other) { return rank(one) < rank(other); });
     const auto chosen = std::find_if(routes.begin(), routes.end(), [&](const Json& one) {
         return one["interface"] == route["interface"] && one["gateway"] == route["gateway"];
     });

@@ -15,9 +15,10 @@ static_assert(sizeof(TNetPrioParam) == 20, "wire size");
 static_assert(offsetof(TNetPrioParam, nPriority) == 16, "wire offset");
 
 /* TESSEL_CMD_PRIORITY_SET, always answered with 0, and the reply to TESSEL_CMD_PRIORITY_GET, whose request has no
- * payload. The first list since the daemon's start fixes the interfaces and switches priority routing on; later ones
- * change only the metrics of those. An empty first list and one whose payload ends before its last entry are ignored.
- * The reply keeps the table's positions: entries without a name, all zero, may occur between others. */
+ * payload. The first list since the daemon's start decides which interfaces the table holds and switches priority
+ * routing on; later ones only change their metrics. An empty first list and one whose payload ends before its last
+ * entry are ignored. The reply keeps the table's positions: entries without a name, all zero, may occur between
+ * others. */
 typedef struct {
     uint32_t dwNum; /* entries, at most TESSEL_PRIORITIES_MAX; in the reply those with a name */
     TNetPrioParam atPrio[TESSEL_PRIORITIES_MAX];

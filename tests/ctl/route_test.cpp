@@ -58,7 +58,7 @@ TEST_F(Gateways, PrioritiesDecide) {
     Prepare({"ip route add default via 192.168.1.1 dev eth0"});
     ExpectAll(
         {{"priority show", 0, "no priorities are set"},
-         {"priority set eth9 10", 2, "there is no interface eth9, and the first list fixes the interfaces"},
+         {"priority set eth9 10", 2, "there is no interface eth9, and the first list decides which interfaces count"},
          {"priority set eth0 10 eth1 20", 0, "eth0               10   default route moved\n"},
          {"gateway set 192.168.2.1 dev eth1", 0, "set"},
          {"-g interface,priority,gateway,metric priority show", 0,

@@ -1,7 +1,10 @@
 // The settings as a document; files of them; changes that are taken back; what the daemon logs for a command.
 #include "client/ctl/state.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -158,10 +161,22 @@ TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
     EXPECT_EQ(RunLine("try 60 -- addr add x dev eth0").status, 2);
     EXPECT_EQ(Settings(), before_);
 
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int inherited = fcntl(ends[1], F_DUPFD, 1500);
     const pid_t killed = Typed(std::string("try 2") + kChange);
+    close(ends[1]);
+    close(inherited);
     ASSERT_TRUE(Eventually(&IsWaiting));
     kill(killed, SIGKILL);
     EXPECT_EQ(StatusOf(killed), -SIGKILL);
+    pollfd closed{.fd = ends[0], .events = POLLIN, .revents = 0};
+    EXPECT_EQ(poll(&closed, 1, 0), 1) << "the guardian holds nothing of its caller's open";
+    close(ends[0]);
     EXPECT_NE(Settings(), before_);
     EXPECT_TRUE(Eventually([&] { return Settings() == before_; })) << "the guardian outlives the terminal";
     ASSERT_TRUE(Eventually([] { return RunLine("try status").out.starts_with("nothing waits"); }));

@@ -11,7 +11,8 @@ using tessel::CallSite;
 i32 ApidPrioritySet(int fd, u32 type, const void* payload, i32 size) {
     const auto list = tessel::ApiRequest<TNetPrioParamList>(payload, size);
     const std::span entries(list.atPrio, std::min<std::size_t>(list.dwNum, TESSEL_PRIORITIES_MAX));
-    // What is missing from a list that was cut short would never get a metric: the first one fixes the interfaces.
+    // What is missing from a list that was cut short would never get a metric: the first one decides which interfaces
+    // count.
     if (static_cast<std::size_t>(size) < offsetof(TNetPrioParamList, atPrio) + entries.size_bytes()) {
         TESSEL_ERR("the size is error:size=%d", size);
     } else {

@@ -16,7 +16,7 @@ struct Invocation {
 };
 
 // What it returns. A document is shown even beside a failure: it is the part that worked.
-struct Outcome {
+struct Outcome {                            // NOLINT(bugprone-exception-escape): moving one throws nothing
     Json document;                          // null: nothing to show
     std::string text = {};                  // for people, instead of the document's columns; with its line ends
     std::string done = {};                  // or one line, left out with --quiet or a failure

@@ -104,17 +104,17 @@ Json KernelNeighbours(int family) {
     return Dump(RTM_GETNEIGH, family);
 }
 
-Json KernelRouteTo(const Network& target, const Network* from, std::optional<u32> mark, std::string& problem) {
+Json KernelRouteTo(const Network& to, const Network* from, std::optional<u32> mark, std::string& problem) {
     alignas(nlmsghdr) char bytes[256];
     nlmsghdr* request = mnl_nlmsg_put_header(bytes);
     auto& header = *static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
-    header.rtm_family = static_cast<u8>(target.family);
+    header.rtm_family = static_cast<u8>(to.family);
     header.rtm_flags = RTM_F_LOOKUP_TABLE;
-    header.rtm_dst_len = static_cast<u8>(target.FullLength());
-    mnl_attr_put(request, RTA_DST, target.FullLength() / 8, target.bytes.data());
+    header.rtm_dst_len = static_cast<u8>(to.FullLength());
+    mnl_attr_put(request, RTA_DST, to.FullLength() / 8, to.bytes.data());
     if (from != nullptr) {
         header.rtm_src_len = header.rtm_dst_len;
-        mnl_attr_put(request, RTA_SRC, target.FullLength() / 8, from->bytes.data());
+        mnl_attr_put(request, RTA_SRC, to.FullLength() / 8, from->bytes.data());
     }
     if (mark) mnl_attr_put_u32(request, RTA_MARK, *mark);
     const Json answer = Ask(request, RTM_GETROUTE, NLM_F_ACK, true);

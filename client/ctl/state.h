@@ -30,7 +30,7 @@ using Step = std::vector<std::string>;
 
 // For the commands that write `text` to their FILE: standard output without one or for "-". `what` says what is in it.
 [[nodiscard]] Outcome ExportText(const Invocation& invocation, const std::string& text, const std::string& what,
-                                 const Json& document);
+                                 const Json& json);
 
 // Whether every row is "as ...".
 [[nodiscard]] bool IsAllAs(const Json& rows);

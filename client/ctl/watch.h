@@ -13,7 +13,7 @@
 namespace tessel::ctl {
 
 // A notice of the daemon, or a change in the kernel.
-struct ShownEvent {
+struct ShownEvent {    // NOLINT(bugprone-exception-escape): moving one throws nothing
     Json document;     // time, event, source, and the fields
     std::string line;  // "10:04:11.204  conflict  eth0  ..."
     std::string text;  // what follows the interface or the id there: "seq 0  ttl 64  0.41 ms"

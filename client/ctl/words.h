@@ -22,7 +22,7 @@ struct Network {
     std::array<u8, 16> bytes = {};  // IPv4: the first four
     u32 length = 0;
 
-    auto operator<=>(const Network&) const = default;
+    auto operator<=>(const Network&) const = default;  // NOLINT(modernize-use-nullptr): what it compares with
     [[nodiscard]] u32 FullLength() const {
         return family == TESSEL_FAMILY_INET6 ? 128 : 32;
     }

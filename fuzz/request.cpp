@@ -79,8 +79,9 @@ bool IsReader(const std::string& line) {
 
 void CheckLine(const std::string& line) {
     const bool isText = std::none_of(line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; });
+    const std::string unquoted = Unquoted(line);
     const bool isOneWordPerField =
-        Unquoted(line).find(kTwoWords) == std::string::npos && line.find(" -QZ") == std::string::npos;
+        unquoted.find(kTwoWords) == std::string::npos && unquoted.find(" -QZ") == std::string::npos;
     if (!isText || !isOneWordPerField) fprintf(stderr, "%s\n", line.c_str());
     Require(isText && isOneWordPerField);
 }

@@ -9,7 +9,7 @@ namespace {
 
 // The network as text. Throws a Failure for one with bits beyond its length.
 std::string RequireNetwork(const Invocation& invocation, const Network& network) {
-    const std::string text = NetworkText(network);
+    std::string text = NetworkText(network);
     const std::string meant = NetworkText(Masked(network));
     if (meant != text) throw Refused(invocation.asked, Format("{} is not a network but an address in {}", text, meant));
     return text;

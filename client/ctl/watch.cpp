@@ -142,7 +142,7 @@ class Watcher {
         daemon_ = daemon;
         const std::string then = watch_.survivesTheDaemon ? "; waiting for the next one" : "";
         const Failure ended{kExitNotRunning, "not_running", invocation_.asked + ": the daemon has ended" + then};
-        if (!watch_.survivesTheDaemon) throw ended;
+        if (!watch_.survivesTheDaemon) throw Failure(ended);
         if (!daemon) {
             // Nothing has ended here, so this is not a result.
             (void)std::fputs(RenderFailure(ended, invocation_.options.json).c_str(), invocation_.err);

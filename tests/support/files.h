@@ -72,7 +72,7 @@ inline std::vector<std::string> WholeLines(const std::string& text) {
 // A new folder in front of PATH.
 inline std::string MakeProgramFolder() {
     char pattern[] = "/tmp/programs-XXXXXX";
-    const std::string folder = mkdtemp(pattern);
+    std::string folder = mkdtemp(pattern);
     setenv("PATH", (folder + ":" + getenv("PATH")).c_str(), 1);
     return folder;
 }

@@ -56,7 +56,7 @@ class LoggedLines {
 struct Call {
     u32 type;
     std::string payload;
-    std::string failure = "";
+    std::string failure = {};
 };
 
 // Lines are joined by "; ". Those of the log are "FUNCTION: text", or "text" of the function before; "$" is a line that

@@ -133,7 +133,7 @@ std::string FoundBy(const char* script, std::initializer_list<int> blocked = {})
     EXPECT_TRUE(ComposeCommand(line, "sh sh -c %s;mv\t/tmp/new\t/tmp/found", script));
     EXPECT_EQ(StartDetached(line, blocked), 0);
     EXPECT_TRUE(Eventually([&] { return std::filesystem::exists("/tmp/found"); }));
-    const std::string text = ReadFile("/tmp/found");
+    std::string text = ReadFile("/tmp/found");
     std::filesystem::remove("/tmp/found");
     return text;
 }

@@ -219,10 +219,11 @@ TEST_F(Ntp, FailuresAreReportedAndTriedAgain) {
 }
 
 TEST_F(Ntp, IsStoppedWhateverItDoes) {
-    // Whether somebody listens and it is answered, and the line by which it has got there.
+    // Whether somebody listens and it is answered, and the line by which it has got there. A question that a stopped
+    // client has sent may still be under way when the next one starts: those that are answered come first.
     constexpr std::tuple<bool, bool, const char*> kRows[] = {
-        {true, false, ""},       {true, false, "start..."}, {true, true, "will sleep"},
-        {true, false, kTimeout}, {false, true, "nRet"},
+        {true, true, "will sleep"}, {false, true, "nRet"},   {true, false, ""},
+        {true, false, "start..."},  {true, false, kTimeout},
     };
     for (const auto& family : kFamilies) {
         for (const auto& [isHeard, isAnswered, line] : kRows) {

@@ -66,9 +66,13 @@ i32 Ask(const Message& message) {
 std::string Unquoted(const std::string& line) {
     std::string text;
     bool isQuoted = false;
-    for (const char c : line) {
-        if (c == '\'') isQuoted = !isQuoted;
-        if (!isQuoted) text += c;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (!isQuoted && line[i] == '\\') {  // so is the character behind it
+            ++i;
+            continue;
+        }
+        if (line[i] == '\'') isQuoted = !isQuoted;
+        if (!isQuoted) text += line[i];
     }
     return text;
 }

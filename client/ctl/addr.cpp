@@ -51,13 +51,12 @@ Outcome PerformOn(const Invocation& invocation, Change change, const std::vector
                   const Predicate& isUnwanted, const std::string& already = {}) {
     const std::string name = invocation.words.Text("dev");
     change.guard = [&] {
-        Json link = KernelLink(name);
-        std::string cut;
-        for (const Json& address : link["addresses"]) {
-            if (cut.empty() && isUnwanted(address))
-                cut = CutsSessionAt(invocation.options, *ParseNetwork(AddressText(address)));
-        }
-        return cut;
+        const Json addresses = KernelLink(name)["addresses"];
+        return CutsSession(invocation.options, [&](const Network& device) {
+            return std::any_of(addresses.begin(), addresses.end(), [&](const Json& one) {
+                return isUnwanted(one) && TextOf(one, "address") == HostText(device);
+            });
+        });
     };
     change.read = [&] { return DaemonAddresses(invocation.asked, name, TESSEL_FAMILY_BOTH); };
     change.wrong = [&](const Json& now) {

@@ -164,18 +164,18 @@ std::vector<Session> KnownSessions(const Options& options) {
     return sessions;
 }
 
-std::string CutsSessionAt(const Options& options, const Network& address) {
-    const auto own = GuardedSession(options);
-    const std::string text = HostText(address);
-    if (!own || !own->device || HostText(*own->device) != text) return "";
-    return options.protect ? Format("{}, which is reached from {}", own->text, text) : "your session runs over " + text;
+std::string CutsSession(const Options& options, const std::function<bool(const Network& device)>& isLost) {
+    const auto session = GuardedSession(options);
+    if (!session || !session->device || !isLost(*session->device)) return "";
+    const std::string text = HostText(*session->device);
+    if (options.protect) return Format("{}, which is reached from {}", session->text, text);
+    return "your session runs over " + text;
 }
 
 std::string CutsSessionOn(const Options& options, const std::string& interfaceName) {
-    const auto own = GuardedSession(options);
-    if (!own || !own->device) return "";
-    const bool isOnIt = interfaceName.empty() || RunsOver(interfaceName, own->device) == true;
-    return isOnIt ? CutsSessionAt(options, *own->device) : "";
+    return CutsSession(options, [&](const Network& device) {
+        return interfaceName.empty() || RunsOver(interfaceName, device) == true;
+    });
 }
 
 bool LetsThrough(const Filter& filter, const Session& session) {

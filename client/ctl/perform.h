@@ -50,9 +50,9 @@ struct Session {
 // The established connections of "tcp" or "udp", without a text.
 [[nodiscard]] std::vector<Session> Connections(const std::string& protocol);
 
-// Why losing this address, or every address of this interface (of any, when it is empty), would end the guarded
-// session: "your session runs over 192.168.1.20". Empty: it would not.
-[[nodiscard]] std::string CutsSessionAt(const Options& options, const Network& address);
+// Why losing the device's addresses for which `isLost` holds, or those of this interface (of any, when it is empty),
+// would end the guarded session: "your session runs over 192.168.1.20". Empty: it would not.
+[[nodiscard]] std::string CutsSession(const Options& options, const std::function<bool(const Network& device)>& isLost);
 [[nodiscard]] std::string CutsSessionOn(const Options& options, const std::string& interfaceName);
 
 // Whether the packets of a session reach the device (INPUT, destination port) and its answers leave it (OUTPUT, source

@@ -20,13 +20,7 @@ inline void RunOnDevice(const std::string& command) {
 
 // What a command prints on standard output.
 inline std::string OutputOf(const std::string& command) {
-    std::string text;
-    std::FILE* const stream = popen(command.c_str(), "re");
-    std::array<char, 4096> bytes{};
-    for (std::size_t count = 0; (count = fread(bytes.data(), 1, bytes.size(), stream)) > 0;)
-        text.append(bytes.data(), count);
-    pclose(stream);
-    return text;
+    return ReadAll(popen(command.c_str(), "re"), &pclose);
 }
 
 // Does something within the namespace of the far hosts.
@@ -39,9 +33,10 @@ void OnFarSide(Work work) {
     }).join();
 }
 
-// On this port of all addresses; one of streams listens.
-inline UniqueFd BoundTo(u16 port, u16 family, int type = SOCK_STREAM) {
+// On this port of all addresses; one of streams listens. One that is alone leaves IPv4 to another.
+inline UniqueFd BoundTo(u16 port, u16 family, int type = SOCK_STREAM, int isAlone = 0) {
     UniqueFd fd(socket(family, type | SOCK_CLOEXEC, 0));
+    (void)setsockopt(fd.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &isAlone, sizeof(isAlone));
     sockaddr_in6 any{};  // that of IPv4 begins like it: family and port
     any.sin6_family = family;
     any.sin6_port = htons(port);

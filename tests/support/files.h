@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -24,15 +23,20 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::HasSubstr;
 
+// What a stream has to its end, or to where it cannot be read any more; nothing where there is no stream.
+inline std::string ReadAll(std::FILE* stream, int (*close)(std::FILE*)) {
+    std::string text;
+    if (stream == nullptr) return text;
+    char bytes[4096];
+    for (std::size_t count = 0; (count = fread(bytes, 1, sizeof(bytes), stream)) > 0;)
+        text.append(bytes, count);
+    close(stream);
+    return text;
+}
+
 // As far as it can be read: what stands in "/proc" may go meanwhile.
 inline std::string ReadFile(const std::string& path) {
-    std::string text;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(fopen(path.c_str(), "re"), &fclose);
-    if (file == nullptr) return text;
-    char bytes[4096];
-    for (std::size_t count = 0; (count = fread(bytes, 1, sizeof(bytes), file.get())) > 0;)
-        text.append(bytes, count);
-    return text;
+    return ReadAll(fopen(path.c_str(), "re"), &fclose);
 }
 
 inline void WriteFile(const std::string& path, std::string_view text) {
@@ -79,13 +83,21 @@ inline std::string MakeProgramFolder() {
 
 // Asks until the condition holds, for so long at most. True when it did.
 template <typename Condition>
-bool Eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+bool Eventually(Condition condition, std::chrono::seconds limit = 10s) {
+    const auto deadline = steady_clock::now() + limit;
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(2ms);
     }
     return true;
+}
+
+// How long something takes.
+template <typename Work>
+steady_clock::duration TimeOf(Work work) {
+    const auto begin = steady_clock::now();
+    work();
+    return steady_clock::now() - begin;
 }
 
 // Whether the system log gets this text. A line is there some time after it was sent.

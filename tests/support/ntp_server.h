@@ -1,8 +1,6 @@
 // An NTP server among the far hosts, whose answers a test gives one by one.
 #pragma once
 
-#include <netinet/in.h>
-
 #include <algorithm>
 
 #include "tests/support/far.h"
@@ -14,14 +12,8 @@ class NtpServer {
   public:
     explicit NtpServer(u16 family) {
         OnFarSide([&] {
-            fd_.Reset(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            fd_ = BoundTo(123, family, SOCK_DGRAM, 1);
             otherPort_.Reset(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-            const int alone = 1;  // leaves IPv4 to another
-            (void)setsockopt(fd_.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &alone, sizeof(alone));
-            sockaddr_in6 any{};  // that of IPv4 begins like it: family and port
-            any.sin6_family = family;
-            any.sin6_port = htons(123);
-            ASSERT_EQ(bind(fd_.Get(), reinterpret_cast<const sockaddr*>(&any), sizeof(any)), 0);
         });
     }
 

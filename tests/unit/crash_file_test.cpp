@@ -40,8 +40,7 @@ class CrashFile : public testing::Test {
 };
 
 TEST_F(CrashFile, RotatesAtExactlyItsLimit) {
-    EXPECT_EQ(log_file_limit, 2U) << "half of what both files may take";
-    const std::string justBelow(2047, 'a');
+    const std::string justBelow(2047, 'a');  // of half of what both files may take
     WriteFile(kCurrent, justBelow);
     SysdbgReport("%s", "b");
     EXPECT_EQ(ReadFile(kCurrent), justBelow + "b");
@@ -110,16 +109,14 @@ TEST_F(CrashFile, NamesAndLogPathAreTakenWhenTheyFit) {
 }
 
 // The C library is the reference.
-#define FORMATTED_BY(format, text)                                                                           \
-    format(text, sizeof(text), "%04d-%02d|%d|%d %05d %5d %zd %ld %u %lx %p %p %%", 2026, 1, -5, 0, -12, -12, \
-           ssize_t{-1}, std::numeric_limits<long>::min(), ~0U, ~0UL, reinterpret_cast<void*>(0xabcdef01), nullptr)
-
 TEST(CrashFormat, FollowsPrintf) {
-    char expected[200];
-    char actual[200];
-    FORMATTED_BY(snprintf, expected);
-    FORMATTED_BY(sysdbg::FormatText, actual);
-    EXPECT_STREQ(actual, expected);
+    const auto formattedBy = [](auto format) {
+        char text[200];
+        format(text, sizeof(text), "%04d-%02d|%d|%d %05d %5d %zd %ld %u %lx %p %p %%", 2026, 1, -5, 0, -12, -12,
+               ssize_t{-1}, std::numeric_limits<long>::min(), ~0U, ~0UL, reinterpret_cast<void*>(0xabcdef01), nullptr);
+        return std::string(text);
+    };
+    EXPECT_EQ(formattedBy(&sysdbg::FormatText), formattedBy(&snprintf));
 }
 
 // A zone file of version 1 with so many types, whose last one has this offset, and transitions.

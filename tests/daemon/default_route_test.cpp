@@ -2,7 +2,6 @@
 #include "route/monitor/default_route.h"
 
 #include "route/monitor/netlink.h"
-#include "route/priority_table.h"
 #include "tessel/priority.h"
 #include "tests/support/far.h"
 #include "tests/support/logged.h"

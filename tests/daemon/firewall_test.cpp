@@ -145,13 +145,10 @@ std::string Chain(u16 protocols, const std::string& name) {
 
 // An entry of a list; 0xee lies in what is not read.
 std::string Network(u32 operation, u16 family, const char* start, u32 prefix, const char* end = "") {
-    char first[16] = {};
-    char last[16] = {};
-    inet_pton(family, start, first);
-    inet_pton(family, end, last);
     const std::string gap(24, '\xee');
-    return Number(operation) + gap.substr(0, 4) + Number(family) + std::string(first, 16) + Number(prefix) +
-           gap.substr(0, 16) + std::string(last, 16) + gap;
+    const auto bytes = [](const char* address) { return std::string(Bytes(Address(address).abyAddr)); };
+    return Number(operation) + gap.substr(0, 4) + Number(family) + bytes(start) + Number(prefix) + gap.substr(0, 16) +
+           bytes(end) + gap;
 }
 
 std::string Ports(u32 operation, u32 inet, u32 protocol, u32 portType, u32 action, const char* ports) {

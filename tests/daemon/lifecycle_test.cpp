@@ -1,6 +1,5 @@
 // From the start of the program to serving, and what happens to its socket.
 
-#include "tests/support/daemon.h"
 #include "tests/support/far.h"
 #include "tests/support/proc.h"
 

@@ -34,10 +34,10 @@ class PingTool : public testing::Test {
     }
     void ExpectLogged(std::initializer_list<const char*> texts) {
         for (const std::string text : texts) {
-            const auto hasCome = [&] {
+            EXPECT_TRUE(Eventually([&] {
                 return (lines += Joined(tools.TakeLines()) + "; ").find(text) != std::string::npos;
-            };
-            EXPECT_TRUE(Eventually(hasCome)) << text << " in " << lines;
+            })) << text
+                << " in " << lines;
         }
     }
     LoggedTools tools{4};
@@ -80,7 +80,7 @@ TEST_F(PingTool, RepliesThatCannotBeReadAreLeftOut) {
         TNetPingResult result{};
         EXPECT_EQ(PingBufToMsg(output, &result) == 0 ? i64{result.dwTime} : -1, expected) << output;
     }
-    int runs = 0;
+    std::size_t runs = 0;
     AnswerTools([&](const std::string&) {
         return ToolAnswer{std::array{"64 bytes from ttl=9 time=2 ms", "64 bytes from time=2 ms", ""}[runs++ % 3]};
     });

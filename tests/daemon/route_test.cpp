@@ -52,10 +52,15 @@ Call Prioritize(const std::string& list) {
 
 const Call kPriorities = {0x11D, ""};
 
-TEST(Gateway, SettingAndDeleting) {
+TEST(Gateway, IsSetDeletedAndRead) {
     LoggedTools tools;
     tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
     tools.Answer("ip -6 route show dev longer default", "default via fe80::12 metric 1024\n");
+    tools.Answer("ip -4 route show dev eth0 default",
+                 "default via 10.0.0.1 metric 10 \ndefault via 10.0.0.2 metric 20 \n");
+    tools.Answer("ip -6 route show default table 5", "default via fe80::2 dev eth0 expires 5sec\n");
+    tools.Answer("ip -6 route show dev link default", "default metric 1024 expires 299sec\n");
+    tools.Fail({"ip -4 route show dev bad default"});
     tools.Check({
         {"no name", Set("10.0.0.1", ""), 0, "ip route add default via 10.0.0.1 metric 0",
          "ApidGatewaySet: the achDevName is empty!; GatewaySetV4: GatewaySetV4 achCmdBuf: $"},
@@ -80,11 +85,23 @@ TEST(Gateway, SettingAndDeleting) {
         {"delete IPv6, no name", Del(10, ""), 0, "ip -6 route flush default",
          "ApidGatewayDel: the achDevName is empty!; DelGateWayV6: GatewaySetV6 achCmdBuf: $"},
         {"delete IPv6, a table", Del(10, "", 100), 0, "ip -6 route flush default table 100"},
+        {"read the first", Get(2), Gateway(0, Address("10.0.0.1")), "ip -4 route show dev eth0 default"},
+        {"read none", Get(2, "", 5), Gateway(0, Address("0.0.0.0")), "ip -4 route show default table 5"},
+        {"reading fails", Get(2, "bad"), Gateway(-1, {}), "ip -4 route show dev bad default",
+         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; TesselExecCmdAndGetOutput: ip; "
+         "No.; GetGateWayV4: ExecCmdAndGetOutput error!"},
+        {"read one that was learnt", Get(10), Gateway(11111, Address("fe80::1")), "ip -6 route show dev eth0 default",
+         "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $"},
+        {"no gateway but a lifetime", Get(10, "link"), Gateway(0, Address("::")), "ip -6 route show dev link default"},
+        {"not so in a table", Get(10, "", 5), Gateway(0, Address("fe80::2")), "ip -6 route show default table 5",
+         "ApidGatewayGet: the achDevName is empty!; GetGateWayV6FromTable: GetGateWayV6 cmd : $"},
+        {"read none, IPv6", Get(10, "eth1"), Gateway(0, Address("::")), "ip -6 route show dev eth1 default"},
+        {"read an unknown family", Get(7), 0, "",
+         "ApidGatewayGet: the achDevName is eth0!; GatewayGet: wSinFamily 7 is not suypportted!; !"},
+        {"read an option", Get(2, "-V"), -1, ""},
     });
-}
-
-TEST(Gateway, SettingAndDeletingFails) {
-    LoggedTools tools(2);
+    TesselDebugLevelSet(2);
+    tools.Answer("ip -6 route show dev eth0 default", "");
     for (const char* place :
          {"-6 route del default dev gone", "-6 route del default dev gone table 9", "-4 route del default dev gone"})
         tools.Answer(std::string("ip ") + place, "No such process", 2);
@@ -109,32 +126,6 @@ TEST(Gateway, SettingAndDeletingFails) {
         {"an absent IPv6 route of a table", Del(10, "gone", 9), -1, "ip -6 route del default dev gone table 9"},
         {"another failure", Del(10, "bad"), -1, "ip -6 route del default dev bad"},
         {"delete an unknown family", Del(7), 0, "", "GatewayDel: the wSinFamily 7 is not supportted!"},
-    });
-}
-
-TEST(Gateway, Reading) {
-    LoggedTools tools;
-    tools.Answer("ip -4 route show dev eth0 default",
-                 "default via 10.0.0.1 metric 10 \ndefault via 10.0.0.2 metric 20 \n");
-    tools.Answer("ip -6 route show dev eth0 default", "default via fe80::1 proto ra metric 1024 expires 1797sec\n");
-    tools.Answer("ip -6 route show default table 5", "default via fe80::2 dev eth0 expires 5sec\n");
-    tools.Answer("ip -6 route show dev link default", "default metric 1024 expires 299sec\n");
-    tools.Fail({"ip -4 route show dev bad default"});
-    tools.Check({
-        {"the first", Get(2), Gateway(0, Address("10.0.0.1")), "ip -4 route show dev eth0 default"},
-        {"none", Get(2, "", 5), Gateway(0, Address("0.0.0.0")), "ip -4 route show default table 5"},
-        {"fails", Get(2, "bad"), Gateway(-1, {}), "ip -4 route show dev bad default",
-         "ApidGatewayGet: the achDevName is bad!; GetGateWayV4: GetGateWayV4 cmd : $; TesselExecCmdAndGetOutput: ip; "
-         "No.; GetGateWayV4: ExecCmdAndGetOutput error!"},
-        {"learnt", Get(10), Gateway(11111, Address("fe80::1")), "ip -6 route show dev eth0 default",
-         "ApidGatewayGet: the achDevName is eth0!; GetGateWayV6Ex: GetGateWayV6 cmd : $"},
-        {"no gateway but a lifetime", Get(10, "link"), Gateway(0, Address("::")), "ip -6 route show dev link default"},
-        {"not in a table", Get(10, "", 5), Gateway(0, Address("fe80::2")), "ip -6 route show default table 5",
-         "ApidGatewayGet: the achDevName is empty!; GetGateWayV6FromTable: GetGateWayV6 cmd : $"},
-        {"none, IPv6", Get(10, "eth1"), Gateway(0, Address("::")), "ip -6 route show dev eth1 default"},
-        {"an unknown family", Get(7), 0, "",
-         "ApidGatewayGet: the achDevName is eth0!; GatewayGet: wSinFamily 7 is not suypportted!; !"},
-        {"an option", Get(2, "-V"), -1, ""},
     });
 }
 
@@ -287,7 +278,7 @@ Call Rule(u32 type, const char* source, i32 pref) {
     return Of(type, TNetIpRule{Address(source), 24, pref, 100, 7});
 }
 
-TEST(Route, OneIsAddedAndDeleted) {
+TEST(Route, OneIsAddedDeletedAndChangedInTwoSteps) {
     LoggedTools tools(4);
     tools.Fail({"ip route add 10.9.0.0/16 via 10.0.0.1 metric 5", "ip route del 10.9.0.0/16 via 10.0.0.1"});
     const TNetIpRouteParam inet = Route("10.1.0.0", 16, "10.0.0.1", 5, "ignored");
@@ -315,10 +306,7 @@ TEST(Route, OneIsAddedAndDeleted) {
          "ApidOneRouteAdd: the pchIfaceName is -V!; OneRouteAdd: the text [-V] is invalid!"},
         {"delete an option", Del("-V", inet6, 9), -1, ""},
     });
-}
-
-TEST(Route, AMetricIsChangedInTwoSteps) {
-    LoggedTools tools(2);
+    TesselDebugLevelSet(2);
     tools.Fail({"ip route del 10.2.0.0/16 via 10.0.0.1", "ip route add 10.3.0.0/16 via 10.0.0.1 metric 5"});
     const auto change = [](const char* destination, const char* name) {
         return Of(0x114, Route(destination, 16, "10.0.0.1", 5, name), "ApidRouteMetricSet: RouteMetricSet error!");
@@ -369,10 +357,8 @@ std::string Shown(int number) {
 
 std::string Routes(i32 status, const std::vector<TNetIpRouteParam>& routes) {
     TNetRouteGetAllReply reply{.nResult = status, .tRoutes = {}};
-    for (const TNetIpRouteParam& route : routes) {
-        reply.tRoutes.atRoute[reply.tRoutes.dwNum] = route;
-        reply.tRoutes.dwNum = reply.tRoutes.dwNum + 1;
-    }
+    for (const TNetIpRouteParam& route : routes)
+        reply.tRoutes.atRoute[reply.tRoutes.dwNum++] = route;
     return std::string(Bytes(reply));
 }
 

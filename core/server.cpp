@@ -1,6 +1,5 @@
 #include "core/server.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include "core/folder_watch.h"
 #include "core/ipc.h"
 #include "core/log.h"
+#include "core/read_guard.h"
 #include "core/registry.h"
 #include "core/unique_fd.h"
 #include "core/wait.h"
@@ -75,12 +75,8 @@ static_assert(sizeof(Request) == sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, "read 
 
 // One read of what the client has written or is about to write. False with a log line.
 bool ReadRequest(int connection, Request& request) {
-    // Often it has already arrived.
-    ssize_t count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
-    if (count < 0 && errno == EAGAIN) {
-        (void)tessel::WaitReady(connection, POLLIN, tessel::Deadline(kRequestTimeout));
-        count = recv(connection, &request, sizeof(request), MSG_DONTWAIT);
-    }
+    static tessel::ReadGuard guard(kRequestTimeout);  // its thread never ends
+    const ssize_t count = guard.Receive(connection, &request, sizeof(request));
     if (count < 0 && errno == EAGAIN) {
         TESSEL_ERR_AT(CallSite::Current(kServer), "no request within %lld seconds!",
                       static_cast<long long>(kRequestTimeout.count()));

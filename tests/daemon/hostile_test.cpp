@@ -5,7 +5,7 @@
 #include <random>
 
 #include "core/startup/command_table.h"
-#include "tests/support/daemon.h"
+#include "tests/support/far.h"
 #include "tests/support/proc.h"
 
 namespace tessel::test {
@@ -48,6 +48,16 @@ TEST(Hostile, SilentClientIsServedForABoundedTime) {
     const auto waited = steady_clock::now() - start;
     EXPECT_GE(waited, 4500ms);
     EXPECT_LT(waited, 15s);
+    EXPECT_TRUE(IsLogged("no request within 5 seconds!"));
+    const std::string watcher =
+        "cd /proc/" + std::to_string(daemon.Pid()) + "/task; cd $(grep -l ReadGuard */comm | cut -d/ -f1)";
+    const auto wakeUps = [&] { return OutputOf(watcher + " && grep voluntary status"); };
+    EXPECT_THAT(wakeUps(), HasSubstr("ctxt"));
+    EXPECT_TRUE(Eventually([&] {
+        const std::string before = wakeUps();
+        std::this_thread::sleep_for(1500ms);
+        return wakeUps() == before;
+    })) << "nobody is connected";
 }
 
 long ResidentPages(pid_t pid) {

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 
 #include <functional>
 
@@ -13,6 +14,7 @@
 #include "core/log.h"
 #include "core/log_control.h"
 #include "core/notify.h"
+#include "core/read_guard.h"
 #include "core/thread.h"
 #include "tests/support/proc.h"
 
@@ -33,6 +35,18 @@ void Look(void* arg) {
     seen->nice = getpriority(PRIO_PROCESS, 0);
     seen->isDone = true;
 }
+
+// Two connected sockets.
+struct Pair {
+    Pair() {
+        int ends[2] = {};
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        near = UniqueFd(ends[0]);
+        far = UniqueFd(ends[1]);
+    }
+    UniqueFd near;
+    UniqueFd far;
+};
 
 pthread_t Spawn(ThreadFunction fn, void* arg) {
     return ThreadSpawn("TesselSysNetlinkInitThread", fn, arg, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep);
@@ -81,6 +95,29 @@ TEST(Thread, IsCancelledWhereItWaitsAndNotInALogLine) {
     EXPECT_EQ(fcntl(descriptor, F_GETFD), -1) << "its descriptor was closed";
 }
 
+// A silent end beside one that takes its time; twice, for what the first read may leave.
+void ExpectReadsEnd(ReadGuard& guard) {
+    for (int round = 0; round < 2; ++round) {
+        const auto start = std::chrono::steady_clock::now();
+        char byte = 0;
+        const Pair silent;
+        EXPECT_EQ(guard.Receive(silent.near.Get(), &byte, 1), -1);
+        EXPECT_EQ(errno, EAGAIN);
+        const auto waited = std::chrono::steady_clock::now() - start;
+        EXPECT_GE(waited, 1s);
+        EXPECT_LT(waited, 5s);
+        const Pair slow;
+        std::thread writer([&] {
+            std::this_thread::sleep_for(700ms);
+            (void)!write(slow.far.Get(), "x", 1);
+        });
+        EXPECT_EQ(guard.Receive(slow.near.Get(), &byte, 1), 1);
+        writer.join();
+        (void)shutdown(slow.far.Get(), SHUT_WR);
+        EXPECT_EQ(guard.Receive(slow.near.Get(), &byte, 1), 0) << "the other end is closed: no time passes";
+    }
+}
+
 TEST(Thread, ThatCannotBeMadeIsZero) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers do not live without memory";
@@ -90,8 +127,18 @@ TEST(Thread, ThatCannotBeMadeIsZero) {
     const rlimit small{.rlim_cur = 1, .rlim_max = limit.rlim_max};
     setrlimit(RLIMIT_AS, &small);
     const pthread_t thread = ThreadSpawn("big", &Look, nullptr, 0xfffff000, kThreadPolicy, kThreadPriorityStep);
+    static ReadGuard guard(1s);
     setrlimit(RLIMIT_AS, &limit);
     EXPECT_EQ(thread, 0U);
+    EXPECT_EQ(Threads(), 1);
+    ExpectReadsEnd(guard);
+}
+
+TEST(ReadGuard, EndsWhatLastsTooLongAndNothingElse) {
+    static ReadGuard guard(1s);
+    ExpectReadsEnd(guard);
+    std::this_thread::sleep_for(2500ms);  // its thread sleeps now
+    ExpectReadsEnd(guard);
 }
 
 struct Session {

@@ -130,7 +130,9 @@ TEST(Thread, ThatCannotBeMadeIsZero) {
     static ReadGuard guard(1s);
     setrlimit(RLIMIT_AS, &limit);
     EXPECT_EQ(thread, 0U);
+#if !defined(__arm__)  // the emulator does not keep to the limit
     EXPECT_EQ(Threads(), 1);
+#endif
     ExpectReadsEnd(guard);
 }
 

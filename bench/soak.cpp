@@ -13,6 +13,7 @@
 #include "bench/daemon.h"
 #include "bench/far.h"
 #include "client/libtessel.h"
+#include "core/thread.h"
 
 namespace {
 
@@ -20,7 +21,8 @@ using namespace tessel::bench;
 using std::chrono::seconds;
 
 constexpr int kRestarts = 10;
-constexpr long kMemorySlackKib = 256;  // what the allocator keeps for the next time
+constexpr long kMemorySlackKib = 128;                         // what the allocator keeps for the next time
+constexpr long kKeptStacks = (40 << 20) / kThreadStackBytes;  // the GNU C library keeps 40 MiB for the next threads
 
 std::string g_directory;
 const char* g_daemonPath = nullptr;
@@ -100,6 +102,38 @@ std::string OutputOf(const std::string& line) {
     return text;
 }
 
+// Private memory. How many stacks there are depends on how many threads once ran at the same time, so they are counted
+// separately.
+struct Memory {
+    long stacks = 0, stacksKib = 0, otherKib = 0;
+};
+
+Memory MemoryOf(const std::string& process) {
+    Memory memory;
+    bool isStack = false;
+    std::ifstream lines(process + "/smaps");
+    for (std::string line; std::getline(lines, line);) {
+        char permissions[5] = "";
+        char field[32] = "";
+        char path = 0;
+        unsigned long start = 0;
+        unsigned long end = 0;
+        long kib = 0;
+        if (sscanf(line.c_str(), "%lx-%lx %4s %*s %*s %*s %c", &start, &end, permissions, &path) >= 3) {
+            isStack = path == 0 && strcmp(permissions, "rw-p") == 0 && end - start == kThreadStackBytes;
+            memory.stacks += isStack;
+        } else if (sscanf(line.c_str(), "%31s %ld", field, &kib) == 2 && strncmp(field, "Private_", 8) == 0) {
+            (isStack ? memory.stacksKib : memory.otherKib) += kib;
+        }
+    }
+    return memory;
+}
+
+constexpr char kThreads[] = "threads";
+constexpr char kPrivateMemory[] = "private memory, KiB";
+constexpr char kStacks[] = "thread stacks";
+constexpr char kStackMemory[] = "thread stacks, KiB";
+
 // What the daemon and the kernel have once everything is stopped.
 struct State {
     std::map<std::string, long> numbers;
@@ -125,11 +159,14 @@ State TakeState() {
         std::this_thread::sleep_for(seconds(1));
     while (waitpid(-1, nullptr, WNOHANG) > 0) {  // what the daemon started for good, and leaves to process 1
     }
+    const Memory memory = MemoryOf(daemon);
     return {.numbers = {{"descriptors", count("ls " + daemon + "/fd | wc -l")},
-                        {"threads", count("ls " + daemon + "/task | wc -l")},
+                        {kThreads, count("ls " + daemon + "/task | wc -l")},
                         {"children", count(children)},
                         {"System V objects", count("cat /proc/sysvipc/* | wc -l")},
-                        {"private memory, KiB", PrivateKib(g_daemon)}},
+                        {kPrivateMemory, memory.otherKib},
+                        {kStacks, memory.stacks},
+                        {kStackMemory, memory.stacksKib}},
             .texts = OutputOf(kTexts)};
 }
 
@@ -140,7 +177,10 @@ bool Compare(const State& fresh, const State& warm, const State& end) {
     for (const auto& [name, number] : end.numbers) {
         const long first = fresh.numbers.at(name);
         const long middle = warm.numbers.at(name);
-        const bool isGood = name.starts_with("private") ? number <= middle + kMemorySlackKib : number == first;
+        bool isGood = number == first;
+        if (name == kPrivateMemory) isGood = number <= middle + kMemorySlackKib;
+        if (name == kStacks) isGood = number <= end.numbers.at(kThreads) + kKeptStacks;
+        if (name == kStackMemory) isGood = true;  // grows with their number
         const char* const verdict = isGood ? "" : "   WRONG";
         fprintf(g_report, "%-22s %10ld %10ld %10ld%s\n", name.c_str(), first, middle, number, verdict);
         isFine = isFine && isGood;

@@ -2,8 +2,6 @@
 // the lines that are run, and those in the log.
 #pragma once
 
-#include <sys/socket.h>
-
 #include <map>
 #include <variant>
 
@@ -11,6 +9,7 @@
 #include "core/log_control.h"
 #include "core/startup/command_table.h"
 #include "tests/support/daemon.h"
+#include "tests/support/socket_pair.h"
 
 namespace tessel::test {
 
@@ -98,18 +97,15 @@ class LoggedTools {
 
     // What the handler of `type` replies: the payload, or nothing when it does not reply.
     std::optional<std::string> Request(u32 type, std::string_view payload) {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-        const UniqueFd client(ends[0]);
-        const UniqueFd server(ends[1]);
+        const SocketPair connection(SOCK_NONBLOCK);
         // As in the server: what was not sent reads as zero.
         std::string buffer = Padded(std::string(payload), TESSEL_PAYLOAD_MAX);
         for (const CommandRow& row : ServedCommands()) {
             if (row.type == type)
-                (void)row.handler(server.Get(), type, buffer.data(), static_cast<i32>(payload.size()));
+                (void)row.handler(connection.far.Get(), type, buffer.data(), static_cast<i32>(payload.size()));
         }
         std::string answer(sizeof(IpcMsgHead) + TESSEL_PAYLOAD_MAX, '\0');
-        const ssize_t count = read(client.Get(), answer.data(), answer.size());
+        const ssize_t count = read(connection.near.Get(), answer.data(), answer.size());
         answer.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         return PayloadOf(type, answer);
     }

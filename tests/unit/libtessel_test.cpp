@@ -8,6 +8,7 @@
 #include "tests/support/fake_daemon.h"
 #include "tests/support/link_requests.h"
 #include "tests/support/listener.h"
+#include "tests/support/socket_pair.h"
 
 namespace tessel::test {
 namespace {
@@ -53,23 +54,22 @@ TEST(Exchange, RefusesWhatIsHalfGivenOrTooLong) {
 }
 
 TEST(Reply, OfAnySizeReachesASlowReader) {
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    const UniqueFd daemonEnd(ends[0]);
-    UniqueFd clientEnd(ends[1]);
+    SocketPair connection;
+    const int daemonEnd = connection.near.Get();
     const std::string payload(3000000, 'b');
     const IpcMsgHead head{.type = 0x115, .size = 3000000, .flag = 9};
     std::string received(payload.size() + 100, '#');
     std::thread reader([&] {
-        received.resize(static_cast<std::size_t>(recv(ends[1], received.data(), received.size(), MSG_WAITALL)));
+        received.resize(
+            static_cast<std::size_t>(recv(connection.far.Get(), received.data(), received.size(), MSG_WAITALL)));
     });
-    EXPECT_EQ(IpcApiSendMsg(daemonEnd.Get(), 0x115, payload.data(), static_cast<i32>(payload.size()), 9), 0);
-    shutdown(daemonEnd.Get(), SHUT_WR);
+    EXPECT_EQ(IpcApiSendMsg(daemonEnd, 0x115, payload.data(), static_cast<i32>(payload.size()), 9), 0);
+    shutdown(daemonEnd, SHUT_WR);
     reader.join();
     EXPECT_TRUE(received == std::string(Bytes(head)) + payload);
 
-    clientEnd.Reset();
-    EXPECT_EQ(IpcApiSendMsg(daemonEnd.Get(), 0x115, "x", 1, 0), -1) << "nobody is there: no signal, a failure";
+    connection.far.Reset();
+    EXPECT_EQ(IpcApiSendMsg(daemonEnd, 0x115, "x", 1, 0), -1) << "nobody is there: no signal, a failure";
 }
 
 constexpr char kSilence[] = "-";

@@ -17,6 +17,7 @@
 #include "core/read_guard.h"
 #include "core/thread.h"
 #include "tests/support/proc.h"
+#include "tests/support/socket_pair.h"
 
 namespace tessel::test {
 namespace {
@@ -35,18 +36,6 @@ void Look(void* arg) {
     seen->nice = getpriority(PRIO_PROCESS, 0);
     seen->isDone = true;
 }
-
-// Two connected sockets.
-struct Pair {
-    Pair() {
-        int ends[2] = {};
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        near = UniqueFd(ends[0]);
-        far = UniqueFd(ends[1]);
-    }
-    UniqueFd near;
-    UniqueFd far;
-};
 
 pthread_t Spawn(ThreadFunction fn, void* arg) {
     return ThreadSpawn("TesselSysNetlinkInitThread", fn, arg, kThreadStackBytes, kThreadPolicy, kThreadPriorityStep);
@@ -100,13 +89,13 @@ void ExpectReadsEnd(ReadGuard& guard) {
     for (int round = 0; round < 2; ++round) {
         const auto start = std::chrono::steady_clock::now();
         char byte = 0;
-        const Pair silent;
+        const SocketPair silent;
         EXPECT_EQ(guard.Receive(silent.near.Get(), &byte, 1), -1);
         EXPECT_EQ(errno, EAGAIN);
         const auto waited = std::chrono::steady_clock::now() - start;
         EXPECT_GE(waited, 1s);
         EXPECT_LT(waited, 5s);
-        const Pair slow;
+        const SocketPair slow;
         std::thread writer([&] {
             std::this_thread::sleep_for(700ms);
             (void)!write(slow.far.Get(), "x", 1);

@@ -23,7 +23,8 @@ using tessel::UniqueFd;
 
 namespace {
 
-// How long a client may be connected without having written its request. Nobody else is served meanwhile.
+// How long a client may be connected without having written its request; up to a second more passes until this is
+// noticed. Nobody else is served meanwhile.
 constexpr std::chrono::seconds kRequestTimeout(5);
 
 constexpr unsigned kRebuildSeconds = 1;

@@ -1,6 +1,7 @@
 // DHCP client sessions: what is run, what is reported to whom, and that nothing is left behind.
 
 #include <atomic>
+#include <random>
 
 #include "tests/support/daemon.h"
 #include "tests/support/dhcp.h"
@@ -246,11 +247,11 @@ TEST_F(DhcpClient, StormsLeaveNothingBehind) {
             std::this_thread::sleep_for(3ms);
         }
     });
-    srand(7);
+    auto draw = [random = std::mt19937(7)](unsigned sides) mutable { return static_cast<int>(random() % sides); };
     int requests = 0;
     for (; steady_clock::now() < end; ++requests) {
-        const char* const name = rand() % 2 == 0 ? "eth0" : "eth1";
-        EXPECT_TRUE(rand() % 3 == 0 ? Stop(2, name) != 12345 : Start(2, name, rand() % 2) == 0);
+        const char* const name = draw(2) == 0 ? "eth0" : "eth1";
+        EXPECT_TRUE(draw(3) == 0 ? Stop(2, name) != 12345 : Start(2, name, draw(2)) == 0);
         EXPECT_LE(Workers(), 2);
     }
     for (const char* name : {"eth0", "eth1", "eth0", "eth1"})

@@ -215,7 +215,7 @@ TEST_F(Bond, RequestsOfAnotherLengthGetNoAnswer) {
     }
     Refuse(kRequest + '\0');
     // The total, and the lengths of the path, the names and the active one: all more than there is.
-    for (const std::size_t at : {0, 8, 17, 26, 35, 45}) {
+    for (const std::size_t at : {0U, 8U, 17U, 26U, 35U, 45U}) {
         for (const u32 length : {0x100U, 3060U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFCU, 0xFFFFFFFFU})
             Refuse(std::string(kRequest).replace(at, 4, Number(length)));
     }

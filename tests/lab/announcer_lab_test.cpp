@@ -52,8 +52,9 @@ TEST(AnnouncerLab, SendsBurstsUntilItIsStopped) {
     EXPECT_TRUE(IsLogged("get ip failed!") && IsLogged("[SendBroadcastArp]"));
     EXPECT_TRUE(start("10.9.0.88") == 0 && stop() == 0);
     for (const auto& [text, count] : {std::pair{"Start already started!", 2U}, {"Stop already stopped!", 1U}})
-        EXPECT_TRUE(Eventually([&] { return Split(ReadFile("/var/log/messages") + " ", text).size() == count + 1; }))
-            << text;
+        EXPECT_TRUE(Eventually([text = text, count = count] {
+            return Split(ReadFile("/var/log/messages") + " ", text).size() == count + 1;
+        })) << text;
 }
 
 TEST(TrafficLab, HasOneSampler) {

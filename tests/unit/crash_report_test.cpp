@@ -159,7 +159,7 @@ void WithPipeAsOutput(bool isFull, void (*crash)()) {
 }
 
 // Garbage where the return addresses were.
-[[gnu::noinline, gnu::no_sanitize("address", "thread", "undefined")]] void SmashStack() {
+__attribute__((noinline, no_sanitize("address", "thread", "undefined"))) void SmashStack() {
     auto* word = static_cast<volatile std::uintptr_t*>(__builtin_frame_address(0));
     for (int i = 0; i < 64; ++i)
         word[i] = ~std::uintptr_t{0} / 3 * 2;

@@ -109,8 +109,8 @@ TEST(Netlink, WalksEndAtWhatIsNotWhole) {
 }
 
 // An IPv4 header of so many words; only its length and protocol are looked at.
-std::string Ip(char protocol, int words = 5) {
-    return static_cast<char>(0x40 | words) + std::string(8, '\0') + protocol + std::string(words * 4 - 10U, '\x44');
+std::string Ip(char protocol, unsigned words = 5) {
+    return static_cast<char>(0x40 | words) + std::string(8, '\0') + protocol + std::string(words * 4 - 10, '\x44');
 }
 const std::string kUdp = Ip(17);
 const std::string kPorts = "\x80\x02\x82\x9d"s;

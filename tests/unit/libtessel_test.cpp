@@ -157,9 +157,9 @@ TEST(Call, WhatMeansNothingIsNeverSent) {
     event.kind = TESSEL_EVENT_PING_REPLY;
     event.size = sizeof(result);
     expectRefused(tessel_event_ping(&event, nullptr));
-    for (const std::size_t count : {0, 4, 5})
+    for (const std::size_t count : {0U, 4U, 5U})
         EXPECT_EQ(tessel_bond_start(0, names, count, "eth0", nullptr), TESSEL_E_ARGUMENT) << count;
-    for (const std::size_t bytes : {3032, 3069, 9999})
+    for (const std::size_t bytes : {3032U, 3069U, 9999U})
         EXPECT_EQ(tessel_bond_start(0, names, 3, "eth0", std::string(bytes, '/').c_str()), TESSEL_E_ARGUMENT) << bytes;
     for (const int family : {0, 1, 3, 12, -2, 0x10002})
         EXPECT_EQ(tessel_addr_get("eth0", family, &list), TESSEL_E_ARGUMENT) << family;

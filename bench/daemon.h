@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,6 +35,18 @@ inline double MicrosecondsOf(Clock::duration duration) {
 [[noreturn]] inline void Fail(const char* what) {
     perror(what);
     exit(EXIT_FAILURE);
+}
+
+// A network namespace by its file: a process's, or one that `ip netns` has named.
+inline UniqueFd OpenNetwork(const char* path) {
+    UniqueFd network(open(path, O_RDONLY | O_CLOEXEC));
+    if (!network.IsOpen()) Fail(path);
+    return network;
+}
+
+// For the calling thread, and for what it starts.
+inline void EnterNetwork(const UniqueFd& network) {
+    if (setns(network.Get(), CLONE_NEWNET) != 0) Fail("setns");
 }
 
 inline UniqueFd Connect(const char* name) {

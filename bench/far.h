@@ -1,11 +1,9 @@
 // A host at the far end of eth0's cable.
 #pragma once
 
-#include <fcntl.h>
 #include <net/if.h>
 #include <netinet/if_ether.h>
 #include <netpacket/packet.h>
-#include <sched.h>
 
 #include <chrono>
 #include <thread>
@@ -18,8 +16,7 @@ namespace tessel::bench {
 inline UniqueFd OpenFarSocket() {
     UniqueFd fd;
     std::thread([&] {
-        const UniqueFd space(open("/run/netns/far", O_RDONLY | O_CLOEXEC));
-        if (setns(space.Get(), CLONE_NEWNET) != 0) Fail("setns");
+        EnterNetwork(OpenNetwork("/run/netns/far"));
         fd.Reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
         sockaddr_ll address{};
         address.sll_family = AF_PACKET;

@@ -169,16 +169,6 @@ std::vector<Comparison> Comparisons() {
     };
 }
 
-UniqueFd OpenNetwork(const char* path) {
-    UniqueFd network(open(path, O_RDONLY | O_CLOEXEC));
-    if (!network.IsOpen()) Fail(path);
-    return network;
-}
-
-void EnterNetwork(const UniqueFd& network) {
-    if (setns(network.Get(), CLONE_NEWNET) != 0) Fail("setns");
-}
-
 // For every daemon the median of the rounds' ratios, each that of both sides' medians. The other side's changes are
 // made in the twin network, where the daemon does not follow them.
 void Compare(const Comparison& comparison) {
